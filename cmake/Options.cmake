@@ -1,0 +1,40 @@
+# What a preset may switch. Everything else is the same in every build.
+set(GLINTMARK_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, separated by commas")
+option(GLINTMARK_COVERAGE "Record line coverage" OFF)
+option(GLINTMARK_TESTS "Build the tests" ON)
+option(GLINTMARK_BENCH "Build the benchmarks" OFF)
+option(GLINTMARK_FUZZ "Build the fuzz targets (Clang)" OFF)
+
+add_compile_options(
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wformat=2 -Werror=format-security)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # GCC 12 reports null dereferences inside libstdc++ when it inlines across templates.
+  add_compile_options(-Wno-null-dereference -Wlogical-op -Wduplicated-cond -Wduplicated-branches)
+endif()
+
+if(CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_compile_definitions(_GLIBCXX_ASSERTIONS)
+else()
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+  add_link_options(-Wl,-z,relro)
+endif()
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options("SHELL:-Xclang -fno-pch-timestamp")  # or ccache cannot keep the headers
+endif()
+
+if(GLINTMARK_SANITIZE)
+  add_compile_options(-fsanitize=${GLINTMARK_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${GLINTMARK_SANITIZE})
+endif()
+if(GLINTMARK_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// Ends the process (SIGABRT) after writing "Fatal error: " and `message` to standard error.
+/// For programming errors only; bad input never ends here.
+[[noreturn]] void fatalError(std::string_view message);
+
+}  // namespace glintmark::platform

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/BitmapImageRep.h"
+#include "platform/Geometry.h"
+
+namespace glintmark::platform {
+
+/// A decoded image. Never modified after it was made; passed as `std::shared_ptr<const Image>`.
+class Image {
+public:
+    using BitmapSource = std::function<std::optional<BitmapImageRep>()>;
+
+    /// An image without any bitmap.
+    explicit Image(Size size) : size_(size) {}
+
+    /// An image of one bitmap; one pixel counts as one point.
+    explicit Image(BitmapImageRep bitmap);
+
+    /// A large image whose pixels `source` produces again each time they are asked for.
+    Image(Size size, BitmapSource source) : size_(size), source_(std::move(source)) {}
+
+    /// In points, of the best bitmap representation.
+    Size size() const { return size_; }
+
+    /// The best representation (largest area, then deepest). Absent when there is none or its
+    /// pixels cannot be had any more. May take as long as decoding does.
+    std::optional<BitmapImageRep> bitmap() const;
+
+private:
+    Size size_;
+    std::optional<BitmapImageRep> bitmap_;
+    BitmapSource source_;
+};
+
+/// Turns image files into images. May be called from any thread; callers wait for the result.
+class ImageDecoder {
+public:
+    virtual ~ImageDecoder() = default;
+
+    /// Null when `data` is no image of a known format, is broken, or goes beyond the limits on
+    /// size, time or memory.
+    virtual std::shared_ptr<const Image> decode(std::string data) = 0;
+};
+
+}  // namespace glintmark::platform

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/BitmapImageRep.h"
+
+namespace glintmark::platform {
+
+/// `source` stretched to `width` x `height` pixels in copy mode: transparent pixels replace what
+/// was there. A separable Mitchell-Netravali filter (B = C = 1/3; Mitchell and Netravali,
+/// "Reconstruction Filters in Computer Graphics", 1988), widened when shrinking, edges clamped, in
+/// premultiplied floating point. Flat colours and opaque images stay exactly so.
+BitmapImageRep scaled(const BitmapImageRep& source, int width, int height);
+
+}  // namespace glintmark::platform

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace glintmark::platform {
+
+/// One line of a menu. Plain data; the status bar shows it and calls `action` on the main thread.
+struct MenuItem {
+    using Action = std::function<void(const MenuItem&)>;  ///< Receives the item that was chosen.
+
+    static MenuItem separatorItem() {
+        MenuItem item;
+        item.isSeparator = true;
+        return item;
+    }
+
+    std::string title;
+    Action action;              ///< Empty for an item that does nothing.
+    std::string keyEquivalent;  ///< A plain letter, pressed with the platform's modifier; or empty.
+    long tag = 0;
+    bool enabled = true;
+    bool isSeparator = false;
+    std::vector<MenuItem> submenu;
+
+    /// Whether the user can choose it: without an action and a submenu a line is greyed.
+    bool isSelectable() const {
+        return !isSeparator && enabled && (action != nullptr || !submenu.empty());
+    }
+};
+
+struct Menu {
+    void addItem(MenuItem item) { items.push_back(std::move(item)); }
+
+    std::vector<MenuItem> items;
+};
+
+}  // namespace glintmark::platform

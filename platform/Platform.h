@@ -1,0 +1,55 @@
+#pragma once
+
+namespace glintmark::platform {
+
+class Application;
+class Bundle;
+class DispatchQueues;
+class EventStreamFactory;
+class FileManager;
+class ImageDecoder;
+class Log;
+class OpenPanel;
+class StatusBar;
+class Timers;
+class URLSession;
+class UserDefaults;
+class UserNotificationCenter;
+class Workspace;
+struct Configuration;
+
+/// Everything through which the program reaches out of its own process or waits for time.
+struct Services {
+    Application& application;
+    Bundle& bundle;
+    const Configuration& configuration;
+    DispatchQueues& dispatchQueues;
+    EventStreamFactory& eventStreams;
+    FileManager& fileManager;
+    ImageDecoder& imageDecoder;
+    Log& log;
+    OpenPanel& openPanel;
+    StatusBar& statusBar;
+    Timers& timers;
+    URLSession& urlSession;
+    UserDefaults& userDefaults;
+    UserNotificationCenter& userNotificationCenter;
+    Workspace& workspace;
+};
+
+/// The services in force. Without a `ServicesScope` this is a programming error and ends the
+/// process. Any thread.
+const Services& services();
+
+/// Puts `services` in force for its own lifetime. Scopes do not nest; one begins and ends while no
+/// queue has work.
+class ServicesScope {
+public:
+    explicit ServicesScope(const Services& services);
+    ~ServicesScope();
+
+    ServicesScope(const ServicesScope&) = delete;
+    ServicesScope& operator=(const ServicesScope&) = delete;
+};
+
+}  // namespace glintmark::platform

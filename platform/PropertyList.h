@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace glintmark::platform {
+
+/// A property list read into a tree. Strings are UTF-8.
+class PropertyList {
+public:
+    using Array = std::vector<PropertyList>;
+    using Dictionary = std::map<std::string, PropertyList, std::less<>>;
+
+    /// What is kept of a value that no one here reads: its kind.
+    enum class Other { boolean, number, date, data, uid };
+
+    /// Larger ones are refused.
+    static constexpr std::size_t maximumBytes = 16 * 1024 * 1024;
+
+    /// Reads the XML, the binary and the old text form, told apart by the bytes. Absent when they
+    /// are none of these or too large, nested too deeply, cyclic or swollen by entities; bounded
+    /// in time and memory.
+    static std::optional<PropertyList> parse(std::string_view bytes);
+
+    explicit PropertyList(std::string value) : value_(std::move(value)) {}
+    explicit PropertyList(Array value) : value_(std::move(value)) {}
+    explicit PropertyList(Dictionary value) : value_(std::move(value)) {}
+    explicit PropertyList(Other value) : value_(value) {}
+
+    const std::string* string() const { return std::get_if<std::string>(&value_); }
+    const Array* array() const { return std::get_if<Array>(&value_); }
+    const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }
+
+private:
+    std::variant<std::string, Array, Dictionary, Other> value_;
+};
+
+}  // namespace glintmark::platform

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace glintmark::platform {
+
+/// A piece of the searched text, in bytes.
+struct TextRange {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+
+    std::string_view in(std::string_view text) const { return text.substr(begin, end - begin); }
+    bool operator==(const TextRange&) const = default;
+};
+
+/// A pattern in ICU syntax over UTF-8 text. Immutable; may be used from any thread.
+class RegularExpression {
+public:
+    struct Options {
+        bool caseInsensitive = false;
+        bool dotMatchesLineSeparators = false;
+    };
+
+    /// Absent when the pattern cannot be compiled.
+    static std::optional<RegularExpression> compile(std::string_view pattern, Options options);
+
+    /// All matches in document order. Empty also when the engine gives up on a text.
+    std::vector<TextRange> matches(std::string_view text) const;
+
+    /// The first match: the whole at index 0, then one range per capture group (empty at {0, 0}
+    /// for a group that took no part). Absent without a match.
+    std::optional<std::vector<TextRange>> firstMatch(std::string_view text) const;
+
+private:
+    struct Compiled;
+    explicit RegularExpression(std::shared_ptr<const Compiled> compiled);
+
+    std::shared_ptr<const Compiled> compiled_;
+};
+
+}  // namespace glintmark::platform

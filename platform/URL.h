@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised.
+/// A value; may be used from any thread.
+class URL {
+public:
+    /// Absent when `text` as it stands does not follow the grammar (RFC 3986, section 4.1), so for
+    /// blanks, non-ASCII characters and bad escapes too. The empty text is no URL.
+    static std::optional<URL> parse(std::string_view text);
+
+    /// `text` resolved against `base` (RFC 3986, section 5.2.2), with surplus dot segments removed.
+    static std::optional<URL> parse(std::string_view text, const URL& base);
+
+    /// A "file" URL for an absolute path of any bytes; `path()` gives them back.
+    static URL fileURL(std::string_view path);
+
+    const std::string& absoluteString() const { return text_; }
+
+    /// As written. Absent for a relative reference.
+    const std::optional<std::string>& scheme() const { return scheme_; }
+
+    /// With escapes undone and without the brackets of an IP literal; case as written. Absent when
+    /// there is no authority or its host is empty.
+    const std::optional<std::string>& host() const { return host_; }
+
+    /// With escapes undone, without a trailing slash (but "/" itself stays).
+    std::string path() const;
+
+    /// The last segment of `path()`; "/" for the root.
+    std::string lastPathComponent() const;
+
+    bool operator==(const URL& other) const { return text_ == other.text_; }
+
+private:
+    URL() = default;
+
+    std::string text_;
+    std::optional<std::string> scheme_;
+    std::optional<std::string> host_;
+    std::string escapedPath_;
+};
+
+}  // namespace glintmark::platform
