@@ -1,0 +1,390 @@
+"""A private desktop session for tests: its own X server, session bus and home folder.
+
+Only the standard library and command-line tools are used. Every program but Xvfb and dbus-daemon
+is optional: `has("thunar")` says whether it can be started, and starting an absent one raises
+`MissingProgram`, so that a caller may skip what the machine cannot show.
+
+    with DesktopSession() as session:
+        session.start_window_manager()
+        session.start_panel()
+        session.start_notifyd()
+        session.open_file_manager("thunar", session.home / "Desktop")
+        session.screenshot("/tmp/desktop.png")
+        box = find_colour("/tmp/desktop.png", (255, 0, 0), tolerance=8)
+"""
+
+import collections
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+import uuid
+
+SCREEN = "1280x800x24"
+DEADLINE = 30.0  # seconds; generous, since a loaded machine starts programs slowly
+POLL_INTERVAL = 0.05
+
+Box = collections.namedtuple("Box", "left top right bottom pixels")
+
+FILE_MANAGERS = {
+    "thunar": ["thunar"],
+    "caja": ["caja", "--no-desktop", "--browser"],
+    "nemo": ["nemo"],
+    "nautilus": ["nautilus", "--new-window"],
+    "pcmanfm": ["pcmanfm"],
+    "pcmanfm-qt": ["pcmanfm-qt"],
+    "dolphin": ["dolphin"],
+}
+
+# One bar at the top: a stretch of nothing, then the tray, which serves StatusNotifierItem and the
+# older X11 tray alike.
+PANEL_CONFIGURATION = """<?xml version="1.0" encoding="UTF-8"?>
+<channel name="xfce4-panel" version="1.0">
+  <property name="configver" type="int" value="2"/>
+  <property name="panels" type="array">
+    <value type="int" value="1"/>
+    <property name="dark-mode" type="bool" value="{dark}"/>
+    <property name="panel-1" type="empty">
+      <property name="position" type="string" value="p=6;x=0;y=0"/>
+      <property name="length" type="uint" value="100"/>
+      <property name="position-locked" type="bool" value="true"/>
+      <property name="size" type="uint" value="{size}"/>
+      <property name="icon-size" type="uint" value="{icon}"/>
+      <property name="plugin-ids" type="array">
+        <value type="int" value="1"/>
+        <value type="int" value="2"/>
+      </property>
+    </property>
+  </property>
+  <property name="plugins" type="empty">
+    <property name="plugin-1" type="string" value="separator">
+      <property name="expand" type="bool" value="true"/>
+      <property name="style" type="uint" value="0"/>
+    </property>
+    <property name="plugin-2" type="string" value="systray">
+      <property name="square-icons" type="bool" value="true"/>
+      <property name="known-legacy-items" type="array"/>
+    </property>
+  </property>
+</channel>
+"""
+
+
+class MissingProgram(Exception):
+    """The machine lacks a program that a step needs."""
+
+
+class TimedOut(Exception):
+    """A condition did not come true in time."""
+
+
+def has(program):
+    return shutil.which(program) is not None
+
+
+def wait_for(condition, what, timeout=DEADLINE):
+    """Polls until `condition()` is true and returns its value."""
+    deadline = time.monotonic() + timeout
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise TimedOut(f"{what}: not within {timeout:.0f} s")
+        time.sleep(POLL_INTERVAL)
+
+
+class DesktopSession:
+    """Starts everything below one temporary folder and leaves nothing behind.
+
+    Programs that the bus starts by itself are found again by a mark in their environment, so they
+    end with the session as well.
+    """
+
+    def __init__(self, screen=SCREEN, root=None, keep=False, environment=None):
+        """`root`: where the session's folders go (made when absent; a temporary one without it).
+        `keep`: leave the folders in place at the end. `environment`: additional variables."""
+        self._keep = keep
+        self._screen = screen
+        self._mark = f"GLINTMARK_DESKTOP_SESSION={uuid.uuid4()}"
+        if root is None:
+            root = tempfile.mkdtemp(prefix="glintmark-desktop-")
+        self.root = pathlib.Path(root).resolve()
+        self.home = self.root / "home"
+        self.logs = self.root / "logs"
+        self.runtime = self.root / "runtime"
+        self.data_home = self.home / ".local" / "share"
+        self.config_home = self.home / ".config"
+        self.cache_home = self.home / ".cache"
+        self._extra_environment = dict(environment or {})
+        self.environment = {}
+        self.processes = {}  # name -> Popen, in order of start
+
+    # ---- life -------------------------------------------------------------------------------
+
+    def __enter__(self):
+        try:
+            self.start()
+        except BaseException:
+            self.stop()
+            raise
+        return self
+
+    def __exit__(self, *exception):
+        self.stop()
+
+    def start(self):
+        """Makes the folders and starts the X server and the session bus."""
+        for folder in (self.home / "Desktop", self.home / "Downloads", self.logs, self.runtime,
+                       self.data_home, self.config_home, self.cache_home):
+            folder.mkdir(parents=True, exist_ok=True)
+        self.runtime.chmod(0o700)
+        self.environment = self._base_environment()
+        self._start_x_server()
+        self.start_bus()
+
+    def stop(self):
+        """Ends every process of the session by its own id and removes the folders."""
+        for name in reversed(list(self.processes)):
+            if name not in ("Xvfb", "dbus-daemon"):
+                self.end(name)
+        for name in ("dbus-daemon", "Xvfb"):
+            self.end(name)
+        self._end_marked_processes()
+        if not self._keep:
+            shutil.rmtree(self.root, ignore_errors=True)
+
+    def _base_environment(self):
+        kept = ("PATH", "LANGUAGE", "LC_ALL", "USER", "LOGNAME", "TERM")
+        environment = {key: os.environ[key] for key in kept if key in os.environ}
+        mark_name, mark_value = self._mark.split("=")
+        environment.update({
+            "HOME": str(self.home),
+            "XDG_DATA_HOME": str(self.data_home),
+            "XDG_CONFIG_HOME": str(self.config_home),
+            "XDG_CACHE_HOME": str(self.cache_home),
+            "XDG_STATE_HOME": str(self.home / ".local" / "state"),
+            "XDG_RUNTIME_DIR": str(self.runtime),
+            "XDG_DATA_DIRS": "/usr/local/share:/usr/share",
+            "XDG_CONFIG_DIRS": "/etc/xdg",
+            "XDG_CURRENT_DESKTOP": "XFCE",
+            "XDG_SESSION_TYPE": "x11",
+            "LANG": os.environ.get("LANG", "C.UTF-8"),
+            "GDK_BACKEND": "x11",
+            "QT_QPA_PLATFORM": "xcb",
+            "NO_AT_BRIDGE": "1",  # no accessibility bus: it outlives the programs that ask for it
+            "GTK_A11Y": "none",
+            "GVFS_DISABLE_FUSE": "1",
+            "GSETTINGS_BACKEND": "memory",
+            mark_name: mark_value,
+        })
+        environment.update(self._extra_environment)
+        return environment
+
+    def _start_x_server(self):
+        read_end, write_end = os.pipe()
+        self.spawn("Xvfb", ["Xvfb", "-displayfd", str(write_end), "-screen", "0", self._screen,
+                            "-nolisten", "tcp", "-noreset"], pass_fds=(write_end,))
+        os.close(write_end)
+        with os.fdopen(read_end) as pipe:
+            number = pipe.readline().strip()  # empty when the server ended at once
+        if not number:
+            raise RuntimeError(f"Xvfb did not start: {self.log('Xvfb')}")
+        self.environment["DISPLAY"] = f":{number}"
+
+    def start_bus(self):
+        """Starts the session bus, again after `end("dbus-daemon")` at the same address."""
+        path = self.runtime / "bus"
+        path.unlink(missing_ok=True)
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={path}"
+        self.spawn("dbus-daemon", ["dbus-daemon", "--session", "--nofork", "--nopidfile",
+                                   "--nosyslog", f"--address=unix:path={path}"])
+        wait_for(lambda: _accepts(path), "session bus")
+
+    # ---- processes --------------------------------------------------------------------------
+
+    def spawn(self, name, command, environment=None, **options):
+        """Starts `command` in the session under `name`; its output goes to logs/NAME.log."""
+        if not has(command[0]):
+            raise MissingProgram(command[0])
+        with open(self.logs / f"{name}.log", "ab") as log:
+            process = subprocess.Popen(
+                command, env={**self.environment, **(environment or {})}, cwd=self.home,
+                stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True, **options)
+        self.processes[name] = process
+        return process
+
+    def run(self, command, check=True, environment=None, timeout=DEADLINE):
+        """Runs `command` in the session to its end and returns its standard output as text."""
+        if not has(command[0]):
+            raise MissingProgram(command[0])
+        done = subprocess.run(command, env={**self.environment, **(environment or {})},
+                              cwd=self.home, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=timeout, check=False)
+        if check and done.returncode != 0:
+            raise RuntimeError(f"{command}: status {done.returncode}: "
+                               f"{done.stderr.decode(errors='replace')}")
+        return done.stdout.decode(errors="replace")
+
+    def end(self, name, how=signal.SIGTERM, timeout=5.0):
+        """Ends the process started under `name`; harmless when it has ended. Its status."""
+        process = self.processes.pop(name, None)
+        if process is None:
+            return None
+        if process.poll() is None:
+            process.send_signal(how)
+            try:
+                process.wait(timeout)
+            except subprocess.TimeoutExpired:
+                process.kill()
+        return process.wait()
+
+    def log(self, name):
+        path = self.logs / f"{name}.log"
+        return path.read_text(errors="replace") if path.exists() else ""
+
+    def marked_processes(self):
+        """Ids of all living processes of this session, those that the bus started included."""
+        mark = self._mark.encode()
+        found = []
+        for entry in os.listdir("/proc"):
+            if not entry.isdigit() or int(entry) == os.getpid():
+                continue
+            try:
+                variables = pathlib.Path("/proc", entry, "environ").read_bytes().split(b"\0")
+            except OSError:
+                continue  # gone meanwhile, or another user's
+            if mark in variables:
+                found.append(int(entry))
+        return found
+
+    def _end_marked_processes(self):
+        for how, patience in ((signal.SIGTERM, 3.0), (signal.SIGKILL, 3.0)):
+            for pid in self.marked_processes():
+                try:
+                    os.kill(pid, how)
+                except ProcessLookupError:
+                    pass
+            try:
+                wait_for(lambda: not self.marked_processes(), "end of the session", patience)
+                return
+            except TimedOut:
+                continue
+
+    # ---- the desktop's parts ----------------------------------------------------------------
+
+    def bus_name_has_owner(self, name):
+        answer = self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
+                           "--object-path", "/org/freedesktop/DBus", "--method",
+                           "org.freedesktop.DBus.NameHasOwner", name], check=False)
+        return "true" in answer
+
+    def wait_for_bus_name(self, name, timeout=DEADLINE):
+        wait_for(lambda: self.bus_name_has_owner(name), f"bus name {name}", timeout)
+
+    def start_window_manager(self):
+        """The first of xfwm4 and openbox that is there; its name, or none when neither is."""
+        for name, command in (("xfwm4", ["xfwm4", "--compositor=off"]), ("openbox", ["openbox"])):
+            if has(name):
+                self.spawn(name, command)
+                wait_for(lambda: "window id" in self.run(
+                    ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"]), "window manager")
+                return name
+        return None
+
+    def start_panel(self, dark=False, size=30, icon_size=0):
+        """xfce4-panel with a tray, ready to take status items. `icon_size` 0: the panel's choice."""
+        folder = self.config_home / "xfce4" / "xfconf" / "xfce-perchannel-xml"
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / "xfce4-panel.xml").write_text(PANEL_CONFIGURATION.format(
+            dark="true" if dark else "false", size=size, icon=icon_size))
+        self.restart_panel()
+
+    def restart_panel(self):
+        self.end("xfce4-panel")
+        self.spawn("xfce4-panel", ["xfce4-panel", "--disable-wm-check"])
+        self.wait_for_bus_name("org.kde.StatusNotifierWatcher")
+
+    def start_notifyd(self):
+        """The Xfce notification daemon."""
+        for place in ("/usr/lib/x86_64-linux-gnu/xfce4/notifyd", "/usr/lib/xfce4/notifyd",
+                      "/usr/libexec/xfce4/notifyd", "/usr/libexec"):
+            program = pathlib.Path(place, "xfce4-notifyd")
+            if program.exists():
+                self.spawn("xfce4-notifyd", [str(program)])
+                self.wait_for_bus_name("org.freedesktop.Notifications")
+                return
+        raise MissingProgram("xfce4-notifyd")
+
+    def open_file_manager(self, name, folder, timeout=DEADLINE):
+        """Opens `folder` in the file manager `name` and returns the id of its window."""
+        folder = pathlib.Path(folder)
+        before = set(self.windows())
+        self.spawn(name, FILE_MANAGERS[name] + [str(folder)])
+        return wait_for(lambda: next((w for w in self.windows(folder.name) if w not in before),
+                                     None), f"window of {name}", timeout)
+
+    def windows(self, title=""):
+        """Ids of the visible windows whose title contains `title`."""
+        output = self.run(["xdotool", "search", "--onlyvisible", "--name", title or ".+"],
+                          check=False)
+        return [int(line) for line in output.split()]
+
+    # ---- pictures ---------------------------------------------------------------------------
+
+    def screenshot(self, path):
+        """The whole screen as a PNG file."""
+        self.run(["import", "-silent", "-window", "root", str(path)])
+        return path
+
+    def wait_for_colour(self, rgb, tolerance=8, minimum=100, timeout=DEADLINE, picture=None):
+        """Photographs the screen until at least `minimum` pixels of a colour are on it. Their box;
+        the last picture stays at `picture` when given."""
+        target = picture or self.root / "colour.png"
+
+        def look():
+            box = find_colour(self.screenshot(target), rgb, tolerance)
+            return box if box and box.pixels >= minimum else None
+
+        return wait_for(look, f"colour {rgb}", timeout)
+
+
+def find_colour(png, rgb, tolerance=8):
+    """The bounding box of all pixels of the picture whose channels are each within `tolerance` of
+    `rgb` (right and bottom exclusive), with their number. None without such a pixel."""
+    size = subprocess.run(["identify", "-format", "%w %h", str(png)], check=True,
+                          stdout=subprocess.PIPE).stdout.split()
+    width, height = int(size[0]), int(size[1])
+    data = subprocess.run(["convert", str(png), "-depth", "8", "rgb:-"], check=True,
+                          stdout=subprocess.PIPE).stdout
+    hits = _matches(data, rgb, tolerance)
+    rows = [hits[y * width:(y + 1) * width] for y in range(height)]
+    marked = [y for y, row in enumerate(rows) if any(row)]
+    if not marked:
+        return None
+    left = min(rows[y].find(1) for y in marked)
+    right = max(rows[y].rfind(1) for y in marked) + 1
+    return Box(left, marked[0], right, marked[-1] + 1, hits.count(1))
+
+
+def _matches(data, rgb, tolerance):
+    """One byte a pixel: 1 where all three channels match."""
+    combined = None
+    for channel, wanted in enumerate(rgb):
+        table = bytes(1 if abs(value - wanted) <= tolerance else 0 for value in range(256))
+        plane = int.from_bytes(data[channel::3].translate(table), "big")
+        combined = plane if combined is None else combined & plane
+    return combined.to_bytes(len(data) // 3, "big")
+
+
+def _accepts(path):
+    with socket.socket(socket.AF_UNIX) as probe:
+        try:
+            probe.connect(str(path))
+        except OSError:
+            return False
+    return True
