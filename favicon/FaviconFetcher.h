@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "favicon/IconCandidate.h"
+#include "favicon/IconEntry.h"
+#include "favicon/IconSource.h"
+#include "platform/Image.h"
+#include "platform/URL.h"
+#include "platform/URLSession.h"
+
+namespace glintmark {
+
+/// Finds the best icon that a site offers. Keeps no state; any thread. Other rooms call `fetch`
+/// only; the rest is its parts.
+///
+/// Every completion is called exactly once, on any thread, and may be called before the operation
+/// returns. Failures are silent: they end in a null image or an empty list.
+class FaviconFetcher {
+public:
+    using IconSource = glintmark::IconSource;
+    using IconCandidate = glintmark::IconCandidate;
+    using IconEntry = glintmark::IconEntry;
+
+    /// Receives an image, or null for none.
+    using ImageCompletion = std::function<void(std::shared_ptr<const platform::Image>)>;
+    using CandidatesCompletion = std::function<void(std::vector<IconCandidate>)>;
+
+    FaviconFetcher() = delete;
+
+    /// Finds the icon for `link` along all five paths at once and logs the choice. Completes before
+    /// it returns when `link` is no URL with a host, otherwise on the global queue.
+    static void fetch(const std::string& link, ImageCompletion completion);
+
+    /// The five paths of one fetch: all that they brought back, in the order of arrival, on the
+    /// global queue.
+    static void collectCandidates(const platform::URL& url, const std::string& host,
+                                  CandidatesCompletion completion);
+
+    /// The one to use: of those at least 48 points wide the one of highest score, else the one of
+    /// highest score; the earliest of equals. Absent for an empty list.
+    static std::optional<IconCandidate> pickBest(const std::vector<IconCandidate>& candidates);
+
+    // The page's icon links (FaviconFetcherHTML.cpp)
+
+    /// The images of the page's first six icon links, in the order of arrival.
+    static void fetchAllFromHTML(const platform::URL& url, CandidatesCompletion completion);
+
+    /// The icon links in `html` (UTF-8): plain icons first, larger declared sizes first.
+    /// Takes time in proportion to the length of `html`.
+    static std::vector<IconEntry> extractIconURLs(std::string_view html,
+                                                  const platform::URL& baseURL);
+
+    /// The absolute URL for an address as a page or manifest writes it; absent when it gives none.
+    static std::optional<platform::URL> resolveURL(std::string_view address,
+                                                   const platform::URL& base);
+
+    // The web app manifest (FaviconFetcherManifest.cpp)
+
+    /// The image of the icon that the site's first usable manifest names.
+    static void fetchFromManifest(const platform::URL& url, ImageCompletion completion);
+
+    struct ManifestIcon {
+        platform::URL url;  ///< Absolute.
+        std::int64_t size;  ///< Width in pixels as declared, which may be negative.
+    };
+
+    /// The largest usable icon of the manifest `json` (its bytes) for the page at `pageURL`; absent
+    /// when `json` is no manifest or has none.
+    static std::optional<ManifestIcon> chooseManifestIcon(std::string_view json,
+                                                          const platform::URL& pageURL);
+
+    // Single images (FaviconFetcherProbes.cpp)
+
+    /// The image at `url`, when it is answered with status 200 and can be decoded.
+    static void downloadImage(const platform::URL& url, ImageCompletion completion);
+
+    /// The first Apple touch icon at a fixed path that is at least 64 points wide.
+    static void fetchAppleTouchIcon(const platform::URL& url, ImageCompletion completion);
+
+    /// What the favicon service has for `host`; `size` is the edge asked for, in pixels.
+    static void fetchFromGoogleAPI(const std::string& host, int size, ImageCompletion completion);
+
+    /// "/favicon.ico" at the site's root.
+    static void fetchDirectFavicon(const platform::URL& url, ImageCompletion completion);
+
+private:
+    static constexpr double preferredMinSize = 48;  ///< Width in points.
+
+    /// A request for a page or an image: what a desktop browser would send.
+    static platform::URLRequest browserRequest(const platform::URL& url);
+
+    /// `path` at the root of the page's site, without the page's port; absent when it forms no URL.
+    static std::optional<platform::URL> siteURL(const platform::URL& page, std::string path);
+};
+
+}  // namespace glintmark

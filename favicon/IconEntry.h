@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/URL.h"
+
+namespace glintmark {
+
+/// An icon link found in a page; nothing of it is downloaded yet.
+struct IconEntry {
+    platform::URL url;  ///< Absolute.
+    std::int64_t size;  ///< Width in pixels as declared, or the default of its kind.
+    bool isAppleTouchIcon;
+};
+
+}  // namespace glintmark

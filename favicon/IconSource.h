@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace glintmark {
+
+/// Where a candidate image came from.
+enum class IconSource {
+    htmlIcon,            ///< A page's icon link that is no Apple touch icon.
+    htmlAppleTouchIcon,  ///< A page's Apple touch icon link.
+    appleTouchIcon,      ///< An Apple touch icon at a fixed path of the site's root.
+    manifest,            ///< The web app manifest.
+    googleAPI,           ///< The favicon service.
+    faviconICO,          ///< "/favicon.ico" at the site's root.
+};
+
+/// The label of a source.
+std::string_view rawValue(IconSource source);
+
+/// The source with that label; absent for any other text.
+std::optional<IconSource> iconSourceFromRawValue(std::string_view rawValue);
+
+/// The name of the enumeration case, as the log shows it.
+std::string_view caseName(IconSource source);
+
+}  // namespace glintmark

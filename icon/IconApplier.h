@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/Geometry.h"
+#include "platform/Image.h"
+
+namespace glintmark {
+
+/// Makes an image the custom icon of a file. Keeps no state; main thread only.
+class IconApplier {
+public:
+    IconApplier() = delete;
+
+    /// Sets `image`, which must not be null, on the file at `path`, stretched to 512 x 512. Success
+    /// and failure are one line in the log.
+    static void apply(const std::shared_ptr<const platform::Image>& image, const std::string& path);
+
+private:
+    /// A new image of exactly `size` (points, whole numbers) into which all of `image` is
+    /// stretched. Transparent all over when `image` has no pixels.
+    static platform::Image resizeImage(const platform::Image& image, platform::Size size);
+};
+
+}  // namespace glintmark

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/URL.h"
+
+namespace glintmark {
+
+/// Reads link files. Keeps no state; any thread.
+class WeblocParser {
+public:
+    WeblocParser() = delete;
+
+    /// The string under "URL" in the property list at `file` (a file URL), exactly as stored and
+    /// unchecked. Absent, with one line in the log, when the file cannot be read or holds no such
+    /// string.
+    static std::optional<std::string> extractURL(const platform::URL& file);
+};
+
+}  // namespace glintmark
