@@ -20,6 +20,10 @@ else()
   add_link_options(-Wl,-z,relro)
 endif()
 
+# Everywhere, since some libraries ask for it and precompiled headers must agree on it.
+add_compile_options(-pthread)
+add_link_options(-pthread)
+
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   add_compile_options("SHELL:-Xclang -fno-pch-timestamp")  # or ccache cannot keep the headers
 endif()

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <functional>
+
+#include "platform/linux/GLibHandles.h"
+
+namespace glintmark::platform {
+
+/// Runs the default main context until `condition` holds; false when it does not within `limit`,
+/// which only a failing test waits for.
+inline bool waitUntil(const std::function<bool()>& condition,
+                      std::chrono::seconds limit = std::chrono::seconds(20)) {
+    // Conditions outside the context (another process, a file) are looked at every few
+    // milliseconds.
+    const GSourceId tick(g_timeout_add(
+        2, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr));
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    return true;
+}
+
+/// Runs what is ready now, without waiting.
+inline void runPending() {
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+    }
+}
+
+}  // namespace glintmark::platform
