@@ -1,0 +1,109 @@
+#include "tests/doubles/FakeFileManager.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace glintmark::doubles {
+
+namespace {
+
+/// The root is the empty path here.
+std::string withoutTrailingSlashes(const std::string& path) {
+    const auto last = path.find_last_not_of('/');
+    return path.substr(0, last == std::string::npos ? 0 : last + 1);
+}
+
+std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+}  // namespace
+
+FakeFileManager::FakeFileManager() {
+    nodes_[""].isDirectory = true;
+    setHome("/home/kim");
+}
+
+bool FakeFileManager::contentsOfDirectory(const std::string& directory,
+                                          const std::function<void(std::string_view)>& visit) {
+    listings_.push_back(directory);
+    if (onListing) {
+        onListing(directory);
+    }
+    const auto path = withoutTrailingSlashes(directory);
+    const auto node = nodes_.find(path);
+    if (directory.empty() || node == nodes_.end() || !node->second.isDirectory ||
+        !node->second.isReadable) {
+        return false;
+    }
+    const auto names = node->second.names;
+    for (const auto& name : names) {
+        if (vanishing_.erase(path + "/" + name) > 0) {
+            remove(path + "/" + name);
+        }
+    }
+    for (const auto& name : names) {
+        visit(name);
+    }
+    return true;
+}
+
+bool FakeFileManager::fileExists(const std::string& path) {
+    existenceTests_.push_back(path);
+    return nodes_.contains(withoutTrailingSlashes(path));
+}
+
+std::optional<std::string> FakeFileManager::contents(const std::string& path, std::size_t limit) {
+    const auto node = nodes_.find(path);
+    if (node == nodes_.end() || node->second.isDirectory || !node->second.isReadable) {
+        return std::nullopt;
+    }
+    return node->second.bytes.substr(0, limit);
+}
+
+void FakeFileManager::setHome(const std::string& path) {
+    home_ = path;
+    createDirectory(path);
+}
+
+void FakeFileManager::create(const std::string& path, std::string bytes) {
+    enter(path, false).bytes = std::move(bytes);
+}
+
+void FakeFileManager::createDirectory(const std::string& path) { enter(path, true); }
+
+void FakeFileManager::remove(const std::string& path) {
+    std::erase_if(nodes_, [&](const auto& node) {
+        return node.first == path || node.first.starts_with(path + "/");
+    });
+    const auto parent = nodes_.find(parentOf(path));
+    if (parent != nodes_.end()) {
+        std::erase(parent->second.names, nameOf(path));
+    }
+}
+
+void FakeFileManager::rename(const std::string& from, const std::string& to) {
+    auto bytes = nodes_.at(from).bytes;
+    remove(from);
+    create(to, std::move(bytes));
+}
+
+void FakeFileManager::makeUnreadable(const std::string& path) {
+    nodes_.at(path).isReadable = false;
+}
+
+std::size_t FakeFileManager::listings(const std::string& directory) const {
+    const auto path = withoutTrailingSlashes(directory);
+    return static_cast<std::size_t>(std::count_if(
+        listings_.begin(), listings_.end(),
+        [&](const std::string& listed) { return withoutTrailingSlashes(listed) == path; }));
+}
+
+FakeFileManager::Node& FakeFileManager::enter(const std::string& path, bool isDirectory) {
+    if (!nodes_.contains(path)) {
+        enter(parentOf(path), true).names.push_back(nameOf(path));
+        nodes_[path].isDirectory = isDirectory;
+    }
+    return nodes_.at(path);
+}
+
+}  // namespace glintmark::doubles

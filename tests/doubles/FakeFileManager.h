@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/FileManager.h"
+
+namespace glintmark::doubles {
+
+/// A folder tree in memory that counts how often each folder was listed. Names are listed in the
+/// order in which they were made.
+class FakeFileManager final : public platform::FileManager {
+public:
+    FakeFileManager();
+
+    std::string homeDirectoryForCurrentUser() override { return home_; }
+    bool contentsOfDirectory(const std::string& directory,
+                             const std::function<void(std::string_view)>& visit) override;
+    bool fileExists(const std::string& path) override;
+    std::optional<std::string> contents(const std::string& path, std::size_t limit) override;
+
+    void setHome(const std::string& path);  ///< "/home/kim" otherwise.
+
+    /// Makes a file or a folder, and the folders on the way to it.
+    void create(const std::string& path, std::string bytes = "");
+    void createDirectory(const std::string& path);
+    void remove(const std::string& path);                         ///< With everything below it.
+    void rename(const std::string& from, const std::string& to);  ///< Of a file.
+
+    void makeUnreadable(const std::string& path);  ///< A file or a folder.
+
+    /// The file is gone as soon as its folder has been listed the next time.
+    void vanishOnceListed(const std::string& path) { vanishing_.insert(path); }
+
+    std::size_t listings(const std::string& directory) const;
+    std::vector<std::string> allListings() const { return listings_; }  ///< As asked for.
+    void forgetListings() { listings_.clear(); }
+
+    /// Paths whose existence was asked for, in order.
+    const std::vector<std::string>& existenceTests() const { return existenceTests_; }
+
+    /// Called at the beginning of each listing.
+    std::function<void(const std::string& directory)> onListing;
+
+private:
+    struct Node {
+        bool isDirectory = false;
+        bool isReadable = true;
+        std::string bytes;
+        std::vector<std::string> names;  // of a directory's entries
+    };
+
+    Node& enter(const std::string& path, bool isDirectory);
+
+    std::string home_;
+    std::map<std::string, Node> nodes_;  // by path without a trailing slash
+    std::set<std::string> vanishing_;
+    std::vector<std::string> listings_;
+    std::vector<std::string> existenceTests_;
+};
+
+}  // namespace glintmark::doubles

@@ -1,0 +1,58 @@
+#include "tests/doubles/FakeImageDecoder.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <sstream>
+#include <vector>
+
+namespace glintmark::doubles {
+
+namespace {
+
+platform::Image imageOf(int width, int height, bool isOpaque) {
+    const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
+                       platform::BitmapImageRep::bytesPerPixel;
+    std::vector<std::uint8_t> pixels(bytes, isOpaque ? 0xff : 0x00);
+    return platform::Image(platform::BitmapImageRep(width, height, !isOpaque, std::move(pixels)));
+}
+
+/// A number up to `end`. Absent when something else is there.
+std::optional<double> numberUpTo(std::istream& text, char end) {
+    std::string digits;
+    std::getline(text, digits, end);
+    std::size_t used = 0;
+    try {
+        const double number = std::stod(digits, &used);
+        return used == digits.size() ? std::optional(number) : std::nullopt;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<const platform::Image> FakeImageDecoder::decode(std::string data) {
+    ++decodes_;
+    constexpr std::string_view magic = "image ";
+    if (!data.starts_with(magic)) {
+        return nullptr;
+    }
+    std::istringstream text(data.substr(magic.size()));
+    const auto width = numberUpTo(text, 'x');
+    const auto height = numberUpTo(text, ' ');
+    std::string kind;
+    std::getline(text, kind);
+    if (!width || !height) {
+        return nullptr;
+    }
+    if (kind.empty()) {
+        return std::make_shared<const platform::Image>(platform::Size{*width, *height});
+    }
+    if (kind != "opaque" && kind != "transparent") {
+        return nullptr;
+    }
+    return std::make_shared<const platform::Image>(
+        imageOf(static_cast<int>(*width), static_cast<int>(*height), kind == "opaque"));
+}
+
+}  // namespace glintmark::doubles

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "platform/Image.h"
+
+namespace glintmark::doubles {
+
+/// Decodes images that are written as text: "image 57x60 opaque" and "image 57x60 transparent"
+/// have a bitmap, all opaque without an alpha channel or all transparent with one; "image 63.5x10"
+/// has a size alone. Anything else is no image.
+class FakeImageDecoder final : public platform::ImageDecoder {
+public:
+    std::shared_ptr<const platform::Image> decode(std::string data) override;
+
+    int decodes() const { return decodes_; }
+
+private:
+    std::atomic<int> decodes_ = 0;
+};
+
+}  // namespace glintmark::doubles

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Log.h"
+
+namespace glintmark::doubles {
+
+/// Keeps what was logged. Any thread.
+class FakeLog final : public platform::Log {
+public:
+    void write(std::string_view message) override;
+    void debug(std::string_view message) override;
+
+    std::vector<std::string> lines() const;       ///< Expanded, as a sink gets them.
+    std::vector<std::string> messages() const;    ///< As they were handed over.
+    std::vector<std::string> debugLines() const;  ///< The platform's own.
+    void forget();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> messages_;
+    std::vector<std::string> debugLines_;
+};
+
+}  // namespace glintmark::doubles

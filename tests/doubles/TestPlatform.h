@@ -1,0 +1,61 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "platform/Configuration.h"
+#include "platform/Platform.h"
+#include "tests/doubles/FakeDesktop.h"
+#include "tests/doubles/FakeEventStream.h"
+#include "tests/doubles/FakeFileManager.h"
+#include "tests/doubles/FakeImageDecoder.h"
+#include "tests/doubles/FakeLog.h"
+#include "tests/doubles/FakeStatusBar.h"
+#include "tests/doubles/FakeURLSession.h"
+#include "tests/doubles/FakeUserDefaults.h"
+#include "tests/doubles/FakeUserNotificationCenter.h"
+#include "tests/doubles/VirtualQueues.h"
+
+namespace glintmark::doubles {
+
+/// Every service's fake, put in force for the lifetime of this object.
+struct TestPlatform {
+    VirtualQueues queues;
+    FakeApplication application;
+    FakeBundle bundle;
+    platform::Configuration configuration{"https://icons.example", "https://product.example/"};
+    FakeEventStreamFactory eventStreams;
+    FakeFileManager files;
+    FakeImageDecoder imageDecoder;
+    FakeLog log;
+    FakeOpenPanel openPanel;
+    FakeStatusBar statusBar;
+    FakeURLSession urlSession{queues};
+    FakeUserDefaults userDefaults;
+    FakeUserNotificationCenter notifications{queues};
+    FakeWorkspace workspace;
+
+    platform::Services services{application,  bundle,        configuration, queues,
+                                eventStreams, files,         imageDecoder,  log,
+                                openPanel,    statusBar,     queues,        urlSession,
+                                userDefaults, notifications, workspace};
+    platform::ServicesScope scope{services};
+};
+
+/// A fixture with the fakes in force. A test ends with nothing left to run: what is due runs at its
+/// end; work that waits for a later time, or a timer that is still valid, fails it. A fixture that
+/// owns objects with work releases them in its own `TearDown()` before it calls this one.
+class PlatformTest : public testing::Test {
+protected:
+    void TearDown() override;
+
+    TestPlatform& platform() { return platform_; }
+    VirtualQueues& queues() { return platform_.queues; }
+    FakeFileManager& files() { return platform_.files; }
+    FakeLog& log() { return platform_.log; }
+    FakeURLSession& session() { return platform_.urlSession; }
+
+private:
+    TestPlatform platform_;
+};
+
+}  // namespace glintmark::doubles
