@@ -18,20 +18,27 @@ public:
     /// `pixels` must hold width * height * 4 bytes; anything else is a programming error.
     BitmapImageRep(int width, int height, bool hasAlpha, std::vector<std::uint8_t> pixels);
 
+    /// The same over memory that lives as long as `owner`: pixels that are too many to copy.
+    BitmapImageRep(int width, int height, bool hasAlpha, std::shared_ptr<const void> owner,
+                   std::span<const std::uint8_t> pixels);
+
     int pixelsWide() const { return width_; }
     int pixelsHigh() const { return height_; }
     bool hasAlpha() const { return hasAlpha_; }  ///< Whether there is an alpha channel at all.
-    std::span<const std::uint8_t> pixels() const { return *pixels_; }
+    std::span<const std::uint8_t> pixels() const { return pixels_; }
 
     /// Opacity from 0.0 to 1.0 of the pixel in column `x` and row `y`, rows counted from the top.
     /// Absent outside the bitmap.
     std::optional<double> alphaAt(int x, int y) const;
 
 private:
+    void requirePixelsToFillTheSize() const;
+
     int width_;
     int height_;
     bool hasAlpha_;
-    std::shared_ptr<const std::vector<std::uint8_t>> pixels_;
+    std::shared_ptr<const void> owner_;
+    std::span<const std::uint8_t> pixels_;
 };
 
 }  // namespace glintmark::platform
