@@ -1,0 +1,103 @@
+#include "tests/Vectors.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string_view>
+
+namespace glintmark::test {
+namespace {
+
+constexpr auto* folderVariable = "GLINTMARK_VECTORS";
+
+std::string fileName(const std::string& name) {
+    if (const char* folder = std::getenv(folderVariable)) {  // NOLINT(concurrency-mt-unsafe)
+        return std::string(folder) + "/" + name + ".json";
+    }
+    const std::string checkout = GLINTMARK_SOURCE_DIR;
+    const bool isReal = name.ends_with("_real");
+    return checkout + (isReal ? "/../shared/vectors/" : "/tests/data/vectors/") + name + ".json";
+}
+
+/// A file that must be there: anything else would turn the tests that read it into nothing.
+bool isCommitted(const std::string& name) {
+    return std::getenv(folderVariable) == nullptr &&  // NOLINT(concurrency-mt-unsafe)
+           !name.ends_with("_real");
+}
+
+std::string decodedBase64(std::string_view text) {
+    constexpr std::string_view alphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string bytes;
+    std::uint32_t bits = 0;
+    unsigned bitCount = 0;
+    for (const char c : text.substr(0, text.find('='))) {
+        bits = bits << 6U | static_cast<std::uint32_t>(alphabet.find(c));
+        bitCount += 6;
+        if (bitCount >= 8) {
+            bitCount -= 8;
+            bytes += static_cast<char>(bits >> bitCount & 0xFFU);
+        }
+    }
+    return bytes;
+}
+
+}  // namespace
+
+struct VectorObject::Value {
+    nlohmann::json json;
+};
+
+VectorObject::VectorObject(std::shared_ptr<const Value> value) : value_(std::move(value)) {}
+
+bool VectorObject::has(const std::string& key) const { return value_->json.contains(key); }
+
+std::optional<std::string> VectorObject::text(const std::string& key) const {
+    const auto& value = value_->json.at(key);
+    return value.is_null() ? std::nullopt : std::optional(value.get<std::string>());
+}
+
+std::optional<VectorObject> VectorObject::object(const std::string& key) const {
+    const auto& value = value_->json.at(key);
+    if (value.is_null()) {
+        return std::nullopt;
+    }
+    return VectorObject(std::make_shared<Value>(Value{value}));
+}
+
+std::string VectorObject::bytes(const std::string& key) const {
+    return decodedBase64(value_->json.at(key).get_ref<const std::string&>());
+}
+
+bool VectorObject::boolean(const std::string& key) const { return value_->json.at(key); }
+
+std::int64_t VectorObject::integer(const std::string& key) const { return value_->json.at(key); }
+
+std::vector<VectorObject> VectorObject::list(const std::string& key) const {
+    std::vector<VectorObject> objects;
+    for (const auto& value : value_->json.at(key)) {
+        objects.emplace_back(std::make_shared<Value>(Value{value}));
+    }
+    return objects;
+}
+
+std::vector<VectorCase> loadVectors(const std::string& name) {
+    std::ifstream file(fileName(name));
+    if (!file) {
+        if (isCommitted(name)) {
+            throw std::runtime_error("Cannot read " + fileName(name));
+        }
+        return {};
+    }
+    const VectorObject root(
+        std::make_shared<VectorObject::Value>(VectorObject::Value{nlohmann::json::parse(file)}));
+    std::vector<VectorCase> cases;
+    for (const auto& object : root.list("cases")) {
+        cases.emplace_back(object);
+    }
+    return cases;
+}
+
+}  // namespace glintmark::test
