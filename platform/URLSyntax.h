@@ -1,0 +1,47 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// The five components of a URI reference (RFC 3986, section 3), as written and still escaped.
+struct URLParts {
+    std::optional<std::string_view> scheme;
+    std::optional<std::string_view> authority;
+    std::string_view path;
+    std::optional<std::string_view> query;
+    std::optional<std::string_view> fragment;
+};
+
+/// Takes `text` apart and checks each component against the grammar of RFC 3986, section 4.1.
+/// Absent when one does not follow it. The views point into `text`. Linear, without recursion.
+std::optional<URLParts> splitURL(std::string_view text);
+
+/// The host within a well-formed authority, as written, brackets included.
+std::string_view hostOfAuthority(std::string_view authority);
+
+/// Puts components together (RFC 3986, section 5.3), in such a way that taking the result apart
+/// gives the same components again.
+std::string joinURL(const URLParts& parts);
+
+/// scheme (RFC 3986, section 3.1).
+bool isURLScheme(std::string_view text);
+
+/// IPv6address (RFC 3986, section 3.2.2), without brackets.
+bool isIPv6Address(std::string_view text);
+
+/// IP-literal (RFC 3986, section 3.2.2), with brackets.
+bool isIPLiteral(std::string_view text);
+
+/// `bytes` with every byte escaped that may not stand as it is in a path; ";" is escaped, too.
+std::string escapedAsPath(std::string_view bytes);
+
+/// `bytes` with every byte escaped that may not stand as it is in a registered name.
+std::string escapedAsHost(std::string_view bytes);
+
+/// `text` with its escapes undone. The escapes must be well-formed.
+std::string unescaped(std::string_view text);
+
+}  // namespace glintmark::platform
