@@ -1,0 +1,17 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// Whether `bytes` are well-formed UTF-8 (RFC 3629).
+bool isUTF8(std::string_view bytes);
+
+/// `bytes` in the encoding of that name (as in the registry of character sets, any case; UTF-16 and
+/// UTF-32 with "LE" or "BE"), as UTF-8. Absent when the encoding is unknown or `bytes` are
+/// ill-formed in it.
+std::optional<std::string> decodedText(std::string_view bytes, const std::string& encoding);
+
+}  // namespace glintmark::platform
