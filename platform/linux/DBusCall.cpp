@@ -35,4 +35,10 @@ bool isCancelled(const GError* error) {
     return error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
 }
 
+std::string errorText(const GError* error) {
+    const GErrorHandle copy(g_error_copy(error));
+    g_dbus_error_strip_remote_error(copy.get());
+    return copy->message;
+}
+
 }  // namespace glintmark::platform

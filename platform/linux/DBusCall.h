@@ -3,6 +3,7 @@
 #include <gio/gio.h>
 
 #include <functional>
+#include <string>
 
 namespace glintmark::platform {
 
@@ -24,5 +25,8 @@ void callDBus(GDBusConnection* connection, const DBusTarget& target, const char*
               GCancellable* cancellable, DBusReply reply);
 
 bool isCancelled(const GError* error);
+
+/// The error's text as the peer wrote it.
+std::string errorText(const GError* error);
 
 }  // namespace glintmark::platform
