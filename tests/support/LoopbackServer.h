@@ -1,0 +1,142 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace glintmark::test {
+
+class LoopbackChannel;
+class LoopbackTLS;
+
+/// The head of a request as it came.
+struct LoopbackRequest {
+    std::string method;
+    std::string target;  ///< As on the request line.
+    std::string version;
+    std::vector<std::pair<std::string, std::string>> headers;  ///< In order, names as sent.
+    int connection = 0;                                        ///< Counted from 0.
+
+    /// The first field of that name, in any letter case.
+    std::optional<std::string> header(std::string_view name) const;
+};
+
+/// One accepted connection in the hands of a handler, which runs on the connection's own thread.
+class LoopbackConnection {
+public:
+    explicit LoopbackConnection(std::unique_ptr<LoopbackChannel> channel);
+    ~LoopbackConnection();
+    LoopbackConnection(const LoopbackConnection&) = delete;
+    LoopbackConnection& operator=(const LoopbackConnection&) = delete;
+
+    /// Writes the bytes as they are. False once the client has gone.
+    bool send(std::string_view bytes);
+
+    /// A whole answer with its Content-Length.
+    bool answer(int status, std::string_view body,
+                const std::vector<std::pair<std::string, std::string>>& headers = {});
+
+    /// One part of a chunked body; the empty text ends the body.
+    bool sendChunk(std::string_view bytes);
+
+    /// Up to and with the first blank line; empty when the client has gone.
+    std::string receiveHead();
+
+    /// Exactly that many bytes; fewer when the client has gone.
+    std::string receive(std::size_t count);
+
+    /// Says nothing until the client hangs up or the server ends.
+    void holdUntilClosed();
+
+    void reset();  ///< Breaks the connection with a TCP reset once the handler has returned.
+    void close();  ///< Ends the connection in order.
+    bool isOpen() const { return open_; }
+
+    std::string negotiatedProtocol() const;  ///< By ALPN; empty without.
+
+private:
+    bool receiveMore();
+
+    std::unique_ptr<LoopbackChannel> channel_;
+    std::string unread_;
+    bool open_ = true;
+};
+
+/// An HTTP server for tests on 127.0.0.1 that does exactly what its handlers say, rule or no rule.
+/// A request of a target without a handler is answered with 404. A connection stays open for
+/// further requests until a handler or the client closes it.
+class LoopbackServer {
+public:
+    using Handler = std::function<void(const LoopbackRequest&, LoopbackConnection&)>;
+
+    struct Options {
+        std::string address = "127.0.0.1";  ///< Any address of 127.0.0.0/8.
+        bool encrypted = false;             ///< With a certificate for `address` of its own.
+        std::vector<std::string> protocols = {"http/1.1"};  ///< By ALPN, best first.
+
+        /// Takes the place of reading requests: speaks on each connection from its start.
+        std::function<void(LoopbackConnection&)> speaks = {};
+    };
+
+    LoopbackServer() : LoopbackServer(Options{}) {}
+    explicit LoopbackServer(Options options);
+    ~LoopbackServer();  ///< Breaks off all connections and waits for the handlers.
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    void on(const std::string& target, Handler handler);
+    void onAnythingElse(Handler handler);
+
+    std::uint16_t port() const { return port_; }
+    std::string url(const std::string& target) const;
+    std::string urlOf(const std::string& host, const std::string& target) const;
+
+    /// The server's certificate as a PEM file, for clients that are to trust it.
+    std::string certificateFile() const;
+
+    std::vector<LoopbackRequest> requests() const;
+    bool waitForRequests(std::size_t count) const;  ///< False when they do not come.
+    int acceptedConnections() const;
+    bool waitForOpenConnections(std::size_t count) const;  ///< Exactly that many.
+
+private:
+    void acceptConnections();
+    void serve(int socket, int number);
+    void handleRequests(LoopbackConnection& connection, int number);
+    Handler handlerFor(const std::string& target) const;
+
+    Options options_;
+    std::unique_ptr<LoopbackTLS> tls_;
+    int listener_ = -1;
+    std::uint16_t port_ = 0;
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    // Guarded by the mutex.
+    std::map<std::string, Handler> handlers_;
+    Handler otherwise_;
+    std::vector<LoopbackRequest> requests_;
+    std::vector<int> sockets_;  ///< Of open connections.
+    int accepted_ = 0;
+    bool ending_ = false;
+    std::vector<std::thread> connectionThreads_;
+
+    std::thread acceptThread_;
+};
+
+/// Handlers for the usual cases.
+LoopbackServer::Handler answering(int status, std::string body,
+                                  std::vector<std::pair<std::string, std::string>> headers = {});
+LoopbackServer::Handler redirectingTo(std::string location, int status = 302);
+
+}  // namespace glintmark::test
