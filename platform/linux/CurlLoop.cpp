@@ -1,0 +1,120 @@
+#include "platform/linux/CurlLoop.h"
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include "platform/linux/CurlURLSession.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
+
+}  // namespace
+
+CurlLoop::CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies)
+    : options_(options),
+      cookies_(cookies),
+      budget_(options.arrivingLimit),
+      queue_(options.placesPerHost, options.placesInAll),
+      multi_(curl_multi_init()) {
+    // Connections kept open for later count too; the oldest of them makes room for a new one.
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS,
+                      static_cast<long>(options.placesInAll));
+}
+
+CurlLoop::~CurlLoop() {
+    for (Running& running : running_) {
+        curl_multi_remove_handle(multi_.get(), running.handle);
+        running.transfer->interrupt();
+    }
+}
+
+void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) {
+    const std::string host = transfer->host();
+    queue_.push(host, std::move(transfer));
+}
+
+CurlLoop::Transfers CurlLoop::turn(bool mayBegin) {
+    Transfers ended;
+    int stillRunning = 0;
+    curl_multi_perform(multi_.get(), &stillRunning);
+    collectEnded(ended);
+    interruptOverdue(ended);
+    if (mayBegin) {
+        beginTransfers();
+    }
+    return ended;
+}
+
+void CurlLoop::beginTransfers() {
+    while (auto transfer = queue_.take()) {
+        // The new handle's timer is due at once, so that the next wait does not wait.
+        CURL* handle = (*transfer)->beginHop(cookies_, budget_);
+        curl_multi_add_handle(multi_.get(), handle);
+        running_.push_back({std::move(*transfer), handle});
+    }
+}
+
+void CurlLoop::collectEnded(Transfers& ended) {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
+        const CURLcode outcome = message->data.result;
+        CURL* handle = message->easy_handle;
+        CurlTransfer* ending = nullptr;
+        curl_easy_getinfo(handle, CURLINFO_PRIVATE, &ending);
+        curl_multi_remove_handle(multi_.get(), handle);
+
+        auto transfer = takeRunning(ending);
+        const bool leadsOn = transfer->endHop(outcome);
+        if (leadsOn) {
+            const std::string host = transfer->host();
+            queue_.pushFirst(host, std::move(transfer));
+        } else {
+            ended.push_back(std::move(transfer));
+        }
+    }
+}
+
+void CurlLoop::interruptOverdue(Transfers& ended) {
+    const auto now = options_.now();
+    for (std::size_t i = running_.size(); i-- > 0;) {
+        if (running_[i].transfer->deadline() <= now) {
+            curl_multi_remove_handle(multi_.get(), running_[i].handle);
+            auto transfer = takeRunning(running_[i].transfer.get());
+            transfer->interrupt();
+            ended.push_back(std::move(transfer));
+        }
+    }
+}
+
+std::unique_ptr<CurlTransfer> CurlLoop::takeRunning(const CurlTransfer* transfer) {
+    const auto found = std::find_if(running_.begin(), running_.end(), [&](const Running& running) {
+        return running.transfer.get() == transfer;
+    });
+    auto taken = std::move(found->transfer);
+    running_.erase(found);
+    queue_.release(taken->host());
+    return taken;
+}
+
+void CurlLoop::wait(TransferClock::Time latest) {
+    for (const Running& running : running_) {
+        latest = std::min(latest, running.transfer->deadline());
+    }
+    const auto now = options_.now();
+    if (latest <= now) {
+        return;
+    }
+    // Rounded up, or the last fraction of a millisecond would be spent spinning.
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+        std::min<std::chrono::nanoseconds>(latest - now, longestWait));
+    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(left.count()), nullptr);
+}
+
+void CurlLoop::wake() { curl_multi_wakeup(multi_.get()); }
+
+}  // namespace glintmark::platform

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/linux/BodyBudget.h"
+#include "platform/linux/CurlHandles.h"
+#include "platform/linux/CurlTransfer.h"
+#include "platform/linux/HostQueue.h"
+
+namespace glintmark::platform {
+
+class CurlCookies;
+struct CurlURLSessionOptions;
+
+/// The transfers that run and those that wait their turn, with the connections they share. For one
+/// thread, `wake` apart.
+class CurlLoop {
+public:
+    using Transfers = std::vector<std::unique_ptr<CurlTransfer>>;
+
+    CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies);
+    ~CurlLoop();  ///< Breaks off what runs.
+
+    CurlLoop(const CurlLoop&) = delete;
+    CurlLoop& operator=(const CurlLoop&) = delete;
+
+    void add(std::unique_ptr<CurlTransfer> transfer);
+
+    /// Does what can be done without waiting and returns the transfers that have ended. Waiting
+    /// ones begin only when `mayBegin`.
+    Transfers turn(bool mayBegin);
+
+    /// Waits until there is something to do, at most until `latest`.
+    void wait(TransferClock::Time latest);
+
+    void wake();  ///< Ends a `wait` that runs, or else the next one. Any thread.
+
+    bool idle() const { return queue_.empty(); }
+
+private:
+    void beginTransfers();
+    void collectEnded(Transfers& ended);
+    void interruptOverdue(Transfers& ended);
+    std::unique_ptr<CurlTransfer> takeRunning(const CurlTransfer* transfer);
+
+    const CurlURLSessionOptions& options_;
+    CurlCookies& cookies_;
+    BodyBudget<CurlTransfer> budget_;
+    HostQueue<std::unique_ptr<CurlTransfer>> queue_;
+    CurlMultiHandle multi_;
+
+    struct Running {
+        std::unique_ptr<CurlTransfer> transfer;
+        CURL* handle;
+    };
+    std::vector<Running> running_;
+};
+
+}  // namespace glintmark::platform
