@@ -1,0 +1,27 @@
+#include "tests/platform/linux/ProcessState.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace glintmark::platform {
+
+namespace fs = std::filesystem;
+
+std::size_t openDescriptors() {
+    const fs::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+std::size_t threadsNamed(const std::string& name) {
+    std::size_t count = 0;
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        std::ifstream file(task.path() / "comm");
+        std::string line;
+        count += std::getline(file, line) && line == name ? 1 : 0;
+    }
+    return count;
+}
+
+}  // namespace glintmark::platform
