@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// Reads the entries of open directories by getdents64(2), without an allocation per entry. One
+/// reader may read many directories, one after the other.
+class DirectoryReader {
+public:
+    struct Entry {
+        std::string_view name;  ///< Ends in a zero byte, which `size()` does not count.
+        unsigned char type;     ///< DT_DIR and so on; DT_UNKNOWN where the file system says none.
+    };
+
+    DirectoryReader();
+
+    /// Begins with the directory open at `descriptor`, which stays the caller's.
+    void begin(int descriptor);
+
+    /// The next entry but for "." and "..", valid until the next call. False at the end and when
+    /// reading fails.
+    bool next(Entry& entry);
+
+    bool failed() const { return failed_; }
+
+private:
+    bool fill();
+
+    std::unique_ptr<char[]> buffer_;
+    int descriptor_ = -1;
+    std::size_t position_ = 0;
+    std::size_t end_ = 0;
+    bool failed_ = false;
+};
+
+}  // namespace glintmark::platform

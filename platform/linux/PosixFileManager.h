@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/FileManager.h"
+
+namespace glintmark::platform {
+
+/// The file system by the system calls. The home directory is `$HOME` when that is absolute, else
+/// the password database's.
+class PosixFileManager : public FileManager {
+public:
+    std::string homeDirectoryForCurrentUser() override;
+    bool contentsOfDirectory(const std::string& directory,
+                             const std::function<void(std::string_view name)>& visit) override;
+    bool fileExists(const std::string& path) override;
+    std::optional<std::string> contents(const std::string& path, std::size_t limit) override;
+};
+
+}  // namespace glintmark::platform

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/FileManager.h"
+
+namespace glintmark::platform {
+
+/// A file manager under test with an empty folder to play in.
+class FileManagerSubject {
+public:
+    virtual ~FileManagerSubject() = default;
+
+    virtual FileManager& manager() = 0;
+    virtual std::string folder() = 0;
+    virtual void createFile(const std::string& path, const std::string& bytes) = 0;
+    virtual void createDirectory(const std::string& path) = 0;
+    virtual void remove(const std::string& path) = 0;
+};
+
+/// What every file manager does. Instantiated with a function that makes the subject.
+class FileManagerContract
+    : public testing::TestWithParam<std::unique_ptr<FileManagerSubject> (*)()> {
+protected:
+    FileManager& manager() { return subject_->manager(); }
+    FileManagerSubject& subject() { return *subject_; }
+    std::string path(const std::string& name) { return subject_->folder() + "/" + name; }
+
+    std::vector<std::string> names(const std::string& directory) {
+        std::vector<std::string> found;
+        EXPECT_TRUE(manager().contentsOfDirectory(
+            directory, [&](std::string_view name) { found.emplace_back(name); }));
+        return found;
+    }
+
+    bool canList(const std::string& directory) {
+        return manager().contentsOfDirectory(directory, [](std::string_view) {});
+    }
+
+private:
+    std::unique_ptr<FileManagerSubject> subject_ = GetParam()();
+};
+
+TEST_P(FileManagerContract, TheHomeDirectoryIsAbsoluteWithoutATrailingSlash) {
+    const auto home = manager().homeDirectoryForCurrentUser();
+    EXPECT_TRUE(home.starts_with('/'));
+    EXPECT_TRUE(home == "/" || !home.ends_with('/'));
+}
+
+TEST_P(FileManagerContract, ListsFilesAndDirectoriesAlike) {
+    subject().createFile(path("a.webloc"), "");
+    subject().createDirectory(path("b.webloc"));
+    subject().createFile(path("b.webloc/inner"), "");
+    subject().createFile(path(".hidden"), "");
+    EXPECT_THAT(names(subject().folder()),
+                testing::UnorderedElementsAre("a.webloc", "b.webloc", ".hidden"));
+}
+
+TEST_P(FileManagerContract, ListsAFolderWrittenWithATrailingSlash) {
+    subject().createFile(path("a"), "");
+    EXPECT_THAT(names(subject().folder() + "/"), testing::ElementsAre("a"));
+}
+
+TEST_P(FileManagerContract, AnEmptyFolderIsListed) {
+    EXPECT_THAT(names(subject().folder()), testing::IsEmpty());
+}
+
+TEST_P(FileManagerContract, WhatIsMissingOrNoDirectoryIsNotListed) {
+    subject().createFile(path("file"), "");
+    EXPECT_FALSE(canList(path("missing")));
+    EXPECT_FALSE(canList(path("file")));
+    EXPECT_FALSE(canList(""));
+}
+
+TEST_P(FileManagerContract, FilesAndDirectoriesExistUntilTheyAreRemoved) {
+    subject().createFile(path("file"), "");
+    subject().createDirectory(path("directory"));
+    EXPECT_TRUE(manager().fileExists(path("file")));
+    EXPECT_TRUE(manager().fileExists(path("directory")));
+    EXPECT_FALSE(manager().fileExists(path("missing")));
+    subject().remove(path("file"));
+    EXPECT_FALSE(manager().fileExists(path("file")));
+}
+
+TEST_P(FileManagerContract, ReadsAFileUpToTheLimit) {
+    const std::string bytes("a\0\xFFz", 4);
+    subject().createFile(path("file"), bytes);
+    EXPECT_EQ(manager().contents(path("file"), 100), bytes);
+    EXPECT_EQ(manager().contents(path("file"), 4), bytes);
+    EXPECT_EQ(manager().contents(path("file"), 2), bytes.substr(0, 2));
+    EXPECT_EQ(manager().contents(path("file"), 0), "");
+}
+
+TEST_P(FileManagerContract, AnEmptyFileHasEmptyContents) {
+    subject().createFile(path("file"), "");
+    EXPECT_EQ(manager().contents(path("file"), 100), "");
+}
+
+TEST_P(FileManagerContract, WhatIsMissingOrADirectoryHasNoContents) {
+    EXPECT_EQ(manager().contents(path("missing"), 100), std::nullopt);
+    EXPECT_EQ(manager().contents(subject().folder(), 100), std::nullopt);
+}
+
+}  // namespace glintmark::platform
