@@ -1,0 +1,73 @@
+#include "platform/JSON.h"
+#include "tests/doubles/FakeFileManager.h"
+#include "tests/doubles/FakeUserDefaults.h"
+#include "tests/doubles/VirtualQueues.h"
+#include "tests/platform/DispatchQueueContract.h"
+#include "tests/platform/FileManagerContract.h"
+#include "tests/platform/UserDefaultsContract.h"
+
+namespace glintmark::platform {
+namespace {
+
+class FakeFileManagerSubject : public FileManagerSubject {
+public:
+    FakeFileManagerSubject() { manager_.createDirectory("/folder"); }
+
+    FileManager& manager() override { return manager_; }
+    std::string folder() override { return "/folder"; }
+    void createFile(const std::string& path, const std::string& bytes) override {
+        manager_.create(path, bytes);
+    }
+    void createDirectory(const std::string& path) override { manager_.createDirectory(path); }
+    void remove(const std::string& path) override { manager_.remove(path); }
+
+private:
+    doubles::FakeFileManager manager_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Fake, FileManagerContract,
+                         testing::Values(+[]() -> std::unique_ptr<FileManagerSubject> {
+                             return std::make_unique<FakeFileManagerSubject>();
+                         }));
+
+class FakeUserDefaultsSubject : public UserDefaultsSubject {
+public:
+    UserDefaults& defaults() override { return defaults_; }
+    void store(const std::string& json) override {
+        const auto stored = JSON::parse(json);
+        for (const auto& [key, value] : *stored->object()) {
+            defaults_.store(key, value);
+        }
+    }
+
+private:
+    doubles::FakeUserDefaults defaults_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Fake, UserDefaultsContract,
+                         testing::Values(+[]() -> std::unique_ptr<UserDefaultsSubject> {
+                             return std::make_unique<FakeUserDefaultsSubject>();
+                         }));
+
+class VirtualQueueSubject : public DispatchQueueSubject {
+public:
+    DispatchQueue& queue() override { return *queue_; }
+    void destroyQueue() override { queue_.reset(); }
+    std::chrono::nanoseconds now() override { return queues_.now(); }
+    bool runUntil(const std::function<bool()>& condition) override {
+        queues_.runUntilIdle();
+        return condition();
+    }
+
+private:
+    doubles::VirtualQueues queues_;
+    std::unique_ptr<DispatchQueue> queue_ = queues_.makeSerial("contract");
+};
+
+INSTANTIATE_TEST_SUITE_P(Virtual, DispatchQueueContract,
+                         testing::Values(+[]() -> std::unique_ptr<DispatchQueueSubject> {
+                             return std::make_unique<VirtualQueueSubject>();
+                         }));
+
+}  // namespace
+}  // namespace glintmark::platform
