@@ -1,0 +1,27 @@
+#include "platform/TextCase.h"
+
+#include <gtest/gtest.h>
+
+namespace glintmark::platform {
+namespace {
+
+TEST(TextCaseTest, LettersBecomeLowerCaseAndTheRestStays) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},
+        {"MASKABLE any 12", "maskable any 12"},
+        {"ÀÉÎ ЖЩ Σ", "àéî жщ σ"},
+        {"mas\u212Aable", "maskable"},  // the Kelvin sign
+        {"\u0130", "i\u0307"},          // in no language's own way
+        {"ß アイコン", "ß アイコン"},
+    };
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(lowercased(text), expected);
+    }
+}
+
+TEST(TextCaseTest, AZeroByteIsACharacterLikeOthers) {
+    EXPECT_EQ(lowercased(std::string_view("A\0B", 3)), std::string_view("a\0b", 3));
+}
+
+}  // namespace
+}  // namespace glintmark::platform
