@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <utility>
 
 namespace glintmark::platform {
@@ -46,6 +47,30 @@ private:
     UText text_ = UTEXT_INITIALIZER;
 };
 
+/// The pattern with "[\\s]" for every "\\s" outside brackets, and the like, which means the same.
+/// But a bracketed set the engine repeats in place, while of a bare one it remembers each
+/// repetition and so gives up on a run of some 300,000 blanks.
+std::string withBracketedSets(std::string_view pattern) {
+    constexpr std::string_view setLetters = "sSdDwW";
+    std::string result;
+    int depth = 0;
+    for (std::size_t i = 0; i < pattern.size();) {
+        const std::string_view item = pattern.substr(i, pattern[i] == '\\' ? 2 : 1);
+        i += item.size();
+        if (depth == 0 && item.size() == 2 && setLetters.find(item[1]) != std::string_view::npos) {
+            result.append("[").append(item).append("]");
+            continue;
+        }
+        result += item;
+        if (item == "[") {
+            ++depth;
+        } else if (item == "]" && depth > 0) {
+            --depth;
+        }
+    }
+    return result;
+}
+
 Matcher openMatcher(std::string_view pattern, RegularExpression::Options options) {
     std::uint32_t flags = 0;
     if (options.caseInsensitive) {
@@ -54,7 +79,8 @@ Matcher openMatcher(std::string_view pattern, RegularExpression::Options options
     if (options.dotMatchesLineSeparators) {
         flags |= UREGEX_DOTALL;
     }
-    Text text(pattern);
+    const std::string bracketed = withBracketedSets(pattern);
+    Text text(bracketed);
     UErrorCode status = U_ZERO_ERROR;
     Matcher matcher(uregex_openUText(text.get(), flags, nullptr, &status));
     return U_SUCCESS(status) ? std::move(matcher) : nullptr;

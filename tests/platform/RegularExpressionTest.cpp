@@ -102,6 +102,22 @@ TEST(RegularExpressionTest, GivesUpOnATextThatNeedsTooMuchMemory) {
     EXPECT_THAT(expression.matches(std::string(2'000'000, 'a') + "c"), IsEmpty());
 }
 
+TEST(RegularExpressionTest, RunsOfAnyLengthOfASetMatch) {
+    const std::string blanks(3'000'000, ' ');
+    const std::string digits(3'000'000, '7');
+    EXPECT_TRUE(compiled(R"(<link\s+[^>]*>)").firstMatch("<link" + blanks + ">"));
+    EXPECT_TRUE(compiled(R"(rel\s*=)").firstMatch("rel" + blanks + "="));
+    EXPECT_TRUE(compiled(R"((?:shortcut\s+)?icon")").firstMatch("shortcut" + blanks + "icon\""));
+    EXPECT_TRUE(compiled(R"(\d+x[\d]+y)").firstMatch(digits + "x" + digits + "y"));
+    EXPECT_TRUE(compiled(R"(<\w+ \S+>)").firstMatch("<" + digits + " " + digits + ">"));
+}
+
+TEST(RegularExpressionTest, SetsMeanTheSameInsideAndOutsideBrackets) {
+    EXPECT_THAT(textsOf(compiled(R"(\\s\s[^\s\]]\])"), R"(\s a] \s b\s ]])"),
+                ElementsAre(R"(\s a])"));
+    EXPECT_THAT(textsOf(compiled(R"([[\d]-[5]]\D)"), "5a6b77"), ElementsAre("6b"));
+}
+
 TEST(RegularExpressionTest, SearchesLongTexts) {
     constexpr std::size_t count = 30'000;
     std::string text;
