@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,10 +54,11 @@ public:
     /// The images of the page's first six icon links, in the order of arrival.
     static void fetchAllFromHTML(const platform::URL& url, CandidatesCompletion completion);
 
-    /// The icon links in `html` (UTF-8): plain icons first, larger declared sizes first.
-    /// Takes time in proportion to the length of `html`.
-    static std::vector<IconEntry> extractIconURLs(std::string_view html,
-                                                  const platform::URL& baseURL);
+    /// The icon links in `html` (UTF-8), the first `limit` of them: plain icons first, then larger
+    /// declared sizes, then as in the page. Takes time in proportion to the length of `html`.
+    static std::vector<IconEntry> extractIconURLs(
+        std::string_view html, const platform::URL& baseURL,
+        std::size_t limit = std::numeric_limits<std::size_t>::max());
 
     /// The absolute URL for an address as a page or manifest writes it; absent when it gives none.
     static std::optional<platform::URL> resolveURL(std::string_view address,
@@ -96,8 +99,17 @@ private:
     /// A request for a page or an image: what a desktop browser would send.
     static platform::URLRequest browserRequest(const platform::URL& url);
 
+    /// Whether there is a body and the status is exactly 200, so neither 203 nor 206.
+    static bool isOK(const platform::URLResult& result);
+
     /// `path` at the root of the page's site, without the page's port; absent when it forms no URL.
     static std::optional<platform::URL> siteURL(const platform::URL& page, std::string path);
+
+    /// Tries the paths of their list from `index` on, one after the other.
+    static void tryNextManifest(const platform::URL& url, std::size_t index,
+                                ImageCompletion completion);
+    static void tryNextAppleTouchIcon(const platform::URL& url, std::size_t index,
+                                      ImageCompletion completion);
 };
 
 }  // namespace glintmark

@@ -1,0 +1,110 @@
+#include "favicon/FaviconFetcher.h"
+
+#include <utility>
+
+#include "favicon/CandidateList.h"
+#include "platform/DispatchGroup.h"
+#include "platform/DispatchQueue.h"
+#include "platform/Geometry.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+
+namespace glintmark {
+
+using platform::Image;
+using platform::services;
+using platform::truncatedToInt;
+using platform::URL;
+
+namespace {
+
+constexpr int faviconServiceSize = 256;  // Pixels.
+
+void logChoice(const IconCandidate& best) {
+    const platform::Size size = best.image->size();
+    services().log.write("Glintmark: 採用 → " + std::string(caseName(best.source)) + " (" +
+                         std::to_string(truncatedToInt(size.width)) + "x" +
+                         std::to_string(truncatedToInt(size.height)) +
+                         ", 透明: " + (best.hasTransparency ? "true" : "false") + ")");
+}
+
+/// The candidate of highest score among those that `qualifies` accepts, the earliest of equals;
+/// null when it accepts none.
+template <typename Predicate>
+const IconCandidate* highestScore(const std::vector<IconCandidate>& candidates,
+                                  Predicate qualifies) {
+    const IconCandidate* best = nullptr;
+    for (const IconCandidate& candidate : candidates) {
+        if (qualifies(candidate) && (best == nullptr || candidate.score() > best->score())) {
+            best = &candidate;
+        }
+    }
+    return best;
+}
+
+}  // namespace
+
+void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) {
+    const auto url = URL::parse(link);
+    if (!url || !url->host()) {
+        completion(nullptr);
+        return;
+    }
+    collectCandidates(
+        *url, *url->host(),
+        [completion = std::move(completion)](const std::vector<IconCandidate>& candidates) {
+            const auto best = pickBest(candidates);
+            if (best) {
+                logChoice(*best);
+            }
+            completion(best ? best->image : nullptr);
+        });
+}
+
+void FaviconFetcher::collectCandidates(const URL& url, const std::string& host,
+                                       CandidatesCompletion completion) {
+    const platform::DispatchGroup group;
+    const auto found = std::make_shared<CandidateList>();
+
+    // Entered before the path starts, since a path may complete before it returns.
+    const auto enterPath = [&](IconSource source) -> ImageCompletion {
+        group.enter();
+        return [group, found, source](std::shared_ptr<const Image> image) {
+            if (image) {
+                found->addCandidate(IconCandidate(std::move(image), source));
+            }
+            group.leave();
+        };
+    };
+
+    group.enter();
+    fetchAllFromHTML(url, [group, found](std::vector<IconCandidate> candidates) {
+        for (IconCandidate& candidate : candidates) {
+            found->addCandidate(std::move(candidate));
+        }
+        group.leave();
+    });
+    fetchAppleTouchIcon(url, enterPath(IconSource::appleTouchIcon));
+    fetchFromManifest(url, enterPath(IconSource::manifest));
+    fetchFromGoogleAPI(host, faviconServiceSize, enterPath(IconSource::googleAPI));
+    fetchDirectFavicon(url, enterPath(IconSource::faviconICO));
+
+    group.notify(services().dispatchQueues.global(platform::QualityOfService::userInitiated),
+                 [found, completion = std::move(completion)] { completion(found->take()); });
+}
+
+std::optional<IconCandidate> FaviconFetcher::pickBest(
+    const std::vector<IconCandidate>& candidates) {
+    const auto* best = highestScore(candidates, [](const IconCandidate& candidate) {
+        return candidate.image->size().width >= preferredMinSize;
+    });
+    if (best == nullptr) {
+        best = highestScore(candidates, [](const IconCandidate&) { return true; });
+    }
+    if (best == nullptr) {
+        return std::nullopt;
+    }
+    return *best;
+}
+
+}  // namespace glintmark

@@ -1,0 +1,137 @@
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <utility>
+
+#include "favicon/FaviconFetcher.h"
+#include "favicon/IconAddress.h"
+#include "platform/JSON.h"
+#include "platform/Platform.h"
+#include "platform/TextCase.h"
+
+namespace glintmark {
+
+using platform::JSON;
+using platform::services;
+using platform::URL;
+
+namespace {
+
+constexpr std::array manifestPaths{"/manifest.json", "/site.webmanifest", "/manifest.webmanifest"};
+constexpr std::chrono::seconds manifestTimeout{5};
+
+constexpr std::int64_t defaultSize = 64;  // Pixels.
+
+/// The member as a string; null when it is missing or of another type.
+const std::string* stringMember(const JSON& object, std::string_view key) {
+    const JSON* const member = object.member(key);
+    return member != nullptr ? member->string() : nullptr;
+}
+
+/// The "icons" of a manifest; null when they are no array, or one of objects and other things.
+const JSON::Array* iconObjects(const JSON& manifest) {
+    const JSON* const icons = manifest.member("icons");
+    const JSON::Array* const array = icons != nullptr ? icons->array() : nullptr;
+    if (array == nullptr || !std::ranges::all_of(*array, &JSON::object)) {
+        return nullptr;
+    }
+    return array;
+}
+
+bool contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+/// Whether the icon is meant to be cut to a shape, and for nothing else.
+bool isMaskableOnly(const JSON& icon) {
+    const std::string* const purpose = stringMember(icon, "purpose");
+    if (purpose == nullptr) {
+        return false;
+    }
+    const std::string lowercased = platform::lowercased(*purpose);
+    return contains(lowercased, "maskable") && !contains(lowercased, "any");
+}
+
+bool isSVG(const JSON& icon, std::string_view address) {
+    const std::string* const type = stringMember(icon, "type");
+    return (type != nullptr && contains(*type, "svg")) || endsWithSVG(address);
+}
+
+/// The first width in "sizes": what stands before the first "x", empty pieces not counted.
+std::int64_t sizeOf(const JSON& icon) {
+    const std::string* const sizes = stringMember(icon, "sizes");
+    if (sizes == nullptr) {
+        return defaultSize;
+    }
+    std::string_view width = *sizes;
+    width.remove_prefix(std::min(width.find_first_not_of('x'), width.size()));
+    return decimalInteger(width.substr(0, width.find('x'))).value_or(defaultSize);
+}
+
+/// One icon of a manifest; absent when it cannot be used.
+std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const URL& pageURL) {
+    const std::string* const src = stringMember(icon, "src");
+    if (src == nullptr) {
+        return std::nullopt;
+    }
+    // Against the page and not against the manifest's own address; kept on purpose.
+    auto url = FaviconFetcher::resolveURL(*src, pageURL);
+    if (!url || isSVG(icon, *src) || isMaskableOnly(icon)) {
+        return std::nullopt;
+    }
+    return FaviconFetcher::ManifestIcon{std::move(*url), sizeOf(icon)};
+}
+
+}  // namespace
+
+void FaviconFetcher::fetchFromManifest(const URL& url, ImageCompletion completion) {
+    tryNextManifest(url, 0, std::move(completion));
+}
+
+void FaviconFetcher::tryNextManifest(const URL& url, std::size_t index,
+                                     ImageCompletion completion) {
+    if (index >= manifestPaths.size()) {
+        completion(nullptr);
+        return;
+    }
+    const auto manifestURL = siteURL(url, manifestPaths.at(index));
+    if (!manifestURL) {
+        tryNextManifest(url, index + 1, std::move(completion));
+        return;
+    }
+    // Unlike pages and images, manifests are asked for under the client's own name.
+    platform::URLRequest request(*manifestURL);
+    request.timeoutInterval = manifestTimeout;
+    services().urlSession.startDataTask(
+        std::move(request),
+        [url, index, completion = std::move(completion)](const platform::URLResult& result) {
+            std::optional<ManifestIcon> icon;
+            if (isOK(result)) {
+                icon = chooseManifestIcon(*result.body, url);
+            }
+            if (icon) {
+                downloadImage(icon->url, completion);
+            } else {
+                tryNextManifest(url, index + 1, completion);
+            }
+        });
+}
+
+std::optional<FaviconFetcher::ManifestIcon> FaviconFetcher::chooseManifestIcon(
+    std::string_view json, const URL& pageURL) {
+    const auto manifest = JSON::parse(json);
+    const JSON::Array* const icons = manifest ? iconObjects(*manifest) : nullptr;
+    if (icons == nullptr) {
+        return std::nullopt;
+    }
+    std::optional<ManifestIcon> best;
+    for (const JSON& object : *icons) {
+        auto icon = manifestIcon(object, pageURL);
+        if (icon && (!best || best->size < icon->size)) {
+            best = std::move(icon);
+        }
+    }
+    return best;
+}
+
+}  // namespace glintmark

@@ -1,0 +1,107 @@
+#include <array>
+#include <chrono>
+#include <utility>
+
+#include "favicon/FaviconFetcher.h"
+#include "platform/Configuration.h"
+#include "platform/Platform.h"
+#include "platform/URLComponents.h"
+
+namespace glintmark {
+
+using platform::Image;
+using platform::services;
+using platform::URL;
+
+namespace {
+
+constexpr std::chrono::seconds browserTimeout{10};
+constexpr const char* browserUserAgent =
+    "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 (KHTML, like Gecko) "
+    "Version/17.0 Safari/605.1.15";
+constexpr int statusOK = 200;
+
+constexpr std::array appleTouchIconPaths{"/apple-touch-icon.png",
+                                         "/apple-touch-icon-precomposed.png"};
+constexpr double minimumAppleTouchIconWidth = 64;  // Points.
+
+constexpr const char* defaultScheme = "https";
+
+}  // namespace
+
+platform::URLRequest FaviconFetcher::browserRequest(const URL& url) {
+    platform::URLRequest request(url);
+    request.timeoutInterval = browserTimeout;
+    request.setValue(browserUserAgent, "User-Agent");
+    return request;
+}
+
+bool FaviconFetcher::isOK(const platform::URLResult& result) {
+    return result.body && result.response && result.response->statusCode == statusOK;
+}
+
+std::optional<URL> FaviconFetcher::siteURL(const URL& page, std::string path) {
+    return platform::URLComponents{page.scheme().value_or(defaultScheme), page.host(),
+                                   std::move(path)}
+        .url();
+}
+
+void FaviconFetcher::downloadImage(const URL& url, ImageCompletion completion) {
+    services().urlSession.startDataTask(browserRequest(url), [completion = std::move(completion)](
+                                                                 platform::URLResult result) {
+        const bool hasImage = result.body && !result.body->empty() && result.response &&
+                              result.response->statusCode == statusOK;
+        completion(hasImage ? services().imageDecoder.decode(std::move(*result.body)) : nullptr);
+    });
+}
+
+void FaviconFetcher::fetchAppleTouchIcon(const URL& url, ImageCompletion completion) {
+    tryNextAppleTouchIcon(url, 0, std::move(completion));
+}
+
+void FaviconFetcher::tryNextAppleTouchIcon(const URL& url, std::size_t index,
+                                           ImageCompletion completion) {
+    if (index >= appleTouchIconPaths.size()) {
+        completion(nullptr);
+        return;
+    }
+    const auto iconURL = siteURL(url, appleTouchIconPaths.at(index));
+    if (!iconURL) {
+        tryNextAppleTouchIcon(url, index + 1, std::move(completion));
+        return;
+    }
+    downloadImage(*iconURL, [url, index, completion = std::move(completion)](
+                                std::shared_ptr<const Image> image) {
+        if (image && image->size().width >= minimumAppleTouchIconWidth) {
+            completion(std::move(image));
+        } else {
+            tryNextAppleTouchIcon(url, index + 1, completion);
+        }
+    });
+}
+
+void FaviconFetcher::fetchFromGoogleAPI(const std::string& host, int size,
+                                        ImageCompletion completion) {
+    const std::string& service = services().configuration.faviconServiceAddress;
+    // An empty address switches the service off.
+    const auto url =
+        service.empty()
+            ? std::nullopt
+            : URL::parse(service + "/s2/favicons?domain=" + host + "&sz=" + std::to_string(size));
+    if (!url) {
+        completion(nullptr);
+        return;
+    }
+    downloadImage(*url, std::move(completion));
+}
+
+void FaviconFetcher::fetchDirectFavicon(const URL& url, ImageCompletion completion) {
+    const auto iconURL = siteURL(url, "/favicon.ico");
+    if (!iconURL) {
+        completion(nullptr);
+        return;
+    }
+    downloadImage(*iconURL, std::move(completion));
+}
+
+}  // namespace glintmark

@@ -1,0 +1,50 @@
+#include "icon/IconApplier.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/BitmapImageRep.h"
+#include "platform/ImageScaling.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+#include "platform/Workspace.h"
+
+namespace glintmark {
+
+using platform::BitmapImageRep;
+using platform::Image;
+using platform::services;
+using platform::Size;
+
+namespace {
+
+constexpr Size iconSize{512, 512};
+
+BitmapImageRep transparentCanvas(int width, int height) {
+    const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    return {width, height, true, std::vector<std::uint8_t>(pixels * BitmapImageRep::bytesPerPixel)};
+}
+
+}  // namespace
+
+void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::string& path) {
+    const Image resized = resizeImage(*image, iconSize);
+    if (services().workspace.setIcon(resized, path)) {
+        services().log.write("Glintmark: アイコン適用成功 → " + path);
+    } else {
+        services().log.write("Glintmark: アイコン適用失敗 → " + path);
+    }
+}
+
+Image IconApplier::resizeImage(const Image& image, Size size) {
+    const int width = static_cast<int>(size.width);
+    const int height = static_cast<int>(size.height);
+    const auto bitmap = image.bitmap();
+    if (!bitmap || bitmap->pixelsWide() == 0 || bitmap->pixelsHigh() == 0) {
+        return Image(transparentCanvas(width, height));
+    }
+    return Image(platform::scaled(*bitmap, width, height));
+}
+
+}  // namespace glintmark

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "favicon/IconCandidate.h"
+#include "platform/BitmapImageRep.h"
+#include "platform/Image.h"
+
+namespace glintmark {
+
+/// A black picture, opaque at first, whose alpha is set pixel by pixel.
+class Picture {
+public:
+    Picture(int width, int height)
+        : width_(width),
+          height_(height),
+          pixels_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4) {
+        fill(255);
+    }
+
+    Picture& fill(std::uint8_t alpha) {
+        for (std::size_t i = 3; i < pixels_.size(); i += 4) {
+            pixels_[i] = alpha;
+        }
+        return *this;
+    }
+
+    Picture& set(int x, int y, std::uint8_t alpha) {
+        pixels_.at(static_cast<std::size_t>(y * width_ + x) * 4 + 3) = alpha;
+        return *this;
+    }
+
+    Picture& withoutAlpha() {
+        hasAlpha_ = false;
+        return *this;
+    }
+
+    platform::BitmapImageRep bitmap() const { return {width_, height_, hasAlpha_, pixels_}; }
+
+    std::shared_ptr<const platform::Image> image() const {
+        return std::make_shared<const platform::Image>(bitmap());
+    }
+
+private:
+    int width_;
+    int height_;
+    bool hasAlpha_ = true;
+    std::vector<std::uint8_t> pixels_;
+};
+
+/// A candidate whose image says that it is of `size`, whatever its pixels.
+inline IconCandidate candidateOfSize(platform::Size size, bool transparent, IconSource source) {
+    const Picture pixel = Picture(1, 1).fill(transparent ? 0 : 255);
+    return {std::make_shared<const platform::Image>(
+                size, [bitmap = pixel.bitmap()] { return std::optional(bitmap); }),
+            source};
+}
+
+}  // namespace glintmark
