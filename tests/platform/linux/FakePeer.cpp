@@ -87,6 +87,7 @@ std::string FakePeer::property(const std::string& name, const std::string& path,
 
 void FakePeer::die() {
     objects_.clear();
+    g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);  // what it has said is said
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 

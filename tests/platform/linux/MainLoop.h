@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <utility>
 
 #include "platform/linux/GLibHandles.h"
 
@@ -26,6 +27,30 @@ inline bool waitUntil(const std::function<bool()>& condition,
     }
     return true;
 }
+
+/// Runs `action` once from the main context, as soon as `condition` holds: what happens while the
+/// code under test runs a loop of its own.
+class DoWhen {
+public:
+    DoWhen(std::function<bool()> condition, std::function<void()> action)
+        : condition_(std::move(condition)), action_(std::move(action)) {
+        const auto look = [](gpointer data) -> gboolean {
+            auto* self = static_cast<DoWhen*>(data);
+            if (!self->condition_()) {
+                return G_SOURCE_CONTINUE;
+            }
+            self->source_.forget();
+            self->action_();
+            return G_SOURCE_REMOVE;
+        };
+        source_ = GSourceId(g_timeout_add(1, look, this));
+    }
+
+private:
+    std::function<bool()> condition_;
+    std::function<void()> action_;
+    GSourceId source_;
+};
 
 /// Runs what is ready now, without waiting.
 inline void runPending() {
