@@ -18,14 +18,14 @@ public:
     using Dictionary = std::map<std::string, PropertyList, std::less<>>;
 
     /// What is kept of a value that no one here reads: its kind.
-    enum class Other { boolean, number, date, data, uid };
+    enum class Other { null, boolean, number, date, data, uid };
 
-    /// Larger ones are refused.
-    static constexpr std::size_t maximumBytes = 16 * 1024 * 1024;
+    /// Larger ones are refused. A tree may take twenty times the room of its text.
+    static constexpr std::size_t maximumBytes = std::size_t{4} * 1024 * 1024;
 
     /// Reads the XML, the binary and the old text form, told apart by the bytes. Absent when they
-    /// are none of these or too large, nested too deeply, cyclic or swollen by entities; bounded
-    /// in time and memory.
+    /// are none of these or too large, nested too deeply, cyclic or swollen by entities or shared
+    /// objects; bounded in time and memory. Of equal keys the last counts.
     static std::optional<PropertyList> parse(std::string_view bytes);
 
     explicit PropertyList(std::string value) : value_(std::move(value)) {}
