@@ -35,13 +35,10 @@ bool FakeFileManager::contentsOfDirectory(const std::string& directory,
         !node->second.isReadable) {
         return false;
     }
-    const auto names = node->second.names;
-    for (const auto& name : names) {
-        if (vanishing_.erase(path + "/" + name) > 0) {
-            remove(path + "/" + name);
-        }
+    if (!vanishing_.empty()) {
+        return listWhileSomeVanish(path, visit);
     }
-    for (const auto& name : names) {
+    for (const auto& name : node->second.names) {
         visit(name);
     }
     return true;
@@ -96,6 +93,21 @@ std::size_t FakeFileManager::listings(const std::string& directory) const {
     return static_cast<std::size_t>(std::count_if(
         listings_.begin(), listings_.end(),
         [&](const std::string& listed) { return withoutTrailingSlashes(listed) == path; }));
+}
+
+bool FakeFileManager::listWhileSomeVanish(const std::string& path,
+                                          const std::function<void(std::string_view)>& visit) {
+    const auto names = nodes_.at(path).names;
+    for (const auto& name : names) {
+        const auto entry = platform::appendPathComponent(path, name);
+        if (vanishing_.erase(entry) > 0) {
+            remove(entry);
+        }
+    }
+    for (const auto& name : names) {
+        visit(name);
+    }
+    return true;
 }
 
 FakeFileManager::Node& FakeFileManager::enter(const std::string& path, bool isDirectory) {

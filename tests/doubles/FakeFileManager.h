@@ -14,7 +14,7 @@
 namespace glintmark::doubles {
 
 /// A folder tree in memory that counts how often each folder was listed. Names are listed in the
-/// order in which they were made.
+/// order in which they were made. A listing allocates nothing per name.
 class FakeFileManager final : public platform::FileManager {
 public:
     FakeFileManager();
@@ -56,6 +56,8 @@ private:
         std::vector<std::string> names;  // of a directory's entries
     };
 
+    bool listWhileSomeVanish(const std::string& path,
+                             const std::function<void(std::string_view)>& visit);
     Node& enter(const std::string& path, bool isDirectory);
 
     std::string home_;

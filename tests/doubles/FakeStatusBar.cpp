@@ -40,9 +40,10 @@ private:
 
 }  // namespace
 
-void StatusItemRecord::choose(platform::MenuItem item) {
+void StatusItemRecord::choose(const platform::MenuItem& item) {
     ASSERT_TRUE(item.isSelectable() && item.action) << item.title;
-    item.action(item);
+    const auto chosen = item;  // its menu may be replaced by the action
+    chosen.action(chosen);
 }
 
 std::unique_ptr<platform::StatusItem> FakeStatusBar::statusItem(double length) {

@@ -18,7 +18,7 @@ struct StatusItemRecord {
     const platform::Menu& menu() const { return menus.at(menus.size() - 1); }
 
     /// Chooses an item as the user does. One that cannot be chosen fails the test.
-    static void choose(platform::MenuItem item);
+    static void choose(const platform::MenuItem& item);
 };
 
 class FakeStatusBar final : public platform::StatusBar {

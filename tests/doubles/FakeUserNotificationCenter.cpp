@@ -26,7 +26,7 @@ void FakeUserNotificationCenter::add(platform::UserNotificationRequest request,
 }
 
 void FakeUserNotificationCenter::answerAuthorization(bool granted,
-                                                     std::optional<std::string> error) {
+                                                     const std::optional<std::string>& error) {
     for (auto& handler : std::exchange(waiting_, {})) {
         queues_.background().async([=] { handler(granted, error); });
     }

@@ -20,7 +20,7 @@ public:
     void add(platform::UserNotificationRequest request, AddHandler handler) override;
 
     /// Answers every request for permission that waits.
-    void answerAuthorization(bool granted, std::optional<std::string> error = std::nullopt);
+    void answerAuthorization(bool granted, const std::optional<std::string>& error = std::nullopt);
 
     /// Rejects the next notification that has no answer yet; others are accepted.
     void rejectNext(std::string error) { errors_.emplace_back(std::move(error)); }
