@@ -1,0 +1,214 @@
+#include "watcher/FileWatcher.h"
+
+#include <algorithm>
+#include <chrono>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "platform/DispatchQueue.h"
+#include "platform/DispatchWorkItem.h"
+#include "platform/EventStream.h"
+#include "platform/FileManager.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+#include "platform/TextDescription.h"
+#include "platform/Timer.h"
+
+namespace glintmark {
+
+using platform::appendPathComponent;
+using platform::services;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::string_view weblocSuffix = ".webloc";
+constexpr const char* eventQueueLabel = "com.quorvel.Glintmark.fsevents";
+constexpr std::chrono::nanoseconds streamLatency = 1s;
+constexpr std::chrono::nanoseconds debounceDelay = 500ms;
+constexpr std::chrono::nanoseconds pollInterval = 5s;
+
+std::vector<std::string> foldersToWatch(const std::string& home,
+                                        const std::vector<std::string>& paths) {
+    std::vector<std::string> folders = {home + "/Desktop", home + "/Downloads"};
+    for (const auto& path : paths) {
+        if (path != home && std::find(folders.begin(), folders.end(), path) == folders.end()) {
+            folders.push_back(path);
+        }
+    }
+    return folders;
+}
+
+/// Shows the full path of each ".webloc" entry directly inside `directory` to `visit`; none when
+/// the folder cannot be listed. One buffer serves all paths, so that the thousands of names that a
+/// poll meets again and again cost no allocation.
+template <typename Visit>
+void forEachWebloc(const std::string& directory, const Visit& visit) {
+    std::string path = appendPathComponent(directory, "");
+    const auto prefixLength = path.size();
+    services().fileManager.contentsOfDirectory(directory, [&](std::string_view name) {
+        if (name.ends_with(weblocSuffix)) {
+            path.resize(prefixLength);
+            path += name;
+            visit(path);
+        }
+    });
+}
+
+std::string withoutOneTrailingSlash(const std::string& path) {
+    return path.ends_with('/') ? path.substr(0, path.size() - 1) : path;
+}
+
+}  // namespace
+
+FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callback)
+    : callback_(std::move(callback)),
+      eventQueue_(services().dispatchQueues.makeSerial(eventQueueLabel)) {
+    const auto home = services().fileManager.homeDirectoryForCurrentUser();
+    watchDirs_ = foldersToWatch(home, paths);
+    // The home folder is not watched, yet its files belong to the inventory and its count.
+    FileWatcher::enumerateExistingWeblocsShallow(home);
+    for (const auto& folder : watchDirs_) {
+        FileWatcher::enumerateExistingWeblocsShallow(folder);
+    }
+    services().log.write("Glintmark: 既存weblocファイル " + std::to_string(knownFiles_.size()) +
+                         " 件を記録");
+    services().log.write("Glintmark: 監視対象ディレクトリ: " +
+                         platform::listDescription(watchDirs_));
+}
+
+FileWatcher::~FileWatcher() { FileWatcher::stop(); }
+
+void FileWatcher::enumerateExistingWeblocsShallow(const std::string& directory) {
+    forEachWebloc(directory, [this](const std::string& path) { knownFiles_.insert(path); });
+}
+
+void FileWatcher::start() {
+    {
+        const std::lock_guard lock(debounceMutex_);
+        isStopped_ = false;
+    }
+    startStream();
+    services().dispatchQueues.main().async(
+        [self = shared_from_this()] { self->schedulePollTimer(); });
+}
+
+void FileWatcher::startStream() {
+    // The handler keeps the watcher alive only while it runs: a stream does not own its receiver.
+    auto handler = [weak = weak_from_this()](std::span<const platform::DirectoryEvent> events) {
+        if (const auto self = weak.lock()) {
+            for (const auto& event : events) {
+                self->handleDirectoryEvent(event.path, event.flags);
+            }
+        }
+    };
+    stream_ = services().eventStreams.create(watchDirs_, streamLatency, std::move(handler));
+    if (stream_) {
+        stream_->setDispatchQueue(*eventQueue_);
+        stream_->start();
+        services().log.write("Glintmark: ファイル監視開始（バックグラウンドキュー）");
+    }
+}
+
+void FileWatcher::schedulePollTimer() {
+    pollTimer_ = services().timers.scheduleRepeating(pollInterval, [weak = weak_from_this()] {
+        if (auto self = weak.lock()) {
+            auto& queue = *self->eventQueue_;
+            queue.async([self = std::move(self)] { self->pollWatchDirs(); });
+        }
+    });
+}
+
+void FileWatcher::handleDirectoryEvent(const std::string& dirPath, std::uint32_t flags) {
+    if ((flags & platform::mustScanSubDirs) != 0) {
+        pendingDirs_.insert(watchDirs_.begin(), watchDirs_.end());
+    } else {
+        pendingDirs_.insert(withoutOneTrailingSlash(dirPath));
+    }
+    armDebounce();
+}
+
+void FileWatcher::armDebounce() {
+    auto item = std::make_shared<platform::DispatchWorkItem>([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->processPendingDirs();
+        }
+    });
+    {
+        const std::lock_guard lock(debounceMutex_);
+        if (isStopped_) {
+            return;  // a handler that was already running when the watcher stopped
+        }
+        if (debounceWorkItem_) {
+            debounceWorkItem_->cancel();
+        }
+        debounceWorkItem_ = item;
+    }
+    eventQueue_->asyncAfter(debounceDelay, std::move(item));
+}
+
+void FileWatcher::processPendingDirs() {
+    for (const auto& directory : std::exchange(pendingDirs_, {})) {
+        scanDirectoryShallow(directory);
+    }
+}
+
+void FileWatcher::scanDirectoryShallow(const std::string& directory) {
+    forEachWebloc(directory, [this](const std::string& path) {
+        if (!knownFiles_.contains(path) && services().fileManager.fileExists(path)) {
+            report(path);
+        }
+    });
+}
+
+void FileWatcher::report(const std::string& path) {
+    knownFiles_.insert(path);
+    services().log.write("Glintmark: 新規webloc検知 → " + path);
+    services().dispatchQueues.main().async(
+        [self = shared_from_this(), event = FileWatcherEvent{path, 0}] { self->callback_(event); });
+}
+
+void FileWatcher::pollWatchDirs() {
+    for (const auto& folder : watchDirs_) {
+        scanDirectoryShallow(folder);
+    }
+}
+
+void FileWatcher::stop() {
+    invalidatePollTimer();
+    cancelDebounce();
+    if (stream_) {
+        stream_->stop();
+        stream_->invalidate();
+        stream_.reset();
+        services().log.write("Glintmark: ファイル監視停止");
+    }
+}
+
+void FileWatcher::invalidatePollTimer() {
+    auto& main = services().dispatchQueues.main();
+    if (auto self = weak_from_this().lock()) {
+        // Submitted behind the block of `start()` that makes the timer, so it finds the timer.
+        main.async([self = std::move(self)] {
+            if (self->pollTimer_) {
+                self->pollTimer_->invalidate();
+                self->pollTimer_.reset();
+            }
+        });
+    } else if (pollTimer_) {
+        // The watcher is being destroyed and no block may hold it: the timer travels alone.
+        main.async([timer = std::move(pollTimer_)] { timer->invalidate(); });
+    }
+}
+
+void FileWatcher::cancelDebounce() {
+    const std::lock_guard lock(debounceMutex_);
+    isStopped_ = true;
+    if (debounceWorkItem_) {
+        debounceWorkItem_->cancel();
+        debounceWorkItem_.reset();
+    }
+}
+
+}  // namespace glintmark
