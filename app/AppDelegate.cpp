@@ -1,0 +1,107 @@
+#include "app/AppDelegate.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "platform/FileManager.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+#include "platform/TextDescription.h"
+#include "platform/UserDefaults.h"
+#include "platform/UserNotificationCenter.h"
+
+namespace glintmark {
+
+using platform::services;
+
+namespace {
+
+constexpr const char* extraFoldersKey = "extraFolders";
+constexpr std::ptrdiff_t defaultFolderCount = 2;
+
+bool contains(const std::vector<std::string>& folders, const std::string& folder) {
+    return std::find(folders.begin(), folders.end(), folder) != folders.end();
+}
+
+void requestAuthorization() {
+    services().userNotificationCenter.requestAuthorization(
+        platform::authorizationAlert | platform::authorizationSound,
+        [](bool granted, const std::optional<std::string>& error) {
+            if (granted && !error) {
+                services().log.write("Glintmark: Notification authorized");
+            }
+        });
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate() = default;
+AppDelegate::~AppDelegate() = default;
+
+platform::StatusItem* AppDelegate::statusItem() const { return statusItem_.get(); }
+
+void AppDelegate::setStatusItem(std::unique_ptr<platform::StatusItem> item) {
+    statusItem_ = std::move(item);
+}
+
+std::shared_ptr<FileWatcher> AppDelegate::fileWatcher() const { return fileWatcher_; }
+
+void AppDelegate::setFileWatcher(std::shared_ptr<FileWatcher> watcher) {
+    fileWatcher_ = std::move(watcher);
+}
+
+const std::vector<std::string>& AppDelegate::watchedFolders() const { return watchedFolders_; }
+
+void AppDelegate::setWatchedFolders(std::vector<std::string> folders) {
+    watchedFolders_ = std::move(folders);
+}
+
+std::vector<std::string>& AppDelegate::modifyWatchedFolders() { return watchedFolders_; }
+
+void AppDelegate::applicationDidFinishLaunching() {
+    setupStatusItem();
+    const auto home = services().fileManager.homeDirectoryForCurrentUser();
+    setWatchedFolders({home + "/Desktop", home + "/Downloads"});
+    if (const auto extraFolders = services().userDefaults.stringArray(extraFoldersKey)) {
+        for (const auto& folder : *extraFolders) {
+            if (!contains(watchedFolders(), folder)) {
+                modifyWatchedFolders().push_back(folder);
+            }
+        }
+    }
+    requestAuthorization();
+    startWatching();
+    rebuildMenu();
+    services().log.write("Glintmark: Started. Watching: " +
+                         platform::listDescription(watchedFolders()));
+}
+
+void AppDelegate::startWatching() {
+    auto report = [weak = weak_from_this()](const FileWatcherEvent& event) {
+        if (const auto self = weak.lock()) {
+            self->handleFileEvent(event);
+        }
+    };
+    setFileWatcher(std::make_shared<FileWatcher>(watchedFolders(), std::move(report)));
+    if (const auto watcher = fileWatcher()) {
+        watcher->start();
+    }
+}
+
+void AppDelegate::restartWatching() {
+    if (const auto watcher = fileWatcher()) {
+        watcher->stop();
+    }
+    startWatching();
+    saveExtraFolders();
+    rebuildMenu();
+}
+
+void AppDelegate::saveExtraFolders() {
+    const auto& folders = watchedFolders();
+    const auto defaults = std::min(defaultFolderCount, std::ssize(folders));
+    services().userDefaults.set(extraFoldersKey, {folders.begin() + defaults, folders.end()});
+}
+
+}  // namespace glintmark

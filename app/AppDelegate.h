@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Application.h"
+#include "platform/BezierPath.h"
+#include "platform/Geometry.h"
+#include "platform/Menu.h"
+#include "platform/StatusBar.h"
+#include "platform/TemplateImage.h"
+#include "watcher/FileWatcher.h"
+#include "watcher/FileWatcherEvent.h"
+
+namespace glintmark {
+
+/// The program: owns the status item, the one watcher and the list of watched folders, answers the
+/// menu, and turns each reported file into an icon and a notification.
+///
+/// Exactly one exists, made by `std::make_shared`. Main thread only, but for `processWeblocFile`.
+/// Every operation can be overridden and is reached only as such. The sources are split by concern:
+/// AppDelegate.cpp (launch, folder list), AppDelegateMenu.cpp, AppDelegatePipeline.cpp.
+class AppDelegate : public platform::ApplicationDelegate,
+                    public std::enable_shared_from_this<AppDelegate> {
+public:
+    AppDelegate();
+
+    /// Does not stop the watcher; that stops itself with its last reference.
+    ~AppDelegate() override;
+
+    AppDelegate(const AppDelegate&) = delete;
+    AppDelegate& operator=(const AppDelegate&) = delete;
+
+    /// Null until `setupStatusItem()`.
+    virtual platform::StatusItem* statusItem() const;
+    virtual void setStatusItem(std::unique_ptr<platform::StatusItem> item);
+
+    /// Null until `startWatching()`.
+    virtual std::shared_ptr<FileWatcher> fileWatcher() const;
+    virtual void setFileWatcher(std::shared_ptr<FileWatcher> watcher);
+
+    /// Absolute paths in the order shown: the two default folders, then those the user added. No
+    /// two are equal as strings; whether they exist is never checked.
+    virtual const std::vector<std::string>& watchedFolders() const;
+    virtual void setWatchedFolders(std::vector<std::string> folders);
+    virtual std::vector<std::string>& modifyWatchedFolders();
+
+    void applicationDidFinishLaunching() override;
+
+    /// Puts the item with the drawn icon and an empty menu into the status bar.
+    virtual void setupStatusItem();
+    virtual platform::TemplateImage createMenuBarIcon();
+
+    /// A closed star of twice `points` vertices, anticlockwise from straight above `center`,
+    /// alternating between the two radii. A negative number of points ends the process.
+    virtual platform::BezierPath createStarPath(platform::Point center, double outerRadius,
+                                                double innerRadius, std::int64_t points);
+
+    /// Gives the status item, which must exist, a new menu for the current list of folders.
+    virtual void rebuildMenu();
+
+    /// Replaces the watcher by a new one over the current list, without stopping the old one.
+    virtual void startWatching();
+
+    /// What every change of the list of folders ends with: new watcher, list saved, new menu.
+    virtual void restartWatching();
+    virtual void saveExtraFolders();
+
+    /// Schedules the work on a file that the watcher reported, if it is a link file.
+    virtual void handleFileEvent(const FileWatcherEvent& event);
+
+    /// Reads the link, finds the site's icon, sets it and notifies. Runs on the global queue.
+    virtual void processWeblocFile(const std::string& path);
+    virtual void showNotification(const std::string& title, const std::string& body);
+
+    /// Lets the user choose a folder and watches it too.
+    virtual void addFolder();
+
+    /// Stops watching the folder whose position in the list is the item's tag.
+    virtual void removeFolder(const platform::MenuItem& sender);
+
+    /// Shows that folder in the file browser.
+    virtual void revealFolder(const platform::MenuItem& sender);
+    virtual void openWebsite();
+    void quit() override;
+
+private:
+    using MenuCommand = void (AppDelegate::*)();
+    using FolderCommand = void (AppDelegate::*)(const platform::MenuItem&);
+
+    platform::StatusItem& requiredStatusItem() const;
+    platform::MenuItem commandItem(std::string title, MenuCommand command,
+                                   std::string keyEquivalent = "");
+    platform::MenuItem folderCommandItem(std::string title, FolderCommand command, long folder);
+    platform::MenuItem folderItem(long folder, const std::string& home);
+    bool isExtraFolder(long index) const;
+
+    std::unique_ptr<platform::StatusItem> statusItem_;
+    std::shared_ptr<FileWatcher> fileWatcher_;
+    std::vector<std::string> watchedFolders_;
+};
+
+}  // namespace glintmark

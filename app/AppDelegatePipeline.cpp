@@ -1,0 +1,75 @@
+#include <chrono>
+#include <string_view>
+#include <utility>
+
+#include "app/AppDelegate.h"
+#include "app/L.h"
+#include "favicon/FaviconFetcher.h"
+#include "icon/IconApplier.h"
+#include "platform/DispatchQueue.h"
+#include "platform/Image.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+#include "platform/URL.h"
+#include "platform/UUID.h"
+#include "platform/UserNotificationCenter.h"
+#include "webloc/WeblocParser.h"
+
+namespace glintmark {
+
+using platform::services;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::string_view weblocSuffix = ".webloc";
+constexpr std::chrono::nanoseconds processingDelay = 500ms;  // the file may still be written
+
+}  // namespace
+
+void AppDelegate::handleFileEvent(const FileWatcherEvent& event) {
+    if (!event.path.ends_with(weblocSuffix)) {
+        return;
+    }
+    services().log.write("Glintmark: webloc detected → " + event.path);
+    services()
+        .dispatchQueues.global(platform::QualityOfService::userInitiated)
+        .asyncAfter(processingDelay, [self = shared_from_this(), path = event.path] {
+            self->processWeblocFile(path);
+        });
+}
+
+void AppDelegate::processWeblocFile(const std::string& path) {
+    const auto link = WeblocParser::extractURL(platform::URL::fileURL(path));
+    if (!link) {
+        services().log.write("Glintmark: URL extraction failed → " + path);
+        return;
+    }
+    services().log.write("Glintmark: URL → " + *link);
+    FaviconFetcher::fetch(*link, [self = shared_from_this(), link = *link,
+                                  path](std::shared_ptr<const platform::Image> image) {
+        if (!image) {
+            services().log.write("Glintmark: Favicon fetch failed → " + link);
+            return;
+        }
+        services().log.write("Glintmark: Favicon fetched → " + link);
+        services().dispatchQueues.main().async([self, path, image = std::move(image)] {
+            IconApplier::apply(image, path);
+            // Written whether or not that succeeded: it says so itself, in a line of its own.
+            services().log.write("Glintmark: Icon applied → " + path);
+            self->showNotification(L("notification.iconApplied"),
+                                   platform::URL::fileURL(path).lastPathComponent());
+        });
+    });
+}
+
+void AppDelegate::showNotification(const std::string& title, const std::string& body) {
+    services().userNotificationCenter.add(
+        {platform::randomUUIDString(), title, body}, [](const std::optional<std::string>& error) {
+            if (error) {
+                services().log.write("Glintmark: Notification error → " + *error);
+            }
+        });
+}
+
+}  // namespace glintmark
