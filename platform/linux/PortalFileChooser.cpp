@@ -67,7 +67,8 @@ PortalFileChooser::~PortalFileChooser() {
     }
 }
 
-/// An older portal would ignore "directory" and show a dialog for files.
+/// An older portal would ignore "directory" and show a dialog for files. All that know it use the
+/// request path that the caller expects.
 void PortalFileChooser::askVersion() {
     callDBus(connection_.get(), properties, "Get",
              g_variant_new("(ss)", fileChooser.interface, "version"), "(v)", timeoutMilliseconds,
@@ -92,7 +93,7 @@ void PortalFileChooser::askVersion() {
 }
 
 void PortalFileChooser::open() {
-    listenTo(expectedRequestPath(connection_.get()));
+    listen();
     GVariantBuilder options;
     g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
     const auto add = [&options](const char* name, GVariant* value) {
@@ -108,30 +109,19 @@ void PortalFileChooser::open() {
         g_variant_new("(ssa{sv})", noParentWindow, dbusText(settings_.message).c_str(), &options),
         "(o)", timeoutMilliseconds, cancellable_.get(),
         [this](GVariant* result, const GError* error) {
-            if (!isCancelled(error)) {
-                opened(result);
+            if (isCancelled(error)) {
+                return;
+            }
+            if (result == nullptr) {
+                finish(std::nullopt);
+            } else {
+                watchPortal();
             }
         });
 }
 
-void PortalFileChooser::opened(GVariant* result) {
-    if (result == nullptr) {
-        finish(std::nullopt);
-        return;
-    }
-    const char* path = nullptr;
-    g_variant_get(result, "(&o)", &path);
-    if (requestPath_ != path) {
-        listenTo(path);
-    }
-    watchPortal();
-}
-
-void PortalFileChooser::listenTo(const std::string& requestPath) {
-    if (responseSignal_ != 0) {
-        g_dbus_connection_signal_unsubscribe(connection_.get(), responseSignal_);
-    }
-    requestPath_ = requestPath;
+void PortalFileChooser::listen() {
+    requestPath_ = expectedRequestPath(connection_.get());
     const auto heard = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
                           GVariant* response, gpointer self) {
         static_cast<PortalFileChooser*>(self)->answered(response);

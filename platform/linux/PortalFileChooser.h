@@ -26,8 +26,7 @@ public:
 private:
     void askVersion();
     void open();
-    void opened(GVariant* result);
-    void listenTo(const std::string& requestPath);
+    void listen();
     void watchPortal();
     void answered(GVariant* response);
     void finish(std::optional<OpenPanel::Result> result);

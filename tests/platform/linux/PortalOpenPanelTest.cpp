@@ -30,7 +30,6 @@ constexpr auto requestXml = R"xml(<node>
 enum class PortalManner {
     answers,
     answersBeforeItReturns,
-    usesAnotherPath,
     refuses,
     diesWithoutReturning,
     diesWithTheDialogOpen,
@@ -70,8 +69,7 @@ private:
         asked = text.get();
         std::string sender = g_dbus_method_invocation_get_sender(invocation) + 1;
         std::replace(sender.begin(), sender.end(), '.', '_');
-        path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/" +
-                (manner == PortalManner::usesAnotherPath ? "other" : "glintmark");
+        path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/glintmark";
         peer_.offer(path_.c_str(), requestXml,
                     [this](const std::string&, GVariant*, GDBusMethodInvocation* close) {
                         ++closed;
@@ -89,7 +87,6 @@ private:
                 answer();
                 break;
             case PortalManner::answers:
-            case PortalManner::usesAnotherPath:
                 later_.emplace([] { return true; }, [this] { answer(); });
                 break;
             case PortalManner::diesWithTheDialogOpen:
@@ -182,11 +179,6 @@ TEST_F(PortalOpenPanelTest, AsksThePortalForOneFolder) {
 
 TEST_F(PortalOpenPanelTest, AnAnswerThatComesBeforeTheCallReturnsIsNotMissed) {
     startPortal(PortalManner::answersBeforeItReturns);
-    EXPECT_EQ(outcome(), "/home/kim/My Links");
-}
-
-TEST_F(PortalOpenPanelTest, APortalThatNamesItsRequestOtherwiseIsHeard) {
-    startPortal(PortalManner::usesAnotherPath);
     EXPECT_EQ(outcome(), "/home/kim/My Links");
 }
 
