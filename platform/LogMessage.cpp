@@ -89,13 +89,13 @@ private:
 
     /// A star stands for an argument, and so for zero; digits may be missing.
     std::size_t readNumber() {
-        constexpr std::size_t most = maximumLogFieldWidth;
         std::size_t number = 0;
         if (take("*")) {
             return number;
         }
         while (!rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9') {
-            number = std::min(number * 10 + static_cast<std::size_t>(rest_.front() - '0'), most);
+            number = std::min(number * 10 + static_cast<std::size_t>(rest_.front() - '0'),
+                              maximumLogFieldWidth);
             rest_.remove_prefix(1);
         }
         return number;
@@ -114,7 +114,8 @@ std::string sign(const Directive& directive) {
 
 /// A zero shows as many digits as the precision says, of none at all included.
 std::string zeroDigits(const Directive& directive) {
-    return std::string(directive.precision.value_or(1), '0');
+    std::string digits(directive.precision.value_or(1), '0');
+    return digits;
 }
 
 std::string withFraction(std::size_t digits, bool alternate) {
