@@ -1,0 +1,153 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/PropertyList.h"
+#include "tests/Vectors.h"
+#include "tests/doubles/TestPlatform.h"
+#include "webloc/WeblocParser.h"
+
+namespace glintmark {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* linkFile = "/home/kim/Desktop/a link.webloc";
+constexpr const char* unreadableLine =
+    "Glintmark: ファイル読み込み失敗 → /home/kim/Desktop/a link.webloc";
+constexpr const char* unparsableLine =
+    "Glintmark: plistパース失敗 → /home/kim/Desktop/a link.webloc";
+
+/// An XML property list around `root`.
+std::string propertyList(const std::string& root) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + root +
+           "</plist>\n";
+}
+
+class WeblocParserTest : public doubles::PlatformTest {
+protected:
+    std::optional<std::string> extracted(std::string bytes) {
+        log().forget();
+        files().create(linkFile, std::move(bytes));
+        return WeblocParser::extractURL(platform::URL::fileURL(linkFile));
+    }
+};
+
+TEST_F(WeblocParserTest, AgreesWithTheLinkFileCases) {
+    for (const auto& testCase : test::loadVectors("plist_url")) {
+        SCOPED_TRACE(testCase.label());
+        const auto found = extracted(testCase.bytes("file_base64"));
+        if (testCase.firm) {
+            EXPECT_EQ(found, testCase.text("url"));
+        }
+        EXPECT_EQ(log().lines().size(), found ? 0U : 1U);
+    }
+}
+
+TEST_F(WeblocParserTest, AnXMLLinkGivesItsAddressWithPathAndQuery) {
+    EXPECT_EQ(extracted(propertyList("<dict><key>URL</key>"
+                                     "<string>https://h/a/b?c=d&amp;e=f</string></dict>")),
+              "https://h/a/b?c=d&e=f");
+    EXPECT_THAT(log().lines(), IsEmpty());
+}
+
+TEST_F(WeblocParserTest, ABinaryLinkGivesItsAddress) {
+    // One dictionary of one entry: the offsets of the three objects end the file.
+    const std::string list(
+        "bplist00"
+        "\xD1\x01\x02"
+        "\x53URL"
+        "\x5Bhttps://h/a"
+        "\x08\x0B\x0F"
+        "\0\0\0\0\0\0\x01\x01"
+        "\0\0\0\0\0\0\0\x03"
+        "\0\0\0\0\0\0\0\0"
+        "\0\0\0\0\0\0\0\x1B",
+        62);
+    EXPECT_EQ(extracted(list), "https://h/a");
+}
+
+TEST_F(WeblocParserTest, ALinkInTheOldTextFormGivesItsAddress) {
+    EXPECT_EQ(extracted("{ URL = \"https://h/a\"; }"), "https://h/a");
+}
+
+TEST_F(WeblocParserTest, TheAddressIsReturnedExactlyAsStored) {
+    for (const auto* address : {"", "  https://h/ \n", "no address at all", "%zz", "日本 🌍"}) {
+        EXPECT_EQ(extracted(propertyList(std::string("<dict><key>URL</key><string>") + address +
+                                         "</string></dict>")),
+                  address);
+        EXPECT_THAT(log().lines(), IsEmpty()) << address;
+    }
+}
+
+TEST_F(WeblocParserTest, OtherKeysAreIgnored) {
+    EXPECT_EQ(extracted(propertyList("<dict><key>url</key><string>a</string><key>URL</key>"
+                                     "<string>b</string><key>N</key><integer>1</integer></dict>")),
+              "b");
+}
+
+TEST_F(WeblocParserTest, AFileWithoutAStringUnderURLGivesOneLine) {
+    for (const auto& bytes : {
+             std::string(),
+             std::string("URL=https://h/\n"),
+             std::string("[InternetShortcut]\nURL=https://h/\n"),
+             std::string("<html>https://h/</html>"),
+             propertyList("<array><string>https://h/</string></array>"),
+             propertyList("<string>https://h/</string>"),
+             propertyList("<dict></dict>"),
+             propertyList("<dict><key>url</key><string>https://h/</string></dict>"),
+             propertyList("<dict><key>Url</key><string>https://h/</string></dict>"),
+             propertyList("<dict><key>URL</key><integer>1</integer></dict>"),
+             propertyList("<dict><key>URL</key><true/></dict>"),
+             propertyList("<dict><key>URL</key><date>2020-01-01T00:00:00Z</date></dict>"),
+             propertyList("<dict><key>URL</key><data>aHR0cDovL2gv</data></dict>"),
+             propertyList("<dict><key>URL</key><array><string>a</string></array></dict>"),
+             propertyList("<dict><key>URL</key><dict/></dict>"),
+         }) {
+        EXPECT_EQ(extracted(bytes), std::nullopt) << bytes;
+        EXPECT_THAT(log().messages(), ElementsAre(unparsableLine)) << bytes;
+    }
+}
+
+TEST_F(WeblocParserTest, AMissingFileGivesTheLineOfAFileThatCannotBeRead) {
+    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(linkFile)), std::nullopt);
+    EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
+}
+
+TEST_F(WeblocParserTest, AFileWithoutPermissionGivesTheLineOfAFileThatCannotBeRead) {
+    files().create(linkFile, propertyList("<dict><key>URL</key><string>a</string></dict>"));
+    files().makeUnreadable(linkFile);
+    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(linkFile)), std::nullopt);
+    EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
+}
+
+TEST_F(WeblocParserTest, AFolderGivesTheLineOfAFileThatCannotBeRead) {
+    files().createDirectory(linkFile);
+    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(linkFile)), std::nullopt);
+    EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
+}
+
+TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotCut) {
+    std::string list = propertyList("<dict><key>URL</key><string>https://h/</string></dict>");
+    list.resize(platform::PropertyList::maximumBytes, ' ');
+    EXPECT_EQ(extracted(list), "https://h/");
+    list += ' ';
+    EXPECT_EQ(extracted(list), std::nullopt);
+    EXPECT_THAT(log().messages(), ElementsAre(unparsableLine));
+    list += ' ';
+    EXPECT_EQ(extracted(list), std::nullopt);
+}
+
+TEST_F(WeblocParserTest, ThePathStandsInTheLineAsPlainBytes) {
+    const std::string path = "/home/kim/Desktop/日本 100%d #\xFF.webloc";
+    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(path)), std::nullopt);
+    EXPECT_THAT(log().messages(), ElementsAre("Glintmark: ファイル読み込み失敗 → " + path));
+}
+
+TEST_F(WeblocParserTest, EachCallReadsTheFileAfresh) {
+    EXPECT_EQ(extracted("{ URL = a; }"), "a");
+    EXPECT_EQ(extracted("{ URL = b; }"), "b");
+}
+
+}  // namespace
+}  // namespace glintmark
