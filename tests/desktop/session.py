@@ -178,6 +178,7 @@ class DesktopSession:
             "QT_QPA_PLATFORM": "xcb",
             "NO_AT_BRIDGE": "1",  # no accessibility bus: it outlives the programs that ask for it
             "GTK_A11Y": "none",
+            "GSK_RENDERER": "cairo",  # GTK 4 draws nothing more on Xvfb after its first frames
             "GVFS_DISABLE_FUSE": "1",
             "GSETTINGS_BACKEND": "memory",
             mark_name: mark_value,
