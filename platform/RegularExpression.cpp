@@ -13,10 +13,11 @@
 namespace glintmark::platform {
 namespace {
 
-/// What the engine may spend on one text, in its own units (about 10,000 steps each): a part for
-/// every byte, so that giving up is a matter of the pattern's growth and not of the text's length.
-constexpr std::size_t stepUnitsPerMebibyte = 20'000;
-constexpr std::size_t smallestStepUnits = 1'000;
+/// What the engine may spend on one text, in its own units: each is 10,000 states saved to come
+/// back to. So the budget is 20 states for a byte, more than any pattern of linear growth saves,
+/// and giving up is a matter of the pattern's growth and not of the text's length.
+constexpr std::size_t unitsPerMebibyte = 2'000;
+constexpr std::size_t smallestBudget = 100;
 
 /// A matcher that has seen a longer text is not kept: its stack may have grown to megabytes.
 constexpr std::size_t longestTextOfKeptMatcher = std::size_t{64} * 1024;
@@ -86,8 +87,8 @@ Matcher openMatcher(std::string_view pattern, RegularExpression::Options options
     return U_SUCCESS(status) ? std::move(matcher) : nullptr;
 }
 
-std::int32_t stepUnits(std::size_t textBytes) {
-    const auto units = smallestStepUnits + textBytes / 1024 * stepUnitsPerMebibyte / 1024;
+std::int32_t budget(std::size_t textBytes) {
+    const auto units = smallestBudget + textBytes / 1024 * unitsPerMebibyte / 1024;
     constexpr std::size_t most = std::numeric_limits<std::int32_t>::max();
     return static_cast<std::int32_t>(std::min(units, most));
 }
@@ -137,7 +138,7 @@ bool withMatcher(const Compiled& compiled, std::string_view text, Search search)
     }
     Text engineText(text);
     uregex_setUText(matcher.get(), engineText.get(), &status);
-    uregex_setTimeLimit(matcher.get(), stepUnits(text.size()), &status);
+    uregex_setTimeLimit(matcher.get(), budget(text.size()), &status);
     search(*matcher, status);
     const bool succeeded = U_SUCCESS(status);
     if (text.size() <= longestTextOfKeptMatcher) {

@@ -186,7 +186,8 @@ TEST(PropertyListXMLTest, EntityBombsAreRefused) {
     std::string entities = "<!ENTITY e0 'ha'>";
     for (int i = 1; i < 30; ++i) {
         const auto one = "&e" + std::to_string(i - 1) + ";";
-        entities += "<!ENTITY e" + std::to_string(i) + " '" + one + one + "'>";
+        entities.append("<!ENTITY e").append(std::to_string(i)).append(" '");
+        entities.append(one).append(one).append("'>");
     }
     EXPECT_FALSE(PropertyList::parse("<!DOCTYPE plist [" + entities +
                                      "]><plist><string>&e29;</string></plist>"));
@@ -233,6 +234,10 @@ std::string binary(const std::vector<std::string>& objects, std::size_t referenc
            bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(table, 8);
 }
 
+std::string object(int marker, std::string_view contents = {}) {
+    return std::string(1, static_cast<char>(marker)).append(contents);
+}
+
 TEST(PropertyListBinaryTest, ReadsOrRefusesEachKindOfObject) {
     const std::pair<std::string, bool> table[] = {
         {"\x00"s, true},
@@ -244,22 +249,22 @@ TEST(PropertyListBinaryTest, ReadsOrRefusesEachKindOfObject) {
         {"\x14" + std::string(16, 'z'), true},
         {"\x15" + std::string(32, 'z'), false},
         {"\x13zzzzzzz", false},
-        {"\x21zz", false},
-        {"\x22zzzz", true},
-        {"\x23zzzzzzzz", true},
-        {"\x33zzzzzzzz", true},
-        {"\x32zzzz", false},
-        {"\x42zz", true},
-        {"\x43zz", false},
+        {object(0x21, "zz"), false},
+        {object(0x22, "zzzz"), true},
+        {object(0x23, "zzzzzzzz"), true},
+        {object(0x33, "zzzzzzzz"), true},
+        {object(0x32, "zzzz"), false},
+        {object(0x42, "zz"), true},
+        {object(0x43, "zz"), false},
         {"\x4F\x10\x02zz", true},
         {"\x4F\x20\x02zz", false},
-        {"\x4F", false},
+        {object(0x4F), false},
         {"\x4F\x10", false},
         {"\x4F\x15", false},
         {"\x4F\x14" + std::string(15, '\0') + "\x02zz", true},
         {"\x4F\x14" + std::string(7, '\0') + "\x01" + std::string(7, '\0') + "\x02zz", false},
         {"\x4F\x13" + std::string(8, '\xFF') + "zz", false},
-        {"\x70", false},
+        {object(0x70), false},
         {"\x80z", true},
         {"\x81z", false},
         {"\xA0", true},
@@ -371,7 +376,7 @@ TEST(PropertyListTextTest, ReadsStrings) {
         {"\"\\\xC3\xA9\\x\"", "\xC3\xA9x"},
         {"\"open", std::nullopt},
         {"\"open\\", std::nullopt},
-        {"\"open\\\"", std::nullopt},
+        {R"("open\")", std::nullopt},
         {"a~b", std::nullopt},
         {"\xC3\xA9", std::nullopt},
         {"\"\xE9\"", std::nullopt},
@@ -402,7 +407,7 @@ TEST(PropertyListTextTest, ReadsOrRefusesByTheGrammar) {
         {"{ k; }", true},
         {"{ k = v; }; ", false},
         {"{ k = v; } x", false},
-        {"{ \"k\" : \"v\" }", false},
+        {R"({ "k" : "v" })", false},
         {"[a]", false},
         {"k = v;", false},
         {"<>", true},

@@ -129,8 +129,10 @@ TEST(RegularExpressionTest, SearchesLongTexts) {
 
 TEST(RegularExpressionTest, SeveralThreadsSearchAtOnce) {
     const auto expression = compiled("b(c)");
+    constexpr int count = 4;
     std::vector<std::thread> threads;
-    for (int number = 0; number < 4; ++number) {
+    threads.reserve(count);
+    for (int number = 0; number < count; ++number) {
         threads.emplace_back([copy = expression, number] {
             const auto before = static_cast<std::size_t>(number);
             const auto text = std::string(before, 'a') + "bc";

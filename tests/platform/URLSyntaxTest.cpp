@@ -121,7 +121,7 @@ TEST(URLSyntaxTest, ResolvesAsAnIndependentParserDoes) {
         const Reference referenceBase(base);
         const auto url = URL::parse(base).value();
         const auto compare = [&](const std::string& text) {
-            SCOPED_TRACE(base + " " + text);
+            SCOPED_TRACE(testing::Message() << base << " " << text);
             const Reference reference(text);
             // A text with a scheme of its own may have neither.
             const auto resolved = URL::parse(text, url);
