@@ -30,11 +30,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
 endif()
 
 if(GLINTMARK_SANITIZE)
+  add_compile_definitions(GLINTMARK_SANITIZED)
   add_compile_options(-fsanitize=${GLINTMARK_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${GLINTMARK_SANITIZE})
 endif()
 if(GLINTMARK_COVERAGE)
+  add_compile_definitions(GLINTMARK_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()

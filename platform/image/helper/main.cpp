@@ -1,0 +1,3 @@
+#include "platform/image/DecoderServer.h"
+
+int main() { return glintmark::platform::image::runDecoder({}); }
