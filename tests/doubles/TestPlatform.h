@@ -17,8 +17,8 @@
 
 namespace glintmark::doubles {
 
-/// Every service's fake, put in force for the lifetime of this object.
-struct TestPlatform {
+/// One fake for every service.
+struct Fakes {
     VirtualQueues queues;
     FakeApplication application;
     FakeBundle bundle;
@@ -38,6 +38,10 @@ struct TestPlatform {
                                 eventStreams, files,         imageDecoder,  log,
                                 openPanel,    statusBar,     queues,        urlSession,
                                 userDefaults, notifications, workspace};
+};
+
+/// The fakes, put in force for the lifetime of this object.
+struct TestPlatform : Fakes {
     platform::ServicesScope scope{services};
 };
 
