@@ -171,9 +171,9 @@ TEST_F(AppDelegateMenuTest, TheStarRunsAnticlockwiseFromTheTop) {
 
 TEST_F(AppDelegateMenuTest, AStarOfNoPointsHasNoVertices) {
     const auto delegate = std::make_shared<AppDelegate>();
-    for (const auto& element : delegate->createStarPath({9, 9}, 5.8, 2.5, 0).elements()) {
-        EXPECT_TRUE(std::holds_alternative<BezierPath::Close>(element));
-    }
+    const auto path = delegate->createStarPath({9, 9}, 5.8, 2.5, 0);
+    ASSERT_EQ(path.elements().size(), 1U);
+    EXPECT_TRUE(std::holds_alternative<BezierPath::Close>(path.elements().front()));
 }
 
 TEST_F(AppDelegateMenuTest, TheVersionAndTheCreditLineOpenTheProductPage) {
