@@ -38,6 +38,7 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
     std::vector<Thread> threads;
     std::size_t sleeping = 0;   // threads that wait for `workCame`
     bool watchesClock = false;  // one thread waits for the earliest due time
+    bool isThreadBeginning = false;
     bool ending = false;
 };
 
@@ -105,14 +106,17 @@ void ThreadPoolQueue::State::provideForDelayed() {
     }
 }
 
+/// None while another is about to begin: that one looks at all there is.
 void ThreadPoolQueue::State::addThread() {
-    if (threads.size() < maximumThreads && !ending) {
+    if (!isThreadBeginning && threads.size() < maximumThreads && !ending) {
+        isThreadBeginning = true;
         threads.emplace_back(label, stackBytes, [self = shared_from_this()] { self->runThread(); });
     }
 }
 
 void ThreadPoolQueue::State::runThread() {
     std::unique_lock lock(mutex);
+    isThreadBeginning = false;
     while (!ending) {
         delayed.moveDue(DelayedWork::Clock::now(), ready);
         if (ready.empty()) {
