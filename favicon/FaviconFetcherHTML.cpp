@@ -25,22 +25,49 @@ constexpr std::size_t maximumDownloads = 6;  // Of one page.
 constexpr std::int64_t defaultAppleTouchIconSize = 180;  // Pixels.
 constexpr std::int64_t defaultIconSize = 32;             // Pixels.
 
-/// What recognises icon links in markup. Each pattern is compiled once and serves every page.
-struct LinkPatterns {
-    using Pattern = std::optional<RegularExpression>;
+/// A pattern searched in any letter case.
+///
+/// Asking the engine costs far more than a look for the word that every match contains, and most
+/// tags do not hold it. The word must be spelt in letters that no character outside ASCII stands
+/// for when case is ignored, so without k and s (the Kelvin sign and the long s).
+class LinkPattern {
+public:
+    LinkPattern(std::string_view pattern, std::string_view word)
+        : word_(word),
+          expression_(RegularExpression::compile(pattern, {.caseInsensitive = true})) {}
 
-    Pattern tag = RegularExpression::compile(
-        R"(<link\s+[^>]*>)", {.caseInsensitive = true, .dotMatchesLineSeparators = true});
-    // Without a closing quote, so that values which only begin with the word count too.
-    Pattern appleTouchIcon = caseInsensitive(R"(rel\s*=\s*["']apple-touch-icon)");
-    Pattern icon = caseInsensitive(R"(rel\s*=\s*["'](?:shortcut\s+)?icon["'])");
-    Pattern href = caseInsensitive(R"(href\s*=\s*["']([^"']+)["'])");
-    Pattern sizes = caseInsensitive(R"(sizes\s*=\s*["']([\d]+)x[\d]+["'])");
+    bool isFoundIn(std::string_view text) const { return firstMatch(text).has_value(); }
+
+    /// What the first capture group holds in the first match; absent without a match.
+    std::optional<std::string_view> firstCapture(std::string_view text) const {
+        const auto match = firstMatch(text);
+        if (!match) {
+            return std::nullopt;
+        }
+        return match->at(1).in(text);
+    }
 
 private:
-    static Pattern caseInsensitive(std::string_view pattern) {
-        return RegularExpression::compile(pattern, {.caseInsensitive = true});
+    std::optional<std::vector<platform::TextRange>> firstMatch(std::string_view text) const {
+        if (!expression_ || !containsIgnoringCase(text, word_)) {
+            return std::nullopt;
+        }
+        return expression_->firstMatch(text);
     }
+
+    std::string_view word_;
+    std::optional<RegularExpression> expression_;
+};
+
+/// What recognises icon links in markup, compiled once for all pages.
+struct LinkPatterns {
+    std::optional<RegularExpression> tag = RegularExpression::compile(
+        R"(<link\s+[^>]*>)", {.caseInsensitive = true, .dotMatchesLineSeparators = true});
+    // Without a closing quote, so that values which only begin with the word count too.
+    LinkPattern appleTouchIcon{R"(rel\s*=\s*["']apple-touch-icon)", "apple-touch-icon"};
+    LinkPattern icon{R"(rel\s*=\s*["'](?:shortcut\s+)?icon["'])", "icon"};
+    LinkPattern href{R"(href\s*=\s*["']([^"']+)["'])", "href"};
+    LinkPattern sizes{R"(sizes\s*=\s*["']([\d]+)x[\d]+["'])", "ize"};
 };
 
 const LinkPatterns& linkPatterns() {
@@ -48,56 +75,37 @@ const LinkPatterns& linkPatterns() {
     return patterns;
 }
 
-bool isFound(const LinkPatterns::Pattern& pattern, std::string_view text) {
-    return pattern && pattern->firstMatch(text);
-}
+/// What one `<link>` tag declares. The address points into the page.
+struct IconLink {
+    std::string_view address;
+    std::int64_t size;
+    bool isAppleTouchIcon;
+};
 
-/// What the pattern's first capture group holds in its first match; absent without a match.
-std::optional<std::string_view> firstCapture(const LinkPatterns::Pattern& pattern,
-                                             std::string_view text) {
-    const auto match = pattern ? pattern->firstMatch(text) : std::nullopt;
-    if (!match) {
-        return std::nullopt;
-    }
-    return match->at(1).in(text);
-}
-
-/// The icon that one `<link>` tag declares; absent when it declares none that can be used.
-std::optional<IconEntry> iconEntry(std::string_view tag, const URL& baseURL) {
+/// Absent when the tag declares no icon that can be used.
+std::optional<IconLink> iconLink(std::string_view tag) {
     const LinkPatterns& patterns = linkPatterns();
-    const bool isAppleTouchIcon = isFound(patterns.appleTouchIcon, tag);
-    if (!isAppleTouchIcon && !isFound(patterns.icon, tag)) {
+    const bool isAppleTouchIcon = patterns.appleTouchIcon.isFoundIn(tag);
+    if (!isAppleTouchIcon && !patterns.icon.isFoundIn(tag)) {
         return std::nullopt;
     }
-    const auto address = firstCapture(patterns.href, tag);
+    const auto address = patterns.href.firstCapture(tag);
     if (!address || endsWithSVG(*address)) {
         return std::nullopt;
     }
-    auto url = FaviconFetcher::resolveURL(*address, baseURL);
-    if (!url) {
-        return std::nullopt;
-    }
     std::int64_t size = isAppleTouchIcon ? defaultAppleTouchIconSize : defaultIconSize;
-    if (const auto width = firstCapture(patterns.sizes, tag)) {
+    if (const auto width = patterns.sizes.firstCapture(tag)) {
         size = decimalInteger(*width).value_or(size);
     }
-    return IconEntry{std::move(*url), size, isAppleTouchIcon};
+    return IconLink{*address, size, isAppleTouchIcon};
 }
 
 /// Plain icons go first, however large an Apple touch icon is; then larger sizes.
-bool goesBefore(const IconEntry& a, const IconEntry& b) {
+bool goesBefore(const IconLink& a, const IconLink& b) {
     if (a.isAppleTouchIcon != b.isAppleTouchIcon) {
         return !a.isAppleTouchIcon;
     }
     return a.size > b.size;
-}
-
-/// Leaves the first `limit` entries of the final order. Entries that tie keep their order.
-void sortAndCut(std::vector<IconEntry>& entries, std::size_t limit) {
-    std::ranges::stable_sort(entries, goesBefore);
-    if (entries.size() > limit) {
-        entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(limit), entries.end());
-    }
 }
 
 /// Downloads all `entries` at once.
@@ -144,7 +152,7 @@ void FaviconFetcher::fetchAllFromHTML(const URL& url, CandidatesCompletion compl
 
 std::vector<IconEntry> FaviconFetcher::extractIconURLs(std::string_view html, const URL& baseURL,
                                                        std::size_t limit) {
-    const LinkPatterns::Pattern& tagPattern = linkPatterns().tag;
+    const auto& tagPattern = linkPatterns().tag;
     if (!tagPattern) {
         return {};
     }
@@ -152,16 +160,24 @@ std::vector<IconEntry> FaviconFetcher::extractIconURLs(std::string_view html, co
     // end of the text, which takes quadratic time.
     html = html.substr(0, html.rfind('>') + 1);
 
-    std::vector<IconEntry> entries;
+    std::vector<IconLink> links;
     for (const platform::TextRange range : tagPattern->matches(html)) {
-        if (auto entry = iconEntry(range.in(html), baseURL)) {
-            entries.push_back(std::move(*entry));
-        }
-        if (entries.size() / 2 >= limit) {
-            sortAndCut(entries, limit);
+        if (const auto link = iconLink(range.in(html))) {
+            links.push_back(*link);
         }
     }
-    sortAndCut(entries, limit);
+    std::ranges::stable_sort(links, goesBefore);
+
+    // Resolved in the final order, so that a page of a million links costs no million URLs.
+    std::vector<IconEntry> entries;
+    for (const IconLink& link : links) {
+        if (entries.size() == limit) {
+            break;
+        }
+        if (auto url = resolveURL(link.address, baseURL)) {
+            entries.push_back({std::move(*url), link.size, link.isAppleTouchIcon});
+        }
+    }
     return entries;
 }
 

@@ -6,17 +6,25 @@
 
 namespace glintmark {
 
+namespace {
+
+char lowercasedASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+}  // namespace
+
+bool containsIgnoringCase(std::string_view text, std::string_view word) {
+    return std::search(text.begin(), text.end(), word.begin(), word.end(),
+                       [](char a, char b) { return lowercasedASCII(a) == b; }) != text.end();
+}
+
 bool endsWithSVG(std::string_view address) {
     constexpr std::string_view ending = ".svg";
     if (address.size() < ending.size()) {
         return false;
     }
     // No character outside ASCII has one of these letters as its lower case.
-    const auto lowercased = [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    };
     return std::ranges::equal(address.substr(address.size() - ending.size()), ending, {},
-                              lowercased);
+                              lowercasedASCII);
 }
 
 std::optional<std::int64_t> decimalInteger(std::string_view text) {

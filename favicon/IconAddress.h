@@ -6,6 +6,9 @@
 
 namespace glintmark {
 
+/// Whether `word`, in lower-case ASCII, occurs in `text` in any letter case of ASCII.
+bool containsIgnoringCase(std::string_view text, std::string_view word);
+
 /// Whether an address as written ends in ".svg" in any letter case; a query behind it hides it.
 bool endsWithSVG(std::string_view address);
 

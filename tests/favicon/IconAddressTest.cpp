@@ -5,6 +5,15 @@
 namespace glintmark {
 namespace {
 
+TEST(IconAddressTest, AWordIsFoundInAnyLetterCase) {
+    for (const auto* text : {"icon", "ICON", "an IcOn.", "iicon", "icicon"}) {
+        EXPECT_TRUE(containsIgnoringCase(text, "icon")) << text;
+    }
+    for (const auto* text : {"", "ico", "i con", "ıcon", "icôn"}) {
+        EXPECT_FALSE(containsIgnoringCase(text, "icon")) << text;
+    }
+}
+
 TEST(IconAddressTest, OnlyTheEndingMakesAnSVG) {
     for (const auto* address : {".svg", "a.svg", "A.SVG", "a.sVg", "?v=a.svg", "å.Svg"}) {
         EXPECT_TRUE(endsWithSVG(address)) << address;
