@@ -226,8 +226,7 @@ void StatusNotifierItem::registerLater() {
 
 std::unique_ptr<StatusItem> StatusNotifierBar::statusItem(double /*length*/) {
     // Without a runtime directory GLib names the cache directory.
-    const GStringHandle folder(
-        g_build_filename(g_get_user_runtime_dir(), "glintmark", "icons", nullptr));
+    const GStringHandle folder(g_build_filename(g_get_user_runtime_dir(), "glintmark", nullptr));
     return std::make_unique<StatusNotifierItem>(bus_, folder.get());
 }
 
