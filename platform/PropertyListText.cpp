@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/PropertyListReaders.h"
+#include "platform/TextEncoding.h"
 
 // The form before XML: "string", bare-word, (array, of, values), {key = value;}, <0fbd77 data>,
 // with comments as in C++.
@@ -178,10 +179,7 @@ std::optional<std::string> TextReader::quotedString(char quote) {
         if (!character) {
             return std::nullopt;
         }
-        std::array<char, U8_MAX_LENGTH> bytes{};
-        std::size_t length = 0;
-        U8_APPEND_UNSAFE(bytes.data(), length, static_cast<UChar32>(*character));
-        text.append(bytes.data(), length);
+        appendUTF8(text, *character);
     }
     if (rest_.empty() || !budget_.takeText(text.size())) {
         return std::nullopt;

@@ -15,14 +15,14 @@ struct ConverterCloser {
     void operator()(UConverter* converter) const { ucnv_close(converter); }
 };
 
-void append(std::string& text, UChar32 character) {
-    std::array<char, U8_MAX_LENGTH> bytes{};
-    std::size_t length = 0;
-    U8_APPEND_UNSAFE(bytes.data(), length, character);
-    text.append(bytes.data(), length);
-}
-
 }  // namespace
+
+void appendUTF8(std::string& text, char32_t character) {
+    std::array<std::uint8_t, U8_MAX_LENGTH> bytes{};
+    std::size_t length = 0;
+    U8_APPEND_UNSAFE(bytes.data(), length, static_cast<std::uint32_t>(character));
+    text.append(bytes.begin(), bytes.begin() + length);
+}
 
 bool isUTF8(std::string_view bytes) {
     const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
@@ -49,7 +49,7 @@ std::optional<std::string> decodedText(std::string_view bytes, const std::string
     while (U_SUCCESS(status) && next < end) {
         const auto character = ucnv_getNextUChar(converter.get(), &next, end, &status);
         if (U_SUCCESS(status)) {
-            append(text, character);
+            appendUTF8(text, static_cast<char32_t>(character));
         }
     }
     return U_SUCCESS(status) ? std::optional(std::move(text)) : std::nullopt;

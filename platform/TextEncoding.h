@@ -6,6 +6,9 @@
 
 namespace glintmark::platform {
 
+/// Appends `character`, a code point of Unicode other than a surrogate.
+void appendUTF8(std::string& text, char32_t character);
+
 /// Whether `bytes` are well-formed UTF-8 (RFC 3629).
 bool isUTF8(std::string_view bytes);
 
