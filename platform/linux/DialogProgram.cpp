@@ -65,10 +65,10 @@ std::unique_ptr<DialogProgram> DialogProgram::start(const OpenPanel::Settings& s
 
 DialogProgram::DialogProgram(GObjectHandle<GSubprocess> process, Done done)
     : process_(std::move(process)), cancellable_(g_cancellable_new()), done_(std::move(done)) {
-    const auto finished = [](GObject* process, GAsyncResult* result, gpointer self) {
+    const auto finished = [](GObject* source, GAsyncResult* result, gpointer self) {
         GErrorOut error;
         GBytes* output = nullptr;
-        g_subprocess_communicate_finish(G_SUBPROCESS(process), result, &output, nullptr,
+        g_subprocess_communicate_finish(G_SUBPROCESS(source), result, &output, nullptr,
                                         error.out());
         const GBytesHandle owner(output);
         if (error.get() == nullptr ||

@@ -32,7 +32,7 @@ bool WatchTree::add(Watch watch) {
         return false;
     }
     node = {};
-    node.name = noName_;
+    node.name = noName_ & NameArena::maximumOffset;
     ++page->used;
     ++size_;
     return true;

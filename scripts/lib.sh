@@ -1,0 +1,44 @@
+# Shared by the scripts. Source it from the top of the checkout.
+
+# What the compiler cache needs to keep precompiled headers, and to share objects between clones.
+export CCACHE_SLOPPINESS=pch_defines,time_macros
+export CCACHE_BASEDIR="$PWD"
+export CCACHE_NOHASHDIR=1
+
+say() { printf '\n== %s\n' "$*"; }
+
+# packages_of GROUP...: the names behind the groups in scripts/packages.
+packages_of() {
+  local group
+  for group in "$@"; do
+    sed -n "s/^$group: //p" scripts/packages
+  done | tr ' ' '\n' | sort -u
+}
+
+# install_missing GROUP...: installs what the distribution does not have installed yet.
+install_missing() {
+  local package missing=()
+  while read -r package; do
+    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
+      missing+=("$package")
+  done < <(packages_of "$@")
+  [ ${#missing[@]} -eq 0 ] && return
+  if ! command -v apt-get >/dev/null; then
+    printf 'Please install what corresponds to these Debian packages: %s\n' "${missing[*]}" >&2
+    return 1
+  fi
+  say "Installing ${missing[*]}"
+  local as_root=()
+  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+    --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build PRESET [TARGET...]
+build() {
+  local preset=$1
+  shift
+  cmake --preset "$preset" >/dev/null
+  ninja -C "build/$preset" --quiet "$@"
+}

@@ -1,0 +1,200 @@
+#!/usr/bin/env python3
+"""The whole road of a file on a real desktop session. Nothing is faked but the sites' content."""
+
+import argparse
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import unittest
+
+from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
+from session import DesktopSession, wait_for
+from sites import MAGENTA, TEAL, SiteServer, demo_sites
+
+OPTIONS = argparse.Namespace(program=None, output=None)
+
+
+class DesktopTest(unittest.TestCase):
+    """One session with panel, notification daemon and sites; the program with its own home."""
+
+    def setUp(self):
+        folder = OPTIONS.output / self.id().split(".")[-1]
+        shutil.rmtree(folder, ignore_errors=True)
+        folder.mkdir(parents=True)
+        self.pictures = folder
+        self.server = self.enterContext(SiteServer(demo_sites()))
+        self.session = self.enterContext(DesktopSession(
+            root=folder / "session", keep=True, environment=self.server.proxy_environment()))
+        self.desktop = self.session.home / "Desktop"
+        self.downloads = self.session.home / "Downloads"
+        self.program = Program(self.session, OPTIONS.program)
+
+    def enterContext(self, context):  # unittest has it from Python 3.11 on
+        value = context.__enter__()
+        self.addCleanup(context.__exit__, None, None, None)
+        return value
+
+    def start_desktop(self):
+        self.session.start_window_manager()
+        self.session.start_notifyd()
+        self.session.start_panel()
+
+    def start_program(self):
+        self.program.start()
+        self.program.wait_until_started()
+
+    def drop(self, name, url):
+        return write_link(self.downloads / name, url)
+
+    def wait_until_applied(self, link):
+        self.program.wait_for_line(f"Glintmark: Icon applied → {link}")
+
+    def stored_icon(self, link):
+        return self.session.data_home / "glintmark" / "icons" / f"{extended_attribute(link)}.png"
+
+
+class WholeRoadTest(DesktopTest):
+    def test_a_dropped_link_gets_its_icon_a_notification_and_shows_in_an_open_window(self):
+        write_link(self.desktop / "Old.webloc", "http://glint.example/")
+        self.start_desktop()
+        notifications = BusMonitor(self.session, "org.freedesktop.Notifications", "Notify")
+        self.start_program()
+        self.session.open_file_manager("thunar", self.downloads)
+        link = self.drop("My Site.webloc", "http://glint.example/")
+        self.wait_until_applied(link)
+
+        with self.subTest("the log lines in their order"):
+            self.assertEqual(self.program.lines(), [
+                "Glintmark: 既存weblocファイル 1 件を記録",
+                f'Glintmark: 監視対象ディレクトリ: ["{self.desktop}", "{self.downloads}"]',
+                "Glintmark: ファイル監視開始（バックグラウンドキュー）",
+                f'Glintmark: Started. Watching: ["{self.desktop}", "{self.downloads}"]',
+                "Glintmark: Notification authorized",
+                f"Glintmark: 新規webloc検知 → {link}",
+                f"Glintmark: webloc detected → {link}",
+                "Glintmark: URL → http://glint.example/",
+                "Glintmark: 採用 → htmlIcon (256x256, 透明: true)",
+                "Glintmark: Favicon fetched → http://glint.example/",
+                f"Glintmark: アイコン適用成功 → {link}",
+                f"Glintmark: Icon applied → {link}",
+            ])
+        with self.subTest("the requests"):
+            self.assertCountEqual(self.server.urls("glint.example"), [
+                "http://glint.example/",
+                "http://glint.example/icon-256.png",
+                "http://glint.example/touch.png",
+                "http://glint.example/apple-touch-icon.png",
+                "http://glint.example/manifest.json",
+                "http://glint.example/site.webmanifest",
+                "http://glint.example/manifest.webmanifest",
+                "http://glint.example/favicon.ico",
+            ])
+        with self.subTest("the icon's pixels"):
+            icon = self.stored_icon(link)
+            size = subprocess.check_output(["identify", "-format", "%wx%h", icon], text=True)
+            self.assertEqual(size, "512x512")
+            self.assertEqual(pixel(icon, 256, 256), (*MAGENTA, 255))
+            self.assertEqual(pixel(icon, 1, 1)[3], 0)
+        with self.subTest("the file manager's attribute"):
+            icon_uri = self.session.run(["gio", "info", "-a", "metadata::custom-icon", str(link)])
+            self.assertIn(self.stored_icon(link).as_uri(), icon_uri)
+        with self.subTest("the open window"):
+            self.session.wait_for_colour(MAGENTA, minimum=300,
+                                         picture=self.pictures / "window.png")
+        with self.subTest("the notification"):
+            wait_for(lambda: "My Site.webloc" in notifications.strings(), "notification")
+        with self.subTest("the menu"):
+            item = StatusItem(self.session)
+            self.assertEqual(item.title(), "Glintmark")
+            labels = item.labels()
+            self.assertTrue(labels[0].startswith("Glintmark v"), labels)
+            self.assertEqual(labels[7:9], ["  ~/Desktop", "  ~/Downloads"])
+        with self.subTest("the file that was there before"):
+            self.assertIsNone(extended_attribute(self.desktop / "Old.webloc"))
+
+    def test_quit_from_the_menu_ends_the_program_and_all_it_started(self):
+        self.start_desktop()
+        self.start_program()
+        link = self.drop("a.webloc", "http://glint.example/")
+        self.wait_until_applied(link)
+        descendants = self.program.descendants()
+        item = StatusItem(self.session)
+        item.click("Quit Glintmark" if "Quit Glintmark" in item.labels() else item.labels()[-1])
+        self.assertEqual(self.program.process.wait(5), 0)
+        self.assertEqual(self.program.lines()[-1], "Glintmark: ファイル監視停止")
+        wait_for(lambda: not [pid for pid in descendants if pathlib.Path(f"/proc/{pid}").exists()],
+                 "end of the program's children")
+
+
+class WithoutDesktopTest(DesktopTest):
+    def test_without_panel_daemon_or_manager_icons_are_set_all_the_same(self):
+        self.start_program()
+        link = self.drop("m.webloc", "http://manifest.example/")
+        self.wait_until_applied(link)
+        self.assertEqual(pixel(self.stored_icon(link), 256, 256), (*TEAL, 255))
+        self.assertEqual(self.program.terminate(), 0)
+
+    def test_without_a_session_bus_icons_are_set_all_the_same(self):
+        self.session.end("dbus-daemon")
+        self.start_program()
+        link = self.drop("m.webloc", "http://manifest.example/")
+        self.wait_until_applied(link)
+        self.assertIsNotNone(extended_attribute(link))
+
+    def test_a_second_start_says_so_and_ends(self):
+        self.start_program()
+        second = Program(self.session, OPTIONS.program, name="second").start()
+        self.assertEqual(second.process.wait(10), 0)
+        self.assertEqual(len(second.lines()), 1, second.lines())
+
+    def test_termination_signals_end_it_in_order(self):
+        for how in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            with self.subTest(how.name):
+                self.start_program()
+                self.assertEqual(self.program.terminate(how), 0)
+                self.assertEqual(self.program.lines()[-1], "Glintmark: ファイル監視停止")
+                (self.session.logs / "glintmark.log").unlink()
+
+
+class BadInputTest(DesktopTest):
+    def test_each_bad_link_gets_its_lines_and_the_program_goes_on(self):
+        self.start_program()
+        broken = self.downloads / "broken.webloc"
+        broken.write_bytes(b"no property list")
+        folder = self.downloads / "folder.webloc"
+        folder.mkdir()
+        huge = self.downloads / "huge.webloc"
+        with open(huge, "wb") as file:
+            file.truncate(3 << 30)
+        odd = self.drop("odd.webloc", "not a link")
+        for path in (broken, huge):
+            self.program.wait_for_line(f"Glintmark: plistパース失敗 → {path}")
+            self.program.wait_for_line(f"Glintmark: URL extraction failed → {path}")
+        self.program.wait_for_line(f"Glintmark: ファイル読み込み失敗 → {folder}")
+        self.program.wait_for_line(f"Glintmark: URL extraction failed → {folder}")
+        self.program.wait_for_line("Glintmark: Favicon fetch failed → not a link")
+        self.assertIsNone(extended_attribute(odd))
+        self.wait_until_applied(self.drop("good.webloc", "http://glint.example/"))
+
+    def test_a_percent_sign_in_a_name_is_expanded(self):
+        self.start_program()
+        self.drop("100%d.webloc", "http://glint.example/")
+        self.program.wait_for_line(f"Glintmark: Icon applied → {self.downloads}/1000.webloc")
+        self.assertIsNotNone(extended_attribute(self.downloads / "100%d.webloc"))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", required=True, type=pathlib.Path)
+    parser.add_argument("--output", required=True, type=pathlib.Path)
+    parser.add_argument("tests", nargs="*", help="names of single tests")
+    arguments = parser.parse_args()
+    OPTIONS.program = arguments.program.resolve()
+    OPTIONS.output = arguments.output.resolve()
+    unittest.main(argv=[sys.argv[0], "-v", *arguments.tests])
+
+
+if __name__ == "__main__":
+    main()
