@@ -46,8 +46,12 @@ class Program:
     def wait_until_started(self):
         return self.wait_for_line("Glintmark: Started. Watching: ")
 
-    def lines(self):
+    def output(self):
         return self._session.log(self._name).splitlines()
+
+    def lines(self):
+        """The program's log, without what else it says on standard error."""
+        return [line for line in self.output() if line.startswith("Glintmark: ")]
 
     def wait_for_line(self, beginning, timeout=DEADLINE):
         """The first line that begins so."""
@@ -108,7 +112,7 @@ class StatusItem:
     def layout(self):
         """The menu as (id, label, enabled, children) tuples; label None for a separator."""
         answer = self._session.run([
-            "busctl", "--user", "--json=short", "call", self.address, self.menu_path,
+            "busctl", "--user", "--json=short", "call", "--", self.address, self.menu_path,
             "com.canonical.dbusmenu", "GetLayout", "iias", "0", "-1", "0"])
         return _entry(json.loads(answer)["data"][1])[3]
 

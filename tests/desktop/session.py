@@ -116,7 +116,8 @@ class DesktopSession:
         self.root = pathlib.Path(root).resolve()
         self.home = self.root / "home"
         self.logs = self.root / "logs"
-        self.runtime = self.root / "runtime"
+        # Outside the root: the path of a socket is limited to 107 bytes.
+        self.runtime = pathlib.Path(tempfile.mkdtemp(prefix="glintmark-runtime-"))
         self.data_home = self.home / ".local" / "share"
         self.config_home = self.home / ".config"
         self.cache_home = self.home / ".cache"
@@ -139,10 +140,9 @@ class DesktopSession:
 
     def start(self):
         """Makes the folders and starts the X server and the session bus."""
-        for folder in (self.home / "Desktop", self.home / "Downloads", self.logs, self.runtime,
-                       self.data_home, self.config_home, self.cache_home):
+        for folder in (self.home / "Desktop", self.home / "Downloads", self.logs, self.data_home,
+                       self.config_home, self.cache_home):
             folder.mkdir(parents=True, exist_ok=True)
-        self.runtime.chmod(0o700)
         self.environment = self._base_environment()
         self._start_x_server()
         self.start_bus()
@@ -155,6 +155,7 @@ class DesktopSession:
         for name in ("dbus-daemon", "Xvfb"):
             self.end(name)
         self._end_marked_processes()
+        shutil.rmtree(self.runtime, ignore_errors=True)
         if not self._keep:
             shutil.rmtree(self.root, ignore_errors=True)
 
