@@ -11,7 +11,7 @@ import unittest
 
 from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
 from session import DesktopSession, wait_for
-from sites import MAGENTA, TEAL, SiteServer, demo_sites
+from sites import MAGENTA, TEAL, SiteServer, demo_sites, hostile_sites
 
 OPTIONS = argparse.Namespace(program=None, output=None)
 
@@ -180,6 +180,18 @@ class BadInputTest(DesktopTest):
         self.program.wait_for_line(f"Glintmark: URL extraction failed → {folder}")
         self.program.wait_for_line("Glintmark: Favicon fetch failed → not a link")
         self.assertIsNone(extended_attribute(odd))
+        self.wait_until_applied(self.drop("good.webloc", "http://glint.example/"))
+
+    def test_each_bad_site_ends_in_one_failure_line_and_the_program_goes_on(self):
+        self.server.sites.update(hostile_sites())
+        self.start_program()
+        for host in hostile_sites():
+            self.drop(f"{host}.webloc", f"http://{host}/")
+        for host in hostile_sites():
+            line = f"Glintmark: Favicon fetch failed → http://{host}/"
+            self.program.wait_for_line(line, timeout=90)
+            self.assertEqual(self.program.lines_about(f"http://{host}/"),
+                             [f"Glintmark: URL → http://{host}/", line])
         self.wait_until_applied(self.drop("good.webloc", "http://glint.example/"))
 
     def test_a_percent_sign_in_a_name_is_expanded(self):

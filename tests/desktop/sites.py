@@ -15,6 +15,7 @@ import dataclasses
 import http.server
 import json
 import math
+import socket
 import socketserver
 import struct
 import sys
@@ -32,15 +33,18 @@ ORANGE = (250, 130, 10)
 
 @dataclasses.dataclass
 class Answer:
-    """What a path answers. `wait` is waited for before the answer; `truncate` bytes are held back."""
+    """What a path answers. `wait` is waited for before the answer; `truncate` bytes are held back;
+    `raw` bytes go out instead of a response, and then the connection is reset."""
     body: bytes = b""
     status: int = 200
     content_type: str = "text/html; charset=utf-8"
     headers: tuple = ()
     wait: threading.Event | None = None
     truncate: int = 0
+    raw: bytes | None = None
 
 
+ENDLESS = b"bytes without end, in place of `raw`"
 NOT_FOUND = Answer(b"<html><title>404</title>nothing here", 404)
 
 
@@ -104,6 +108,25 @@ def demo_sites():
     }
 
 
+ANY_PATH = "*"
+
+
+def hostile_sites():
+    """Sites none of which has an icon to give, each bad in its own way on every path."""
+    silent = threading.Event()  # never set
+    return {
+        "silent.example": {ANY_PATH: Answer(wait=silent)},
+        "reset.example": {ANY_PATH: Answer(raw=b"")},
+        "garbage.example": {ANY_PATH: Answer(raw=b"\x00\xff garbage\r\n\r\n" * 100)},
+        "endless.example": {ANY_PATH: Answer(raw=ENDLESS)},
+        "truncated.example": {ANY_PATH: Answer(png(64, 64, ORANGE), truncate=40,
+                                               content_type="image/png")},
+        "loop.example": {ANY_PATH: Answer(status=302, headers=(("Location", "/again"),))},
+        "broken.example": {ANY_PATH: Answer(png(64, 64, ORANGE)[:200], content_type="image/png")},
+        "empty.example": {ANY_PATH: Answer(b"")},
+    }
+
+
 class _Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
 
@@ -112,6 +135,9 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         answer = self.server.owner.answer_for(self.path)
         if answer.wait is not None:
             answer.wait.wait()
+        if answer.raw is not None:
+            self._send_raw(answer.raw)
+            return
         self.send_response_only(answer.status)
         self.send_header("Content-Type", answer.content_type)
         self.send_header("Content-Length", str(len(answer.body)))
@@ -121,6 +147,17 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(answer.body[:len(answer.body) - answer.truncate])
         if answer.truncate:
             self.close_connection = True
+
+    def _send_raw(self, data):
+        self.close_connection = True
+        try:
+            while data is ENDLESS:
+                self.wfile.write(b"HTTP/1.1 200 OK\r\n\r\n" + bytes(65536))
+            self.wfile.write(data)
+            # With no time to linger, closing sends a reset.
+            self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        except OSError:
+            pass  # the client has had enough
 
     def do_CONNECT(self):
         self.server.owner.record(Request("CONNECT", self.path, list(self.headers.items())))
@@ -174,7 +211,8 @@ class SiteServer:
     def answer_for(self, url):
         parts = urllib.parse.urlsplit(url)
         path = (parts.path or "/") + (f"?{parts.query}" if parts.query else "")
-        return self.sites.get((parts.hostname or "").lower(), {}).get(path, NOT_FOUND)
+        site = self.sites.get((parts.hostname or "").lower(), {})
+        return site.get(path) or site.get(ANY_PATH, NOT_FOUND)
 
     def urls(self, host=None):
         """The addresses asked for so far, of one host or of all, in order of arrival."""
