@@ -1,0 +1,33 @@
+#include "platform/PropertyList.h"
+
+#include "platform/TextEncoding.h"
+#include "tests/fuzz/FuzzTarget.h"
+
+using namespace glintmark;
+
+namespace {
+
+void requireUTF8(const platform::PropertyList& list) {
+    if (const auto* text = list.string()) {
+        fuzz::require(platform::isUTF8(*text));
+    } else if (const auto* elements = list.array()) {
+        for (const auto& element : *elements) {
+            requireUTF8(element);
+        }
+    } else if (const auto* entries = list.dictionary()) {
+        for (const auto& [key, value] : *entries) {
+            fuzz::require(platform::isUTF8(key));
+            requireUTF8(value);
+        }
+    }
+}
+
+}  // namespace
+
+/// All texts of whatever is read are UTF-8.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (const auto list = platform::PropertyList::parse(fuzz::text(data, size))) {
+        requireUTF8(*list);
+    }
+    return 0;
+}
