@@ -1,13 +1,13 @@
 #include "platform/linux/FileReplacement.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 namespace glintmark::platform {
 

@@ -1,9 +1,9 @@
 #include "platform/linux/FileURI.h"
 
 #include <glib.h>
-#include <stdlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 namespace glintmark::platform {

@@ -22,7 +22,7 @@ constexpr std::size_t nameLength = 64;
 constexpr char attribute[] = "user.glintmark.icon";
 constexpr std::string_view suffix = ".png";
 constexpr int folderMode = 0700;
-constexpr std::time_t day = 24 * 3600;
+constexpr std::time_t day = 86'400;  // seconds
 
 std::string nameOf(std::string_view png) {
     const std::unique_ptr<char, decltype(&g_free)> digits(

@@ -12,7 +12,7 @@ namespace glintmark::platform {
 namespace {
 
 constexpr std::time_t stored = 1'700'000'000;
-constexpr std::time_t day = 24 * 3600;
+constexpr std::time_t day = 86'400;
 constexpr std::time_t longAfter = stored + 31 * day;
 
 class IconSweepTest : public testing::Test {
@@ -25,7 +25,7 @@ protected:
 
     /// A picture in the store that was last used at `stored`.
     std::string storePicture(const std::string& bytes) {
-        const std::string name = store_.put(bytes).value();
+        std::string name = store_.put(bytes).value();
         const struct timespec times[2] = {{stored, 0}, {stored, 0}};
         utimensat(AT_FDCWD, store_.pathOf(name).c_str(), times, 0);
         return name;
@@ -33,7 +33,7 @@ protected:
 
     /// A link file with a picture as its icon, as the program leaves them.
     std::string applyTo(const std::string& file, const std::string& name) {
-        const std::string path = folder_.write(file);
+        std::string path = folder_.write(file);
         writeIconName(path, name);
         applied_.add({name, path});
         return path;
