@@ -12,8 +12,8 @@ namespace glintmark::platform {
 namespace {
 
 TEST(LinuxDispatchQueuesTest, TheGlobalQueueRunsAtLeastFourPiecesOfWorkAtOnce) {
-    LinuxDispatchQueues queues;
     std::atomic<int> running = 0;
+    LinuxDispatchQueues queues;  // waits for its work, which uses the number
     for (int i = 0; i < 4; ++i) {
         queues.global(QualityOfService::userInitiated).async([&] {
             ++running;

@@ -19,7 +19,7 @@ std::size_t threadsNamed(const std::string& name) {
     for (const auto& task : fs::directory_iterator("/proc/self/task")) {
         std::ifstream file(task.path() / "comm");
         std::string line;
-        count += std::getline(file, line) && line == name ? 1 : 0;
+        count += std::getline(file, line) && line == name ? 1U : 0U;
     }
     return count;
 }

@@ -23,7 +23,7 @@ namespace {
 std::string text(std::span<const std::uint8_t> bytes) { return {bytes.begin(), bytes.end()}; }
 
 void spinForEver() {
-    for (volatile unsigned i = 0;; i = i + 1) {
+    for (volatile bool forEver = true; forEver;) {
     }
 }
 
