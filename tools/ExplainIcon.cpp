@@ -1,0 +1,93 @@
+// explain-icon [--json] LINK: runs one fetch through the program's own code and shows every
+// request, every candidate and the winner. Exit status: 0 with an icon, 1 without, 2 for wrong use.
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "favicon/FaviconFetcher.h"
+#include "platform/Configuration.h"
+#include "platform/Platform.h"
+#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/LinuxDispatchQueues.h"
+#include "platform/linux/PosixFileManager.h"
+#include "platform/linux/SandboxedImageDecoder.h"
+#include "platform/linux/SyslogLog.h"
+#include "tools/AbsentDesktop.h"
+#include "tools/FetchReport.h"
+
+namespace glintmark::tools {
+
+namespace {
+
+constexpr const char* defaultFaviconService = "https://www.google.com";
+
+/// The decoder that was built beside this program.
+std::string helperPath() {
+    std::array<char, 4096> path{};
+    const auto length = readlink("/proc/self/exe", path.data(), path.size());
+    const std::string_view program(path.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    return std::string(program.substr(0, program.rfind('/') + 1)) + "glintmark-image-decoder";
+}
+
+platform::Configuration configuration() {
+    const char* const service = std::getenv("GLINTMARK_FAVICON_SERVICE");
+    return {service != nullptr ? service : defaultFaviconService, ""};
+}
+
+/// All that one fetch for `url` brings back, with the program's own services behind a recorder.
+FetchReport explained(const platform::URL& url, const std::string& host) {
+    AbsentDesktop desktop;
+    const platform::Configuration settings = configuration();
+    platform::LinuxDispatchQueues queues;
+    platform::PosixFileManager files;
+    platform::SyslogLog log;
+    platform::SandboxedImageDecoder decoder(helperPath());
+    platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
+                                     {.version = GLINTMARK_VERSION});
+    FetchRecorder recorder(session, decoder);
+    const platform::Services services{desktop, desktop,  settings, queues,  desktop,
+                                      files,   recorder, log,      desktop, desktop,
+                                      desktop, recorder, desktop,  desktop, desktop};
+    const platform::ServicesScope scope(services);
+
+    // Shared, since the waiting thread goes on while the other is still inside set_value.
+    const auto found = std::make_shared<std::promise<std::vector<IconCandidate>>>();
+    FaviconFetcher::collectCandidates(url, host, [found](std::vector<IconCandidate> candidates) {
+        found->set_value(std::move(candidates));
+    });
+    auto candidates = found->get_future().get();
+    return {recorder.requests(), std::move(candidates)};
+}
+
+int explain(const std::string& link, bool asLines) {
+    const auto url = platform::URL::parse(link);
+    if (!url || !url->host()) {
+        std::fputs("No URL with a host, so the program asks for nothing.\n", stderr);
+        return 1;
+    }
+    const FetchReport report = explained(*url, *url->host());
+    const std::string text = asLines ? asJSONLines(report) : asTable(report);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return report.winner ? 0 : 1;
+}
+
+}  // namespace
+
+}  // namespace glintmark::tools
+
+int main(int argc, char** argv) {
+    const bool asLines = argc == 3 && std::string_view(argv[1]) == "--json";
+    if (argc != 2 && !asLines) {
+        std::fputs("usage: explain-icon [--json] LINK\n", stderr);
+        return 2;
+    }
+    return glintmark::tools::explain(argv[argc - 1], asLines);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Image.h"
+#include "platform/URLSession.h"
+
+namespace glintmark::tools {
+
+/// One request of a fetch and what came of it.
+struct RequestRecord {
+    std::string url;
+    std::optional<std::string> userAgent;         ///< Absent for the client's own name.
+    std::chrono::nanoseconds begin{0};            ///< Since the recorder was made.
+    std::optional<std::chrono::nanoseconds> end;  ///< Absent while it runs.
+    std::optional<int> status;
+    std::optional<std::size_t> bytes;  ///< Of the body; absent without one.
+    std::optional<std::string> error;
+    bool wasDecoded = false;                       ///< Whether the body was taken for an image.
+    std::shared_ptr<const platform::Image> image;  ///< Null when it was none.
+};
+
+/// Stands before a session and a decoder, passes everything on and writes it down. Any thread.
+class FetchRecorder final : public platform::URLSession, public platform::ImageDecoder {
+public:
+    FetchRecorder(platform::URLSession& session, platform::ImageDecoder& decoder)
+        : session_(session), decoder_(decoder) {}
+
+    /// Completions run on the session's threads and must not outlive the recorder.
+    void startDataTask(platform::URLRequest request, Completion completion) override;
+
+    /// The image belongs to the request in whose completion it is decoded.
+    std::shared_ptr<const platform::Image> decode(std::string data) override;
+
+    /// In the order in which they were started.
+    std::vector<RequestRecord> requests() const;
+
+private:
+    std::size_t recordStart(const platform::URLRequest& request);
+    void recordEnd(std::size_t index, const platform::URLResult& result);
+    std::chrono::nanoseconds elapsed() const { return std::chrono::steady_clock::now() - begin_; }
+
+    platform::URLSession& session_;
+    platform::ImageDecoder& decoder_;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+
+    mutable std::mutex mutex_;
+    std::vector<RequestRecord> requests_;
+};
+
+}  // namespace glintmark::tools

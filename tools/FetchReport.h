@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "favicon/IconCandidate.h"
+#include "tools/FetchRecorder.h"
+
+namespace glintmark::tools {
+
+/// Everything that one fetch did.
+struct FetchReport {
+    /// `candidates` in the order of their arrival; the winner is the program's own choice of them.
+    FetchReport(std::vector<RequestRecord> requestRecords, std::vector<IconCandidate> found);
+
+    std::vector<RequestRecord> requests;
+    std::vector<IconCandidate> candidates;
+    std::optional<std::size_t> winner;  ///< Index into `candidates`.
+};
+
+/// Three tables for a reader: requests, candidates, winner.
+std::string asTable(const FetchReport& report);
+
+/// One JSON object a line: every request, every candidate, then the winner (null for none).
+std::string asJSONLines(const FetchReport& report);
+
+}  // namespace glintmark::tools
