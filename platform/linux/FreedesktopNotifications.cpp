@@ -44,7 +44,7 @@ bool readsMarkup(GVariant* capabilities) {
 
 /// The title never holds markup; the body does where the server reads it.
 std::string bodyText(const std::string& body, bool markup) {
-    const std::string text = dbusText(body);
+    std::string text = dbusText(body);
     if (!markup) {
         return text;
     }

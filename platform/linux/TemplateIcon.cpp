@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstddef>
 #include <memory>
+#include <utility>
 #include <variant>
 
 #include "platform/linux/GLibHandles.h"
@@ -138,8 +139,8 @@ std::string symbolicSVG(const TemplateImage& image) {
 )";
 }
 
-SymbolicIconFolder::SymbolicIconFolder(const std::string& path, const TemplateImage& image)
-    : path_(path) {
+SymbolicIconFolder::SymbolicIconFolder(std::string path, const TemplateImage& image)
+    : path_(std::move(path)) {
     g_mkdir_with_parents((path_ + themeFolders.back()).c_str(), ownerOnly);
     const std::string svg = symbolicSVG(image);
     if (g_file_set_contents(iconFile(path_).c_str(), svg.data(), static_cast<gssize>(svg.size()),

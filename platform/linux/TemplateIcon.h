@@ -25,7 +25,7 @@ public:
     static constexpr auto iconName = "glintmark-symbolic";
 
     /// `path` is made when it is missing. When that or writing fails, `path()` is empty.
-    SymbolicIconFolder(const std::string& path, const TemplateImage& image);
+    SymbolicIconFolder(std::string path, const TemplateImage& image);
     ~SymbolicIconFolder();
     SymbolicIconFolder(const SymbolicIconFolder&) = delete;
     SymbolicIconFolder& operator=(const SymbolicIconFolder&) = delete;
