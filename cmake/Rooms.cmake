@@ -27,7 +27,7 @@ function(glintmark_tests name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} test_main)
   target_precompile_headers(${name} REUSE_FROM test_main)
   target_compile_definitions(${name} PRIVATE
-    GLINTMARK_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    GLINTMARK_TEST_DATA="tests/data")  # relative, so that clones can share compiled objects
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()

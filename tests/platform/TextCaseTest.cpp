@@ -1,6 +1,6 @@
-#include "platform/TextCase.h"
-
 #include <gtest/gtest.h>
+
+#include "platform/TextCase.h"
 
 namespace glintmark::platform {
 namespace {
