@@ -47,6 +47,14 @@ Thread::Thread(const std::string& name, std::size_t stackBytes, std::function<vo
     }
 }
 
+std::optional<Thread> Thread::start(const std::string& name, std::size_t stackBytes,
+                                    std::function<void()> body) {
+    Thread thread;
+    thread.joinable_ =
+        create(thread.handle_, PTHREAD_CREATE_JOINABLE, name, stackBytes, std::move(body));
+    return thread.joinable_ ? std::optional(std::move(thread)) : std::nullopt;
+}
+
 bool Thread::startDetached(const std::string& name, std::size_t stackBytes,
                            std::function<void()> body) {
     pthread_t handle{};

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace glintmark::platform {
@@ -17,6 +18,10 @@ public:
     /// Ends the process when the system has no thread left. The system shows the first 15 bytes
     /// of `name`.
     Thread(const std::string& name, std::size_t stackBytes, std::function<void()> body);
+
+    /// The same; absent when the system has no thread left.
+    static std::optional<Thread> start(const std::string& name, std::size_t stackBytes,
+                                       std::function<void()> body);
 
     /// Starts a thread that nobody joins. False when the system has none left.
     static bool startDetached(const std::string& name, std::size_t stackBytes,
