@@ -4,7 +4,7 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::size_t mostCookieBytes = 1 << 20;
+constexpr std::size_t mostCookieBytes = std::size_t{1} << 20;
 
 }  // namespace
 

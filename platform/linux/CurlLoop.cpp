@@ -29,7 +29,7 @@ CurlLoop::CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies)
 CurlLoop::~CurlLoop() {
     for (Running& running : running_) {
         curl_multi_remove_handle(multi_.get(), running.handle);
-        running.transfer->interrupt();
+        running.transfer->endHop(CURLE_ABORTED_BY_CALLBACK);
     }
 }
 
@@ -43,7 +43,7 @@ CurlLoop::Transfers CurlLoop::turn(bool mayBegin) {
     int stillRunning = 0;
     curl_multi_perform(multi_.get(), &stillRunning);
     collectEnded(ended);
-    interruptOverdue(ended);
+    endOverdue(ended);
     if (mayBegin) {
         beginTransfers();
     }
@@ -63,42 +63,39 @@ void CurlLoop::collectEnded(Transfers& ended) {
     int left = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
         const CURLcode outcome = message->data.result;
-        CURL* handle = message->easy_handle;
-        CurlTransfer* ending = nullptr;
-        curl_easy_getinfo(handle, CURLINFO_PRIVATE, &ending);
-        curl_multi_remove_handle(multi_.get(), handle);
-
-        auto transfer = takeRunning(ending);
-        const bool leadsOn = transfer->endHop(outcome);
-        if (leadsOn) {
-            const std::string host = transfer->host();
-            queue_.pushFirst(host, std::move(transfer));
-        } else {
-            ended.push_back(std::move(transfer));
-        }
+        endHop(find(message->easy_handle), outcome, ended);
     }
 }
 
-void CurlLoop::interruptOverdue(Transfers& ended) {
+void CurlLoop::endOverdue(Transfers& ended) {
     const auto now = options_.now();
     for (std::size_t i = running_.size(); i-- > 0;) {
         if (running_[i].transfer->deadline() <= now) {
-            curl_multi_remove_handle(multi_.get(), running_[i].handle);
-            auto transfer = takeRunning(running_[i].transfer.get());
-            transfer->interrupt();
-            ended.push_back(std::move(transfer));
+            endHop(i, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
 }
 
-std::unique_ptr<CurlTransfer> CurlLoop::takeRunning(const CurlTransfer* transfer) {
+void CurlLoop::endHop(std::size_t index, CURLcode outcome, Transfers& ended) {
+    curl_multi_remove_handle(multi_.get(), running_[index].handle);
+    auto transfer = std::move(running_[index].transfer);
+    running_[index] = std::move(running_.back());
+    running_.pop_back();
+    queue_.release(transfer->host());
+    const bool leadsOn = transfer->endHop(outcome);
+    if (leadsOn) {
+        const std::string host = transfer->host();
+        queue_.pushFirst(host, std::move(transfer));
+    } else {
+        ended.push_back(std::move(transfer));
+    }
+}
+
+std::size_t CurlLoop::find(const CURL* handle) const {
     const auto found = std::find_if(running_.begin(), running_.end(), [&](const Running& running) {
-        return running.transfer.get() == transfer;
+        return running.handle == handle;
     });
-    auto taken = std::move(found->transfer);
-    running_.erase(found);
-    queue_.release(taken->host());
-    return taken;
+    return static_cast<std::size_t>(found - running_.begin());
 }
 
 void CurlLoop::wait(TransferClock::Time latest) {

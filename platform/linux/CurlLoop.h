@@ -41,8 +41,9 @@ public:
 private:
     void beginTransfers();
     void collectEnded(Transfers& ended);
-    void interruptOverdue(Transfers& ended);
-    std::unique_ptr<CurlTransfer> takeRunning(const CurlTransfer* transfer);
+    void endOverdue(Transfers& ended);
+    void endHop(std::size_t index, CURLcode outcome, Transfers& ended);
+    std::size_t find(const CURL* handle) const;
 
     const CurlURLSessionOptions& options_;
     CurlCookies& cookies_;

@@ -15,9 +15,9 @@ namespace {
 
 constexpr int mostRedirects = 20;
 /// Heads, with those of interim answers and the trailers, of one hop.
-constexpr std::size_t mostHeadBytes = 256 * 1024;
+constexpr std::size_t mostHeadBytes = std::size_t{256} << 10;
 /// Reading a short body to its end keeps the connection usable; a long one is not worth it.
-constexpr std::size_t mostRedirectBodyBytes = 64 * 1024;
+constexpr std::size_t mostRedirectBodyBytes = std::size_t{64} << 10;
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view lowerCasePrefix) {
     return text.size() >= lowerCasePrefix.size() &&
@@ -63,7 +63,6 @@ CURL* CurlTransfer::beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& bud
 CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     CurlEasyHandle owner(curl_easy_init());
     CURL* handle = owner.get();
-    curl_easy_setopt(handle, CURLOPT_PRIVATE, this);
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, hop_->error.data());
 
     curl_easy_setopt(handle, CURLOPT_URL, url_.c_str());
@@ -86,8 +85,6 @@ CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
     curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
 
-    curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE,
-                     static_cast<curl_off_t>(options_.bodyLimit));
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     // Ending a hop whose host name is still being looked up must not wait for the look-up.
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
@@ -97,8 +94,9 @@ CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
 void CurlTransfer::setHeaders(CURL* handle) {
     curl_easy_setopt(handle, CURLOPT_USERAGENT, ("Glintmark/" + options_.version).c_str());
     for (const auto& [name, value] : headers_) {
+        std::string line = name;
         // A name followed by ";" is libcurl's way to write a field without a value.
-        const std::string line = value.empty() ? name + ";" : name + ": " + value;
+        line.append(value.empty() ? ";" : ": ").append(value);
         curl_slist* longer = curl_slist_append(hop_->headers.get(), line.c_str());
         static_cast<void>(hop_->headers.release());
         hop_->headers.reset(longer);
@@ -115,24 +113,30 @@ bool CurlTransfer::endHop(CURLcode outcome) {
     if (hop_->status) {
         result_.response = URLResponse{hop_->status};
     }
-    if (outcome != CURLE_OK) {
-        failHop(hop_->error[0] != '\0' ? hop_->error.data() : curl_easy_strerror(outcome));
-    } else if (!hop_->status) {
-        failHop("The connection ended before the answer.");
-    }
+    auto error = describe(outcome);
     leaveHop();
-    if (!result_.error) {
+    if (error) {
+        failHop(std::move(*error));
+    } else {
         result_.body = std::move(body_);
     }
     return false;
 }
 
-void CurlTransfer::interrupt() {
-    if (hop_->status && !hop_->leadsOn) {
-        result_.response = URLResponse{hop_->status};
+std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
+    if (hop_->givenUp) {
+        return "Too much data arrived at once.";
     }
-    failHop(hop_->givenUp ? "Too much data arrived at once." : "The request timed out.");
-    leaveHop();
+    if (outcome == CURLE_OPERATION_TIMEDOUT) {
+        return "The request timed out.";
+    }
+    if (outcome != CURLE_OK) {
+        return hop_->error[0] != '\0' ? hop_->error.data() : curl_easy_strerror(outcome);
+    }
+    if (!hop_->status) {
+        return "The connection ended before the answer.";
+    }
+    return std::nullopt;
 }
 
 void CurlTransfer::leaveHop() {
@@ -180,11 +184,13 @@ void CurlTransfer::giveUp() {
 std::optional<std::string> CurlTransfer::location() const {
     curl_header* field = nullptr;
     if (curl_easy_header(hop_->handle.get(), "Location", 0, CURLH_HEADER, -1, &field) !=
-            CURLHE_OK ||
-        *field->value == '\0') {
+        CURLHE_OK) {
         return std::nullopt;
     }
-    return field->value;
+    const std::string_view value(field->value);  // of an empty one libcurl leaves the line's end
+    const std::size_t end = value.find_last_not_of(" \t\r\n");
+    return end == std::string_view::npos ? std::nullopt
+                                         : std::optional<std::string>(value.substr(0, end + 1));
 }
 
 bool CurlTransfer::takeHeader(std::string_view line) {
@@ -195,14 +201,28 @@ bool CurlTransfer::takeHeader(std::string_view line) {
     }
     const bool headEnds = line == "\r\n" || line == "\n";
     if (headEnds && !hop_->status) {
-        long status = 0;
-        curl_easy_getinfo(hop_->handle.get(), CURLINFO_RESPONSE_CODE, &status);
-        if (status >= 200) {  // otherwise an interim answer (RFC 9110, section 15.2)
-            hop_->status = static_cast<int>(status);
-            hop_->leadsOn = isRedirect(status) && location();
-        }
+        noteStatus();
     }
-    return hop_->headBytes <= mostHeadBytes;
+    return hop_->headBytes <= mostHeadBytes && !(hop_->status && declaresTooMuch());
+}
+
+void CurlTransfer::noteStatus() {
+    long status = 0;
+    curl_easy_getinfo(hop_->handle.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (status >= 200) {  // otherwise an interim answer (RFC 9110, section 15.2)
+        hop_->status = static_cast<int>(status);
+        hop_->leadsOn = isRedirect(status) && location();
+    }
+}
+
+std::size_t CurlTransfer::declaredLength() const {
+    curl_off_t length = 0;  // -1 when unknown
+    curl_easy_getinfo(hop_->handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    return static_cast<std::size_t>(std::max<curl_off_t>(length, 0));
+}
+
+bool CurlTransfer::declaresTooMuch() const {
+    return declaredLength() > (hop_->leadsOn ? mostRedirectBodyBytes : options_.bodyLimit);
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
@@ -214,9 +234,7 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
         return false;
     }
     if (body_.empty()) {
-        curl_off_t length = 0;  // -1 when unknown; before decompression
-        curl_easy_getinfo(hop_->handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-        body_.reserve(static_cast<std::size_t>(std::max<curl_off_t>(length, 0)));
+        body_.reserve(declaredLength());  // less than it will be if it is packed
     }
     body_.append(bytes);
     hop_->budget->grown(bytes.size());

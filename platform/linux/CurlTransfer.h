@@ -29,15 +29,13 @@ public:
     /// The host of the next hop in lower case; empty when the address cannot be asked for.
     const std::string& host() const { return host_; }
 
-    /// Sets the next hop up and returns its handle, which stays valid until `endHop` or
-    /// `interrupt`. `cookies` and `budget` must live until then.
+    /// Sets the next hop up and returns its handle, which stays valid until `endHop`.
+    /// `cookies` and `budget` must live until then.
     CURL* beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& budget);
 
-    /// Ends the hop as libcurl reports it. True when it leads to another, which may begin.
+    /// Ends the hop as libcurl reports it, or as timed out when it is overdue. True when it leads
+    /// to another, which may begin.
     bool endHop(CURLcode outcome);
-
-    /// Ends the hop, and the request, before libcurl has.
-    void interrupt();
 
     /// Ends a request that has not begun.
     void refuse(std::string error) { result_.error = std::move(error); }
@@ -59,12 +57,16 @@ private:
                           curl_off_t sent);
 
     bool takeHeader(std::string_view line);
+    void noteStatus();
+    std::size_t declaredLength() const;  ///< Of the packed body; 0 when unknown.
+    bool declaresTooMuch() const;
     bool takeBody(std::string_view bytes);
 
     CurlEasyHandle makeHandle(CurlCookies& cookies);
     void setHeaders(CURL* handle);
     std::optional<std::string> location() const;
     bool follow(const std::string& location);
+    std::optional<std::string> describe(CURLcode outcome) const;
     void failHop(std::string error);
     void leaveHop();
 

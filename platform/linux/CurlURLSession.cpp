@@ -2,12 +2,11 @@
 
 #include <malloc.h>
 #include <pthread.h>
-#include <signal.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -15,10 +14,13 @@
 #include "platform/linux/CurlCookies.h"
 #include "platform/linux/CurlLoop.h"
 #include "platform/linux/CurlTransfer.h"
+#include "platform/linux/Thread.h"
 
 namespace glintmark::platform {
 
 namespace {
+
+constexpr std::size_t stackBytes = std::size_t{512} << 10;
 
 void initialiseLibrary() {
     // Not before the first request: OpenSSL's start costs memory and time. Never undone, since the
@@ -78,7 +80,7 @@ private:
     std::mutex mutex_;
     std::condition_variable completionEnded_;
     // The rest is guarded by the mutex.
-    std::thread thread_;
+    std::optional<Thread> thread_;
     bool threadRuns_ = false;
     bool closed_ = false;
     CurlLoop* loop_ = nullptr;  ///< While the thread has one.
@@ -118,18 +120,11 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
 }
 
 bool CurlURLSession::Worker::startThread() {
-    if (thread_.joinable()) {
-        thread_.join();  // it holds no lock any more and is about to end
-    }
     const SignalsBlocked blocked;
-    try {
-        thread_ = std::thread([self = shared_from_this()] { self->run(); });
-    } catch (const std::system_error&) {
-        return false;
-    }
-    pthread_setname_np(thread_.native_handle(), "http");
-    threadRuns_ = true;
-    return true;
+    // One that ran before is joined here; it holds no lock any more and is about to end.
+    thread_ = Thread::start("http", stackBytes, [self = shared_from_this()] { self->run(); });
+    threadRuns_ = thread_.has_value();
+    return threadRuns_;
 }
 
 void CurlURLSession::Worker::run() {
@@ -233,12 +228,10 @@ void CurlURLSession::Worker::close() {
     if (loop_ != nullptr) {
         loop_->wake();
     }
-    std::thread thread = std::move(thread_);
+    std::optional<Thread> thread = std::move(thread_);
     completionEnded_.wait(lock, [this] { return runningCompletions_ == 0; });
     lock.unlock();
-    if (thread.joinable()) {
-        thread.join();
-    }
+    thread.reset();
     arrived_.clear();
 }
 

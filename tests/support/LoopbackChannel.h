@@ -32,7 +32,7 @@ std::unique_ptr<LoopbackChannel> plainChannel(int socket);
 /// The server's side of TLS with a fresh key and a certificate signed by itself.
 class LoopbackTLS {
 public:
-    LoopbackTLS(const std::string& address, std::vector<std::string> protocols);
+    LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols);
     ~LoopbackTLS();
     LoopbackTLS(const LoopbackTLS&) = delete;
     LoopbackTLS& operator=(const LoopbackTLS&) = delete;

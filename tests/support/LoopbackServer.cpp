@@ -3,12 +3,12 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <sstream>
 #include <stdexcept>
@@ -87,7 +87,7 @@ bool LoopbackConnection::answer(int status, std::string_view body,
                                 const std::vector<std::pair<std::string, std::string>>& headers) {
     std::string text = "HTTP/1.1 " + std::to_string(status) + " Scripted\r\n";
     for (const auto& [name, value] : headers) {
-        text += name + ": " + value + "\r\n";
+        text.append(name).append(": ").append(value).append("\r\n");
     }
     text += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
     return send(text.append(body));

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -58,8 +60,7 @@ Certificate selfSigned(EVP_PKEY* key, const std::string& address) {
 }
 
 std::string writeToFile(X509* certificate) {
-    const char* folder = std::getenv("TMPDIR");
-    std::string path = std::string(folder != nullptr ? folder : "/tmp") + "/loopback-XXXXXX";
+    std::string path = std::filesystem::temp_directory_path() / "loopback-XXXXXX";
     const int descriptor = ::mkstemp(path.data());
     FILE* file = ::fdopen(descriptor, "w");
     if (file == nullptr) {
@@ -130,7 +131,7 @@ struct LoopbackTLS::State {
     std::string protocols;
 };
 
-LoopbackTLS::LoopbackTLS(const std::string& address, std::vector<std::string> protocols)
+LoopbackTLS::LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols)
     : state_(std::make_unique<State>()) {
     const Key key(EVP_EC_gen("P-256"));
     const Certificate certificate = selfSigned(key.get(), address);

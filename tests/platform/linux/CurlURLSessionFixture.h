@@ -1,10 +1,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <utility>
@@ -40,17 +40,17 @@ struct PendingAnswer {
 class CurlURLSessionTest : public testing::Test {
 protected:
     CurlURLSessionTest() {
-        for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
-                                 "ALL_PROXY", "no_proxy", "NO_PROXY"}) {
-            ::unsetenv(name);
+        for (const char* name : {"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY",
+                                 "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"}) {
+            ::unsetenv(name);  // NOLINT(concurrency-mt-unsafe): no thread runs
         }
-        options.version = "1.2.3";
+        options_.version = "1.2.3";
     }
 
     /// Made with `options` and `queue` on first use.
     CurlURLSession& session() {
         if (!session_) {
-            session_ = std::make_unique<CurlURLSession>(completionQueue(), options);
+            session_ = std::make_unique<CurlURLSession>(completionQueue(), options_);
         }
         return *session_;
     }
@@ -78,11 +78,11 @@ protected:
     URLResult get(const std::string& url) { return start(url)->wait(); }
 
     /// What a request is answered that needs nothing but the session's thread to run once.
-    void letSessionTurn() { EXPECT_EQ(get(other.url("/ping")).error, std::nullopt); }
+    void letSessionTurn() { EXPECT_EQ(get(other_.url("/ping")).error, std::nullopt); }
 
-    CurlURLSessionOptions options;
-    LoopbackServer server;
-    LoopbackServer other{{.address = "127.0.0.2"}};  ///< Another host.
+    CurlURLSessionOptions options_;
+    LoopbackServer server_;
+    LoopbackServer other_{{.address = "127.0.0.2"}};  ///< Another host.
 
 private:
     test::InlineQueue inlineQueue_;
