@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "platform/TextCase.h"
 #include "tests/doubles/VirtualQueues.h"
 
 namespace glintmark::doubles {
@@ -58,6 +59,10 @@ std::size_t FakeURLSession::requestCount(const std::string& url) const {
 }
 
 FakeURLSession::Answer FakeURLSession::answerFor(const platform::URLRequest& request) const {
+    const std::string scheme = platform::lowercased(request.url.scheme().value_or(""));
+    if ((scheme != "http" && scheme != "https") || !request.url.host()) {
+        return {Kind::result, {std::nullopt, std::nullopt, "unsupported URL"}, {}};
+    }
     const auto answer = answers_.find(request.url.absoluteString());
     if (answer != answers_.end()) {
         return answer->second;

@@ -13,8 +13,8 @@ namespace glintmark::doubles {
 
 class VirtualQueues;
 
-/// Answers requests from a table of URLs; an address that is not in it is answered with 404 and an
-/// empty body. Completions run on the fakes' background queue.
+/// Answers requests from a table of URLs; an http address that is not in it is answered with 404
+/// and an empty body. Completions run on the fakes' background queue.
 class FakeURLSession final : public platform::URLSession {
 public:
     explicit FakeURLSession(VirtualQueues& queues) : queues_(queues) {}

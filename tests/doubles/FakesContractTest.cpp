@@ -1,9 +1,11 @@
 #include "platform/JSON.h"
 #include "tests/doubles/FakeFileManager.h"
+#include "tests/doubles/FakeURLSession.h"
 #include "tests/doubles/FakeUserDefaults.h"
 #include "tests/doubles/VirtualQueues.h"
 #include "tests/platform/DispatchQueueContract.h"
 #include "tests/platform/FileManagerContract.h"
+#include "tests/platform/URLSessionContract.h"
 #include "tests/platform/UserDefaultsContract.h"
 
 namespace glintmark::platform {
@@ -63,6 +65,42 @@ private:
     doubles::VirtualQueues queues_;
     std::unique_ptr<DispatchQueue> queue_ = queues_.makeSerial("contract");
 };
+
+class FakeURLSessionSubject : public URLSessionSubject {
+public:
+    URLSession& session() override { return session_; }
+    std::string answering(int status, const std::string& body) override {
+        const std::string url = "http://site.example/" + std::to_string(++answers_);
+        session_.answer(url, status, body);
+        return url;
+    }
+    std::string unreachable() override {
+        session_.fail("http://gone.example/", "refused");
+        return "http://gone.example/";
+    }
+    std::string silent() override {
+        session_.staySilent("http://silent.example/");
+        return "http://silent.example/";
+    }
+    bool runUntil(const std::function<bool()>& condition) override {
+        for (int i = 0; i < mostSteps && !condition(); ++i) {
+            queues_.advance(std::chrono::milliseconds(10));
+        }
+        return condition();
+    }
+
+private:
+    static constexpr int mostSteps = 1000;
+
+    doubles::VirtualQueues queues_;
+    doubles::FakeURLSession session_{queues_};
+    int answers_ = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(Fake, URLSessionContract,
+                         testing::Values(+[]() -> std::unique_ptr<URLSessionSubject> {
+                             return std::make_unique<FakeURLSessionSubject>();
+                         }));
 
 INSTANTIATE_TEST_SUITE_P(Virtual, DispatchQueueContract,
                          testing::Values(+[]() -> std::unique_ptr<DispatchQueueSubject> {
