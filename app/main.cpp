@@ -58,12 +58,6 @@ std::string decoderPath() {
                : std::string(GLINTMARK_LIBEXEC_FOLDER) + "/" + decoderName;
 }
 
-platform::CurlURLSessionOptions sessionOptions() {
-    platform::CurlURLSessionOptions options;
-    options.version = GLINTMARK_VERSION;
-    return options;
-}
-
 /// Every Linux service, each after those that it uses.
 struct LinuxPlatform {
     explicit LinuxPlatform(platform::SessionBus& sessionBus) : bus(sessionBus) {}
@@ -83,7 +77,8 @@ struct LinuxPlatform {
     platform::InotifyEventStreamFactory eventStreams{log};
     platform::SandboxedImageDecoder imageDecoder{decoderPath()};
     platform::CurlURLSession urlSession{
-        dispatchQueues.global(platform::QualityOfService::userInitiated), sessionOptions()};
+        dispatchQueues.global(platform::QualityOfService::userInitiated),
+        {.version = GLINTMARK_VERSION}};
     platform::StatusNotifierBar statusBar{bus};
     platform::PortalOpenPanel openPanel{bus, loops};
     platform::FreedesktopNotifications notifications{bus};
