@@ -97,7 +97,7 @@ void AncestorWatches::follow(std::size_t index) {
         }
     }
     if (watchStep(directory, index, "") < 0 && errno == EACCES) {
-        addPermissionChanges(directory.substr(0, directory.rfind('/')));
+        addPermissionChanges(directory);
     }
 }
 
@@ -114,9 +114,12 @@ int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
     return watch;
 }
 
-/// A directory that must not be looked into may be one later.
+/// A directory that must not be looked into may be one later. One that may not be read either
+/// cannot be watched, but its parent tells of it.
 void AncestorWatches::addPermissionChanges(const std::string& directory) {
-    inotify_.add(pathOf(directory), IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_MASK_ADD);
+    for (const auto& watched : {directory, directory.substr(0, directory.rfind('/'))}) {
+        inotify_.add(pathOf(watched), IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_MASK_ADD);
+    }
 }
 
 void AncestorWatches::dropUnusedWatches() {

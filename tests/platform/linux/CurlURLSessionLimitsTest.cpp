@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 
 #include "platform/linux/CurlURLSession.h"
@@ -71,39 +72,43 @@ TEST_F(CurlURLSessionLimitsTest, ALookUpThatTakesTooLongTimesOutWithoutHoldingUp
     test::HostNames::release();
 }
 
-/// A handler that sends the parts one by one, each when it is told to.
+/// A handler that sends the parts one by one, each when it is told to. What it shares with the
+/// server's thread outlives both.
 class Dribble {
 public:
-    explicit Dribble(std::vector<std::string> parts) : parts_(std::move(parts)) {}
-
-    LoopbackServer::Handler handler() {
-        return [this](const LoopbackRequest&, LoopbackConnection& connection) {
-            for (std::size_t i = 0; i < parts_.size(); ++i) {
-                told_[i].wait();
-                connection.send(parts_[i]);
-                sent_[i].set();
-            }
-        };
-    }
-    std::size_t size() const { return parts_.size(); }
-    void send(std::size_t part) {
-        told_[part].set();
-        EXPECT_TRUE(sent_[part].wait());
-    }
+    explicit Dribble(std::vector<std::string> parts) { state_->parts = std::move(parts); }
     ~Dribble() {
-        for (Event& event : told_) {
+        for (Event& event : state_->told) {
             event.set();
         }
     }
     Dribble(const Dribble&) = delete;
     Dribble& operator=(const Dribble&) = delete;
 
+    LoopbackServer::Handler handler() {
+        return [state = state_](const LoopbackRequest&, LoopbackConnection& connection) {
+            for (std::size_t i = 0; i < state->parts.size(); ++i) {
+                state->told.at(i).wait();
+                connection.send(state->parts[i]);
+                state->sent.at(i).set();
+            }
+        };
+    }
+    std::size_t size() const { return state_->parts.size(); }
+    void send(std::size_t part) {
+        state_->told.at(part).set();
+        EXPECT_TRUE(state_->sent.at(part).wait());
+    }
+
 private:
     static constexpr std::size_t mostParts = 16;
 
-    std::vector<std::string> parts_;
-    std::array<Event, mostParts> told_;
-    std::array<Event, mostParts> sent_;
+    struct State {
+        std::vector<std::string> parts;
+        std::array<Event, mostParts> told;
+        std::array<Event, mostParts> sent;
+    };
+    std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 TEST_F(CurlURLSessionLimitsTest, AnyDataPutsTheTimeOutOff) {
@@ -168,42 +173,47 @@ TEST_F(CurlURLSessionLimitsTest, TheTimeOutDoesNotRunWhileARequestWaitsItsTurn) 
     EXPECT_EQ(redirected->wait().body, "in its turn");
 }
 
-/// Counts the requests that are being answered, and holds each until told.
+/// Counts the requests that are being answered, and holds each until told. What it shares with the
+/// server's threads outlives them all.
 class Crowd {
 public:
     LoopbackServer::Handler handler() {
-        return [this](const LoopbackRequest&, LoopbackConnection& connection) {
+        return [state = state_](const LoopbackRequest&, LoopbackConnection& connection) {
             {
-                std::unique_lock lock(mutex_);
-                most_ = std::max(most_, ++present_);
-                changed_.notify_all();
-                changed_.wait_for(lock, test::patience, [this] { return released_; });
-                --present_;
+                std::unique_lock lock(state->mutex);
+                state->most = std::max(state->most, ++state->present);
+                state->changed.notify_all();
+                state->changed.wait_for(lock, test::patience, [&] { return state->released; });
+                --state->present;
             }
             connection.answer(200, "x");
         };
     }
 
     bool waitFor(int count) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, test::patience, [&] { return present_ >= count; });
+        std::unique_lock lock(state_->mutex);
+        return state_->changed.wait_for(lock, test::patience,
+                                        [&] { return state_->present >= count; });
     }
     void release() {
-        const std::lock_guard lock(mutex_);
-        released_ = true;
-        changed_.notify_all();
+        const std::lock_guard lock(state_->mutex);
+        state_->released = true;
+        state_->changed.notify_all();
     }
     int most() {
-        const std::lock_guard lock(mutex_);
-        return most_;
+        const std::lock_guard lock(state_->mutex);
+        return state_->most;
     }
 
 private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int present_ = 0;
-    int most_ = 0;
-    bool released_ = false;
+    struct State {
+        std::mutex mutex;
+        std::condition_variable changed;
+        int present = 0;
+        int most = 0;
+        bool released = false;
+    };
+    std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 TEST_F(CurlURLSessionLimitsTest, SixRequestsRunAtOnceOnOneHost) {

@@ -49,7 +49,7 @@ TEST_F(CurlURLSessionTest, AnAnswerOfAnyStatusIsAResponseWithItsBody) {
 
 TEST_F(CurlURLSessionTest, AnAnswerWithoutContentHasAnEmptyBody) {
     for (const int status : {204, 304}) {
-        server_.on("/", [&](const LoopbackRequest&, LoopbackConnection& connection) {
+        server_.on("/", [status](const LoopbackRequest&, LoopbackConnection& connection) {
             connection.send("HTTP/1.1 " + std::to_string(status) + " Nothing\r\n\r\n");
         });
         const URLResult result = get(server_.url("/"));
@@ -176,10 +176,11 @@ TEST_F(CurlURLSessionTest, ABrokenTransferHasAnErrorAndNoBody) {
         {"another protocol", "SSH-2.0-server\r\n", false},
     };
     for (const Broken& broken : cases) {
-        server_.on("/", [&](const LoopbackRequest&, LoopbackConnection& connection) {
-            connection.send(broken.bytes);
-            connection.close();
-        });
+        server_.on("/",
+                   [bytes = broken.bytes](const LoopbackRequest&, LoopbackConnection& connection) {
+                       connection.send(bytes);
+                       connection.close();
+                   });
         const URLResult result = get(server_.url("/"));
         EXPECT_EQ(result.body, std::nullopt) << broken.what;
         EXPECT_NE(result.error, std::nullopt) << broken.what;
@@ -238,6 +239,16 @@ TEST_F(CurlURLSessionTest, UsesAConnectionAgain) {
     get(server_.url("/"));
     get(server_.url("/"));
     EXPECT_EQ(server_.acceptedConnections(), 1);
+}
+
+TEST_F(CurlURLSessionTest, ReplacesAConnectionThatTheServerClosedMeanwhile) {
+    server_.on("/", [](const LoopbackRequest&, LoopbackConnection& connection) {
+        connection.answer(200, "x");  // as if the connection stayed
+        connection.close();
+    });
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(get(server_.url("/")).body, "x");
+    }
 }
 
 TEST_F(CurlURLSessionTest, KeepsCookiesForTheirHost) {
