@@ -14,7 +14,7 @@ class DispatchQueue;
 
 /// What a session is set to. Sizes are in bytes, after decompression.
 struct CurlURLSessionOptions {
-    std::string version;          ///< Sent as "User-Agent: Glintmark/VERSION" by default.
+    std::string version;            ///< Sent as "User-Agent: Glintmark/VERSION" by default.
     std::string certificateFile{};  ///< PEM file of trusted authorities; empty: the system's store.
 
     std::size_t placesPerHost = 6;
