@@ -47,13 +47,14 @@ void AppDelegate::processWeblocFile(const std::string& path) {
     }
     services().log.write("Glintmark: URL → " + *link);
     FaviconFetcher::fetch(*link, [self = shared_from_this(), link = *link,
-                                  path](std::shared_ptr<const platform::Image> image) {
+                                  path](const std::shared_ptr<const platform::Image>& image) {
         if (!image) {
             services().log.write("Glintmark: Favicon fetch failed → " + link);
             return;
         }
         services().log.write("Glintmark: Favicon fetched → " + link);
-        services().dispatchQueues.main().async([self, path, image = std::move(image)] {
+        // Here rather than on the main thread, which must not be held up by a large image.
+        services().dispatchQueues.main().async([self, path, image = IconApplier::prepared(image)] {
             IconApplier::apply(image, path);
             // Written whether or not that succeeded: it says so itself, in a line of its own.
             services().log.write("Glintmark: Icon applied → " + path);

@@ -1,4 +1,5 @@
 #include <glib.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <climits>
@@ -11,24 +12,25 @@
 #include "app/AppDelegate.h"
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
-#include "platform/linux/CurlURLSession.h"
-#include "platform/linux/DesktopWorkspace.h"
 #include "platform/linux/EmbeddedBundle.h"
-#include "platform/linux/FileTypeRegistration.h"
 #include "platform/linux/FreedesktopNotifications.h"
 #include "platform/linux/GLibApplication.h"
-#include "platform/linux/GLibTimers.h"
-#include "platform/linux/InotifyEventStreamFactory.h"
-#include "platform/linux/JSONFileUserDefaults.h"
-#include "platform/linux/LinuxDispatchQueues.h"
-#include "platform/linux/MainLoops.h"
-#include "platform/linux/PortalOpenPanel.h"
-#include "platform/linux/PosixFileManager.h"
-#include "platform/linux/SandboxedImageDecoder.h"
-#include "platform/linux/SessionBus.h"
-#include "platform/linux/StatusNotifierItem.h"
 #include "platform/linux/SyslogLog.h"
 #include "platform/linux/UserLanguages.h"
+#include "platform/linux/bus/SessionBus.h"
+#include "platform/linux/files/FileURI.h"
+#include "platform/linux/files/JSONFileUserDefaults.h"
+#include "platform/linux/files/PosixFileManager.h"
+#include "platform/linux/images/SandboxedImageDecoder.h"
+#include "platform/linux/network/CurlURLSession.h"
+#include "platform/linux/panel/PortalOpenPanel.h"
+#include "platform/linux/queues/GLibTimers.h"
+#include "platform/linux/queues/LinuxDispatchQueues.h"
+#include "platform/linux/queues/MainLoops.h"
+#include "platform/linux/statusitem/StatusNotifierItem.h"
+#include "platform/linux/watching/InotifyEventStreamFactory.h"
+#include "platform/linux/workspace/DesktopWorkspace.h"
+#include "platform/linux/workspace/FileTypeRegistration.h"
 
 namespace glintmark {
 
@@ -38,6 +40,7 @@ constexpr auto defaultFaviconServiceAddress = "https://www.google.com";
 constexpr auto decoderName = "glintmark-image-decoder";
 
 std::string faviconServiceAddress() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing sets it
     const char* address = std::getenv("GLINTMARK_FAVICON_SERVICE");
     return address != nullptr ? address : defaultFaviconServiceAddress;
 }
@@ -50,28 +53,51 @@ std::string programFolder() {
     return program.substr(0, program.rfind('/'));
 }
 
-/// The decoder beside a program that was just built, else the installed one.
+/// The decoder beside a program that was just built, else the installed one. Found from the
+/// program's own place, so that an installation works under whatever prefix it stands.
 std::string decoderPath() {
-    auto beside = programFolder() + "/" + decoderName;
+    const auto folder = programFolder();
+    auto beside = folder + "/" + decoderName;
     return access(beside.c_str(), X_OK) == 0
                ? beside
-               : std::string(GLINTMARK_LIBEXEC_FOLDER) + "/" + decoderName;
+               : folder + "/" + GLINTMARK_LIBEXEC_FROM_PROGRAM + "/" + decoderName;
+}
+
+/// The picture beside a program that was just built, else the installed one by its name.
+std::string notificationIcon() {
+    const auto beside = programFolder() + "/site/glintmark.svg";
+    return access(beside.c_str(), R_OK) == 0 ? platform::glibFileURI(beside) : "glintmark";
+}
+
+/// The address that the build was given, else that of the page beside a program that was just
+/// built, else that of the page installed with the program.
+std::string productPageAddress() {
+    std::string address = GLINTMARK_PRODUCT_PAGE;
+    if (!address.empty()) {
+        return address;
+    }
+    const auto folder = programFolder();
+    const auto beside = folder + "/site/index.html";
+    return platform::glibFileURI(
+        access(beside.c_str(), R_OK) == 0 ? beside : folder + "/" + GLINTMARK_PAGE_FROM_PROGRAM);
 }
 
 /// Every Linux service, each after those that it uses.
 struct LinuxPlatform {
-    explicit LinuxPlatform(platform::SessionBus& sessionBus) : bus(sessionBus) {}
+    LinuxPlatform(platform::MainLoops& mainLoops, platform::Application& self,
+                  platform::SessionBus& sessionBus)
+        : loops(mainLoops), application(self), bus(sessionBus) {}
 
+    platform::MainLoops& loops;
+    platform::Application& application;
     platform::SessionBus& bus;
-    platform::Configuration configuration{faviconServiceAddress(), GLINTMARK_PRODUCT_PAGE};
+    platform::Configuration configuration{faviconServiceAddress(), productPageAddress()};
     platform::EmbeddedBundle bundle{
         platform::userLanguages(platform::LanguageSettings::fromEnvironment())};
     platform::SyslogLog log;
     platform::PosixFileManager fileManager;
     platform::JSONFileUserDefaults userDefaults{std::string(g_get_user_config_dir()) +
                                                 "/glintmark/defaults.json"};
-    platform::MainLoops loops;
-    platform::GLibApplication application{loops};
     platform::GLibTimers timers;
     platform::LinuxDispatchQueues dispatchQueues;
     platform::InotifyEventStreamFactory eventStreams{log};
@@ -81,7 +107,7 @@ struct LinuxPlatform {
         {.version = GLINTMARK_VERSION}};
     platform::StatusNotifierBar statusBar{bus};
     platform::PortalOpenPanel openPanel{bus, loops};
-    platform::FreedesktopNotifications notifications{bus};
+    platform::FreedesktopNotifications notifications{bus, notificationIcon()};
     platform::DesktopWorkspace workspace{bus};
 
     platform::Services services{application,  bundle,        configuration, dispatchQueues,
@@ -101,21 +127,35 @@ void run(platform::Application& sharedApplication) {
     application->run();
 }
 
+/// Left to itself, the C library keeps ever larger buffers for later once one of them has been
+/// freed, and makes an arena for each thread: a page of 32 MB would stay for good. See mallopt(3).
+void giveMemoryBack() {
+    constexpr int mappedFrom = 1 << 20;  // bytes; buffers of pages and pictures
+    constexpr int arenas = 2;
+    // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
+    mallopt(M_MMAP_THRESHOLD, mappedFrom);
+    mallopt(M_ARENA_MAX, arenas);
+    // NOLINTEND(concurrency-mt-unsafe)
+}
+
 }  // namespace
 
 }  // namespace glintmark
 
 int main() {
     using namespace glintmark;
+    giveMemoryBack();
+    platform::MainLoops loops;
+    platform::GLibApplication process(loops);  // first: from here on signals end it in order
     platform::SessionBus bus;
     if (bus.acquireName() == platform::NameOwnership::takenByAnother) {
         std::fputs("Glintmark is running already.\n", stderr);
         return 0;
     }
-    LinuxPlatform linuxPlatform(bus);
+    LinuxPlatform linuxPlatform(loops, process, bus);
     const platform::ServicesScope scope(linuxPlatform.services);
     platform::registerFileTypeOfBuildTree(programFolder(), g_get_user_data_dir());
-    run(linuxPlatform.application);
+    run(process);
 
     // Fetches and decodes that are under way would be waited for; what they hold is worth nothing
     // any more, and all that is kept was written when it changed.

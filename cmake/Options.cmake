@@ -1,6 +1,6 @@
 # What a preset may switch. Everything else is the same in every build.
 set(GLINTMARK_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, separated by commas")
-option(GLINTMARK_COVERAGE "Record line coverage" OFF)
+option(GLINTMARK_COVERAGE "Record line coverage (Clang)" OFF)
 option(GLINTMARK_TESTS "Build the tests" ON)
 option(GLINTMARK_BENCH "Build the benchmarks" OFF)
 option(GLINTMARK_FUZZ "Build the fuzz targets (Clang)" OFF)
@@ -18,7 +18,16 @@ if(CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
 else()
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
-  add_link_options(-Wl,-z,relro)
+  add_link_options(-Wl,-z,relro -Wl,-z,now)
+  include(CheckCXXSourceCompiles)
+  check_cxx_source_compiles("#ifndef __PIE__
+    #error
+    #endif
+    int main() {}" COMPILER_MAKES_PIE)
+  if(NOT COMPILER_MAKES_PIE)  # Debian's compilers do by themselves
+    add_compile_options(-fPIE)
+    add_link_options(-pie)
+  endif()
 endif()
 
 # Everywhere, since some libraries ask for it and precompiled headers must agree on it.
@@ -44,9 +53,8 @@ if(GLINTMARK_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # what the fuzzer sees of the code it runs
 endif()
 if(GLINTMARK_COVERAGE)
-  add_compile_definitions(GLINTMARK_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)
-  add_link_options(--coverage)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
 endif()
 
 find_program(CCACHE ccache)

@@ -28,6 +28,10 @@ BitmapImageRep transparentCanvas(int width, int height) {
 
 }  // namespace
 
+std::shared_ptr<const Image> IconApplier::prepared(const std::shared_ptr<const Image>& image) {
+    return std::make_shared<const Image>(resizeImage(*image, iconSize));
+}
+
 void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::string& path) {
     const Image resized = resizeImage(*image, iconSize);
     if (services().workspace.setIcon(resized, path)) {

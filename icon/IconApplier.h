@@ -8,13 +8,19 @@
 
 namespace glintmark {
 
-/// Makes an image the custom icon of a file. Keeps no state; main thread only.
+/// Makes an image the custom icon of a file. Keeps no state.
 class IconApplier {
 public:
     IconApplier() = delete;
 
+    /// `image`, which must not be null, as `apply` would stretch it. Any thread but the main one:
+    /// an image that is large is decoded here, which may take seconds, and `apply` has no more to
+    /// do.
+    static std::shared_ptr<const platform::Image> prepared(
+        const std::shared_ptr<const platform::Image>& image);
+
     /// Sets `image`, which must not be null, on the file at `path`, stretched to 512 x 512. Success
-    /// and failure are one line in the log.
+    /// and failure are one line in the log. Main thread only.
     static void apply(const std::shared_ptr<const platform::Image>& image, const std::string& path);
 
 private:

@@ -17,8 +17,8 @@ struct Notification {
 };
 
 void submit(std::vector<Notification> notifications) {
-    for (auto& [queue, work] : notifications) {
-        queue->async(std::move(work));
+    for (auto& notification : notifications) {
+        notification.queue->async(std::move(notification.work));
     }
 }
 

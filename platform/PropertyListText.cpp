@@ -1,5 +1,4 @@
-#include <unicode/utf16.h>
-#include <unicode/utf8.h>
+#include <glib.h>
 
 #include <algorithm>
 #include <array>
@@ -34,6 +33,18 @@ constexpr std::array<char16_t, 128> upperNextStep = {
     0x00F2, 0x00F3, 0x00F4, 0x00F5, 0x00F6, 0x00E6, 0x00F9, 0x00FA, 0x00FB, 0x0131, 0x00FC, 0x00FD,
     0x0142, 0x00F8, 0x0153, 0x00DF, 0x00FE, 0x00FF, 0xFFFD, 0xFFFD,
 };
+
+constexpr char32_t firstHighSurrogate = 0xD800;  // UTF-16, RFC 2781, section 2
+constexpr char32_t firstLowSurrogate = 0xDC00;
+constexpr char32_t surrogateBits = 10;
+constexpr char32_t firstSupplementary = 0x10000;
+
+bool isHighSurrogate(char32_t unit) {
+    return unit >> surrogateBits == firstHighSurrogate >> surrogateBits;
+}
+bool isLowSurrogate(char32_t unit) {
+    return unit >> surrogateBits == firstLowSurrogate >> surrogateBits;
+}
 
 bool isWordCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -208,12 +219,9 @@ std::optional<char32_t> TextReader::escape() {
         return static_cast<char32_t>(characters[letter]);
     }
     // Any other character, of one byte or more, stands for itself.
-    UChar32 character = 0;
-    std::size_t length = 0;
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(rest_.data());
-    U8_NEXT(bytes, length, rest_.size(), character);
-    rest_.remove_prefix(length);
-    return static_cast<char32_t>(character);
+    const char* const begin = rest_.data();
+    rest_.remove_prefix(static_cast<std::size_t>(g_utf8_next_char(begin) - begin));
+    return g_utf8_get_char(begin);
 }
 
 /// A UTF-16 unit in up to four digits behind "U", or two of them that are one character.
@@ -223,18 +231,19 @@ std::optional<char32_t> TextReader::codeUnit() {
     if (!unit) {
         return U'U';
     }
-    if (!U16_IS_SURROGATE(*unit)) {
+    if (!isHighSurrogate(*unit) && !isLowSurrogate(*unit)) {
         return unit;
     }
-    if (!U16_IS_SURROGATE_LEAD(*unit) || !rest_.starts_with("\\U")) {
+    if (!isHighSurrogate(*unit) || !rest_.starts_with("\\U")) {
         return std::nullopt;
     }
     rest_.remove_prefix(2);
     const auto trail = number(hexDigits, 16, 4);
-    if (!trail || !U16_IS_TRAIL(*trail)) {
+    if (!trail || !isLowSurrogate(*trail)) {
         return std::nullopt;
     }
-    return static_cast<char32_t>(U16_GET_SUPPLEMENTARY(*unit, *trail));
+    return firstSupplementary + ((*unit - firstHighSurrogate) << surrogateBits) +
+           (*trail - firstLowSurrogate);
 }
 
 /// A number of up to `most` of these digits. Absent when not even one comes next.

@@ -1,10 +1,9 @@
 #include "platform/RegularExpression.h"
 
-#include <unicode/uregex.h>
-#include <unicode/utext.h>
+#define PCRE2_CODE_UNIT_WIDTH 8
+#include <pcre2.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -13,181 +12,155 @@
 namespace glintmark::platform {
 namespace {
 
-/// What the engine may spend on one text, in its own units: each is 10,000 states saved to come
-/// back to. So the budget is 20 states for a byte, more than any pattern of linear growth saves,
-/// and giving up is a matter of the pattern's growth and not of the text's length.
-constexpr std::size_t unitsPerMebibyte = 2'000;
-constexpr std::size_t smallestBudget = 100;
+/// How often the engine may come back to an earlier choice in one search. It grows with the text,
+/// so that giving up is a matter of the pattern's growth and not of the text's length.
+constexpr std::size_t choicesPerByte = 20;
+constexpr std::size_t fewestChoices = 100'000;
+constexpr std::uint32_t mostMemory = 8 * 1024;  // KiB for one search
 
-/// A matcher that has seen a longer text is not kept: its stack may have grown to megabytes.
-constexpr std::size_t longestTextOfKeptMatcher = std::size_t{64} * 1024;
+/// What Unicode calls White_Space. The engine's own `\s` also takes U+180E, which is none.
+constexpr std::string_view whiteSpace =
+    R"(\t-\r \x{85}\x{A0}\x{1680}\x{2000}-\x{200A}\x{2028}\x{2029}\x{202F}\x{205F}\x{3000})";
 
-struct MatcherCloser {
-    void operator()(URegularExpression* matcher) const { uregex_close(matcher); }
-};
-using Matcher = std::unique_ptr<URegularExpression, MatcherCloser>;
-
-/// Text for the engine, in place: it is read as UTF-8 where it lies, ill-formed bytes as U+FFFD,
-/// and positions are those of its bytes.
-class Text {
-public:
-    explicit Text(std::string_view text) {
-        UErrorCode status = U_ZERO_ERROR;
-        // A null pointer would count as no text at all.
-        utext_openUTF8(&text_, text.empty() ? "" : text.data(),
-                       static_cast<std::int64_t>(text.size()), &status);
+template <auto Free>
+struct Freer {
+    template <typename Object>
+    void operator()(Object* object) const {
+        Free(object);
     }
-    ~Text() { utext_close(&text_); }
-
-    Text(const Text&) = delete;
-    Text& operator=(const Text&) = delete;
-
-    UText* get() { return &text_; }
-
-private:
-    UText text_ = UTEXT_INITIALIZER;
 };
+using CompileContext = std::unique_ptr<pcre2_compile_context, Freer<pcre2_compile_context_free>>;
+using MatchContext = std::unique_ptr<pcre2_match_context, Freer<pcre2_match_context_free>>;
+using MatchData = std::unique_ptr<pcre2_match_data, Freer<pcre2_match_data_free>>;
 
-/// The pattern with "[\\s]" for every "\\s" outside brackets, and the like, which means the same.
-/// But a bracketed set the engine repeats in place, while of a bare one it remembers each
-/// repetition and so gives up on a run of some 300,000 blanks.
-std::string withBracketedSets(std::string_view pattern) {
-    constexpr std::string_view setLetters = "sSdDwW";
+/// The pattern with the set for every `\s` and `\S`.
+std::string withWhiteSpaceSpelt(std::string_view pattern) {
     std::string result;
-    int depth = 0;
+    bool inBrackets = false;
     for (std::size_t i = 0; i < pattern.size();) {
         const std::string_view item = pattern.substr(i, pattern[i] == '\\' ? 2 : 1);
         i += item.size();
-        if (depth == 0 && item.size() == 2 && setLetters.find(item[1]) != std::string_view::npos) {
-            result.append("[").append(item).append("]");
-            continue;
-        }
-        result += item;
-        if (item == "[") {
-            ++depth;
-        } else if (item == "]" && depth > 0) {
-            --depth;
+        if (item == R"(\s)" && inBrackets) {
+            result += whiteSpace;
+        } else if (item == R"(\s)" || (item == R"(\S)" && !inBrackets)) {
+            result.append(item[1] == 's' ? "[" : "[^").append(whiteSpace).append("]");
+        } else {
+            inBrackets = item == "[" || (inBrackets && item != "]");
+            result += item;
         }
     }
     return result;
 }
 
-Matcher openMatcher(std::string_view pattern, RegularExpression::Options options) {
-    std::uint32_t flags = 0;
-    if (options.caseInsensitive) {
-        flags |= UREGEX_CASE_INSENSITIVE;
-    }
-    if (options.dotMatchesLineSeparators) {
-        flags |= UREGEX_DOTALL;
-    }
-    const std::string bracketed = withBracketedSets(pattern);
-    Text text(bracketed);
-    UErrorCode status = U_ZERO_ERROR;
-    Matcher matcher(uregex_openUText(text.get(), flags, nullptr, &status));
-    return U_SUCCESS(status) ? std::move(matcher) : nullptr;
+std::uint32_t budget(std::size_t textBytes) {
+    constexpr std::size_t most = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::min(fewestChoices + textBytes * choicesPerByte, most));
 }
 
-std::int32_t budget(std::size_t textBytes) {
-    const auto units = smallestBudget + textBytes / 1024 * unitsPerMebibyte / 1024;
-    constexpr std::size_t most = std::numeric_limits<std::int32_t>::max();
-    return static_cast<std::int32_t>(std::min(units, most));
-}
-
-TextRange group(URegularExpression& matcher, std::int32_t number, UErrorCode& status) {
-    const auto begin = uregex_start64(&matcher, number, &status);
-    const auto end = uregex_end64(&matcher, number, &status);
-    if (begin < 0 || end < begin) {
-        return {};  // a group that took no part
-    }
-    return {static_cast<std::size_t>(begin), static_cast<std::size_t>(end)};
-}
-
-}  // namespace
-
-/// The engine's matchers share the compiled pattern; one is kept at hand, since a search in a short
-/// text costs less than making a matcher.
-struct RegularExpression::Compiled {
-    explicit Compiled(Matcher matcher) : prototype(std::move(matcher)) {}
-    ~Compiled() { const Matcher last(spare.load()); }
-
-    Compiled(const Compiled&) = delete;
-    Compiled& operator=(const Compiled&) = delete;
-
-    Matcher take(UErrorCode& status) const {
-        Matcher matcher(spare.exchange(nullptr));
-        return matcher ? std::move(matcher) : Matcher(uregex_clone(prototype.get(), &status));
+/// The matches of one pattern in one text, one after the other.
+class Search {
+public:
+    Search(const pcre2_code& code, std::string_view text)
+        : code_(code),
+          text_(text),
+          data_(pcre2_match_data_create_from_pattern(&code, nullptr)),
+          context_(pcre2_match_context_create(nullptr)) {
+        pcre2_set_match_limit(context_.get(), budget(text.size()));
+        pcre2_set_heap_limit(context_.get(), mostMemory);
     }
 
-    void giveBack(Matcher matcher) const {
-        const Matcher surplus(spare.exchange(matcher.release()));
+    /// False at the end; `failed` tells whether the engine gave up.
+    bool next() {
+        const auto* subject = reinterpret_cast<PCRE2_SPTR>(text_.data());
+        count_ = pcre2_match(&code_, subject, text_.size(), range(0).end, options_, data_.get(),
+                             context_.get());
+        if (count_ < 0) {
+            return false;
+        }
+        // The first search has looked at the whole text. An empty match is not found again.
+        options_ = PCRE2_NO_UTF_CHECK;
+        if (range(0).begin == range(0).end) {
+            options_ |= PCRE2_NOTEMPTY_ATSTART;
+        }
+        return true;
     }
 
-    const Matcher prototype;  ///< Only ever cloned, which any thread may do.
-    mutable std::atomic<URegularExpression*> spare = nullptr;
+    bool failed() const { return count_ < 0 && count_ != PCRE2_ERROR_NOMATCH; }
+
+    /// {0, 0} for a group that took no part, and before the first match.
+    TextRange range(std::size_t group) const {
+        if (count_ < 0 || group >= static_cast<std::size_t>(count_)) {
+            return {};
+        }
+        const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get()) + 2 * group;
+        return ends[0] == PCRE2_UNSET ? TextRange{} : TextRange{ends[0], ends[1]};
+    }
+
+    std::size_t groups() const { return pcre2_get_ovector_count(data_.get()); }
+
+private:
+    const pcre2_code& code_;
+    std::string_view text_;
+    MatchData data_;
+    MatchContext context_;
+    std::uint32_t options_ = 0;
+    int count_ = 0;
 };
 
-namespace {
-
-/// Runs `search` with a matcher set to `text`. False when the engine gave up.
-template <typename Compiled, typename Search>
-bool withMatcher(const Compiled& compiled, std::string_view text, Search search) {
-    UErrorCode status = U_ZERO_ERROR;
-    auto matcher = compiled.take(status);
-    if (U_FAILURE(status)) {
-        return false;
-    }
-    Text engineText(text);
-    uregex_setUText(matcher.get(), engineText.get(), &status);
-    uregex_setTimeLimit(matcher.get(), budget(text.size()), &status);
-    search(*matcher, status);
-    const bool succeeded = U_SUCCESS(status);
-    if (text.size() <= longestTextOfKeptMatcher) {
-        compiled.giveBack(std::move(matcher));
-    }
-    return succeeded;
-}
-
 }  // namespace
+
+/// Shared by all threads, which only read it.
+struct RegularExpression::Compiled {
+    std::unique_ptr<pcre2_code, Freer<pcre2_code_free>> code;
+};
 
 RegularExpression::RegularExpression(std::shared_ptr<const Compiled> compiled)
     : compiled_(std::move(compiled)) {}
 
 std::optional<RegularExpression> RegularExpression::compile(std::string_view pattern,
                                                             Options options) {
-    auto matcher = openMatcher(pattern, options);
-    if (!matcher) {
+    std::uint32_t flags = PCRE2_UTF | PCRE2_UCP;
+    if (options.caseInsensitive) {
+        flags |= PCRE2_CASELESS;
+    }
+    if (options.dotMatchesLineSeparators) {
+        flags |= PCRE2_DOTALL;
+    }
+    const CompileContext context(pcre2_compile_context_create(nullptr));
+    pcre2_set_newline(context.get(), PCRE2_NEWLINE_ANY);
+    const std::string spelt = withWhiteSpaceSpelt(pattern);
+    int error = 0;
+    PCRE2_SIZE place = 0;
+    auto compiled = std::make_shared<Compiled>();
+    compiled->code.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(spelt.data()), spelt.size(),
+                                       flags, &error, &place, context.get()));
+    if (!compiled->code) {
         return std::nullopt;
     }
-    return RegularExpression(std::make_shared<const Compiled>(std::move(matcher)));
+    return RegularExpression(std::move(compiled));
 }
 
 std::vector<TextRange> RegularExpression::matches(std::string_view text) const {
     std::vector<TextRange> found;
-    const auto collect = [&found](URegularExpression& matcher, UErrorCode& status) {
-        while (uregex_findNext(&matcher, &status) && U_SUCCESS(status)) {
-            found.push_back(group(matcher, 0, status));
-        }
-    };
-    if (!withMatcher(*compiled_, text, collect)) {
+    Search search(*compiled_->code, text);
+    while (search.next()) {
+        found.push_back(search.range(0));
+    }
+    if (search.failed()) {
         found.clear();
     }
     return found;
 }
 
 std::optional<std::vector<TextRange>> RegularExpression::firstMatch(std::string_view text) const {
-    std::vector<TextRange> groups;
-    const auto collect = [&groups](URegularExpression& matcher, UErrorCode& status) {
-        if (!uregex_findNext(&matcher, &status) || U_FAILURE(status)) {
-            return;
-        }
-        const auto count = uregex_groupCount(&matcher, &status);
-        groups.reserve(static_cast<std::size_t>(count) + 1);
-        for (std::int32_t number = 0; number <= count; ++number) {
-            groups.push_back(group(matcher, number, status));
-        }
-    };
-    if (!withMatcher(*compiled_, text, collect) || groups.empty()) {
+    Search search(*compiled_->code, text);
+    if (!search.next()) {
         return std::nullopt;
+    }
+    std::vector<TextRange> groups;
+    groups.reserve(search.groups());
+    for (std::size_t group = 0; group < search.groups(); ++group) {
+        groups.push_back(search.range(group));
     }
     return groups;
 }

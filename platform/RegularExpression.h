@@ -17,7 +17,9 @@ struct TextRange {
     bool operator==(const TextRange&) const = default;
 };
 
-/// A pattern in ICU syntax over UTF-8 text. Immutable; may be used from any thread.
+/// A pattern over UTF-8 text, in the syntax that Perl, PCRE2 and ICU share. `\d` and `\s` mean the
+/// digits and the white space of all scripts, and letter case is Unicode's. Immutable; may be used
+/// from any thread.
 class RegularExpression {
 public:
     struct Options {
@@ -28,7 +30,8 @@ public:
     /// Absent when the pattern cannot be compiled.
     static std::optional<RegularExpression> compile(std::string_view pattern, Options options);
 
-    /// All matches in document order. Empty also when the engine gives up on a text.
+    /// All matches in document order. Empty also when the engine gives up on a text, or the text is
+    /// ill-formed.
     std::vector<TextRange> matches(std::string_view text) const;
 
     /// The first match: the whole at index 0, then one range per capture group (empty at {0, 0}

@@ -1,17 +1,17 @@
 #include "platform/TextCase.h"
 
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
+#include <glib.h>
 
-#include <cstdint>
+#include "platform/TextEncoding.h"
 
 namespace glintmark::platform {
 
 std::string lowercased(std::string_view text) {
     std::string result;
-    icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())})
-        .toLower(icu::Locale::getRoot())
-        .toUTF8String(result);
+    const char* const end = text.data() + text.size();
+    for (const char* next = text.data(); next != end; next = g_utf8_next_char(next)) {
+        appendUTF8(result, g_unichar_tolower(g_utf8_get_char(next)));
+    }
     return result;
 }
 

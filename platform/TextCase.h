@@ -5,7 +5,8 @@
 
 namespace glintmark::platform {
 
-/// `text` (UTF-8) in lower case by the full mappings of Unicode, without regard to a language.
+/// `text` (well-formed UTF-8) in lower case, each character by itself, by the simple mappings of
+/// Unicode and without regard to a language.
 std::string lowercased(std::string_view text);
 
 }  // namespace glintmark::platform

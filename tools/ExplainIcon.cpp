@@ -1,5 +1,7 @@
 // explain-icon [--json] LINK: runs one fetch through the program's own code and shows every
 // request, every candidate and the winner. Exit status: 0 with an icon, 1 without, 2 for wrong use.
+// Environment: what the program honours, and SSL_CERT_FILE, a file of authorities to trust instead
+// of the system's.
 #include <unistd.h>
 
 #include <array>
@@ -15,11 +17,11 @@
 #include "favicon/FaviconFetcher.h"
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
-#include "platform/linux/CurlURLSession.h"
-#include "platform/linux/LinuxDispatchQueues.h"
-#include "platform/linux/PosixFileManager.h"
-#include "platform/linux/SandboxedImageDecoder.h"
 #include "platform/linux/SyslogLog.h"
+#include "platform/linux/files/PosixFileManager.h"
+#include "platform/linux/images/SandboxedImageDecoder.h"
+#include "platform/linux/network/CurlURLSession.h"
+#include "platform/linux/queues/LinuxDispatchQueues.h"
 #include "tools/AbsentDesktop.h"
 #include "tools/FetchReport.h"
 
@@ -37,9 +39,23 @@ std::string helperPath() {
     return std::string(program.substr(0, program.rfind('/') + 1)) + "glintmark-image-decoder";
 }
 
+/// Null when it is not set.
+const char* environmentVariable(const char* name) {
+    return std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets it
+}
+
 platform::Configuration configuration() {
-    const char* const service = std::getenv("GLINTMARK_FAVICON_SERVICE");
+    const char* const service = environmentVariable("GLINTMARK_FAVICON_SERVICE");
     return {service != nullptr ? service : defaultFaviconService, ""};
+}
+
+platform::CurlURLSessionOptions sessionOptions() {
+    platform::CurlURLSessionOptions options{.version = GLINTMARK_VERSION};
+    // For a proxy that looks into https, under an authority of its own.
+    if (const char* const trusted = environmentVariable("SSL_CERT_FILE")) {
+        options.certificateFile = trusted;
+    }
+    return options;
 }
 
 /// All that one fetch for `url` brings back, with the program's own services behind a recorder.
@@ -51,7 +67,7 @@ FetchReport explained(const platform::URL& url, const std::string& host) {
     platform::SyslogLog log;
     platform::SandboxedImageDecoder decoder(helperPath());
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
-                                     {.version = GLINTMARK_VERSION});
+                                     sessionOptions());
     FetchRecorder recorder(session, decoder);
     const platform::Services services{desktop, desktop,  settings, queues,  desktop,
                                       files,   recorder, log,      desktop, desktop,
@@ -69,11 +85,11 @@ FetchReport explained(const platform::URL& url, const std::string& host) {
 
 int explain(const std::string& link, bool asLines) {
     const auto url = platform::URL::parse(link);
-    if (!url || !url->host()) {
+    const bool isAskedFor = url && url->host();
+    if (!isAskedFor) {
         std::fputs("No URL with a host, so the program asks for nothing.\n", stderr);
-        return 1;
     }
-    const FetchReport report = explained(*url, *url->host());
+    const FetchReport report = isAskedFor ? explained(*url, *url->host()) : FetchReport({}, {});
     const std::string text = asLines ? asJSONLines(report) : asTable(report);
     std::fwrite(text.data(), 1, text.size(), stdout);
     return report.winner ? 0 : 1;

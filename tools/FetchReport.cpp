@@ -39,16 +39,14 @@ std::string outcomeText(const RequestRecord& request) {
     return request.error ? text + ", " + *request.error : text;
 }
 
-std::string padding(const std::string& text, std::size_t width) {
-    return std::string(text.size() < width ? width - text.size() : 0, ' ');
+std::string toTheLeft(std::string text, std::size_t width) {
+    text.resize(std::max(width, text.size()), ' ');
+    return text + " ";
 }
 
-std::string toTheRight(const std::string& text, std::size_t width) {
-    return padding(text, width) + text + " ";
-}
-
-std::string toTheLeft(const std::string& text, std::size_t width) {
-    return text + padding(text, width) + " ";
+std::string toTheRight(std::string text, std::size_t width) {
+    text.insert(0, std::max(width, text.size()) - text.size(), ' ');
+    return text + " ";
 }
 
 std::string millisecondsText(std::chrono::nanoseconds time) {
@@ -135,8 +133,12 @@ std::string asTable(const FetchReport& report) {
         return text + "\nNo icon.\n";
     }
     const IconCandidate& winner = report.candidates[*report.winner];
-    return text + "\nWinner: " + std::string(caseName(winner.source)) + " " +
-           addressOf(winner, report.requests) + "\n";
+    text += "\nWinner: " + std::string(caseName(winner.source)) + " " +
+            addressOf(winner, report.requests) + "\n";
+    const bool hasHighestScore = std::ranges::all_of(
+        report.candidates,
+        [&](const IconCandidate& other) { return other.score() <= winner.score(); });
+    return text + (hasHighestScore ? "" : "(No score helps an image that is too narrow.)\n");
 }
 
 std::string asJSONLines(const FetchReport& report) {

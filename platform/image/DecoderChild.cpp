@@ -1,15 +1,8 @@
 #include "platform/image/DecoderChild.h"
 
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <csignal>
-
-#ifdef GLINTMARK_COVERAGE
-extern "C" void __gcov_dump();  // NOLINT(bugprone-reserved-identifier)
-#endif
 
 namespace glintmark::platform::image {
 
@@ -51,7 +44,9 @@ private:
         // Through length 0, so that nothing of an earlier canvas shows.
         if (ftruncate(file_, 0) != 0) return {};
         if (ftruncate(file_, static_cast<off_t>(size)) != 0) return {};
-        void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
+        // All pages of a small bitmap are written soon; one by one they would cost more.
+        const int flags = size <= smallSlotPixels ? MAP_SHARED | MAP_POPULATE : MAP_SHARED;
+        void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, file_, 0);
         if (memory == MAP_FAILED) return {};
         mapped_ = {static_cast<std::uint8_t*>(memory), size};
         return mapped_;
@@ -106,16 +101,13 @@ void decodeAndAnswer(std::span<const std::uint8_t> encoded, DecodeSlot slot, int
 
 void runDecoderChild(const DecodeTask& task, const Sandbox& sandbox, std::size_t mappedBefore,
                      DecodeFunction decode) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
     const std::span<const std::uint8_t> encoded = mapEncoded(task.encoded);
     const bool large = task.slot == DecodeSlot::large;
     const SandboxLimits limits{mappedBefore + (large ? largeSlotMemory : smallSlotMemory),
                                pixelsOf(task.slot), cpuSeconds};
-#ifdef GLINTMARK_COVERAGE
-    __gcov_dump();  // the process can open no file from here on, and ends without its exit handlers
-#endif
     if (!encoded.empty() && keepOnlyTwoDescriptors(task) && sandbox.enter(limits)) {
         decodeAndAnswer(encoded, task.slot, childPixels, childAnswer, decode);
+        close(childAnswer);  // the program need not wait until all memory has been given back
     }
     _exit(0);
 }

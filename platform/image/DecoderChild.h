@@ -5,7 +5,7 @@
 #include "platform/image/DecodeImage.h"
 #include "platform/image/DecoderProtocol.h"
 #include "platform/image/Sandbox.h"
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/files/FileDescriptor.h"
 
 namespace glintmark::platform::image {
 
@@ -23,8 +23,8 @@ struct DecodeTask {
     FileDescriptor answer;
 };
 
-/// Runs in the process that was forked for `task`, and ends it: enters the sandbox, only then looks
-/// at the image, decodes, answers. `mappedBefore` is the size of the process before the task.
+/// Runs in a process that was forked for one image, and ends it: enters the sandbox, only then
+/// looks at the image, decodes, answers. `mappedBefore` is the size of the process before the task.
 [[noreturn]] void runDecoderChild(const DecodeTask& task, const Sandbox& sandbox,
                                   std::size_t mappedBefore, DecodeFunction decode);
 

@@ -3,18 +3,19 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
+#include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include "platform/image/SpareChild.h"
+#include "platform/image/TaskReceiver.h"
 #include "platform/image/WarmUp.h"
 
 namespace glintmark::platform::image {
@@ -42,48 +43,6 @@ int millisecondsUntil(Clock::time_point when) {
     return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
 }
 
-// pidfd_open(2), which the C library's header declares without C linkage.
-int processDescriptor(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
-
-enum class Received : std::uint8_t { task, nothing, end };
-
-/// Takes all descriptors that arrived with `message` into `owned`.
-void takeDescriptors(msghdr& message, std::array<FileDescriptor, requestDescriptors>& owned) {
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;
-         part = CMSG_NXTHDR(&message, part)) {
-        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) continue;
-        const std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (std::size_t i = 0; i < std::min(count, owned.size()); ++i) {
-            int fd = -1;
-            std::memcpy(&fd, CMSG_DATA(part) + i * sizeof fd, sizeof fd);
-            owned[i] = FileDescriptor(fd);
-        }
-    }
-}
-
-Received receive(int socket, DecodeTask& task) {
-    DecodeRequest request;
-    iovec content{&request, sizeof request};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(requestDescriptors * sizeof(int))> control{};
-    msghdr message{};
-    message.msg_iov = &content;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    const ssize_t length = recvmsg(socket, &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
-    if (length < 0) return errno == EAGAIN || errno == EINTR ? Received::nothing : Received::end;
-    if (length == 0) return Received::end;
-
-    std::array<FileDescriptor, requestDescriptors> owned;
-    takeDescriptors(message, owned);
-    const bool complete = length == sizeof request && std::ranges::all_of(owned, [](auto& fd) {
-                              return static_cast<bool>(fd);
-                          });
-    if (!complete) return Received::nothing;
-    task = {request.slot, std::move(owned[0]), std::move(owned[1]), std::move(owned[2])};
-    return Received::task;
-}
-
 class Server {
 public:
     Server(const DecoderServerOptions& options, std::optional<Sandbox> sandbox)
@@ -93,26 +52,32 @@ public:
         idleSince_ = Clock::now();
         while (wait()) {
         }
+        for (const Child& child : children_) kill(child.process.pid, SIGKILL);
     }
 
 private:
     struct Child {
-        pid_t pid;
-        FileDescriptor process;
+        ForkedProcess process;
         Clock::time_point deadline;
+        DecodeSlot slot;
     };
 
     /// Waits for one thing to happen and deals with it. False when there is nothing more to do.
     bool wait() {
         std::vector<pollfd> watched;
-        for (const Child& child : children_) watched.push_back({child.process.get(), POLLIN, 0});
-        const bool listens = children_.size() < maximumChildren;
-        if (listens) watched.push_back({decoderSocket, POLLIN, 0});
+        for (const Child& child : children_) {
+            watched.push_back({child.process.descriptor.get(), POLLIN, 0});
+        }
+        const bool listens = !waiting_ && hasRoom();
+        watched.push_back({decoderSocket, static_cast<short>(listens ? POLLIN : 0), 0});
         poll(watched.data(), watched.size(), millisecondsUntil(nextDeadline()));
 
-        const bool heard = listens && watched.back().revents != 0;
+        const int heard = watched.back().revents;
         endAndReap();
-        if (heard) return takeRequest();
+        // Nobody waits for an answer any more.
+        if ((heard & POLLHUP) != 0) return false;
+        if ((heard & POLLIN) != 0 && !takeRequest()) return false;
+        startWaiting();
         if (!isIdleForLong()) return true;
         sayGoodbye();
         return false;
@@ -133,11 +98,19 @@ private:
         send(decoderSocket, &goodbye, sizeof goodbye, MSG_NOSIGNAL | MSG_DONTWAIT);
     }
 
+    // A child may have answered and still have its memory, or be one that was taken over and stays:
+    // what all have together is bounded here as well as in the program.
+    bool hasRoom() const {
+        return children_.size() < maximumChildren &&
+               std::ranges::none_of(
+                   children_, [](const Child& child) { return child.slot == DecodeSlot::large; });
+    }
+
     bool takeRequest() {
         DecodeTask task;
-        switch (receive(decoderSocket, task)) {
+        switch (receiveTask(decoderSocket, task, MSG_DONTWAIT)) {
             case Received::task:
-                start(task);
+                waiting_ = std::move(task);
                 return true;
             case Received::nothing:
                 return true;
@@ -147,22 +120,34 @@ private:
         return false;
     }
 
+    void startWaiting() {
+        if (!waiting_ || (waiting_->slot == DecodeSlot::large && !children_.empty())) return;
+        start(*waiting_);
+        waiting_.reset();
+    }
+
     void start(const DecodeTask& task) {
         idleSince_ = Clock::now();
         // Without its sandbox no image is decoded: the pipe ends with no answer.
         if (write(task.answer.get(), &accepted, sizeof accepted) < 0 || !sandbox_) return;
-        const pid_t pid = fork();
-        if (pid == 0) runDecoderChild(task, *sandbox_, mappedBefore_, options_.decode);
-        if (pid < 0) return;
-        children_.push_back(
-            {pid, FileDescriptor(processDescriptor(pid)), Clock::now() + options_.wallLimit});
+        // A spare child that was killed meanwhile is replaced, once.
+        if (!spare_ || !spare_->begin(task)) {
+            if (!forkSpare() || !spare_->begin(task)) return;
+        }
+        children_.push_back({spare_->release(), Clock::now() + options_.wallLimit, task.slot});
+        forkSpare();
+    }
+
+    bool forkSpare() {
+        spare_ = SpareChild::fork(*sandbox_, mappedBefore_, options_.decode);
+        return spare_ != nullptr;
     }
 
     void endAndReap() {
         std::erase_if(children_, [this](const Child& child) {
             const bool late = Clock::now() >= child.deadline;
-            if (late) kill(child.pid, SIGKILL);
-            if (waitpid(child.pid, nullptr, late ? 0 : WNOHANG) == 0) return false;
+            if (late) kill(child.process.pid, SIGKILL);
+            if (waitpid(child.process.pid, nullptr, late ? 0 : WNOHANG) == 0) return false;
             idleSince_ = Clock::now();
             return true;
         });
@@ -172,6 +157,8 @@ private:
     std::optional<Sandbox> sandbox_;
     std::size_t mappedBefore_;
     std::vector<Child> children_;
+    std::optional<DecodeTask> waiting_;  // for the memory of those that run
+    std::unique_ptr<SpareChild> spare_;
     Clock::time_point idleSince_;
 };
 

@@ -104,7 +104,8 @@ std::optional<DecodedImage> decodeGIF(std::span<const std::uint8_t> file, PixelS
     std::vector<GifPixelType> indices(static_cast<std::size_t>(frame.Width));
     for (const int y : rowOrder(frame.Height, frame.Interlace)) {
         if (DGifGetLine(gif.get(), indices.data(), frame.Width) == GIF_ERROR) return std::nullopt;
-        drawRow(indices, *colours, transparentIndex, canvas->row(frame.Top + y) + frame.Left * 4);
+        drawRow(indices, *colours, transparentIndex,
+                canvas->row(frame.Top + y) + std::ptrdiff_t{4} * frame.Left);
     }
     const bool covers = frame.Width == canvas->width() && frame.Height == canvas->height();
     return DecodedImage{canvas->width(), canvas->height(),

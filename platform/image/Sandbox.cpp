@@ -1,6 +1,7 @@
 #include "platform/image/Sandbox.h"
 
 #include <linux/landlock.h>
+#include <linux/seccomp.h>
 #include <seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -9,8 +10,9 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <memory>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/files/FileDescriptor.h"
 
 namespace glintmark::platform::image {
 
@@ -81,7 +83,7 @@ bool allowDecoding(void* filter, int answer, int pixels) {
     return allowUnlessExecutable(filter, SCMP_SYS(mmap)) &&
            allowUnlessExecutable(filter, SCMP_SYS(mprotect)) &&
            allowOn(filter, SCMP_SYS(ftruncate), pixels) &&
-           allowOn(filter, SCMP_SYS(write), answer) &&
+           allowOn(filter, SCMP_SYS(write), answer) && allowOn(filter, SCMP_SYS(close), answer) &&
            // Where libraries write their warnings: closed, which they do not mind.
            allowOn(filter, SCMP_SYS(write), STDERR_FILENO);
 }
@@ -102,21 +104,35 @@ bool allowSanitizer(void* filter) {
     return true;
 }
 
+/// What the kernel is given: the library has no way to write it but into a file. Empty on failure.
+std::vector<sock_filter> compiled(void* filter) {
+    const FileDescriptor file(memfd_create("filter", MFD_CLOEXEC));
+    if (!file || seccomp_export_bpf(filter, file.get()) != 0) return {};
+    const off_t bytes = lseek(file.get(), 0, SEEK_END);
+    if (bytes <= 0) return {};
+    std::vector<sock_filter> program(static_cast<std::size_t>(bytes) / sizeof(sock_filter));
+    if (pread(file.get(), program.data(), static_cast<std::size_t>(bytes), 0) != bytes) return {};
+    return program;
+}
+
 }  // namespace
 
-void Sandbox::ReleaseFilter::operator()(void* filter) const { seccomp_release(filter); }
-
 std::optional<Sandbox> Sandbox::prepare(int answer, int pixels) {
-    Filter filter(seccomp_init(SCMP_ACT_KILL_PROCESS));
+    const std::unique_ptr<void, decltype(&seccomp_release)> filter(
+        seccomp_init(SCMP_ACT_KILL_PROCESS), &seccomp_release);
     if (!filter || !allowDecoding(filter.get(), answer, pixels)) return std::nullopt;
     if (sanitizedBuild && !allowSanitizer(filter.get())) return std::nullopt;
-    return Sandbox(std::move(filter));
+    auto program = compiled(filter.get());
+    if (program.empty()) return std::nullopt;
+    return Sandbox(std::move(program));
 }
 
 bool Sandbox::enter(const SandboxLimits& limits) const {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
     denyFiles();
-    return applyLimits(limits) && seccomp_load(filter_.get()) == 0;
+    const sock_fprog program{static_cast<unsigned short>(filter_.size()),
+                             const_cast<sock_filter*>(filter_.data())};
+    return applyLimits(limits) && syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0;
 }
 
 }  // namespace glintmark::platform::image

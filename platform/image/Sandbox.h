@@ -1,9 +1,11 @@
 #pragma once
 
+#include <linux/filter.h>
+
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace glintmark::platform::image {
 
@@ -27,14 +29,9 @@ public:
     bool enter(const SandboxLimits& limits) const;
 
 private:
-    struct ReleaseFilter {
-        void operator()(void* filter) const;
-    };
-    using Filter = std::unique_ptr<void, ReleaseFilter>;
+    explicit Sandbox(std::vector<sock_filter> filter) : filter_(std::move(filter)) {}
 
-    explicit Sandbox(Filter filter) : filter_(std::move(filter)) {}
-
-    Filter filter_;
+    std::vector<sock_filter> filter_;  // of system calls, ready for the kernel
 };
 
 }  // namespace glintmark::platform::image

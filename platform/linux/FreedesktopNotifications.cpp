@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "platform/linux/DBusCall.h"
-#include "platform/linux/DBusText.h"
 #include "platform/linux/GLibHandles.h"
+#include "platform/linux/bus/DBusCall.h"
+#include "platform/linux/bus/DBusText.h"
 
 // Methods, hints and capabilities: freedesktop.org, Desktop Notifications Specification.
 
@@ -20,7 +20,6 @@ constexpr DBusTarget server{"org.freedesktop.Notifications", "/org/freedesktop/N
                             "org.freedesktop.Notifications"};
 constexpr int defaultTimeout = -1;  // GDBus's 25 seconds: a server may have to be started first
 constexpr auto programTitle = "Glintmark";
-constexpr auto iconName = "glintmark";
 constexpr guint replacesNothing = 0;
 constexpr int serverDecidesWhenItExpires = -1;
 constexpr auto noBus = "There is no session bus";
@@ -52,12 +51,13 @@ std::string bodyText(const std::string& body, bool markup) {
     return escaped.get();
 }
 
-GVariant* notifyArguments(const UserNotificationRequest& request, bool markup) {
+GVariant* notifyArguments(const UserNotificationRequest& request, const std::string& icon,
+                          bool markup) {
     GVariantBuilder hints;
     g_variant_builder_init(&hints, G_VARIANT_TYPE("a{sv}"));
     g_variant_builder_add(&hints, "{sv}", "desktop-entry",
                           g_variant_new_string(SessionBus::programName));
-    return g_variant_new("(susss@asa{sv}i)", programTitle, replacesNothing, iconName,
+    return g_variant_new("(susss@asa{sv}i)", programTitle, replacesNothing, icon.c_str(),
                          dbusText(request.title).c_str(), bodyText(request.body, markup).c_str(),
                          g_variant_new_strv(nullptr, 0), &hints, serverDecidesWhenItExpires);
 }
@@ -65,7 +65,8 @@ GVariant* notifyArguments(const UserNotificationRequest& request, bool markup) {
 }  // namespace
 
 struct FreedesktopNotifications::Shared {
-    explicit Shared(SessionBus& sessionBus) : bus(&sessionBus), cancellable(g_cancellable_new()) {}
+    Shared(SessionBus& sessionBus, std::string programIcon)
+        : bus(&sessionBus), icon(std::move(programIcon)), cancellable(g_cancellable_new()) {}
 
     GDBusConnection* connection() const { return bus != nullptr ? bus->connection() : nullptr; }
 
@@ -74,18 +75,19 @@ struct FreedesktopNotifications::Shared {
             handler(noBus);
             return;
         }
-        callDBus(connection(), server, "Notify", notifyArguments(request, markup), "(u)",
+        callDBus(connection(), server, "Notify", notifyArguments(request, icon, markup), "(u)",
                  defaultTimeout, cancellable.get(), [handler](GVariant*, const GError* error) {
                      handler(error != nullptr ? std::optional(errorText(error)) : std::nullopt);
                  });
     }
 
     SessionBus* bus;  ///< Null when the notification centre is gone.
+    std::string icon;
     GObjectHandle<GCancellable> cancellable;
 };
 
-FreedesktopNotifications::FreedesktopNotifications(SessionBus& bus)
-    : shared_(std::make_shared<Shared>(bus)) {}
+FreedesktopNotifications::FreedesktopNotifications(SessionBus& bus, std::string icon)
+    : shared_(std::make_shared<Shared>(bus, std::move(icon))) {}
 
 FreedesktopNotifications::~FreedesktopNotifications() {
     g_cancellable_cancel(shared_->cancellable.get());

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "platform/UserNotificationCenter.h"
-#include "platform/linux/SessionBus.h"
+#include "platform/linux/bus/SessionBus.h"
 
 namespace glintmark::platform {
 
@@ -14,7 +15,8 @@ namespace glintmark::platform {
 /// that took them has returned. Destroy it on the main thread, when no other thread calls it.
 class FreedesktopNotifications : public UserNotificationCenter {
 public:
-    explicit FreedesktopNotifications(SessionBus& bus);
+    /// `icon`: the program's, by its name in the icon theme or by its "file" URI.
+    FreedesktopNotifications(SessionBus& bus, std::string icon);
     ~FreedesktopNotifications() override;
     FreedesktopNotifications(const FreedesktopNotifications&) = delete;
     FreedesktopNotifications& operator=(const FreedesktopNotifications&) = delete;

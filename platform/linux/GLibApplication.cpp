@@ -1,24 +1,11 @@
 #include "platform/linux/GLibApplication.h"
 
-#include <glib-unix.h>
-
-#include <array>
 #include <csignal>
 
 namespace glintmark::platform {
 
-namespace {
-
-constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP};
-
-gboolean askToQuit(gpointer delegate) {
-    static_cast<ApplicationDelegate*>(delegate)->quit();
-    return G_SOURCE_CONTINUE;
-}
-
-}  // namespace
-
-GLibApplication::GLibApplication(MainLoops& loops) : loops_(loops) {
+GLibApplication::GLibApplication(MainLoops& loops, std::chrono::milliseconds patience)
+    : loops_(loops), signals_(patience) {
     // A peer that hangs up is reported by write(2) as well.
     std::signal(SIGPIPE, SIG_IGN);
 }
@@ -26,11 +13,8 @@ GLibApplication::GLibApplication(MainLoops& loops) : loops_(loops) {
 void GLibApplication::setActivationPolicy(ActivationPolicy /*policy*/) {}
 
 void GLibApplication::run() {
-    std::array<GSourceId, endingSignals.size()> signals;
     if (delegate_ != nullptr) {
-        for (std::size_t i = 0; i < endingSignals.size(); ++i) {
-            signals[i] = GSourceId(g_unix_signal_add(endingSignals[i], askToQuit, delegate_));
-        }
+        signals_.handle([this] { delegate_->quit(); });
         const auto launch = [](gpointer data) -> gboolean {
             auto* self = static_cast<GLibApplication*>(data);
             self->launch_.forget();

@@ -1,16 +1,22 @@
 #pragma once
 
+#include <chrono>
+
 #include "platform/Application.h"
+#include "platform/linux/EndingSignals.h"
 #include "platform/linux/GLibHandles.h"
-#include "platform/linux/MainLoops.h"
+#include "platform/linux/queues/MainLoops.h"
 
 namespace glintmark::platform {
 
-/// The process around the default main context. While it runs, SIGTERM, SIGINT and SIGHUP ask the
-/// delegate to quit; from its construction on SIGPIPE is ignored.
+/// The process around the default main context. From its construction on SIGPIPE is ignored, and
+/// SIGTERM, SIGINT and SIGHUP end the process with status 0: at once before it runs, and then by
+/// asking the delegate to quit.
 class GLibApplication : public Application {
 public:
-    explicit GLibApplication(MainLoops& loops);
+    /// `patience` is how long a signal waits for the end before it forces it.
+    explicit GLibApplication(MainLoops& loops,
+                             std::chrono::milliseconds patience = std::chrono::milliseconds(500));
     GLibApplication(const GLibApplication&) = delete;
     GLibApplication& operator=(const GLibApplication&) = delete;
 
@@ -23,6 +29,7 @@ public:
 private:
     MainLoops& loops_;
     ApplicationDelegate* delegate_ = nullptr;
+    EndingSignals signals_;
     GSourceId launch_;
 };
 

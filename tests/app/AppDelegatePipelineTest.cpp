@@ -60,6 +60,17 @@ TEST_F(AppDelegatePipelineTest, AFileGetsItsIconAndANotification) {
     EXPECT_THAT(notifications().requestQueues(), ElementsAre("main"));
 }
 
+TEST_F(AppDelegatePipelineTest, NoImageIsDecodedOnTheMainQueue) {
+    session().answer("https://site.example/favicon.ico", 200, "image 64x64 large");
+    std::vector<std::string> where;
+    platform().imageDecoder.bitmapMade = [&] { where.push_back(queues().current()); };
+    process(path);
+    ASSERT_EQ(platform().workspace.icons().size(), 1U);
+    EXPECT_TRUE(platform().workspace.icons().front().image.bitmap());
+    EXPECT_FALSE(where.empty());
+    EXPECT_THAT(where, testing::Each(testing::Ne("main")));
+}
+
 TEST_F(AppDelegatePipelineTest, OtherPathsAreDroppedWithoutAWord) {
     for (const auto* other : {"/home/kim/Desktop/a.webloc.tmp", "/home/kim/Desktop/A.WEBLOC",
                               "/home/kim/Desktop/webloc", ""}) {

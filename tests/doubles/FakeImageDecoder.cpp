@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -9,11 +10,11 @@ namespace glintmark::doubles {
 
 namespace {
 
-platform::Image imageOf(int width, int height, bool isOpaque) {
+platform::BitmapImageRep bitmapOf(int width, int height, bool isOpaque) {
     const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
                        platform::BitmapImageRep::bytesPerPixel;
     std::vector<std::uint8_t> pixels(bytes, isOpaque ? 0xff : 0x00);
-    return platform::Image(platform::BitmapImageRep(width, height, !isOpaque, std::move(pixels)));
+    return {width, height, !isOpaque, std::move(pixels)};
 }
 
 /// A number up to `end`. Absent when something else is there.
@@ -48,11 +49,19 @@ std::shared_ptr<const platform::Image> FakeImageDecoder::decode(std::string data
     if (kind.empty()) {
         return std::make_shared<const platform::Image>(platform::Size{*width, *height});
     }
-    if (kind != "opaque" && kind != "transparent") {
+    if (kind != "opaque" && kind != "transparent" && kind != "large") {
         return nullptr;
     }
-    return std::make_shared<const platform::Image>(
-        imageOf(static_cast<int>(*width), static_cast<int>(*height), kind == "opaque"));
+    auto bitmap =
+        bitmapOf(static_cast<int>(*width), static_cast<int>(*height), kind != "transparent");
+    if (kind != "large") {
+        return std::make_shared<const platform::Image>(std::move(bitmap));
+    }
+    return std::make_shared<const platform::Image>(platform::Size{*width, *height},
+                                                   [this, bitmap = std::move(bitmap)] {
+                                                       bitmapMade();
+                                                       return std::optional(bitmap);
+                                                   });
 }
 
 }  // namespace glintmark::doubles

@@ -1,9 +1,11 @@
 #include "platform/JSON.h"
+#include "tests/doubles/FakeEventStream.h"
 #include "tests/doubles/FakeFileManager.h"
 #include "tests/doubles/FakeURLSession.h"
 #include "tests/doubles/FakeUserDefaults.h"
 #include "tests/doubles/VirtualQueues.h"
 #include "tests/platform/DispatchQueueContract.h"
+#include "tests/platform/EventStreamContract.h"
 #include "tests/platform/FileManagerContract.h"
 #include "tests/platform/URLSessionContract.h"
 #include "tests/platform/UserDefaultsContract.h"
@@ -105,6 +107,28 @@ INSTANTIATE_TEST_SUITE_P(Fake, URLSessionContract,
 INSTANTIATE_TEST_SUITE_P(Virtual, DispatchQueueContract,
                          testing::Values(+[]() -> std::unique_ptr<DispatchQueueSubject> {
                              return std::make_unique<VirtualQueueSubject>();
+                         }));
+
+class FakeEventStreamSubject : public EventStreamSubject {
+public:
+    EventStreamFactory& factory() override { return factory_; }
+    DispatchQueue& queue() override { return *queue_; }
+    std::string folder() override { return "/folder"; }
+    void change() override { factory_.report("/folder"); }
+    bool runUntil(const std::function<bool()>& condition) override {
+        queues_.runUntilIdle();
+        return condition();
+    }
+
+private:
+    doubles::VirtualQueues queues_;
+    std::unique_ptr<DispatchQueue> queue_ = queues_.makeSerial("contract");
+    doubles::FakeEventStreamFactory factory_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Fake, EventStreamContract,
+                         testing::Values(+[]() -> std::unique_ptr<EventStreamSubject> {
+                             return std::make_unique<FakeEventStreamSubject>();
                          }));
 
 }  // namespace

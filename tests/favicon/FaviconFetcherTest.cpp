@@ -212,6 +212,11 @@ TEST_F(FaviconFetcherFetchTest, EverySingleImagePathGivesItsSource) {
     }
 }
 
+TEST_F(FaviconFetcherFetchTest, AHeightThatIsNoNumberEndsTheProcessWhenItIsLogged) {
+    session().answer("http://h/favicon.ico", 200, "image 64xnan");
+    EXPECT_DEATH(fetched("http://h/"), "infinite or NaN");
+}
+
 TEST_F(FaviconFetcherFetchTest, TheCompletionRunsOnTheGlobalQueue) {
     const auto outcome = started("http://h/");
     EXPECT_EQ(outcome->completions, 0);

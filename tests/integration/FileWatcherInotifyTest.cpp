@@ -6,14 +6,14 @@
 #include <cstdlib>
 #include <thread>
 
-#include "platform/linux/GLibTimers.h"
-#include "platform/linux/InotifyEventStreamFactory.h"
-#include "platform/linux/LinuxDispatchQueues.h"
-#include "platform/linux/PosixFileManager.h"
+#include "platform/linux/files/PosixFileManager.h"
+#include "platform/linux/queues/GLibTimers.h"
+#include "platform/linux/queues/LinuxDispatchQueues.h"
+#include "platform/linux/watching/InotifyEventStreamFactory.h"
 #include "tests/doubles/TestPlatform.h"
 #include "tests/platform/linux/MainLoop.h"
 #include "tests/platform/linux/ProcessState.h"
-#include "tests/platform/linux/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "watcher/FileWatcher.h"
 
 // The watcher over real queues, timers, files and inotify.
@@ -21,6 +21,7 @@
 namespace glintmark {
 namespace {
 
+using platform::inotifyWatches;
 using platform::openDescriptors;
 using platform::threadsNamed;
 using platform::waitUntil;
@@ -32,6 +33,7 @@ constexpr auto patience = 60s;
 
 // As much of the queue's label as the system shows of a thread's name: pthread_setname_np(3).
 constexpr const char* queueThread = "com.quorvel.Gli";
+constexpr const char* streamThread = "event-stream";
 
 /// Timers that fire fifty times as often, so that no test waits for a poll.
 class QuickTimers : public platform::Timers {
@@ -98,12 +100,12 @@ protected:
         return waitUntil([&] { return delivered_.size() >= count; }, patience);
     }
 
-    platform::TemporaryDirectory& home() { return home_; }
+    test::TemporaryDirectory& home() { return home_; }
     const std::vector<std::string>& delivered() const { return delivered_; }
     doubles::FakeLog& log() { return fakes_.log; }
 
 private:
-    platform::TemporaryDirectory home_;
+    test::TemporaryDirectory home_;
     std::vector<std::string> delivered_;
     doubles::Fakes fakes_;
     platform::LinuxDispatchQueues queues_;
@@ -129,9 +131,9 @@ private:
 };
 
 TEST_F(FileWatcherInotifyTest, AFileIsReportedOnceThoughStreamAndPollFindIt) {
-    home().createFile("Desktop/old.webloc");
+    home().write("Desktop/old.webloc");
     auto watcher = startedWatcher();
-    home().createFile("Desktop/a.webloc");
+    home().write("Desktop/a.webloc");
     ASSERT_TRUE(bothTriggersRan(*watcher));
     EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
 }
@@ -139,15 +141,15 @@ TEST_F(FileWatcherInotifyTest, AFileIsReportedOnceThoughStreamAndPollFindIt) {
 TEST_F(FileWatcherInotifyTest, AFileInANewSubfolderIsReported) {
     auto watcher = startedWatcher();
     home().createDirectories("Downloads/one/two");
-    home().createFile("Downloads/one/two/a.webloc");
+    home().write("Downloads/one/two/a.webloc");
     ASSERT_TRUE(deliveredAtLeast(1));
     EXPECT_THAT(delivered(), ElementsAre(home().path("Downloads/one/two/a.webloc")));
 }
 
 TEST_F(FileWatcherInotifyTest, FilesAndFoldersMovedInAreReported) {
     home().createDirectories("elsewhere/folder");
-    home().createFile("elsewhere/folder/b.webloc");
-    home().createFile("elsewhere/a.webloc");
+    home().write("elsewhere/folder/b.webloc");
+    home().write("elsewhere/a.webloc");
     auto watcher = startedWatcher();
     home().move("elsewhere/a.webloc", "Desktop/a.webloc");
     home().move("elsewhere/folder", "Desktop/folder");
@@ -159,21 +161,26 @@ TEST_F(FileWatcherInotifyTest, FilesAndFoldersMovedInAreReported) {
 TEST_F(FileWatcherInotifyTest, AnAddedFolderThatAppearsLaterIsWatched) {
     auto watcher = startedWatcher({home().path("Links")});
     home().createDirectories("Links/sub");
-    home().createFile("Links/sub/a.webloc");
+    home().write("Links/sub/a.webloc");
     ASSERT_TRUE(deliveredAtLeast(1));
     EXPECT_THAT(delivered(), ElementsAre(home().path("Links/sub/a.webloc")));
 }
 
-TEST_F(FileWatcherInotifyTest, StartingAndStoppingManyTimesLeaksNothing) {
+TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {
+    home().createDirectories("Desktop/sub/deep");
     platform::runPending();  // what the main loop itself opens is there now
     const auto descriptors = openDescriptors();
     std::vector<std::weak_ptr<FileWatcher>> watchers;
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         auto watcher = startedWatcher();
         watchers.push_back(watcher);
-        home().createFile("Desktop/" + std::to_string(i) + ".webloc");
+        home().write("Desktop/" + std::to_string(i) + ".webloc");
         if (i % 2 == 0) {
             watcher->stop();
+        }
+        platform::runPending();
+        if (i % 20 == 0) {  // the system gives a user only so many inotify instances at a time
+            EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) <= 1; }, patience));
         }
     }
     const auto allAreGone = [&] {
@@ -182,7 +189,9 @@ TEST_F(FileWatcherInotifyTest, StartingAndStoppingManyTimesLeaksNothing) {
     };
     EXPECT_TRUE(waitUntil(allAreGone, patience));
     EXPECT_TRUE(waitUntil([] { return threadsNamed(queueThread) == 0; }, patience));
+    EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) == 0; }, patience));
     EXPECT_TRUE(waitUntil([&] { return openDescriptors() <= descriptors; }, patience));
+    EXPECT_EQ(inotifyWatches(), 0U);
 }
 
 TEST_F(FileWatcherInotifyTest, OneWatcherCanStartAndStopManyTimesWhileFilesCome) {
@@ -192,7 +201,7 @@ TEST_F(FileWatcherInotifyTest, OneWatcherCanStartAndStopManyTimesWhileFilesCome)
     std::atomic<int> files = 0;
     std::thread browser([&] {
         while (!isOver && files < mostFiles) {
-            home().createFile("Desktop/" + std::to_string(++files) + ".webloc");
+            home().write("Desktop/" + std::to_string(++files) + ".webloc");
         }
     });
     for (int i = 0; i < 20; ++i) {
@@ -212,7 +221,7 @@ TEST_F(FileWatcherInotifyTest, OneWatcherCanStartAndStopManyTimesWhileFilesCome)
 
 TEST_F(FileWatcherInotifyTest, AWatcherCanGoAwayInTheMiddleOfAScan) {
     for (int i = 0; i < 50; ++i) {
-        home().createFile("Desktop/" + std::to_string(i) + ".webloc");
+        home().write("Desktop/" + std::to_string(i) + ".webloc");
     }
     for (int i = 0; i < 10; ++i) {
         auto watcher = startedWatcher();

@@ -45,9 +45,11 @@ TEST(RegularExpressionTest, PositionsAreBytesBehindAnyCharacters) {
                 ElementsAre(TextRange{9, 15}, TextRange{12, 14}));
 }
 
-TEST(RegularExpressionTest, IllFormedBytesCountAsCharactersOfTheirOwn) {
-    const std::string text = "\xFF<x \xC3>\x80\xE6\x97<x \xF0\x9F>";
-    EXPECT_THAT(textsOf(compiled("<x [^>]*>"), text), ElementsAre("<x \xC3>", "<x \xF0\x9F>"));
+TEST(RegularExpressionTest, NothingMatchesInIllFormedText) {
+    for (const auto* text : {"<x >\xFF", "\x80<x >", "<x \xE6\x97>", "<x >\xED\xA0\x80"}) {
+        EXPECT_THAT(compiled("<x [^>]*>").matches(text), IsEmpty());
+        EXPECT_FALSE(compiled("<x [^>]*>").firstMatch(text));
+    }
 }
 
 TEST(RegularExpressionTest, FirstMatchGivesTheGroups) {
@@ -69,6 +71,14 @@ TEST(RegularExpressionTest, DigitsAndBlanksAreThoseOfAllScripts) {
     EXPECT_THAT(textsOf(compiled(R"(\d+)"), "a\xEF\xBC\x91\xEF\xBC\x92"),
                 ElementsAre("\xEF\xBC\x91\xEF\xBC\x92"));
     EXPECT_THAT(textsOf(compiled(R"(\s+)"), "a\xE3\x80\x80"), ElementsAre("\xE3\x80\x80"));
+    EXPECT_THAT(textsOf(compiled(R"(\s+)"), "a\x0B\u0085\u2028"), ElementsAre("\x0B\u0085\u2028"));
+    EXPECT_THAT(textsOf(compiled(R"(\s)"), "\u180E\u200B\uFEFF"), IsEmpty());
+}
+
+TEST(RegularExpressionTest, LetterCaseIsThatOfUnicode) {
+    EXPECT_THAT(textsOf(compiled("ks"), "\u212A\u017F KS"), ElementsAre("\u212A\u017F", "KS"));
+    EXPECT_THAT(textsOf(compiled("i"), "\u0130\u0131I"), ElementsAre("I"));
+    EXPECT_THAT(textsOf(compiled("\u00E9"), "\u00C9"), ElementsAre("\u00C9"));
 }
 
 TEST(RegularExpressionTest, OptionsChangeWhatMatches) {
@@ -115,7 +125,8 @@ TEST(RegularExpressionTest, RunsOfAnyLengthOfASetMatch) {
 TEST(RegularExpressionTest, SetsMeanTheSameInsideAndOutsideBrackets) {
     EXPECT_THAT(textsOf(compiled(R"(\\s\s[^\s\]]\])"), R"(\s a] \s b\s ]])"),
                 ElementsAre(R"(\s a])"));
-    EXPECT_THAT(textsOf(compiled(R"([[\d]-[5]]\D)"), "5a6b77"), ElementsAre("6b"));
+    EXPECT_THAT(textsOf(compiled(R"(\S+)"), "\u180E\u00E9\u00A0-"),
+                ElementsAre("\u180E\u00E9", "-"));
 }
 
 TEST(RegularExpressionTest, SearchesLongTexts) {

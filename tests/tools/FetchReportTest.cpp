@@ -12,6 +12,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
@@ -90,6 +91,16 @@ TEST_F(FetchReportTest, TheWinnerIsTheProgramsOwnChoice) {
     EXPECT_THAT(table,
                 HasSubstr("\n* htmlAppleTouchIcon   180x180 no           2182 http://h/b\n"));
     EXPECT_THAT(table, HasSubstr("\nWinner: htmlAppleTouchIcon http://h/b\n"));
+}
+
+TEST_F(FetchReportTest, AWinnerWithoutTheHighestScoreIsExplained) {
+    const std::string explanation = "(No score helps an image that is too narrow.)\n";
+    session().answer("http://h/favicon.ico", 200, "image 48x48 opaque");
+    EXPECT_THAT(asTable(report("http://h/")), Not(HasSubstr(explanation)));
+    session().answer("http://h/", 200, "<link rel='icon' href='a'>");
+    session().answer("http://h/a", 200, "image 47x47 transparent");
+    const std::string table = asTable(report("http://h/"));
+    EXPECT_THAT(table, HasSubstr("\nWinner: faviconICO http://h/favicon.ico\n" + explanation));
 }
 
 TEST_F(FetchReportTest, EachJSONLineIsOneThing) {

@@ -71,6 +71,62 @@ TEST_F(WeblocParserTest, ALinkInTheOldTextFormGivesItsAddress) {
     EXPECT_EQ(extracted("{ URL = \"https://h/a\"; }"), "https://h/a");
 }
 
+/// `text`, which is ASCII, in UTF-16 with its mark, low byte first.
+std::string inUTF16(std::string_view text) {
+    std::string bytes = "\xFF\xFE";
+    for (const char c : text) {
+        bytes += {c, '\0'};
+    }
+    return bytes;
+}
+
+std::string replaced(std::string text, const std::string& what, const std::string& by) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
+        text.replace(at, what.size(), by);
+    }
+    return text;
+}
+
+TEST_F(WeblocParserTest, FilesAsOtherProgramsWriteThemGiveTheirAddress) {
+    const std::string plain =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<!DOCTYPE plist PUBLIC \"-//A//DTD PLIST 1.0//EN\" \"http://a.example/p.dtd\">\n"
+        "<plist version=\"1.0\">\n<dict>\n\t<key>URL</key>\n\t<string>https://h/</string>\n"
+        "</dict>\n</plist>\n";
+    const std::string extraKeys =
+        "<key>URLName</key><string>a</string><key>date</key><date>2024-01-02T03:04:05Z</date>"
+        "<key>data</key><data>\n\tAAEC\n\t</data><key>number</key><integer>-5</integer>"
+        "<key>real</key><real>1e5</real><key>flag</key><false/>"
+        "<key>more</key><dict><key>URL</key><string>no</string></dict>";
+    const std::pair<const char*, std::string> rows[] = {
+        {"as the desktop writes it", plain},
+        {"line ends of two characters", replaced(plain, "\n", "\r\n")},
+        {"old line ends", replaced(plain, "\n", "\r")},
+        {"on one line", replaced(plain, "\n", "")},
+        {"mark", "\xEF\xBB\xBF" + plain},
+        {"mark and blank lines", "\xEF\xBB\xBF\n \n" + plain},
+        {"UTF-16", inUTF16(replaced(plain, "UTF-8", "UTF-16"))},
+        {"UTF-16 that calls itself UTF-8", inUTF16(plain)},
+        {"encoding misspelt", replaced(plain, "UTF-8", "utf8")},
+        {"encoding of old systems", replaced(plain, "UTF-8", "macintosh")},
+        {"no declaration", plain.substr(plain.find("<plist"))},
+        {"zeros behind the end", plain + std::string(100, '\0')},
+        {"attributes", replaced(plain, "<string>", "<string id=\"1\">")},
+        {"unparsed text", replaced(plain, "https://h/", "<![CDATA[https://h/]]>")},
+        {"comment", replaced(plain, "https://h/", "https:<!-- : -->//h/")},
+        {"numeric character", replaced(plain, "https://h/", "https&#58;//h&#x2f;")},
+        {"other keys", replaced(plain, "<dict>", "<dict>" + extraKeys)},
+        {"old text form with comments",
+         "// a link\n{ /* the */ \"URL\" = 'https://h/'; a = (1,); }"},
+        {"old text form without quotes", "{URL=https://h/;}\n"},
+        {"old text form in UTF-16", inUTF16("{ URL = \"https://h/\"; data = <0fbd 77>; }")},
+    };
+    for (const auto& [what, bytes] : rows) {
+        EXPECT_EQ(extracted(bytes), "https://h/") << what;
+        EXPECT_THAT(log().lines(), IsEmpty()) << what;
+    }
+}
+
 TEST_F(WeblocParserTest, TheAddressIsReturnedExactlyAsStored) {
     for (const auto* address : {"", "  https://h/ \n", "no address at all", "%zz", "日本 🌍"}) {
         EXPECT_EQ(extracted(propertyList(std::string("<dict><key>URL</key><string>") + address +

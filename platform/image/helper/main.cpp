@@ -1,3 +1,8 @@
+#include <sys/prctl.h>
+
 #include "platform/image/DecoderServer.h"
 
-int main() { return glintmark::platform::image::runDecoder({}); }
+int main() {
+    prctl(PR_SET_NAME, "glintmark-image");  // it may have been executed by its descriptor's number
+    return glintmark::platform::image::runDecoder({});
+}

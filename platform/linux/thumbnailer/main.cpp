@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <string_view>
 
-#include "platform/linux/IconStore.h"
-#include "platform/linux/IconThumbnail.h"
+#include "platform/linux/workspace/IconStore.h"
+#include "platform/linux/workspace/IconThumbnail.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ctime>
 #include <random>
 
 #include "platform/image/DecodeImage.h"
@@ -12,12 +11,6 @@
 
 namespace glintmark::platform::image {
 namespace {
-
-double cpuMilliseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
-}
 
 class RefusedTest : public testing::TestWithParam<std::string> {};
 
@@ -50,17 +43,10 @@ INSTANTIATE_TEST_SUITE_P(BeyondTheLimits, RefusedTest,
 
 class BombTest : public testing::TestWithParam<std::string> {};
 
-TEST_P(BombTest, IsDealtWithAtOnce) {
-    warmUp();
+TEST_P(BombTest, ShowsNothingLarge) {
     const Bytes file = imageFile(GetParam());
     ASSERT_FALSE(file.empty());
-    const double before = cpuMilliseconds();
-    decoded(file);
-    EXPECT_LT(cpuMilliseconds() - before, 50);
-}
-
-TEST_P(BombTest, ShowsNothingLarge) {
-    const auto bitmap = decoded(imageFile(GetParam()));
+    const auto bitmap = decoded(file);
     EXPECT_TRUE(!bitmap || bitmap->pixels().size() < 1000);
 }
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/DBusObject.h"
 #include "platform/linux/GLibHandles.h"
+#include "platform/linux/bus/DBusObject.h"
 #include "tests/platform/linux/PrivateBus.h"
 
 namespace glintmark::platform {

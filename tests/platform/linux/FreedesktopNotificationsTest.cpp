@@ -108,7 +108,7 @@ protected:
     std::unique_ptr<FakeNotificationDaemon> server_;
     SessionBus bus_;
     std::unique_ptr<FreedesktopNotifications> center_ =
-        std::make_unique<FreedesktopNotifications>(bus_);
+        std::make_unique<FreedesktopNotifications>(bus_, "file:///glintmark.svg");
 };
 
 TEST_F(FreedesktopNotificationsTest, AuthorisedWhenTheServerAnswers) {
@@ -130,9 +130,11 @@ TEST_F(FreedesktopNotificationsTest, NotAuthorisedByAServerThatRefuses) {
 TEST_F(FreedesktopNotificationsTest, ShowsNameIconTitleBodyAndDesktopEntry) {
     startServer();
     EXPECT_EQ(add("Icon applied", "My Site.webloc"), "none");
-    EXPECT_THAT(server_->shown,
-                ElementsAre("('Glintmark', 0, 'glintmark', 'Icon applied', 'My Site.webloc', [], "
-                            "{'desktop-entry': <'com.quorvel.Glintmark'>}, -1)"));
+    EXPECT_THAT(
+        server_->shown,
+        ElementsAre(
+            "('Glintmark', 0, 'file:///glintmark.svg', 'Icon applied', 'My Site.webloc', [], "
+            "{'desktop-entry': <'com.quorvel.Glintmark'>}, -1)"));
 }
 
 TEST_F(FreedesktopNotificationsTest, TheBodyIsEscapedWhereTheServerReadsMarkup) {

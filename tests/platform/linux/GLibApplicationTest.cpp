@@ -43,7 +43,7 @@ protected:
     }
 
     MainLoops loops_;
-    GLibApplication application_{loops_};
+    GLibApplication application_{loops_, std::chrono::minutes(5)};
     RecordingDelegate delegate_{application_};
 };
 
@@ -81,6 +81,53 @@ TEST_F(GLibApplicationTest, AnEndingSignalEndsTheLoopOfAModalDialogToo) {
     application_.run();
     EXPECT_TRUE(dialogReturned);
     EXPECT_THAT(delegate_.calls, ElementsAre("launched", "quit"));
+}
+
+void waitForEver() {
+    while (true) {
+        pause();
+    }
+}
+
+TEST(GLibApplicationDeathTest, ASignalBeforeItRunsEndsTheProcessInOrder) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        const auto wait = [signal] {
+            MainLoops loops;
+            const GLibApplication application(loops);
+            kill(getpid(), signal);
+            waitForEver();
+        };
+        EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "") << signal;
+    }
+}
+
+TEST(GLibApplicationDeathTest, AMainThreadThatWaitsDoesNotHoldUpTheEnd) {
+    const auto wait = [] {
+        MainLoops loops;
+        GLibApplication application(loops, std::chrono::milliseconds(20));
+        RecordingDelegate delegate(application);
+        delegate.atLaunch = [] {
+            kill(getpid(), SIGTERM);
+            waitForEver();
+        };
+        application.setDelegate(delegate);
+        application.run();
+    };
+    EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "");
+}
+
+TEST(GLibApplicationDeathTest, AnEndThatTakesTooLongIsForced) {
+    const auto end = [] {
+        MainLoops loops;
+        GLibApplication application(loops, std::chrono::milliseconds(20));
+        RecordingDelegate delegate(application);
+        delegate.atLaunch = [] { kill(getpid(), SIGTERM); };
+        application.setDelegate(delegate);
+        application.run();
+        EXPECT_THAT(delegate.calls, ElementsAre("launched", "quit"));
+        waitForEver();
+    };
+    EXPECT_EXIT(end(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(GLibApplicationTest, APeerThatHangsUpDoesNotEndTheProcess) {

@@ -14,6 +14,17 @@ std::size_t openDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
+std::size_t inotifyWatches() {
+    std::size_t count = 0;
+    for (const auto& descriptor : fs::directory_iterator("/proc/self/fdinfo")) {
+        std::ifstream file(descriptor.path());
+        for (std::string line; std::getline(file, line);) {
+            count += line.starts_with("inotify wd:") ? 1U : 0U;
+        }
+    }
+    return count;
+}
+
 std::size_t threadsNamed(const std::string& name) {
     std::size_t count = 0;
     for (const auto& task : fs::directory_iterator("/proc/self/task")) {

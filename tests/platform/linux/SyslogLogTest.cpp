@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/SyslogLog.h"
-#include "tests/platform/linux/TemporaryDirectory.h"
+#include "platform/linux/files/FileDescriptor.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -78,7 +78,7 @@ protected:
         return lines;
     }
 
-    TemporaryDirectory directory_;
+    test::TemporaryDirectory directory_;
     FileDescriptor file_;
 };
 

@@ -83,6 +83,11 @@ const std::map<std::string, std::function<void()>> misdeeds = {
      [] {
          answer({DecodeAnswer::Status::decoded, 1, 1, 1});
      }},
+    {"close and stay",
+     [] {
+         close(childAnswer);
+         spinForEver();
+     }},
     {"warn", [] { std::fputs("warning\n", stderr); }},
 };
 

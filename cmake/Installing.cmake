@@ -1,0 +1,28 @@
+# Installs `file` below the system's configuration folder. Decided when it is installed, since a
+# package and "cmake --install --prefix" may name another prefix than the build did: as the GNU
+# standards have it, /etc belongs to the prefix /usr, and every other prefix has its own "etc".
+function(glintmark_install_configuration file folder)
+  install(CODE "
+    set(configuration [[${CMAKE_INSTALL_SYSCONFDIR}]])
+    if(NOT IS_ABSOLUTE \"\${configuration}\")
+      if(CMAKE_INSTALL_PREFIX MATCHES [[^/usr/?$]])
+        set(configuration \"/\${configuration}\")
+      else()
+        set(configuration \"\${CMAKE_INSTALL_PREFIX}/\${configuration}\")
+      endif()
+    endif()
+    file(INSTALL DESTINATION \"\${configuration}/${folder}\" TYPE FILE
+         FILES [[${CMAKE_CURRENT_SOURCE_DIR}/${file}]])")
+endfunction()
+
+# Sets `result` to the compressed copy of `file` in the current binary folder, made by the build,
+# the same at each build.
+function(glintmark_compressed file result)
+  get_filename_component(name ${file} NAME)
+  set(compressed ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz)
+  add_custom_command(
+    OUTPUT ${compressed}
+    COMMAND gzip -9 --no-name --stdout ${file} > ${compressed}
+    DEPENDS ${file} VERBATIM)
+  set(${result} ${compressed} PARENT_SCOPE)
+endfunction()

@@ -1,0 +1,91 @@
+#include "platform/linux/queues/Thread.h"
+
+#include <memory>
+#include <utility>
+
+#include "platform/FatalError.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr std::size_t shownNameBytes = 15;  // pthread_setname_np(3)
+
+struct Start {
+    std::string name;
+    std::function<void()> body;
+};
+
+void* run(void* argument) {
+    const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+    pthread_setname_np(pthread_self(), start->name.c_str());
+    start->body();
+    return nullptr;
+}
+
+bool create(pthread_t& handle, int detachState, const std::string& name, std::size_t stackBytes,
+            std::function<void()> body) {
+    auto start = std::make_unique<Start>(Start{name.substr(0, shownNameBytes), std::move(body)});
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackBytes);
+    pthread_attr_setdetachstate(&attributes, detachState);
+    const bool created = pthread_create(&handle, &attributes, run, start.get()) == 0;
+    pthread_attr_destroy(&attributes);
+    if (created) {
+        static_cast<void>(start.release());  // the thread owns it
+    }
+    return created;
+}
+
+}  // namespace
+
+Thread::Thread(const std::string& name, std::size_t stackBytes, std::function<void()> body)
+    : joinable_(create(handle_, PTHREAD_CREATE_JOINABLE, name, stackBytes, std::move(body))) {
+    if (!joinable_) {
+        fatalError("No thread left for " + name);
+    }
+}
+
+std::optional<Thread> Thread::start(const std::string& name, std::size_t stackBytes,
+                                    std::function<void()> body) {
+    Thread thread;
+    thread.joinable_ =
+        create(thread.handle_, PTHREAD_CREATE_JOINABLE, name, stackBytes, std::move(body));
+    return thread.joinable_ ? std::optional(std::move(thread)) : std::nullopt;
+}
+
+bool Thread::startDetached(const std::string& name, std::size_t stackBytes,
+                           std::function<void()> body) {
+    pthread_t handle{};
+    return create(handle, PTHREAD_CREATE_DETACHED, name, stackBytes, std::move(body));
+}
+
+Thread::Thread(Thread&& other) noexcept
+    : handle_(other.handle_), joinable_(std::exchange(other.joinable_, false)) {}
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    std::swap(handle_, other.handle_);
+    std::swap(joinable_, other.joinable_);
+    return *this;
+}
+
+Thread::~Thread() {
+    if (joinable_) {
+        join();
+    }
+}
+
+bool Thread::isCurrent() const { return joinable_ && pthread_equal(handle_, pthread_self()) != 0; }
+
+void Thread::join() {
+    pthread_join(handle_, nullptr);
+    joinable_ = false;
+}
+
+void Thread::detach() {
+    pthread_detach(handle_);
+    joinable_ = false;
+}
+
+}  // namespace glintmark::platform

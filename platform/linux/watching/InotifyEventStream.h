@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/EventStream.h"
+
+namespace glintmark::platform {
+
+class Log;
+
+/// Changes below folders by inotify(7), one watch for each directory. All watching, the first walk
+/// of the trees included, is on a thread of the stream's own, which sleeps while nothing happens.
+///
+/// A change is a name that appears in a directory: made, linked or moved in. A directory that
+/// appears is itself reported, and with it those below it that were not watched before, so that
+/// nothing made in them too early is lost; all below it when it has moved, which gives them new
+/// paths. Paths begin with the folder as it was given.
+class InotifyEventStream : public EventStream {
+public:
+    /// Null when the system has no inotify instance, descriptor or thread left. `log` must outlive
+    /// the stream; it gets a debug line when there are fewer watches than directories.
+    static std::unique_ptr<InotifyEventStream> make(std::span<const std::string> folders,
+                                                    std::chrono::nanoseconds latency,
+                                                    Handler handler, Log& log);
+
+    /// Stops and invalidates, if that was not done.
+    ~InotifyEventStream() override;
+
+    void setDispatchQueue(DispatchQueue& queue) override;
+
+    /// After `stop()` the stream begins anew: only changes after this call count.
+    bool start() override;
+
+    /// Returns at once; the thread ends by itself.
+    void stop() override;
+
+    /// Waits for a handler that is running, unless that handler is the caller.
+    void invalidate() override;
+
+private:
+    class Delivery;
+    struct Link;
+    class Watcher;
+
+    InotifyEventStream(std::span<const std::string> folders, std::chrono::nanoseconds latency,
+                       Handler handler, Log& log);
+
+    bool launch();
+
+    const std::vector<std::string> folders_;
+    const std::chrono::nanoseconds latency_;
+    Log& log_;
+    DispatchQueue* queue_ = nullptr;
+    const std::shared_ptr<Delivery> delivery_;
+    std::shared_ptr<Link> link_;  // to the thread; null while stopped
+};
+
+}  // namespace glintmark::platform

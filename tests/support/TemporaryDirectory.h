@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+namespace glintmark::test {
+
+/// An empty directory that goes, with all that is in it, at the end of the test. The operations
+/// take paths relative to it and fail the test when the system refuses.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::string& path() const { return path_; }
+    std::string path(const std::string& name) const { return path_ + "/" + name; }
+    std::string operator/(const std::string& name) const { return path(name); }
+
+    /// Writes a file, with the directories on the way to it, and returns its path.
+    std::string write(const std::string& name, const std::string& bytes = "") const;
+    void createDirectories(const std::string& name) const;
+    void createLink(const std::string& target, const std::string& name) const;  ///< Symbolic.
+    void move(const std::string& from, const std::string& to) const;
+    void remove(const std::string& name) const;  ///< With all below it.
+    std::string read(const std::string& name) const { return readWhole(path(name)); }
+
+    static std::string readWhole(const std::string& path);
+
+private:
+    std::string path_;
+};
+
+}  // namespace glintmark::test
