@@ -1,0 +1,259 @@
+#!/usr/bin/env python3
+"""Drives the built program over real folders and checks its log: each new link file is reported
+exactly once, and nothing else. A short run by default; --full for the whole.
+
+    watching.py [--program PROGRAM] [--full] [--seconds S] [--seed N] [--place FOLDER] [NAME ...]
+
+Names: life, lost, paths, burst, overflow, limit.
+"""
+
+import argparse
+import collections
+import contextlib
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import time
+
+from bare_program import BareProgram, SystemLimit, TimedOut, wait_for, watches_of
+from folder_life import FolderLife
+
+ROUND_SECONDS = 4.0  # of life between two looks at the log; more than the program's fixed delays
+ACTS_AT_ONCE = 12
+SHORT_QUEUE = 64  # events
+FEW_WATCHES = 200
+
+
+class Failed(Exception):
+    """The program said too much or too little."""
+
+
+def sample(paths):
+    return ", ".join(repr(path.replace(b"n" * 240, b"n..."))[1:] for path in paths[:3])
+
+
+def compare(program, must, may=None):
+    """Waits until all of `must` are reported; then nothing must be that is not in `may`."""
+    must = set(must)
+    may = must if may is None else may
+    try:
+        wait_for(lambda: must <= set(program.reported_paths()), "the reports")
+    except TimedOut as late:
+        missing = sorted(must - set(program.reported_paths()))
+        raise Failed(f"{len(missing)} of {len(must)} not reported, such as {sample(missing)}") from late
+    counts = collections.Counter(program.reported_paths())
+    twice = [path for path, count in counts.items() if count > 1]
+    if twice:
+        raise Failed(f"reported more than once: {sample(twice)}")
+    wrong = sorted(set(counts) - set(may))
+    if wrong:
+        raise Failed(f"{len(wrong)} reported that must not be, such as {sample(wrong)}")
+
+
+def short_queue():
+    """For a program that starts meanwhile: the kernel looks at it when a queue is made."""
+    return SystemLimit("max_queued_events", SHORT_QUEUE)
+
+
+class Sentinels:
+    """Files that show by their report that what happened before them has been looked at."""
+
+    def __init__(self, program):
+        self._program = program
+        self._folder = program.home / "Sentinels"
+        self._folder.mkdir()
+        self.folder = self._folder
+        self.paths = set()
+
+    def wait(self):
+        path = self._folder / str(len(self.paths)) / "x.webloc"
+        path.parent.mkdir()  # below the folder, where the poll does not look
+        path.touch()
+        self.paths.add(os.fsencode(path))
+        wait_for(lambda: os.fsencode(path) in self._program.reported_paths(), "a sentinel")
+
+
+def populate(folder):
+    """What is there before the start."""
+    for name in ("Old.webloc", "OLD.WEBLOC", "sub/old.webloc", "sub/deep/old.webloc",
+                 "quiet/old.webloc", "quiet/deep/old.webloc"):
+        path = folder / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.touch()
+
+
+def live(options, loses_events):
+    """A random life of four folders. With `loses_events` the program is stopped meanwhile, time
+    and again, and the kernel's queue is short."""
+    with BareProgram(options.program, options.place) as program:
+        real = program.root / "real"
+        real.mkdir()
+        shortcut, late = program.home / "Shortcut", program.home / "far" / "Late"
+        shortcut.symlink_to(real)
+        outside = program.root / "outside"
+        outside.mkdir()
+        for folder in (program.desktop, program.downloads, real):
+            populate(folder)
+        (program.home / "Home.webloc").touch()
+        sentinels = Sentinels(program)
+        program.add_folders([shortcut, late, sentinels.folder])
+        life = FolderLife([program.desktop, program.downloads, shortcut, late], outside,
+                          program.dead_link, options.seed)
+        life.take_inventory(program.home)
+        with short_queue() if loses_events else contextlib.nullcontext():
+            program.start()
+        life.make_folder(late)
+        end = time.monotonic() + options.seconds
+        while time.monotonic() < end:
+            live_a_while(program, life, loses_events, min(ROUND_SECONDS, options.seconds / 3))
+            life.come_home()
+            sentinels.wait()
+            compare(program, life.must_be_reported() | sentinels.paths,
+                    life.may_be_reported() | sentinels.paths)
+        return f"{len(life.log)} acts, {len(program.reported_paths())} reports"
+
+
+def live_a_while(program, life, loses_events, seconds):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if loses_events:
+            program.process.send_signal(signal.SIGSTOP)
+        for _ in range(ACTS_AT_ONCE * (10 if loses_events else 1)):
+            life.act()
+        program.process.send_signal(signal.SIGCONT)
+        # Acts come in bursts with a pause in between, as long as any part of the fixed delays.
+        time.sleep(life.pause())
+
+
+def random_life(options):
+    return live(options, loses_events=False)
+
+
+def life_with_losses(options):
+    return live(options, loses_events=True)
+
+
+def paths_made_at_once(options):
+    """`mkdir -p` with a file written at once at the bottom."""
+    with BareProgram(options.program, options.place) as program:
+        program.start()
+        made = []
+        for number in range(options.rounds):
+            folder = program.downloads / str(number) / "one" / "two" / "three"
+            folder.mkdir(parents=True)
+            (folder / "x.webloc").touch()
+            made.append(os.fsencode(folder / "x.webloc"))
+        compare(program, made)
+        return f"{len(made)} rounds, {len(program.reported_paths())} reports"
+
+
+def burst(options):
+    """Link files in many directories, made as fast as they can be."""
+    with BareProgram(options.program, options.place) as program:
+        program.start()
+        made = make_burst(program, options)
+        compare(program, made)
+        return f"{len(made)} files in {options.directories} directories, all reported once"
+
+
+def make_burst(program, options):
+    folders = [program.desktop / f"{number}" for number in range(options.directories)]
+    for folder in folders:
+        folder.mkdir()
+    made = []
+    for number in range(options.files // options.directories):
+        for folder in folders:
+            path = folder / f"{number}.webloc"
+            path.touch()
+            made.append(os.fsencode(path))
+    return made
+
+
+def burst_with_overflow(options):
+    """The same while the kernel's queue overflows, once for certain and then as it happens."""
+    with BareProgram(options.program, options.place) as program:
+        with short_queue() as limit:
+            program.start()
+        old = [program.desktop / "before" / str(number) for number in range(10)]
+        for folder in old:
+            folder.mkdir(parents=True)
+        program.process.send_signal(signal.SIGSTOP)
+        made = make_burst(program, options)
+        for folder in old:  # at the end, when nothing is queued any more
+            (folder / "last.webloc").touch()
+            made.append(os.fsencode(folder / "last.webloc"))
+        program.process.send_signal(signal.SIGCONT)
+        compare(program, made)
+        for folder in old:  # the watches are complete again
+            (folder / "later.webloc").touch()
+            made.append(os.fsencode(folder / "later.webloc"))
+        compare(program, made)
+        how = f"a queue of {SHORT_QUEUE}" if limit.changed else "the queue as it is"
+        return f"{len(made)} files in {options.directories} directories, {how}, all reported once"
+
+
+def few_watches(options):
+    """The kernel gives fewer watches than there are directories: what is watched keeps working,
+    and the poll finds what lies in the folders themselves."""
+    wrapper = ("unshare", "--user", "--map-root-user", "sh", "-c",
+               f'echo {FEW_WATCHES} >/proc/sys/user/max_inotify_watches && exec "$0"')
+    if subprocess.run([*wrapper[:5], "echo 200 >/proc/sys/user/max_inotify_watches"], check=False,
+                      stderr=subprocess.DEVNULL).returncode != 0:
+        return "left out: no user namespace to be had"
+    with BareProgram(options.program, options.place, wrapper) as program:
+        for number in range(3 * FEW_WATCHES):
+            (program.desktop / f"{number:04}" / "below").mkdir(parents=True)
+        (program.downloads / "sub").mkdir()
+        program.start()
+        wait_for(lambda: watches_of(program.process.pid) == FEW_WATCHES, "the limit")
+        made = [program.desktop / "x.webloc", program.downloads / "x.webloc"]
+        for path in made:
+            path.touch()
+        compare(program, map(os.fsencode, made))
+        return f"{FEW_WATCHES} watches for {6 * FEW_WATCHES} directories"
+
+
+STRESSES = {
+    "life": random_life,
+    "lost": life_with_losses,
+    "paths": paths_made_at_once,
+    "burst": burst,
+    "overflow": burst_with_overflow,
+    "limit": few_watches,
+}
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--program", default="build/release/glintmark", type=pathlib.Path)
+    parser.add_argument("--full", action="store_true", help="1,000 paths, 20,000 files, 2 minutes")
+    parser.add_argument("--seconds", type=float, help="of random life")
+    parser.add_argument("--seed", type=int, default=int(time.time()))
+    parser.add_argument("--place", type=pathlib.Path, help="where to make the folders ($TMPDIR)")
+    parser.add_argument("names", nargs="*", metavar="NAME", help=", ".join(STRESSES))
+    options = parser.parse_args()
+    options.seconds = options.seconds or (120.0 if options.full else 3.0)
+    options.rounds = 1000 if options.full else 100
+    options.directories = 1000 if options.full else 100
+    options.files = 20 * options.directories
+    return options
+
+
+def main():
+    options = parse_arguments()
+    failures = 0
+    for name in options.names or STRESSES:
+        begin = time.monotonic()
+        try:
+            said = STRESSES[name](options)
+        except (Failed, TimedOut) as failure:
+            failures += 1
+            said = f"FAILED (seed {options.seed}): {failure}"
+        print(f"{name:9} {said} ({time.monotonic() - begin:.1f} s)", flush=True)
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
