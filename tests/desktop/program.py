@@ -34,13 +34,13 @@ class Program:
 
     def __init__(self, session, executable, environment=None, name="glintmark"):
         self._session = session
-        self._executable = pathlib.Path(executable).resolve()
+        self.executable = pathlib.Path(executable).resolve()
         self._environment = environment or {}
         self._name = name
         self.process = None
 
     def start(self):
-        self.process = self._session.spawn(self._name, [str(self._executable)], self._environment)
+        self.process = self._session.spawn(self._name, [str(self.executable)], self._environment)
         return self
 
     def wait_until_started(self):
@@ -116,12 +116,22 @@ class StatusItem:
             "com.canonical.dbusmenu", "GetLayout", "iias", "0", "-1", "0"])
         return _entry(json.loads(answer)["data"][1])[3]
 
+    def tree(self):
+        """The menu as (properties, children) pairs, with every property that the program gives."""
+        answer = self._session.run([
+            "busctl", "--user", "--json=short", "call", "--", self.address, self.menu_path,
+            "com.canonical.dbusmenu", "GetLayout", "iias", "0", "-1", "0"])
+        return _bare(json.loads(answer)["data"][1])[1]
+
     def labels(self):
         return [label for _, label, _, _ in self.layout()]
 
-    def click(self, label):
-        """Chooses the entry of this label, wherever in the menu it stands."""
-        number = next(entry[0] for entry in _flattened(self.layout()) if entry[1] == label)
+    def click(self, label, below=None):
+        """Chooses the entry of this label, wherever in the menu or in one submenu it stands."""
+        entries = self.layout()
+        if below is not None:
+            entries = next(entry[3] for entry in entries if entry[1] == below)
+        number = next(entry[0] for entry in _flattened(entries) if entry[1] == label)
         self._call(self.menu_path, "com.canonical.dbusmenu.Event", str(number), "clicked",
                    "<''>", "0")
 
@@ -133,6 +143,12 @@ def _entry(node):
     return (number, label, value.get("enabled", True), [_entry(child["data"]) for child in children])
 
 
+def _bare(node):
+    _, properties, children = node
+    return ({key: variant["data"] for key, variant in properties.items()},
+            [_bare(child["data"]) for child in children])
+
+
 def _flattened(entries):
     for entry in entries:
         yield entry
@@ -140,15 +156,20 @@ def _flattened(entries):
 
 
 class BusMonitor:
-    """Records the method calls of one interface member on the session bus."""
+    """Records the calls (or signals) of one interface member on the session bus."""
 
-    def __init__(self, session, interface, member):
+    def __init__(self, session, interface, member, kind="method_call"):
         self._session = session
         self._name = f"monitor-{member}"
         session.spawn(self._name, ["dbus-monitor", "--session",
-                                   f"type='method_call',interface='{interface}',member='{member}'"])
+                                   f"type='{kind}',interface='{interface}',member='{member}'"])
         # It announces itself once it listens.
         wait_for(lambda: "NameAcquired" in session.log(self._name), "bus monitor")
+
+    def count(self):
+        """How many messages were seen so far."""
+        return len(re.findall(r"^(?:method call|signal) .* member=(?!NameAcquired|NameLost)",
+                              self._session.log(self._name), re.M))
 
     def strings(self):
         """Every string argument seen so far."""

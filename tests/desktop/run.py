@@ -3,58 +3,22 @@
 
 import argparse
 import pathlib
-import shutil
 import signal
 import subprocess
 import sys
 import unittest
 
+from case import OPTIONS, DesktopTest
+from folderpanel import FolderPanelTest
+from lifecycle import BusRestartTest, EndTest, SingleInstanceTest, UnwritableHomeTest
+from login import LoginTest
+from menu import MenuTest, PointerTest
 from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
-from session import DesktopSession, wait_for
-from sites import MAGENTA, TEAL, SiteServer, demo_sites, hostile_sites
+from session import wait_for
+from sites import MAGENTA, TEAL, hostile_sites
 
-OPTIONS = argparse.Namespace(program=None, output=None)
-
-
-class DesktopTest(unittest.TestCase):
-    """One session with panel, notification daemon and sites; the program with its own home."""
-
-    maxDiff = None
-
-    def setUp(self):
-        folder = OPTIONS.output / self.id().split(".")[-1]
-        shutil.rmtree(folder, ignore_errors=True)
-        folder.mkdir(parents=True)
-        self.pictures = folder
-        self.server = self.enterContext(SiteServer(demo_sites()))
-        self.session = self.enterContext(DesktopSession(
-            root=folder / "session", keep=True, environment=self.server.proxy_environment()))
-        self.desktop = self.session.home / "Desktop"
-        self.downloads = self.session.home / "Downloads"
-        self.program = Program(self.session, OPTIONS.program)
-
-    def enterContext(self, context):  # unittest has it from Python 3.11 on
-        value = context.__enter__()
-        self.addCleanup(context.__exit__, None, None, None)
-        return value
-
-    def start_desktop(self):
-        self.session.start_window_manager()
-        self.session.start_notifyd()
-        self.session.start_panel()
-
-    def start_program(self):
-        self.program.start()
-        self.program.wait_until_started()
-
-    def drop(self, name, url):
-        return write_link(self.downloads / name, url)
-
-    def wait_until_applied(self, link):
-        self.program.wait_for_line(f"Glintmark: Icon applied → {link}")
-
-    def stored_icon(self, link):
-        return self.session.data_home / "glintmark" / "icons" / f"{extended_attribute(link)}.png"
+__all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "LoginTest", "MenuTest", "PointerTest",
+           "SingleInstanceTest", "UnwritableHomeTest"]  # run from here
 
 
 class WholeRoadTest(DesktopTest):

@@ -10,10 +10,9 @@ is optional: `has("thunar")` says whether it can be started, and starting an abs
         session.start_notifyd()
         session.open_file_manager("thunar", session.home / "Desktop")
         session.screenshot("/tmp/desktop.png")
-        box = find_colour("/tmp/desktop.png", (255, 0, 0), tolerance=8)
+        session.wait_for_colour((255, 0, 0))
 """
 
-import collections
 import os
 import pathlib
 import shutil
@@ -24,11 +23,11 @@ import tempfile
 import time
 import uuid
 
+from pictures import Picture, find_colour
+
 SCREEN = "1280x800x24"
 DEADLINE = 30.0  # seconds; generous, since a loaded machine starts programs slowly
 POLL_INTERVAL = 0.05
-
-Box = collections.namedtuple("Box", "left top right bottom pixels")
 
 FILE_MANAGERS = {
     "thunar": ["thunar"],
@@ -279,6 +278,15 @@ class DesktopSession:
 
     # ---- the desktop's parts ----------------------------------------------------------------
 
+    def activate_with(self, name, command):
+        """Has the bus start `command` for whoever asks for `name`, whatever the machine installs;
+        with "/bin/false" the name stays without an owner."""
+        folder = self.runtime / "dbus-1" / "services"
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / f"{name}.service").write_text(f"[D-BUS Service]\nName={name}\nExec={command}\n")
+        self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path",
+                  "/org/freedesktop/DBus", "--method", "org.freedesktop.DBus.ReloadConfig"])
+
     def bus_name_has_owner(self, name):
         answer = self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
                            "--object-path", "/org/freedesktop/DBus", "--method",
@@ -343,6 +351,20 @@ class DesktopSession:
         self.run(["import", "-silent", "-window", "root", str(path)])
         return path
 
+    def wait_until_still(self, picture, period=1.5, timeout=DEADLINE):
+        """Photographs the screen until it has not changed for `period` seconds."""
+        last = {"bytes": None, "since": 0.0}
+
+        def look():
+            pixels = Picture(self.screenshot(picture)).data
+            now = time.monotonic()
+            if pixels != last["bytes"]:
+                last.update(bytes=pixels, since=now)
+            return now - last["since"] >= period
+
+        wait_for(look, "a screen that stands still", timeout)
+        return picture
+
     def wait_for_colour(self, rgb, tolerance=8, minimum=100, timeout=DEADLINE, picture=None):
         """Photographs the screen until at least `minimum` pixels of a colour are on it. Their box;
         the last picture stays at `picture` when given."""
@@ -353,34 +375,6 @@ class DesktopSession:
             return box if box and box.pixels >= minimum else None
 
         return wait_for(look, f"colour {rgb}", timeout)
-
-
-def find_colour(png, rgb, tolerance=8):
-    """The bounding box of all pixels of the picture whose channels are each within `tolerance` of
-    `rgb` (right and bottom exclusive), with their number. None without such a pixel."""
-    size = subprocess.run(["identify", "-format", "%w %h", str(png)], check=True,
-                          stdout=subprocess.PIPE).stdout.split()
-    width, height = int(size[0]), int(size[1])
-    data = subprocess.run(["convert", str(png), "-depth", "8", "rgb:-"], check=True,
-                          stdout=subprocess.PIPE).stdout
-    hits = _matches(data, rgb, tolerance)
-    rows = [hits[y * width:(y + 1) * width] for y in range(height)]
-    marked = [y for y, row in enumerate(rows) if any(row)]
-    if not marked:
-        return None
-    left = min(rows[y].find(1) for y in marked)
-    right = max(rows[y].rfind(1) for y in marked) + 1
-    return Box(left, marked[0], right, marked[-1] + 1, hits.count(1))
-
-
-def _matches(data, rgb, tolerance):
-    """One byte a pixel: 1 where all three channels match."""
-    combined = None
-    for channel, wanted in enumerate(rgb):
-        table = bytes(1 if abs(value - wanted) <= tolerance else 0 for value in range(256))
-        plane = int.from_bytes(data[channel::3].translate(table), "big")
-        combined = plane if combined is None else combined & plane
-    return combined.to_bytes(len(data) // 3, "big")
 
 
 def _accepts(path):

@@ -1,0 +1,81 @@
+"""Pictures of a link's icon in every file manager and on every desktop that Debian has."""
+
+import collections
+import time
+
+from pictures import Picture, find_colour
+from program import Program, write_link
+from session import DesktopSession, TimedOut, wait_for
+from sites import MAGENTA, SiteServer, demo_sites
+
+# `command` shows the folder "Desktop"; `desktop` is the environment that its users have.
+View = collections.namedtuple("View", "name package command desktop")
+
+WINDOWS = [
+    View("nautilus", "nautilus", ["nautilus", "--new-window", "{folder}"], "GNOME"),
+    View("nemo", "nemo", ["nemo", "{folder}"], "X-Cinnamon"),
+    View("caja", "caja", ["caja", "--no-desktop", "--browser", "{folder}"], "MATE"),
+    View("thunar", "thunar", ["thunar", "{folder}"], "XFCE"),
+    View("pcmanfm", "pcmanfm", ["pcmanfm", "{folder}"], "LXDE"),
+    View("pcmanfm-qt", "pcmanfm-qt", ["pcmanfm-qt", "{folder}"], "LXQt"),
+    View("dolphin", "dolphin", ["dolphin", "{folder}"], "KDE"),
+]
+DESKTOPS = [
+    View("xfdesktop", "xfdesktop4", ["xfdesktop"], "XFCE"),
+    View("caja-desktop", "caja", ["caja", "--no-default-window", "--force-desktop"], "MATE"),
+    View("pcmanfm-desktop", "pcmanfm", ["pcmanfm", "--desktop"], "LXDE"),
+    View("pcmanfm-qt-desktop", "pcmanfm-qt", ["pcmanfm-qt", "--desktop"], "LXQt"),
+]
+
+OPEN_PATIENCE = 20.0  # seconds; the slowest view that shows the icon at all takes a few
+DISC = 300  # pixels of the icon that must show
+
+
+def show_in_open_view(view, executable, output):
+    """Drops a link into a folder that the view shows already. What was seen, in words; the picture
+    lies in `output`."""
+    with SiteServer(demo_sites()) as server, DesktopSession(
+            environment=server.proxy_environment() | {"XDG_CURRENT_DESKTOP": view.desktop}) as session:
+        folder = session.home / "Desktop"
+        (folder / "Notes.txt").write_text("A file beside the link.\n")
+        program = Program(session, executable).start()
+        program.wait_until_started()
+        session.start_window_manager()
+        open_view(session, view, folder)
+        link = write_link(folder / "Glint.webloc", "http://glint.example/")
+        program.wait_for_line(f"Glintmark: Icon applied → {link}")
+        started = time.monotonic()
+        picture = output / f"{view.name}.png"
+        try:
+            session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+            seen = f"in the open view, {time.monotonic() - started:.1f} s after the icon was set"
+        except TimedOut:
+            seen = show_after_reload(session, view, folder, picture)
+        session.wait_until_still(picture)
+        return seen
+
+
+def open_view(session, view, folder):
+    """Waits until it has drawn all it draws."""
+    path = session.root / "view.png"
+    before = Picture(session.screenshot(path)).data
+    session.spawn(view.name, [word.format(folder=folder) for word in view.command])
+    wait_for(lambda: Picture(session.screenshot(path)).data != before, f"{view.name} on the screen")
+    session.wait_until_still(path, period=3.0)
+
+
+def show_after_reload(session, view, folder, picture):
+    session.run(["xdotool", "key", "F5"])
+    try:
+        session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+        return "after a reload (F5)"
+    except TimedOut:
+        pass
+    session.end(view.name)
+    open_view(session, view, folder)
+    try:
+        session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+        return "after the view was opened again"
+    except TimedOut:
+        found = find_colour(picture, MAGENTA)
+        return f"not seen ({found.pixels if found else 0} pixels)"

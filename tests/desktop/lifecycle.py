@@ -1,0 +1,316 @@
+"""The built program's life in a session: one instance, its end in any state, a bus that goes and comes back,
+folders that cannot be written."""
+
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import tempfile
+import time
+import unittest
+import zlib
+
+from case import OPTIONS, DesktopTest
+from program import BusMonitor, Program, StatusItem, extended_attribute, write_link
+from session import DesktopSession, TimedOut, wait_for
+from sites import hostile_sites, picture
+
+STOPPED = "Glintmark: ファイル監視停止"
+SECOND = 1.0  # what an end may take
+LARGE = (8192, 1500)  # pixels: too many to be kept, so they are decoded again to be drawn
+BUSY = "busy.example"
+SETTINGS = '{"extraFolders": []}'
+
+
+def large_picture():
+    """One colour in many pixels."""
+    width, height = LARGE
+    row = b"\0" + b"\x0a\xbe\xaa" * width
+    header = width.to_bytes(4, "big") + height.to_bytes(4, "big") + bytes((8, 2, 0, 0, 0))
+    compressor = zlib.compressobj(1)
+    pixels = b"".join(compressor.compress(row) for _ in range(height)) + compressor.flush()
+
+    def chunk(kind, data):
+        body = kind + data
+        return len(data).to_bytes(4, "big") + body + zlib.crc32(body).to_bytes(4, "big")
+
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", pixels) + chunk(b"IEND", b"")
+
+
+def children_of(pid):
+    try:
+        return [int(word) for word in
+                pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
+    except OSError:
+        return []
+
+
+def processes_of(executable):
+    """Ids of the processes that run a file."""
+    found = []
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            if entry.name.isdigit() and os.readlink(entry / "exe") == str(executable):
+                found.append(int(entry.name))
+        except OSError:
+            continue  # gone meanwhile
+    return found
+
+
+def status_of(pid):
+    """State and parent as proc(5) has them; "X" is the state of a process that is no more."""
+    try:
+        fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].split()
+        return fields[0], int(fields[1])
+    except OSError:
+        return "X", 0
+
+
+def state_of(pid):
+    return status_of(pid)[0]
+
+
+def parent_of(pid):
+    return status_of(pid)[1]
+
+
+def stop(pid):
+    """Whether the process could be stopped before it ended."""
+    try:
+        os.kill(pid, signal.SIGSTOP)
+    except ProcessLookupError:
+        return False
+    return wait_for(lambda: state_of(pid) in "TZX" and state_of(pid), "a stop") == "T"
+
+
+class LifecycleTest(DesktopTest):
+    """The program and its decoder run from a folder of their own, so that their processes can be
+    told from those of other sessions."""
+
+    def setUp(self):
+        super().setUp()
+        folder = self.session.root / "bin"
+        folder.mkdir(exist_ok=True)
+        for name in ("glintmark", "glintmark-image-decoder"):
+            shutil.copy(OPTIONS.program.parent / name, folder)
+        self.decoder = folder / "glintmark-image-decoder"
+        self.executable = folder / "glintmark"
+        self.program = Program(self.session, self.executable)
+        self.addCleanup(self.kill_decoders)
+
+    def kill_decoders(self):
+        """A failed test leaves stopped ones."""
+        for pid in processes_of(self.decoder):
+            os.kill(pid, signal.SIGKILL)
+
+    def check_end(self, how=signal.SIGTERM):
+        """Asks the program to end, which it must do within a second and alone."""
+        begin = time.monotonic()
+        self.program.process.send_signal(how)
+        status = self.program.process.wait(10)
+        taken = time.monotonic() - begin
+        self.assertEqual(status, 0)
+        self.assertLess(taken, SECOND)
+        try:
+            wait_for(lambda: not processes_of(self.decoder), "end of the decoders", SECOND)
+        except TimedOut:
+            self.fail(f"left: {processes_of(self.decoder)}")
+
+    def provide_dialog_program(self, script):
+        """Takes the portal away and puts `script` in place of the program that is run instead."""
+        self.session.activate_with("org.freedesktop.portal.Desktop", "/bin/false")
+        self.stand_in("zenity", script)
+
+
+class EndTest(LifecycleTest):
+    def test_it_ends_within_a_second_when_idle(self):
+        for how in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            with self.subTest(how.name):
+                self.start_program()
+                self.check_end(how)
+                self.assertEqual(self.program.lines()[-1], STOPPED)
+                (self.session.logs / "glintmark.log").unlink()
+
+    def test_it_ends_within_a_second_while_a_site_is_silent(self):
+        self.server.sites.update(hostile_sites())
+        self.start_program()
+        self.drop("silent.webloc", "http://silent.example/")
+        wait_for(lambda: self.server.urls("silent.example"), "the request")
+        self.check_end()
+        self.assertEqual(self.program.lines()[-1], STOPPED)
+
+    def decoder_process(self):
+        """The one that takes the requests: what was started leaves it behind and ends."""
+        candidates = processes_of(self.decoder)
+        others = {self.program.process.pid, *candidates}
+        return next((pid for pid in candidates if parent_of(pid) not in others), None)
+
+    def catch_decode(self):
+        """Stops a process that decodes the large picture, in the middle of that."""
+        decoder = wait_for(self.decoder_process, "the decoder")
+        deadline = time.monotonic() + 30
+        while time.monotonic() < deadline:  # without a pause: it does not take long
+            for child in children_of(decoder):
+                if stop(child):
+                    return child
+        self.fail("no decode")
+
+    def start_large_decode(self):
+        self.server.sites[BUSY] = {"/favicon.ico": picture(large_picture())}
+        self.start_program()
+        self.drop("busy.webloc", f"http://{BUSY}/")
+
+    def test_it_ends_within_a_second_while_a_decode_hangs(self):
+        self.start_large_decode()
+        child = self.catch_decode()
+        self.check_end()
+        self.assertIn(state_of(child), "ZX")
+        self.assertEqual(self.program.lines()[-1], STOPPED)
+
+    def test_it_ends_within_a_second_while_its_main_thread_waits_for_a_decode(self):
+        self.start_large_decode()
+        self.program.wait_for_line("Glintmark: Favicon fetched")
+        child = self.catch_decode()
+        self.check_end()
+        self.assertIn(state_of(child), "ZX")
+
+    def test_it_ends_within_a_second_while_its_dialog_is_open(self):
+        self.provide_dialog_program("echo $$ >open; exec sleep 1000")
+        self.start_desktop()
+        self.start_program()
+        StatusItem(self.session).click("Add Folder…")
+        note = self.session.home / "open"
+        wait_for(lambda: note.exists() and note.read_text().strip(), "the dialog")
+        dialog = pathlib.Path("/proc", note.read_text().strip())
+        self.check_end()
+        wait_for(lambda: not dialog.exists(), "the dialog's end", SECOND)
+
+    def test_it_ends_within_a_second_while_a_silent_bus_holds_its_start_up(self):
+        with tempfile.TemporaryDirectory(prefix="glintmark-bus-") as folder:
+            path = f"{folder}/bus"
+            with socket.socket(socket.AF_UNIX) as bus:
+                bus.bind(path)
+                bus.listen()
+                self.session.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={path}"
+                self.program.start()
+                connection, _ = bus.accept()
+                with connection:
+                    self.check_end()
+
+
+class SingleInstanceTest(LifecycleTest):
+    def test_of_many_starts_at_once_one_stays(self):
+        programs = [Program(self.session, self.executable, name=f"start{i}")
+                    for i in range(6)]
+        for program in programs:
+            program.start()
+        wait_for(lambda: sum(p.process.poll() is not None for p in programs) == 5, "five ends")
+        stayed = [p for p in programs if p.process.poll() is None]
+        self.assertEqual(len(stayed), 1)
+        for program in programs:
+            if program not in stayed:
+                self.assertEqual(program.process.returncode, 0)
+                self.assertEqual(program.output(), ["Glintmark is running already."])
+        stayed[0].wait_until_started()
+
+    def test_another_session_has_its_own(self):
+        self.start_program()
+        with DesktopSession(root=self.pictures / "other", keep=True) as other:
+            second = Program(other, self.executable).start()
+            second.wait_until_started()
+            self.assertEqual(second.terminate(), 0)
+
+    def test_after_its_end_another_may_start(self):
+        self.start_program()
+        self.program.process.kill()
+        self.program.process.wait()
+        (self.session.logs / "glintmark.log").unlink()
+        self.start_program()
+        self.assertTrue(self.session.bus_name_has_owner("com.quorvel.Glintmark"))
+
+
+class BusRestartTest(LifecycleTest):
+    def test_icons_are_set_without_the_bus_and_services_taken_up_when_it_is_back(self):
+        self.start_desktop()
+        self.start_program()
+        StatusItem(self.session)
+        self.wait_until_applied(self.drop("before.webloc", "http://glint.example/"))
+
+        self.session.end("dbus-daemon", signal.SIGKILL)
+        without = self.drop("without.webloc", "http://manifest.example/")
+        self.wait_until_applied(without)
+        self.assertIsNotNone(extended_attribute(without))
+        self.assertIsNone(self.program.process.poll())
+
+        for name in ("xfce4-panel", "xfce4-notifyd"):
+            self.session.end(name)
+        self.session.start_bus()
+        self.session.wait_for_bus_name("com.quorvel.Glintmark", timeout=90)
+        self.session.start_notifyd()
+        self.session.start_panel()
+        item = StatusItem(self.session)
+        self.assertEqual(item.title(), "Glintmark")
+        notifications = BusMonitor(self.session, "org.freedesktop.Notifications", "Notify")
+        self.wait_until_applied(self.drop("after.webloc", "http://glint.example/"))
+        wait_for(lambda: "after.webloc" in notifications.strings(), "notification")
+        second = Program(self.session, self.executable, name="second").start()
+        self.assertEqual(second.process.wait(10), 0)
+        self.assertEqual(second.output(), ["Glintmark is running already."])
+        self.assertEqual(self.program.terminate(), 0)
+
+
+@unittest.skipUnless(os.geteuid() == 0, "mounting needs root")
+class UnwritableHomeTest(LifecycleTest):
+    """The program runs in a mount namespace of its own, in which its home cannot be written."""
+
+    def start_with(self, preparation):
+        shared = self.session.root / "shared"
+        shared.mkdir()
+        self.provide_dialog_program(f"echo {shared}")
+        script = self.session.root / "bin" / "start"
+        script.write_text(f"#!/bin/sh\nset -e\nmount --make-rprivate /\n{preparation}\n"
+                          f"exec {self.executable}\n")
+        script.chmod(0o755)
+        self.start_desktop()
+        self.program.process = self.session.spawn("glintmark",
+                                                  ["unshare", "--mount", str(script)])
+        self.program.wait_until_started()
+        return shared
+
+    def check_goes_on(self, shared):
+        """A folder is added, watched and removed again, though nothing of that can be stored."""
+        item = StatusItem(self.session)
+        item.click("Add Folder…")
+        self.program.wait_for_line(f"Glintmark: Folder added → {shared}")
+        self.check_settings()
+        self.assertIn(f"  {shared}", item.labels())
+        link = write_link(shared / "a.webloc", "http://glint.example/")
+        self.wait_until_applied(link)
+        item.click("Stop Watching This Folder")
+        self.program.wait_for_line(f"Glintmark: Folder removed → {shared}")
+        self.check_settings()
+        self.assertEqual(self.program.terminate(), 0)
+        self.assertEqual(self.program.lines()[-1], STOPPED)
+
+    def check_settings(self):
+        """The file is as it was, seen as the program sees it, and there is nothing beside it."""
+        root = f"/proc/{self.program.process.pid}/root"
+        folder = pathlib.Path(f"{root}{self.session.config_home}/glintmark")
+        self.assertEqual((folder / "defaults.json").read_text(), SETTINGS)
+        self.assertEqual(os.listdir(folder), ["defaults.json"])
+
+    def test_a_read_only_home_loses_nothing_and_the_program_goes_on(self):
+        folder = self.session.config_home / "glintmark"
+        folder.mkdir(exist_ok=True)
+        (folder / "defaults.json").write_text(SETTINGS)
+        home = self.session.home
+        self.check_goes_on(
+            self.start_with(f"mount --bind {home} {home}\nmount -o remount,bind,ro {home}"))
+
+    def test_a_full_disk_loses_nothing_and_the_program_goes_on(self):
+        home, folder = self.session.home, self.session.config_home / "glintmark"
+        self.check_goes_on(self.start_with(
+            f"mount -t tmpfs -o size=64k none {home}\nmkdir -p {folder} {self.desktop}\n"
+            f"printf '%s' '{SETTINGS}' >{folder}/defaults.json\n"
+            f"head -c 1000000 /dev/zero >{home}/filler 2>/dev/null || true"))
