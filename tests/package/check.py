@@ -1,0 +1,219 @@
+#!/usr/bin/env python3
+"""What a release build installs and packages, held against the rules of those who read it.
+
+Needs no rights and touches nothing outside `--output`. How the package behaves on a system that
+has nothing else is shown by tests/package/run.
+"""
+
+import argparse
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+OPTIONS = argparse.Namespace(build=None, output=None)
+ICON_SIZES = (16, 22, 24, 32, 48, 64, 128, 256, 512)
+XML_LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
+
+
+def run(*command, **options):
+    """The output of a command, which must succeed."""
+    done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
+    return done.stdout
+
+
+def project_version():
+    text = (ROOT / "CMakeLists.txt").read_text()
+    return re.search(r"^project\(glintmark VERSION (\S+)", text, re.M).group(1)
+
+
+def table_languages():
+    """The languages of the string tables but English, as locales name them."""
+    folders = {path.parent.name.removesuffix(".lproj")
+               for path in ROOT.glob("resources/*.lproj/Localizable.strings")}
+    return {name.replace("zh-Hans", "zh_CN") for name in folders - {"en"}}
+
+
+def files_below(folder):
+    return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if not path.is_dir())
+
+
+def expected_files():
+    """Those that are listed, and the product's page, whatever it is made of."""
+    page = run("git", "-C", ROOT, "ls-files", "site").split()
+    return sorted((ROOT / "tests/package/files.txt").read_text().split() +
+                  [f"usr/share/glintmark/{name}" for name in page])
+
+
+class InstallTest(unittest.TestCase):
+    """The tree that "cmake --install" makes for the prefix of packages."""
+
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.root = OPTIONS.output / "root"
+        shutil.rmtree(cls.root, ignore_errors=True)
+        run("cmake", "--install", OPTIONS.build, "--prefix", "/usr",
+            env={**os.environ, "DESTDIR": str(cls.root)})
+        cls.share = cls.root / "usr/share"
+
+    def test_exactly_the_expected_files_are_there(self):
+        self.assertEqual(files_below(self.root), expected_files())
+
+    def test_another_prefix_has_its_own_configuration_folder(self):
+        other = OPTIONS.output / "other"
+        shutil.rmtree(other, ignore_errors=True)
+        run("cmake", "--install", OPTIONS.build, "--prefix", other)
+        moved = sorted(name.removeprefix("usr/") for name in expected_files())
+        self.assertEqual(files_below(other), moved)
+
+    def test_the_desktop_entry_is_valid_and_starts_an_installed_program(self):
+        entry = self.share / "applications/com.quorvel.Glintmark.desktop"
+        self.assertEqual(run("desktop-file-validate", entry), "")
+        text = entry.read_text()
+        for key in ("Exec", "TryExec"):
+            self.assertRegex(text, rf"(?m)^{key}=glintmark$")
+        autostart = self.root / "etc/xdg/autostart/com.quorvel.Glintmark.desktop"
+        self.assertEqual(autostart.read_text(), text)
+
+    def test_appstream_accepts_the_metainfo(self):
+        metainfo = self.share / "metainfo/com.quorvel.Glintmark.metainfo.xml"
+        run("appstreamcli", "validate", "--no-net", "--strict", metainfo)
+        tree = ElementTree.parse(metainfo)
+        self.assertEqual(tree.findtext("id"), "com.quorvel.Glintmark")
+        self.assertEqual(tree.find("releases/release").get("version"), project_version())
+
+    def test_the_mime_type_is_well_formed_and_known_to_a_database(self):
+        run("xmllint", "--noout", self.share / "mime/packages/com.quorvel.Glintmark.xml")
+        run("update-mime-database", self.share / "mime")
+        self.assertIn("60:application/x-webloc:*.webloc",
+                      (self.share / "mime/globs2").read_text().split("\n"))
+        for path in (self.share / "mime").iterdir():  # back to what was installed
+            if path.name != "packages":
+                shutil.rmtree(path) if path.is_dir() else path.unlink()
+
+    def test_manual_pages_render_without_a_warning(self):
+        for page in (self.share / "man/man1").iterdir():
+            with self.subTest(page.name):
+                done = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z",
+                                       str(page)], stdout=subprocess.DEVNULL,
+                                      stderr=subprocess.PIPE, text=True, check=False,
+                                      env={**os.environ, "LC_ALL": "C.UTF-8", "MANROFFSEQ": ""})
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_icons_have_their_sizes(self):
+        for size in ICON_SIZES:
+            icon = self.share / f"icons/hicolor/{size}x{size}/apps/glintmark.png"
+            self.assertEqual(run("identify", "-format", "%wx%h", icon), f"{size}x{size}")
+
+    def test_all_texts_come_in_the_same_languages(self):
+        languages = table_languages()
+        self.assertGreaterEqual(len(languages), 9)
+        entry = (ROOT / "resources/com.quorvel.Glintmark.desktop").read_text()
+        for key in ("GenericName", "Comment", "Keywords"):
+            found = set(re.findall(rf"(?m)^{key}\[(\w+)\]=.", entry))
+            self.assertEqual(found, languages, key)
+        for name in ("com.quorvel.Glintmark.metainfo.xml", "filetype/com.quorvel.Glintmark.xml"):
+            self.check_xml_languages(ROOT / "resources" / name, languages)
+
+    def check_xml_languages(self, path, languages):
+        """Each text without a language is followed by one in each of them."""
+        for parent in ElementTree.parse(path).iter():
+            texts = [child for child in parent if child.get(XML_LANGUAGE)]
+            for tag in {child.tag for child in texts}:
+                same = [child for child in parent if child.tag == tag]
+                originals = sum(child.get(XML_LANGUAGE) is None for child in same)
+                for language in languages:
+                    found = sum(child.get(XML_LANGUAGE) == language for child in same)
+                    self.assertEqual(found, originals, f"{path.name}: {tag} in {language}")
+                self.assertEqual(len(same), originals * (1 + len(languages)), path.name)
+
+
+class PackageTest(unittest.TestCase):
+    """The package that CPack makes of the same build."""
+
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        folder = OPTIONS.output / "package"
+        shutil.rmtree(folder, ignore_errors=True)
+        run("cpack", "-G", "DEB", "-B", folder, cwd=OPTIONS.build)
+        (cls.package,) = folder.glob("*.deb")
+        cls.root = folder / "root"
+        run("dpkg-deb", "--raw-extract", cls.package, cls.root)
+
+    def field(self, name):
+        return run("dpkg-deb", "--field", self.package, name).strip()
+
+    def test_lintian_finds_no_error_and_no_warning(self):
+        print(run("lintian", "--allow-root", "--profile", "debian", "--fail-on", "error,warning",
+                  "--display-info", self.package))
+
+    def test_it_holds_what_is_installed(self):
+        files = [name for name in files_below(self.root) if not name.startswith("DEBIAN/")]
+        self.assertEqual(files, expected_files())
+
+    def test_it_is_named_for_its_version(self):
+        self.assertEqual(self.field("Version"), project_version())
+        self.assertEqual(self.package.name,
+                         f"glintmark_{project_version()}_{self.field('Architecture')}.deb")
+
+    def test_it_depends_on_the_libraries_that_its_programs_load(self):
+        depends = self.field("Depends")
+        for library in ("libglib2.0-0", "libcurl4", "libpcre2-8-0", "libcairo2", "libseccomp2", "libpng16",
+                        "libavif", "libc6"):
+            self.assertIn(library, depends)
+        self.assertNotIn("-dev", depends)
+
+    def test_the_autostart_entry_is_a_configuration_file(self):
+        self.assertEqual((self.root / "DEBIAN/conffiles").read_text().split(),
+                         ["/etc/xdg/autostart/com.quorvel.Glintmark.desktop"])
+
+    def test_it_runs_no_scripts(self):
+        self.assertEqual({path.name for path in (self.root / "DEBIAN").iterdir()},
+                         {"conffiles", "control", "md5sums"})
+
+    def test_programs_are_stripped_and_hardened(self):
+        programs = [self.root / name for name in
+                    ("usr/bin/glintmark", "usr/bin/glintmark-thumbnailer",
+                     "usr/libexec/glintmark/glintmark-image-decoder")]
+        for program in programs:
+            with self.subTest(program.name):
+                self.assertNotIn(".symtab", run("readelf", "-SW", program))
+                self.assertIn("DYN (Position-Independent", run("readelf", "-hW", program))
+                self.assertIn("GNU_RELRO", run("readelf", "-lW", program))
+                self.assertIn("BIND_NOW", run("readelf", "-dW", program))
+                symbols = run("readelf", "--dyn-syms", "-W", program)
+                self.assertIn("__stack_chk_fail", symbols)
+        self.assertRegex(run("readelf", "--dyn-syms", "-W", programs[0]), r"__\w+_chk@")
+
+    def test_no_path_of_the_build_machine_is_in_it(self):
+        for path in self.root.rglob("*"):
+            if path.is_file():
+                self.assertNotIn(str(ROOT).encode(), path.read_bytes(), path.name)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", required=True, type=pathlib.Path)
+    parser.add_argument("--output", required=True, type=pathlib.Path)
+    parser.add_argument("tests", nargs="*", help="names of single tests")
+    arguments = parser.parse_args()
+    OPTIONS.build = arguments.build.resolve()
+    OPTIONS.output = arguments.output.resolve()
+    OPTIONS.output.mkdir(parents=True, exist_ok=True)
+    unittest.main(argv=[sys.argv[0], "-v", *arguments.tests])
+
+
+if __name__ == "__main__":
+    main()
