@@ -1,0 +1,146 @@
+// What pictures made to cost much cost: for each of the bombs in the test data the processor time
+// of decoding it, and a bound of the memory that the whole process tree has while it is decoded
+// in the sandbox. Fails when a bomb takes more than 50 ms or 300 MB.
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/images/SandboxedImageDecoder.h"
+#include "tests/doubles/InProcessImageDecoder.h"
+
+namespace glintmark {
+namespace {
+
+constexpr double maximumMilliseconds = 50;
+constexpr double maximumMegabytes = 300;
+constexpr int rounds = 5;
+constexpr int decodersAtOnce = 2;  // children of the helper
+constexpr int callersAtOnce = 8;
+
+struct Cost {
+    double milliseconds = 0;
+    double megabytes = 0;
+    double width = 0;  ///< Of what is shown; 0 for a refused picture.
+};
+
+using Names = std::vector<std::string>;
+
+Names bombs() {
+    Names names;
+    for (const auto& entry : std::filesystem::directory_iterator(GLINTMARK_TEST_DATA "/images")) {
+        std::string name = entry.path().filename();
+        if (name.starts_with("bomb-")) names.push_back(std::move(name));
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+std::string contents(const std::string& name) {
+    std::ifstream file(GLINTMARK_TEST_DATA "/images/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+double processorMilliseconds() {
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
+}
+
+/// The most that any round took.
+Cost timeToDecode(const Names& names) {
+    doubles::InProcessImageDecoder decoder;
+    decoder.decode(contents("icon-256.png"));  // as the helper warms up before it forks
+    Cost cost;
+    for (const std::string& name : names) {
+        const std::string data = contents(name);
+        for (int round = 0; round < rounds; ++round) {
+            const double before = processorMilliseconds();
+            const auto image = decoder.decode(data);
+            cost.milliseconds = std::max(cost.milliseconds, processorMilliseconds() - before);
+            if (image) cost.width = image->size().width;
+        }
+    }
+    return cost;
+}
+
+double peakMegabytes(int whose) {
+    rusage usage{};
+    getrusage(whose, &usage);
+    return static_cast<double>(usage.ru_maxrss) * 1024 / 1e6;
+}
+
+/// The greatest resident size of this process and the helper's, and of the helper's children as if
+/// each were the largest: pages that they share count several times.
+Cost memoryToDecode(const Names& names) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that the helper's figures come to this process
+    {
+        platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER);
+        std::vector<std::thread> callers;
+        for (int caller = 0; caller < callersAtOnce; ++caller) {
+            callers.emplace_back([&] {
+                for (const std::string& name : names) decoder.decode(contents(name));
+            });
+        }
+        for (std::thread& caller : callers) caller.join();
+    }
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+    return {.megabytes =
+                peakMegabytes(RUSAGE_SELF) + (1 + decodersAtOnce) * peakMegabytes(RUSAGE_CHILDREN)};
+}
+
+/// `measure` in a process of its own, so that nothing of another measurement counts.
+Cost apart(Cost (*measure)(const Names&), const Names& names) {
+    int ends[2] = {};
+    if (pipe(ends) != 0) std::abort();
+    if (fork() == 0) {
+        const Cost cost = measure(names);
+        const bool told = write(ends[1], &cost, sizeof cost) == ssize_t{sizeof cost};
+        _exit(told ? 0 : 1);
+    }
+    close(ends[1]);
+    Cost cost{.milliseconds = maximumMilliseconds + 1, .megabytes = maximumMegabytes + 1};
+    if (read(ends[0], &cost, sizeof cost) != ssize_t{sizeof cost}) {
+        std::puts("a measurement died");
+    }
+    close(ends[0]);
+    wait(nullptr);
+    return cost;
+}
+
+bool holds(const std::string& what, const Names& names) {
+    const Cost time = apart(timeToDecode, names);
+    const Cost memory = apart(memoryToDecode, names);
+    const std::string shown =
+        time.width == 0 ? "refused" : std::to_string(static_cast<int>(time.width)) + " pixels wide";
+    std::printf("%-26s %8.2f ms %8.1f MB  %s\n", what.c_str(), time.milliseconds, memory.megabytes,
+                shown.c_str());
+    std::fflush(stdout);
+    return time.milliseconds <= maximumMilliseconds && memory.megabytes <= maximumMegabytes;
+}
+
+}  // namespace
+}  // namespace glintmark
+
+int main() {
+    using namespace glintmark;
+    const Names names = bombs();
+    std::printf("%-26s %11s %11s\n", "", "processor", "tree below");
+    bool allHold = !names.empty();
+    for (const std::string& name : names) allHold &= holds(name, {name});
+    allHold &= holds("all of them, mixed", names);
+    return allHold ? 0 : 1;
+}

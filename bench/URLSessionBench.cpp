@@ -1,0 +1,195 @@
+// What the HTTP client costs beyond libcurl: processor time and elapsed time of the same requests
+// through the session and through a bare loop around libcurl's multi interface, both against a
+// server in a process of its own. Fails when the session takes more than 1.5 times the processor
+// time.
+#include <curl/curl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/linux/network/CurlURLSession.h"
+#include "platform/linux/queues/ThreadPoolQueue.h"
+#include "tests/support/LoopbackServer.h"
+
+namespace glintmark {
+namespace {
+
+constexpr int requests = 2000;
+constexpr int atOnce = 6;       // what one host is asked at a time
+constexpr int repetitions = 9;  // the quickest counts: everything else is the machine's doing
+constexpr double maximumRatio = 1.5;
+
+struct Cost {
+    double processor = 1e300;  ///< Microseconds a request.
+    double elapsed = 1e300;
+};
+
+/// A server in a child process, so that its time is not counted.
+class ServerProcess {
+public:
+    explicit ServerProcess(std::size_t bodyBytes) {
+        std::array<int, 2> ends{};
+        if (::pipe(ends.data()) != 0 || (child_ = ::fork()) < 0) {
+            std::exit(2);
+        }
+        if (child_ == 0) {
+            test::LoopbackServer server;
+            server.onAnythingElse(test::answering(200, std::string(bodyBytes, 'x')));
+            const std::uint16_t port = server.port();
+            static_cast<void>(::write(ends[1], &port, sizeof(port)) == sizeof(port));
+            ::pause();
+        }
+        if (::read(ends[0], &port_, sizeof(port_)) != sizeof(port_)) {
+            std::exit(2);
+        }
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+    ~ServerProcess() {
+        ::kill(child_, SIGKILL);
+        ::waitpid(child_, nullptr, 0);
+    }
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+
+    std::vector<std::string> urls() const {
+        std::vector<std::string> urls;
+        for (int i = 0; i < requests; ++i) {
+            urls.push_back("http://127.0.0.1:" + std::to_string(port_) + "/" + std::to_string(i));
+        }
+        return urls;
+    }
+
+private:
+    pid_t child_ = 0;
+    std::uint16_t port_ = 0;
+};
+
+double processorSeconds() {
+    timespec time{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+void measure(Cost& best, const std::function<void()>& work) {
+    const double processor = processorSeconds();
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    best.processor = std::min(best.processor, (processorSeconds() - processor) * 1e6 / requests);
+    best.elapsed = std::min(best.elapsed, elapsed.count() * 1e6 / requests);
+}
+
+std::size_t append(const char* bytes, std::size_t size, std::size_t count, void* body) {
+    static_cast<std::string*>(body)->append(bytes, size * count);
+    return size * count;
+}
+
+void addBareTransfer(CURLM* multi, const std::string& url) {
+    CURL* easy = curl_easy_init();
+    auto* body = new std::string;
+    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, "bare");
+    curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "");
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, append);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, body);
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, body);
+    curl_multi_add_handle(multi, easy);
+}
+
+void askBare(const std::vector<std::string>& urls) {
+    CURLM* multi = curl_multi_init();
+    int begun = 0;
+    int ended = 0;
+    while (ended < requests) {
+        while (begun < requests && begun - ended < atOnce) {
+            addBareTransfer(multi, urls[static_cast<std::size_t>(begun++)]);
+        }
+        int running = 0;
+        curl_multi_perform(multi, &running);
+        int left = 0;
+        while (const CURLMsg* message = curl_multi_info_read(multi, &left)) {
+            CURL* easy = message->easy_handle;
+            std::string* body = nullptr;
+            curl_easy_getinfo(easy, CURLINFO_PRIVATE, &body);
+            delete body;
+            curl_multi_remove_handle(multi, easy);
+            curl_easy_cleanup(easy);
+            ++ended;
+        }
+        if (ended < begun && (begun == requests || begun - ended == atOnce)) {
+            curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+        }
+    }
+    curl_multi_cleanup(multi);
+}
+
+void askSession(const std::vector<platform::URL>& urls) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int ended = 0;
+    platform::ThreadPoolQueue queue("completions", 2);
+    platform::CurlURLSession session(queue, {.version = "bench"});
+    for (const auto& url : urls) {
+        session.startDataTask(platform::URLRequest(url), [&](const platform::URLResult& result) {
+            if (!result.body) {
+                std::exit(2);
+            }
+            const std::lock_guard lock(mutex);
+            if (++ended == requests) {
+                changed.notify_all();
+            }
+        });
+    }
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [&] { return ended == requests; });
+}
+
+bool compare(std::size_t bodyBytes) {
+    const ServerProcess server(bodyBytes);
+    const std::vector<std::string> texts = server.urls();
+    std::vector<platform::URL> urls;
+    for (const auto& text : texts) {
+        urls.push_back(*platform::URL::parse(text));
+    }
+    Cost bare;
+    Cost session;
+    for (int i = 0; i < repetitions; ++i) {  // in turns, so that both meet the same machine
+        measure(bare, [&] { askBare(texts); });
+        measure(session, [&] { askSession(urls); });
+    }
+    const double ratio = session.processor / bare.processor;
+    std::printf(
+        "%8zu bytes: processor %7.1f us a request, bare %7.1f, ratio %.2f; "
+        "elapsed %7.1f us, bare %7.1f\n",
+        bodyBytes, session.processor, bare.processor, ratio, session.elapsed, bare.elapsed);
+    return ratio <= maximumRatio;
+}
+
+}  // namespace
+}  // namespace glintmark
+
+int main() {
+    bool held = true;
+    for (const std::size_t bodyBytes : {std::size_t{0}, std::size_t{4'000}, std::size_t{100'000}}) {
+        held = glintmark::compare(bodyBytes) && held;
+    }
+    return held ? 0 : 1;
+}

@@ -1,0 +1,100 @@
+#!/usr/bin/env python3
+"""What the program costs while it waits for links: memory before and after a first fetch, wake-ups,
+processor time, and the time from its start to the item's registration with a panel.
+
+    resident.py [--program PROGRAM] [--rest SECONDS] [--json FILE]
+
+Runs in a private session with a panel, a notification daemon and sites on loopback. Fails when a
+limit is passed. Proportional memory depends on what else runs: use a machine at rest.
+"""
+
+import argparse
+import json
+import pathlib
+import re
+import statistics
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
+from figures import Figures, memory_megabytes, processor_seconds, wake_ups  # noqa: E402
+from program import Program, StatusItem, write_link  # noqa: E402
+from session import DesktopSession, wait_for  # noqa: E402
+from sites import SiteServer, demo_sites  # noqa: E402
+
+STARTS = 15
+HELPER_IDLE = 32  # seconds: the decoder and the HTTP client's thread have ended by then
+
+MOST_MEGABYTES = 11.0
+MOST_PRIVATE_MEGABYTES = 8.0
+MOST_WAKE_UPS = 26  # a minute
+MOST_START = 0.040  # seconds, median
+
+
+def time_of_start(session, executable, number):
+    """Seconds until the program's call of the watcher is on the bus."""
+    monitor = f"monitor-{number}"
+    session.spawn(monitor, ["dbus-monitor", "--session", "--profile",
+                            "member='RegisterStatusNotifierItem'"])
+    wait_for(lambda: "NameAcquired" in session.log(monitor), "the monitor")
+    program = Program(session, executable, name=f"glintmark-{number}")
+    begin = time.time()
+    program.start()
+
+    def registered():
+        found = re.search(r"^mc\t([\d.]+)\t.*RegisterStatusNotifierItem", session.log(monitor), re.M)
+        return float(found[1]) if found else None
+    end = wait_for(registered, "the item's registration")
+    program.terminate()
+    session.end(monitor)
+    return end - begin
+
+
+def measure_starts(session, executable, figures):
+    starts = [time_of_start(session, executable, number) for number in range(STARTS)]
+    figures.add("start to registered item, median", statistics.median(starts), "s", MOST_START)
+    figures.add("start to registered item, least", min(starts), "s")
+
+
+def measure_memory(pid, when, figures, limits=(None, None)):
+    proportional, private = memory_megabytes(pid)
+    figures.add(f"PSS {when}", proportional, "MB", limits[0])
+    figures.add(f"private memory {when}", private, "MB", limits[1])
+
+
+def measure_rest(pid, seconds, figures):
+    before, used = wake_ups(pid), processor_seconds(pid)
+    time.sleep(seconds)
+    figures.add("wake-ups a minute", (wake_ups(pid) - before) * 60 / seconds, "", MOST_WAKE_UPS)
+    figures.add("processor time a minute", (processor_seconds(pid) - used) * 60 / seconds, "s")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", type=pathlib.Path, default="build/bench/glintmark")
+    parser.add_argument("--rest", type=float, default=60.0)
+    parser.add_argument("--json", type=pathlib.Path)
+    arguments = parser.parse_args()
+    figures = Figures()
+    with SiteServer(demo_sites()) as server, \
+            DesktopSession(environment=server.proxy_environment()) as session:
+        session.start_window_manager()
+        session.start_notifyd()
+        session.start_panel()
+        measure_starts(session, arguments.program, figures)
+        program = Program(session, arguments.program).start()
+        program.wait_until_started()
+        StatusItem(session)
+        pid = program.process.pid
+        measure_memory(pid, "before a fetch", figures)
+        write_link(session.home / "Downloads" / "a.webloc", "http://glint.example/")
+        program.wait_for_line("Glintmark: Icon applied")
+        time.sleep(HELPER_IDLE)
+        measure_memory(pid, "after a fetch", figures, (MOST_MEGABYTES, MOST_PRIVATE_MEGABYTES))
+        measure_rest(pid, arguments.rest, figures)
+    if arguments.json:
+        arguments.json.write_text(json.dumps(figures.values, indent=1) + "\n")
+    return 1 if figures.failures else 0
+
+
+sys.exit(main())

@@ -1,0 +1,220 @@
+#!/usr/bin/env python3
+"""The whole road of many links at once: dropped into a watched folder, each from a site of its own
+that answers every request after 50 ms.
+
+    road.py [--program PROGRAM] [--links N[,N...]] [--json FILE]
+
+For each number of links: the time until the last has its icon, the memory of the process tree, and
+how long a call to the status item, which the main thread answers, had to wait. Fails when a limit is
+passed, when a link has no icon, or when one has two.
+"""
+
+import argparse
+import asyncio
+import collections
+import json
+import multiprocessing
+import os
+import pathlib
+import re
+import socket
+import statistics
+import struct
+import sys
+import threading
+import time
+import zlib
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
+from figures import Figures  # noqa: E402
+from program import Program, write_link  # noqa: E402
+from session import DesktopSession  # noqa: E402
+
+ANSWER_AFTER = 0.050  # seconds
+CALL_INTERVAL = 0.010
+SAMPLE_INTERVAL = 0.5
+MOST_SECONDS = 300
+MOST_WAIT = 0.050
+MOST_MEGABYTES = 300
+
+ITEM = "/StatusNotifierItem"
+DONE = re.compile(r"^Glintmark: (?:アイコン適用成功|Favicon fetch failed) → (.*)$", re.M)
+
+
+# ---- the sites -------------------------------------------------------------------------------
+
+def picture(seed):
+    """A flat picture of a colour that follows from `seed`, so that sites have different icons."""
+    edge = 64
+    pixel = struct.pack(">I", zlib.crc32(seed.encode()))[:3] + b"\xff"
+    rows = (b"\0" + pixel * edge) * edge
+
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", edge, edge, 8, 6, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
+def answer_to(target):
+    host, _, path = target.removeprefix("http://").partition("/")
+    if path == "":
+        return 200, "text/html", b'<html><link rel="icon" href="/icon.png" sizes="64x64"></html>'
+    if path == "icon.png":
+        return 200, "image/png", picture(host)
+    return 404, "text/plain", b"nothing here"
+
+
+async def serve_connection(reader, writer):
+    try:
+        while True:
+            head = await reader.readuntil(b"\r\n\r\n")
+            status, kind, body = answer_to(head.split(b" ", 2)[1].decode())
+            await asyncio.sleep(ANSWER_AFTER)
+            writer.write(f"HTTP/1.1 {status} X\r\nContent-Type: {kind}\r\n"
+                         f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
+            await writer.drain()
+    except (asyncio.IncompleteReadError, ConnectionError):
+        pass
+    finally:
+        writer.close()
+
+
+def serve(port):
+    async def run():
+        server = await asyncio.start_server(serve_connection, "127.0.0.1", 0, backlog=256)
+        port.send(server.sockets[0].getsockname()[1])
+        await server.serve_forever()
+    asyncio.run(run())
+
+
+# ---- calls over the bus, without a process each ----------------------------------------------
+
+class Caller(threading.Thread):
+    """Asks the item for a property again and again; `waits` holds how long each answer took."""
+
+    def __init__(self, address, uid):
+        super().__init__(daemon=True)
+        self.waits = []
+        self.going = True
+        self._serial = 0
+        self._socket = socket.socket(socket.AF_UNIX)
+        self._socket.connect(address.removeprefix("unix:path="))
+        self._socket.sendall(b"\0AUTH EXTERNAL " + str(uid).encode().hex().encode() + b"\r\n")
+        self._socket.recv(1024)
+        self._socket.sendall(b"BEGIN\r\n")
+        self._call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "Hello")
+
+    def run(self):
+        while self.going:
+            begin = time.monotonic()
+            self._call("com.quorvel.Glintmark", ITEM, "org.freedesktop.DBus.Properties", "Get",
+                       ("org.kde.StatusNotifierItem", "Status"))
+            self.waits.append(time.monotonic() - begin)
+            time.sleep(CALL_INTERVAL)
+
+    def _call(self, destination, path, interface, member, texts=()):
+        """By the D-Bus text, "Message Protocol": a call whose arguments are all strings."""
+        self._serial += 1
+        body = b""
+        for text in texts:
+            body += b"\0" * (-len(body) % 4) + struct.pack("<I", len(text)) + text.encode() + b"\0"
+        fields = b""
+        for code, kind, text in ((1, b"o", path), (2, b"s", interface), (3, b"s", member),
+                                 (6, b"s", destination)):
+            fields += b"\0" * (-len(fields) % 8)
+            fields += struct.pack("<B", code) + b"\1" + kind + b"\0"
+            fields += struct.pack("<I", len(text)) + text.encode() + b"\0"
+        if texts:
+            fields += b"\0" * (-len(fields) % 8) + b"\x08\1g\0" + bytes([len(texts)])
+            fields += b"s" * len(texts) + b"\0"
+        head = struct.pack("<cBBBIII", b"l", 1, 0, 1, len(body), self._serial, len(fields)) + fields
+        self._socket.sendall(head + b"\0" * (-len(head) % 8) + body)
+        while self._receive() not in (2, 3):  # an answer or an error
+            pass
+
+    def _receive(self):
+        head = self._exactly(16)
+        kind = head[1]
+        body, _, fields = struct.unpack("<III", head[4:])
+        self._exactly(fields + -(16 + fields) % 8 + body)
+        return kind
+
+    def _exactly(self, count):
+        data = b""
+        while len(data) < count:
+            data += self._socket.recv(count - len(data))
+        return data
+
+
+# ---- the measurement -------------------------------------------------------------------------
+
+def tree_megabytes(pids):
+    total = 0
+    for pid in pids:
+        try:
+            text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+            total += int(re.search(r"^Pss:\s+(\d+)", text, re.M)[1])
+        except OSError:
+            pass  # it has ended
+    return total / 1024
+
+
+def measure(executable, count, port, figures):
+    proxy = f"http://127.0.0.1:{port}"
+    environment = {"http_proxy": proxy, "https_proxy": proxy,
+                   "GLINTMARK_FAVICON_SERVICE": "http://service.example"}
+    with DesktopSession(environment=environment) as session:
+        session.start_window_manager()
+        session.start_panel()
+        program = Program(session, executable).start()
+        program.wait_until_started()
+        caller = Caller(session.environment["DBUS_SESSION_BUS_ADDRESS"], os.getuid())
+        beside = session.home / "beside"
+        beside.mkdir()
+        for number in range(count):
+            write_link(beside / f"{number}.webloc", f"http://site-{number}.example/")
+        caller.start()
+        begin = time.monotonic()
+        for number in range(count):
+            (beside / f"{number}.webloc").rename(session.home / "Downloads" / f"{number}.webloc")
+        ended, memory = [], 0
+        while len(ended) < count and time.monotonic() - begin < 2 * MOST_SECONDS:
+            time.sleep(SAMPLE_INTERVAL)
+            memory = max(memory, tree_megabytes([program.process.pid, *program.descendants()]))
+            ended = DONE.findall(session.log("glintmark"))
+        seconds = time.monotonic() - begin
+        caller.going = False
+        caller.join()
+        applied = collections.Counter(ended)
+        waits = sorted(caller.waits)
+        figures.add(f"{count} links: all done after", seconds, "s", MOST_SECONDS)
+        figures.add(f"{count} links: without exactly one end", count - sum(
+            times == 1 for times in applied.values()), "", 0)
+        figures.add(f"{count} links: failed", sum(path.startswith("http") for path in applied), "", 0)
+        figures.add(f"{count} links: process tree, most", memory, "MB", MOST_MEGABYTES)
+        figures.add(f"{count} links: a call's wait, median", statistics.median(waits), "s")
+        figures.add(f"{count} links: a call's wait, 99 of 100", waits[len(waits) * 99 // 100], "s")
+        figures.add(f"{count} links: a call's wait, longest", waits[-1], "s", MOST_WAIT)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", type=pathlib.Path, default="build/bench/glintmark")
+    parser.add_argument("--links", default="1,100,1000,5000")
+    parser.add_argument("--json", type=pathlib.Path)
+    arguments = parser.parse_args()
+    figures = Figures()
+    ours, theirs = multiprocessing.Pipe()
+    server = multiprocessing.Process(target=serve, args=(theirs,), daemon=True)
+    server.start()
+    port = ours.recv()
+    for count in arguments.links.split(","):
+        measure(arguments.program, int(count), port, figures)
+    server.terminate()
+    if arguments.json:
+        arguments.json.write_text(json.dumps(figures.values, indent=1) + "\n")
+    return 1 if figures.failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
