@@ -1,0 +1,24 @@
+// The fuzzer's stand-in where no fuzzing is built: runs its target on every file of the folder that
+// is its argument.
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "tests/fuzz/FuzzTarget.h"
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 2;
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+        std::printf("%s\n", entry.path().c_str());
+        std::fflush(stdout);  // or the name of a file that ends the process would be lost
+        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+        ++count;
+    }
+    return count > 0 ? 0 : 1;
+}

@@ -1,0 +1,227 @@
+#!/usr/bin/env python3
+"""A long life of the built program: a tree that changes all the time, sites that are good, bad and
+silent, and services that go and come back. Memory, descriptors and threads are sampled; in the end
+each link must have had exactly one end, and the program must be as small as it was.
+
+    soak.py --program PROGRAM --output FOLDER [--minutes N] [--seed N]
+
+Writes samples.csv and, where gnuplot is installed, samples.svg.
+"""
+
+import argparse
+import collections
+import csv
+import os
+import pathlib
+import random
+import re
+import shutil
+import subprocess
+import sys
+import time
+
+TESTS = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(TESTS / "desktop"))
+sys.path.insert(0, str(TESTS.parent / "bench"))
+from figures import Figures, memory_megabytes  # noqa: E402
+from program import Program, StatusItem, write_link  # noqa: E402
+from session import DesktopSession, wait_for  # noqa: E402
+from sites import SiteServer, demo_sites, hostile_sites  # noqa: E402
+
+STEP = 0.25  # seconds between two changes
+SAMPLE = 5.0
+SERVICE_CHANGE = 60.0
+WARM_UP = 60.0  # what the first minute takes is not growth
+LAST_ANSWERS = 150.0  # by then every fetch has ended, those of silent sites included
+REST = 40.0  # after which helper and HTTP thread have ended
+
+MOST_GROWTH = 10.0  # MB
+MOST_NEW_DESCRIPTORS = 2
+MOST_NEW_THREADS = 0
+
+REPORTED = re.compile(r"^Glintmark: 新規webloc検知 → (.*)$", re.M)
+ENDED = re.compile(r"^Glintmark: (?:アイコン適用成功|アイコン適用失敗|URL extraction failed) → (.*)$", re.M)
+FAILED = re.compile(r"^Glintmark: Favicon fetch failed → (.*)$", re.M)
+# Few silent ones: each keeps six requests waiting for ten seconds, and more would only queue up.
+HOSTS = 5 * [*demo_sites(), *(host for host in hostile_sites() if host != "silent.example")]
+HOSTS += ["silent.example"]
+
+
+class Life:
+    """Changes below one watched folder; remembers the links that must be reported."""
+
+    def __init__(self, folder, seed):
+        self._random = random.Random(seed)
+        self._folders = [folder]
+        self._number = 0
+        self.links = {}  # path -> address
+
+    def step(self):
+        change = self._random.random()
+        if change < 0.25 and len(self._folders) < 2000:
+            self._make_folder()
+        elif change < 0.30 and len(self._folders) > 20:
+            self._remove_folder()
+        elif change < 0.60:
+            self._write_other_file()
+        else:
+            self._write_link()
+
+    def _name(self):
+        self._number += 1
+        return str(self._number)
+
+    def _make_folder(self):
+        folder = self._random.choice(self._folders) / f"folder-{self._name()}"
+        folder.mkdir()
+        self._folders.append(folder)
+
+    def _remove_folder(self):
+        gone = self._random.choice(self._folders[1:])
+        if any(path.startswith(f"{gone}/") for path in list(self.links)[-50:]):
+            return  # a link in it may not have been scanned yet
+        shutil.rmtree(gone)
+        self._folders = [folder for folder in self._folders if not folder.is_relative_to(gone)]
+
+    def _write_other_file(self):
+        (self._random.choice(self._folders) / f"note-{self._name()}.txt").write_text("x")
+
+    def _write_link(self):
+        path = self._random.choice(self._folders) / f"{self._name()}.webloc"
+        # The fragment, which no site sees, tells each address's end in the log.
+        address = f"http://{self._random.choice(HOSTS)}/#{self._number}"
+        write_link(path, address)
+        self.links[str(path)] = address
+
+
+class Services:
+    """Ends one service of the session, and starts it again the next time."""
+
+    def __init__(self, session, seed):
+        self._session = session
+        self._random = random.Random(seed)
+        self._away = None
+
+    def step(self):
+        if self._away == "panel":
+            self._session.restart_panel()
+        elif self._away == "notifications":
+            self._session.start_notifyd()
+        elif self._away == "bus":
+            self._session.start_bus()
+            self._session.restart_panel()
+            self._session.end("xfce4-notifyd")
+            self._session.start_notifyd()
+        if self._away:
+            self._away = None
+            return
+        self._away = self._random.choice(("panel", "notifications", "bus"))
+        self._session.end({"panel": "xfce4-panel", "notifications": "xfce4-notifyd",
+                           "bus": "dbus-daemon"}[self._away])
+
+    def all_back(self):
+        if self._away:
+            self.step()
+
+
+class Samples:
+    """Memory, descriptors and threads of a process over time."""
+
+    def __init__(self, pid, path):
+        self._pid = pid
+        self._file = open(path, "w", newline="")
+        self._table = csv.writer(self._file)
+        self._table.writerow(("seconds", "pss_mb", "private_mb", "descriptors", "threads"))
+        self._begin = time.monotonic()
+
+    def take(self):
+        proportional, private = memory_megabytes(self._pid)
+        row = (time.monotonic() - self._begin, proportional, private,
+               len(os.listdir(f"/proc/{self._pid}/fd")), len(os.listdir(f"/proc/{self._pid}/task")))
+        self._table.writerow([f"{value:.2f}" for value in row])
+        self._file.flush()
+        return row
+
+
+def rested(samples, program):
+    wait_for(lambda: not program.descendants(), "the end of the decoder", timeout=2 * REST)
+    time.sleep(REST)
+    return samples.take()
+
+
+def live(life, services, samples, seconds):
+    begin = time.monotonic()
+    next_sample, next_service = begin, begin + SERVICE_CHANGE
+    while time.monotonic() - begin < seconds:
+        life.step()
+        now = time.monotonic()
+        if now >= next_sample:
+            samples.take()
+            next_sample = now + SAMPLE
+        if now >= next_service:
+            services.step()
+            next_service = now + SERVICE_CHANGE
+        time.sleep(STEP)
+    services.all_back()
+
+
+def links_without_one_end(life, log):
+    reported = collections.Counter(REPORTED.findall(log))
+    ended = collections.Counter(ENDED.findall(log))
+    failed = collections.Counter(FAILED.findall(log))
+    return [path for path, address in life.links.items()
+            if reported[path] != 1 or ended[path] + failed[address] != 1]
+
+
+def plot(folder):
+    if shutil.which("gnuplot") is None:
+        return
+    subprocess.run(["gnuplot", "-e", f"""
+        set terminal svg size 800,400; set output '{folder}/samples.svg';
+        set datafile separator ','; set key autotitle columnhead; set xlabel 'seconds';
+        set yrange [0:*]; set grid;
+        plot for [column=2:5] '{folder}/samples.csv' using 1:column with lines"""], check=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", type=pathlib.Path, required=True)
+    parser.add_argument("--output", type=pathlib.Path, required=True)
+    parser.add_argument("--minutes", type=float, default=60.0)
+    parser.add_argument("--seed", type=int, default=1)
+    arguments = parser.parse_args()
+    arguments.output.mkdir(parents=True, exist_ok=True)
+    figures = Figures()
+    with SiteServer({**demo_sites(), **hostile_sites()}) as server, \
+            DesktopSession(environment=server.proxy_environment()) as session:
+        session.start_window_manager()
+        session.start_notifyd()
+        session.start_panel()
+        program = Program(session, arguments.program).start()
+        program.wait_until_started()
+        StatusItem(session)
+        samples = Samples(program.process.pid, arguments.output / "samples.csv")
+        life = Life(session.home / "Downloads", arguments.seed)
+        services = Services(session, arguments.seed)
+        live(life, services, samples, min(WARM_UP, arguments.minutes * 30))
+        first = rested(samples, program)
+        live(life, services, samples, arguments.minutes * 60)
+        until = time.monotonic() + LAST_ANSWERS
+        while links_without_one_end(life, session.log("glintmark")) and time.monotonic() < until:
+            time.sleep(1)
+        last = rested(samples, program)
+        shutil.copy(session.logs / "glintmark.log", arguments.output)
+        lost = links_without_one_end(life, session.log("glintmark"))
+        print("".join(f"not exactly once: {path}\n" for path in lost), end="")
+        figures.add("links", len(life.links), "")
+        figures.add("links without exactly one end", len(lost), "", 0)
+        figures.add("growth of PSS", last[1] - first[1], "MB", MOST_GROWTH)
+        figures.add("growth of private memory", last[2] - first[2], "MB", MOST_GROWTH)
+        figures.add("new descriptors", last[3] - first[3], "", MOST_NEW_DESCRIPTORS)
+        figures.add("new threads", last[4] - first[4], "", MOST_NEW_THREADS)
+        figures.add("status at the end", program.terminate(), "", 0)
+    plot(arguments.output)
+    return 1 if figures.failures else 0
+
+
+sys.exit(main())
