@@ -5,7 +5,8 @@ export CCACHE_SLOPPINESS=pch_defines,time_macros
 export CCACHE_BASEDIR="$PWD"
 export CCACHE_NOHASHDIR=1
 
-say() { printf '\n== %s\n' "$*"; }
+# With the time since the script began.
+say() { printf '\n== %s (%d:%02d)\n' "$*" $((SECONDS / 60)) $((SECONDS % 60)); }
 
 # packages_of GROUP...: the names behind the groups in scripts/packages.
 packages_of() {
