@@ -73,7 +73,7 @@ TEST_P(DispatchQueueContract, WorkRunsInOrderOfSubmission) {
 
 TEST_P(DispatchQueueContract, DelayedWorkRunsInDueOrder) {
     using std::chrono::milliseconds;
-    queue().asyncAfter(milliseconds(30), note("third"));
+    queue().asyncAfter(milliseconds(500), note("third"));  // far enough for any machine
     queue().asyncAfter(milliseconds(10), note("second"));
     queue().async(note("first"));
     EXPECT_THAT(notes(3), testing::ElementsAre("first", "second", "third"));
@@ -101,10 +101,12 @@ TEST_P(DispatchQueueContract, WorkMaySubmitMoreWork) {
 }
 
 TEST_P(DispatchQueueContract, ACancelledItemNeverRuns) {
-    const auto item = std::make_shared<DispatchWorkItem>(note("cancelled"));
-    queue().asyncAfter(std::chrono::milliseconds(1), item);
-    queue().asyncAfter(std::chrono::milliseconds(2), note("kept"));
-    item->cancel();
+    queue().async([this] {  // from the queue's own work, so that the item cannot begin before
+        const auto item = std::make_shared<DispatchWorkItem>(note("cancelled"));
+        queue().asyncAfter(std::chrono::milliseconds(1), item);
+        queue().asyncAfter(std::chrono::milliseconds(2), note("kept"));
+        item->cancel();
+    });
     EXPECT_THAT(notes(1), testing::ElementsAre("kept"));
 }
 
