@@ -69,6 +69,18 @@ TEST_F(IconApplierTest, ASmallImageIsEnlarged) {
     EXPECT_EQ(pixel(icon, 312, 200), blue);
 }
 
+TEST_F(IconApplierTest, OnlyAnImageLargerThanTheIconIsStretchedAhead) {
+    const auto plain = [](int width, int height) {
+        return std::make_shared<const Image>(bitmap(width, height, [](int, int) { return red; }));
+    };
+    for (const auto& image : {plain(16, 16), plain(512, 512), plain(1024, 256)}) {
+        EXPECT_EQ(IconApplier::prepared(image), image);
+    }
+    const auto stretched = IconApplier::prepared(plain(1025, 256));
+    EXPECT_EQ(stretched->size(), (platform::Size{512, 512}));
+    EXPECT_EQ(pixel(*stretched->bitmap(), 511, 511), red);
+}
+
 TEST_F(IconApplierTest, AWideImageIsSqueezedAndNeitherCutNorPadded) {
     const auto icon =
         applied(Image(bitmap(1024, 512, [](int x, int) { return x < 512 ? red : blue; })));
