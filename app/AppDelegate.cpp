@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <optional>
 #include <utility>
 
@@ -20,6 +21,10 @@ namespace {
 constexpr const char* extraFoldersKey = "extraFolders";
 constexpr std::ptrdiff_t defaultFolderCount = 2;
 
+// Bounds the images that are held at once when thousands of links come together, and still keeps
+// every place of the HTTP client busy, also while many of the sites are silent.
+constexpr std::size_t fetchesAtOnce = 128;
+
 bool contains(const std::vector<std::string>& folders, const std::string& folder) {
     return std::find(folders.begin(), folders.end(), folder) != folders.end();
 }
@@ -36,7 +41,7 @@ void requestAuthorization() {
 
 }  // namespace
 
-AppDelegate::AppDelegate() = default;
+AppDelegate::AppDelegate() : fetches_(fetchesAtOnce) {}
 AppDelegate::~AppDelegate() = default;
 
 platform::StatusItem* AppDelegate::statusItem() const { return statusItem_.get(); }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/AdmissionGate.h"
 #include "platform/Application.h"
 #include "platform/BezierPath.h"
 #include "platform/Geometry.h"
@@ -16,6 +17,10 @@
 #include "watcher/FileWatcherEvent.h"
 
 namespace glintmark {
+
+namespace platform {
+class Image;
+}
 
 /// The program: owns the status item, the one watcher and the list of watched folders, answers the
 /// menu, and turns each reported file into an icon and a notification.
@@ -97,10 +102,12 @@ private:
     platform::MenuItem folderCommandItem(std::string title, FolderCommand command, long folder);
     platform::MenuItem folderItem(long folder, const std::string& home);
     bool isExtraFolder(long index) const;
+    void applyIcon(const std::shared_ptr<const platform::Image>& image, const std::string& path);
 
     std::unique_ptr<platform::StatusItem> statusItem_;
     std::shared_ptr<FileWatcher> fileWatcher_;
     std::vector<std::string> watchedFolders_;
+    AdmissionGate fetches_;  ///< A fetch keeps its place until its image is applied.
 };
 
 }  // namespace glintmark

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <cstddef>
+#include <string>
+
 #include "app/AppDelegate.h"
 #include "tests/app/AppDelegateFixture.h"
 
@@ -61,7 +65,7 @@ TEST_F(AppDelegatePipelineTest, AFileGetsItsIconAndANotification) {
 }
 
 TEST_F(AppDelegatePipelineTest, NoImageIsDecodedOnTheMainQueue) {
-    session().answer("https://site.example/favicon.ico", 200, "image 64x64 large");
+    session().answer("https://site.example/favicon.ico", 200, "image 1100x1000 large");
     std::vector<std::string> where;
     platform().imageDecoder.bitmapMade = [&] { where.push_back(queues().current()); };
     process(path);
@@ -69,6 +73,28 @@ TEST_F(AppDelegatePipelineTest, NoImageIsDecodedOnTheMainQueue) {
     EXPECT_TRUE(platform().workspace.icons().front().image.bitmap());
     EXPECT_FALSE(where.empty());
     EXPECT_THAT(where, testing::Each(testing::Ne("main")));
+}
+
+TEST_F(AppDelegatePipelineTest, ManyLinksAreFetchedInTurnsAndNoneIsLost) {
+    constexpr std::size_t links = 150;
+    constexpr std::size_t requestsOfOne = 8;  // page, touch icons, manifests, service, favicon.ico
+    std::size_t most = 0;
+    platform().imageDecoder.bitmapMade = [&] {
+        const std::size_t begun = session().requestedURLs().size() / requestsOfOne;
+        most = std::max(most, begun - platform().workspace.icons().size());
+    };
+    for (std::size_t i = 0; i < links; ++i) {
+        const std::string site = "https://site-" + std::to_string(i) + ".example";
+        const std::string file = "/home/kim/Desktop/" + std::to_string(i) + ".webloc";
+        files().create(file, weblocWith(site));
+        session().answer(site + "/favicon.ico", 200, "image 64x64 large", 50ms);
+        delegate()->handleFileEvent({file, 0});
+    }
+    queues().runUntilIdle();
+    EXPECT_EQ(platform().workspace.icons().size(), links);
+    EXPECT_EQ(notifications().requests().size(), links);
+    EXPECT_GT(most, 64U);
+    EXPECT_LE(most, 128U);
 }
 
 TEST_F(AppDelegatePipelineTest, OtherPathsAreDroppedWithoutAWord) {

@@ -1,0 +1,56 @@
+#include "app/AdmissionGate.h"
+
+#include <deque>
+#include <mutex>
+#include <utility>
+
+#include "platform/DispatchQueue.h"
+#include "platform/Platform.h"
+
+namespace glintmark {
+
+/// Outlives the gate while there are places.
+struct AdmissionGate::State : std::enable_shared_from_this<AdmissionGate::State> {
+    explicit State(std::size_t places) : free(places) {}
+
+    Place makePlace() {
+        return {static_cast<void*>(this), [self = shared_from_this()](void*) { self->passOn(); }};
+    }
+
+    /// Gives the place that became free to the run that has waited longest.
+    void passOn() {
+        Run next;
+        {
+            const std::lock_guard lock(mutex);
+            if (waiting.empty()) {
+                ++free;
+                return;
+            }
+            next = std::move(waiting.front());
+            waiting.pop_front();
+        }
+        platform::services()
+            .dispatchQueues.global(platform::QualityOfService::userInitiated)
+            .async([next = std::move(next), place = makePlace()] { next(place); });
+    }
+
+    std::mutex mutex;  // guards all below
+    std::size_t free;
+    std::deque<Run> waiting;
+};
+
+AdmissionGate::AdmissionGate(std::size_t places) : state_(std::make_shared<State>(places)) {}
+
+void AdmissionGate::enter(Run run) {
+    {
+        const std::lock_guard lock(state_->mutex);
+        if (state_->free == 0) {
+            state_->waiting.push_back(std::move(run));
+            return;
+        }
+        --state_->free;
+    }
+    run(state_->makePlace());
+}
+
+}  // namespace glintmark
