@@ -18,7 +18,7 @@ struct CurlURLSessionOptions {
     std::string certificateFile{};  ///< PEM file of trusted authorities; empty: the system's store.
 
     std::size_t placesPerHost = 6;
-    std::size_t placesInAll = 64;
+    std::size_t placesInAll = 256;
     std::chrono::nanoseconds wholeTransfer = std::chrono::seconds(60);  ///< Its waiting left out.
 
     std::size_t bodyLimit = std::size_t{32} << 20;
