@@ -127,5 +127,5 @@ std::optional<DecodedImage> misbehave(std::span<const std::uint8_t> encoded, Pix
 int main() {
     using namespace std::chrono_literals;
     namespace image = glintmark::platform::image;
-    return image::runDecoder({.decode = image::misbehave, .wallLimit = 500ms, .idleLimit = 300ms});
+    return image::runDecoder({.decode = image::misbehave, .wallLimit = 2s, .idleLimit = 300ms});
 }
