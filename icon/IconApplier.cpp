@@ -21,10 +21,6 @@ namespace {
 
 constexpr Size iconSize{512, 512};
 
-bool isLargerThanIcon(const Image& image) {
-    return image.size().width * image.size().height > iconSize.width * iconSize.height;
-}
-
 BitmapImageRep transparentCanvas(int width, int height) {
     const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     return {width, height, true, std::vector<std::uint8_t>(pixels * BitmapImageRep::bytesPerPixel)};
@@ -33,8 +29,9 @@ BitmapImageRep transparentCanvas(int width, int height) {
 }  // namespace
 
 std::shared_ptr<const Image> IconApplier::prepared(const std::shared_ptr<const Image>& image) {
-    return isLargerThanIcon(*image) ? std::make_shared<const Image>(resizeImage(*image, iconSize))
-                                    : image;
+    auto resized = std::make_shared<const Image>(resizeImage(*image, iconSize));
+    services().workspace.prepareIcon(*resized);
+    return resized;
 }
 
 void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::string& path) {

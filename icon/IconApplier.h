@@ -13,9 +13,9 @@ class IconApplier {
 public:
     IconApplier() = delete;
 
-    /// `image`, which must not be null, so that `apply` can be quick. Any thread but the main one:
-    /// an image with more pixels than the icon is decoded here, which may take seconds, and comes
-    /// back stretched; a smaller one comes back as it is, since it takes less memory so.
+    /// `image`, which must not be null, stretched and encoded, so that `apply`, which is to follow
+    /// once, has only to store it. Any thread but the main one: a large image is decoded here,
+    /// which may take seconds.
     static std::shared_ptr<const platform::Image> prepared(
         const std::shared_ptr<const platform::Image>& image);
 

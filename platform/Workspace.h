@@ -7,10 +7,15 @@
 
 namespace glintmark::platform {
 
-/// The desktop around the program: file icons, the file browser, the web browser. Main thread only.
+/// The desktop around the program: file icons, the file browser, the web browser. Main thread only,
+/// but for `prepareIcon`.
 class Workspace {
 public:
     virtual ~Workspace() = default;
+
+    /// Does ahead what takes long in the one call of `setIcon` that is to follow for these very
+    /// pixels. Any thread.
+    virtual void prepareIcon(const Image& image) = 0;
 
     /// Makes `image` the custom icon of the file at `path`, in windows that are open as well.
     /// False when the file does not exist or nothing could be written for it.

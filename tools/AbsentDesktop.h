@@ -57,6 +57,7 @@ public:
         handler("no desktop");
     }
 
+    void prepareIcon(const platform::Image&) override {}
     bool setIcon(const platform::Image&, const std::string&) override { return false; }
     bool openFileViewer(const std::string&) override { return false; }
     bool open(const platform::URL&) override { return false; }

@@ -22,6 +22,8 @@ platform::OpenPanel::Result FakeOpenPanel::runModal(const Settings& settings) {
     return answer;
 }
 
+void FakeWorkspace::prepareIcon(const platform::Image& image) { preparedIcons_.push_back(image); }
+
 bool FakeWorkspace::setIcon(const platform::Image& image, const std::string& path) {
     icons_.push_back({image, path});
     return succeeds_;

@@ -69,16 +69,17 @@ TEST_F(IconApplierTest, ASmallImageIsEnlarged) {
     EXPECT_EQ(pixel(icon, 312, 200), blue);
 }
 
-TEST_F(IconApplierTest, OnlyAnImageLargerThanTheIconIsStretchedAhead) {
-    const auto plain = [](int width, int height) {
-        return std::make_shared<const Image>(bitmap(width, height, [](int, int) { return red; }));
-    };
-    for (const auto& image : {plain(16, 16), plain(512, 512), plain(1024, 256)}) {
-        EXPECT_EQ(IconApplier::prepared(image), image);
+TEST_F(IconApplierTest, WhatIsPreparedIsSetAsItIs) {
+    for (const int edge : {16, 512, 1024}) {
+        const auto image =
+            std::make_shared<const Image>(bitmap(edge, edge, [](int, int) { return red; }));
+        IconApplier::apply(IconApplier::prepared(image), linkFile);
+        const auto set = platform().workspace.icons().back().image.bitmap();
+        const auto prepared = platform().workspace.preparedIcons().back().bitmap();
+        EXPECT_EQ(set->pixels().data(), prepared->pixels().data());
+        EXPECT_EQ(set->pixelsWide(), 512);
+        EXPECT_EQ(pixel(*set, 511, 511), red);
     }
-    const auto stretched = IconApplier::prepared(plain(1025, 256));
-    EXPECT_EQ(stretched->size(), (platform::Size{512, 512}));
-    EXPECT_EQ(pixel(*stretched->bitmap(), 511, 511), red);
 }
 
 TEST_F(IconApplierTest, AWideImageIsSqueezedAndNeitherCutNorPadded) {

@@ -58,14 +58,23 @@ DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& fold
       metadata_(std::move(metadataWriter)),
       sweeper_(IconSweep(store_, applied_, folders.home)) {}
 
+void DesktopWorkspace::prepareIcon(const Image& image) {
+    if (const auto bitmap = image.bitmap()) {
+        prepared_.add(*bitmap);
+    }
+}
+
 bool DesktopWorkspace::setIcon(const Image& image, const std::string& path) {
-    struct stat status {};
     const auto bitmap = image.bitmap();
-    if (stat(path.c_str(), &status) != 0 || !bitmap) {
+    if (!bitmap) {
         return false;
     }
-    const auto target =
-        std::make_shared<const Target>(Target{path, status, encodedPictures(*bitmap)});
+    IconPictures pictures = prepared_.take(*bitmap);  // also when there is no file any more
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    const auto target = std::make_shared<const Target>(Target{path, status, std::move(pictures)});
     const auto name = store_.put(target->pictures.full);
     if (name) {
         writeIconName(path, *name);

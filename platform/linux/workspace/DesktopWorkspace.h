@@ -11,6 +11,7 @@
 #include "platform/linux/workspace/IconMetadata.h"
 #include "platform/linux/workspace/IconStore.h"
 #include "platform/linux/workspace/IconSweep.h"
+#include "platform/linux/workspace/PreparedPictures.h"
 #include "platform/linux/workspace/ThumbnailCache.h"
 #include "platform/linux/workspace/WindowNudge.h"
 
@@ -37,6 +38,7 @@ public:
     DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders,
                      IconMetadata::Writer metadataWriter);
 
+    void prepareIcon(const Image& image) override;
     bool setIcon(const Image& image, const std::string& path) override;
     bool openFileViewer(const std::string& folder) override;
     bool open(const URL& url) override;
@@ -51,6 +53,7 @@ private:
     IconStore store_;
     AppliedIcons applied_;
     ThumbnailCache thumbnails_;
+    PreparedPictures prepared_;
     WindowNudge nudge_;
     IconMetadata metadata_;
     IconSweeper sweeper_;

@@ -2,7 +2,6 @@
 
 #include <glib.h>
 
-#include <future>
 #include <memory>
 
 #include "platform/ImageScaling.h"
@@ -34,13 +33,8 @@ std::string fileName(const std::string& uri) {
 
 IconPictures encodedPictures(const BitmapImageRep& bitmap) {
     const BitmapImageRep full = stretched(bitmap, fullEdge);
-    // The large picture takes as long as all the rest, and the caller's thread is being waited for.
-    auto encodedFull = std::async(std::launch::async, [&] { return encodedPNG(full); });
-    IconPictures pictures;
-    pictures.large = encodedPNG(scaled(full, largeEdge, largeEdge));
-    pictures.normal = encodedPNG(scaled(full, normalEdge, normalEdge));
-    pictures.full = encodedFull.get();
-    return pictures;
+    return {encodedPNG(full), encodedPNG(scaled(full, largeEdge, largeEdge)),
+            encodedPNG(scaled(full, normalEdge, normalEdge))};
 }
 
 bool ThumbnailCache::write(const IconPictures& pictures, const ThumbnailSubject& subject) const {

@@ -108,6 +108,25 @@ TEST_F(DesktopWorkspaceTest, TheIconReachesStoreAttributesAndThumbnails) {
     }
 }
 
+TEST_F(DesktopWorkspaceTest, AnIconPreparedAheadIsTheSame) {
+    ASSERT_TRUE(workspace_->setIcon(redIcon(), makeLink("a.webloc")));
+    const Image icon = redIcon();
+    workspace_->prepareIcon(icon);
+    ASSERT_TRUE(workspace_->setIcon(icon, makeLink("b.webloc")));
+    EXPECT_EQ(storedIcons().size(), 1U);
+}
+
+TEST_F(DesktopWorkspaceTest, AnIconPreparedForAFileThatIsGoneIsForgotten) {
+    const auto owner = std::make_shared<int>(0);
+    const std::vector<std::uint8_t> pixels(std::size_t{512} * 512 * 4);
+    {
+        const Image icon(BitmapImageRep(512, 512, true, owner, pixels));
+        workspace_->prepareIcon(icon);
+        EXPECT_FALSE(workspace_->setIcon(icon, folder_ / "home/gone.webloc"));
+    }
+    EXPECT_EQ(owner.use_count(), 1);
+}
+
 TEST_F(DesktopWorkspaceTest, TheTimeLosesItsFractionWhenAllElseIsThere) {
     const std::string path = makeLink("a.webloc");
     ASSERT_TRUE(workspace_->setIcon(redIcon(), path));
