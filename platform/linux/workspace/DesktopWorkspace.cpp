@@ -60,7 +60,7 @@ DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& fold
 
 void DesktopWorkspace::prepareIcon(const Image& image) {
     if (const auto bitmap = image.bitmap()) {
-        prepared_.add(*bitmap);
+        prepared_.add(*bitmap, preparedIcon(*bitmap, store_));
     }
 }
 
@@ -69,13 +69,17 @@ bool DesktopWorkspace::setIcon(const Image& image, const std::string& path) {
     if (!bitmap) {
         return false;
     }
-    IconPictures pictures = prepared_.take(*bitmap);  // also when there is no file any more
+    auto icon = prepared_.take(*bitmap);  // also when there is no file any more
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
         return false;
     }
-    const auto target = std::make_shared<const Target>(Target{path, status, std::move(pictures)});
-    const auto name = store_.put(target->pictures.full);
+    if (!icon) {
+        icon = preparedIcon(*bitmap, store_);
+    }
+    const auto& name = icon->name;
+    const auto target =
+        std::make_shared<const Target>(Target{path, status, std::move(icon->pictures)});
     if (name) {
         writeIconName(path, *name);
         applied_.add({*name, path});

@@ -11,7 +11,7 @@
 #include "platform/linux/workspace/IconMetadata.h"
 #include "platform/linux/workspace/IconStore.h"
 #include "platform/linux/workspace/IconSweep.h"
-#include "platform/linux/workspace/PreparedPictures.h"
+#include "platform/linux/workspace/PreparedIcons.h"
 #include "platform/linux/workspace/ThumbnailCache.h"
 #include "platform/linux/workspace/WindowNudge.h"
 
@@ -53,7 +53,7 @@ private:
     IconStore store_;
     AppliedIcons applied_;
     ThumbnailCache thumbnails_;
-    PreparedPictures prepared_;
+    PreparedIcons prepared_;
     WindowNudge nudge_;
     IconMetadata metadata_;
     IconSweeper sweeper_;
