@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 #include <utility>
 
 #include "platform/linux/watching/InotifyEventStream.h"
 #include "tests/platform/linux/watching/EventStreamFixture.h"
+#include "tests/support/Mounting.h"
 
 // Other file systems at, above and below watched folders.
 
@@ -15,19 +18,19 @@ namespace {
 
 using testing::ElementsAre;
 
-/// A mount below the test's directory, for its own lifetime. Mounting takes rights that not every
-/// test run has.
+/// A mount below the test's directory, for its own lifetime.
 class Mount {
 public:
     Mount(std::string source, std::string target, const char* type, unsigned long flags)
         : target_(std::move(target)),
-          isThere_(::mount(source.c_str(), target_.c_str(), type, flags, nullptr) == 0) {}
+          isThere_(::mount(source.c_str(), target_.c_str(), type, flags, nullptr) == 0) {
+        EXPECT_TRUE(isThere_) << std::strerror(errno);
+    }
     ~Mount() { unmount(); }
 
     Mount(const Mount&) = delete;
     Mount& operator=(const Mount&) = delete;
 
-    explicit operator bool() const { return isThere_; }
     void unmount() {
         if (std::exchange(isThere_, false)) {
             EXPECT_EQ(::umount2(target_.c_str(), MNT_DETACH), 0);
@@ -39,15 +42,19 @@ private:
     bool isThere_;
 };
 
-class InotifyEventStreamMountTest : public EventStreamFixture {};
+class InotifyEventStreamMountTest : public EventStreamFixture {
+protected:
+    void SetUp() override {
+        if (!test::mayMount()) {
+            GTEST_SKIP() << "mounting takes root";
+        }
+    }
+};
 
 TEST_F(InotifyEventStreamMountTest, ADirectoryMountedInASecondPlaceIsReportedInBoth) {
     directory_.createDirectories("links/mount");
     directory_.createDirectories("real/a");
     const Mount mount(directory_.path("real"), directory_.path("links/mount"), nullptr, MS_BIND);
-    if (!mount) {
-        GTEST_SKIP() << "may not mount";
-    }
     watchSettled({"links", "real"});
     directory_.write("links/mount/a/x.webloc");
     EXPECT_TRUE(isReported("links/mount/a"));
@@ -57,9 +64,6 @@ TEST_F(InotifyEventStreamMountTest, ADirectoryMountedInASecondPlaceIsReportedInB
 TEST_F(InotifyEventStreamMountTest, ADirectoryMountedBelowItselfEndsTheWalk) {
     directory_.createDirectories("links/a/mount");
     const Mount mount(directory_.path("links"), directory_.path("links/a/mount"), nullptr, MS_BIND);
-    if (!mount) {
-        GTEST_SKIP() << "may not mount";
-    }
     watchSettled({"links"});
     directory_.write("links/a/x");
     EXPECT_TRUE(isReported("links/a"));
@@ -71,9 +75,6 @@ TEST_F(InotifyEventStreamMountTest, AFileSystemMountedBelowAFolderIsTakenUp) {
     directory_.createDirectories("real/a");
     watchSettled({"links"});
     Mount mount(directory_.path("real"), directory_.path("links/mount"), nullptr, MS_BIND);
-    if (!mount) {
-        GTEST_SKIP() << "may not mount";
-    }
     EXPECT_TRUE(isReported("links/mount/a"));
     settle("links");
     directory_.write("links/mount/a/x");
@@ -89,9 +90,6 @@ TEST_F(InotifyEventStreamMountTest, AFileSystemMountedBelowAFolderIsTakenUp) {
 TEST_F(InotifyEventStreamMountTest, AnUnmountedFileSystemUncoversWhatItHid) {
     directory_.createDirectories("links/mount");
     Mount mount("none", directory_.path("links/mount"), "tmpfs", 0);
-    if (!mount) {
-        GTEST_SKIP() << "may not mount";
-    }
     directory_.createDirectories("links/mount/a");
     watchSettled({"links"});
     directory_.write("links/mount/a/x.webloc");
@@ -106,9 +104,6 @@ TEST_F(InotifyEventStreamMountTest, AnUnmountedFileSystemUncoversWhatItHid) {
 TEST_F(InotifyEventStreamMountTest, AFolderOnAnotherFileSystemIsWatched) {
     directory_.createDirectories("disk");
     const Mount mount("none", directory_.path("disk"), "tmpfs", 0);
-    if (!mount) {
-        GTEST_SKIP() << "may not mount";
-    }
     directory_.createDirectories("disk/links/a");
     directory_.createLink(directory_.path("disk/links"), "shortcut");
     watchSettled({"disk/links", "shortcut"});
@@ -125,9 +120,6 @@ TEST_F(InotifyEventStreamMountTest, AFolderOnAFileSystemThatIsMountedLaterIsTake
     watch({"disk/links"});
     for (int i = 0; i < 2; ++i) {
         Mount mount(directory_.path("prepared"), directory_.path("disk"), nullptr, MS_BIND);
-        if (!mount) {
-            GTEST_SKIP() << "may not mount";
-        }
         EXPECT_TRUE(isReported("disk/links/a"));
         settle("disk/links");
         directory_.write("disk/links/a/" + std::to_string(i));
@@ -144,9 +136,6 @@ TEST_F(InotifyEventStreamMountTest, AFileSystemMountedOverAFolderTakesItsPlaceAn
     directory_.createDirectories("prepared/above");
     watchSettled({"links"});
     Mount mount(directory_.path("prepared"), directory_.path("links"), nullptr, MS_BIND);
-    if (!mount) {
-        GTEST_SKIP() << "may not mount";
-    }
     EXPECT_TRUE(isReported("links"));
     EXPECT_TRUE(isReported("links/above"));
     settle("links");
