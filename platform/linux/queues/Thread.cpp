@@ -1,5 +1,7 @@
 #include "platform/linux/queues/Thread.h"
 
+#include <sys/resource.h>
+
 #include <memory>
 #include <utility>
 
@@ -11,6 +13,9 @@ namespace {
 
 constexpr std::size_t shownNameBytes = 15;  // pthread_setname_np(3)
 
+// Behind the main thread, which the user waits for, and behind other programs.
+constexpr int niceness = 5;
+
 struct Start {
     std::string name;
     std::function<void()> body;
@@ -19,6 +24,7 @@ struct Start {
 void* run(void* argument) {
     const std::unique_ptr<Start> start(static_cast<Start*>(argument));
     pthread_setname_np(pthread_self(), start->name.c_str());
+    setpriority(PRIO_PROCESS, 0, niceness);  // on Linux that of the calling thread: setpriority(2)
     start->body();
     return nullptr;
 }

@@ -17,7 +17,7 @@ constexpr auto folderMimeType = "inode/directory";
 
 // The metadata daemon answers within a millisecond once it runs. It is waited for longer only when
 // its answer decides whether the icon is set at all.
-constexpr milliseconds usualPatience{10};
+constexpr milliseconds usualPatience{2};
 constexpr milliseconds decisivePatience{500};
 
 std::string wholeSeconds(const struct stat& status) {
