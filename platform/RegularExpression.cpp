@@ -9,6 +9,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/ReleaseWith.h"
+
 namespace glintmark::platform {
 namespace {
 
@@ -22,16 +24,10 @@ constexpr std::uint32_t mostMemory = 8 * 1024;  // KiB for one search
 constexpr std::string_view whiteSpace =
     R"(\t-\r \x{85}\x{A0}\x{1680}\x{2000}-\x{200A}\x{2028}\x{2029}\x{202F}\x{205F}\x{3000})";
 
-template <auto Free>
-struct Freer {
-    template <typename Object>
-    void operator()(Object* object) const {
-        Free(object);
-    }
-};
-using CompileContext = std::unique_ptr<pcre2_compile_context, Freer<pcre2_compile_context_free>>;
-using MatchContext = std::unique_ptr<pcre2_match_context, Freer<pcre2_match_context_free>>;
-using MatchData = std::unique_ptr<pcre2_match_data, Freer<pcre2_match_data_free>>;
+using CompileContext =
+    std::unique_ptr<pcre2_compile_context, ReleaseWith<pcre2_compile_context_free>>;
+using MatchContext = std::unique_ptr<pcre2_match_context, ReleaseWith<pcre2_match_context_free>>;
+using MatchData = std::unique_ptr<pcre2_match_data, ReleaseWith<pcre2_match_data_free>>;
 
 /// The pattern with the set for every `\s` and `\S`.
 std::string withWhiteSpaceSpelt(std::string_view pattern) {
@@ -111,7 +107,7 @@ private:
 
 /// Shared by all threads, which only read it.
 struct RegularExpression::Compiled {
-    std::unique_ptr<pcre2_code, Freer<pcre2_code_free>> code;
+    std::unique_ptr<pcre2_code, ReleaseWith<pcre2_code_free>> code;
 };
 
 RegularExpression::RegularExpression(std::shared_ptr<const Compiled> compiled)

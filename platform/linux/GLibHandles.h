@@ -5,16 +5,9 @@
 #include <memory>
 #include <utility>
 
-namespace glintmark::platform {
+#include "platform/ReleaseWith.h"
 
-/// Calls a C function on what a handle owns when the handle goes away.
-template <auto release>
-struct ReleaseWith {
-    template <typename T>
-    void operator()(T* pointer) const {
-        release(pointer);
-    }
-};
+namespace glintmark::platform {
 
 /// Owns one reference of a GObject.
 template <typename T>

@@ -12,23 +12,18 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/ReleaseWith.h"
 #include "tests/support/LoopbackChannel.h"
 
 namespace glintmark::test {
 
 namespace {
 
-template <auto release>
-struct Release {
-    template <typename T>
-    void operator()(T* pointer) const {
-        release(pointer);
-    }
-};
-using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
-using Certificate = std::unique_ptr<X509, Release<X509_free>>;
-using Context = std::unique_ptr<SSL_CTX, Release<SSL_CTX_free>>;
-using Connection = std::unique_ptr<SSL, Release<SSL_free>>;
+using platform::ReleaseWith;
+using Key = std::unique_ptr<EVP_PKEY, ReleaseWith<EVP_PKEY_free>>;
+using Certificate = std::unique_ptr<X509, ReleaseWith<X509_free>>;
+using Context = std::unique_ptr<SSL_CTX, ReleaseWith<SSL_CTX_free>>;
+using Connection = std::unique_ptr<SSL, ReleaseWith<SSL_free>>;
 
 constexpr long validSeconds = 24L * 60 * 60;
 

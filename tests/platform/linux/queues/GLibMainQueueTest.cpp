@@ -6,20 +6,13 @@
 #include "platform/linux/GLibHandles.h"
 #include "platform/linux/queues/GLibMainQueue.h"
 #include "tests/platform/linux/Waiting.h"
+#include "tests/platform/linux/queues/GLibContextFixture.h"
 
 namespace glintmark::platform {
 namespace {
 
-class GLibMainQueueTest : public testing::Test {
+class GLibMainQueueTest : public GLibContextFixture {
 protected:
-    void iterateUntil(const std::function<bool()>& condition) {
-        EXPECT_TRUE(waitFor([&] {
-            g_main_context_iteration(context_.get(), FALSE);
-            return condition();
-        }));
-    }
-
-    GMainContextHandle context_{g_main_context_new()};
     GLibMainQueue queue_{context_.get()};
 };
 

@@ -4,6 +4,7 @@
 #include "platform/linux/GLibHandles.h"
 #include "platform/linux/queues/GLibTimers.h"
 #include "tests/platform/linux/Waiting.h"
+#include "tests/platform/linux/queues/GLibContextFixture.h"
 
 namespace glintmark::platform {
 namespace {
@@ -11,16 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-class GLibTimersTest : public testing::Test {
+class GLibTimersTest : public GLibContextFixture {
 protected:
-    void iterateUntil(const std::function<bool()>& condition) {
-        EXPECT_TRUE(waitFor([&] {
-            g_main_context_iteration(context_.get(), FALSE);
-            return condition();
-        }));
-    }
-
-    GMainContextHandle context_{g_main_context_new()};
     GLibTimers timers_{context_.get()};
 };
 
