@@ -2,7 +2,10 @@
 """The whole road of many links at once: dropped into a watched folder, each from a site of its own
 that answers every request after 50 ms.
 
-    road.py [--program PROGRAM] [--links N[,N...]] [--json FILE]
+    road.py [--program PROGRAM] [--links N[,N...]] [--silent] [--json FILE]
+
+With --silent no site ever answers, only the favicon service, which knows none, and each link has to
+end in its failure.
 
 For each number of links: the time until the last has its icon, the memory of the process tree, how
 long the main thread was away from its events, and how long a call to the status item, which it
@@ -30,10 +33,12 @@ from figures import Figures  # noqa: E402
 from program import Program, write_link  # noqa: E402
 from session import DesktopSession  # noqa: E402
 
+SERVICE = "http://service.example"
 ANSWER_AFTER = 0.050  # seconds
 CALL_INTERVAL = 0.010
 SAMPLE_INTERVAL = 0.5
 MOST_SECONDS = 300
+MOST_SECONDS_SILENT = 1800
 MOST_HELD = 0.050
 MOST_MEGABYTES = 300
 
@@ -64,11 +69,17 @@ def answer_to(target):
     return 404, "text/plain", b"nothing here"
 
 
+silent = False  # set in the process that serves
+
+
 async def serve_connection(reader, writer):
     try:
         while True:
             head = await reader.readuntil(b"\r\n\r\n")
-            status, kind, body = answer_to(head.split(b" ", 2)[1].decode())
+            target = head.split(b" ", 2)[1].decode()
+            if silent and not target.startswith(SERVICE):
+                continue
+            status, kind, body = answer_to(target)
             await asyncio.sleep(ANSWER_AFTER)
             writer.write(f"HTTP/1.1 {status} X\r\nContent-Type: {kind}\r\n"
                          f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
@@ -79,7 +90,10 @@ async def serve_connection(reader, writer):
         writer.close()
 
 
-def serve(port):
+def serve(port, answers):
+    global silent
+    silent = not answers
+
     async def run():
         server = await asyncio.start_server(serve_connection, "127.0.0.1", 0, backlog=256)
         port.send(server.sockets[0].getsockname()[1])
@@ -179,10 +193,10 @@ def tree_megabytes(pids):
     return total / 1024
 
 
-def measure(executable, held_time_library, count, port, figures):
+def measure(executable, held_time_library, count, port, silent, figures):
     proxy = f"http://127.0.0.1:{port}"
     environment = {"http_proxy": proxy, "https_proxy": proxy,
-                   "GLINTMARK_FAVICON_SERVICE": "http://service.example"}
+                   "GLINTMARK_FAVICON_SERVICE": SERVICE}
     with DesktopSession(environment=environment) as session:
         session.start_window_manager()
         session.start_panel()
@@ -200,7 +214,8 @@ def measure(executable, held_time_library, count, port, figures):
         for number in range(count):
             (beside / f"{number}.webloc").rename(session.home / "Downloads" / f"{number}.webloc")
         ended, memory = [], 0
-        while len(ended) < count and time.monotonic() - begin < 2 * MOST_SECONDS:
+        most_seconds = MOST_SECONDS_SILENT if silent else MOST_SECONDS
+        while len(ended) < count and time.monotonic() - begin < 2 * most_seconds:
             time.sleep(SAMPLE_INTERVAL)
             memory = max(memory, tree_megabytes([program.process.pid, *program.descendants()]))
             ended = DONE.findall(session.log("glintmark"))
@@ -209,10 +224,11 @@ def measure(executable, held_time_library, count, port, figures):
         caller.join()
         applied = collections.Counter(ended)
         waits = sorted(caller.waits)
-        figures.add(f"{count} links: all done after", seconds, "s", MOST_SECONDS)
+        figures.add(f"{count} links: all done after", seconds, "s", most_seconds)
         figures.add(f"{count} links: without exactly one end", count - sum(
             times == 1 for times in applied.values()), "", 0)
-        figures.add(f"{count} links: failed", sum(path.startswith("http") for path in applied), "", 0)
+        figures.add(f"{count} links: failed", sum(path.startswith("http") for path in applied), "",
+                    count if silent else 0)
         figures.add(f"{count} links: process tree, most", memory, "MB", MOST_MEGABYTES)
         longest, by_itself, times, too_long = held.figures()
         figures.add(f"{count} links: main thread held, longest", by_itself, "s", MOST_HELD)
@@ -228,15 +244,16 @@ def main():
     parser.add_argument("--program", type=pathlib.Path, default="build/bench/glintmark")
     parser.add_argument("--held-time", type=pathlib.Path, default="build/bench/bench/libheld_time.so")
     parser.add_argument("--links", default="1,100,1000,5000")
+    parser.add_argument("--silent", action="store_true")
     parser.add_argument("--json", type=pathlib.Path)
     arguments = parser.parse_args()
     figures = Figures()
     ours, theirs = multiprocessing.Pipe()
-    server = multiprocessing.Process(target=serve, args=(theirs,), daemon=True)
+    server = multiprocessing.Process(target=serve, args=(theirs, not arguments.silent), daemon=True)
     server.start()
     port = ours.recv()
     for count in arguments.links.split(","):
-        measure(arguments.program, arguments.held_time, int(count), port, figures)
+        measure(arguments.program, arguments.held_time, int(count), port, arguments.silent, figures)
     server.terminate()
     if arguments.json:
         arguments.json.write_text(json.dumps(figures.values, indent=1) + "\n")
