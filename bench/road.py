@@ -7,7 +7,8 @@ that answers every request after 50 ms.
 With --silent no site ever answers, only the favicon service, which knows none, and each link has to
 end in its failure.
 
-For each number of links: the time until the last has its icon, the memory of the process tree, how
+For links that come alone: what the program adds to its own delays and the site's answers. For each
+number of links at once: the time until the last has its icon, the memory of the process tree, how
 long the main thread was away from its events, and how long a call to the status item, which it
 answers, had to wait. Fails when a limit is passed, when a link has no icon, or when one has two.
 """
@@ -15,6 +16,7 @@ answers, had to wait. Fails when a limit is passed, when a link has no icon, or 
 import argparse
 import asyncio
 import collections
+import contextlib
 import json
 import multiprocessing
 import os
@@ -35,6 +37,10 @@ from session import DesktopSession  # noqa: E402
 
 SERVICE = "http://service.example"
 ANSWER_AFTER = 0.050  # seconds
+LONGEST_CHAIN = 3  # answers that wait for each other: the manifests that are tried
+FIXED_DELAYS = 2.0  # seconds from the file to its fetch
+LINKS_ALONE = 9
+MOST_ADDED = 0.030
 CALL_INTERVAL = 0.010
 SAMPLE_INTERVAL = 0.5
 MOST_SECONDS = 300
@@ -193,13 +199,35 @@ def tree_megabytes(pids):
     return total / 1024
 
 
-def measure(executable, held_time_library, count, port, silent, figures):
+@contextlib.contextmanager
+def desktop_session(port):
     proxy = f"http://127.0.0.1:{port}"
     environment = {"http_proxy": proxy, "https_proxy": proxy,
                    "GLINTMARK_FAVICON_SERVICE": SERVICE}
     with DesktopSession(environment=environment) as session:
         session.start_window_manager()
         session.start_panel()
+        yield session
+
+
+def measure_alone(executable, port, figures):
+    """One link after the other: what the program adds to its delays and the site's answers."""
+    added = []
+    with desktop_session(port) as session:
+        Program(session, executable).start().wait_until_started()
+        for number in range(LINKS_ALONE):
+            begin = time.monotonic()
+            write_link(session.home / "Downloads" / f"{number}.webloc",
+                       f"http://site-{number}.example/")
+            while len(DONE.findall(session.log("glintmark"))) <= number:
+                time.sleep(0.001)
+            added.append(time.monotonic() - begin - FIXED_DELAYS - LONGEST_CHAIN * ANSWER_AFTER)
+    figures.add("a link alone: added by the program, median", statistics.median(added), "s",
+                MOST_ADDED)
+
+
+def measure(executable, held_time_library, count, port, silent, figures):
+    with desktop_session(port) as session:
         held = HeldTime(held_time_library, session.home / "held")
         program = Program(session, executable, held.environment).start()
         program.wait_until_started()
@@ -252,6 +280,8 @@ def main():
     server = multiprocessing.Process(target=serve, args=(theirs, not arguments.silent), daemon=True)
     server.start()
     port = ours.recv()
+    if not arguments.silent:
+        measure_alone(arguments.program, port, figures)
     for count in arguments.links.split(","):
         measure(arguments.program, arguments.held_time, int(count), port, arguments.silent, figures)
     server.terminate()
