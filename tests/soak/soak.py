@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """A long life of the built program: a tree that changes all the time, sites that are good, bad and
-silent, and services that go and come back. Memory, descriptors and threads are sampled; in the end
-each link must have had exactly one end, and the program must be as small as it was.
+silent, and services that go and come back. Memory, descriptors, threads and the links that have had
+no end yet are sampled; in the end each link must have had exactly one, and the program must be as
+small as it was.
 
     soak.py --program PROGRAM --output FOLDER [--minutes N] [--seed N]
 
-Writes samples.csv and, where gnuplot is installed, samples.svg.
+Writes samples.csv and samples.svg.
 """
 
 import argparse
@@ -36,8 +37,10 @@ LAST_ANSWERS = 150.0  # by then every fetch has ended, those of silent sites inc
 REST = 40.0  # after which helper and HTTP thread have ended
 
 MOST_GROWTH = 10.0  # MB
-MOST_NEW_DESCRIPTORS = 2
+MOST_NEW_DESCRIPTORS = 0
 MOST_NEW_THREADS = 0
+
+COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "on their way", "lost")
 
 REPORTED = re.compile(r"^Glintmark: 新規webloc検知 → (.*)$", re.M)
 ENDED = re.compile(r"^Glintmark: (?:アイコン適用成功|アイコン適用失敗|URL extraction failed) → (.*)$", re.M)
@@ -54,7 +57,7 @@ class Life:
         self._random = random.Random(seed)
         self._folders = [folder]
         self._number = 0
-        self.links = {}  # path -> address
+        self.links = {}  # path -> (address, time)
 
     def step(self):
         change = self._random.random()
@@ -91,7 +94,7 @@ class Life:
         # The fragment, which no site sees, tells each address's end in the log.
         address = f"http://{self._random.choice(HOSTS)}/#{self._number}"
         write_link(path, address)
-        self.links[str(path)] = address
+        self.links[str(path)] = (address, time.monotonic())
 
 
 class Services:
@@ -124,20 +127,50 @@ class Services:
             self.step()
 
 
-class Samples:
-    """Memory, descriptors and threads of a process over time."""
+class Ends:
+    """How often each link was reported and how often its way ended, by what the log says so far."""
 
-    def __init__(self, pid, path):
+    def __init__(self, path, life):
+        self._log = open(path, "rb")
+        self._rest = b""
+        self._life = life
+        self._reported = collections.Counter()
+        self._ended = collections.Counter()
+        self._failed = collections.Counter()
+
+    def read(self):
+        text = self._rest + self._log.read()
+        whole, _, self._rest = text.rpartition(b"\n")
+        lines = whole.decode(errors="replace")
+        self._reported.update(REPORTED.findall(lines))
+        self._ended.update(ENDED.findall(lines))
+        self._failed.update(FAILED.findall(lines))
+        return self
+
+    def missing(self, since=0.0):
+        """Links that are older than so many seconds and have not had exactly one end."""
+        now = time.monotonic()
+        return [path for path, (address, begin) in self._life.links.items() if now - begin >= since and
+                (self._reported[path] != 1 or self._ended[path] + self._failed[address] != 1)]
+
+
+class Samples:
+    """Memory, descriptors and threads of a process over time, and the links on their way."""
+
+    def __init__(self, pid, ends, path):
         self._pid = pid
+        self._ends = ends
         self._file = open(path, "w", newline="")
         self._table = csv.writer(self._file)
-        self._table.writerow(("seconds", "pss_mb", "private_mb", "descriptors", "threads"))
+        self._table.writerow(COLUMNS)
         self._begin = time.monotonic()
 
     def take(self):
         proportional, private = memory_megabytes(self._pid)
+        ends = self._ends.read()
         row = (time.monotonic() - self._begin, proportional, private,
-               len(os.listdir(f"/proc/{self._pid}/fd")), len(os.listdir(f"/proc/{self._pid}/task")))
+               len(os.listdir(f"/proc/{self._pid}/fd")), len(os.listdir(f"/proc/{self._pid}/task")),
+               len(ends.missing()), len(ends.missing(LAST_ANSWERS)))
         self._table.writerow([f"{value:.2f}" for value in row])
         self._file.flush()
         return row
@@ -165,22 +198,18 @@ def live(life, services, samples, seconds):
     services.all_back()
 
 
-def links_without_one_end(life, log):
-    reported = collections.Counter(REPORTED.findall(log))
-    ended = collections.Counter(ENDED.findall(log))
-    failed = collections.Counter(FAILED.findall(log))
-    return [path for path, address in life.links.items()
-            if reported[path] != 1 or ended[path] + failed[address] != 1]
-
-
 def plot(folder):
-    if shutil.which("gnuplot") is None:
-        return
     subprocess.run(["gnuplot", "-e", f"""
-        set terminal svg size 800,400; set output '{folder}/samples.svg';
-        set datafile separator ','; set key autotitle columnhead; set xlabel 'seconds';
-        set yrange [0:*]; set grid;
-        plot for [column=2:5] '{folder}/samples.csv' using 1:column with lines"""], check=True)
+        set terminal svg size 900,900 background 'white'; set output '{folder}/samples.svg';
+        set datafile separator ','; set key autotitle columnhead outside; set grid;
+        set yrange [0:*]; set lmargin 8; set rmargin 22; set multiplot layout 3,1;
+        samples='{folder}/samples.csv';
+        set ylabel 'MB';
+        plot for [column=2:3] samples using ($1/60):column with lines;
+        set ylabel 'number';
+        plot for [column=4:5] samples using ($1/60):column with lines;
+        set ylabel 'links'; set xlabel 'minutes';
+        plot for [column=6:7] samples using ($1/60):column with lines"""], check=True)
 
 
 def main():
@@ -200,18 +229,19 @@ def main():
         program = Program(session, arguments.program).start()
         program.wait_until_started()
         StatusItem(session)
-        samples = Samples(program.process.pid, arguments.output / "samples.csv")
         life = Life(session.home / "Downloads", arguments.seed)
+        ends = Ends(session.logs / "glintmark.log", life)
+        samples = Samples(program.process.pid, ends, arguments.output / "samples.csv")
         services = Services(session, arguments.seed)
         live(life, services, samples, min(WARM_UP, arguments.minutes * 30))
         first = rested(samples, program)
         live(life, services, samples, arguments.minutes * 60)
         until = time.monotonic() + LAST_ANSWERS
-        while links_without_one_end(life, session.log("glintmark")) and time.monotonic() < until:
+        while ends.read().missing() and time.monotonic() < until:
             time.sleep(1)
         last = rested(samples, program)
         shutil.copy(session.logs / "glintmark.log", arguments.output)
-        lost = links_without_one_end(life, session.log("glintmark"))
+        lost = ends.read().missing()
         print("".join(f"not exactly once: {path}\n" for path in lost), end="")
         figures.add("links", len(life.links), "")
         figures.add("links without exactly one end", len(lost), "", 0)
