@@ -49,9 +49,13 @@ void FolderWatches::begin() {
 }
 
 void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
+    trees_.retryWhenDue();
     if (trees_.isWalking()) {
         trees_.walkOn();
         end = Clock::time_point();
+    }
+    if (const auto retryAt = trees_.retryAt()) {
+        end = std::min(end.value_or(*retryAt), *retryAt);
     }
     std::array<pollfd, 4> sources = {{{mounts_.descriptor(), POLLPRI, 0},
                                       {trees_.descriptor(), POLLIN, 0},

@@ -32,6 +32,13 @@ constexpr nlink_t linksOfALeaf = 2;  // its name and its own "."
 constexpr std::array<decltype(statfs::f_type), 3> linkCountingSystems = {
     EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, TMPFS_MAGIC};
 
+// A file system that is broken for good shall cost next to nothing.
+constexpr std::chrono::seconds shortestRetryPause{1};
+constexpr std::chrono::seconds longestRetryPause = std::chrono::hours(1);
+
+/// What trying again does not help against; that the watches are used up is told by itself.
+constexpr std::array lastingErrors = {ENOENT, ENOTDIR, EACCES, EPERM, ELOOP, ENAMETOOLONG, ENOSPC};
+
 constexpr std::int64_t coarsestTimestamp = 2;  // seconds, on FAT
 
 timespec coarseNow() {
@@ -84,7 +91,8 @@ TreeWatches::TreeWatches(Inotify inotify, std::vector<std::string> folders, Note
       tree_(std::move(folders)),
       since_(coarseNow()),
       note_(std::move(note)),
-      quietAt_(since_) {
+      quietAt_(since_),
+      retryPause_(shortestRetryPause) {
     for (const auto& folder : tree_.folders()) {
         foldersAtFirst_.push_back(identityOf(statusOf(AT_FDCWD, folder, 0)));
     }
@@ -197,7 +205,7 @@ void TreeWatches::handleLoss() {
 }
 
 void TreeWatches::walkAgain() {
-    if (!isWalking()) {
+    if (!isWalking() && !retryAt_) {
         since_ = quietAt_;
     }
     walks_.clear();
@@ -213,6 +221,19 @@ void TreeWatches::walkAgain() {
                 report(watch);
             }
             walks_.push_back({watch, walk});
+        }
+    }
+}
+
+void TreeWatches::retryWhenDue() {
+    if (isWalking() || !retryAt_ || *retryAt_ > Clock::now()) {
+        return;
+    }
+    walkAgain();
+    retryAt_.reset();
+    for (std::size_t i = 0; i < tree_.folders().size(); ++i) {
+        if (tree_.folderWatch(i) == WatchTree::noWatch) {
+            takeUpFolder(i, Walk::again);
         }
     }
 }
@@ -239,6 +260,7 @@ void TreeWatches::walk(const WalkStep& step) {
         ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | linkFlag));
     struct stat status {};
     if (!directory || ::fstat(directory.get(), &status) != 0) {
+        noteFailure(errno);
         return;
     }
     const Place place{step.watch, path, directory.get(), countsLinks(directory.get()),
@@ -252,6 +274,9 @@ void TreeWatches::walk(const WalkStep& step) {
         if (count % entriesAtOnce == 0) {
             readEvents();
         }
+    }
+    if (reader_.failed()) {
+        noteFailure(errno);
     }
 }
 
@@ -332,9 +357,14 @@ bool TreeWatches::isChange(Walk& walk, bool isNew, const struct statx& status) c
 }
 
 void TreeWatches::endWalk() {
+    const bool sawAll = !retryAt_;
+    const bool walkedAgain = std::exchange(walksAgain_, false);
+    if (!sawAll) {
+        return;
+    }
     isFirstWalk_ = false;
-    if (walksAgain_) {
-        walksAgain_ = false;
+    retryPause_ = shortestRetryPause;
+    if (walkedAgain) {
         removeUnseen();
     }
 }
@@ -399,9 +429,11 @@ TreeWatches::Watch TreeWatches::watchDirectory(const std::string& path, std::uin
     if (watch >= 0) {
         return watch;
     }
-    if (errno == ENOSPC || errno == ENOMEM) {
+    const int error = errno;
+    if (error == ENOSPC) {
         noteLimit();
     }
+    noteFailure(error);
     return WatchTree::noWatch;
 }
 
@@ -410,6 +442,19 @@ void TreeWatches::noteLimit() {
         note_("Event stream: the system gives no more than " + std::to_string(watchCount()) +
               " watches (fs.inotify.max_user_watches); directories beyond them are not watched");
     }
+}
+
+void TreeWatches::noteFailure(int error) {
+    const bool isLasting =
+        std::find(lastingErrors.begin(), lastingErrors.end(), error) != lastingErrors.end();
+    if (isLasting || retryAt_) {
+        return;
+    }
+    if (!isWalking()) {
+        since_ = quietAt_;  // what changed since then is not known of all directories
+    }
+    retryAt_ = Clock::now() + retryPause_;
+    retryPause_ = std::min(2 * retryPause_, longestRetryPause);
 }
 
 }  // namespace glintmark::platform

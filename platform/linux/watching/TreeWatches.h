@@ -49,8 +49,13 @@ public:
     void readEvents();
 
     /// Whether directories wait to be walked, and walks some of them.
-    bool isWalking() const { return isFirstWalk_ || walksAgain_ || !walks_.empty(); }
+    bool isWalking() const { return (isFirstWalk_ && !retryAt_) || walksAgain_ || !walks_.empty(); }
     void walkOn();
+
+    /// When all is to be walked again because the system refused something that it may grant then,
+    /// such as a descriptor; absent when it did not.
+    std::optional<Clock::time_point> retryAt() const { return retryAt_; }
+    void retryWhenDue();
 
     /// When the oldest change that still waits was found; absent when nothing waits.
     std::optional<Clock::time_point> waitingSince() const { return waitingSince_; }
@@ -103,6 +108,7 @@ private:
     void report(Watch watch);
     void wait();
     void noteLimit();
+    void noteFailure(int error);
 
     Inotify inotify_;
     WatchTree tree_;
@@ -114,7 +120,9 @@ private:
     std::vector<Watch> pending_;
     std::optional<Clock::time_point> waitingSince_;
     timespec quietAt_;  // no event was waiting then
-    bool isFirstWalk_ = true;
+    std::optional<Clock::time_point> retryAt_;
+    std::chrono::seconds retryPause_;
+    bool isFirstWalk_ = true;  // until one has seen everything
     bool walksAgain_ = false;
     bool hasStrays_ = false;
     bool lostEvents_ = false;

@@ -82,6 +82,47 @@ TEST_F(InotifyEventStreamLimitsTest, WhenWatchesRunOutTheRestWorksAndTheLogSaysS
     EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("max_user_watches")));
 }
 
+TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatTheSystemRefusesForAMomentIsTakenUpLater) {
+    directory_.createDirectories("links/a/b/c");
+    std::atomic<int> refused = 0;
+    beforeWatching([&](const std::string& path) {
+        return path == directory_.path("links/a") && ++refused == 1 ? ENOMEM : 0;
+    });
+    watch({"links"});
+    settle("links");
+    directory_.write("links/a/b/c/x");
+    EXPECT_TRUE(isReported("links/a/b/c"));
+    EXPECT_EQ(refused, 2);
+}
+
+TEST_F(InotifyEventStreamLimitsTest, AFolderThatTheSystemRefusesForAMomentIsTakenUpLater) {
+    directory_.createDirectories("links/a");
+    std::atomic<int> refused = 0;
+    beforeWatching([&](const std::string& path) {
+        // The first watch is that of the way to it.
+        return path == directory_.path("links") && ++refused == 2 ? ENOMEM : 0;
+    });
+    watch({"links"});
+    directory_.write("links/a/x");
+    EXPECT_TRUE(isReported("links/a"));
+}
+
+TEST_F(InotifyEventStreamLimitsTest,
+       ADirectoryThatCameWhileTheSystemRefusedIsReportedWithAllBelow) {
+    directory_.createDirectories("links");
+    directory_.createDirectories("outside/deep/deeper");
+    watchSettled({"links"});
+    std::atomic<int> refused = 0;
+    beforeWatching([&](const std::string& path) {
+        return path == directory_.path("links/came") && ++refused == 1 ? ENOMEM : 0;
+    });
+    directory_.move("outside", "links/came");
+    for (const auto* name : {"links/came", "links/came/deep", "links/came/deep/deeper"}) {
+        EXPECT_TRUE(isReported(name)) << name;
+    }
+    EXPECT_EQ(refused, 2);
+}
+
 TEST_F(InotifyEventStreamLimitsTest, ALaterFolderGetsItsWatchBeforeTheTreeOfAnEarlierOne) {
     directory_.createDirectories("huge/a/b/c");
     directory_.createDirectories("links");
