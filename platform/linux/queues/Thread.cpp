@@ -5,8 +5,6 @@
 #include <memory>
 #include <utility>
 
-#include "platform/FatalError.h"
-
 namespace glintmark::platform {
 
 namespace {
@@ -45,13 +43,6 @@ bool create(pthread_t& handle, int detachState, const std::string& name, std::si
 }
 
 }  // namespace
-
-Thread::Thread(const std::string& name, std::size_t stackBytes, std::function<void()> body)
-    : joinable_(create(handle_, PTHREAD_CREATE_JOINABLE, name, stackBytes, std::move(body))) {
-    if (!joinable_) {
-        fatalError("No thread left for " + name);
-    }
-}
 
 std::optional<Thread> Thread::start(const std::string& name, std::size_t stackBytes,
                                     std::function<void()> body) {

@@ -15,11 +15,7 @@ class Thread {
 public:
     Thread() = default;
 
-    /// Ends the process when the system has no thread left. The system shows the first 15 bytes
-    /// of `name`.
-    Thread(const std::string& name, std::size_t stackBytes, std::function<void()> body);
-
-    /// The same; absent when the system has no thread left.
+    /// Absent when the system has no thread left. It shows the first 15 bytes of `name`.
     static std::optional<Thread> start(const std::string& name, std::size_t stackBytes,
                                        std::function<void()> body);
 

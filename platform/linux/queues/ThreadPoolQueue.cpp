@@ -106,11 +106,16 @@ void ThreadPoolQueue::State::provideForDelayed() {
     }
 }
 
-/// None while another is about to begin: that one looks at all there is.
+/// None while another is about to begin: that one looks at all there is. When the system has no
+/// thread left, those that are there do the work, or it waits until more is submitted.
 void ThreadPoolQueue::State::addThread() {
     if (!isThreadBeginning && threads.size() < maximumThreads && !ending) {
-        isThreadBeginning = true;
-        threads.emplace_back(label, stackBytes, [self = shared_from_this()] { self->runThread(); });
+        auto thread =
+            Thread::start(label, stackBytes, [self = shared_from_this()] { self->runThread(); });
+        isThreadBeginning = thread.has_value();
+        if (thread) {
+            threads.push_back(*std::move(thread));
+        }
     }
 }
 

@@ -6,16 +6,17 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "platform/linux/GLibHandles.h"
+#include "platform/linux/queues/Thread.h"
 
 namespace glintmark::platform {
 
 namespace {
 
 constexpr auto attribute = "metadata::custom-icon";
+constexpr std::size_t stackBytes = std::size_t{512} * 1024;
 
 GObjectHandle<GFile> fileAt(const std::string& path) {
     return GObjectHandle<GFile>(g_file_new_for_path(path.c_str()));
@@ -56,8 +57,14 @@ struct IconMetadata::Owed {
 void IconMetadata::Worker::submit(const std::shared_ptr<Request>& request) {
     const std::scoped_lock lock(mutex);
     requests.push_back(request);
-    if (!std::exchange(running, true)) {
-        std::thread([self = shared_from_this()] { self->run(); }).detach();
+    if (running) {
+        return;
+    }
+    running = Thread::startDetached("icon-metadata", stackBytes,
+                                    [self = shared_from_this()] { self->run(); });
+    if (!running) {
+        request->written = false;
+        requests.pop_back();
     }
 }
 

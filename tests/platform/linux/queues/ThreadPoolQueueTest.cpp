@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -54,6 +58,32 @@ TEST(ThreadPoolQueueTest, DelayedWorkCostsNoThreadEach) {
     queue.asyncAfter(1ms, [&] { ran.set_value(); });
     ran.get_future().wait();
     EXPECT_LE(threadsNamed("delayed-work"), 2);  // one ran the work, one watches the clock
+}
+
+/// In a process of its own: work that came while no thread could be made runs with the next.
+[[noreturn]] void submitWithoutThreads() {
+    constexpr uid_t nobody = 65534;
+    if (::getuid() == 0 && ::setuid(nobody) != 0) {  // the limit does not bind root
+        std::_Exit(2);
+    }
+    rlimit before{};
+    ::getrlimit(RLIMIT_NPROC, &before);
+    const rlimit none{0, before.rlim_max};
+    ::setrlimit(RLIMIT_NPROC, &none);
+    ThreadPoolQueue queue("pool", 1);
+    std::promise<void> ran;
+    queue.async([] { std::fputs("first, ", stderr); });
+    ::setrlimit(RLIMIT_NPROC, &before);
+    queue.async([&] {
+        std::fputs("second", stderr);
+        ran.set_value();
+    });
+    ran.get_future().wait();
+    std::_Exit(0);
+}
+
+TEST(ThreadPoolQueueDeathTest, WorkWaitsWhereNoThreadCanBeMade) {
+    EXPECT_EXIT(submitWithoutThreads(), testing::ExitedWithCode(0), "^first, second$");
 }
 
 TEST(ThreadPoolQueueTest, AnEarlierDueTimeOvertakesALaterOne) {
