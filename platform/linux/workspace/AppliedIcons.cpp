@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <limits>
 #include <string_view>
 #include <unordered_set>
 
 #include "platform/linux/files/FileURI.h"
+#include "platform/linux/files/PosixFileManager.h"
 #include "platform/linux/files/WholeFile.h"
 #include "platform/linux/workspace/IconStore.h"
 
@@ -36,23 +39,33 @@ void AppliedIcons::add(const AppliedIcon& applied) {
     const std::string line = lineOf(applied);
     const std::scoped_lock lock(mutex_);
     const int file = open(file_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, fileMode);
-    if (file >= 0) {
-        [[maybe_unused]] const auto written = write(file, line.data(), line.size());
-        close(file);
+    if (file < 0) {
+        return;
     }
+    const off_t end = lseek(file, 0, SEEK_END);
+    const auto written = write(file, line.data(), line.size());
+    if (written != static_cast<ssize_t>(line.size())) {
+        // The next line must not be taken for the rest of this one.
+        static_cast<void>(!ftruncate(file, end));
+    }
+    close(file);
 }
 
-std::vector<AppliedIcon> AppliedIcons::all() const {
+std::optional<std::vector<AppliedIcon>> AppliedIcons::all() const {
     const std::scoped_lock lock(mutex_);
     return read();
 }
 
-std::vector<AppliedIcon> AppliedIcons::read() const {
-    const std::string text = readFile(file_);
+std::optional<std::vector<AppliedIcon>> AppliedIcons::read() const {
     std::vector<AppliedIcon> entries;
+    errno = 0;
+    const auto text = PosixFileManager().contents(file_, std::numeric_limits<std::size_t>::max());
+    if (!text) {
+        return errno == ENOENT ? std::optional(entries) : std::nullopt;
+    }
     std::unordered_set<std::string> seen;
     // From the end, since the last line about a file is the one that holds.
-    for (std::string_view rest = text; !rest.empty();) {
+    for (std::string_view rest = *text; !rest.empty();) {
         const auto end = rest.back() == '\n' ? rest.size() - 1 : rest.size();
         const auto newline = end == 0 ? std::string_view::npos : rest.rfind('\n', end - 1);
         const auto begin = newline == std::string_view::npos ? 0 : newline + 1;
@@ -68,8 +81,12 @@ std::vector<AppliedIcon> AppliedIcons::read() const {
 
 void AppliedIcons::reduce(const std::function<bool(const AppliedIcon&)>& keep) {
     const std::scoped_lock lock(mutex_);
+    const auto entries = read();
+    if (!entries) {
+        return;
+    }
     std::string text;
-    for (const auto& entry : read()) {
+    for (const auto& entry : *entries) {
         if (keep(entry)) {
             text += lineOf(entry);
         }

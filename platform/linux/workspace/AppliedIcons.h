@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,13 +25,14 @@ public:
     void add(const AppliedIcon& applied);
 
     /// The latest icon of each file, oldest first. Lines that are no such lines are left out.
-    std::vector<AppliedIcon> all() const;
+    /// Absent when the list is there but cannot be read.
+    std::optional<std::vector<AppliedIcon>> all() const;
 
     /// Writes the list anew with the entries that `keep` holds for.
     void reduce(const std::function<bool(const AppliedIcon&)>& keep);
 
 private:
-    std::vector<AppliedIcon> read() const;
+    std::optional<std::vector<AppliedIcon>> read() const;
 
     std::string file_;
     mutable std::mutex mutex_;  ///< Guards the file.

@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -21,6 +23,7 @@ using std::chrono::seconds;
 
 constexpr seconds firstDelay{600};
 constexpr seconds period{24 * 3600};
+constexpr std::size_t stackBytes = std::size_t{512} * 1024;
 constexpr std::string_view linkSuffix = ".webloc";
 
 bool isFolder(const std::string& path) {
@@ -28,9 +31,18 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+/// In doubt yes.
 bool exists(const std::string& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
+    return lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
+
+/// Whether a look at a file or folder failed in a way that tells nothing about it. What the user
+/// may not read shows no icon either.
+bool tellsNothing(int error) {
+    constexpr std::array answers = {0,       ENODATA, ENOTSUP, ERANGE, ENOENT,
+                                    ENOTDIR, EACCES,  EPERM,   ELOOP};
+    return std::find(answers.begin(), answers.end(), error) == answers.end();
 }
 
 /// Whether the file on record has the icon still, or cannot be asked at present: a disk that is
@@ -39,10 +51,11 @@ bool mayHaveIcon(const AppliedIcon& applied, const std::string& iconURI) {
     if (!exists(applied.path)) {
         return !isFolder(applied.path.substr(0, applied.path.rfind('/') + 1));
     }
+    errno = 0;
     if (const auto name = readIconName(applied.path)) {
         return *name == applied.name;
     }
-    return IconMetadata::readThroughGIO(applied.path) == iconURI;
+    return tellsNothing(errno) || IconMetadata::readThroughGIO(applied.path) == iconURI;
 }
 
 struct CloseTree {
@@ -83,7 +96,12 @@ void IconSweep::keepThoseOnRecord(std::set<std::string>& candidates) const {
     if (candidates.empty()) {
         return;
     }
-    for (const auto& entry : applied_.all()) {
+    const auto entries = applied_.all();
+    if (!entries) {
+        candidates.clear();
+        return;
+    }
+    for (const auto& entry : *entries) {
         if (candidates.contains(entry.name) &&
             mayHaveIcon(entry, glibFileURI(store_.pathOf(entry.name)))) {
             candidates.erase(entry.name);
@@ -106,11 +124,16 @@ void IconSweep::keepThoseBelowHome(std::set<std::string>& candidates,
             return;
         }
         const std::string_view name(entry->fts_name, entry->fts_namelen);
-        if (entry->fts_info == FTS_DP || name.find(linkSuffix) == std::string_view::npos) {
-            continue;
+        const bool isUnread = entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR;
+        errno = isUnread ? entry->fts_errno : 0;
+        if (entry->fts_info != FTS_DP && name.find(linkSuffix) != std::string_view::npos) {
+            if (const auto icon = readIconName(entry->fts_path)) {
+                candidates.erase(*icon);
+            }
         }
-        if (const auto icon = readIconName(entry->fts_path)) {
-            candidates.erase(*icon);
+        if (tellsNothing(errno)) {
+            candidates.clear();
+            return;
         }
     }
     const bool isWholeTree = tree != nullptr && errno == 0;  // as fts_read(3) leaves it
@@ -126,7 +149,7 @@ IconSweeper::~IconSweeper() { stop(); }
 void IconSweeper::sweepNow() {
     stop();
     stopping_ = false;
-    thread_ = std::thread([this] {
+    thread_ = Thread::start("icon-sweep", stackBytes, [this] {
         becomeUnimportant();
         sweep_.run(std::time(nullptr), stopping_);
     });
@@ -134,9 +157,7 @@ void IconSweeper::sweepNow() {
 
 void IconSweeper::stop() {
     stopping_ = true;
-    if (thread_.joinable()) {
-        thread_.join();
-    }
+    thread_.reset();
 }
 
 void IconSweeper::scheduleIn(seconds delay) {

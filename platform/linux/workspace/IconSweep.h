@@ -3,11 +3,12 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <optional>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "platform/linux/GLibHandles.h"
+#include "platform/linux/queues/Thread.h"
 #include "platform/linux/workspace/AppliedIcons.h"
 #include "platform/linux/workspace/IconStore.h"
 
@@ -17,7 +18,8 @@ namespace glintmark::platform {
 ///
 /// An icon goes when nothing has read or written it for thirty days, no file on record has it,
 /// each of those files' folders is there to look into, and no link file below the home folder has
-/// it (a file keeps its icon's name wherever it is moved). Blocks for as long as it takes to look.
+/// it (a file keeps its icon's name wherever it is moved). What cannot be read for another reason
+/// than that the user may not read it may have any icon. Blocks for as long as it takes to look.
 class IconSweep {
 public:
     static constexpr std::chrono::hours unusedFor{24 * 30};
@@ -56,7 +58,7 @@ private:
 
     IconSweep sweep_;
     std::atomic<bool> stopping_ = false;
-    std::thread thread_;
+    std::optional<Thread> thread_;
     GSourceId timer_;
 };
 
