@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <string_view>
 
 #include "platform/linux/network/CurlCookies.h"
@@ -233,10 +234,14 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
     if (hop_->givenUp || bytes.size() > options_.bodyLimit - body_.size()) {
         return false;
     }
-    if (body_.empty()) {
-        body_.reserve(declaredLength());  // less than it will be if it is packed
+    try {
+        if (body_.empty()) {
+            body_.reserve(declaredLength());  // less than it will be if it is packed
+        }
+        body_.append(bytes);
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    body_.append(bytes);
     hop_->budget->grown(bytes.size());
     return !hop_->givenUp;
 }
