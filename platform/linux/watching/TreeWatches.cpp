@@ -143,8 +143,10 @@ void TreeWatches::releaseFolder(std::size_t folder) {
 
 void TreeWatches::readEvents() {
     const auto before = coarseNow();
+    const auto sinceThen = Clock::now();
     inotify_.read([this](const InotifyEvent& event) { handle(event); });
     quietAt_ = before;
+    quietSince_ = sinceThen;
 }
 
 void TreeWatches::handle(const InotifyEvent& event) {
@@ -206,7 +208,7 @@ void TreeWatches::handleLoss() {
 
 void TreeWatches::walkAgain() {
     if (!isWalking() && !retryAt_) {
-        since_ = quietAt_;
+        countChangesSinceQuiet();
     }
     walks_.clear();
     walksAgain_ = true;
@@ -444,6 +446,15 @@ void TreeWatches::noteLimit() {
     }
 }
 
+/// Where the clock was set back meanwhile, new time stamps may be earlier than old ones.
+void TreeWatches::countChangesSinceQuiet() {
+    const auto passed = std::chrono::ceil<std::chrono::seconds>(Clock::now() - quietSince_);
+    const auto setBack = quietAt_.tv_sec + passed.count() - coarseNow().tv_sec;
+    constexpr std::int64_t inaccuracy = 2;  // seconds, of both clocks' rounding
+    since_ = quietAt_;
+    since_.tv_sec -= setBack > inaccuracy ? setBack : 0;
+}
+
 void TreeWatches::noteFailure(int error) {
     const bool isLasting =
         std::find(lastingErrors.begin(), lastingErrors.end(), error) != lastingErrors.end();
@@ -451,7 +462,7 @@ void TreeWatches::noteFailure(int error) {
         return;
     }
     if (!isWalking()) {
-        since_ = quietAt_;  // what changed since then is not known of all directories
+        countChangesSinceQuiet();
     }
     retryAt_ = Clock::now() + retryPause_;
     retryPause_ = std::min(2 * retryPause_, longestRetryPause);

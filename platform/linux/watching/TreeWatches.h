@@ -109,6 +109,7 @@ private:
     void wait();
     void noteLimit();
     void noteFailure(int error);
+    void countChangesSinceQuiet();
 
     Inotify inotify_;
     WatchTree tree_;
@@ -119,7 +120,8 @@ private:
     std::deque<WalkStep> walks_;
     std::vector<Watch> pending_;
     std::optional<Clock::time_point> waitingSince_;
-    timespec quietAt_;  // no event was waiting then
+    timespec quietAt_;  // no event was waiting then, by the clock of the time stamps
+    Clock::time_point quietSince_ = Clock::now();
     std::optional<Clock::time_point> retryAt_;
     std::chrono::seconds retryPause_;
     bool isFirstWalk_ = true;  // until one has seen everything
