@@ -91,10 +91,10 @@ class SystemLimit:
 class BareProgram:
     """One run of the program, below one temporary folder that goes with it."""
 
-    def __init__(self, executable, place=None, wrapper=(), environment=None):
+    def __init__(self, executable, place=None, wrapper=()):
         """`place`: where to make the folder. `wrapper`: a command that starts the program."""
         self._command = [*wrapper, str(pathlib.Path(executable).resolve())]
-        self._environment = environment or {}
+        self.environment = {}  # additional variables
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="glintmark-stress-", dir=place))
         self.home = self.root / "home"
         self.desktop = self.home / "Desktop"
@@ -127,8 +127,11 @@ class BareProgram:
         settings.parent.mkdir(parents=True)
         settings.write_text(json.dumps({"extraFolders": [str(folder) for folder in folders]}))
 
-    def start(self):
-        """Returns when the program says that it watches."""
+    def use_executable(self, executable):
+        self._command[-1] = str(executable)
+
+    def spawn(self):
+        """The process, just begun; its standard error is a pipe."""
         environment = {key: os.environ[key] for key in ("PATH", "TSAN_OPTIONS", "ASAN_OPTIONS",
                                                         "UBSAN_OPTIONS") if key in os.environ}
         environment.update({
@@ -139,10 +142,14 @@ class BareProgram:
             "XDG_RUNTIME_DIR": str(self._runtime),
             "GLINTMARK_FAVICON_SERVICE": "",
             "LANG": "C.UTF-8",
-        }, **self._environment)
+        }, **self.environment)
+        return subprocess.Popen(self._command, env=environment, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+
+    def start(self):
+        """Returns when the program says that it watches."""
         self._pieces, self._reports, self._scanned, self._rest = [], [], 0, b""
-        self.process = subprocess.Popen(self._command, env=environment, stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self.process = self.spawn()
         # Room for a burst of lines, so that the program does not wait for this one.
         fcntl.fcntl(self.process.stderr, F_SETPIPE_SZ, PIPE_BYTES)
         self._reader = threading.Thread(target=self._read, args=(self.process.stderr.fileno(),))

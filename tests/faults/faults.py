@@ -1,0 +1,55 @@
+"""Orders for the preloaded library: which calls of a program fail, and how. They may be given and
+taken back while the program runs, and each counts the calls that it is about."""
+
+import errno
+import mmap
+import pathlib
+import struct
+
+HEADER = struct.Struct("=Ii")  # as Faults.cpp has them
+ORDER = struct.Struct("=24s96siIII")
+MOST_ORDERS = 128
+
+ALWAYS = 2**32 - 1
+HANG = -1
+CUT_SHORT = -2  # half of what write(2) was to write
+
+
+class Faults:
+    def __init__(self, folder, library):
+        self._library = pathlib.Path(library).resolve()
+        self._path = pathlib.Path(folder) / "faults"
+        self._path.write_bytes(bytes(HEADER.size + MOST_ORDERS * ORDER.size))
+        with open(self._path, "r+b") as file:
+            self._memory = mmap.mmap(file.fileno(), 0)
+        self._count = 0
+
+    def environment(self):
+        return {"LD_PRELOAD": str(self._library), "GLINTMARK_FAULTS": str(self._path)}
+
+    def fail(self, function, error, subject="", first=1, last=None):
+        """From the call of this number on; once only, unless `last` says otherwise. The order's
+        number. `subject` is part of the path that a call is about."""
+        place = HEADER.size + self._count * ORDER.size
+        ORDER.pack_into(self._memory, place, function.encode(), subject.encode(), error, first,
+                        first if last is None else last, 0)
+        self._count += 1
+        HEADER.pack_into(self._memory, 0, self._count, self._seconds())
+        return self._count - 1
+
+    def count(self, function, subject=""):
+        """An order that lets all calls pass."""
+        return self.fail(function, errno.EIO, subject, 0, 0)
+
+    def seen(self, order):
+        return ORDER.unpack_from(self._memory, HEADER.size + order * ORDER.size)[-1]
+
+    def clear(self):
+        self._count = 0
+        HEADER.pack_into(self._memory, 0, 0, self._seconds())
+
+    def set_wall_clock_ahead(self, seconds):
+        HEADER.pack_into(self._memory, 0, self._count, seconds)
+
+    def _seconds(self):
+        return HEADER.unpack_from(self._memory, 0)[1]

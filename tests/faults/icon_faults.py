@@ -1,0 +1,143 @@
+"""Every call that setting an icon makes fails once, each for a file of its own."""
+
+import colorsys
+import errno
+import hashlib
+import pathlib
+import subprocess
+
+from faults import ALWAYS, CUT_SHORT
+from faulty_program import (ICON_SET, FaultyProgram, check, extended_attribute, wait_for)
+from sites import Answer, SiteServer, picture, png
+
+SITES = 72
+LAST = "last"  # a file of the site of each that failed
+
+# By what a call is about: functions, and errors that they can end with.
+LINK_FILE = {"stat": [errno.EIO], "open": [errno.EMFILE, errno.EIO], "fstat": [errno.EIO],
+             "read": [errno.EIO], "setxattr": [errno.ENOSPC, errno.ENOTSUP],
+             "utimensat": [errno.EPERM]}
+NEW_FILE = {"mkostemps": [errno.EMFILE], "fchmod": [errno.EPERM], "write": [errno.ENOSPC, CUT_SHORT],
+            "rename": [errno.ENOSPC], "close": [errno.EIO]}
+STORED = {"stat": [errno.EIO], **NEW_FILE}
+
+
+def colour_of(number):
+    return tuple(int(255 * part) for part in colorsys.hsv_to_rgb(number / SITES, 0.9, 0.9))
+
+
+def sites():
+    return {f"s{number}.example": {"/favicon.ico": picture(png(32, 32, colour_of(number), False))}
+            for number in range(SITES)}
+
+
+def address_of(number):
+    return f"http://s{number}.example/"
+
+
+def thumbnail_name(link):
+    return hashlib.md5(link.as_uri().encode()).hexdigest()
+
+
+def link_of(program, number):
+    return program.downloads / f"link-{number}-.webloc"
+
+
+def drop_all(program, numbers):
+    for number in numbers:
+        program.drop(link_of(program, number).name, address_of(number))
+    for number in numbers:
+        wait_for(lambda n=number: program.ends(link_of(program, n), address_of(n)),
+                 f"the end of link {number}")
+
+
+def clean_run(options, server):
+    """What each site's stored icon is called, and how often each function is called for a file."""
+    with FaultyProgram(options, server) as program:
+        link = link_of(program, 0)
+        program.start()
+        orders = {(kind, function): program.faults.count(function, subject)
+                  for kind, functions, subject in (("link", LINK_FILE, link.name),
+                                                   ("thumbnail", NEW_FILE, thumbnail_name(link)))
+                  for function in functions}
+        drop_all(program, range(SITES))
+        names = [extended_attribute(link_of(program, number)) for number in range(SITES)]
+        calls = {key: program.faults.seen(order) for key, order in orders.items()}
+    check(len(set(names)) == SITES and None not in names, f"not every icon was set: {names}")
+    check(calls["thumbnail", "rename"] == 4, f"other thumbnails than expected: {calls}")
+    return names, calls
+
+
+def plan(calls):
+    """(kind, function, error, number of the call), each of which has a link of its own."""
+    found = []
+    for kind, functions in (("link", LINK_FILE), ("thumbnail", NEW_FILE), ("stored", STORED)):
+        for function, errors in functions.items():
+            for error in errors:
+                # A stored icon is written at once, as one file of its own.
+                most = calls.get((kind, function), 1)
+                found += [(kind, function, error, call) for call in range(1, most + 1)]
+    return found[:SITES]
+
+
+def pixel_colours(files):
+    """The colour in the middle of each picture, by one run of one command."""
+    command = ["identify", "-format", "%[fx:int(255*p{w/2,h/2}.r+.5)],%[fx:int(255*p{w/2,h/2}.g+.5)],"
+               "%[fx:int(255*p{w/2,h/2}.b+.5)]\n", *map(str, files)]
+    lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.split()
+    return [tuple(map(int, line.split(","))) for line in lines]
+
+
+def check_pictures(program, names, faults):
+    """What there is of icons is whole and the right one."""
+    expected = {}
+    for number in range(len(faults)):
+        link = link_of(program, number)
+        name = extended_attribute(link)
+        check(name in (None, names[number]), f"link {number} has the icon of another")
+        for file in program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"):
+            expected[file] = colour_of(number)
+        stored = program.icons / f"{names[number]}.png"
+        if stored.exists():
+            expected[stored] = colour_of(number)
+        check(name is None or stored.exists(), f"link {number} has an icon that is not there")
+    for (file, wanted), colour in zip(expected.items(), pixel_colours(expected)):
+        check(max(abs(a - b) for a, b in zip(colour, wanted)) < 3, f"{file} has {colour}")
+
+
+def check_next_icons(program, faults):
+    """The same sites once more, without faults."""
+    program.faults.clear()
+    links = [program.drop(f"{LAST}-{number}.webloc", address_of(number))
+             for number in range(len(faults))]
+    for number, link in enumerate(links):
+        wait_for(lambda this=link: f"{ICON_SET}{this}" in program.lines(),
+                 f"the icon of a file after {faults[number]}")
+        check(len(list(program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"))) == 4,
+              f"thumbnails of a file after {faults[number]}")
+
+
+def each_call_fails(options):
+    with SiteServer(sites()) as server:
+        names, calls = clean_run(options, server)
+        faults = plan(calls)
+        with FaultyProgram(options, server) as program:
+            program.start()
+            subjects = {"link": lambda number: link_of(program, number).name,
+                        "thumbnail": lambda number: thumbnail_name(link_of(program, number)),
+                        "stored": lambda number: names[number]}
+            orders = [program.faults.fail(function, error, subjects[kind](number), call)
+                      for number, (kind, function, error, call) in enumerate(faults)]
+            drop_all(program, range(len(faults)))
+            unused = [fault for fault, order in zip(faults, orders)
+                      if program.faults.seen(order) < fault[3]]
+            check(not unused, f"calls that did not come: {unused}")
+            for number, fault in enumerate(faults):
+                ends = program.ends(link_of(program, number), address_of(number))
+                check(ends == 1, f"{fault}: {ends} ends")
+            check(not program.unfinished_files(), f"left: {program.unfinished_files()}")
+            check_pictures(program, names, faults)
+            check_next_icons(program, faults)
+            program.check_lives("all faults")
+            program.check_ends()
+    return f"{len(faults)} faults, one end each, no wrong icon, nothing left over"

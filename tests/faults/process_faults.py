@@ -1,0 +1,282 @@
+"""What the process as a whole needs is taken away, or is not what it seems: descriptors, memory, the
+wall clock, time to run, the network, answers to look-ups, answers of sites."""
+
+import errno
+import os
+import resource
+import signal
+import subprocess
+import threading
+import time
+
+from faults import ALWAYS, HANG
+from bare_program import SystemLimit
+from faulty_program import ICON_SET, NO_ICON, REPORTED, FaultyProgram, check, wait_for
+from sites import MAGENTA, Answer, SiteServer, picture, png
+
+GOOD = "good.example"
+LARGE = "large.example"
+SILENT = "silent.example"
+YEAR = 365 * 24 * 3600
+SHORT_QUEUE = 64  # events
+SUSPENDED = 6.0  # seconds; longer than any of the program's own delays
+FEWEST_DESCRIPTORS = range(4, 36, 2)
+LARGE_PAGE = 30 << 20  # bytes
+MEMORY_LEFT = (8 << 20, 24 << 20, 48 << 20, 80 << 20)
+LIVELY = 4.0  # seconds until a new file is seen: the fixed delays and what a busy machine adds
+
+
+def good_sites():
+    return {GOOD: {"/favicon.ico": picture(png(32, 32, MAGENTA))}}
+
+
+def check_sets_icons(program, name, address=f"http://{GOOD}/"):
+    link = program.drop(f"{name}.webloc", address)
+    wait_for(lambda: program.ends(link, address), f"the end of {name}")
+    check(program.count(f"{ICON_SET}{link}") == 1, f"{name}: no icon")
+
+
+def check_ends_once(program, links):
+    """`links`: path -> address."""
+    for link, address in links.items():
+        wait_for(lambda: program.ends(link, address), f"the end of {link.name}")
+    twice = [link.name for link, address in links.items() if program.ends(link, address) != 1]
+    check(not twice, f"more than one end: {twice[:3]}")
+    reports = program.reported_paths()
+    check(len(reports) == len(set(reports)), "reported twice")
+
+
+def start_with_few_descriptors(options, server, most):
+    """Whether it works. If not, it must have ended by itself and said why."""
+    wrapper = ("prlimit", f"--nofile={most}:{most}")
+    with FaultyProgram(options, server, wrapper) as program:
+        try:
+            program.start()
+        except RuntimeError:
+            status = program.process.wait()
+            check(status != -signal.SIGSEGV, f"{most} descriptors: {status}")
+            wait_for(program.lines, f"what it says with {most} descriptors, ended with {status}")
+            return False
+        link = program.drop("a.webloc", f"http://{GOOD}/")
+        check_ends_once(program, {link: f"http://{GOOD}/"})
+        program.check_lives(f"with {most} descriptors")
+        program.check_ends()
+    return True
+
+
+def descriptors_at_the_start(options):
+    with SiteServer(good_sites()) as server:
+        works = {most: start_with_few_descriptors(options, server, most)
+                 for most in FEWEST_DESCRIPTORS[::1 if options.full else 5]}
+    least = min((most for most, good in works.items() if good), default=None)
+    check(works[max(works)], f"does not work with {max(works)}")
+    return f"works from {least} on, says why it ends with fewer"
+
+
+def descriptors_while_it_runs(options):
+    """None is left for a while; files that came meanwhile get their icons then."""
+    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
+        deep = program.downloads / "deep"
+        deep.mkdir()
+        program.start()
+        check_sets_icons(program, "before")
+        usual = resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE, (3, usual[1]))
+        order = program.faults.count("open")
+        during = program.drop("during.webloc", f"http://{GOOD}/")
+        (program.downloads / "came" / "below").mkdir(parents=True)
+        wait_for(lambda: program.faults.seen(order) > 6, "attempts")
+        check(program.count(f"{REPORTED}{during}") == 0, "could not be listed, but was reported")
+        resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE, usual)
+        check_ends_once(program, {during: f"http://{GOOD}/"})
+        check(program.count(f"{ICON_SET}{during}") == 1, "no icon for what came meanwhile")
+        for folder in (deep, program.downloads / "came" / "below"):
+            (folder / "later.webloc").touch()
+            wait_for(lambda: os.fsencode(folder / "later.webloc") in program.reported_paths(),
+                     f"a later file in {folder.name}")
+        check_sets_icons(program, "after")
+        program.check_ends()
+    return "lives without any, and makes up for it"
+
+
+def no_more_threads(options):
+    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
+        program.start()
+        check_sets_icons(program, "before")
+        order = program.faults.fail("pthread_create", errno.EAGAIN, last=ALWAYS)
+        links = {program.drop(f"{number}.webloc", f"http://{GOOD}/#{number}"): f"http://{GOOD}/#{number}"
+                 for number in range(5)}
+        check_ends_once(program, links)
+        check(program.faults.seen(order), "no thread was asked for")
+        program.faults.clear()
+        check_sets_icons(program, "after")
+        program.check_ends()
+    return "lives with those that it has"
+
+
+def virtual_size(pid):
+    with open(f"/proc/{pid}/statm") as file:
+        return int(file.read().split()[0]) * resource.getpagesize()
+
+
+def fetch_with_little_memory(options, server, left):
+    """How it went: "failed" when the program lives on, "ended" when it ended and said so."""
+    with FaultyProgram(options, server) as program:
+        program.start()
+        check_sets_icons(program, "before")
+        usual = resource.prlimit(program.process.pid, resource.RLIMIT_AS)
+        resource.prlimit(program.process.pid, resource.RLIMIT_AS,
+                         (virtual_size(program.process.pid) + left, usual[1]))
+        link, address = program.downloads / "large.webloc", f"http://{LARGE}/"
+        program.drop(link.name, address)
+        wait_for(lambda: program.ends(link, address) or program.process.poll() is not None, "an end")
+        if program.process.poll() is not None:
+            check("memory" in program.lines()[-1] or "alloc" in program.log().decode(),
+                  f"ended and said nothing: {program.lines()[-2:]}")
+            return f"ended with {program.process.poll()}, {program.lines()[-2:]}"
+        check(program.ends(link, address) == 1, "more than one end")
+        resource.prlimit(program.process.pid, resource.RLIMIT_AS, usual)
+        check_sets_icons(program, "after")
+        program.check_ends()
+        return "lives"
+
+
+def little_memory(options):
+    page = b"<html><head>" + b"<link rel=icon href=/x.png>" * 1000 + b" " * LARGE_PAGE
+    sites = {**good_sites(), LARGE: {"/": Answer(page), "/favicon.ico": Answer(page)}}
+    with SiteServer(sites) as server:
+        how = {left >> 20: fetch_with_little_memory(options, server, left)
+               for left in MEMORY_LEFT[::1 if options.full else 3]}
+    return ", ".join(f"{left} MB left: {outcome}" for left, outcome in how.items())
+
+
+def wall_clock_jumps(options):
+    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
+        program.start()
+        for number, ahead in enumerate((YEAR, -YEAR, 0)):
+            program.faults.set_wall_clock_ahead(ahead)
+            begin = time.monotonic()
+            check_sets_icons(program, f"jump-{number}")
+            check(time.monotonic() - begin < 2 * LIVELY, f"late after a jump to {ahead} s")
+            folder = program.downloads / f"new-{number}" / "below"
+            folder.mkdir(parents=True)
+            (folder / "x.webloc").touch()
+            wait_for(lambda: os.fsencode(folder / "x.webloc") in program.reported_paths(),
+                     f"a file in a new folder after a jump to {ahead} s")
+        program.check_ends()
+    return "a year forwards and two backwards change nothing"
+
+
+def clock_set_back_while_events_are_lost(options):
+    """What changed is then told by time stamps, which are earlier than those seen before."""
+    with FaultyProgram(options) as program:
+        folders = [program.desktop / "old" / str(number) for number in range(10)]
+        for folder in folders:
+            folder.mkdir(parents=True)
+        program.faults.set_wall_clock_ahead(YEAR)
+        with SystemLimit("max_queued_events", SHORT_QUEUE) as limit:
+            program.start()
+        check_reports(program, [program.desktop / "before" / "x.webloc"])
+        program.process.send_signal(signal.SIGSTOP)
+        program.faults.set_wall_clock_ahead(0)
+        files = [program.desktop / f"{number}.webloc" for number in range(4 * SHORT_QUEUE)]
+        check_reports(program, files + [folder / "x.webloc" for folder in folders])
+        program.check_ends()
+    return "nothing lost" if limit.changed else "left out: the queue's length may not be set"
+
+
+def check_reports(program, paths):
+    for path in paths:
+        path.parent.mkdir(exist_ok=True)
+        path.touch()
+    program.process.send_signal(signal.SIGCONT)
+    wait_for(lambda: {os.fsencode(path) for path in paths} <= set(program.reported_paths()), "reports")
+
+
+def suspension(options):
+    """Stopped while files appear, at the top and in new and old folders below."""
+    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
+        old = program.desktop / "old" / "below"
+        old.mkdir(parents=True)
+        program.start()
+        check_sets_icons(program, "before")
+        program.process.send_signal(signal.SIGSTOP)
+        links = {}
+        for number in range(10):
+            new = program.downloads / f"new-{number}" / "below"
+            new.mkdir(parents=True)
+            for folder in (program.desktop, old, new):
+                link = folder / f"{number}.webloc"
+                program.write(link, f"http://{GOOD}/#{number}-{folder.name}")
+                links[link] = f"http://{GOOD}/#{number}-{folder.name}"
+        until = time.monotonic() + SUSPENDED
+        wait_for(lambda: time.monotonic() > until, "the morning")
+        program.process.send_signal(signal.SIGCONT)
+        check_ends_once(program, links)
+        check_sets_icons(program, "after")
+        program.check_ends()
+    return f"{len(links)} files meanwhile, each once"
+
+
+def network_down(options):
+    """In a network of its own, in which not even loopback is up."""
+    wrapper = ("unshare", "--user", "--map-root-user", "--net")
+    if subprocess.run([*wrapper, "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
+        return "left out: no network namespace to be had"
+    addresses = ["http://127.0.0.1:9/", "http://192.0.2.1/", "https://[2001:db8::1]/",
+                 "http://nowhere.example/"]
+    with FaultyProgram(options, wrapper=wrapper) as program:
+        program.start()
+        links = {program.drop(f"{number}.webloc", address): address
+                 for number, address in enumerate(addresses)}
+        check_ends_once(program, links)
+        check(all(program.count(f"{NO_ICON}{address}") == 1 for address in addresses), "no failure line")
+        program.check_ends()
+    return f"{len(addresses)} links, one failure line each"
+
+
+def slow_lookup(options):
+    """Of one name, while others are answered at once."""
+    with SiteServer({}) as server, FaultyProgram(options) as program:
+        icon = f"http://localhost:{server.port}/icon.png"
+        server.sites[""] = {"/": Answer(f'<link rel="icon" href="{icon}">'.encode()),
+                            "/icon.png": picture(png(32, 32, MAGENTA))}
+        program.faults.fail("getaddrinfo", HANG, "slow.example", last=ALWAYS)
+        program.start()
+        slow = program.drop("slow.webloc", "http://slow.example/")
+        wait_for(lambda: "Glintmark: URL → http://slow.example/" in program.lines(), "the slow link")
+        begin = time.monotonic()
+        check_sets_icons(program, "other", f"http://localhost:{server.port}/")
+        check(time.monotonic() - begin < 2 * LIVELY, "the others wait for the slow one")
+        check_ends_once(program, {slow: "http://slow.example/"})
+        check(program.count(f"{NO_ICON}http://slow.example/") == 1, "no failure line")
+        check_sets_icons(program, "after", f"http://localhost:{server.port}/")
+        program.check_ends()
+    return "others proceed, the slow one ends in its failure line"
+
+
+def silent_sites(options):
+    """They accept and never answer. New files are seen all the while."""
+    count = 500 if options.full else 24
+    never = threading.Event()
+    sites = {f"{number}.{SILENT}": {"*": Answer(wait=never)} for number in range(count)}
+    with SiteServer(sites) as server, FaultyProgram(options, server) as program:
+        program.start()
+        links = {}
+        for number in range(count):
+            address = f"http://{number}.{SILENT}/"
+            links[program.drop(f"{number}.webloc", address)] = address
+        wait_for(lambda: server.urls(), "the first request")
+        begin = time.monotonic()
+        lively = program.downloads / "lively.webloc"
+        lively.touch()
+        wait_for(lambda: program.count(f"{REPORTED}{lively}"), "a new file")
+        check(time.monotonic() - begin < 2 * LIVELY, "a new file was seen late")
+        begin = time.monotonic()
+        for link, address in links.items():
+            wait_for(lambda: program.count(f"{NO_ICON}{address}"), f"the end of {link.name}", 400)
+        taken = time.monotonic() - begin
+        check_ends_once(program, links)
+        never.set()
+        program.check_ends()
+    return f"{count} links, one failure line each, after {taken:.0f} s"

@@ -1,0 +1,99 @@
+"""Every call that watching folders makes fails once: at the start, and when the folders change."""
+
+import concurrent.futures
+import errno
+import os
+
+from faulty_program import FaultyProgram, TimedOut, check, wait_for
+
+AT_ONCE = 8  # programs
+FEW_CALLS, MOST_CALLS = 2, 12  # of one function
+PATIENCE = 6.0  # seconds; after that a further change helps
+DEADLINE = 60.0
+STREAM_RUNS = "Glintmark: ファイル監視開始（バックグラウンドキュー）"
+LISTING = ("open", "getdents64")
+MAKES_STREAM = ("inotify_init1", "eventfd", "pthread_create")
+TREE = "Desktop"
+FOLDER_CALLS = {"open": errno.EMFILE, "fstat": errno.EIO, "fstatfs": errno.EIO, "statx": errno.EIO,
+                "getdents64": errno.EIO, "inotify_add_watch": errno.ENOMEM}
+OTHER_CALLS = {"inotify_init1": errno.EMFILE, "eventfd": errno.EMFILE, "ppoll": errno.ENOMEM,
+               "pthread_create": errno.EAGAIN}
+
+
+def subject_of(function):
+    return "" if function in OTHER_CALLS else "inotify" if function == "read" else f"/{TREE}"
+
+
+def make_old_tree(program):
+    deep = program.desktop / "a" / "b" / "c"
+    deep.mkdir(parents=True)
+    (program.desktop / "old.webloc").touch()
+
+
+def change(program):
+    """What must be reported afterwards."""
+    new = program.desktop / "new"
+    new.mkdir()
+    made = [program.desktop / "top.webloc", program.desktop / "a/b/c/deep.webloc", new / "in.webloc"]
+    for path in made:
+        path.touch()
+    return {os.fsencode(path) for path in made}
+
+
+def clean_run(options):
+    with FaultyProgram(options) as program:
+        make_old_tree(program)
+        orders = {function: program.faults.count(function, subject_of(function))
+                  for function in (*FOLDER_CALLS, *OTHER_CALLS, "read")}
+        program.start()
+        made = change(program)
+        wait_for(lambda: made <= set(program.reported_paths()), "the reports")
+        return {function: program.faults.seen(order) for function, order in orders.items()}
+
+
+def reported(program, paths):
+    return paths <= set(program.reported_paths())
+
+
+def check_fault(options, function, number):
+    """What comes after one call has failed is reported all the same. A folder that could not be
+    listed is listed with its next change; without the stream the folders themselves are polled."""
+    fault = f"{function} number {number}"
+    with FaultyProgram(options) as program:
+        make_old_tree(program)
+        error = {**FOLDER_CALLS, **OTHER_CALLS}.get(function, errno.EIO)
+        program.faults.fail(function, error, subject_of(function), number)
+        program.start()
+        made = change(program)
+        top = os.fsencode(program.desktop / "top.webloc")
+        wait_for(lambda: reported(program, {top}), f"{fault}: the file that the poll finds")
+        if STREAM_RUNS in program.lines():
+            wait_for_all(program, made, fault, function in LISTING)
+        else:
+            check(function in MAKES_STREAM, f"{fault}: no stream")
+        program.check_lives(fault)
+        program.check_ends()
+
+
+def wait_for_all(program, made, fault, may_need_change):
+    try:
+        wait_for(lambda: reported(program, made), fault, PATIENCE if may_need_change else DEADLINE)
+    except TimedOut:
+        if not may_need_change:
+            raise
+        for path in list(made):
+            later = os.path.join(os.path.dirname(path), b"later.webloc")
+            open(later, "wb").close()
+            made.add(later)
+        wait_for(lambda: reported(program, made), f"{fault}, after the next change")
+
+
+def each_call_fails(options):
+    calls = clean_run(options)
+    faults = [(function, number) for function, count in calls.items()
+              for number in range(1, min(count, MOST_CALLS if options.full else FEW_CALLS) + 1)]
+    with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+        jobs = [pool.submit(check_fault, options, *fault) for fault in faults]
+        for job in jobs:
+            job.result()
+    return f"{len(faults)} faults, nothing lost that an event or the poll can bring"
