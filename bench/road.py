@@ -216,6 +216,7 @@ def measure_alone(executable, port, figures):
     with desktop_session(port) as session:
         Program(session, executable).start().wait_until_started()
         for number in range(LINKS_ALONE):
+            time.sleep(number % 4 * 0.7)  # so that the poll does not come at the same moment each time
             begin = time.monotonic()
             write_link(session.home / "Downloads" / f"{number}.webloc",
                        f"http://site-{number}.example/")
