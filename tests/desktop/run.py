@@ -14,11 +14,12 @@ from lifecycle import BusRestartTest, EndTest, SingleInstanceTest, UnwritableHom
 from login import LoginTest
 from menu import MenuTest, PointerTest
 from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
+from serviceunit import SystemdUnitTest
 from session import wait_for
 from sites import MAGENTA, TEAL, hostile_sites
 
 __all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "LoginTest", "MenuTest", "PointerTest",
-           "SingleInstanceTest", "UnwritableHomeTest"]  # run from here
+           "SingleInstanceTest", "SystemdUnitTest", "UnwritableHomeTest"]  # run from here
 
 
 class WholeRoadTest(DesktopTest):

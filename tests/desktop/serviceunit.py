@@ -1,0 +1,52 @@
+"""The systemd unit under a real user manager: started, restarted after a crash, stopped."""
+
+import os
+import pathlib
+import shutil
+import signal
+import unittest
+
+from case import OPTIONS, DesktopTest
+from session import wait_for
+
+UNIT = "glintmark.service"
+SOURCE = pathlib.Path(__file__).resolve().parents[2] / "resources" / UNIT
+
+# A manager starts only where systemd has booted the system, which it tells by this folder. It is
+# there for the manager alone, in a mount namespace of its own.
+MANAGER = """
+mkdir -p /run/systemd && mount -t tmpfs none /run/systemd && mkdir /run/systemd/system &&
+exec /lib/systemd/systemd --user --log-target=console
+"""
+
+
+@unittest.skipUnless(os.geteuid() == 0, "the manager's mount namespace takes root")
+class SystemdUnitTest(DesktopTest):
+    def setUp(self):
+        super().setUp()
+        units = self.session.config_home / "systemd" / "user"
+        place_of_program = units / f"{UNIT}.d" / "built.conf"
+        place_of_program.parent.mkdir(parents=True)
+        shutil.copy(SOURCE, units)
+        place_of_program.write_text(
+            f"[Service]\nExecStart=\nExecStart={pathlib.Path(OPTIONS.program).resolve()}\n")
+        self.session.spawn("systemd", ["unshare", "--mount", "sh", "-c", MANAGER])
+        wait_for((self.session.runtime / "systemd" / "private").exists, "the user manager")
+
+    def systemctl(self, *arguments):
+        return self.session.run(["systemctl", "--user", *arguments])
+
+    def property(self, name):
+        return self.systemctl("show", "--value", "--property", name, UNIT).strip()
+
+    def test_it_starts_restarts_after_a_crash_and_stops(self):
+        self.systemctl("start", UNIT)
+        self.session.wait_for_bus_name("com.quorvel.Glintmark")
+        first = self.property("MainPID")
+        os.kill(int(first), signal.SIGKILL)
+        wait_for(lambda: self.property("NRestarts") == "1", "the restart")
+        self.assertNotIn(self.property("MainPID"), (first, "0"))
+        self.session.wait_for_bus_name("com.quorvel.Glintmark")
+        self.systemctl("stop", UNIT)
+        self.assertEqual([self.property(name) for name in ("ActiveState", "Result", "ExecMainStatus")],
+                         ["inactive", "success", "0"])
