@@ -18,6 +18,11 @@ std::optional<std::string> part(const CurlURLHandle& url, CURLUPart which, unsig
     return std::string(CurlStringHandle(text).get());
 }
 
+/// Sets the whole address, as a request will.
+bool accepts(const CurlURLHandle& url, const std::string& address) {
+    return curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_PATH_AS_IS) == CURLUE_OK;
+}
+
 std::string origin(const CurlURLHandle& url) {
     return part(url, CURLUPART_SCHEME).value_or("") + "://" +
            lowerCase(part(url, CURLUPART_HOST).value_or("")) + ":" +
@@ -36,7 +41,7 @@ void carryCredentials(const CurlURLHandle& from, const CurlURLHandle& to) {
 
 std::optional<RedirectTarget> redirectTarget(const std::string& from, const std::string& location) {
     const CurlURLHandle base(curl_url());
-    if (curl_url_set(base.get(), CURLUPART_URL, from.c_str(), CURLU_PATH_AS_IS) != CURLUE_OK) {
+    if (!accepts(base, from)) {
         return std::nullopt;
     }
     const CurlURLHandle target(curl_url_dup(base.get()));
@@ -44,6 +49,8 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
                      CURLU_URLENCODE | CURLU_ALLOW_SPACE) != CURLUE_OK) {
         return std::nullopt;
     }
+    // Nobody is asked for it, and blanks in it are not escaped but refused in the next request.
+    curl_url_set(target.get(), CURLUPART_FRAGMENT, nullptr, 0);
     const auto scheme = part(target, CURLUPART_SCHEME);
     const auto host = part(target, CURLUPART_HOST);
     if ((scheme != "http" && scheme != "https") || !host) {
@@ -54,7 +61,8 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
         carryCredentials(base, target);
     }
     auto url = part(target, CURLUPART_URL);
-    if (!url) {
+    // Blanks in a user's name are not escaped either, and such an address cannot be asked for.
+    if (!url || !accepts(base, *url)) {
         return std::nullopt;
     }
     return RedirectTarget{std::move(*url), lowerCase(*host), sameOrigin};

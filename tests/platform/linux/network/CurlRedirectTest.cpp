@@ -28,6 +28,7 @@ TEST(CurlRedirectTest, ResolvesWhatServersWrite) {
         {"http://h:8080/a/b", "c", "http://h:8080/a/c", "h", true},
         {"http://h/a/../b", "//CDN.h", "http://CDN.h/", "cdn.h", false},
         {"http://h/a/b", "/with blank", "http://h/with%20blank", "h", true},
+        {"http://h/a/b", "c?d#e f", "http://h/a/c?d", "h", true},
         {"http://h/", "/caf\xc3\xa9", "http://h/caf%c3%a9", "h", true},
         {"http://[::1]:8080/", "/x", "http://[::1]:8080/x", "[::1]", true},
     };
@@ -51,9 +52,9 @@ TEST(CurlRedirectTest, CredentialsStayWithinTheirOrigin) {
 }
 
 TEST(CurlRedirectTest, LeadsNowhereElseThanToHTTP) {
-    for (const char* location :
-         {"ftp://h/", "file:///etc/hostname", "data:text/plain,x", "javascript:alert(1)",
-          "gopher://h/", "mailto:kim@h", "http://h:99999/", "https://", "http://a b/"}) {
+    for (const char* location : {"ftp://h/", "file:///etc/hostname", "data:text/plain,x",
+                                 "javascript:alert(1)", "gopher://h/", "mailto:kim@h",
+                                 "http://h:99999/", "https://", "http://a b/", "http://a b@h/"}) {
         EXPECT_FALSE(redirectTarget("http://h/", location)) << location;
     }
     EXPECT_FALSE(redirectTarget("not an address", "/a"));
