@@ -182,8 +182,12 @@ std::optional<PropertyList> BinaryReader::dictionary(std::optional<std::string_v
     PropertyList::Dictionary entries;
     for (std::size_t place = 0; place < valuesBegin; place += referenceBytes_) {
         const auto key = object(reference(*references, place), depth + 1);
+        // Known before its value is read: what is its own key and value would be read ever anew.
+        if (!key || key->string() == nullptr) {
+            return std::nullopt;
+        }
         auto value = object(reference(*references, valuesBegin + place), depth + 1);
-        if (!key || key->string() == nullptr || !value) {
+        if (!value) {
             return std::nullopt;
         }
         entries.insert_or_assign(*key->string(), std::move(*value));

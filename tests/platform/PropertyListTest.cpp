@@ -321,6 +321,7 @@ TEST(PropertyListBinaryTest, RefusesTrailersThatDoNotFit) {
 TEST(PropertyListBinaryTest, CyclesAreRefused) {
     EXPECT_FALSE(PropertyList::parse(binary({"\xA1\0"s})));
     EXPECT_FALSE(PropertyList::parse(binary({"\xA2\x01\x01", "\xA2\x02\x02", "\xA2\x01\x01"})));
+    EXPECT_FALSE(PropertyList::parse(binary({"\xD1\0\0"s})));
 }
 
 TEST(PropertyListBinaryTest, SharedObjectsMayNotSwellTheTree) {
