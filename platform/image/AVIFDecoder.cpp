@@ -43,15 +43,13 @@ std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, Pixel
     avifRGBImage rgb;
     avifRGBImageSetDefaults(&rgb, decoder->image);
     // The size told by the container may have given way to that of the coded picture.
-    if (rgb.width != static_cast<std::uint32_t>(canvas->width()) ||
-        rgb.height != static_cast<std::uint32_t>(canvas->height())) {
-        return std::nullopt;
-    }
+    const bool fits = rgb.width == static_cast<std::uint32_t>(canvas->width()) &&
+                      rgb.height == static_cast<std::uint32_t>(canvas->height());
     rgb.format = AVIF_RGB_FORMAT_RGBA;
     rgb.depth = 8;
     rgb.pixels = canvas->pixels().data();
     rgb.rowBytes = static_cast<std::uint32_t>(canvas->bytesPerRow());
-    if (avifImageYUVToRGB(decoder->image, &rgb) != AVIF_RESULT_OK) return std::nullopt;
+    if (!fits || avifImageYUVToRGB(decoder->image, &rgb) != AVIF_RESULT_OK) return std::nullopt;
     return DecodedImage{canvas->width(), canvas->height(), decoder->image->alphaPlane != nullptr};
 }
 

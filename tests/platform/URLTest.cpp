@@ -161,6 +161,7 @@ TEST(URLTest, FileURLGivesThePathBackByteForByte) {
 
 TEST(URLTest, PathIsUnescapedAndWithoutItsTrailingSlash) {
     EXPECT_EQ(URL::parse("http://h/a%20b/c/")->path(), "/a b/c");
+    EXPECT_EQ(URL::parse("http://h/%c3%A9")->path(), "/\xC3\xA9");
     EXPECT_EQ(URL::parse("http://h/a?b#c")->path(), "/a");
     EXPECT_EQ(URL::parse("http://h/")->path(), "/");
     EXPECT_EQ(URL::parse("http://h")->path(), "");

@@ -168,7 +168,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"bilevel.tiff", 6, 5, false, bilevel},
                     FileCase{"bilevel-g4.tiff", 6, 5, false, bilevel},
                     FileCase{"deflate.tiff", 6, 5, false, colours},
-                    FileCase{"two-pages.tiff", 6, 5, false, colours}),
+                    FileCase{"two-pages.tiff", 6, 5, false, colours},
+                    FileCase{"old-jpeg.tiff", 32, 24, false, smooth, 12}),
     testName);
 
 INSTANTIATE_TEST_SUITE_P(
