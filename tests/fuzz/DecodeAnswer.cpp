@@ -6,9 +6,16 @@ using namespace platform::image;
 
 /// What is let through fits the slot.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto answer = parseAnswer({data, size}, DecodeSlot::small);
-    if (answer && answer->status == DecodeAnswer::Status::decoded) {
-        fuzz::require(answer->pixelBytes() > 0 && answer->pixelBytes() <= smallSlotPixels);
+    const std::span bytes(data, size);
+    const auto small = parseAnswer(bytes, DecodeSlot::small);
+    if (small && small->status == DecodeAnswer::Status::decoded) {
+        fuzz::require(small->pixelBytes() > 0 && small->pixelBytes() <= smallSlotPixels);
+    }
+    const auto large = parseAnswer(bytes, DecodeSlot::large);
+    if (large && large->status == DecodeAnswer::Status::decoded) {
+        constexpr auto most = std::size_t{maximumPixels} * platform::BitmapImageRep::bytesPerPixel;
+        fuzz::require(large->pixelBytes() > 0 && large->pixelBytes() <= most);
+        fuzz::require(small.has_value() == (large->pixelBytes() <= smallSlotPixels));
     }
     return 0;
 }

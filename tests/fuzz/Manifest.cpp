@@ -1,0 +1,37 @@
+#include <algorithm>
+#include <string>
+
+#include "favicon/FaviconFetcher.h"
+#include "platform/JSON.h"
+#include "tests/fuzz/FuzzTarget.h"
+
+using namespace glintmark;
+using platform::JSON;
+
+namespace {
+
+/// Whether the manifest has an icon whose address is `url`.
+bool names(const JSON& manifest, const platform::URL& url, const platform::URL& page) {
+    const JSON* const icons = manifest.member("icons");
+    fuzz::require(icons != nullptr && icons->array() != nullptr);
+    return std::ranges::any_of(*icons->array(), [&](const JSON& icon) {
+        const JSON* const src = icon.member("src");
+        return src != nullptr && src->string() != nullptr &&
+               FaviconFetcher::resolveURL(*src->string(), page) == url;
+    });
+}
+
+}  // namespace
+
+/// What is chosen is an absolute address that the manifest gives.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const auto page = platform::URL::parse("http://u@h:81/dir/page?x#y").value();
+    const auto text = fuzz::text(data, size);
+    const auto icon = FaviconFetcher::chooseManifestIcon(text, page);
+    if (icon) {
+        const auto manifest = JSON::parse(text);
+        fuzz::require(icon->url.scheme().has_value());
+        fuzz::require(manifest && names(*manifest, icon->url, page));
+    }
+    return 0;
+}

@@ -1,0 +1,75 @@
+#include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "app/AppDelegate.h"
+#include "platform/linux/files/JSONFileUserDefaults.h"
+#include "tests/doubles/TestPlatform.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/support/TemporaryDirectory.h"
+
+using namespace glintmark;
+using platform::JSONFileUserDefaults;
+
+namespace {
+
+constexpr auto key = "extraFolders";
+constexpr auto name = "defaults.json";
+constexpr auto nameOfBad = "defaults.json.bad";
+
+using Folders = std::vector<std::string>;
+
+/// The folders that the program watches when it has these settings, and after the `index`th is
+/// removed in its menu.
+Folders watchedWithout(const std::optional<Folders>& stored, std::int64_t index) {
+    doubles::TestPlatform platform;
+    if (stored) {
+        platform.userDefaults.set(key, *stored);
+    }
+    const auto delegate = std::make_shared<AppDelegate>();
+    delegate->applicationDidFinishLaunching();
+    platform::MenuItem sender;
+    sender.tag = index;
+    delegate->removeFolder(sender);
+    platform.queues.runPending();
+    const auto folders = delegate->watchedFolders();
+    fuzz::require(folders.size() >= 2);
+    fuzz::require(folders.size() <= 2 + (stored ? stored->size() : 0));
+    fuzz::require(platform.statusBar.items().size() == 1);
+    return folders;
+}
+
+/// What was in the file beside the folders is there still, or the whole file lies beside it.
+void requireNothingLost(const test::TemporaryDirectory& folder, const std::string& text) {
+    if (std::filesystem::exists(folder / nameOfBad)) {
+        fuzz::require(folder.read(nameOfBad) == text);
+        folder.remove(nameOfBad);
+        return;
+    }
+    auto before = nlohmann::json::parse(text, nullptr, false);
+    auto after = nlohmann::json::parse(folder.read(name), nullptr, false);
+    fuzz::require(before.is_object() && after.is_object());
+    before.erase(key);
+    after.erase(key);
+    fuzz::require(before == after);
+}
+
+}  // namespace
+
+/// Whatever the settings file holds, the program starts with it, and what it stores comes back.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const test::TemporaryDirectory folder;
+    const std::string text(fuzz::text(data, size));
+    const auto path = folder.write(name, text);
+    JSONFileUserDefaults defaults(path);
+    const auto stored = defaults.stringArray(key);
+    auto folders = watchedWithout(stored, static_cast<std::int64_t>(size % 8));
+    folders.push_back(text);  // any bytes
+    defaults.set(key, folders);
+    fuzz::require(JSONFileUserDefaults(path).stringArray(key) == folders);
+    requireNothingLost(folder, text);
+    return 0;
+}
