@@ -1,16 +1,17 @@
 """Every call that setting an icon makes fails once, each for a file of its own."""
 
 import colorsys
+import concurrent.futures
 import errno
 import hashlib
-import pathlib
 import subprocess
 
-from faults import ALWAYS, CUT_SHORT
-from faulty_program import (ICON_SET, FaultyProgram, check, extended_attribute, wait_for)
+from faults import CUT_SHORT
+from faulty_program import ICON_SET, FaultyProgram, check, extended_attribute, wait_for
 from sites import Answer, SiteServer, picture, png
 
 SITES = 72
+AT_ONCE = 6  # programs
 LAST = "last"  # a file of the site of each that failed
 
 # By what a call is about: functions, and errors that they can end with.
@@ -115,6 +116,32 @@ def check_next_icons(program, faults):
                  f"the icon of a file after {faults[number]}")
         check(len(list(program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"))) == 4,
               f"thumbnails of a file after {faults[number]}")
+
+
+def first_folder_cannot_be_made(options, server, number):
+    with FaultyProgram(options, server) as program:
+        order = program.faults.fail("mkdir", errno.ENOSPC, str(program.home), number)
+        program.start()
+        drop_all(program, [0])
+        check(program.faults.seen(order) >= number, f"folder {number} was not made")
+        check(program.ends(link_of(program, 0), address_of(0)) == 1, f"folder {number}: more ends")
+        check(not program.unfinished_files(), f"folder {number}: {program.unfinished_files()}")
+        check_next_icons(program, [f"folder {number}"])
+        program.check_ends()
+
+
+def each_folder_cannot_be_made(options):
+    """The folders that the first icon of a user needs."""
+    with SiteServer(sites()) as server:
+        with FaultyProgram(options, server) as program:
+            order = program.faults.count("mkdir", str(program.home))
+            program.start()
+            drop_all(program, [0])
+            count = program.faults.seen(order)
+        with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+            list(pool.map(lambda number: first_folder_cannot_be_made(options, server, number),
+                          range(1, count + 1)))
+    return f"{count} folders, the next icon always set"
 
 
 def each_call_fails(options):

@@ -1,6 +1,7 @@
 """What the process as a whole needs is taken away, or is not what it seems: descriptors, memory, the
 wall clock, time to run, the network, answers to look-ups, answers of sites."""
 
+import concurrent.futures
 import errno
 import os
 import resource
@@ -20,9 +21,12 @@ SILENT = "silent.example"
 YEAR = 365 * 24 * 3600
 SHORT_QUEUE = 64  # events
 SUSPENDED = 6.0  # seconds; longer than any of the program's own delays
-FEWEST_DESCRIPTORS = range(4, 36, 2)
+MANY_DESCRIPTORS = 32
+USUAL_DESCRIPTORS = 1024
+AT_ONCE = 6  # programs
 LARGE_PAGE = 30 << 20  # bytes
 MEMORY_LEFT = (8 << 20, 24 << 20, 48 << 20, 80 << 20)
+RECOVERY = 40.0  # seconds
 LIVELY = 4.0  # seconds until a new file is seen: the fixed delays and what a busy machine adds
 
 
@@ -36,6 +40,18 @@ def check_sets_icons(program, name, address=f"http://{GOOD}/"):
     check(program.count(f"{ICON_SET}{link}") == 1, f"{name}: no icon")
 
 
+def check_recovers(program):
+    """After a decoder could not be started, starting it is put off for some seconds."""
+    deadline = time.monotonic() + RECOVERY
+    for number in range(1000):
+        address = f"http://{GOOD}/#{number}"
+        link = program.drop(f"recovered-{number}.webloc", address)
+        wait_for(lambda: program.ends(link, address), f"the end of {link.name}")
+        if program.count(f"{ICON_SET}{link}"):
+            return
+        check(time.monotonic() < deadline, "no icons any more")
+
+
 def check_ends_once(program, links):
     """`links`: path -> address."""
     for link, address in links.items():
@@ -47,30 +63,44 @@ def check_ends_once(program, links):
 
 
 def start_with_few_descriptors(options, server, most):
-    """Whether it works. If not, it must have ended by itself and said why."""
-    wrapper = ("prlimit", f"--nofile={most}:{most}")
+    """What comes of a link: "an icon", "no icon", "nothing" until there are more, or "an end" that
+    says why."""
+    wrapper = ("prlimit", f"--nofile={most}:{USUAL_DESCRIPTORS}")
     with FaultyProgram(options, server, wrapper) as program:
+        looks = program.faults.count("open", str(program.downloads))
         try:
             program.start()
         except RuntimeError:
             status = program.process.wait()
-            check(status != -signal.SIGSEGV, f"{most} descriptors: {status}")
             wait_for(program.lines, f"what it says with {most} descriptors, ended with {status}")
-            return False
-        link = program.drop("a.webloc", f"http://{GOOD}/")
-        check_ends_once(program, {link: f"http://{GOOD}/"})
-        program.check_lives(f"with {most} descriptors")
+            return "an end"
+        link, address = program.downloads / "a.webloc", f"http://{GOOD}/"
+        looked = program.faults.seen(looks)
+        program.drop(link.name, address)
+        wait_for(lambda: program.faults.seen(looks) > looked + 3 or program.ends(link, address),
+                 f"a look with {most} descriptors")
+        outcome = "nothing"
+        if program.count(f"{REPORTED}{link}"):
+            check_ends_once(program, {link: address})
+            outcome = "an icon" if program.count(f"{ICON_SET}{link}") else "no icon"
+        resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE,
+                         (USUAL_DESCRIPTORS, USUAL_DESCRIPTORS))
+        check_ends_once(program, {link: address})
+        check_recovers(program)
         program.check_ends()
-    return True
+    return outcome
 
 
 def descriptors_at_the_start(options):
-    with SiteServer(good_sites()) as server:
-        works = {most: start_with_few_descriptors(options, server, most)
-                 for most in FEWEST_DESCRIPTORS[::1 if options.full else 5]}
-    least = min((most for most, good in works.items() if good), default=None)
-    check(works[max(works)], f"does not work with {max(works)}")
-    return f"works from {least} on, says why it ends with fewer"
+    numbers = range(4, MANY_DESCRIPTORS + 1, 1 if options.full else 7)
+    with SiteServer(good_sites()) as server, \
+            concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+        outcomes = dict(zip(numbers, pool.map(
+            lambda most: start_with_few_descriptors(options, server, most), numbers)))
+    check(outcomes[max(numbers)] == "an icon", f"with {max(numbers)}: {outcomes[max(numbers)]}")
+    least = {outcome: min(most for most in numbers if outcomes[most] == outcome)
+             for outcome in outcomes.values()}
+    return ", ".join(f"from {most} on {outcome}" for outcome, most in least.items())
 
 
 def descriptors_while_it_runs(options):

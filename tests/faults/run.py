@@ -26,6 +26,7 @@ STEPS = {
     "save": settings_faults.each_call_of_a_save_fails,
     "read": settings_faults.each_call_of_reading_fails,
     "icons": icon_faults.each_call_fails,
+    "folders": icon_faults.each_folder_cannot_be_made,
     "watch": watch_faults.each_call_fails,
     "few": process_faults.descriptors_at_the_start,
     "none": process_faults.descriptors_while_it_runs,

@@ -33,14 +33,15 @@ STEP = 0.25  # seconds between two changes
 SAMPLE = 5.0
 SERVICE_CHANGE = 60.0
 WARM_UP = 60.0  # what the first minute takes is not growth
-LAST_ANSWERS = 150.0  # by then every fetch has ended, those of silent sites included
+OVERDUE = 150.0  # every fetch takes less, those of silent sites included, unless the machine is busy
+LAST_ANSWERS = 900.0  # after which what has no end is lost
 REST = 40.0  # after which helper and HTTP thread have ended
 
 MOST_GROWTH = 10.0  # MB
 MOST_NEW_DESCRIPTORS = 0
 MOST_NEW_THREADS = 0
 
-COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "on their way", "lost")
+COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "on their way", "overdue")
 
 REPORTED = re.compile(r"^Glintmark: 新規webloc検知 → (.*)$", re.M)
 ENDED = re.compile(r"^Glintmark: (?:アイコン適用成功|アイコン適用失敗|URL extraction failed) → (.*)$", re.M)
@@ -170,16 +171,31 @@ class Samples:
         ends = self._ends.read()
         row = (time.monotonic() - self._begin, proportional, private,
                len(os.listdir(f"/proc/{self._pid}/fd")), len(os.listdir(f"/proc/{self._pid}/task")),
-               len(ends.missing()), len(ends.missing(LAST_ANSWERS)))
+               len(ends.missing()), len(ends.missing(OVERDUE)))
         self._table.writerow([f"{value:.2f}" for value in row])
         self._file.flush()
         return row
 
 
-def rested(samples, program):
+def open_files(pid):
+    """What each descriptor is, without the number of a socket or pipe."""
+    found = collections.Counter()
+    for descriptor in pathlib.Path(f"/proc/{pid}/fd").iterdir():
+        try:
+            found[os.readlink(descriptor).partition("[")[0]] += 1
+        except OSError:
+            pass  # closed meanwhile
+    return found
+
+
+def rested(samples, ends, program):
+    """A sample after all links have had their end, and what is open then."""
+    until = time.monotonic() + LAST_ANSWERS
+    while ends.read().missing() and time.monotonic() < until:
+        time.sleep(1)
     wait_for(lambda: not program.descendants(), "the end of the decoder", timeout=2 * REST)
     time.sleep(REST)
-    return samples.take()
+    return samples.take(), open_files(program.process.pid)
 
 
 def live(life, services, samples, seconds):
@@ -234,15 +250,14 @@ def main():
         samples = Samples(program.process.pid, ends, arguments.output / "samples.csv")
         services = Services(session, arguments.seed)
         live(life, services, samples, min(WARM_UP, arguments.minutes * 30))
-        first = rested(samples, program)
+        first, open_at_first = rested(samples, ends, program)
         live(life, services, samples, arguments.minutes * 60)
-        until = time.monotonic() + LAST_ANSWERS
-        while ends.read().missing() and time.monotonic() < until:
-            time.sleep(1)
-        last = rested(samples, program)
+        last, open_at_last = rested(samples, ends, program)
         shutil.copy(session.logs / "glintmark.log", arguments.output)
         lost = ends.read().missing()
         print("".join(f"not exactly once: {path}\n" for path in lost), end="")
+        for name, count in (open_at_last - open_at_first).items():
+            print(f"opened {count} more: {name}")
         figures.add("links", len(life.links), "")
         figures.add("links without exactly one end", len(lost), "", 0)
         figures.add("growth of PSS", last[1] - first[1], "MB", MOST_GROWTH)
