@@ -19,30 +19,30 @@ import session
 import settings_faults
 import watch_faults
 
-AT_ONCE = 5
+AT_ONCE = 10
 
-STEPS = {
-    "endings": endings.without_its_services,
-    "save": settings_faults.each_call_of_a_save_fails,
-    "read": settings_faults.each_call_of_reading_fails,
+STEPS = {  # the longest first
     "icons": icon_faults.each_call_fails,
-    "folders": icon_faults.each_folder_cannot_be_made,
-    "watch": watch_faults.each_call_fails,
-    "few": process_faults.descriptors_at_the_start,
-    "none": process_faults.descriptors_while_it_runs,
-    "threads": process_faults.no_more_threads,
-    "memory": process_faults.little_memory,
-    "clock": process_faults.wall_clock_jumps,
-    "setback": process_faults.clock_set_back_while_events_are_lost,
-    "suspend": process_faults.suspension,
-    "network": process_faults.network_down,
     "lookup": process_faults.slow_lookup,
     "silent": process_faults.silent_sites,
-    "starting": endings.at_the_start,
+    "memory": process_faults.little_memory,
+    "few": process_faults.descriptors_at_the_start,
+    "save": settings_faults.each_call_of_a_save_fails,
+    "endings": endings.without_its_services,
+    "suspend": process_faults.suspension,
+    "watch": watch_faults.each_call_fails,
+    "read": settings_faults.each_call_of_reading_fails,
+    "clock": process_faults.wall_clock_jumps,
+    "none": process_faults.descriptors_while_it_runs,
     "burst": endings.in_a_burst,
     "walk": endings.in_a_walk,
-    "looking": endings.in_a_lookup,
+    "folders": icon_faults.each_folder_cannot_be_made,
+    "threads": process_faults.no_more_threads,
+    "setback": process_faults.clock_set_back_while_events_are_lost,
+    "starting": endings.at_the_start,
     "waiting": endings.with_silent_sites,
+    "looking": endings.in_a_lookup,
+    "network": process_faults.network_down,
 }
 
 
