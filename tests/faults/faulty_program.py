@@ -1,7 +1,6 @@
 """The built program without a desktop, with calls that fail and sites on loopback."""
 
 import collections
-import os
 import pathlib
 import sys
 
@@ -17,7 +16,6 @@ ICON_NOT_SET = "Glintmark: アイコン適用失敗 → "
 NO_LINK = "Glintmark: URL extraction failed → "
 NO_ICON = "Glintmark: Favicon fetch failed → "
 REPORTED = "Glintmark: 新規webloc検知 → "
-STOPPED = "Glintmark: ファイル監視停止"
 
 
 class Failed(Exception):
@@ -68,6 +66,3 @@ class FaultyProgram(BareProgram):
 
     def unfinished_files(self):
         return [path for path in self.home.rglob("*.part")]
-
-    def descriptors(self):
-        return len(os.listdir(f"/proc/{self.process.pid}/fd"))

@@ -27,7 +27,7 @@ AT_ONCE = 6  # programs
 LARGE_PAGE = 30 << 20  # bytes
 MEMORY_LEFT = (8 << 20, 24 << 20, 48 << 20, 80 << 20)
 RECOVERY = 40.0  # seconds
-LIVELY = 4.0  # seconds until a new file is seen: the fixed delays and what a busy machine adds
+LATE = 20.0  # seconds; the fixed delays are two, the rest is for a busy machine
 
 
 def good_sites():
@@ -187,7 +187,7 @@ def wall_clock_jumps(options):
             program.faults.set_wall_clock_ahead(ahead)
             begin = time.monotonic()
             check_sets_icons(program, f"jump-{number}")
-            check(time.monotonic() - begin < 2 * LIVELY, f"late after a jump to {ahead} s")
+            check(time.monotonic() - begin < LATE, f"late after a jump to {ahead} s")
             folder = program.downloads / f"new-{number}" / "below"
             folder.mkdir(parents=True)
             (folder / "x.webloc").touch()
@@ -275,9 +275,8 @@ def slow_lookup(options):
         program.start()
         slow = program.drop("slow.webloc", "http://slow.example/")
         wait_for(lambda: "Glintmark: URL → http://slow.example/" in program.lines(), "the slow link")
-        begin = time.monotonic()
         check_sets_icons(program, "other", f"http://localhost:{server.port}/")
-        check(time.monotonic() - begin < 2 * LIVELY, "the others wait for the slow one")
+        check(not program.ends(slow, "http://slow.example/"), "the others wait for the slow one")
         check_ends_once(program, {slow: "http://slow.example/"})
         check(program.count(f"{NO_ICON}http://slow.example/") == 1, "no failure line")
         check_sets_icons(program, "after", f"http://localhost:{server.port}/")
@@ -301,7 +300,7 @@ def silent_sites(options):
         lively = program.downloads / "lively.webloc"
         lively.touch()
         wait_for(lambda: program.count(f"{REPORTED}{lively}"), "a new file")
-        check(time.monotonic() - begin < 2 * LIVELY, "a new file was seen late")
+        check(time.monotonic() - begin < LATE, "a new file was seen late")
         begin = time.monotonic()
         for link, address in links.items():
             wait_for(lambda: program.count(f"{NO_ICON}{address}"), f"the end of {link.name}", 400)
