@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/Figures.h"
 #include "platform/linux/images/SandboxedImageDecoder.h"
 #include "tests/doubles/InProcessImageDecoder.h"
 
@@ -53,12 +53,6 @@ std::string contents(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-double processorMilliseconds() {
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
-
 /// The most that any round took.
 Cost timeToDecode(const Names& names) {
     doubles::InProcessImageDecoder decoder;
@@ -67,9 +61,10 @@ Cost timeToDecode(const Names& names) {
     for (const std::string& name : names) {
         const std::string data = contents(name);
         for (int round = 0; round < rounds; ++round) {
-            const double before = processorMilliseconds();
+            const auto before = bench::processorTime();
             const auto image = decoder.decode(data);
-            cost.milliseconds = std::max(cost.milliseconds, processorMilliseconds() - before);
+            cost.milliseconds =
+                std::max(cost.milliseconds, (bench::processorTime() - before).count());
             if (image) cost.width = image->size().width;
         }
     }
@@ -121,26 +116,32 @@ Cost apart(Cost (*measure)(const Names&), const Names& names) {
     return cost;
 }
 
-bool holds(const std::string& what, const Names& names) {
+void measure(const std::string& what, const Names& names, bench::Figures& figures) {
     const Cost time = apart(timeToDecode, names);
     const Cost memory = apart(memoryToDecode, names);
-    const std::string shown =
-        time.width == 0 ? "refused" : std::to_string(static_cast<int>(time.width)) + " pixels wide";
-    std::printf("%-26s %8.2f ms %8.1f MB  %s\n", what.c_str(), time.milliseconds, memory.megabytes,
-                shown.c_str());
-    std::fflush(stdout);
-    return time.milliseconds <= maximumMilliseconds && memory.megabytes <= maximumMegabytes;
+    figures.add({.what = "processor time",
+                 .value = time.milliseconds,
+                 .unit = "ms",
+                 .most = maximumMilliseconds,
+                 .at = what});
+    figures.add({.what = "memory of the process tree",
+                 .value = memory.megabytes,
+                 .unit = "MB",
+                 .most = maximumMegabytes,
+                 .at = what});
+    figures.add(
+        {.what = "width shown, 0 when refused", .value = time.width, .unit = "pixels", .at = what});
 }
 
 }  // namespace
 }  // namespace glintmark
 
-int main() {
+int main(int argc, char** argv) {
     using namespace glintmark;
+    const bench::Options options(argc, argv);
     const Names names = bombs();
-    std::printf("%-26s %11s %11s\n", "", "processor", "tree below");
-    bool allHold = !names.empty();
-    for (const std::string& name : names) allHold &= holds(name, {name});
-    allHold &= holds("all of them, mixed", names);
-    return allHold ? 0 : 1;
+    bench::Figures figures;
+    for (const std::string& name : names) measure(name.substr(5), {name}, figures);
+    measure("all of them, mixed", names, figures);
+    return figures.finish(options);
 }

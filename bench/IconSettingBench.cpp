@@ -9,24 +9,23 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/Figures.h"
+#include "bench/TemporaryFolder.h"
 #include "platform/Image.h"
 #include "platform/linux/workspace/DesktopWorkspace.h"
 
 namespace glintmark::platform {
 namespace {
 
+using bench::Milliseconds;
 using Pixels = std::vector<std::uint8_t>;
 
 constexpr int edge = 512;
-constexpr int files = 31;
 constexpr double maximumMilliseconds = 20;
 
 void flat(Pixels& pixels) {
@@ -63,68 +62,58 @@ struct Kind {
     void (*fill)(Pixels&);
 };
 
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
-double processorMilliseconds(clockid_t clock) {
-    timespec time{};
-    ::clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
-}
-
-bool measure(const Kind& kind, DesktopWorkspace& workspace, const std::filesystem::path& folder) {
+void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std::string& folder,
+             bench::Figures& figures) {
     Pixels pixels(static_cast<std::size_t>(edge) * edge * BitmapImageRep::bytesPerPixel);
     kind.fill(pixels);
-    std::vector<double> elapsed;
-    std::vector<double> caller;
+    std::vector<Milliseconds> elapsed;
+    std::vector<Milliseconds> caller;
+    int failed = 0;
     for (int i = 0; i < files; ++i) {
-        const auto path = (folder / (kind.name + std::to_string(i) + ".webloc")).string();
+        const auto path = folder + "/" + kind.name + std::to_string(i) + ".webloc";
         std::ofstream(path) << "link";
         pixels[0] = static_cast<std::uint8_t>(i);  // so that no picture is stored already
         const Image image(BitmapImageRep(edge, edge, true, pixels));
         workspace.prepareIcon(image);  // on another thread in the program
         const auto begin = std::chrono::steady_clock::now();
-        const double thread = processorMilliseconds(CLOCK_THREAD_CPUTIME_ID);
-        if (!workspace.setIcon(image, path)) {
-            return false;
-        }
-        caller.push_back(processorMilliseconds(CLOCK_THREAD_CPUTIME_ID) - thread);
-        elapsed.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
-                .count());
+        const auto thread = bench::processorTime(CLOCK_THREAD_CPUTIME_ID);
+        failed += workspace.setIcon(image, path) ? 0 : 1;
+        caller.push_back(bench::processorTime(CLOCK_THREAD_CPUTIME_ID) - thread);
+        elapsed.emplace_back(std::chrono::steady_clock::now() - begin);
     }
-    const bool holds = median(elapsed) <= maximumMilliseconds;
-    std::printf("%-6s median %5.1f ms, processor time of the main thread %5.1f ms%s\n", kind.name,
-                median(elapsed), median(caller), holds ? "" : "  too slow");
-    return holds;
-}
-
-bool run(const std::string& folder) {
-    SessionBus bus(std::chrono::milliseconds(1));
-    DesktopWorkspace workspace(
-        bus, {folder + "/home", folder + "/data", folder + "/cache"},
-        [](const std::string& /*path*/, const std::string& /*uri*/) { return true; });
-    bool held = true;
-    for (const Kind& kind : {Kind{"flat", flat}, Kind{"drawn", drawn}, Kind{"noise", noise}}) {
-        held = measure(kind, workspace, folder) && held;
-    }
-    return held;
+    figures.add({.what = "median",
+                 .value = bench::median(elapsed).count(),
+                 .unit = "ms",
+                 .most = maximumMilliseconds,
+                 .at = kind.name});
+    figures.add({.what = "processor time of the main thread, median",
+                 .value = bench::median(caller).count(),
+                 .unit = "ms",
+                 .at = kind.name});
+    figures.add({.what = "files without their icon",
+                 .value = static_cast<double>(failed),
+                 .most = 0,
+                 .at = kind.name});
 }
 
 }  // namespace
 }  // namespace glintmark::platform
 
-int main() {
+int main(int argc, char** argv) {
+    using namespace glintmark;
     // No desktop takes part: the windows of a real one would be told of files that soon are gone.
     ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
-    auto folder = (std::filesystem::temp_directory_path() / "glintmark-bench.XXXXXX").string();
-    if (::mkdtemp(folder.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
+    const bench::Options options(argc, argv);
+    const bench::TemporaryFolder folder;
+    platform::SessionBus bus(std::chrono::milliseconds(1));
+    platform::DesktopWorkspace workspace(
+        bus, {folder.path() + "/home", folder.path() + "/data", folder.path() + "/cache"},
+        [](const std::string& /*path*/, const std::string& /*uri*/) { return true; });
+    bench::Figures figures;
+    using platform::Kind;
+    for (const Kind& kind : {Kind{"flat", platform::flat}, Kind{"drawn", platform::drawn},
+                             Kind{"noise", platform::noise}}) {
+        platform::measure(kind, options.smoke ? 3 : 31, workspace, folder.path(), figures);
     }
-    const bool held = glintmark::platform::run(folder);
-    std::filesystem::remove_all(folder);
-    return held ? 0 : 1;
+    return figures.finish(options);
 }

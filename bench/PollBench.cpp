@@ -2,24 +2,21 @@
 // directory: once with entries that are no link files, once with link files that are all known.
 // Fails when the first takes more than 1.3 times as long.
 //
-// PollBench [--json FILE] [ENTRIES [FOLDER]]: how many (100,000), and where to make them ($TMPDIR).
+// PollBench [--json FILE] [--smoke] [ENTRIES [FOLDER]]: how many (100,000), and where to make them
+// ($TMPDIR).
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "bench/Figures.h"
+#include "bench/TemporaryFolder.h"
 #include "platform/linux/files/FileDescriptor.h"
 #include "platform/linux/files/PosixFileManager.h"
 #include "tests/doubles/TestPlatform.h"
@@ -28,7 +25,8 @@
 namespace glintmark {
 namespace {
 
-using Milliseconds = std::chrono::duration<double, std::milli>;
+using bench::median;
+using bench::Milliseconds;
 
 constexpr int rounds = 25;
 constexpr double maximumRatio = 1.3;
@@ -61,22 +59,11 @@ std::size_t readBarely(const std::string& folder) {
 }
 
 /// Of this thread, so that a busy machine does not blur the ratio; nothing here waits.
-Milliseconds processorTime() {
-    timespec time{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
-
 template <typename Work>
 Milliseconds timeOf(const Work& work) {
-    const auto begin = processorTime();
+    const auto begin = bench::processorTime(CLOCK_THREAD_CPUTIME_ID);
     work();
-    return processorTime() - begin;
-}
-
-Milliseconds median(std::vector<Milliseconds> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
+    return bench::processorTime(CLOCK_THREAD_CPUTIME_ID) - begin;
 }
 
 void measure(bench::Figures& figures, const std::string& what, const std::string& folder,
@@ -89,9 +76,16 @@ void measure(bench::Figures& figures, const std::string& what, const std::string
         bare.push_back(timeOf([&] { readBarely(folder); }));
         polls.push_back(timeOf([&] { watcher->pollWatchDirs(); }));
     }
-    figures.add(what + ": bare read", median(bare).count(), "ms");
-    figures.add(what + ": poll", median(polls).count(), "ms");
-    figures.add(what + ": ratio", median(polls) / median(bare), "", most);
+    figures.add({.what = "read",
+                 .value = median(bare).count(),
+                 .unit = "ms",
+                 .of = "bare read",
+                 .at = what});
+    figures.add({.what = "read", .value = median(polls).count(), .unit = "ms", .at = what});
+    figures.add({.what = "read, times the bare one",
+                 .value = median(polls) / median(bare),
+                 .most = most,
+                 .at = what});
 }
 
 }  // namespace
@@ -99,20 +93,9 @@ void measure(bench::Figures& figures, const std::string& what, const std::string
 
 int main(int argc, char** argv) {
     using namespace glintmark;
-    const char* json = nullptr;
-    if (argc > 2 && std::strcmp(argv[1], "--json") == 0) {
-        json = argv[2];
-        argv += 2;
-        argc -= 2;
-    }
-    const int entries = argc > 1 ? std::atoi(argv[1]) : 100'000;
-    const std::filesystem::path place =
-        argc > 2 ? std::filesystem::path(argv[2]) : std::filesystem::temp_directory_path();
-    auto folder = (place / "glintmark-bench.XXXXXX").string();
-    if (::mkdtemp(folder.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return EXIT_FAILURE;
-    }
+    const bench::Options options(argc, argv);
+    const int entries = options.count(options.smoke ? 1'000 : 100'000);
+    const bench::TemporaryFolder folder(options.place());
     doubles::Fakes fakes;
     platform::PosixFileManager files;
     const platform::Services services{fakes.application,  fakes.bundle,        fakes.configuration,
@@ -121,12 +104,10 @@ int main(int argc, char** argv) {
                                       fakes.statusBar,    fakes.queues,        fakes.urlSession,
                                       fakes.userDefaults, fakes.notifications, fakes.workspace};
     const platform::ServicesScope scope(services);
-    bench::Figures figures("poll");
-    fill(folder + "/others", entries, ".txt");
-    measure(figures, "other files", folder + "/others", maximumRatio);
-    fill(folder + "/links", entries, ".webloc");
-    measure(figures, "known link files", folder + "/links", bench::Figures::noLimit);
-    std::filesystem::remove_all(folder);
-    const bool written = json == nullptr || figures.write(json);
-    return figures.passed() && written ? EXIT_SUCCESS : EXIT_FAILURE;
+    bench::Figures figures;
+    fill(folder.path() + "/others", entries, ".txt");
+    measure(figures, "other files", folder.path() + "/others", maximumRatio);
+    fill(folder.path() + "/links", entries, ".webloc");
+    measure(figures, "known link files", folder.path() + "/links", bench::Figures::noLimit);
+    return figures.finish(options);
 }

@@ -12,14 +12,13 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "bench/Figures.h"
 #include "platform/linux/network/CurlURLSession.h"
 #include "platform/linux/queues/ThreadPoolQueue.h"
 #include "tests/support/LoopbackServer.h"
@@ -27,9 +26,8 @@
 namespace glintmark {
 namespace {
 
-constexpr int requests = 2000;
-constexpr int atOnce = 6;       // what one host is asked at a time
-constexpr int repetitions = 9;  // the quickest counts: everything else is the machine's doing
+constexpr std::size_t atOnce = 6;  // what one host is asked at a time
+constexpr int repetitions = 9;     // the quickest counts: everything else is the machine's doing
 constexpr double maximumRatio = 1.5;
 
 struct Cost {
@@ -65,7 +63,7 @@ public:
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
-    std::vector<std::string> urls() const {
+    std::vector<std::string> urls(int requests) const {
         std::vector<std::string> urls;
         for (int i = 0; i < requests; ++i) {
             urls.push_back("http://127.0.0.1:" + std::to_string(port_) + "/" + std::to_string(i));
@@ -78,19 +76,14 @@ private:
     std::uint16_t port_ = 0;
 };
 
-double processorSeconds() {
-    timespec time{};
-    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-void measure(Cost& best, const std::function<void()>& work) {
-    const double processor = processorSeconds();
+void measure(Cost& best, std::size_t requests, const std::function<void()>& work) {
+    const auto processor = bench::processorTime();
     const auto start = std::chrono::steady_clock::now();
     work();
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    best.processor = std::min(best.processor, (processorSeconds() - processor) * 1e6 / requests);
-    best.elapsed = std::min(best.elapsed, elapsed.count() * 1e6 / requests);
+    const bench::Milliseconds elapsed = std::chrono::steady_clock::now() - start;
+    const auto each = 1e3 / static_cast<double>(requests);
+    best.processor = std::min(best.processor, (bench::processorTime() - processor).count() * each);
+    best.elapsed = std::min(best.elapsed, elapsed.count() * each);
 }
 
 std::size_t append(const char* bytes, std::size_t size, std::size_t count, void* body) {
@@ -116,11 +109,12 @@ void addBareTransfer(CURLM* multi, const std::string& url) {
 
 void askBare(const std::vector<std::string>& urls) {
     CURLM* multi = curl_multi_init();
-    int begun = 0;
-    int ended = 0;
+    const std::size_t requests = urls.size();
+    std::size_t begun = 0;
+    std::size_t ended = 0;
     while (ended < requests) {
         while (begun < requests && begun - ended < atOnce) {
-            addBareTransfer(multi, urls[static_cast<std::size_t>(begun++)]);
+            addBareTransfer(multi, urls[begun++]);
         }
         int running = 0;
         curl_multi_perform(multi, &running);
@@ -144,7 +138,7 @@ void askBare(const std::vector<std::string>& urls) {
 void askSession(const std::vector<platform::URL>& urls) {
     std::mutex mutex;
     std::condition_variable changed;
-    int ended = 0;
+    std::size_t ended = 0;
     platform::ThreadPoolQueue queue("completions", 2);
     platform::CurlURLSession session(queue, {.version = "bench"});
     for (const auto& url : urls) {
@@ -153,18 +147,18 @@ void askSession(const std::vector<platform::URL>& urls) {
                 std::exit(2);
             }
             const std::lock_guard lock(mutex);
-            if (++ended == requests) {
+            if (++ended == urls.size()) {
                 changed.notify_all();
             }
         });
     }
     std::unique_lock lock(mutex);
-    changed.wait(lock, [&] { return ended == requests; });
+    changed.wait(lock, [&] { return ended == urls.size(); });
 }
 
-bool compare(std::size_t bodyBytes) {
+void compare(std::size_t bodyBytes, int requests, bench::Figures& figures) {
     const ServerProcess server(bodyBytes);
-    const std::vector<std::string> texts = server.urls();
+    const std::vector<std::string> texts = server.urls(requests);
     std::vector<platform::URL> urls;
     for (const auto& text : texts) {
         urls.push_back(*platform::URL::parse(text));
@@ -172,24 +166,30 @@ bool compare(std::size_t bodyBytes) {
     Cost bare;
     Cost session;
     for (int i = 0; i < repetitions; ++i) {  // in turns, so that both meet the same machine
-        measure(bare, [&] { askBare(texts); });
-        measure(session, [&] { askSession(urls); });
+        measure(bare, texts.size(), [&] { askBare(texts); });
+        measure(session, texts.size(), [&] { askSession(urls); });
     }
-    const double ratio = session.processor / bare.processor;
-    std::printf(
-        "%8zu bytes: processor %7.1f us a request, bare %7.1f, ratio %.2f; "
-        "elapsed %7.1f us, bare %7.1f\n",
-        bodyBytes, session.processor, bare.processor, ratio, session.elapsed, bare.elapsed);
-    return ratio <= maximumRatio;
+    const std::string at = "bodies of " + std::to_string(bodyBytes) + " bytes";
+    const auto addBoth = [&](const char* what, double Cost::*cost) {
+        figures.add({.what = what, .value = bare.*cost, .unit = "us", .of = "libcurl", .at = at});
+        figures.add({.what = what, .value = session.*cost, .unit = "us", .at = at});
+    };
+    addBoth("processor time a request", &Cost::processor);
+    addBoth("elapsed time a request", &Cost::elapsed);
+    figures.add({.what = "processor time, times libcurl's",
+                 .value = session.processor / bare.processor,
+                 .most = maximumRatio,
+                 .at = at});
 }
 
 }  // namespace
 }  // namespace glintmark
 
-int main() {
-    bool held = true;
+int main(int argc, char** argv) {
+    const glintmark::bench::Options options(argc, argv);
+    glintmark::bench::Figures figures;
     for (const std::size_t bodyBytes : {std::size_t{0}, std::size_t{4'000}, std::size_t{100'000}}) {
-        held = glintmark::compare(bodyBytes) && held;
+        glintmark::compare(bodyBytes, options.smoke ? 20 : 2000, figures);
     }
-    return held ? 0 : 1;
+    return figures.finish(options);
 }

@@ -2,8 +2,8 @@
 // opens, reads and watches each, and the memory that it takes. Fails when it takes more than 1.2
 // times as long, or not all are watched (fs.inotify.max_user_watches must allow that).
 //
-// WatchingBench [--json FILE] [DIRECTORIES [FOLDER]]: how many (100,000), and where to make them
-// ($TMPDIR).
+// WatchingBench [--json FILE] [--smoke] [DIRECTORIES [FOLDER]]: how many (100,000), and where to
+// make them ($TMPDIR).
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,17 +12,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "bench/Figures.h"
+#include "bench/TemporaryFolder.h"
 #include "platform/linux/files/FileDescriptor.h"
 #include "platform/linux/watching/TreeWatches.h"
 
@@ -30,7 +28,8 @@ namespace glintmark::platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Milliseconds = std::chrono::duration<double, std::milli>;
+using bench::median;
+using bench::Milliseconds;
 
 constexpr int rounds = 7;
 constexpr int directoriesInEach = 8;
@@ -95,11 +94,6 @@ Milliseconds treeWatches(const std::string& folder, std::size_t& count, double& 
     return taken;
 }
 
-Milliseconds median(std::vector<Milliseconds> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
 void run(const std::string& folder, int directories, bench::Figures& figures) {
     makeTree(folder, directories);
     std::size_t bareCount = 0;
@@ -111,12 +105,22 @@ void run(const std::string& folder, int directories, bench::Figures& figures) {
         bare.push_back(bareLoop(folder, bareCount));
         ours.push_back(treeWatches(folder, count, bytes));
     }
-    figures.add("directories", static_cast<double>(bareCount), "");
-    figures.add("not watched", static_cast<double>(bareCount - count), "", 0);
-    figures.add("bare loop", median(bare).count(), "ms");
-    figures.add("stream's walk", median(ours).count(), "ms");
-    figures.add("ratio", median(ours) / median(bare), "", maximumRatio);
-    figures.add("memory a directory", bytes / static_cast<double>(count), "bytes");
+    const std::string at = std::to_string(directories) + " directories";
+    figures.add({.what = "not watched",
+                 .value = static_cast<double>(bareCount - count),
+                 .most = 0,
+                 .at = at});
+    figures.add(
+        {.what = "walk", .value = median(bare).count(), .unit = "ms", .of = "bare loop", .at = at});
+    figures.add({.what = "walk", .value = median(ours).count(), .unit = "ms", .at = at});
+    figures.add({.what = "walk, times the bare loop's",
+                 .value = median(ours) / median(bare),
+                 .most = maximumRatio,
+                 .at = at});
+    figures.add({.what = "memory a directory",
+                 .value = bytes / static_cast<double>(count),
+                 .unit = "bytes",
+                 .at = at});
 }
 
 /// Whether the system gives as many watches as are needed; says so when it does not.
@@ -134,26 +138,14 @@ bool allowsWatches(int directories) {
 }  // namespace glintmark::platform
 
 int main(int argc, char** argv) {
-    namespace fs = std::filesystem;
-    const char* json = nullptr;
-    if (argc > 2 && std::strcmp(argv[1], "--json") == 0) {
-        json = argv[2];
-        argv += 2;
-        argc -= 2;
-    }
-    const int directories = argc > 1 ? std::atoi(argv[1]) : 100'000;
-    const fs::path place = argc > 2 ? fs::path(argv[2]) : fs::temp_directory_path();
-    if (!glintmark::platform::allowsWatches(directories)) {
+    using namespace glintmark;
+    const bench::Options options(argc, argv);
+    const int directories = options.count(options.smoke ? 1'000 : 100'000);
+    if (!platform::allowsWatches(directories)) {
         return EXIT_FAILURE;
     }
-    auto folder = (place / "glintmark-bench.XXXXXX").string();
-    if (::mkdtemp(folder.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return EXIT_FAILURE;
-    }
-    glintmark::bench::Figures figures("walk");
-    glintmark::platform::run(folder, directories, figures);
-    fs::remove_all(folder);
-    const bool written = json == nullptr || figures.write(json);
-    return figures.passed() && written ? EXIT_SUCCESS : EXIT_FAILURE;
+    const bench::TemporaryFolder folder(options.place());
+    bench::Figures figures;
+    platform::run(folder.path(), directories, figures);
+    return figures.finish(options);
 }

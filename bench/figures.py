@@ -1,23 +1,45 @@
-"""What the benchmarks of the whole program share: keeping figures, and asking the system for them."""
+"""What the benchmarks of the whole program share: options, keeping figures, and asking the system for
+them."""
 
+import argparse
+import json
 import pathlib
 import re
+
+
+def parse_arguments(description, **more):
+    """The options of every benchmark, and `more` of its own: name=argparse's settings."""
+    parser = argparse.ArgumentParser(description=description.split("\n\n", maxsplit=1)[0])
+    parser.add_argument("--program", type=pathlib.Path, default="build/bench/glintmark")
+    parser.add_argument("--json", type=pathlib.Path, help="also write the figures there")
+    parser.add_argument("--smoke", action="store_true", help="a short run; limits do not count")
+    for name, settings in more.items():
+        parser.add_argument(name if "nargs" in settings else "--" + name.replace("_", "-"),
+                            **settings)
+    return parser.parse_args()
 
 
 class Figures:
     """Prints each figure and keeps it; notes which limits were passed."""
 
     def __init__(self):
-        self.values = {}
-        self.failures = []
+        self.figures = []
 
-    def add(self, name, value, unit, most=None):
-        passed = most is None or value <= most
-        limit = "" if most is None else f"  (at most {most:g})" if passed else f"  OVER {most:g}"
-        print(f"{name:44} {value:12.3f} {unit}{limit}", flush=True)
-        self.values[name] = value
-        if not passed:
-            self.failures.append(name)
+    def add(self, what, value, unit, most=None, of="glintmark", at=""):
+        """`of`: whose figure it is; `at`: the case, where there are several."""
+        limit = ("" if most is None else
+                 f"  (at most {most:g})" if value <= most else f"  OVER {most:g}")
+        print(f"{of:12} {at + ': ' if at else ''}{what:44} {value:12.3f} {unit}{limit}", flush=True)
+        self.figures.append({"what": what, "of": of, "at": at, "value": value, "unit": unit,
+                             "most": most})
+
+    def finish(self, arguments):
+        """Writes the figures where the arguments say; the status to end with."""
+        if arguments.json:
+            arguments.json.write_text(json.dumps(self.figures, indent=1) + "\n")
+        passed = [figure for figure in self.figures
+                  if figure["most"] is not None and figure["value"] > figure["most"]]
+        return 1 if passed and not arguments.smoke else 0
 
 
 def task_files(pid, name):

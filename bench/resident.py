@@ -2,14 +2,12 @@
 """What the program costs while it waits for links: memory before and after a first fetch, wake-ups,
 processor time, and the time from its start to the item's registration with a panel.
 
-    resident.py [--program PROGRAM] [--rest SECONDS] [--json FILE]
+    resident.py [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
 
 Runs in a private session with a panel, a notification daemon and sites on loopback. Fails when a
 limit is passed. Proportional memory depends on what else runs: use a machine at rest.
 """
 
-import argparse
-import json
 import pathlib
 import re
 import statistics
@@ -17,7 +15,8 @@ import sys
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
-from figures import Figures, memory_megabytes, processor_seconds, wake_ups  # noqa: E402
+from figures import (Figures, memory_megabytes, parse_arguments, processor_seconds,  # noqa: E402
+                     wake_ups)
 from program import Program, StatusItem, write_link  # noqa: E402
 from session import DesktopSession, wait_for  # noqa: E402
 from sites import SiteServer, demo_sites  # noqa: E402
@@ -50,8 +49,8 @@ def time_of_start(session, executable, number):
     return end - begin
 
 
-def measure_starts(session, executable, figures):
-    starts = [time_of_start(session, executable, number) for number in range(STARTS)]
+def measure_starts(session, executable, count, figures):
+    starts = [time_of_start(session, executable, number) for number in range(count)]
     figures.add("start to registered item, median", statistics.median(starts), "s", MOST_START)
     figures.add("start to registered item, least", min(starts), "s")
 
@@ -70,18 +69,16 @@ def measure_rest(pid, seconds, figures):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", type=pathlib.Path, default="build/bench/glintmark")
-    parser.add_argument("--rest", type=float, default=60.0)
-    parser.add_argument("--json", type=pathlib.Path)
-    arguments = parser.parse_args()
+    arguments = parse_arguments(__doc__, rest={"type": float, "default": 60.0})
+    if arguments.smoke:
+        arguments.rest = 1.0
     figures = Figures()
     with SiteServer(demo_sites()) as server, \
             DesktopSession(environment=server.proxy_environment()) as session:
         session.start_window_manager()
         session.start_notifyd()
         session.start_panel()
-        measure_starts(session, arguments.program, figures)
+        measure_starts(session, arguments.program, 1 if arguments.smoke else STARTS, figures)
         program = Program(session, arguments.program).start()
         program.wait_until_started()
         StatusItem(session)
@@ -89,12 +86,10 @@ def main():
         measure_memory(pid, "before a fetch", figures)
         write_link(session.home / "Downloads" / "a.webloc", "http://glint.example/")
         program.wait_for_line("Glintmark: Icon applied")
-        time.sleep(HELPER_IDLE)
+        time.sleep(1 if arguments.smoke else HELPER_IDLE)
         measure_memory(pid, "after a fetch", figures, (MOST_MEGABYTES, MOST_PRIVATE_MEGABYTES))
         measure_rest(pid, arguments.rest, figures)
-    if arguments.json:
-        arguments.json.write_text(json.dumps(figures.values, indent=1) + "\n")
-    return 1 if figures.failures else 0
+    return figures.finish(arguments)
 
 
 sys.exit(main())

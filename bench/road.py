@@ -3,6 +3,7 @@
 that answers every request after 50 ms.
 
     road.py [--program PROGRAM] [--links N[,N...]] [--silent] [--json FILE]
+            [--smoke]
 
 With --silent no site ever answers, only the favicon service, which knows none, and each link has to
 end in its failure.
@@ -13,11 +14,9 @@ long the main thread was away from its events, and how long a call to the status
 answers, had to wait. Fails when a limit is passed, when a link has no icon, or when one has two.
 """
 
-import argparse
 import asyncio
 import collections
 import contextlib
-import json
 import multiprocessing
 import os
 import pathlib
@@ -31,7 +30,7 @@ import time
 import zlib
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
-from figures import Figures  # noqa: E402
+from figures import Figures, parse_arguments  # noqa: E402
 from program import Program, write_link  # noqa: E402
 from session import DesktopSession  # noqa: E402
 
@@ -210,12 +209,12 @@ def desktop_session(port):
         yield session
 
 
-def measure_alone(executable, port, figures):
+def measure_alone(executable, links, port, figures):
     """One link after the other: what the program adds to its delays and the site's answers."""
     added = []
     with desktop_session(port) as session:
         Program(session, executable).start().wait_until_started()
-        for number in range(LINKS_ALONE):
+        for number in range(links):
             time.sleep(number % 4 * 0.7)  # so that the poll does not come at the same moment each time
             begin = time.monotonic()
             write_link(session.home / "Downloads" / f"{number}.webloc",
@@ -223,8 +222,8 @@ def measure_alone(executable, port, figures):
             while len(DONE.findall(session.log("glintmark"))) <= number:
                 time.sleep(0.001)
             added.append(time.monotonic() - begin - FIXED_DELAYS - LONGEST_CHAIN * ANSWER_AFTER)
-    figures.add("a link alone: added by the program, median", statistics.median(added), "s",
-                MOST_ADDED)
+    figures.add("added by the program, median", statistics.median(added), "s", MOST_ADDED,
+                at="a link alone")
 
 
 def measure(executable, held_time_library, count, port, silent, figures):
@@ -253,42 +252,39 @@ def measure(executable, held_time_library, count, port, silent, figures):
         caller.join()
         applied = collections.Counter(ended)
         waits = sorted(caller.waits)
-        figures.add(f"{count} links: all done after", seconds, "s", most_seconds)
-        figures.add(f"{count} links: without exactly one end", count - sum(
-            times == 1 for times in applied.values()), "", 0)
-        figures.add(f"{count} links: failed", sum(path.startswith("http") for path in applied), "",
-                    count if silent else 0)
-        figures.add(f"{count} links: process tree, most", memory, "MB", MOST_MEGABYTES)
-        longest, by_itself, times, too_long = held.figures()
-        figures.add(f"{count} links: main thread held, longest", by_itself, "s", MOST_HELD)
-        figures.add(f"{count} links: main thread held too long", too_long, f"of {times} times")
-        figures.add(f"{count} links: with waits for a processor", longest, "s")
-        figures.add(f"{count} links: a call's wait, median", statistics.median(waits), "s")
-        figures.add(f"{count} links: a call's wait, 99 of 100", waits[len(waits) * 99 // 100], "s")
-        figures.add(f"{count} links: a call's wait, longest", waits[-1], "s")
+        longest, by_itself, _, too_long = held.figures()
+        at = f"{count:,} links" if count > 1 else "1 link"
+        figures.add("all done after", seconds, "s", most_seconds, at=at)
+        figures.add("without exactly one end",
+                    count - sum(times == 1 for times in applied.values()), "", 0, at=at)
+        figures.add("failed", sum(path.startswith("http") for path in applied), "",
+                    count if silent else 0, at=at)
+        figures.add("process tree, most", memory, "MB", MOST_MEGABYTES, at=at)
+        figures.add("main thread held, longest", by_itself, "s", MOST_HELD, at=at)
+        figures.add("main thread held too long", too_long, "times", at=at)
+        figures.add("with waits for a processor", longest, "s", at=at)
+        figures.add("a call's wait, median", statistics.median(waits), "s", at=at)
+        figures.add("a call's wait, 99 of 100", waits[len(waits) * 99 // 100], "s", at=at)
+        figures.add("a call's wait, longest", waits[-1], "s", at=at)
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", type=pathlib.Path, default="build/bench/glintmark")
-    parser.add_argument("--held-time", type=pathlib.Path, default="build/bench/bench/libheld_time.so")
-    parser.add_argument("--links", default="1,100,1000,5000")
-    parser.add_argument("--silent", action="store_true")
-    parser.add_argument("--json", type=pathlib.Path)
-    arguments = parser.parse_args()
+    arguments = parse_arguments(
+        __doc__, links={"default": "1,100,1000,5000"}, silent={"action": "store_true"},
+        held_time={"type": pathlib.Path, "default": "build/bench/bench/libheld_time.so"})
+    if arguments.smoke:
+        arguments.links = "1"
     figures = Figures()
     ours, theirs = multiprocessing.Pipe()
     server = multiprocessing.Process(target=serve, args=(theirs, not arguments.silent), daemon=True)
     server.start()
     port = ours.recv()
     if not arguments.silent:
-        measure_alone(arguments.program, port, figures)
+        measure_alone(arguments.program, 1 if arguments.smoke else LINKS_ALONE, port, figures)
     for count in arguments.links.split(","):
         measure(arguments.program, arguments.held_time, int(count), port, arguments.silent, figures)
     server.terminate()
-    if arguments.json:
-        arguments.json.write_text(json.dumps(figures.values, indent=1) + "\n")
-    return 1 if figures.failures else 0
+    return figures.finish(arguments)
 
 
 if __name__ == "__main__":

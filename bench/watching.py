@@ -2,16 +2,16 @@
 """Watching many directories with the built program, beside the peers that are installed: memory,
 set-up, rest, latency of a report, throughput of a burst, and the poll of a large folder.
 
-    watching.py [--program PROGRAM] [--directories N] [--rest SECONDS] [--place FOLDER] [--json FILE]
-                [NAME ...]
+    watching.py [--program PROGRAM] [--directories N[,N...]] [--rest SECONDS] [--place FOLDER]
+                [--json FILE] [--smoke] [NAME ...]
 
-Names: tree (memory, set-up and rest), latency, burst, poll. Fails when a limit is passed. Processor
-times and ratios count; the machine may be busy. fs.inotify.max_user_watches must allow N. What
-other programs make in a directory above the place of the trees, or mount, wakes the program too.
+Names: tree (memory, set-up and rest, at each number of directories), latency, burst, poll (at the
+last). Fails when a limit is passed. Processor times and ratios count; the machine may be busy. Raises
+fs.inotify.max_user_watches while it runs, where it may. What other programs make in a directory above
+the place of the trees, or mount, wakes the program too.
 """
 
-import argparse
-import json
+import contextlib
 import os
 import pathlib
 import shutil
@@ -23,8 +23,10 @@ import threading
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "stress"))
-from bare_program import SYSTEM_LIMITS, BareProgram, wait_for, watches_of  # noqa: E402
-from figures import Figures, memory_megabytes, processor_seconds, task_files, wake_ups  # noqa: E402
+from bare_program import (SYSTEM_LIMITS, BareProgram, SystemLimit, wait_for,  # noqa: E402
+                          watches_of)
+from figures import (Figures, memory_megabytes, parse_arguments, processor_seconds,  # noqa: E402
+                     wake_ups)
 
 DIRECTORIES_IN_EACH = 8
 FILES_IN_EACH = 3
@@ -35,6 +37,8 @@ BURST_FILES = 20_000
 POLLED_ENTRIES = 100_000
 POLL_INTERVAL = 5.0
 SETTLED_SECONDS = 1.0  # without processor time: set up
+
+SPARE_WATCHES = 1000  # for what else runs
 
 MOST_MEGABYTES = 10.0
 MOST_LATENCY = 0.005  # seconds beyond the fixed delays, median
@@ -75,44 +79,58 @@ def make_tree(folder, count):
     return parents[-1]
 
 
-def check_limit(directories):
-    limit = int((SYSTEM_LIMITS / "max_user_watches").read_text())
-    if limit < directories + 1000:
-        sys.exit(f"fs.inotify.max_user_watches is {limit}: too low for {directories} directories")
+@contextlib.contextmanager
+def enough_watches(directories):
+    needed = directories + SPARE_WATCHES
+    before = int((SYSTEM_LIMITS / "max_user_watches").read_text())
+    with contextlib.ExitStack() as stack:
+        if before < needed and not stack.enter_context(
+                SystemLimit("max_user_watches", needed)).changed:
+            sys.exit(f"fs.inotify.max_user_watches is {before}, too low for {directories} directories: "
+                     f"run `sysctl fs.inotify.max_user_watches={needed}` as root")
+        yield
 
 
-def measure_tree(options, figures):
-    with BareProgram(options.program, place=options.place) as program:
-        make_tree(str(program.desktop), options.directories)
-        begin = time.monotonic()
-        program.start()
-        pid = program.process.pid
-        seconds = wait_until_settled(pid, begin)
-        figures.add("glintmark: set-up, processor time", processor_seconds(pid), "s")
-        figures.add("glintmark: set-up, time", seconds, "s")
-        figures.add("glintmark: directories not watched",
-                    max(0, options.directories - watches_of(pid)), "", 0)
-        proportional, private = memory_megabytes(pid)
-        figures.add("glintmark: PSS", proportional, "MB", MOST_MEGABYTES)
-        figures.add("glintmark: private memory", private, "MB")
-        if options.rest > 0:
-            measure_rest(pid, options.rest, figures)
-        program.end()
-        for peer in PEERS:
-            measure_peer(peer, program, figures)
+def measure_trees(options, figures):
+    for directories in options.sizes:
+        with BareProgram(options.program, place=options.place) as program:
+            make_tree(str(program.desktop), directories)
+            measure_tree(program, directories, options.rest, figures)
 
 
-def measure_rest(pid, seconds, figures):
+def measure_tree(program, directories, rest, figures):
+    at = f"{directories:,} directories"
+    begin = time.monotonic()
+    program.start()
+    pid = program.process.pid
+    measure_set_up(pid, begin, "glintmark", at, figures, MOST_MEGABYTES)
+    figures.add("directories not watched", max(0, directories - watches_of(pid)), "", 0, at=at)
+    measure_rest(pid, rest, at, figures)
+    program.end()
+    for peer in PEERS:
+        measure_peer(peer, program, at, figures)
+
+
+def measure_set_up(pid, begin, name, at, figures, most_megabytes=None):
+    seconds = wait_until_settled(pid, begin)
+    figures.add("set-up, processor time", processor_seconds(pid), "s", of=name, at=at)
+    figures.add("set-up, time", seconds, "s", of=name, at=at)
+    proportional, private = memory_megabytes(pid)
+    figures.add("PSS", proportional, "MB", most_megabytes, of=name, at=at)
+    figures.add("private memory", private, "MB", of=name, at=at)
+
+
+def measure_rest(pid, seconds, at, figures):
     """Each time that a thread goes back to sleep is one wake-up."""
     before = wake_ups(pid), wake_ups(pid, STREAM_THREAD), processor_seconds(pid)
     time.sleep(seconds)
     minutes = seconds / 60
-    figures.add("glintmark: wake-ups at rest", (wake_ups(pid) - before[0]) / minutes, "a minute",
-                MOST_WAKE_UPS)
-    figures.add("glintmark: wake-ups of the stream's thread", wake_ups(pid, STREAM_THREAD) - before[1],
-                "", 0)
-    figures.add("glintmark: processor time at rest",
-                (processor_seconds(pid) - before[2]) / minutes * 1000, "ms a minute")
+    figures.add("wake-ups at rest", (wake_ups(pid) - before[0]) / minutes, "a minute", MOST_WAKE_UPS,
+                at=at)
+    figures.add("wake-ups of the stream's thread", wake_ups(pid, STREAM_THREAD) - before[1], "", 0,
+                at=at)
+    figures.add("processor time at rest", (processor_seconds(pid) - before[2]) / minutes * 1000,
+                "ms a minute", at=at)
 
 
 def fswatch(folder, _):
@@ -133,7 +151,7 @@ def watchman(_, scratch):
 PEERS = (fswatch, inotifywait, watchman)
 
 
-def measure_peer(peer, program, figures):
+def measure_peer(peer, program, at, figures):
     name = peer.__name__
     if shutil.which(name) is None:
         print(f"{name}: not installed")
@@ -148,15 +166,7 @@ def measure_peer(peer, program, figures):
                 wait_for(pathlib.Path(scratch, "socket").exists, "watchman's socket")
                 subprocess.run(["watchman", "--no-spawn", "--sockname", f"{scratch}/socket", "watch",
                                 str(program.desktop)], check=True, stdout=subprocess.DEVNULL)
-            seconds = wait_until_settled(process.pid, begin)
-            figures.add(f"{name}: set-up, processor time", processor_seconds(process.pid), "s")
-            figures.add(f"{name}: set-up, time", seconds, "s")
-            figures.add(f"{name}: watches", watches_of(process.pid), "")
-            proportional, private = memory_megabytes(process.pid)
-            figures.add(f"{name}: PSS", proportional, "MB")
-            figures.add(f"{name}: private memory", private, "MB")
-            figures.add(f"{name}: PSS, times glintmark's",
-                        proportional / figures.values["glintmark: PSS"], "")
+            measure_set_up(process.pid, begin, name, at, figures)
         finally:
             process.terminate()
             process.wait()
@@ -174,12 +184,12 @@ def measure_latency(options, figures):
     """From a file's creation, deep in the tree where the poll does not look, to its report; beside
     bare sleeps of the same length at the same time, which a busy machine makes late as well."""
     with BareProgram(options.program, place=options.place) as program:
-        deepest = make_tree(str(program.desktop), options.directories)
+        deepest = make_tree(str(program.desktop), options.sizes[-1])
         begin = time.monotonic()
         program.start()
         wait_until_settled(program.process.pid, begin)
         late, sleeps = [], []
-        for number in range(LATENCIES):
+        for number in range(3 if options.smoke else LATENCIES):
             path = f"{deepest}/{number}.webloc"
             sleeper = threading.Thread(target=sleep_in_turn, args=(sleeps,))
             sleeper.start()
@@ -238,36 +248,27 @@ def measure_poll(options, figures):
 
 
 MEASUREMENTS = {
-    "tree": measure_tree,
+    "tree": measure_trees,
     "latency": measure_latency,
     "burst": measure_burst,
     "poll": measure_poll,
 }
 
 
-def parse_arguments():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
-    parser.add_argument("--program", default="build/bench/glintmark", type=pathlib.Path)
-    parser.add_argument("--directories", default=100_000, type=int)
-    parser.add_argument("--rest", default=60.0, type=float, help="seconds of rest to look at")
-    parser.add_argument("--place", default="/var/tmp", type=pathlib.Path,
-                        help="where to make the trees (/var/tmp)")
-    parser.add_argument("--json", type=pathlib.Path, help="also write the figures there")
-    parser.add_argument("names", nargs="*", metavar="NAME", help=", ".join(MEASUREMENTS))
-    return parser.parse_args()
-
-
 def main():
-    options = parse_arguments()
-    check_limit(options.directories)
+    options = parse_arguments(
+        __doc__, directories={"default": "1000,10000,100000"},
+        rest={"type": float, "default": 60.0, "help": "seconds of rest to look at"},
+        place={"type": pathlib.Path, "default": "/var/tmp", "help": "where to make the trees"},
+        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(MEASUREMENTS)})
+    options.sizes = [int(number) for number in options.directories.split(",")]
+    if options.smoke:
+        options.sizes, options.rest, options.names = [100], 1.0, ["tree", "latency"]
     figures = Figures()
-    for name in options.names or MEASUREMENTS:
-        MEASUREMENTS[name](options, figures)
-    if options.json:
-        options.json.write_text(json.dumps(
-            {"benchmark": "watching", "directories": options.directories,
-             "figures": figures.values, "failures": figures.failures}, indent=2) + "\n")
-    return 1 if figures.failures else 0
+    with enough_watches(max(options.sizes)):
+        for name in options.names or MEASUREMENTS:
+            MEASUREMENTS[name](options, figures)
+    return figures.finish(options)
 
 
 if __name__ == "__main__":
