@@ -1,0 +1,233 @@
+// find-icons [--bare]: finds the icon of each link that it reads from its input, through the
+// program's own code, and writes a line of JSON for each: the icon's address and size, the time,
+// the processor time. With --bare each fetch is followed by the same requests, each as soon as the
+// one that it waited for has ended, in a bare loop around libcurl. A last line tells of the whole
+// run.
+#include <curl/curl.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/Figures.h"
+#include "favicon/FaviconFetcher.h"
+#include "platform/Configuration.h"
+#include "platform/Platform.h"
+#include "platform/linux/files/PosixFileManager.h"
+#include "platform/linux/images/SandboxedImageDecoder.h"
+#include "platform/linux/network/CurlURLSession.h"
+#include "platform/linux/queues/LinuxDispatchQueues.h"
+#include "tests/doubles/TestPlatform.h"
+#include "tools/FetchRecorder.h"
+#include "tools/FetchReport.h"
+
+namespace glintmark {
+namespace {
+
+using bench::Milliseconds;
+using nlohmann::ordered_json;
+using tools::RequestRecord;
+
+struct Cost {
+    Milliseconds elapsed{0};
+    Milliseconds processor{0};
+};
+
+template <typename Work>
+Cost costOf(const Work& work) {
+    const auto processor = bench::processorTime();
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return {std::chrono::steady_clock::now() - begin, bench::processorTime() - processor};
+}
+
+// ---- the same requests with libcurl alone
+
+/// The request whose end another waited for: the last that had ended when it began.
+std::optional<std::size_t> awaited(const std::vector<RequestRecord>& requests, std::size_t index) {
+    std::optional<std::size_t> last;
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        const bool ended = requests[i].end && *requests[i].end <= requests[index].begin;
+        if (ended && (!last || *requests[*last].end < *requests[i].end)) {
+            last = i;
+        }
+    }
+    return last;
+}
+
+std::size_t append(const char* bytes, std::size_t size, std::size_t count, void* body) {
+    static_cast<std::string*>(body)->append(bytes, size * count);
+    return size * count;
+}
+
+/// Keeps its connections from one fetch to the next, as the session does.
+class BareLoop {
+public:
+    ~BareLoop() { curl_multi_cleanup(multi_); }
+
+    void askFor(const std::vector<RequestRecord>& requests) {
+        std::vector<std::vector<std::size_t>> followers(requests.size());
+        bodies_.assign(requests.size(), {});
+        running_ = 0;
+        for (std::size_t i = 0; i < requests.size(); ++i) {
+            if (const auto before = awaited(requests, i)) {
+                followers[*before].push_back(i);
+            } else {
+                begin(requests[i], i);
+            }
+        }
+        while (running_ > 0) {
+            int ignored = 0;
+            curl_multi_perform(multi_, &ignored);
+            while (const auto ended = nextEnded()) {
+                for (const std::size_t follower : followers[*ended]) {
+                    begin(requests[follower], follower);
+                }
+            }
+            if (running_ > 0) {
+                curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
+            }
+        }
+    }
+
+private:
+    void begin(const RequestRecord& request, std::size_t index) {
+        CURL* easy = curl_easy_init();
+        curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str());
+        curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+        curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+        curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 20L);
+        curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+        curl_easy_setopt(easy, CURLOPT_USERAGENT, "bare");
+        curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "");
+        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, append);
+        curl_easy_setopt(easy, CURLOPT_WRITEDATA, &bodies_[index]);
+        curl_easy_setopt(easy, CURLOPT_PRIVATE, &bodies_[index]);
+        curl_multi_add_handle(multi_, easy);
+        ++running_;
+    }
+
+    std::optional<std::size_t> nextEnded() {
+        int left = 0;
+        const CURLMsg* const message = curl_multi_info_read(multi_, &left);
+        if (message == nullptr) {
+            return std::nullopt;
+        }
+        CURL* easy = message->easy_handle;
+        const std::string* body = nullptr;
+        curl_easy_getinfo(easy, CURLINFO_PRIVATE, &body);
+        curl_multi_remove_handle(multi_, easy);
+        curl_easy_cleanup(easy);
+        --running_;
+        return static_cast<std::size_t>(body - bodies_.data());
+    }
+
+    CURLM* multi_ = curl_multi_init();
+    std::vector<std::string> bodies_;  ///< One for each request.
+    int running_ = 0;
+};
+
+// ---- one fetch
+
+std::vector<IconCandidate> candidatesOf(const platform::URL& url) {
+    const auto found = std::make_shared<std::promise<std::vector<IconCandidate>>>();
+    FaviconFetcher::collectCandidates(url, *url.host(),
+                                      [found](std::vector<IconCandidate> candidates) {
+                                          found->set_value(std::move(candidates));
+                                      });
+    return found->get_future().get();
+}
+
+ordered_json told(const std::string& link, const tools::FetchReport& report, const Cost& cost) {
+    ordered_json line{{"link", link},
+                      {"icon", nullptr},
+                      {"requests", report.requests.size()},
+                      {"ms", cost.elapsed.count()},
+                      {"processorMs", cost.processor.count()}};
+    if (report.winner) {
+        const auto& image = report.candidates[*report.winner].image;
+        const auto request = std::ranges::find(report.requests, image, &RequestRecord::image);
+        line["icon"] = request != report.requests.end() ? ordered_json(request->url) : nullptr;
+    }
+    return line;
+}
+
+/// Peak of this process and of the helper's, in megabytes.
+double peakMegabytes(int whose) {
+    rusage usage{};
+    getrusage(whose, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024;
+}
+
+Milliseconds childrensProcessorTime() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return std::chrono::seconds(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
+}
+
+void findAll(bool withBareLoop) {
+    doubles::Fakes fakes;
+    const platform::Configuration settings{"", ""};
+    platform::LinuxDispatchQueues queues;
+    platform::PosixFileManager files;
+    platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER);
+    platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
+                                     {.version = "bench"});
+    BareLoop bare;
+    std::string link;
+    while (std::getline(std::cin, link)) {
+        const auto url = platform::URL::parse(link);
+        tools::FetchRecorder recorder(session, decoder);
+        const platform::Services services{fakes.application,  fakes.bundle,
+                                          settings,           queues,
+                                          fakes.eventStreams, files,
+                                          recorder,           fakes.log,
+                                          fakes.openPanel,    fakes.statusBar,
+                                          fakes.queues,       recorder,
+                                          fakes.userDefaults, fakes.notifications,
+                                          fakes.workspace};
+        const platform::ServicesScope scope(services);
+        std::vector<IconCandidate> candidates;
+        const Cost cost = costOf([&] { candidates = candidatesOf(*url); });
+        const tools::FetchReport report(recorder.requests(), std::move(candidates));
+        ordered_json line = told(link, report, cost);
+        if (withBareLoop) {
+            const Cost least = costOf([&] { bare.askFor(report.requests); });
+            line["bareMs"] = least.elapsed.count();
+            line["bareProcessorMs"] = least.processor.count();
+        }
+        std::cout << line.dump() << std::endl;
+    }
+}
+
+}  // namespace
+}  // namespace glintmark
+
+int main(int argc, char** argv) {
+    using namespace glintmark;
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that the helper's figures come to this process
+    findAll(argc > 1 && std::strcmp(argv[1], "--bare") == 0);
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+    std::cout << ordered_json{{"decoderMs", childrensProcessorTime().count()},
+                              {"megabytes",
+                               peakMegabytes(RUSAGE_SELF) + peakMegabytes(RUSAGE_CHILDREN)}}
+                     .dump()
+              << std::endl;
+}
