@@ -17,7 +17,7 @@ import zlib
 
 ANSWER_AFTER = 0.010  # seconds
 SLOW = 1.0
-HUGE = 2_000_000  # bytes
+HUGE = 1_000_000  # bytes
 VECTOR_WIDTH = 512  # a drawing fits any size
 MOST_REDIRECTS = 5
 TLS_HANDSHAKE = b"\x16"  # there is no https here
