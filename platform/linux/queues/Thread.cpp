@@ -1,6 +1,7 @@
 #include "platform/linux/queues/Thread.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <memory>
 #include <utility>
@@ -11,18 +12,25 @@ namespace {
 
 constexpr std::size_t shownNameBytes = 15;  // pthread_setname_np(3)
 
-// Behind the main thread, which the user waits for, and behind other programs.
-constexpr int niceness = 5;
+// Behind the main thread, which the user waits for.
+constexpr int nicerThanMain = 5;
 
 struct Start {
     std::string name;
     std::function<void()> body;
 };
 
+/// Niceness is a thread's own on Linux, the main thread's being that of the process's id.
+/// setpriority(2).
+void yieldToMain() {
+    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    setpriority(PRIO_PROCESS, 0, ofMain + nicerThanMain);
+}
+
 void* run(void* argument) {
     const std::unique_ptr<Start> start(static_cast<Start*>(argument));
     pthread_setname_np(pthread_self(), start->name.c_str());
-    setpriority(PRIO_PROCESS, 0, niceness);  // on Linux that of the calling thread: setpriority(2)
+    yieldToMain();
     start->body();
     return nullptr;
 }

@@ -94,6 +94,15 @@ TEST(ThreadPoolQueueTest, AnEarlierDueTimeOvertakesALaterOne) {
     EXPECT_TRUE(waitFor([&] { return ran.load(); }));
 }
 
+TEST(ThreadPoolQueueTest, ThreadsAreNicerThanTheMainThreadWhoeverStartsThem) {
+    ThreadPoolQueue outer("outer", 1);
+    ThreadPoolQueue inner("inner", 1);
+    std::promise<int> niceness;
+    outer.async([&] { inner.async([&] { niceness.set_value(getpriority(PRIO_PROCESS, 0)); }); });
+    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    EXPECT_EQ(niceness.get_future().get(), ofMain + 5);
+}
+
 TEST(ThreadPoolQueueTest, ThreadsShowTheBeginningOfTheLabel) {
     ThreadPoolQueue queue("com.example.program.events", 1);
     queue.async([] {});
