@@ -128,6 +128,7 @@ bool CurlURLSession::Worker::startThread() {
 }
 
 void CurlURLSession::Worker::run() {
+    yieldToMainThread();
     initialiseLibrary();
     if (!cookies_) {
         cookies_.emplace();

@@ -16,7 +16,8 @@ std::size_t poolThreads() {
 
 }  // namespace
 
-LinuxDispatchQueues::LinuxDispatchQueues() : global_("user-initiated", poolThreads()) {}
+LinuxDispatchQueues::LinuxDispatchQueues()
+    : global_("user-initiated", poolThreads(), ThreadPriority::behindMainThread) {}
 
 DispatchQueue& LinuxDispatchQueues::global(QualityOfService /*quality*/) { return global_; }
 

@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::size_t shownNameBytes = 15;  // pthread_setname_np(3)
 
-// Behind the main thread, which the user waits for.
 constexpr int nicerThanMain = 5;
 
 struct Start {
@@ -20,17 +19,9 @@ struct Start {
     std::function<void()> body;
 };
 
-/// Niceness is a thread's own on Linux, the main thread's being that of the process's id.
-/// setpriority(2).
-void yieldToMain() {
-    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
-    setpriority(PRIO_PROCESS, 0, ofMain + nicerThanMain);
-}
-
 void* run(void* argument) {
     const std::unique_ptr<Start> start(static_cast<Start*>(argument));
     pthread_setname_np(pthread_self(), start->name.c_str());
-    yieldToMain();
     start->body();
     return nullptr;
 }
@@ -91,6 +82,12 @@ void Thread::join() {
 void Thread::detach() {
     pthread_detach(handle_);
     joinable_ = false;
+}
+
+void yieldToMainThread() {
+    // Niceness is a thread's own on Linux; that of the process's id is the main thread's.
+    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    setpriority(PRIO_PROCESS, 0, ofMain + nicerThanMain);
 }
 
 }  // namespace glintmark::platform

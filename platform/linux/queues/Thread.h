@@ -36,4 +36,8 @@ private:
     bool joinable_ = false;
 };
 
+/// Puts the calling thread behind the main thread, which the user waits for. Its timed waits end up
+/// to 2 ms late. setpriority(2).
+void yieldToMainThread();
+
 }  // namespace glintmark::platform

@@ -19,7 +19,8 @@ constexpr std::size_t stackBytes = std::size_t{1024} * 1024;
 
 /// Outlives the queue when the queue is destroyed from its own work, until that work has returned.
 struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::State> {
-    State(std::string name, std::size_t most) : label(std::move(name)), maximumThreads(most) {}
+    State(std::string name, std::size_t most, ThreadPriority ofThreads)
+        : label(std::move(name)), maximumThreads(most), priority(ofThreads) {}
 
     void provideForReady();
     void provideForDelayed();
@@ -29,6 +30,7 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
 
     const std::string label;
     const std::size_t maximumThreads;
+    const ThreadPriority priority;
 
     std::mutex mutex;  // guards all below
     std::condition_variable workCame;
@@ -42,8 +44,9 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
     bool ending = false;
 };
 
-ThreadPoolQueue::ThreadPoolQueue(std::string label, std::size_t maximumThreads)
-    : state_(std::make_shared<State>(std::move(label), maximumThreads)) {}
+ThreadPoolQueue::ThreadPoolQueue(std::string label, std::size_t maximumThreads,
+                                 ThreadPriority priority)
+    : state_(std::make_shared<State>(std::move(label), maximumThreads, priority)) {}
 
 ThreadPoolQueue::~ThreadPoolQueue() {
     std::deque<Work> droppedReady;  // destroyed outside the lock: work may own much
@@ -120,6 +123,9 @@ void ThreadPoolQueue::State::addThread() {
 }
 
 void ThreadPoolQueue::State::runThread() {
+    if (priority == ThreadPriority::behindMainThread) {
+        yieldToMainThread();
+    }
     std::unique_lock lock(mutex);
     isThreadBeginning = false;
     while (!ending) {

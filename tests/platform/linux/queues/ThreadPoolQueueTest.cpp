@@ -94,9 +94,9 @@ TEST(ThreadPoolQueueTest, AnEarlierDueTimeOvertakesALaterOne) {
     EXPECT_TRUE(waitFor([&] { return ran.load(); }));
 }
 
-TEST(ThreadPoolQueueTest, ThreadsAreNicerThanTheMainThreadWhoeverStartsThem) {
-    ThreadPoolQueue outer("outer", 1);
-    ThreadPoolQueue inner("inner", 1);
+TEST(ThreadPoolQueueTest, ThreadsMayStandBehindTheMainThreadWhoeverStartsThem) {
+    ThreadPoolQueue outer("outer", 1, ThreadPriority::behindMainThread);
+    ThreadPoolQueue inner("inner", 1, ThreadPriority::behindMainThread);
     std::promise<int> niceness;
     outer.async([&] { inner.async([&] { niceness.set_value(getpriority(PRIO_PROCESS, 0)); }); });
     const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
