@@ -9,7 +9,9 @@ import subprocess
 OWN = "glintmark"
 COLOURS = ["#1f6feb", "#d29922", "#2da44e", "#8250df", "#cf222e", "#57606a"]  # ours first
 
-LETTERS_IN_A_LINE = 80  # of labels below a plot that are not turned
+LETTERS_IN_A_LINE = 64
+LEAST_MARGIN = 14  # letters, left of the first bar
+SLANTED_LETTERS_BESIDE = 14  # of a slanted label: what fits without a wider margin  # of labels below a plot that are not turned
 
 PLOT = """set terminal svg size {width},460 font "sans-serif,13" background "#ffffff"
 set output "{file}"
@@ -23,7 +25,7 @@ set grid ytics linecolor "#d0d7de"
 set key {key}
 set xtics {labels} noenhanced
 set border 3
-set lmargin 14
+set lmargin {margin}
 set tics nomirror
 {scale}
 {line}
@@ -166,6 +168,7 @@ def plot(question, title, figures, file):
         width=max(760, 22 * len(rows) * (len(names) + 1)),
         key="outside bottom center horizontal Left reverse" if len(names) > 1 else "off",
         labels="norotate center" if fits else "rotate by 35 right",
+        margin=LEAST_MARGIN if fits else max(LEAST_MARGIN, len(rows[0][0]) - SLANTED_LETTERS_BESIDE),
         scale=scale(question, rows, figures), line=gnuplot_line(question, figures))
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
