@@ -15,6 +15,15 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{1024} * 1024;
 
+/// Whom to notify, if anybody, once the lock is free: whoever wakes up needs it at once.
+using Wake = std::condition_variable*;
+
+void notify(Wake wake) {
+    if (wake != nullptr) {
+        wake->notify_one();
+    }
+}
+
 }  // namespace
 
 /// Outlives the queue when the queue is destroyed from its own work, until that work has returned.
@@ -22,8 +31,9 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
     State(std::string name, std::size_t most, ThreadPriority ofThreads)
         : label(std::move(name)), maximumThreads(most), priority(ofThreads) {}
 
-    void provideForReady();
-    void provideForDelayed();
+    Wake provideForReady();
+    Wake provideForDelayed();
+    Wake callSleeper();
     void addThread();
     void runThread();
     void sleepUntilNeeded(std::unique_lock<std::mutex>& lock);
@@ -38,7 +48,8 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
     std::deque<Work> ready;
     DelayedWork delayed;
     std::vector<Thread> threads;
-    std::size_t sleeping = 0;   // threads that wait for `workCame`
+    std::size_t sleeping = 0;   // threads that wait for `workCame` and were not called
+    std::size_t called = 0;     // threads that were and have not looked yet
     bool watchesClock = false;  // one thread waits for the earliest due time
     bool isThreadBeginning = false;
     bool ending = false;
@@ -71,42 +82,63 @@ ThreadPoolQueue::~ThreadPoolQueue() {
 }
 
 void ThreadPoolQueue::async(Work work) {
-    const std::lock_guard lock(state_->mutex);
-    state_->ready.push_back(std::move(work));
-    state_->provideForReady();
+    const auto state = state_;  // the work may destroy the queue
+    Wake wake = nullptr;
+    {
+        const std::lock_guard lock(state->mutex);
+        state->ready.push_back(std::move(work));
+        wake = state->provideForReady();
+    }
+    notify(wake);
 }
 
 void ThreadPoolQueue::asyncAfter(std::chrono::nanoseconds delay, Work work) {
     const auto due = DelayedWork::dueAfter(delay);
-    const std::lock_guard lock(state_->mutex);
-    const bool isEarliest = state_->delayed.empty() || due < state_->delayed.nextDue();
-    state_->delayed.add(due, std::move(work));
-    if (isEarliest) {
-        state_->provideForDelayed();
+    const auto state = state_;
+    Wake wake = nullptr;
+    {
+        const std::lock_guard lock(state->mutex);
+        const bool isEarliest = state->delayed.empty() || due < state->delayed.nextDue();
+        state->delayed.add(due, std::move(work));
+        if (isEarliest) {
+            wake = state->provideForDelayed();
+        }
     }
+    notify(wake);
 }
 
 /// Sees to it that a thread takes the ready work: one that sleeps, else a new one. When all are
-/// busy, the next to become free does.
-void ThreadPoolQueue::State::provideForReady() {
-    if (sleeping > 0) {
-        workCame.notify_one();
-    } else if (watchesClock) {
-        earlierDueTimeCame.notify_one();
-    } else {
-        addThread();
+/// busy, the next to become free does. Whoever was called already takes one piece each.
+Wake ThreadPoolQueue::State::provideForReady() {
+    if (ready.size() <= called) {
+        return nullptr;
     }
+    if (sleeping > 0) {
+        return callSleeper();
+    }
+    if (watchesClock) {
+        return &earlierDueTimeCame;
+    }
+    addThread();
+    return nullptr;
 }
 
 /// The same for a thread that waits for the earliest due time.
-void ThreadPoolQueue::State::provideForDelayed() {
+Wake ThreadPoolQueue::State::provideForDelayed() {
     if (watchesClock) {
-        earlierDueTimeCame.notify_one();
-    } else if (sleeping > 0) {
-        workCame.notify_one();
-    } else {
-        addThread();
+        return &earlierDueTimeCame;
     }
+    if (sleeping > 0) {
+        return callSleeper();
+    }
+    addThread();
+    return nullptr;
+}
+
+Wake ThreadPoolQueue::State::callSleeper() {
+    --sleeping;
+    ++called;
+    return &workCame;
 }
 
 /// None while another is about to begin: that one looks at all there is. When the system has no
@@ -136,12 +168,14 @@ void ThreadPoolQueue::State::runThread() {
         }
         Work work = std::move(ready.front());
         ready.pop_front();
+        Wake wake = nullptr;
         if (!ready.empty()) {
-            provideForReady();
+            wake = provideForReady();
         } else if (!delayed.empty() && !watchesClock) {
-            provideForDelayed();
+            wake = provideForDelayed();
         }
         lock.unlock();
+        notify(wake);
         work();
         work = nullptr;  // what it owns goes outside the lock, too
         lock.lock();
@@ -151,8 +185,8 @@ void ThreadPoolQueue::State::runThread() {
 void ThreadPoolQueue::State::sleepUntilNeeded(std::unique_lock<std::mutex>& lock) {
     if (delayed.empty() || watchesClock) {
         ++sleeping;
-        workCame.wait(lock);
-        --sleeping;
+        workCame.wait(lock, [this] { return called > 0 || ending; });
+        called -= ending ? 0 : 1;
     } else {
         watchesClock = true;
         earlierDueTimeCame.wait_until(lock, delayed.nextDue());

@@ -37,6 +37,23 @@ TEST(ThreadPoolQueueTest, WorkRunsOnAsManyThreadsAsAllowed) {
     EXPECT_TRUE(waitFor([&] { return done == 3 * most; }));
 }
 
+TEST(ThreadPoolQueueTest, AsManyThreadsWakeUpAsThereIsWorkFor) {
+    constexpr int most = 4;
+    std::atomic<int> begun = 0;
+    std::atomic<int> done = 0;
+    ThreadPoolQueue queue("pool", most);
+    for (int wanted = most; wanted <= 50 * most; wanted += most) {
+        for (int i = 0; i < most; ++i) {
+            queue.async([&, wanted] {
+                ++begun;
+                EXPECT_TRUE(waitFor([&] { return begun >= wanted; }));
+                ++done;
+            });
+        }
+        ASSERT_TRUE(waitFor([&] { return done == wanted; }));
+    }
+}
+
 TEST(ThreadPoolQueueTest, DelayedWorkRunsWhileOtherWorkRuns) {
     ThreadPoolQueue queue("pool", 2);
     std::promise<void> came;
