@@ -91,22 +91,28 @@ struct Received {
     }
 };
 
-// Reads to the end of the pipe, which comes when the child has ended and with it its mapping.
-Received receive(const FileDescriptor& pipe, Clock::time_point deadline) {
-    Received received;
-    while (received.length < received.bytes.size()) {
+/// Waits for the end of the pipe, which the child closes when it has unmapped the pixels and
+/// answered; its death does the same. To wake up for each thing it writes would take longer. One
+/// that writes more than the pipe holds is kept waiting until its parent kills it.
+bool awaitEnd(const FileDescriptor& pipe, Clock::time_point deadline) {
+    for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd watched{pipe.get(), POLLIN, 0};
+        pollfd watched{pipe.get(), 0, 0};
         const int ready =
             poll(&watched, 1, static_cast<int>(std::max(left.count(), decltype(left)::rep{0})));
         if (ready < 0 && errno == EINTR) continue;
-        if (ready <= 0) {
-            received.inTime = false;
-            return received;
-        }
+        return ready > 0;
+    }
+}
+
+Received receive(const FileDescriptor& pipe, Clock::time_point deadline) {
+    Received received;
+    received.inTime = awaitEnd(pipe, deadline);
+    while (received.inTime && received.length < received.bytes.size()) {
         const ssize_t length = read(pipe.get(), &received.bytes[received.length],
                                     received.bytes.size() - received.length);
-        if (length <= 0) return received;
+        if (length < 0 && errno == EINTR) continue;
+        if (length <= 0) break;
         received.length += static_cast<std::size_t>(length);
     }
     return received;

@@ -340,7 +340,7 @@ INSTANTIATE_TEST_SUITE_P(Forbidden, MisdeedTest,
                          testName);
 INSTANTIATE_TEST_SUITE_P(Died, MisdeedTest, testing::Values("crash", "end", "spin"), testName);
 INSTANTIATE_TEST_SUITE_P(Lied, MisdeedTest,
-                         testing::Values("answer half", "answer twice",
+                         testing::Values("answer half", "answer twice", "answer for ever",
                                          "more pixels than there are", "negative width", "too wide",
                                          "odd boolean", "unknown status", "always too large"),
                          testName);

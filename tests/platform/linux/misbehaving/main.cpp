@@ -83,6 +83,10 @@ const std::map<std::string, std::function<void()>> misdeeds = {
      [] {
          answer({DecodeAnswer::Status::decoded, 1, 1, 1});
      }},
+    {"answer for ever",
+     [] {
+         for (;;) answer({DecodeAnswer::Status::decoded, 1, 1, 1});
+     }},
     {"close and stay",
      [] {
          close(childAnswer);
