@@ -83,12 +83,12 @@ std::string resolved(const URLParts& reference, const URLParts& base) {
 }  // namespace
 
 std::optional<URL> URL::parse(std::string_view text) {
-    const auto parts = splitURL(text);
+    URL url;
+    url.text_ = withBracketsEscaped(text);
+    const auto parts = splitURL(url.text_);
     if (!parts || text.empty()) {
         return std::nullopt;
     }
-    URL url;
-    url.text_ = text;
     if (parts->scheme) {
         url.scheme_ = std::string(*parts->scheme);
     }
@@ -100,7 +100,8 @@ std::optional<URL> URL::parse(std::string_view text) {
 }
 
 std::optional<URL> URL::parse(std::string_view text, const URL& base) {
-    const auto reference = splitURL(text);
+    const auto escapedText = withBracketsEscaped(text);
+    const auto reference = splitURL(escapedText);
     const auto baseParts = splitURL(base.text_);
     if (!reference || !baseParts || text.empty()) {
         return std::nullopt;

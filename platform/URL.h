@@ -7,7 +7,8 @@
 namespace glintmark::platform {
 
 /// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised.
-/// A value; may be used from any thread.
+/// Only square brackets in path, query and fragment, which browsers write as they are, become
+/// escapes. A value; may be used from any thread.
 class URL {
 public:
     /// Absent when `text` as it stands does not follow the grammar (RFC 3986, section 4.1), so for

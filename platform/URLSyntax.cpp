@@ -117,6 +117,16 @@ bool isAuthority(std::string_view text) {
     return port.empty() || (port.front() == ':' && digitSet.containsAll(port.substr(1)));
 }
 
+/// Where the path begins: behind the scheme and the authority, as far as there are any.
+std::size_t pathStart(std::string_view text) {
+    const auto mark = text.find_first_of(":/?#");
+    const std::size_t start = mark != std::string_view::npos && text[mark] == ':' ? mark + 1 : 0;
+    if (!text.substr(start).starts_with("//")) {
+        return start;
+    }
+    return std::min(text.find_first_of("/?#", start + 2), text.size());
+}
+
 /// Cuts what follows the first `mark` off `rest`.
 std::optional<std::string_view> cutOffBehind(char mark, std::string_view& rest) {
     const auto position = rest.find(mark);
@@ -154,6 +164,22 @@ std::optional<URLParts> splitURL(std::string_view text) {
                             (!parts.query || isMadeOf(querySet, *parts.query)) &&
                             (!parts.fragment || isMadeOf(querySet, *parts.fragment));
     return wellFormed ? std::optional(parts) : std::nullopt;
+}
+
+std::string withBracketsEscaped(std::string_view text) {
+    const auto start = pathStart(text);
+    std::string result(text.substr(0, start));
+    result.reserve(text.size());
+    for (const char c : text.substr(start)) {
+        if (c == '[') {
+            result += "%5B";
+        } else if (c == ']') {
+            result += "%5D";
+        } else {
+            result += c;
+        }
+    }
+    return result;
 }
 
 std::string_view hostOfAuthority(std::string_view authority) {

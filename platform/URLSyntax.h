@@ -19,6 +19,10 @@ struct URLParts {
 /// Absent when one does not follow it. The views point into `text`. Linear, without recursion.
 std::optional<URLParts> splitURL(std::string_view text);
 
+/// `text` with the square brackets behind its authority escaped: the grammar has none there, but
+/// browsers write them as they are.
+std::string withBracketsEscaped(std::string_view text);
+
 /// The host within a well-formed authority, as written, brackets included.
 std::string_view hostOfAuthority(std::string_view authority);
 

@@ -68,13 +68,35 @@ TEST(URLTest, FollowsTheGrammarOfEachComponent) {
         {"?a/b?c", true},
         {"#a/b?c", true},
         {"#a#b", false},
-        {"?[", false},
-        {"/[", false},
+        {"a[:", false},  // brackets in no scheme
         {"\xFF", false},
     };
     for (const auto& [text, parses] : table) {
         EXPECT_EQ(URL::parse(text).has_value(), parses) << text;
     }
+}
+
+TEST(URLTest, BracketsBehindTheAuthorityBecomeEscapes) {
+    const std::pair<std::string_view, std::string_view> table[] = {
+        {"http://h/a[1].png?b[]=2#[c]", "http://h/a%5B1%5D.png?b%5B%5D=2#%5Bc%5D"},
+        {"http://[::1]:80/[?", "http://[::1]:80/%5B?"},
+        {"http://h?[", "http://h?%5B"},
+        {"http://h#]", "http://h#%5D"},
+        {"//h/]", "//h/%5D"},
+        {"//h]/", ""},
+        {"a[1].png", "a%5B1%5D.png"},
+        {"/[", "/%5B"},
+        {"?[]", "?%5B%5D"},
+        {"x:[", "x:%5B"},
+        {"[x]:", ""},
+        {"/%5b[", "/%5b%5B"},
+        {"/%[41", ""},
+    };
+    for (const auto& [text, expected] : table) {
+        const auto url = URL::parse(text);
+        EXPECT_EQ(url ? url->absoluteString() : "", expected) << text;
+    }
+    EXPECT_EQ(URL::parse("http://h/a[1]")->path(), "/a[1]");
 }
 
 TEST(URLTest, HostLosesItsBracketsAndEscapes) {
@@ -97,6 +119,9 @@ TEST(URLTest, ResolvesReferencesAgainstABase) {
         {"http://h:8080/dir/page.html", "../i.png", "http://h:8080/i.png"},
         {"http://h:8080/dir/page.html", "?v=2", "http://h:8080/dir/page.html?v=2"},
         {"http://h:8080/dir/page.html", "data:,x", "data:,x"},
+        {"http://h:8080/dir/page[1].html", "a[2].png?b[]",
+         "http://h:8080/dir/a%5B2%5D.png?b%5B%5D"},
+        {"http://h:8080/dir/page[1].html", "#a", "http://h:8080/dir/page%5B1%5D.html#a"},
         {"http://h:8080/dir/page.html", "//g/x/../i.png", "http://g/i.png"},
         {"http://h:8080/dir/page.html", "/x/./i.png", "http://h:8080/x/i.png"},
         {"http://h:8080/dir/page.html", "HTTPS://g/./i.png", "HTTPS://g/i.png"},

@@ -146,6 +146,8 @@ def links():
              "http://site.example/a/../b/./c"),
         site("Escapes in the page's address are asked for as they stand",
              "http://site.example/%7Ekim/%C3%A9?q=%20+"),
+        site("Square brackets in the page's address become escapes",
+             "http://site.example/[a]?f[]=1", page=[["http://site.example/%5Ba%5D?f%5B%5D=1"]]),
         site("Ports are dropped on root paths", "http://site.example:8080/dir/page.html",
              answers={"http://site.example:8080/dir/page.html":
                       html(icon("/root.png"), icon("beside.png")),
@@ -192,6 +194,7 @@ def page_links():
         resolved("A relative address is resolved against the page", "i.png", SITE + "/dir/i.png"),
         resolved("Dot segments of an icon's address are resolved", "../x/./i.png", SITE + "/x/i.png"),
         resolved("A query alone is resolved against the page", "?v=2", base + "?v=2"),
+        resolved("Square brackets become escapes", "i[1].png", SITE + "/dir/i%5B1%5D.png"),
         resolved("An absolute address is taken as it is", "http://cdn.example:81/i.png?a#b",
                  "http://cdn.example:81/i.png?a"),
         resolved("Scheme-relative links are forced to https", "//cdn.example/i.png", CDN + "/i.png"),
