@@ -19,14 +19,15 @@ constexpr std::string_view binaryHeader = "bplist0";
 
 /// The encoding that a byte-order mark at the start tells, and the mark's length.
 std::pair<const char*, std::size_t> markedEncoding(std::string_view bytes) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) {
-        return {"UTF-8", 3};
-    }
-    if (bytes.starts_with("\xFF\xFE")) {
-        return {"UTF-16LE", 2};
-    }
-    if (bytes.starts_with("\xFE\xFF")) {
-        return {"UTF-16BE", 2};
+    using namespace std::string_view_literals;
+    constexpr std::pair<std::string_view, const char*> marks[] = {
+        {"\xEF\xBB\xBF"sv, "UTF-8"}, {"\xFF\xFE\0\0"sv, "UTF-32LE"}, {"\0\0\xFE\xFF"sv, "UTF-32BE"},
+        {"\xFF\xFE"sv, "UTF-16LE"},  {"\xFE\xFF"sv, "UTF-16BE"},
+    };
+    for (const auto& [mark, encoding] : marks) {
+        if (bytes.starts_with(mark)) {
+            return {encoding, mark.size()};
+        }
     }
     return {nullptr, 0};
 }

@@ -172,12 +172,19 @@ TEST(PropertyListXMLTest, AMarkOverridesTheDeclaration) {
     const auto list = xml("<dict><key>k</key><string>a</string></dict>");
     std::string little = "\xFF\xFE";
     std::string big = "\xFE\xFF";
+    std::string wideLittle = "\xFF\xFE\0\0"s;
+    std::string wideBig = "\0\0\xFE\xFF"s;
     for (const char c : list) {
         little += {c, '\0'};
         big += {'\0', c};
+        wideLittle += {c, '\0', '\0', '\0'};
+        wideBig += {'\0', '\0', '\0', c};
     }
     EXPECT_EQ(stringUnder("k", little), "a");
     EXPECT_EQ(stringUnder("k", big), "a");
+    EXPECT_EQ(stringUnder("k", wideLittle), "a");
+    EXPECT_EQ(stringUnder("k", wideBig), "a");
+    EXPECT_EQ(stringUnder("k", wideBig + "\0"s), std::nullopt);
     EXPECT_EQ(stringUnder("k", "\xEF\xBB\xBF" + list), "a");
     EXPECT_EQ(stringUnder("k", big + "\xD8"), std::nullopt);
 }
@@ -435,8 +442,9 @@ TEST(PropertyListTextTest, OfEqualKeysTheLastCounts) {
     EXPECT_EQ(stringUnder("k", "{ k = a; k = b; }"), "b");
 }
 
-TEST(PropertyListTextTest, ReadsUTF16WithAMark) {
+TEST(PropertyListTextTest, ReadsUTF16AndUTF32WithAMark) {
     EXPECT_EQ(stringUnder("k", "\xFE\xFF\0{\0k\0=\0\"\0\xE9\0\"\0;\0}"s), "\xC3\xA9");
+    EXPECT_EQ(stringUnder("k", "\xFF\xFE\0\0{\0\0\0k\0\0\0=\0\0\0v\0\0\0;\0\0\0}\0\0\0"s), "v");
 }
 
 TEST(PropertyListTextTest, DepthHasALimit) {
