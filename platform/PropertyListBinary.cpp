@@ -92,8 +92,8 @@ bool BinaryReader::readTrailer() {
         return false;
     }
     objects_ = body.substr(0, tableOffset);
-    offsets_ = body.substr(tableOffset);
-    return objectCount_ <= offsets_.size() / offsetBytes_;
+    offsets_ = body.substr(tableOffset);  // which reaches up to the trailer
+    return offsets_.size() % offsetBytes_ == 0 && objectCount_ == offsets_.size() / offsetBytes_;
 }
 
 std::optional<PropertyList> BinaryReader::object(std::uint64_t index, std::size_t depth) {

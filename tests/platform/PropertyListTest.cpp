@@ -320,6 +320,12 @@ TEST(PropertyListBinaryTest, RefusesTrailersThatDoNotFit) {
     EXPECT_FALSE(fromEnd(1, 14)) << "a table beyond the end";
     EXPECT_FALSE(fromEnd(33, 7)) << "an object inside the header";
     EXPECT_FALSE(fromEnd(33, 9)) << "an object inside the table";
+    for (std::size_t between : {1U, 4U}) {
+        auto bytes = whole;
+        bytes.insert(bytes.size() - 32, between, '\0');
+        EXPECT_FALSE(PropertyList::parse(bytes)) << between << " bytes behind the table";
+    }
+    EXPECT_FALSE(PropertyList::parse(whole + "\n")) << "a byte behind the trailer";
     for (std::size_t size = 7; size < whole.size(); ++size) {
         EXPECT_FALSE(PropertyList::parse(whole.substr(0, size))) << size;
     }
