@@ -35,20 +35,37 @@ class DialogSession(DesktopSession):
             (folder / "kdialog").symlink_to(shutil.which("kdialog"))
         self.start_window_manager()
         self.start_panel()
-        path = {"PATH": str(self.root / "bin")} if self._service == "kdialog" else {}
-        self.program = Program(self, self._executable, path).start()
+        self.program = Program(self, self._executable, self.variables()).start()
         self.program.wait_until_started()
         self.item = StatusItem(self)
         (self.home / "Links").mkdir()
 
+    def variables(self):
+        if self._service != "kdialog":
+            return {}
+        # Outside its own desktop kdialog shows Qt's dialog, which enters a folder and never takes it.
+        return {"PATH": str(self.root / "bin"), "XDG_CURRENT_DESKTOP": "KDE",
+                "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5"}
+
     def open_dialog(self):
-        """Gives the command; the dialog's window."""
+        """Gives the command until it is heeded, since it is not while the last dialog's program
+        still ends; the dialog's window."""
         before = set(self.windows())
-        self.item.click(ADD_FOLDER)
-        window = wait_for(lambda: next((w for w in self.windows(TITLE) if w not in before), None),
-                          "the folder dialog", timeout=60)
+        window = wait_for(lambda: self._ask_for_dialog(before), "the folder dialog", timeout=60)
         self.wait_until_still(self.root / "dialog.png")
         return window
+
+    def _ask_for_dialog(self, before):
+        self.item.click(ADD_FOLDER)
+        try:
+            return wait_for(lambda: next((w for w in self.windows(TITLE) if w not in before), None),
+                            "a dialog", 5.0)
+        except TimedOut:
+            return None
+
+    def cancel(self, window):
+        self.run(["xdotool", "windowfocus", str(window), "key", "Escape"])
+        self.wait_until_gone(window)
 
     def picture(self, window, path):
         crop(self.screenshot(path), place_of(self, window), margin=4)
@@ -64,15 +81,17 @@ def choose_folder(service, executable, output):
         window = session.open_dialog()
         session.picture(window, output / f"dialog-{service}.png")
         seen.append("the dialog with its message as title")
-        session.run(["xdotool", "key", "Escape"])
-        session.wait_until_gone(window)
+        session.cancel(window)
         window = session.open_dialog()
         seen.append("cancelled by Escape, and opened again")
-        if service != "kdialog":
+        if service == "kdialog":
+            session.run(["xdotool", "windowfocus", str(window), "key", "Return"])  # it begins there
+            session.wait_until_gone(window)
+        else:
             choose_home(session, window)
-            session.program.wait_for_line(f"Glintmark: Folder added → {session.home}")
-            assert session.item.labels()[8] == "  ~", session.item.labels()
-            seen.append("the home folder chosen, which the menu shows")
+        session.program.wait_for_line(f"Glintmark: Folder added → {session.home}")
+        assert session.item.labels()[8] == "  ~", session.item.labels()
+        seen.append("the home folder chosen, which the menu shows")
         if service == "portal":
             seen += lose_the_service(session)
         return "; ".join(seen)
@@ -95,23 +114,10 @@ def lose_the_service(session):
         before = session.program.lines_about("Folder added")
         session.open_dialog()
         os.kill(owner_of(session, name), signal.SIGKILL)
-        # The next command runs only after the panel has ended.
-        wait_for(lambda: can_open_again(session), f"end of the dialog of {name}", timeout=60)
+        session.cancel(session.open_dialog())
         assert session.program.lines_about("Folder added") == before
         seen.append(f"{what} killed with the dialog open: cancelled, and the next dialog opens")
     return seen
-
-
-def can_open_again(session):
-    """Gives the command again and again until a new dialog stands there; closes it."""
-    session.item.click(ADD_FOLDER)
-    try:
-        window = wait_for(lambda: next(iter(session.windows(TITLE)), None), "a dialog", 5.0)
-    except TimedOut:
-        return False
-    session.run(["xdotool", "windowfocus", str(window), "key", "Escape"])
-    session.wait_until_gone(window)
-    return True
 
 
 def owner_of(session, name):
