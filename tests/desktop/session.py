@@ -19,15 +19,17 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 import uuid
 
 from pictures import Picture, find_colour
 
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from waiting import DEADLINE, TimedOut, wait_for  # noqa: E402
+
 SCREEN = "1280x800x24"
-DEADLINE = 30.0  # seconds; generous, since a loaded machine starts programs slowly
-POLL_INTERVAL = 0.05
 
 FILE_MANAGERS = {
     "thunar": ["thunar"],
@@ -77,24 +79,8 @@ class MissingProgram(Exception):
     """The machine lacks a program that a step needs."""
 
 
-class TimedOut(Exception):
-    """A condition did not come true in time."""
-
-
 def has(program):
     return shutil.which(program) is not None
-
-
-def wait_for(condition, what, timeout=DEADLINE):
-    """Polls until `condition()` is true and returns its value."""
-    deadline = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > deadline:
-            raise TimedOut(f"{what}: not within {timeout:.0f} s")
-        time.sleep(POLL_INTERVAL)
 
 
 class DesktopSession:

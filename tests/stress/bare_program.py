@@ -12,12 +12,13 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 
-DEADLINE = 60.0  # seconds; generous, since a loaded or instrumented program is slow
-POLL_INTERVAL = 0.02
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from waiting import DEADLINE, TimedOut, wait_for  # noqa: E402, F401: for the others
 
 REPORT = "Glintmark: 新規webloc検知 → ".encode()
 STARTED = b"Glintmark: Started. Watching: "
@@ -32,22 +33,6 @@ LINK = """<?xml version="1.0" encoding="UTF-8"?>
 PIPE_BYTES = 1 << 20
 F_SETPIPE_SZ = 1031  # fcntl(2); the module names it from Python 3.10 on
 SYSTEM_LIMITS = pathlib.Path("/proc/sys/fs/inotify")
-
-
-class TimedOut(Exception):
-    """A condition did not come true in time."""
-
-
-def wait_for(condition, what, timeout=DEADLINE):
-    """Polls until `condition()` is true and returns its value."""
-    deadline = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > deadline:
-            raise TimedOut(f"{what}: not within {timeout:.0f} s")
-        time.sleep(POLL_INTERVAL)
 
 
 def watches_of(pid):
