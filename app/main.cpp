@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -127,6 +128,16 @@ void run(platform::Application& sharedApplication) {
     application->run();
 }
 
+void sayThatItRuns() { std::fputs("Glintmark is running already.\n", stderr); }
+
+/// Ends the program as a signal from outside does.
+void endFor(platform::SessionBus::End why) {
+    if (why == platform::SessionBus::End::nameIsTaken) {
+        sayThatItRuns();
+    }
+    std::raise(SIGTERM);
+}
+
 /// Left to itself, the C library keeps ever larger buffers for later once one of them has been
 /// freed, and makes an arena for each thread: a page of 32 MB would stay for good. See mallopt(3).
 void giveMemoryBack() {
@@ -149,9 +160,10 @@ int main() {
     platform::GLibApplication process(loops);  // first: from here on signals end it in order
     platform::SessionBus bus;
     if (bus.acquireName() == platform::NameOwnership::takenByAnother) {
-        std::fputs("Glintmark is running already.\n", stderr);
+        sayThatItRuns();
         return 0;
     }
+    bus.setEndHandler(endFor);
     LinuxPlatform linuxPlatform(loops, process, bus);
     const platform::ServicesScope scope(linuxPlatform.services);
     platform::registerFileTypeOfBuildTree(programFolder(), g_get_user_data_dir());

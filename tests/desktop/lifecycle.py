@@ -221,6 +221,19 @@ class SingleInstanceTest(LifecycleTest):
             second.wait_until_started()
             self.assertEqual(second.terminate(), 0)
 
+    def test_of_two_that_started_without_a_bus_one_stays_when_it_comes(self):
+        self.session.end("dbus-daemon")
+        programs = [Program(self.session, self.executable, name=f"start{i}") for i in range(2)]
+        for program in programs:
+            program.start().wait_until_started()
+        self.session.start_bus()
+        ended = wait_for(lambda: next((p for p in programs if p.process.poll() is not None), None),
+                         "an end", 90)
+        self.assertEqual(ended.process.returncode, 0)
+        self.assertEqual(ended.output()[-2:], ["Glintmark is running already.", STOPPED])
+        self.session.wait_for_bus_name("com.quorvel.Glintmark")
+        self.assertEqual(sum(p.process.poll() is not None for p in programs), 1)
+
     def test_after_its_end_another_may_start(self):
         self.start_program()
         self.program.process.kill()
@@ -258,6 +271,34 @@ class BusRestartTest(LifecycleTest):
         self.assertEqual(second.process.wait(10), 0)
         self.assertEqual(second.output(), ["Glintmark is running already."])
         self.assertEqual(self.program.terminate(), 0)
+
+
+class SessionEndTest(LifecycleTest):
+    """The program as a session manager starts it, in a session that another process leads."""
+
+    def start_led(self):
+        """The program; what leads its session ends with the session's process of that name."""
+        self.session.spawn("leader", ["sh", "-c", f"{self.executable} 2>&1 & echo $! >pid; wait"])
+        note = self.session.home / "pid"
+        wait_for(lambda: note.exists() and note.read_text().strip(), "the program")
+        wait_for(lambda: "Glintmark: Started." in self.session.log("leader"), "its start")
+        return int(note.read_text())
+
+    def test_it_ends_with_its_session_when_bus_and_session_manager_are_gone(self):
+        pid = self.start_led()
+        self.session.end("leader", signal.SIGKILL)
+        self.session.end("dbus-daemon", signal.SIGKILL)
+        wait_for(lambda: state_of(pid) in "ZX", "its end")
+        self.assertEqual(self.session.log("leader").splitlines()[-1], STOPPED)
+
+    def test_it_outlives_a_session_manager_whose_bus_goes_on(self):
+        pid = self.start_led()
+        self.session.end("leader", signal.SIGKILL)
+        self.drop("later.webloc", "http://glint.example/")
+        wait_for(lambda: "Glintmark: Icon applied" in self.session.log("leader"), "the icon")
+        self.assertNotIn(state_of(pid), "ZX")
+        os.kill(pid, signal.SIGTERM)
+        wait_for(lambda: state_of(pid) in "ZX", "its end")
 
 
 @unittest.skipUnless(os.geteuid() == 0, "mounting needs root")

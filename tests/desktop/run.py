@@ -10,7 +10,8 @@ import unittest
 
 from case import OPTIONS, DesktopTest
 from folderpanel import FolderPanelTest
-from lifecycle import BusRestartTest, EndTest, SingleInstanceTest, UnwritableHomeTest
+from lifecycle import (BusRestartTest, EndTest, SessionEndTest, SingleInstanceTest,
+                       UnwritableHomeTest)
 from login import LoginTest
 from menu import MenuTest, PointerTest
 from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
@@ -19,7 +20,8 @@ from session import wait_for
 from sites import MAGENTA, TEAL, hostile_sites
 
 __all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "LoginTest", "MenuTest", "PointerTest",
-           "SingleInstanceTest", "SystemdUnitTest", "UnwritableHomeTest"]  # run from here
+           "SessionEndTest", "SingleInstanceTest", "SystemdUnitTest",
+           "UnwritableHomeTest"]  # run from here
 
 
 class WholeRoadTest(DesktopTest):

@@ -1,6 +1,10 @@
 #include "platform/linux/bus/SessionBus.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <utility>
 
 #include "platform/linux/bus/DBusCall.h"
@@ -54,6 +58,21 @@ void surviveLostConnections() {
 }
 
 GVariant* nameRequest() { return g_variant_new("(su)", SessionBus::programName, doNotQueue); }
+
+NameOwnership ownershipFrom(GVariant* reply) {
+    guint code = 0;
+    g_variant_get(reply, "(u)", &code);
+    return code == primaryOwner || code == alreadyOwner ? NameOwnership::owned
+                                                        : NameOwnership::takenByAnother;
+}
+
+/// Whether the process that leads this one's session, see setsid(2), has ended: at a login that is
+/// the desktop's session manager or what has started it. The system gives its number to no other
+/// process while this one lives.
+bool isSessionLeaderGone() {
+    const pid_t leader = ::getsid(0);  // 0: it lies outside this process's namespace
+    return leader > 0 && ::kill(leader, 0) != 0 && errno == ESRCH;
+}
 
 }  // namespace
 
@@ -137,11 +156,21 @@ void SessionBus::opened(GObjectHandle<GDBusConnection> connection) {
                            GError* /*error*/,
                            gpointer self) { static_cast<SessionBus*>(self)->lost(); };
     closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(+closed), this);
+    wasLed_ = !isSessionLeaderGone();
     if (wantsName_) {
-        callDBus(connection_.get(), busDaemon, "RequestName", nameRequest(), "(u)",
-                 nameTimeoutMilliseconds, nullptr, [](GVariant*, const GError*) {});
+        requestName();
     }
     notify();
+}
+
+void SessionBus::requestName() {
+    callDBus(connection_.get(), busDaemon, "RequestName", nameRequest(), "(u)",
+             nameTimeoutMilliseconds, cancellable_.get(),
+             [this](GVariant* reply, const GError* /*error*/) {
+                 if (reply != nullptr && ownershipFrom(reply) == NameOwnership::takenByAnother) {
+                     end(End::nameIsTaken);
+                 }
+             });
 }
 
 void SessionBus::lost() {
@@ -161,11 +190,26 @@ void SessionBus::retryLater() {
     const auto retry = [](gpointer data) -> gboolean {
         auto* self = static_cast<SessionBus*>(data);
         self->retry_.forget();
-        self->open();
+        self->retry();
         return G_SOURCE_REMOVE;
     };
     retry_ = GSourceId(g_timeout_add(static_cast<guint>(pause_.count()), retry, this));
     pause_ = std::min(pause_ * 2, longestPause);
+}
+
+/// A desktop's end, unlike that of a terminal, is told by no signal. Its bus ends with it unless
+/// that belongs to the user's systemd.
+void SessionBus::retry() {
+    if (wasLed_ && isSessionLeaderGone()) {
+        end(End::sessionIsOver);
+    }
+    open();
+}
+
+void SessionBus::end(End why) const {
+    if (endHandler_) {
+        endHandler_(why);
+    }
 }
 
 SessionBus::Subscription SessionBus::observe(Observer observer) {
@@ -199,10 +243,7 @@ NameOwnership SessionBus::acquireName() {
     if (reply == nullptr) {
         return NameOwnership::noBus;
     }
-    guint code = 0;
-    g_variant_get(reply.get(), "(u)", &code);
-    return code == primaryOwner || code == alreadyOwner ? NameOwnership::owned
-                                                        : NameOwnership::takenByAnother;
+    return ownershipFrom(reply.get());
 }
 
 }  // namespace glintmark::platform

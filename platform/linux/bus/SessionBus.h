@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/GLibHandles.h"
@@ -16,7 +17,7 @@ enum class NameOwnership { owned, takenByAnother, noBus };
 
 /// The program's one connection to the session bus, which may be absent, go away and come back.
 ///
-/// Main thread only, default main context. Losing the bus never ends the process. While there is
+/// Main thread only, default main context. Losing the bus does not end the process. While there is
 /// none, a new connection is tried after a pause that doubles up to a minute.
 class SessionBus {
 public:
@@ -44,6 +45,15 @@ public:
     /// each later connection. Waits for the bus's answer, at most five seconds.
     NameOwnership acquireName();
 
+    /// Why the program should not go on.
+    enum class End {
+        sessionIsOver,  ///< The bus is lost, and so is whoever led the process's session.
+        nameIsTaken,    ///< Another process has the name on a bus that came later.
+    };
+
+    /// `handler` runs from the main loop. Without one there are no such ends.
+    void setEndHandler(std::function<void(End)> handler) { endHandler_ = std::move(handler); }
+
 private:
     void open();
     void openPrivately();
@@ -51,7 +61,10 @@ private:
     void lost();
     void release();
     void retryLater();
+    void retry();
     void notify();
+    void requestName();
+    void end(End why) const;
 
     GObjectHandle<GCancellable> cancellable_;  ///< Guards `this` in the calls under way.
     GObjectHandle<GDBusConnection> connection_;
@@ -59,7 +72,9 @@ private:
     std::vector<std::weak_ptr<const Observer>> observers_;
     std::chrono::milliseconds pause_;
     GSourceId retry_;
+    std::function<void(End)> endHandler_;
     bool opening_ = false;
+    bool wasLed_ = false;  ///< The session had its leader when the last connection came.
     bool wantsName_ = false;
 };
 

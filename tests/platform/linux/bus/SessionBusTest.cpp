@@ -127,15 +127,34 @@ TEST(SessionBusTest, TheNameIsOwnedByOneProcessOfTheSession) {
               g_dbus_connection_get_unique_name(bus.connection()));
 }
 
+void takeProgramName(GDBusConnection* connection) {
+    const GVariantHandle reply(g_dbus_connection_call_sync(
+        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "RequestName", g_variant_new("(su)", SessionBus::programName, 0U), nullptr,
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+}
+
 TEST(SessionBusTest, ANameThatAnotherOwnsIsNotTaken) {
     PrivateBus daemon;
     const auto other = daemon.connect();
-    const GVariantHandle reply(g_dbus_connection_call_sync(
-        other.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", SessionBus::programName, 0U), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    takeProgramName(other.get());
     SessionBus bus;
     EXPECT_EQ(bus.acquireName(), NameOwnership::takenByAnother);
+}
+
+TEST(SessionBusTest, ANameThatAnotherTookBeforeTheBusCameBackIsTold) {
+    PrivateBus daemon;
+    SessionBus bus;
+    ASSERT_EQ(bus.acquireName(), NameOwnership::owned);
+    std::vector<SessionBus::End> ends;
+    bus.setEndHandler([&](SessionBus::End why) { ends.push_back(why); });
+    daemon.stop();
+    ASSERT_TRUE(waitUntil([&] { return bus.connection() == nullptr; }));
+    daemon.start();
+    const auto other = daemon.connect();
+    takeProgramName(other.get());
+    ASSERT_TRUE(waitUntil([&] { return !ends.empty(); }));
+    EXPECT_EQ(ends, std::vector{SessionBus::End::nameIsTaken});
 }
 
 TEST(SessionBusTest, TheNameIsAskedForAgainOnTheNextConnection) {
