@@ -35,13 +35,14 @@ constexpr std::size_t mostOrders = 128;
 // In place of errors.
 constexpr int hang = -1;
 constexpr int cutShort = -2;  // write(2) writes half of the bytes
+constexpr int hold = -3;      // until the test releases it
 
 /// The calls of `function` about a path that contains `subject` are counted, and those from number
 /// `first` to `last` fail. As faults.py packs them.
 struct Order {
     std::array<char, 24> function;
     std::array<char, 96> subject;
-    std::int32_t error;
+    std::atomic<std::int32_t> error;
     std::uint32_t first;
     std::uint32_t last;
     std::atomic<std::uint32_t> seen;
@@ -77,6 +78,15 @@ Orders* orders() {
     }
 }
 
+/// Zero once it is released.
+int holdBy(const Order& order) {
+    while (order.error == hold) {
+        constexpr timespec pause{0, 1'000'000};
+        syscall(SYS_nanosleep, &pause, nullptr);
+    }
+    return order.error;
+}
+
 /// Zero, or the error that this call has to fail with.
 int errorFor(const char* function, const char* subject) {
     int error = 0;
@@ -86,7 +96,9 @@ int errorFor(const char* function, const char* subject) {
         if (std::strcmp(order.function.data(), function) == 0 &&
             std::strstr(subject, order.subject.data()) != nullptr) {
             const auto number = ++order.seen;
-            error = number >= order.first && number <= order.last ? order.error : error;
+            if (number >= order.first && number <= order.last) {
+                error = holdBy(order);
+            }
         }
     }
     if (error == hang) {

@@ -8,11 +8,14 @@ import struct
 
 HEADER = struct.Struct("=Ii")  # as Faults.cpp has them
 ORDER = struct.Struct("=24s96siIII")
+ERROR = struct.Struct("=i")
+BEFORE_ERROR = 24 + 96
 MOST_ORDERS = 128
 
 ALWAYS = 2**32 - 1
 HANG = -1
 CUT_SHORT = -2  # half of what write(2) was to write
+HOLD = -3  # until it is released
 
 
 class Faults:
@@ -43,6 +46,10 @@ class Faults:
 
     def seen(self, order):
         return ORDER.unpack_from(self._memory, HEADER.size + order * ORDER.size)[-1]
+
+    def release(self, order):
+        """Lets the calls pass that an order holds."""
+        ERROR.pack_into(self._memory, HEADER.size + order * ORDER.size + BEFORE_ERROR, 0)
 
     def clear(self):
         self._count = 0

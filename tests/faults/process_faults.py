@@ -10,7 +10,7 @@ import subprocess
 import threading
 import time
 
-from faults import ALWAYS, HANG
+from faults import ALWAYS, HANG, HOLD
 from bare_program import SystemLimit
 from faulty_program import ICON_SET, NO_ICON, REPORTED, FaultyProgram, check, wait_for
 from sites import MAGENTA, Answer, SiteServer, picture, png
@@ -213,6 +213,28 @@ def clock_set_back_while_events_are_lost(options):
         check_reports(program, files + [folder / "x.webloc" for folder in folders])
         program.check_ends()
     return "nothing lost" if limit.changed else "left out: the queue's length may not be set"
+
+
+def clock_set_back_during_the_first_walk(options):
+    """By a second, as a time service does after a boot, and by a year."""
+    for seconds in (1, YEAR):
+        with FaultyProgram(options) as program:
+            folders = [program.desktop / "old" / str(number) for number in range(10)]
+            for folder in folders:
+                folder.mkdir(parents=True)
+            program.faults.set_wall_clock_ahead(seconds)
+            held = program.faults.fail("inotify_add_watch", HOLD, "/Desktop/old")
+            program.start()
+            wait_for(lambda: program.faults.seen(held), "the walk")
+            program.faults.set_wall_clock_ahead(0)
+            files = [folder / "x.webloc" for folder in folders]
+            for path in files:
+                path.touch()
+            program.faults.release(held)
+            wait_for(lambda: {os.fsencode(path) for path in files} <= set(program.reported_paths()),
+                     f"reports after the clock was set back by {seconds} s")
+            program.check_ends()
+    return "nothing lost"
 
 
 def check_reports(program, paths):

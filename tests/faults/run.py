@@ -39,6 +39,7 @@ STEPS = {  # the longest first
     "folders": icon_faults.each_folder_cannot_be_made,
     "threads": process_faults.no_more_threads,
     "setback": process_faults.clock_set_back_while_events_are_lost,
+    "early": process_faults.clock_set_back_during_the_first_walk,
     "starting": endings.at_the_start,
     "waiting": endings.with_silent_sites,
     "looking": endings.in_a_lookup,

@@ -41,10 +41,16 @@ constexpr std::array lastingErrors = {ENOENT, ENOTDIR, EACCES, EPERM, ELOOP, ENA
 
 constexpr std::int64_t coarsestTimestamp = 2;  // seconds, on FAT
 
+constexpr std::chrono::milliseconds coarseness{10};  // of the clock below, at 100 Hz
+
 timespec coarseNow() {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME_COARSE, &now);  // the clock of the time stamps in inodes
     return now;
+}
+
+std::chrono::nanoseconds sinceEpoch(const timespec& time) {
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 /// In doubt yes: a stamp of whole seconds is taken for a coarse one.
@@ -338,15 +344,16 @@ void TreeWatches::enterAt(Watch parent, const std::string& name, Walk walk) {
 /// Whether what is known of a directory found by a walk makes it a changed one. A directory that
 /// arrived before the initial walk came to it makes all below it arrivals.
 bool TreeWatches::isChange(Walk& walk, bool isNew, const struct statx& status) const {
-    const bool changed = isSince(status.stx_ctime, since_);
+    const auto since = firstStamp();
+    const bool changed = isSince(status.stx_ctime, since);
     switch (walk) {
         case Walk::initial:
-            if (changed && hasArrivedSince(status, since_)) {
+            if (changed && hasArrivedSince(status, since)) {
                 walk = Walk::arrived;
             }
             return changed;
         case Walk::again:
-            if (isNew && isFirstWalk_ && changed && hasArrivedSince(status, since_)) {
+            if (isNew && isFirstWalk_ && changed && hasArrivedSince(status, since)) {
                 walk = Walk::moved;
             }
             return changed || (isNew && !isFirstWalk_);
@@ -446,13 +453,25 @@ void TreeWatches::noteLimit() {
     }
 }
 
-/// Where the clock was set back meanwhile, new time stamps may be earlier than old ones.
 void TreeWatches::countChangesSinceQuiet() {
-    const auto passed = std::chrono::ceil<std::chrono::seconds>(Clock::now() - quietSince_);
-    const auto setBack = quietAt_.tv_sec + passed.count() - coarseNow().tv_sec;
-    constexpr std::int64_t inaccuracy = 2;  // seconds, of both clocks' rounding
     since_ = quietAt_;
-    since_.tv_sec -= setBack > inaccuracy ? setBack : 0;
+    countsFrom_ = quietSince_;
+}
+
+/// The earliest time stamp of a change that counts. Where the clock was set back meanwhile, new
+/// stamps may be earlier than old ones.
+timespec TreeWatches::firstStamp() const {
+    // In this order, and by the exact clock, a delay in between never looks like a clock set back.
+    const auto passed = Clock::now() - countsFrom_;
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const auto setBack = sinceEpoch(since_) + passed - sinceEpoch(now);
+    if (setBack <= coarseness) {
+        return since_;
+    }
+    const auto first = sinceEpoch(since_) - setBack - coarseness;
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(first);
+    return {.tv_sec = seconds.count(), .tv_nsec = (first - seconds).count()};
 }
 
 void TreeWatches::noteFailure(int error) {

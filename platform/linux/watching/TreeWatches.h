@@ -102,6 +102,7 @@ private:
     Watch enter(const Place& place, const std::string& name, Walk walk);
     void enterAt(Watch parent, const std::string& name, Walk walk);
     bool isChange(Walk& walk, bool isNew, const struct statx& status) const;
+    timespec firstStamp() const;
     void endWalk();
     void dropStrays();
     void removeUnseen();
@@ -113,7 +114,8 @@ private:
 
     Inotify inotify_;
     WatchTree tree_;
-    timespec since_;
+    timespec since_;                               // changes from then on count
+    Clock::time_point countsFrom_ = Clock::now();  // the same by a clock that nobody sets
     std::vector<std::array<std::uint64_t, 3>> foldersAtFirst_;  // devices and inodes
     Note note_;
     DirectoryReader reader_;
