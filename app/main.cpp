@@ -138,6 +138,21 @@ void endFor(platform::SessionBus::End why) {
     std::raise(SIGTERM);
 }
 
+/// GLib takes folders from the environment as they are. Relative ones, which the XDG Base Directory
+/// Specification says to ignore, would put files wherever the program was started.
+void forgetRelativeFolders() {
+    // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
+    const auto home = platform::PosixFileManager().homeDirectoryForCurrentUser();
+    setenv("HOME", home.c_str(), 1);
+    for (const char* name :
+         {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
+        if (const char* folder = std::getenv(name); folder != nullptr && folder[0] != '/') {
+            unsetenv(name);
+        }
+    }
+    // NOLINTEND(concurrency-mt-unsafe)
+}
+
 /// Left to itself, the C library keeps ever larger buffers for later once one of them has been
 /// freed, and makes an arena for each thread: a page of 32 MB would stay for good. See mallopt(3).
 void giveMemoryBack() {
@@ -156,6 +171,7 @@ void giveMemoryBack() {
 int main() {
     using namespace glintmark;
     giveMemoryBack();
+    forgetRelativeFolders();
     platform::MainLoops loops;
     platform::GLibApplication process(loops);  // first: from here on signals end it in order
     platform::SessionBus bus;

@@ -302,8 +302,8 @@ class SessionEndTest(LifecycleTest):
 
 
 @unittest.skipUnless(os.geteuid() == 0, "mounting needs root")
-class UnwritableHomeTest(LifecycleTest):
-    """The program runs in a mount namespace of its own, in which its home cannot be written."""
+class HomeTest(LifecycleTest):
+    """The program runs in a mount namespace of its own, in which its home is odd."""
 
     def start_with(self, preparation):
         shared = self.session.root / "shared"
@@ -318,6 +318,22 @@ class UnwritableHomeTest(LifecycleTest):
                                                   ["unshare", "--mount", str(script)])
         self.program.wait_until_started()
         return shared
+
+    def test_folders_that_are_not_absolute_count_as_unset(self):
+        elsewhere = self.session.root / "elsewhere"
+        elsewhere.mkdir()
+        users = self.session.root / "passwd"
+        users.write_text(f"root:x:0:0::{self.session.home}:/bin/sh\n")
+        shared = self.start_with(
+            f"mount --bind {users} /etc/passwd\ncd {elsewhere}\nexport HOME=\n"
+            "for name in CONFIG DATA CACHE; do export XDG_${name}_HOME=here; done")
+        StatusItem(self.session).click("Add Folder…")
+        self.program.wait_for_line(f"Glintmark: Folder added → {shared}")
+        link = self.drop("a.webloc", "http://glint.example/")
+        self.wait_until_applied(link)
+        self.assertEqual(self.extra_folders(), [str(shared)])
+        self.assertTrue(self.stored_icon(link).exists())
+        self.assertEqual(os.listdir(elsewhere), [])
 
     def check_goes_on(self, shared):
         """A folder is added, watched and removed again, though nothing of that can be stored."""

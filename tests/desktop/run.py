@@ -10,8 +10,7 @@ import unittest
 
 from case import OPTIONS, DesktopTest
 from folderpanel import FolderPanelTest
-from lifecycle import (BusRestartTest, EndTest, SessionEndTest, SingleInstanceTest,
-                       UnwritableHomeTest)
+from lifecycle import BusRestartTest, EndTest, HomeTest, SessionEndTest, SingleInstanceTest
 from login import LoginTest
 from menu import MenuTest, PointerTest
 from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
@@ -19,9 +18,8 @@ from serviceunit import SystemdUnitTest
 from session import wait_for
 from sites import MAGENTA, TEAL, hostile_sites
 
-__all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "LoginTest", "MenuTest", "PointerTest",
-           "SessionEndTest", "SingleInstanceTest", "SystemdUnitTest",
-           "UnwritableHomeTest"]  # run from here
+__all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "HomeTest", "LoginTest", "MenuTest",
+           "PointerTest", "SessionEndTest", "SingleInstanceTest", "SystemdUnitTest"]  # run from here
 
 
 class WholeRoadTest(DesktopTest):
