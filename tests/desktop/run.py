@@ -19,7 +19,8 @@ from session import wait_for
 from sites import MAGENTA, TEAL, hostile_sites
 
 __all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "HomeTest", "LoginTest", "MenuTest",
-           "PointerTest", "SessionEndTest", "SingleInstanceTest", "SystemdUnitTest"]  # run from here
+           "PointerTest", "SessionEndTest", "SingleInstanceTest",
+           "SystemdUnitTest"]  # run from here
 
 
 class WholeRoadTest(DesktopTest):

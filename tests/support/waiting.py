@@ -2,7 +2,7 @@
 
 import time
 
-DEADLINE = 60.0  # seconds; generous, since a loaded machine is slow and so is an instrumented program
+DEADLINE = 60.0  # seconds; generous, since a loaded or instrumented program is slow
 POLL_INTERVAL = 0.02
 
 
