@@ -1,24 +1,24 @@
 #include "platform/ImageScaling.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace glintmark::platform {
 
 namespace {
 
-// The four channels of a pixel, which the compilers keep in one register.
-using FourFloats = float __attribute__((vector_size(16)));
+// A row is premultiplied red, green, blue and alpha of each pixel, each from 0 to 255.
+constexpr std::size_t channels = BitmapImageRep::bytesPerPixel;
 
-/// Premultiplied red, green, blue and alpha, each from 0 to 255.
-struct Pixel {
-    FourFloats channels;
-};
+// The channels of a pixel, which the compilers keep in one register.
+using FourFloats = float __attribute__((vector_size(channels * sizeof(float))));
 
 /// What the destination rows or columns take from those of the source: destination `i` takes
 /// `count` of them from `first[i]` on, with `weights[i * count]` and the following, which add up to
@@ -29,7 +29,9 @@ struct Taps {
     std::vector<int> first;
     std::vector<float> weights;
 
-    const float* weightsOf(std::size_t destination) const { return &weights[destination * count]; }
+    std::span<const float> weightsOf(std::size_t destination) const {
+        return std::span(weights).subspan(destination * count, count);
+    }
 };
 
 // As many taps as an enlargement has; they are added in one go.
@@ -80,26 +82,48 @@ Taps tapsFor(int sourceSize, int destinationSize) {
     return taps;
 }
 
-void premultiply(const std::uint8_t* straight, std::span<Pixel> row) {
-    for (Pixel& pixel : row) {
-        const auto alpha = static_cast<float>(straight[3]);
-        const FourFloats colour = {static_cast<float>(straight[0]), static_cast<float>(straight[1]),
-                                   static_cast<float>(straight[2]), opaque};
-        pixel.channels = colour * (alpha / opaque);
-        straight += BitmapImageRep::bytesPerPixel;
+// Straight pixels are read and written as one number each, for the loops to become vector
+// instructions.
+constexpr unsigned shiftOf(unsigned channel) {
+    return 8 * (std::endian::native == std::endian::little ? channel : 3 - channel);
+}
+
+float channelOf(std::uint32_t pixel, unsigned channel) {
+    return static_cast<float>(static_cast<int>(pixel >> shiftOf(channel) & 0xFFU));
+}
+
+void premultiply(const std::uint8_t* straight, std::span<float> row) {
+    for (std::size_t i = 0; i < row.size(); i += channels) {
+        std::uint32_t pixel = 0;
+        std::memcpy(&pixel, straight + i, sizeof pixel);
+        const float share = channelOf(pixel, 3) / opaque;
+        row[i] = channelOf(pixel, 0) * share;
+        row[i + 1] = channelOf(pixel, 1) * share;
+        row[i + 2] = channelOf(pixel, 2) * share;
+        row[i + 3] = opaque * share;
     }
 }
 
-void filterRow(const std::vector<Pixel>& source, const Taps& columns, Pixel* destination) {
+FourFloats fourAt(const float* values) {
+    FourFloats four;
+    std::memcpy(&four, values, sizeof four);
+    return four;
+}
+
+void filterRow(const std::vector<float>& source, const Taps& columns, float* destination) {
     const float* weights = columns.weights.data();
     for (const int first : columns.first) {
-        const Pixel* from = &source[static_cast<std::size_t>(first)];
+        const float* from = &source[static_cast<std::size_t>(first) * channels];
         FourFloats sum = {};
-        for (std::size_t i = 0; i < columns.count; i += atOnce, from += atOnce, weights += atOnce) {
-            sum += from[0].channels * weights[0] + from[1].channels * weights[1] +
-                   from[2].channels * weights[2] + from[3].channels * weights[3];
+        for (std::size_t i = 0; i < columns.count; i += atOnce) {
+            sum += fourAt(from) * weights[0] + fourAt(from + channels) * weights[1] +
+                   fourAt(from + 2 * channels) * weights[2] +
+                   fourAt(from + 3 * channels) * weights[3];
+            from += atOnce * channels;
+            weights += atOnce;
         }
-        (destination++)->channels = sum;
+        std::memcpy(destination, &sum, sizeof sum);
+        destination += channels;
     }
 }
 
@@ -111,85 +135,80 @@ public:
           sourceWidth_(static_cast<std::size_t>(source.pixelsWide())),
           sourceHeight_(source.pixelsHigh()),
           nextSource_(source.pixels().data()),
-          sourceRow_(sourceWidth_ + columns_.count),
+          sourceRow_((sourceWidth_ + columns_.count) * channels),
           count_(count),
-          rows_(count * columns_.first.size()) {}
+          rows_(count * columns_.first.size() * channels) {}
 
     /// Makes the rows before `end` as far as there are any. The last `count` of them stay.
     void reach(int end) {
         for (; next_ < std::min(end, sourceHeight_); ++next_) {
-            premultiply(nextSource_, std::span(sourceRow_).first(sourceWidth_));
+            premultiply(nextSource_, std::span(sourceRow_).first(sourceWidth_ * channels));
             nextSource_ += sourceWidth_ * BitmapImageRep::bytesPerPixel;
             filterRow(sourceRow_, columns_, &rows_[place(static_cast<std::size_t>(next_))]);
         }
     }
 
     /// What row `y` is; something finite beyond the source's end.
-    const Pixel* row(std::size_t y) const { return &rows_[place(y)]; }
+    const float* row(std::size_t y) const { return &rows_[place(y)]; }
 
 private:
-    std::size_t place(std::size_t y) const { return y % count_ * columns_.first.size(); }
+    std::size_t place(std::size_t y) const { return y % count_ * columns_.first.size() * channels; }
 
     Taps columns_;
     std::size_t sourceWidth_;
     int sourceHeight_;
     const std::uint8_t* nextSource_;
-    std::vector<Pixel> sourceRow_;  // with transparent pixels after its end for the taps there
+    std::vector<float> sourceRow_;  // with transparent pixels after its end for the taps there
     std::size_t count_;
-    std::vector<Pixel> rows_;
+    std::vector<float> rows_;
     int next_ = 0;
 };
 
-void addUp(const FilteredRows& rows, std::size_t first, const float* weights, std::size_t count,
-           std::vector<Pixel>& sums) {
-    for (std::size_t i = 0; i < count; i += atOnce) {
-        const Pixel* const a = rows.row(first + i);
-        const Pixel* const b = rows.row(first + i + 1);
-        const Pixel* const c = rows.row(first + i + 2);
-        const Pixel* const d = rows.row(first + i + 3);
-        const float* const w = weights + i;
+void addUp(const FilteredRows& rows, std::size_t first, std::span<const float> weights,
+           std::span<float> sums) {
+    for (std::size_t i = 0; i < weights.size(); i += atOnce) {
+        const float* const a = rows.row(first + i);
+        const float* const b = rows.row(first + i + 1);
+        const float* const c = rows.row(first + i + 2);
+        const float* const d = rows.row(first + i + 3);
+        const FourFloats w = fourAt(&weights[i]);
+        float* __restrict const to = sums.data();
         for (std::size_t x = 0; x < sums.size(); ++x) {
-            const FourFloats sum = a[x].channels * w[0] + b[x].channels * w[1] +
-                                   c[x].channels * w[2] + d[x].channels * w[3];
-            sums[x].channels = i == 0 ? sum : sums[x].channels + sum;
+            const float sum = a[x] * w[0] + b[x] * w[1] + c[x] * w[2] + d[x] * w[3];
+            to[x] = i == 0 ? sum : to[x] + sum;
         }
     }
 }
 
 // The negative lobes of the filter take sums below 0 and above 255, and colours above their alpha:
-// the nearest that a bitmap can hold is taken. A pixel too faint to be seen has no colour.
-void unpremultiply(std::span<Pixel> row) {
-    constexpr FourFloats least = {};
-    constexpr FourFloats most = {opaque, opaque, opaque, opaque};
-    for (Pixel& pixel : row) {
-        const float alpha = pixel.channels[3];
-        FourFloats straight = pixel.channels * (alpha < 0.5F ? 0.0F : opaque / alpha);
-        straight[3] = alpha;
-        straight = straight > least ? straight : least;
-        pixel.channels = straight < most ? straight : most;
-    }
+// the nearest that a bitmap can hold is taken.
+std::uint32_t rounded(float value, unsigned channel) {
+    // From 0 to 255, so that nothing can go wrong. NOLINTNEXTLINE(bugprone-incorrect-roundings)
+    const auto whole = static_cast<int>(std::clamp(value, 0.0F, opaque) + 0.5F);
+    return static_cast<std::uint32_t>(whole) << shiftOf(channel);
 }
 
-void round(std::span<const Pixel> row, std::uint8_t* __restrict straight) {
-    const auto* channels = reinterpret_cast<const float*>(row.data());
-    const std::size_t count = row.size() * BitmapImageRep::bytesPerPixel;
-    for (std::size_t i = 0; i < count; ++i) {
-        // From 0 to 255, so that nothing can go wrong. NOLINTNEXTLINE(bugprone-incorrect-roundings)
-        straight[i] = static_cast<std::uint8_t>(static_cast<int>(channels[i] + 0.5F));
+// A pixel too faint to be seen has no colour.
+void unpremultiply(std::span<const float> row, std::uint8_t* __restrict straight) {
+    for (std::size_t i = 0; i < row.size(); i += channels) {
+        const float alpha = row[i + 3];
+        const float factor = alpha < 0.5F ? 0.0F : opaque / alpha;
+        const std::uint32_t pixel = rounded(row[i] * factor, 0) | rounded(row[i + 1] * factor, 1) |
+                                    rounded(row[i + 2] * factor, 2) | rounded(alpha, 3);
+        std::memcpy(straight + i, &pixel, sizeof pixel);
     }
 }
 
 void filter(const BitmapImageRep& source, int width, int height, std::uint8_t* straight) {
     const Taps rows = tapsFor(source.pixelsHigh(), height);
     FilteredRows filtered(source, width, rows.count);
-    std::vector<Pixel> sums(static_cast<std::size_t>(width));
+    std::vector<float> sums(static_cast<std::size_t>(width) * channels);
     for (std::size_t y = 0; y < rows.first.size(); ++y) {
         const int first = rows.first[y];
         filtered.reach(first + static_cast<int>(rows.count));
-        addUp(filtered, static_cast<std::size_t>(first), rows.weightsOf(y), rows.count, sums);
-        unpremultiply(sums);
-        round(sums, straight);
-        straight += sums.size() * BitmapImageRep::bytesPerPixel;
+        addUp(filtered, static_cast<std::size_t>(first), rows.weightsOf(y), sums);
+        unpremultiply(sums, straight);
+        straight += sums.size();
     }
 }
 
@@ -197,12 +216,13 @@ void filter(const BitmapImageRep& source, int width, int height, std::uint8_t* s
 
 BitmapImageRep scaled(const BitmapImageRep& source, int width, int height) {
     if (source.pixelsWide() == width && source.pixelsHigh() == height) return source;
-    const auto count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    std::vector<std::uint8_t> straight(count * BitmapImageRep::bytesPerPixel);
-    if (source.pixels().empty()) return {width, height, true, std::move(straight)};
+    const std::size_t size =
+        static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * channels;
+    if (source.pixels().empty()) return {width, height, true, std::vector<std::uint8_t>(size)};
 
-    filter(source, width, height, straight.data());
-    return {width, height, source.hasAlpha(), std::move(straight)};
+    const auto straight = std::make_shared_for_overwrite<std::uint8_t[]>(size);
+    filter(source, width, height, straight.get());
+    return {width, height, source.hasAlpha(), straight, std::span(straight.get(), size)};
 }
 
 }  // namespace glintmark::platform
