@@ -122,20 +122,22 @@ private:
 
     void startWaiting() {
         if (!waiting_ || (waiting_->slot == DecodeSlot::large && !children_.empty())) return;
-        start(*waiting_);
+        const bool started = start(*waiting_);
+        // Before the next fork, lest the pipe of this task stay open in the child that it makes.
         waiting_.reset();
+        if (started) forkSpare();
     }
 
-    void start(const DecodeTask& task) {
+    bool start(const DecodeTask& task) {
         idleSince_ = Clock::now();
         // Without its sandbox no image is decoded: the pipe ends with no answer.
-        if (write(task.answer.get(), &accepted, sizeof accepted) < 0 || !sandbox_) return;
+        if (write(task.answer.get(), &accepted, sizeof accepted) < 0 || !sandbox_) return false;
         // A spare child that was killed meanwhile is replaced, once.
         if (!spare_ || !spare_->begin(task)) {
-            if (!forkSpare() || !spare_->begin(task)) return;
+            if (!forkSpare() || !spare_->begin(task)) return false;
         }
         children_.push_back({spare_->release(), Clock::now() + options_.wallLimit, task.slot});
-        forkSpare();
+        return true;
     }
 
     bool forkSpare() {

@@ -55,6 +55,12 @@ pid_t parentOf(pid_t process) {
     return parent;
 }
 
+/// Whether it is in its sandbox, which a child is until it has ended.
+bool isSandboxed(pid_t process) {
+    const fs::path status = fs::path("/proc") / std::to_string(process) / "status";
+    return contents(status).find("\nSeccomp:\t2\n") != std::string::npos;
+}
+
 /// Returns when the process, with all its threads, has let go of what it had. Its parent need not
 /// have heard of that. See pidfd_open(2).
 void killAndWait(pid_t process) {
@@ -104,14 +110,16 @@ protected:
 
     /// The child that waits for the next image, once there is no other.
     std::optional<pid_t> spareChild() const {
-        std::vector<pid_t> all;
+        std::optional<pid_t> spare;
         waitFor([&] {
-            all = processesOf(helper_);
-            return all.size() == 2 && helpers().size() == 1;
+            const std::vector<pid_t> all = processesOf(helper_);
+            const auto found = std::ranges::find_if(all, [&](pid_t process) {
+                return std::ranges::count(all, parentOf(process)) == 1 && !isSandboxed(process);
+            });
+            if (all.size() == 2 && found != all.end()) spare = *found;
+            return spare.has_value();
         });
-        const auto found = std::ranges::find_if(
-            all, [&](pid_t process) { return std::ranges::count(all, parentOf(process)) == 1; });
-        return found == all.end() ? std::nullopt : std::optional(*found);
+        return spare;
     }
 
     test::TemporaryDirectory directory_;
