@@ -11,6 +11,7 @@
 
 #include "platform/image/RequestMessage.h"
 #include "platform/image/TaskReceiver.h"
+#include "platform/image/WarmUp.h"
 
 namespace glintmark::platform::image {
 
@@ -27,11 +28,12 @@ constexpr int childChannel = decoderSocket;
 [[noreturn]] void waitForTask(const FileDescriptor& channel, const Sandbox& sandbox,
                               std::size_t mappedBefore, DecodeFunction decode) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    DecodeTask task;
-    if (dup2(channel.get(), childChannel) < 0 || close_range(childChannel + 1, ~0U, 0) != 0 ||
-        receiveTask(childChannel, task) != Received::task) {
+    if (dup2(channel.get(), childChannel) < 0 || close_range(childChannel + 1, ~0U, 0) != 0) {
         _exit(0);
     }
+    warmUpForPNG();
+    DecodeTask task;
+    if (receiveTask(childChannel, task) != Received::task) _exit(0);
     runDecoderChild(task, sandbox, mappedBefore, decode);
 }
 

@@ -134,6 +134,11 @@ constexpr std::uint8_t avif[] = {
 };
 // clang-format on
 
+bool decodes(std::span<const std::uint8_t> sample) {
+    HeapPixels pixels;
+    return decodeImage(sample, pixels).has_value();
+}
+
 }  // namespace
 
 bool warmUp() {
@@ -143,10 +148,11 @@ bool warmUp() {
           std::span<const std::uint8_t>(gif), std::span<const std::uint8_t>(tiff),
           std::span<const std::uint8_t>(webpLossless), std::span<const std::uint8_t>(webpLossy),
           std::span<const std::uint8_t>(avif)}) {
-        HeapPixels pixels;
-        all = decodeImage(sample, pixels).has_value() && all;
+        all = decodes(sample) && all;
     }
     return all;
 }
+
+bool warmUpForPNG() { return decodes(png); }
 
 }  // namespace glintmark::platform::image

@@ -6,4 +6,8 @@ namespace glintmark::platform::image {
 /// touches, are there before a child is forked. False when a library cannot read its sample.
 bool warmUp();
 
+/// The same for the most common format alone: in a child, before its image is there, so that the
+/// child's own copies of those pages are.
+bool warmUpForPNG();
+
 }  // namespace glintmark::platform::image

@@ -121,7 +121,10 @@ TEST(PixelStoreTest, ANewCanvasIsTransparent) {
     EXPECT_TRUE(std::ranges::all_of(canvas->pixels(), [](auto byte) { return byte == 0; }));
 }
 
-TEST(WarmUpTest, EveryLibraryReadsItsSample) { EXPECT_TRUE(warmUp()); }
+TEST(WarmUpTest, EveryLibraryReadsItsSample) {
+    EXPECT_TRUE(warmUp());
+    EXPECT_TRUE(warmUpForPNG());
+}
 
 }  // namespace
 }  // namespace glintmark::platform::image
