@@ -81,7 +81,7 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
 FileWatcher::~FileWatcher() { FileWatcher::stop(); }
 
 void FileWatcher::enumerateExistingWeblocsShallow(const std::string& directory) {
-    forEachWebloc(directory, [this](const std::string& path) { knownFiles_.insert(path); });
+    forEachWebloc(directory, [this](const std::string& path) { knownFiles_.try_emplace(path); });
 }
 
 void FileWatcher::start() {
@@ -156,14 +156,32 @@ void FileWatcher::processPendingDirs() {
 
 void FileWatcher::scanDirectoryShallow(const std::string& directory) {
     forEachWebloc(directory, [this](const std::string& path) {
-        if (!knownFiles_.contains(path) && services().fileManager.fileExists(path)) {
+        if (!isKnown(path) && services().fileManager.fileExists(path)) {
             report(path);
         }
     });
 }
 
+/// A search leads all over the memory that thousands of paths take, so the file that came next the
+/// last time is looked at first.
+bool FileWatcher::isKnown(const std::string& path) {
+    auto* file = listedBefore_ != nullptr ? listedBefore_->second.next : nullptr;
+    if (file == nullptr || file->first != path) {
+        const auto found = knownFiles_.find(path);
+        if (found == knownFiles_.end()) {
+            return false;
+        }
+        file = &*found;
+        if (listedBefore_ != nullptr) {
+            listedBefore_->second.next = file;
+        }
+    }
+    listedBefore_ = file;
+    return true;
+}
+
 void FileWatcher::report(const std::string& path) {
-    knownFiles_.insert(path);
+    knownFiles_.try_emplace(path);
     services().log.write("Glintmark: 新規webloc検知 → " + path);
     services().dispatchQueues.main().async(
         [self = shared_from_this(), event = FileWatcherEvent{path, 0}] { self->callback_(event); });

@@ -5,7 +5,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "watcher/FileWatcherEvent.h"
@@ -70,6 +72,14 @@ public:
     virtual void stop();
 
 private:
+    /// Knows which file came after it when it was last listed: a folder is listed in the same order
+    /// again and again.
+    struct KnownFile {
+        std::pair<const std::string, KnownFile>* next = nullptr;
+    };
+    using KnownFiles = std::unordered_map<std::string, KnownFile>;
+
+    bool isKnown(const std::string& path);
     void startStream();
     void schedulePollTimer();
     void invalidatePollTimer();
@@ -79,7 +89,8 @@ private:
 
     std::unique_ptr<platform::EventStream> stream_;
     Callback callback_;
-    std::unordered_set<std::string> knownFiles_;  // full paths, seen or reported; only grows
+    KnownFiles knownFiles_;                           // by full path, seen or reported; only grows
+    KnownFiles::value_type* listedBefore_ = nullptr;  // the known file that was listed last
     std::shared_ptr<platform::Timer> pollTimer_;
     std::unique_ptr<platform::DispatchQueue> eventQueue_;
     std::unordered_set<std::string> pendingDirs_;  // waiting for the debounced scan

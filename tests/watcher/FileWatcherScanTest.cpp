@@ -215,6 +215,29 @@ TEST_F(FileWatcherTest, OnlyUnknownFilesAreTestedForExistence) {
     EXPECT_THAT(files().existenceTests(), ElementsAre("/home/kim/Links/new.webloc"));
 }
 
+TEST_F(FileWatcherTest, ListingsThatChangeTheirOrderReportOnlyWhatIsNew) {
+    for (const auto* path : {"/home/kim/Links/a.webloc", "/home/kim/Links/b.webloc",
+                             "/home/kim/Links/c.webloc", "/home/kim/Desktop/d.webloc"}) {
+        files().create(path);
+    }
+    auto watcher = startedWatcher();
+    queues().advance(10s);  // polls that show all in one order
+
+    files().create("/home/kim/Desktop/new.webloc");  // between two known ones
+    files().remove("/home/kim/Links/a.webloc");
+    queues().advance(5s);
+    files().remove("/home/kim/Links/b.webloc");
+    files().create("/home/kim/Links/newer.webloc");
+    files().create("/home/kim/Links/b.webloc");  // listed last now
+    files().create("/home/kim/Links/a.webloc");
+    streams().report(links);  // and without the other folders before
+    queues().advance(10s);
+    EXPECT_THAT(delivered(),
+                ElementsAre("/home/kim/Desktop/new.webloc", "/home/kim/Links/newer.webloc"));
+    EXPECT_THAT(files().existenceTests(),
+                ElementsAre("/home/kim/Desktop/new.webloc", "/home/kim/Links/newer.webloc"));
+}
+
 TEST_F(FileWatcherTest, AFileMadeAgainUnderItsPathIsNotReportedAgain) {
     auto watcher = startedWatcher();
     files().create("/home/kim/Links/a.webloc");
