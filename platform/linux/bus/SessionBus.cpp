@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/linux/bus/DBusCall.h"
+#include "platform/linux/queues/UnhurriedTimeout.h"
 
 namespace glintmark::platform {
 
@@ -193,7 +194,7 @@ void SessionBus::retryLater() {
         self->retry();
         return G_SOURCE_REMOVE;
     };
-    retry_ = GSourceId(g_timeout_add(static_cast<guint>(pause_.count()), retry, this));
+    retry_ = GSourceId(addUnhurriedTimeout(pause_, retry, this));
     pause_ = std::min(pause_ * 2, longestPause);
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/linux/bus/DBusCall.h"
+#include "platform/linux/queues/UnhurriedTimeout.h"
 #include "platform/linux/statusitem/StatusNotifierItemXml.h"
 
 // The roles of item, watcher and host, and the names of the properties, are those of the
@@ -230,7 +231,7 @@ void StatusNotifierItem::registerLater() {
         self->registerItem();
         return G_SOURCE_REMOVE;
     };
-    retry_ = GSourceId(g_timeout_add(static_cast<guint>(pause_.count()), again, this));
+    retry_ = GSourceId(addUnhurriedTimeout(pause_, again, this));
     pause_ = std::min(pause_ * 2, longestPause);
 }
 
