@@ -223,6 +223,9 @@ TEST(FaviconFetcherHTMLTest, TheFirstRuleThatAppliesResolvesAnAddress) {
     const std::pair<const char*, const char*> rows[] = {
         {"https://cdn.h/i.png", "https://cdn.h/i.png"},
         {"http://cdn.h:81/i.png", "http://cdn.h:81/i.png"},
+        {"https://cdn.h/a/../i.png", "https://cdn.h/a/../i.png"},  // by itself, so not resolved
+        {"http://cdn.h/./i.png", "http://cdn.h/./i.png"},
+        {"//cdn.h/a/../i.png", "https://cdn.h/a/../i.png"},
         {"//cdn.h/i.png", "https://cdn.h/i.png"},
         {"/img/i.png", "http://h/img/i.png"},
         {"/i.png?v=2", "http://h/i.png%3Fv=2"},
