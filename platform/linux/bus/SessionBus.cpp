@@ -18,6 +18,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds firstPause{250};
 constexpr milliseconds longestPause{60'000};
+constexpr int growth = 3;  // of the pause, from one try to the next
 constexpr int nameTimeoutMilliseconds = 5000;
 
 constexpr DBusTarget busDaemon{"org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -195,7 +196,7 @@ void SessionBus::retryLater() {
         return G_SOURCE_REMOVE;
     };
     retry_ = GSourceId(addUnhurriedTimeout(pause_, retry, this));
-    pause_ = std::min(pause_ * 2, longestPause);
+    pause_ = std::min(pause_ * growth, longestPause);
 }
 
 /// A desktop's end, unlike that of a terminal, is told by no signal. Its bus ends with it unless

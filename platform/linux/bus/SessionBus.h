@@ -18,7 +18,7 @@ enum class NameOwnership { owned, takenByAnother, noBus };
 /// The program's one connection to the session bus, which may be absent, go away and come back.
 ///
 /// Main thread only, default main context. Losing the bus does not end the process. While there is
-/// none, a new connection is tried after a pause that doubles up to a minute, and then as soon as
+/// none, a new connection is tried after a pause that triples up to a minute, and then as soon as
 /// the main loop wakes up anyway, at the latest when as long again has passed.
 class SessionBus {
 public:
