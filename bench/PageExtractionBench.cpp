@@ -27,6 +27,7 @@ constexpr std::size_t hugePage = 10'000'000;
 constexpr double maximumMilliseconds = 1000;
 constexpr double maximumRatio = 2.2;
 constexpr int repetitions = 7;   // The quickest counts: everything else is the machine's doing.
+constexpr int comparisons = 15;  // of a page with its half; their median counts
 constexpr rlim_t patience = 10;  // seconds of processor time for a peer
 constexpr rlim_t peerMemory = 4ULL << 30U;  // bytes
 
@@ -211,18 +212,20 @@ void measureSize(const Kind& kind, std::size_t bytes, const char* what, int time
     comparePeers(kind, page, what, times, figures);
 }
 
-void measureHuge(const Kind& kind, int times, bench::Figures& figures) {
+void measureHuge(const Kind& kind, bench::Figures& figures) {
     const std::string halfPage = filled(kind.begin, kind.filler, kind.end, hugePage / 2);
     const std::string wholePage = filled(kind.begin, kind.filler, kind.end, hugePage);
     double least = timeOf(searchOwn, wholePage);  // Makes the heap as large as it gets.
     // The machine has moods in which all takes twice as long: only neighbours are set against each
     // other.
     std::vector<double> ratios;
-    for (int i = 0; i < times; ++i) {
-        const double half = timeOf(searchOwn, halfPage);
+    double before = timeOf(searchOwn, halfPage);
+    for (int i = 0; i < comparisons; ++i) {
         const double whole = timeOf(searchOwn, wholePage);
+        const double after = timeOf(searchOwn, halfPage);
         least = std::min(least, whole);
-        ratios.push_back(whole / half);
+        ratios.push_back(2 * whole / (before + after));
+        before = after;
     }
     const char* const what = "10 MB";
     figures.add(
@@ -255,7 +258,7 @@ int main(int argc, char** argv) {
         measureSize(kind, 100'000, "100 kB", times, figures);
         if (options.smoke) continue;
         measureSize(kind, 1'000'000, "1 MB", times, figures);
-        measureHuge(kind, times, figures);
+        measureHuge(kind, figures);
     }
     return figures.finish(options);
 }
