@@ -4,9 +4,10 @@ silent, and services that go and come back. Memory, descriptors, threads and the
 no end yet are sampled; in the end each link must have had exactly one, and the program must be as
 small as it was.
 
-    soak.py --program PROGRAM --output FOLDER [--minutes N] [--seed N]
+    soak.py --program PROGRAM --output FOLDER [--minutes N] [--seed N] [--smoke]
 
-Writes samples.csv and samples.svg.
+Writes samples.csv and samples.svg. With --smoke: half a minute, too short to speak of growth or for
+a plot.
 """
 
 import argparse
@@ -31,8 +32,9 @@ from sites import SiteServer, demo_sites, hostile_sites  # noqa: E402
 
 STEP = 0.25  # seconds between two changes
 SAMPLE = 5.0
+SMOKE = 30.0
 SERVICE_CHANGE = 60.0
-WARM_UP = 60.0  # what the first minute takes is not growth
+WARM_UP = 60.0  # what the first minutes take, and each service's first return, is not growth
 OVERDUE = 150.0  # every fetch takes less, those of silent sites included, unless the machine is busy
 LAST_ANSWERS = 900.0  # after which what has no end is lost
 REST = 40.0  # after which helper and HTTP thread have ended
@@ -41,6 +43,7 @@ MOST_GROWTH = 10.0  # MB
 MOST_NEW_DESCRIPTORS = 0
 MOST_NEW_THREADS = 0
 
+SERVICES = {"panel": "xfce4-panel", "notifications": "xfce4-notifyd", "bus": "dbus-daemon"}
 COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "on their way", "overdue")
 
 REPORTED = re.compile(r"^Glintmark: 新規webloc検知 → (.*)$", re.M)
@@ -107,6 +110,17 @@ class Services:
         self._away = None
 
     def step(self):
+        if self._away:
+            self.all_back()
+        else:
+            self._end(self._random.choice(list(SERVICES)))
+
+    def restart_each(self):
+        for service in SERVICES:
+            self._end(service)
+            self.all_back()
+
+    def all_back(self):
         if self._away == "panel":
             self._session.restart_panel()
         elif self._away == "notifications":
@@ -116,16 +130,11 @@ class Services:
             self._session.restart_panel()
             self._session.end("xfce4-notifyd")
             self._session.start_notifyd()
-        if self._away:
-            self._away = None
-            return
-        self._away = self._random.choice(("panel", "notifications", "bus"))
-        self._session.end({"panel": "xfce4-panel", "notifications": "xfce4-notifyd",
-                           "bus": "dbus-daemon"}[self._away])
+        self._away = None
 
-    def all_back(self):
-        if self._away:
-            self.step()
+    def _end(self, service):
+        self._away = service
+        self._session.end(SERVICES[service])
 
 
 class Ends:
@@ -188,11 +197,15 @@ def open_files(pid):
     return found
 
 
-def rested(samples, ends, program):
-    """A sample after all links have had their end, and what is open then."""
+def await_ends(ends):
     until = time.monotonic() + LAST_ANSWERS
     while ends.read().missing() and time.monotonic() < until:
         time.sleep(1)
+
+
+def rested(samples, ends, program):
+    """A sample after all links have had their end, and what is open then."""
+    await_ends(ends)
     wait_for(lambda: not program.descendants(), "the end of the decoder", timeout=2 * REST)
     time.sleep(REST)
     return samples.take(), open_files(program.process.pid)
@@ -228,12 +241,30 @@ def plot(folder):
         plot for [column=6:7] samples using ($1/60):column with lines"""], check=True)
 
 
+def grow(life, services, samples, ends, program, minutes, figures):
+    """Lives for so long, and adds what grew."""
+    warm_up = min(WARM_UP, minutes * 15)
+    live(life, services, samples, warm_up)
+    services.restart_each()
+    live(life, services, samples, warm_up)
+    first, open_at_first = rested(samples, ends, program)
+    live(life, services, samples, minutes * 60)
+    last, open_at_last = rested(samples, ends, program)
+    for name, count in (open_at_last - open_at_first).items():
+        print(f"opened {count} more: {name}")
+    figures.add("growth of PSS", last[1] - first[1], "MB", MOST_GROWTH)
+    figures.add("growth of private memory", last[2] - first[2], "MB", MOST_GROWTH)
+    figures.add("new descriptors", last[3] - first[3], "", MOST_NEW_DESCRIPTORS)
+    figures.add("new threads", last[4] - first[4], "", MOST_NEW_THREADS)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--program", type=pathlib.Path, required=True)
     parser.add_argument("--output", type=pathlib.Path, required=True)
     parser.add_argument("--minutes", type=float, default=60.0)
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--smoke", action="store_true")
     arguments = parser.parse_args()
     arguments.output.mkdir(parents=True, exist_ok=True)
     figures = Figures()
@@ -249,23 +280,19 @@ def main():
         ends = Ends(session.logs / "glintmark.log", life)
         samples = Samples(program.process.pid, ends, arguments.output / "samples.csv")
         services = Services(session, arguments.seed)
-        live(life, services, samples, min(WARM_UP, arguments.minutes * 30))
-        first, open_at_first = rested(samples, ends, program)
-        live(life, services, samples, arguments.minutes * 60)
-        last, open_at_last = rested(samples, ends, program)
+        if arguments.smoke:
+            live(life, services, samples, SMOKE)
+            await_ends(ends)
+        else:
+            grow(life, services, samples, ends, program, arguments.minutes, figures)
         shutil.copy(session.logs / "glintmark.log", arguments.output)
         lost = ends.read().missing()
         print("".join(f"not exactly once: {path}\n" for path in lost), end="")
-        for name, count in (open_at_last - open_at_first).items():
-            print(f"opened {count} more: {name}")
         figures.add("links", len(life.links), "")
         figures.add("links without exactly one end", len(lost), "", 0)
-        figures.add("growth of PSS", last[1] - first[1], "MB", MOST_GROWTH)
-        figures.add("growth of private memory", last[2] - first[2], "MB", MOST_GROWTH)
-        figures.add("new descriptors", last[3] - first[3], "", MOST_NEW_DESCRIPTORS)
-        figures.add("new threads", last[4] - first[4], "", MOST_NEW_THREADS)
         figures.add("status at the end", program.terminate(), "", 0)
-    plot(arguments.output)
+    if not arguments.smoke:
+        plot(arguments.output)
     return 1 if figures.failures else 0
 
 
