@@ -47,6 +47,7 @@ std::vector<pid_t> processesOf(const fs::path& path) {
 }
 
 /// The fourth field of proc(5)'s "stat"; the names of these processes have no blanks.
+/// Negative when the process has ended meanwhile.
 pid_t parentOf(pid_t process) {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
     std::string skipped;
@@ -100,7 +101,8 @@ protected:
         const std::vector<pid_t> all = processesOf(helper_);
         std::vector<pid_t> found;
         std::ranges::copy_if(all, std::back_inserter(found), [&](pid_t process) {
-            return std::ranges::find(all, parentOf(process)) == all.end();
+            const pid_t parent = parentOf(process);
+            return parent >= 0 && std::ranges::find(all, parent) == all.end();
         });
         return found;
     }

@@ -102,6 +102,7 @@ protected:
     DebugLog log_;
     Reports reports_;
     ThreadPoolQueue queue_{"stream-queue", 1};
+    GateQueue gate_{queue_};  ///< Here, since a stream's thread may be in it until it has ended.
     std::unique_ptr<EventStream> stream_;
 };
 

@@ -143,15 +143,14 @@ TEST_F(InotifyEventStreamLimitsTest, AnOverflowIsReportedAndTheTreesAreWalkedAga
     directory_.createDirectories("links/quiet/deep");
     directory_.createDirectories("links/gone/deep");
     directory_.createDirectories("links/moving/deep");
-    GateQueue gate(queue_);
     stream_ = make({directory_.path("links")}, 1ms);
-    stream_->setDispatchQueue(gate);
+    stream_->setDispatchQueue(gate_);
     EXPECT_TRUE(stream_->start());
     settle("links");
 
-    auto closed = gate.close();
+    auto closed = gate_.close();
     directory_.write("links/first");
-    ASSERT_TRUE(waitFor([&] { return gate.wasUsed(); }));
+    ASSERT_TRUE(waitFor([&] { return gate_.wasUsed(); }));
     // The stream's thread hangs in its delivery and reads nothing.
     overflow("links/busy");
     directory_.createDirectories("links/new/newer");

@@ -149,12 +149,11 @@ TEST_F(InotifyEventStreamTest, ADeliveryThatWaitsInTheQueueDoesNotBeginAfterInva
         release.get_future().wait();
     });
     held.get_future().wait();
-    GateQueue gate(queue_);  // tells when the delivery has been queued
     stream_ = make({directory_.path("links")}, 1ms);
-    stream_->setDispatchQueue(gate);
+    stream_->setDispatchQueue(gate_);  // which tells when the delivery has been queued
     stream_->start();
     directory_.write("links/a");
-    ASSERT_TRUE(waitFor([&] { return gate.wasUsed(); }));
+    ASSERT_TRUE(waitFor([&] { return gate_.wasUsed(); }));
     stream_->stop();
     stream_->invalidate();
     release.set_value();
