@@ -9,9 +9,9 @@ import subprocess
 OWN = "glintmark"
 COLOURS = ["#1f6feb", "#d29922", "#2da44e", "#8250df", "#cf222e", "#57606a"]  # ours first
 
-LETTERS_IN_A_LINE = 64
+LETTERS_IN_A_LINE = 64  # of labels below a plot that are not turned
 LEAST_MARGIN = 14  # letters, left of the first bar
-SLANTED_LETTERS_BESIDE = 14  # of a slanted label: what fits without a wider margin  # of labels below a plot that are not turned
+SLANTED_LETTERS_BESIDE = 14  # of a slanted label: what fits without a wider margin
 
 PLOT = """set terminal svg size {width},460 font "sans-serif,13" background "#ffffff"
 set output "{file}"
