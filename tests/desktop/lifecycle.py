@@ -165,7 +165,7 @@ class EndTest(LifecycleTest):
         self.start_large_decode()
         child = self.catch_decode()
         self.check_end()
-        self.assertIn(state_of(child), "ZX")
+        wait_for(lambda: state_of(child) in "ZX", "the child's end", SECOND)
         self.assertEqual(self.program.lines()[-1], STOPPED)
 
     def test_it_ends_within_a_second_while_its_main_thread_waits_for_a_decode(self):
@@ -173,7 +173,7 @@ class EndTest(LifecycleTest):
         self.program.wait_for_line("Glintmark: Favicon fetched")
         child = self.catch_decode()
         self.check_end()
-        self.assertIn(state_of(child), "ZX")
+        wait_for(lambda: state_of(child) in "ZX", "the child's end", SECOND)
 
     def test_it_ends_within_a_second_while_its_dialog_is_open(self):
         self.provide_dialog_program("echo $$ >open; exec sleep 1000")
@@ -346,6 +346,7 @@ class HomeTest(LifecycleTest):
         self.wait_until_applied(link)
         item.click("Stop Watching This Folder")
         self.program.wait_for_line(f"Glintmark: Folder removed → {shared}")
+        wait_for(lambda: f"  {shared}" not in item.labels(), "the menu, made anew after storing")
         self.check_settings()
         self.assertEqual(self.program.terminate(), 0)
         self.assertEqual(self.program.lines()[-1], STOPPED)

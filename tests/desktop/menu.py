@@ -135,6 +135,7 @@ class MenuTest(MenuCase):
             item.click(REMOVE, below="  ~/Three")  # runs after the dialog
             self.program.wait_for_line(f"Glintmark: Folder removed → {home}/Three")
             self.check_menu(item, "  ~/One", "  ~/Four")
+            wait_for(lambda: updates.count() >= 3, "one more layout")
             self.assertEqual(updates.count(), 3)
         with self.subTest("the program ends"):
             item.click(QUIT)
