@@ -2,6 +2,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -39,6 +40,7 @@ namespace {
 
 constexpr auto defaultFaviconServiceAddress = "https://www.google.com";
 constexpr auto decoderName = "glintmark-image-decoder";
+constexpr std::chrono::milliseconds patienceAtTheEnd{200};  // with a bus that takes nothing
 
 std::string faviconServiceAddress() {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing sets it
@@ -188,5 +190,6 @@ int main() {
     // Fetches and decodes that are under way would be waited for; what they hold is worth nothing
     // any more, and all that is kept was written when it changed.
     delegate->setStatusItem(nullptr);
+    bus.flush(patienceAtTheEnd);
     std::_Exit(0);
 }

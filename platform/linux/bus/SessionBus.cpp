@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <future>
+#include <memory>
 #include <utility>
 
 #include "platform/linux/bus/DBusCall.h"
+#include "platform/linux/queues/Thread.h"
 #include "platform/linux/queues/UnhurriedTimeout.h"
 
 namespace glintmark::platform {
@@ -20,6 +23,7 @@ constexpr milliseconds firstPause{250};
 constexpr milliseconds longestPause{60'000};
 constexpr int growth = 3;  // of the pause, from one try to the next
 constexpr int nameTimeoutMilliseconds = 5000;
+constexpr std::size_t flushStackBytes = std::size_t{64} * 1024;
 
 constexpr DBusTarget busDaemon{"org.freedesktop.DBus", "/org/freedesktop/DBus",
                                "org.freedesktop.DBus"};
@@ -206,6 +210,22 @@ void SessionBus::retry() {
         end(End::sessionIsOver);
     }
     open();
+}
+
+/// On a thread that can be left behind: GLib's flush takes no time limit.
+void SessionBus::flush(milliseconds patience) const {
+    if (connection_ == nullptr) {
+        return;
+    }
+    const auto flushed = std::make_shared<std::promise<void>>();
+    const std::shared_ptr<GDBusConnection> connection = shareGObject(connection_.get());
+    const bool started = Thread::startDetached("flush", flushStackBytes, [flushed, connection] {
+        g_dbus_connection_flush_sync(connection.get(), nullptr, nullptr);
+        flushed->set_value();
+    });
+    if (started) {
+        flushed->get_future().wait_for(patience);
+    }
 }
 
 void SessionBus::end(End why) const {

@@ -46,6 +46,10 @@ public:
     /// each later connection. Waits for the bus's answer, at most five seconds.
     NameOwnership acquireName();
 
+    /// Waits until what was sent has gone to the bus, at most `patience`. What a process has not
+    /// sent when it ends, such as the answer to the call that ended it, is lost.
+    void flush(std::chrono::milliseconds patience) const;
+
     /// Why the program should not go on.
     enum class End {
         sessionIsOver,  ///< The bus is lost, and so is whoever led the process's session.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <csignal>
 
 namespace glintmark::platform {
 
@@ -65,6 +66,8 @@ void PrivateBus::stop() {
         g_unlink((folder_ + "/bus").c_str());
     }
 }
+
+void PrivateBus::pause() { g_subprocess_send_signal(daemon_.get(), SIGSTOP); }
 
 GObjectHandle<GDBusConnection> PrivateBus::connect() const {
     constexpr auto flags =

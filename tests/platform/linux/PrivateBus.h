@@ -21,6 +21,7 @@ public:
 
     void start();
     void stop();
+    void pause();  ///< It reads nothing any more, until it is stopped.
     const std::string& address() const { return address_; }
     const std::string& folder() const { return folder_; }  ///< Empty but for the bus's files.
 

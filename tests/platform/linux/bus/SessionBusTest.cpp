@@ -39,6 +39,7 @@ TEST(SessionBusTest, WithoutABusThereIsNoConnectionAndNoWaiting) {
     SessionBus bus;
     EXPECT_EQ(bus.connection(), nullptr);
     EXPECT_EQ(bus.acquireName(), NameOwnership::noBus);
+    bus.flush(1h);
     bool called = false;
     const auto subscription = bus.observe([&](GDBusConnection*) { called = true; });
     EXPECT_FALSE(called);
@@ -166,6 +167,48 @@ TEST(SessionBusTest, TheNameIsAskedForAgainOnTheNextConnection) {
     daemon.start();
     ASSERT_TRUE(waitUntil([&] { return bus.connection() != nullptr; }));
     EXPECT_TRUE(waitUntil([&] { return !ownerOfProgramName(bus.connection()).empty(); }));
+}
+
+constexpr int largeSignals = 16;
+
+/// More than the socket takes at once.
+void emitLargeSignals(GDBusConnection* connection) {
+    const std::string text(std::size_t{1} << 20, 'x');
+    for (int i = 0; i < largeSignals; ++i) {
+        g_dbus_connection_emit_signal(connection, nullptr, "/", "org.example.Test", "Said",
+                                      g_variant_new("(s)", text.c_str()), nullptr);
+    }
+}
+
+TEST(SessionBusTest, WhatWasFlushedArrivesThoughTheConnectionIsCutThen) {
+    PrivateBus daemon;
+    const SessionBus bus;
+    const auto listener = daemon.connect();
+    int heard = 0;
+    const auto count = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                          GVariant*, gpointer number) { ++*static_cast<int*>(number); };
+    g_dbus_connection_signal_subscribe(listener.get(), nullptr, "org.example.Test", nullptr,
+                                       nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, +count, &heard,
+                                       nullptr);
+    const GVariantHandle subscribed(g_dbus_connection_call_sync(
+        listener.get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer", "Ping", nullptr,
+        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    emitLargeSignals(bus.connection());
+    bus.flush(20s);
+    g_socket_shutdown(g_socket_connection_get_socket(
+                          G_SOCKET_CONNECTION(g_dbus_connection_get_stream(bus.connection()))),
+                      FALSE, TRUE, nullptr);
+    EXPECT_TRUE(waitUntil([&] { return heard == largeSignals; })) << heard;
+}
+
+TEST(SessionBusTest, ABusThatTakesNothingHoldsAFlushOnlyForTheGivenPatience) {
+    PrivateBus daemon;
+    const SessionBus bus;
+    daemon.pause();
+    emitLargeSignals(bus.connection());
+    const auto start = std::chrono::steady_clock::now();
+    bus.flush(50ms);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);  // it did wait, and returns
 }
 
 /// Accepts connections and never says a word.
