@@ -22,6 +22,10 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{512} << 10;
 
+/// The longest body of an answer other than a success that is worked off on the session's thread,
+/// in bytes. All transfers wait meanwhile.
+constexpr std::size_t mostWorkedOffHere = std::size_t{16} << 10;
+
 void initialiseLibrary() {
     // Not before the first request: OpenSSL's start costs memory and time. Never undone, since the
     // process's other users of these libraries cannot be known.
@@ -45,6 +49,12 @@ public:
 private:
     sigset_t before_{};
 };
+
+/// Unlike a page or an image.
+bool isSoonWorkedOff(const URLResult& result) {
+    const bool isSuccess = result.response && result.response->statusCode.value_or(0) / 100 == 2;
+    return !result.body || (!isSuccess && result.body->size() <= mostWorkedOffHere);
+}
 
 }  // namespace
 
@@ -70,7 +80,10 @@ private:
     void serve();
     bool takeArrived(CurlLoop& loop, bool& mayBegin);
     bool retire();
-    void deliver(CurlTransfer& transfer);
+    bool hasArrived();
+    void finish(CurlTransfer& transfer);
+    std::shared_ptr<Delivery> deliveryOf(CurlTransfer& transfer);
+    void submit(std::shared_ptr<Delivery> delivery);
     void complete(Delivery& delivery);
 
     DispatchQueue& completionQueue_;
@@ -102,21 +115,21 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
     auto transfer =
         std::make_unique<CurlTransfer>(std::move(request), std::move(completion), options_);
     if (transfer->host().empty()) {
-        deliver(*transfer);
+        submit(deliveryOf(*transfer));
         return;
     }
     {
         const std::lock_guard lock(mutex_);
         if (threadRuns_ || startThread()) {
             arrived_.push_back(std::move(transfer));
-            if (loop_ != nullptr && arrived_.size() == 1) {
+            if (loop_ != nullptr && arrived_.size() == 1 && !thread_->isCurrent()) {
                 loop_->wake();
             }
             return;
         }
     }
     transfer->refuse("No thread can be started.");
-    deliver(*transfer);
+    submit(deliveryOf(*transfer));
 }
 
 bool CurlURLSession::Worker::startThread() {
@@ -145,7 +158,10 @@ void CurlURLSession::Worker::serve() {
     bool mayBegin = true;
     while (takeArrived(loop, mayBegin)) {
         for (const auto& transfer : loop.turn(mayBegin)) {
-            deliver(*transfer);
+            finish(*transfer);
+        }
+        if (hasArrived()) {
+            continue;
         }
         const auto now = options_.now();
         if (!loop.idle()) {
@@ -192,7 +208,24 @@ bool CurlURLSession::Worker::retire() {
     return true;
 }
 
-void CurlURLSession::Worker::deliver(CurlTransfer& transfer) {
+bool CurlURLSession::Worker::hasArrived() {
+    const std::lock_guard lock(mutex_);
+    return !arrived_.empty();
+}
+
+/// Most requests of a fetch are for what the site does not have. To wake another thread for the
+/// answer, and this one again for the request that follows from it, takes longer than the rest.
+void CurlURLSession::Worker::finish(CurlTransfer& transfer) {
+    auto delivery = deliveryOf(transfer);
+    if (isSoonWorkedOff(delivery->result)) {
+        complete(*delivery);
+    } else {
+        submit(std::move(delivery));
+    }
+}
+
+std::shared_ptr<CurlURLSession::Worker::Delivery> CurlURLSession::Worker::deliveryOf(
+    CurlTransfer& transfer) {
     auto delivery = std::make_shared<Delivery>();
     delivery->completion = transfer.takeCompletion();
     delivery->result = transfer.takeResult();
@@ -201,7 +234,12 @@ void CurlURLSession::Worker::deliver(CurlTransfer& transfer) {
         const std::lock_guard lock(mutex_);
         deliveredBytes_ += delivery->bytes;
     }
-    completionQueue_.async([self = shared_from_this(), delivery] { self->complete(*delivery); });
+    return delivery;
+}
+
+void CurlURLSession::Worker::submit(std::shared_ptr<Delivery> delivery) {
+    completionQueue_.async(
+        [self = shared_from_this(), delivery = std::move(delivery)] { self->complete(*delivery); });
 }
 
 void CurlURLSession::Worker::complete(Delivery& delivery) {

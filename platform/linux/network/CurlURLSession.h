@@ -41,7 +41,9 @@ struct CurlURLSessionOptions {
 /// that have not returned exceed theirs, no further transfer begins.
 class CurlURLSession final : public URLSession {
 public:
-    /// Completions run on `completionQueue`, which must outlive the session.
+    /// Completions run on `completionQueue`, which must outlive the session. Those of requests that
+    /// failed, and of answers other than successes (RFC 9110, section 15.3) of at most 16 KiB, run
+    /// on the session's thread and must return soon.
     CurlURLSession(DispatchQueue& completionQueue, CurlURLSessionOptions options);
 
     /// Breaks off what runs, without completing it, and waits for completions that are running;

@@ -129,6 +129,8 @@ TEST_F(CurlURLSessionLifeTest, TheEndBreaksOffWhatRunsAndWaitsWithoutCompletingI
 
 class CurlURLSessionEndTest : public CurlURLSessionLifeTest {
 protected:
+    CurlURLSessionEndTest() { server_.onAnythingElse(answering(200, "page")); }
+
     DispatchQueue& completionQueue() override { return queue_; }
 
     test::HeldQueue queue_;
@@ -161,6 +163,34 @@ TEST_F(CurlURLSessionEndTest, TheEndWaitsForACompletionThatRuns) {
     mayLeave.set();
     ending.join();
     completing.join();
+}
+
+TEST_F(CurlURLSessionEndTest, WhatNeedsLittleWorkIsCompletedWithoutTheQueue) {
+    constexpr std::size_t longest = std::size_t{16} << 10;
+    server_.on("/missing", answering(404, std::string(longest, 'x')));
+    server_.on("/long", answering(404, std::string(longest + 1, 'x')));
+    EXPECT_EQ(get(server_.url("/missing")).body->size(), longest);
+    EXPECT_NE(get("http://127.0.0.1:1/").error, std::nullopt);  // nobody listens
+    EXPECT_EQ(queue_.size(), 0U);
+
+    const auto delayed = start(server_.url("/long"));
+    ASSERT_TRUE(queue_.waitFor(1));
+    EXPECT_EQ(delayed->completions, 0);
+    queue_.runNext();
+    EXPECT_EQ(delayed->wait().response->statusCode, 404);
+}
+
+TEST_F(CurlURLSessionEndTest, ARequestThatFollowsFromAFailureBeginsAtOnce) {
+    server_.on("/missing", answering(404, ""));
+    std::shared_ptr<PendingAnswer> next;
+    Event asked;
+    session().startDataTask(request(server_.url("/missing")), [&](const URLResult&) {
+        next = start(server_.url("/missing"));
+        asked.set();
+    });
+    ASSERT_TRUE(asked.wait());
+    EXPECT_EQ(next->wait().response->statusCode, 404);
+    EXPECT_EQ(queue_.size(), 0U);
 }
 
 TEST_F(CurlURLSessionEndTest, CompletionsAreSubmittedOneByOne) {
