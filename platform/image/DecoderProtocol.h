@@ -14,9 +14,10 @@
 //
 // The program sends a `DecodeRequest` over the decoder's socket (SOCK_SEQPACKET), with three
 // descriptors: a sealed memory file of the encoded bytes, an empty memory file for the pixels, and
-// the writing end of a pipe. Into that pipe the decoder writes one byte, `accepted`, and the child
-// that decodes the image writes a `DecodeAnswer`. The pipe ends without an answer when the child
-// dies, and without even the first byte when the decoder was gone before it saw the request.
+// the writing end of a pipe. A process that the decoder has forked for one image takes it from
+// there and writes one byte into the pipe, `accepted`, then a `DecodeAnswer`. The pipe ends without
+// an answer when that process dies, and without even the first byte when the decoder was gone
+// before it saw the request.
 
 namespace glintmark::platform::image {
 

@@ -50,6 +50,7 @@ public:
 
     void serve() {
         idleSince_ = Clock::now();
+        forkSpare();
         while (wait()) {
         }
         for (const Child& child : children_) kill(child.process.pid, SIGKILL);
@@ -58,44 +59,52 @@ public:
 private:
     struct Child {
         ForkedProcess process;
-        Clock::time_point deadline;
+        FileDescriptor channel;
         DecodeSlot slot;
+        bool began;
+        Clock::time_point deadline;
     };
 
     /// Waits for one thing to happen and deals with it. False when there is nothing more to do.
     bool wait() {
+        if (spare_ && hasRoom()) spare_->allow();
         std::vector<pollfd> watched;
         for (const Child& child : children_) {
             watched.push_back({child.process.descriptor.get(), POLLIN, 0});
         }
-        const bool listens = !waiting_ && hasRoom();
+        watched.push_back({spare_ ? spare_->channel() : -1, POLLIN, 0});
+        const bool listens = !spare_ && !leaving_ && hasRoom();
         watched.push_back({decoderSocket, static_cast<short>(listens ? POLLIN : 0), 0});
         poll(watched.data(), watched.size(), millisecondsUntil(nextDeadline()));
 
         const int heard = watched.back().revents;
+        const bool spareMoved = watched[watched.size() - 2].revents != 0;
         endAndReap();
         // Nobody waits for an answer any more.
         if ((heard & POLLHUP) != 0) return false;
-        if ((heard & POLLIN) != 0 && !takeRequest()) return false;
-        startWaiting();
-        if (!isIdleForLong()) return true;
-        sayGoodbye();
-        return false;
+        if (spareMoved) followSpare();
+        if ((heard & POLLIN) != 0) replaceSpare();
+        beginLarge();
+        if (isIdleForLong()) leave();
+        return !leaving_ || spare_ || !children_.empty();
     }
 
     Clock::time_point nextDeadline() const {
-        if (children_.empty()) return idleSince_ + options_.idleLimit;
-        return children_.front().deadline;  // the oldest
+        if (!children_.empty()) return children_.front().deadline;  // the oldest
+        return leaving_ ? Clock::now() + options_.wallLimit : idleSince_ + options_.idleLimit;
     }
 
     bool isIdleForLong() const {
-        return children_.empty() && Clock::now() >= idleSince_ + options_.idleLimit;
+        return !leaving_ && children_.empty() && Clock::now() >= idleSince_ + options_.idleLimit;
     }
 
-    // A request that arrives after this is lost: the program then sees that it was not accepted,
-    // and by this message that nothing died.
-    static void sayGoodbye() {
+    /// No request arrives after this: sending one fails, and by the message the program sees that
+    /// nothing died. One that came before is still taken.
+    void leave() {
+        leaving_ = true;
         send(decoderSocket, &goodbye, sizeof goodbye, MSG_NOSIGNAL | MSG_DONTWAIT);
+        shutdown(decoderSocket, SHUT_RD);
+        if (spare_) spare_->allow();
     }
 
     // A child may have answered and still have its memory, or be one that was taken over and stays:
@@ -106,48 +115,52 @@ private:
                    children_, [](const Child& child) { return child.slot == DecodeSlot::large; });
     }
 
-    bool takeRequest() {
-        DecodeTask task;
-        switch (receiveTask(decoderSocket, task, MSG_DONTWAIT)) {
-            case Received::task:
-                waiting_ = std::move(task);
-                return true;
-            case Received::nothing:
-                return true;
-            case Received::end:
-                break;
+    void followSpare() {
+        const auto slot = spare_->takenSlot();
+        if (slot) {
+            idleSince_ = Clock::now();
+            children_.push_back({spare_->release(), spare_->releaseChannel(), *slot,
+                                 *slot == DecodeSlot::small, idleSince_ + options_.wallLimit});
+            forkSpare();
+        } else {
+            spare_ = nullptr;
+            if (isReplacement_) refuseRequest();
         }
-        return false;
+        isReplacement_ = false;
     }
 
-    void startWaiting() {
-        if (!waiting_ || (waiting_->slot == DecodeSlot::large && !children_.empty())) return;
-        const bool started = start(*waiting_);
-        // Before the next fork, lest the pipe of this task stay open in the child that it makes.
-        waiting_.reset();
-        if (started) forkSpare();
+    void forkSpare() {
+        spare_ = sandbox_ && !leaving_ ? SpareChild::fork(*sandbox_, mappedBefore_, options_.decode)
+                                       : nullptr;
     }
 
-    bool start(const DecodeTask& task) {
+    /// For the request that waits, since the last one was killed or none could be made.
+    void replaceSpare() {
+        forkSpare();
+        isReplacement_ = spare_ != nullptr;
+        if (!spare_) refuseRequest();
+    }
+
+    /// Without its sandbox, or a process, no image is decoded: the pipe ends with no answer.
+    void refuseRequest() {
         idleSince_ = Clock::now();
-        // Without its sandbox no image is decoded: the pipe ends with no answer.
-        if (write(task.answer.get(), &accepted, sizeof accepted) < 0 || !sandbox_) return false;
-        // A spare child that was killed meanwhile is replaced, once.
-        if (!spare_ || !spare_->begin(task)) {
-            if (!forkSpare() || !spare_->begin(task)) return false;
+        DecodeTask task;
+        if (receiveTask(decoderSocket, task, MSG_DONTWAIT) == Received::task) {
+            [[maybe_unused]] const auto written =
+                write(task.answer.get(), &accepted, sizeof accepted);
         }
-        children_.push_back({spare_->release(), Clock::now() + options_.wallLimit, task.slot});
-        return true;
     }
 
-    bool forkSpare() {
-        spare_ = SpareChild::fork(*sandbox_, mappedBefore_, options_.decode);
-        return spare_ != nullptr;
+    void beginLarge() {
+        if (children_.size() != 1 || children_.front().began) return;
+        children_.front().began = true;
+        children_.front().deadline = Clock::now() + options_.wallLimit;
+        giveWord(children_.front().channel);
     }
 
     void endAndReap() {
         std::erase_if(children_, [this](const Child& child) {
-            const bool late = Clock::now() >= child.deadline;
+            const bool late = child.began && Clock::now() >= child.deadline;
             if (late) kill(child.process.pid, SIGKILL);
             if (waitpid(child.process.pid, nullptr, late ? 0 : WNOHANG) == 0) return false;
             idleSince_ = Clock::now();
@@ -159,8 +172,9 @@ private:
     std::optional<Sandbox> sandbox_;
     std::size_t mappedBefore_;
     std::vector<Child> children_;
-    std::optional<DecodeTask> waiting_;  // for the memory of those that run
     std::unique_ptr<SpareChild> spare_;
+    bool isReplacement_ = false;
+    bool leaving_ = false;
     Clock::time_point idleSince_;
 };
 
