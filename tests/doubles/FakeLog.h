@@ -12,6 +12,11 @@ namespace glintmark::doubles {
 /// Keeps what was logged. Any thread.
 class FakeLog final : public platform::Log {
 public:
+    FakeLog() = default;
+    ~FakeLog() override { forget(); }  // after the last writer, whose thread may not be joined
+    FakeLog(const FakeLog&) = delete;
+    FakeLog& operator=(const FakeLog&) = delete;
+
     void write(std::string_view message) override;
     void debug(std::string_view message) override;
 
