@@ -4,7 +4,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/Platform.h"
 
 namespace glintmark {

@@ -6,7 +6,7 @@
 #include "app/L.h"
 #include "favicon/FaviconFetcher.h"
 #include "icon/IconApplier.h"
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/Image.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"

@@ -4,7 +4,7 @@
 
 #include "favicon/CandidateList.h"
 #include "platform/DispatchGroup.h"
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/Geometry.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"

@@ -5,7 +5,7 @@
 #include "favicon/FaviconFetcher.h"
 #include "favicon/IconAddress.h"
 #include "platform/DispatchGroup.h"
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/Platform.h"
 #include "platform/RegularExpression.h"
 #include "platform/TextEncoding.h"

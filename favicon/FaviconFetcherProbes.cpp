@@ -4,6 +4,7 @@
 
 #include "favicon/FaviconFetcher.h"
 #include "platform/Configuration.h"
+#include "platform/ImageDecoder.h"
 #include "platform/Platform.h"
 #include "platform/URLComponents.h"
 

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <string>
 
 namespace glintmark::platform {
 
@@ -27,23 +26,6 @@ public:
 
     /// The same for work that can be cancelled.
     void asyncAfter(std::chrono::nanoseconds delay, std::shared_ptr<DispatchWorkItem> item);
-};
-
-enum class QualityOfService { userInitiated };
-
-/// Where queues come from.
-class DispatchQueues {
-public:
-    virtual ~DispatchQueues() = default;
-
-    /// The queue of the main thread's event loop.
-    virtual DispatchQueue& main() = 0;
-
-    /// The shared concurrent queue; work on it must not wait for other work on it.
-    virtual DispatchQueue& global(QualityOfService quality) = 0;
-
-    /// A new serial queue of default quality. `label` names its thread where the system shows one.
-    virtual std::unique_ptr<DispatchQueue> makeSerial(const std::string& label) = 0;
 };
 
 }  // namespace glintmark::platform

@@ -38,14 +38,4 @@ private:
     BitmapSource source_;
 };
 
-/// Turns image files into images. May be called from any thread; callers wait for the result.
-class ImageDecoder {
-public:
-    virtual ~ImageDecoder() = default;
-
-    /// Null when `data` is no image of a known format, is broken, or goes beyond the limits on
-    /// size, time or memory.
-    virtual std::shared_ptr<const Image> decode(std::string data) = 0;
-};
-
 }  // namespace glintmark::platform

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Image.h"
+#include "platform/ImageDecoder.h"
 #include "platform/URLSession.h"
 
 namespace glintmark::tools {

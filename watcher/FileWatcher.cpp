@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/DispatchWorkItem.h"
 #include "platform/EventStream.h"
 #include "platform/FileManager.h"

@@ -6,6 +6,8 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/Image.h"
+
 namespace glintmark::doubles {
 
 namespace {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <span>
 
+#include "platform/Image.h"
 #include "platform/image/DecodeImage.h"
 #include "platform/image/HeapPixels.h"
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/Image.h"
+#include "platform/ImageDecoder.h"
 
 namespace glintmark::doubles {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/Timer.h"
 
 namespace glintmark::doubles {

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Image.h"
 #include "platform/image/DecoderProtocol.h"
 #include "platform/linux/images/DecodeSlots.h"
 #include "platform/linux/images/DecoderHelper.h"

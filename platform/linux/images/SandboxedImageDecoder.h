@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/Image.h"
+#include "platform/ImageDecoder.h"
 
 namespace glintmark::platform {
 

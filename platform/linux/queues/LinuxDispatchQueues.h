@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/DispatchQueue.h"
+#include "platform/DispatchQueues.h"
 #include "platform/linux/queues/GLibMainQueue.h"
 #include "platform/linux/queues/ThreadPoolQueue.h"
 

@@ -13,6 +13,7 @@
 #include <iterator>
 #include <thread>
 
+#include "platform/Image.h"
 #include "platform/linux/files/FileDescriptor.h"
 #include "platform/linux/images/SandboxedImageDecoder.h"
 #include "tests/platform/linux/ProcessState.h"
