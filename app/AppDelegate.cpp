@@ -5,10 +5,10 @@
 #include <optional>
 #include <utility>
 
+#include "base/text/TextDescription.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
-#include "platform/TextDescription.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserNotificationCenter.h"
 

@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "app/AdmissionGate.h"
+#include "base/graphics/BezierPath.h"
+#include "base/graphics/Geometry.h"
+#include "base/graphics/TemplateImage.h"
 #include "platform/Application.h"
-#include "platform/BezierPath.h"
-#include "platform/Geometry.h"
 #include "platform/Menu.h"
 #include "platform/StatusBar.h"
-#include "platform/TemplateImage.h"
 #include "watcher/FileWatcher.h"
 #include "watcher/FileWatcherEvent.h"
 

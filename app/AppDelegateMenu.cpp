@@ -6,15 +6,15 @@
 
 #include "app/AppDelegate.h"
 #include "app/L.h"
+#include "base/system/FatalError.h"
+#include "base/url/URL.h"
 #include "platform/Application.h"
 #include "platform/Bundle.h"
 #include "platform/Configuration.h"
-#include "platform/FatalError.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/OpenPanel.h"
 #include "platform/Platform.h"
-#include "platform/URL.h"
 #include "platform/Workspace.h"
 
 namespace glintmark {

@@ -4,14 +4,14 @@
 
 #include "app/AppDelegate.h"
 #include "app/L.h"
+#include "base/graphics/Image.h"
+#include "base/text/UUID.h"
+#include "base/url/URL.h"
 #include "favicon/FaviconFetcher.h"
 #include "icon/IconApplier.h"
 #include "platform/DispatchQueues.h"
-#include "platform/Image.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
-#include "platform/URL.h"
-#include "platform/UUID.h"
 #include "platform/UserNotificationCenter.h"
 #include "webloc/WeblocParser.h"
 

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "bench/Figures.h"
-#include "platform/linux/images/SandboxedImageDecoder.h"
+#include "linux/images/SandboxedImageDecoder.h"
 #include "tests/doubles/InProcessImageDecoder.h"
 
 namespace glintmark {

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "base/graphics/Image.h"
 #include "bench/Figures.h"
 #include "bench/TemporaryFolder.h"
-#include "platform/Image.h"
-#include "platform/linux/workspace/DesktopWorkspace.h"
+#include "linux/workspace/DesktopWorkspace.h"
 
 namespace glintmark::platform {
 namespace {

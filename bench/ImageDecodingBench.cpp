@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/graphics/ImageScaling.h"
 #include "bench/Figures.h"
-#include "platform/ImageScaling.h"
-#include "platform/linux/images/SandboxedImageDecoder.h"
+#include "linux/images/SandboxedImageDecoder.h"
 #include "tests/doubles/InProcessImageDecoder.h"
 
 namespace glintmark {

@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "base/system/FileDescriptor.h"
 #include "bench/Figures.h"
 #include "bench/TemporaryFolder.h"
-#include "platform/linux/files/FileDescriptor.h"
-#include "platform/linux/files/PosixFileManager.h"
+#include "linux/files/PosixFileManager.h"
 #include "tests/doubles/TestPlatform.h"
 #include "watcher/FileWatcher.h"
 

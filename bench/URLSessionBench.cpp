@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "bench/Figures.h"
-#include "platform/linux/network/CurlURLSession.h"
-#include "platform/linux/queues/ThreadPoolQueue.h"
+#include "linux/network/CurlURLSession.h"
+#include "linux/queues/ThreadPoolQueue.h"
 #include "tests/support/LoopbackServer.h"
 
 namespace glintmark {

@@ -19,10 +19,10 @@
 #include <string>
 #include <vector>
 
+#include "base/system/FileDescriptor.h"
 #include "bench/Figures.h"
 #include "bench/TemporaryFolder.h"
-#include "platform/linux/files/FileDescriptor.h"
-#include "platform/linux/watching/TreeWatches.h"
+#include "linux/watching/TreeWatches.h"
 
 namespace glintmark::platform {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <utility>
 
+#include "base/graphics/Geometry.h"
+#include "base/work/DispatchGroup.h"
 #include "favicon/CandidateList.h"
-#include "platform/DispatchGroup.h"
 #include "platform/DispatchQueues.h"
-#include "platform/Geometry.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 

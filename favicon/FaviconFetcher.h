@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
+#include "base/graphics/Image.h"
+#include "base/url/URL.h"
 #include "favicon/IconCandidate.h"
 #include "favicon/IconEntry.h"
 #include "favicon/IconSource.h"
-#include "platform/Image.h"
-#include "platform/URL.h"
 #include "platform/URLSession.h"
 
 namespace glintmark {

@@ -1,15 +1,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/text/RegularExpression.h"
+#include "base/text/TextEncoding.h"
+#include "base/url/URLComponents.h"
+#include "base/work/DispatchGroup.h"
 #include "favicon/CandidateList.h"
 #include "favicon/FaviconFetcher.h"
 #include "favicon/IconAddress.h"
-#include "platform/DispatchGroup.h"
 #include "platform/DispatchQueues.h"
 #include "platform/Platform.h"
-#include "platform/RegularExpression.h"
-#include "platform/TextEncoding.h"
-#include "platform/URLComponents.h"
 
 namespace glintmark {
 

@@ -3,11 +3,11 @@
 #include <chrono>
 #include <utility>
 
+#include "base/json/JSON.h"
+#include "base/text/TextCase.h"
 #include "favicon/FaviconFetcher.h"
 #include "favicon/IconAddress.h"
-#include "platform/JSON.h"
 #include "platform/Platform.h"
-#include "platform/TextCase.h"
 
 namespace glintmark {
 

@@ -2,11 +2,11 @@
 #include <chrono>
 #include <utility>
 
+#include "base/url/URLComponents.h"
 #include "favicon/FaviconFetcher.h"
 #include "platform/Configuration.h"
 #include "platform/ImageDecoder.h"
 #include "platform/Platform.h"
-#include "platform/URLComponents.h"
 
 namespace glintmark {
 

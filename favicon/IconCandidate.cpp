@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "platform/Geometry.h"
+#include "base/graphics/Geometry.h"
 
 namespace glintmark {
 

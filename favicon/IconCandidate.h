@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/graphics/Image.h"
 #include "favicon/IconSource.h"
-#include "platform/Image.h"
 
 namespace glintmark {
 

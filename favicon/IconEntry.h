@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/URL.h"
+#include "base/url/URL.h"
 
 namespace glintmark {
 

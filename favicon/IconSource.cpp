@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/FatalError.h"
+#include "base/system/FatalError.h"
 
 namespace glintmark {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/BitmapImageRep.h"
-#include "platform/ImageScaling.h"
+#include "base/graphics/BitmapImageRep.h"
+#include "base/graphics/ImageScaling.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 #include "platform/Workspace.h"

@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/Geometry.h"
-#include "platform/Image.h"
+#include "base/graphics/Geometry.h"
+#include "base/graphics/Image.h"
 
 namespace glintmark {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/DispatchQueue.h"
+#include "base/work/DispatchQueue.h"
 
 namespace glintmark::platform {
 

@@ -32,7 +32,4 @@ public:
     virtual std::optional<std::string> contents(const std::string& path, std::size_t limit) = 0;
 };
 
-/// `directory` and `name` with exactly one "/" between them.
-std::string appendPathComponent(std::string_view directory, std::string_view name);
-
 }  // namespace glintmark::platform

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "platform/FatalError.h"
+#include "base/system/FatalError.h"
 
 namespace glintmark::platform {
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "base/graphics/TemplateImage.h"
 #include "platform/Menu.h"
-#include "platform/TemplateImage.h"
 
 namespace glintmark::platform {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/URL.h"
+#include "base/url/URL.h"
 
 namespace glintmark::platform {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "platform/Image.h"
-#include "platform/URL.h"
+#include "base/graphics/Image.h"
+#include "base/url/URL.h"
 
 namespace glintmark::platform {
 

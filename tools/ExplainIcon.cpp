@@ -15,13 +15,13 @@
 #include <vector>
 
 #include "favicon/FaviconFetcher.h"
+#include "linux/files/PosixFileManager.h"
+#include "linux/images/SandboxedImageDecoder.h"
+#include "linux/network/CurlURLSession.h"
+#include "linux/process/SyslogLog.h"
+#include "linux/queues/LinuxDispatchQueues.h"
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
-#include "platform/linux/SyslogLog.h"
-#include "platform/linux/files/PosixFileManager.h"
-#include "platform/linux/images/SandboxedImageDecoder.h"
-#include "platform/linux/network/CurlURLSession.h"
-#include "platform/linux/queues/LinuxDispatchQueues.h"
 #include "tools/AbsentDesktop.h"
 #include "tools/FetchReport.h"
 

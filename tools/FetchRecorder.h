@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Image.h"
+#include "base/graphics/Image.h"
 #include "platform/ImageDecoder.h"
 #include "platform/URLSession.h"
 

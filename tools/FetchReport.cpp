@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "base/graphics/Geometry.h"
 #include "favicon/FaviconFetcher.h"
-#include "platform/Geometry.h"
 
 namespace glintmark::tools {
 

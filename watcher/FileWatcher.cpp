@@ -6,13 +6,14 @@
 #include <string_view>
 #include <utility>
 
+#include "base/system/FilePath.h"
+#include "base/text/TextDescription.h"
+#include "base/work/DispatchWorkItem.h"
 #include "platform/DispatchQueues.h"
-#include "platform/DispatchWorkItem.h"
 #include "platform/EventStream.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
-#include "platform/TextDescription.h"
 #include "platform/Timer.h"
 
 namespace glintmark {

@@ -1,9 +1,9 @@
 #include "webloc/WeblocParser.h"
 
+#include "base/plist/PropertyList.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
-#include "platform/PropertyList.h"
 
 namespace glintmark {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/URL.h"
+#include "base/url/URL.h"
 
 namespace glintmark {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
+#include "base/work/DispatchQueue.h"
 
 namespace glintmark::doubles {
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/system/FilePath.h"
+
 namespace glintmark::doubles {
 
 namespace {

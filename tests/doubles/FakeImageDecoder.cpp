@@ -6,7 +6,7 @@
 #include <sstream>
 #include <vector>
 
-#include "platform/Image.h"
+#include "base/graphics/Image.h"
 
 namespace glintmark::doubles {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/LogMessage.h"
+#include "base/text/LogMessage.h"
 
 namespace glintmark::doubles {
 

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/TextCase.h"
+#include "base/text/TextCase.h"
 #include "tests/doubles/VirtualQueues.h"
 
 namespace glintmark::doubles {

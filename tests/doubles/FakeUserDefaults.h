@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/JSON.h"
+#include "base/json/JSON.h"
 #include "platform/UserDefaults.h"
 
 namespace glintmark::doubles {

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/Image.h"
-#include "platform/image/DecodeImage.h"
-#include "platform/image/HeapPixels.h"
+#include "base/graphics/Image.h"
+#include "decoder/DecodeImage.h"
+#include "decoder/HeapPixels.h"
 
 namespace glintmark::doubles {
 

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/DispatchWorkItem.h"
+#include "base/work/DispatchWorkItem.h"
 #include "tests/doubles/VirtualQueues.h"
 
 namespace glintmark::doubles {

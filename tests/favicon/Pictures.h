@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
+#include "base/graphics/BitmapImageRep.h"
+#include "base/graphics/Image.h"
 #include "favicon/IconCandidate.h"
-#include "platform/BitmapImageRep.h"
-#include "platform/Image.h"
 
 namespace glintmark {
 

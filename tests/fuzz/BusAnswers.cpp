@@ -3,10 +3,10 @@
 #include <mutex>
 #include <string>
 
-#include "platform/linux/FreedesktopNotifications.h"
-#include "platform/linux/bus/DBusCall.h"
-#include "platform/linux/panel/PortalFileChooser.h"
-#include "platform/linux/statusitem/StatusNotifierItem.h"
+#include "linux/bus/DBusCall.h"
+#include "linux/notifications/FreedesktopNotifications.h"
+#include "linux/panel/PortalFileChooser.h"
+#include "linux/statusitem/StatusNotifierItem.h"
 #include "tests/fuzz/DBusValues.h"
 #include "tests/fuzz/FuzzTarget.h"
 

@@ -1,4 +1,4 @@
-#include "platform/linux/statusitem/DBusMenu.h"
+#include "linux/statusitem/DBusMenu.h"
 
 #include <sys/socket.h>
 

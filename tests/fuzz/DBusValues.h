@@ -8,7 +8,7 @@
 #include <span>
 #include <utility>
 
-#include "platform/linux/GLibHandles.h"
+#include "linux/glib/GLibHandles.h"
 
 namespace glintmark::fuzz {
 

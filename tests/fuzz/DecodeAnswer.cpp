@@ -1,4 +1,4 @@
-#include "platform/image/DecoderProtocol.h"
+#include "decoder/DecoderProtocol.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;

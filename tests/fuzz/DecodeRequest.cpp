@@ -7,8 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/image/RequestMessage.h"
-#include "platform/image/TaskReceiver.h"
+#include "decoder/RequestMessage.h"
+#include "decoder/TaskReceiver.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;

@@ -1,4 +1,4 @@
-#include "platform/image/FormatDecoders.h"
+#include "decoder/FormatDecoders.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/SmallPixels.h"
 

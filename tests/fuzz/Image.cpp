@@ -1,4 +1,4 @@
-#include "platform/image/DecodeImage.h"
+#include "decoder/DecodeImage.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/SmallPixels.h"
 

@@ -1,4 +1,4 @@
-#include "platform/JSON.h"
+#include "base/json/JSON.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,4 +1,4 @@
-#include "platform/LogMessage.h"
+#include "base/text/LogMessage.h"
 
 #include <algorithm>
 #include <array>

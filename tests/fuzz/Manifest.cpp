@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <string>
 
+#include "base/json/JSON.h"
 #include "favicon/FaviconFetcher.h"
-#include "platform/JSON.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;

@@ -1,4 +1,4 @@
-#include "platform/linux/watching/MountTable.h"
+#include "linux/watching/MountTable.h"
 
 #include <algorithm>
 #include <string>

@@ -1,6 +1,6 @@
-#include "platform/PropertyList.h"
+#include "base/plist/PropertyList.h"
 
-#include "platform/TextEncoding.h"
+#include "base/text/TextEncoding.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;

@@ -1,6 +1,6 @@
 #include <string>
 
-#include "platform/linux/network/CurlRedirect.h"
+#include "linux/network/CurlRedirect.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;

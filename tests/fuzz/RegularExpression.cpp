@@ -1,4 +1,4 @@
-#include "platform/RegularExpression.h"
+#include "base/text/RegularExpression.h"
 
 #include "tests/fuzz/FuzzTarget.h"
 

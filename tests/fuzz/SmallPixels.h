@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/image/PixelStore.h"
+#include "decoder/PixelStore.h"
 
 namespace glintmark::fuzz {
 

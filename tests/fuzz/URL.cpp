@@ -1,8 +1,8 @@
-#include "platform/URL.h"
+#include "base/url/URL.h"
 
 #include <uriparser/Uri.h>
 
-#include "platform/URLComponents.h"
+#include "base/url/URLComponents.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "app/AppDelegate.h"
-#include "platform/linux/files/JSONFileUserDefaults.h"
+#include "linux/files/JSONFileUserDefaults.h"
 #include "tests/doubles/TestPlatform.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/TemporaryDirectory.h"

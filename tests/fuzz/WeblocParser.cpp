@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/TextEncoding.h"
+#include "base/text/TextEncoding.h"
 #include "tests/doubles/TestPlatform.h"
 #include "tests/fuzz/FuzzTarget.h"
 

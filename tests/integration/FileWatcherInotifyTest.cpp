@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <thread>
 
-#include "platform/linux/files/PosixFileManager.h"
-#include "platform/linux/queues/GLibTimers.h"
-#include "platform/linux/queues/LinuxDispatchQueues.h"
-#include "platform/linux/watching/InotifyEventStreamFactory.h"
+#include "linux/files/PosixFileManager.h"
+#include "linux/queues/GLibTimers.h"
+#include "linux/queues/LinuxDispatchQueues.h"
+#include "linux/watching/InotifyEventStreamFactory.h"
 #include "tests/doubles/TestPlatform.h"
-#include "tests/platform/linux/MainLoop.h"
-#include "tests/platform/linux/ProcessState.h"
+#include "tests/linux/MainLoop.h"
+#include "tests/linux/ProcessState.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "watcher/FileWatcher.h"
 

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/DispatchQueue.h"
+#include "base/work/DispatchQueue.h"
 #include "platform/EventStream.h"
 
 namespace glintmark::platform {

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/ReleaseWith.h"
+#include "base/system/ReleaseWith.h"
 #include "tests/support/LoopbackChannel.h"
 
 namespace glintmark::test {

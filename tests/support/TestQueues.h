@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
+#include "base/work/DispatchQueue.h"
 #include "tests/support/Event.h"
 
 namespace glintmark::test {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/PropertyList.h"
+#include "base/plist/PropertyList.h"
 #include "tests/Vectors.h"
 #include "tests/doubles/TestPlatform.h"
 #include "webloc/WeblocParser.h"

@@ -1,0 +1,160 @@
+#include "base/json/JSON.h"
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "base/text/TextEncoding.h"
+
+namespace glintmark::platform {
+namespace {
+
+constexpr std::size_t maximumDepth = 512;
+
+/// What a parsed text may occupy in memory: one of small values grows thirtyfold when read.
+constexpr std::size_t maximumTreeBytes = std::size_t{64} * 1024 * 1024;
+
+/// An element, and as much again that its array may have in reserve.
+constexpr std::size_t elementBytes = 2 * sizeof(JSON);
+
+/// A member's node: three links and a colour, key, value.
+constexpr std::size_t memberBytes = 4 * sizeof(void*) + sizeof(std::string) + sizeof(JSON);
+
+struct Encoding {
+    const char* name = nullptr;  ///< Null for UTF-8.
+    std::size_t markBytes = 0;
+};
+
+/// By the byte-order mark, else by where the zero bytes lie: the first characters are ASCII
+/// (RFC 4627, section 3).
+Encoding detectedEncoding(std::string_view bytes) {
+    using namespace std::string_view_literals;
+    constexpr std::pair<std::string_view, Encoding> marks[] = {
+        {"\xFF\xFE\0\0"sv, {"UTF-32LE", 4}}, {"\0\0\xFE\xFF"sv, {"UTF-32BE", 4}},
+        {"\xFF\xFE"sv, {"UTF-16LE", 2}},     {"\xFE\xFF"sv, {"UTF-16BE", 2}},
+        {"\xEF\xBB\xBF"sv, {nullptr, 3}},
+    };
+    for (const auto& [mark, encoding] : marks) {
+        if (bytes.starts_with(mark)) {
+            return encoding;
+        }
+    }
+    if (bytes.starts_with("\0\0\0"sv)) {
+        return {"UTF-32BE", 0};
+    }
+    if (bytes.substr(0, 4).find("\0\0\0"sv) == 1) {
+        return {"UTF-32LE", 0};
+    }
+    if (bytes.starts_with('\0')) {
+        return {"UTF-16BE", 0};
+    }
+    if (bytes.substr(0, 2).ends_with('\0')) {
+        return {"UTF-16LE", 0};
+    }
+    return {};
+}
+
+/// Builds the tree from the reader's reports; each "false" ends the reading.
+class TreeBuilder {
+public:
+    // NOLINTBEGIN(readability-identifier-naming): the reader's names
+    bool null() { return add(JSON()); }
+    bool boolean(bool value) { return add(JSON(value)); }
+    bool number_integer(std::int64_t value) { return add(JSON(static_cast<double>(value))); }
+    bool number_unsigned(std::uint64_t value) { return add(JSON(static_cast<double>(value))); }
+    bool number_float(double value, const std::string&) { return add(JSON(value)); }
+    bool string(std::string& value) { return spend(value.size()) && add(JSON(std::move(value))); }
+    bool binary(nlohmann::json::binary_t&) { return false; }  // not in JSON texts
+    bool start_object(std::size_t) { return begin(JSON::Object()); }
+    bool end_object() { return end(); }
+    bool start_array(std::size_t) { return begin(JSON::Array()); }
+    bool end_array() { return end(); }
+    bool key(std::string& value) {
+        open_.back().key = std::move(value);
+        return spend(memberBytes + open_.back().key.size());
+    }
+    static bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) {
+        return false;
+    }
+    // NOLINTEND(readability-identifier-naming)
+
+    JSON takeRoot() { return std::move(root_); }
+
+private:
+    /// An object or array whose end is still to come.
+    struct Open {
+        std::variant<JSON::Array, JSON::Object> container;
+        std::string key;  ///< Of the member whose value is to come.
+    };
+
+    bool spend(std::size_t bytes) {
+        spentBytes_ += bytes;
+        return spentBytes_ <= maximumTreeBytes;
+    }
+
+    bool add(JSON value) {
+        if (open_.empty()) {
+            root_ = std::move(value);
+            return true;
+        }
+        auto& [container, key] = open_.back();
+        if (auto* members = std::get_if<JSON::Object>(&container)) {
+            members->insert_or_assign(std::move(key), std::move(value));
+            return true;
+        }
+        std::get<JSON::Array>(container).push_back(std::move(value));
+        return spend(elementBytes);
+    }
+
+    template <typename Container>
+    bool begin(Container container) {
+        open_.push_back({std::move(container), {}});
+        return open_.size() <= maximumDepth;
+    }
+
+    bool end() {
+        auto container = std::move(open_.back().container);
+        open_.pop_back();
+        return std::visit([this](auto& values) { return add(JSON(std::move(values))); }, container);
+    }
+
+    std::vector<Open> open_;
+    JSON root_;
+    std::size_t spentBytes_ = 0;
+};
+
+}  // namespace
+
+std::optional<JSON> JSON::parse(std::string_view bytes) {
+    const auto [encoding, markBytes] = detectedEncoding(bytes);
+    bytes.remove_prefix(markBytes);
+    std::optional<std::string> decoded;
+    if (encoding != nullptr) {
+        decoded = decodedText(bytes, encoding);
+        if (!decoded) {
+            return std::nullopt;
+        }
+        bytes = *decoded;
+    }
+    // The reader takes a NUL for the end and a byte-order mark for nothing; in a JSON text neither
+    // may stand.
+    if (bytes.find('\0') != std::string_view::npos || bytes.starts_with("\xEF\xBB\xBF")) {
+        return std::nullopt;
+    }
+    TreeBuilder builder;
+    if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &builder)) {
+        return std::nullopt;
+    }
+    return builder.takeRoot();
+}
+
+const JSON* JSON::member(std::string_view key) const {
+    const auto* members = object();
+    if (members == nullptr) {
+        return nullptr;
+    }
+    const auto found = members->find(key);
+    return found == members->end() ? nullptr : &found->second;
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,83 @@
+#include "base/plist/PropertyList.h"
+
+#include <utility>
+
+#include "base/plist/PropertyListReaders.h"
+#include "base/text/TextEncoding.h"
+
+namespace glintmark::platform {
+namespace {
+
+constexpr std::size_t maximumTreeBytes = std::size_t{48} * 1024 * 1024;
+
+/// A node of a dictionary: three links and a colour, key, value. An array's element takes less even
+/// with what its array has in reserve.
+constexpr std::size_t valueBytes = 4 * sizeof(void*) + sizeof(std::string) + sizeof(PropertyList);
+
+/// The first bytes of the binary form, whatever its minor version.
+constexpr std::string_view binaryHeader = "bplist0";
+
+/// The encoding that a byte-order mark at the start tells, and the mark's length.
+std::pair<const char*, std::size_t> markedEncoding(std::string_view bytes) {
+    using namespace std::string_view_literals;
+    constexpr std::pair<std::string_view, const char*> marks[] = {
+        {"\xEF\xBB\xBF"sv, "UTF-8"}, {"\xFF\xFE\0\0"sv, "UTF-32LE"}, {"\0\0\xFE\xFF"sv, "UTF-32BE"},
+        {"\xFF\xFE"sv, "UTF-16LE"},  {"\xFE\xFF"sv, "UTF-16BE"},
+    };
+    for (const auto& [mark, encoding] : marks) {
+        if (bytes.starts_with(mark)) {
+            return {encoding, mark.size()};
+        }
+    }
+    return {nullptr, 0};
+}
+
+std::string_view withoutLeadingBlanks(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    return text.substr(first == std::string_view::npos ? text.size() : first);
+}
+
+/// A "<" begins data in the old text form, but only hexadecimal digits follow there.
+bool looksLikeXML(std::string_view text) {
+    constexpr std::string_view beginnings[] = {"<?", "<!", "<plist", "<dict", "<array"};
+    for (const auto beginning : beginnings) {
+        if (text.starts_with(beginning)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+bool PropertyListBudget::takeValue() { return takeText(valueBytes); }
+
+bool PropertyListBudget::takeText(std::size_t bytes) {
+    takenBytes_ += bytes;
+    return takenBytes_ <= maximumTreeBytes;
+}
+
+std::optional<PropertyList> PropertyList::parse(std::string_view bytes) {
+    if (bytes.size() > maximumBytes) {
+        return std::nullopt;
+    }
+    if (bytes.starts_with(binaryHeader)) {
+        return readBinaryPropertyList(bytes);
+    }
+    const auto [encoding, markBytes] = markedEncoding(bytes);
+    std::optional<std::string> decoded;
+    if (encoding != nullptr) {
+        decoded = decodedText(bytes.substr(markBytes), encoding);
+        if (!decoded) {
+            return std::nullopt;
+        }
+        bytes = *decoded;
+    }
+    const auto text = withoutLeadingBlanks(bytes);
+    if (looksLikeXML(text)) {
+        return readXMLPropertyList(text, decoded.has_value());
+    }
+    return isUTF8(text) ? readTextPropertyList(text) : std::nullopt;
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,280 @@
+#include <glib.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "base/plist/PropertyListReaders.h"
+#include "base/text/TextEncoding.h"
+
+// The form before XML: "string", bare-word, (array, of, values), {key = value;}, <0fbd77 data>,
+// with comments as in C++.
+
+namespace glintmark::platform {
+namespace {
+
+constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
+constexpr std::string_view wordMarks = "_$/:.-";
+
+/// What octal escapes from 0200 to 0377 stand for: the upper half of the NEXTSTEP character set.
+constexpr std::array<char16_t, 128> upperNextStep = {
+    0x00A0, 0x00C0, 0x00C1, 0x00C2, 0x00C3, 0x00C4, 0x00C5, 0x00C7, 0x00C8, 0x00C9, 0x00CA, 0x00CB,
+    0x00CC, 0x00CD, 0x00CE, 0x00CF, 0x00D0, 0x00D1, 0x00D2, 0x00D3, 0x00D4, 0x00D5, 0x00D6, 0x00D9,
+    0x00DA, 0x00DB, 0x00DC, 0x00DD, 0x00DE, 0x00B5, 0x00D7, 0x00F7, 0x00A9, 0x00A1, 0x00A2, 0x00A3,
+    0x2044, 0x00A5, 0x0192, 0x00A7, 0x00A4, 0x2019, 0x201C, 0x00AB, 0x2039, 0x203A, 0xFB01, 0xFB02,
+    0x00AE, 0x2013, 0x2020, 0x2021, 0x00B7, 0x00A6, 0x00B6, 0x2022, 0x201A, 0x201E, 0x201D, 0x00BB,
+    0x2026, 0x2030, 0x00AC, 0x00BF, 0x00B9, 0x02CB, 0x00B4, 0x02C6, 0x02DC, 0x00AF, 0x02D8, 0x02D9,
+    0x00A8, 0x00B2, 0x02DA, 0x00B8, 0x00B3, 0x02DD, 0x02DB, 0x02C7, 0x2014, 0x00B1, 0x00BC, 0x00BD,
+    0x00BE, 0x00E0, 0x00E1, 0x00E2, 0x00E3, 0x00E4, 0x00E5, 0x00E7, 0x00E8, 0x00E9, 0x00EA, 0x00EB,
+    0x00EC, 0x00C6, 0x00ED, 0x00AA, 0x00EE, 0x00EF, 0x00F0, 0x00F1, 0x0141, 0x00D8, 0x0152, 0x00BA,
+    0x00F2, 0x00F3, 0x00F4, 0x00F5, 0x00F6, 0x00E6, 0x00F9, 0x00FA, 0x00FB, 0x0131, 0x00FC, 0x00FD,
+    0x0142, 0x00F8, 0x0153, 0x00DF, 0x00FE, 0x00FF, 0xFFFD, 0xFFFD,
+};
+
+constexpr char32_t firstHighSurrogate = 0xD800;  // UTF-16, RFC 2781, section 2
+constexpr char32_t firstLowSurrogate = 0xDC00;
+constexpr char32_t surrogateBits = 10;
+constexpr char32_t firstSupplementary = 0x10000;
+
+bool isHighSurrogate(char32_t unit) {
+    return unit >> surrogateBits == firstHighSurrogate >> surrogateBits;
+}
+bool isLowSurrogate(char32_t unit) {
+    return unit >> surrogateBits == firstLowSurrogate >> surrogateBits;
+}
+
+bool isWordCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           wordMarks.find(c) != std::string_view::npos;
+}
+
+/// The length of the white space at the start of `text`: ASCII's, the line and the paragraph
+/// separator.
+std::size_t leadingSpace(std::string_view text) {
+    if (text.starts_with("\xE2\x80\xA8") || text.starts_with("\xE2\x80\xA9")) {
+        return 3;
+    }
+    return !text.empty() && (text[0] == ' ' || (text[0] >= '\t' && text[0] <= '\r')) ? 1 : 0;
+}
+
+/// The length of the comment at the start of `text`; 0 when there is none or it has no end.
+std::size_t leadingComment(std::string_view text) {
+    if (text.starts_with("//")) {
+        return std::min(text.find_first_of("\r\n"), text.size());
+    }
+    if (text.starts_with("/*")) {
+        const auto end = text.find("*/", 2);
+        return end == std::string_view::npos ? 0 : end + 2;
+    }
+    return 0;
+}
+
+class TextReader {
+public:
+    explicit TextReader(std::string_view text) : rest_(text) {}
+
+    std::optional<PropertyList> read();
+
+private:
+    std::optional<PropertyList> value(std::size_t depth);
+    std::optional<PropertyList> dictionary(std::size_t depth);
+    std::optional<PropertyList> array(std::size_t depth);
+    std::optional<PropertyList> data();
+    std::optional<std::string> string();
+    std::optional<std::string> quotedString(char quote);
+    std::optional<char32_t> escape();
+    std::optional<char32_t> codeUnit();
+    std::optional<char32_t> number(std::string_view digits, int base, std::size_t most);
+
+    void skipSpace();
+    bool take(std::string_view expected);
+
+    std::string_view rest_;  ///< Still to be read.
+    PropertyListBudget budget_;
+};
+
+std::optional<PropertyList> TextReader::read() {
+    auto root = value(1);
+    skipSpace();
+    return rest_.empty() ? std::move(root) : std::nullopt;
+}
+
+std::optional<PropertyList> TextReader::value(std::size_t depth) {
+    if (depth > maximumPropertyListDepth || !budget_.takeValue()) {
+        return std::nullopt;
+    }
+    if (take("{")) {
+        return dictionary(depth);
+    }
+    if (take("(")) {
+        return array(depth);
+    }
+    if (take("<")) {
+        return data();
+    }
+    auto text = string();
+    return text ? std::optional<PropertyList>(std::move(*text)) : std::nullopt;
+}
+
+std::optional<PropertyList> TextReader::dictionary(std::size_t depth) {
+    PropertyList::Dictionary entries;
+    while (!take("}")) {
+        auto key = string();
+        if (!key) {
+            return std::nullopt;
+        }
+        // A key alone stands for itself.
+        auto entry = take("=") ? value(depth + 1) : PropertyList(*key);
+        if (!entry || !take(";") || !budget_.takeText(key->size())) {
+            return std::nullopt;
+        }
+        entries.insert_or_assign(std::move(*key), std::move(*entry));
+    }
+    return PropertyList(std::move(entries));
+}
+
+std::optional<PropertyList> TextReader::array(std::size_t depth) {
+    PropertyList::Array elements;
+    while (!take(")")) {
+        auto element = value(depth + 1);
+        if (!element) {
+            return std::nullopt;
+        }
+        elements.push_back(std::move(*element));
+        if (!take(",")) {  // one may stand behind the last element
+            return take(")") ? std::optional<PropertyList>(std::move(elements)) : std::nullopt;
+        }
+    }
+    return PropertyList(std::move(elements));
+}
+
+std::optional<PropertyList> TextReader::data() {
+    std::size_t digitCount = 0;
+    while (!take(">")) {
+        if (rest_.empty() || hexDigits.find(rest_.front()) == std::string_view::npos) {
+            return std::nullopt;
+        }
+        rest_.remove_prefix(1);
+        ++digitCount;
+    }
+    return digitCount % 2 == 0 ? std::optional<PropertyList>(PropertyList::Other::data)
+                               : std::nullopt;
+}
+
+std::optional<std::string> TextReader::string() {
+    if (take("\"")) {
+        return quotedString('"');
+    }
+    if (take("'")) {
+        return quotedString('\'');
+    }
+    const auto* end = std::find_if_not(rest_.begin(), rest_.end(), isWordCharacter);
+    std::string word(rest_.begin(), end);
+    rest_.remove_prefix(word.size());
+    return word.empty() || !budget_.takeText(word.size()) ? std::nullopt : std::optional(word);
+}
+
+std::optional<std::string> TextReader::quotedString(char quote) {
+    std::string text;
+    while (!rest_.empty() && rest_.front() != quote) {
+        if (rest_.front() != '\\') {
+            text += rest_.front();
+            rest_.remove_prefix(1);
+            continue;
+        }
+        rest_.remove_prefix(1);
+        const auto character = escape();
+        if (!character) {
+            return std::nullopt;
+        }
+        appendUTF8(text, *character);
+    }
+    if (rest_.empty() || !budget_.takeText(text.size())) {
+        return std::nullopt;
+    }
+    rest_.remove_prefix(1);
+    return text;
+}
+
+/// The character that the text behind a backslash stands for.
+std::optional<char32_t> TextReader::escape() {
+    constexpr std::string_view letters = "abfnrtv";
+    constexpr std::string_view characters = "\a\b\f\n\r\t\v";
+    if (const auto octal = number("01234567", 8, 3)) {
+        const auto byte = *octal & 0xFFU;
+        return byte < 0x80 ? byte : upperNextStep[byte - 0x80];
+    }
+    if (rest_.starts_with('U')) {
+        return codeUnit();
+    }
+    if (rest_.empty()) {
+        return std::nullopt;
+    }
+    const auto letter = letters.find(rest_.front());
+    if (letter != std::string_view::npos) {
+        rest_.remove_prefix(1);
+        return static_cast<char32_t>(characters[letter]);
+    }
+    // Any other character, of one byte or more, stands for itself.
+    const char* const begin = rest_.data();
+    rest_.remove_prefix(static_cast<std::size_t>(g_utf8_next_char(begin) - begin));
+    return g_utf8_get_char(begin);
+}
+
+/// A UTF-16 unit in up to four digits behind "U", or two of them that are one character.
+std::optional<char32_t> TextReader::codeUnit() {
+    rest_.remove_prefix(1);
+    const auto unit = number(hexDigits, 16, 4);
+    if (!unit) {
+        return U'U';
+    }
+    if (!isHighSurrogate(*unit) && !isLowSurrogate(*unit)) {
+        return unit;
+    }
+    if (!isHighSurrogate(*unit) || !rest_.starts_with("\\U")) {
+        return std::nullopt;
+    }
+    rest_.remove_prefix(2);
+    const auto trail = number(hexDigits, 16, 4);
+    if (!trail || !isLowSurrogate(*trail)) {
+        return std::nullopt;
+    }
+    return firstSupplementary + ((*unit - firstHighSurrogate) << surrogateBits) +
+           (*trail - firstLowSurrogate);
+}
+
+/// A number of up to `most` of these digits. Absent when not even one comes next.
+std::optional<char32_t> TextReader::number(std::string_view digits, int base, std::size_t most) {
+    const auto end = std::min(rest_.find_first_not_of(digits), std::min(rest_.size(), most));
+    std::uint32_t value = 0;
+    std::from_chars(rest_.data(), rest_.data() + end, value, base);
+    rest_.remove_prefix(end);
+    return end == 0 ? std::nullopt : std::optional<char32_t>(value);
+}
+
+void TextReader::skipSpace() {
+    while (const auto length = leadingSpace(rest_) + leadingComment(rest_)) {
+        rest_.remove_prefix(length);
+    }
+}
+
+/// Steps over `expected` and the white space before it, if that comes next.
+bool TextReader::take(std::string_view expected) {
+    skipSpace();
+    if (!rest_.starts_with(expected)) {
+        return false;
+    }
+    rest_.remove_prefix(expected.size());
+    return true;
+}
+
+}  // namespace
+
+std::optional<PropertyList> readTextPropertyList(std::string_view text) {
+    return TextReader(text).read();
+}
+
+}  // namespace glintmark::platform

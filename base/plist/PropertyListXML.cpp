@@ -1,0 +1,301 @@
+#include <expat.h>
+
+#include <charconv>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "base/plist/PropertyListReaders.h"
+#include "base/text/TextEncoding.h"
+
+namespace glintmark::platform {
+namespace {
+
+using Other = PropertyList::Other;
+
+constexpr std::string_view blanks = " \t\r\n";
+constexpr std::string_view digits = "0123456789";
+constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
+
+bool isBlank(std::string_view text) {
+    return text.find_first_not_of(blanks) == std::string_view::npos;
+}
+
+bool isMadeOf(std::string_view characters, std::string_view text) {
+    return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
+std::string_view withoutSign(std::string_view text) {
+    return text.starts_with('+') || text.starts_with('-') ? text.substr(1) : text;
+}
+
+bool isInteger(std::string_view text) {
+    const auto number = withoutSign(trimmed(text));
+    if (number.starts_with("0x") || number.starts_with("0X")) {
+        return isMadeOf(hexDigits, number.substr(2));
+    }
+    return isMadeOf(digits, number);
+}
+
+/// Infinities and "nan" count, as does a number out of the range of `double`.
+bool isReal(std::string_view text) {
+    const auto number = withoutSign(trimmed(text));
+    double value = 0;
+    const auto* end = number.data() + number.size();
+    const auto result = std::from_chars(number.data(), end, value);
+    return result.ec != std::errc::invalid_argument && result.ptr == end &&
+           !number.starts_with('-');
+}
+
+/// A year of any length, then "-MM-DDThh:mm:ssZ".
+bool isDate(std::string_view text) {
+    constexpr std::string_view pattern = "-00-00T00:00:00Z";
+    if (text.size() <= pattern.size()) {
+        return false;
+    }
+    const auto year = text.substr(0, text.size() - pattern.size());
+    const auto rest = text.substr(year.size());
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '0' ? !isMadeOf(digits, rest.substr(i, 1)) : rest[i] != pattern[i]) {
+            return false;
+        }
+    }
+    return isMadeOf(digits, withoutSign(year));
+}
+
+/// The value of an element that holds only text. Absent when the text does not suit it.
+std::optional<PropertyList> leafValue(std::string_view element, std::string text) {
+    const auto checked = [](bool holds, Other kind) {
+        return holds ? std::optional<PropertyList>(kind) : std::nullopt;
+    };
+    if (element == "string") {
+        return PropertyList(std::move(text));
+    }
+    if (element == "true" || element == "false") {
+        return checked(isBlank(text), Other::boolean);
+    }
+    if (element == "integer") {
+        return checked(isInteger(text), Other::number);
+    }
+    if (element == "real") {
+        return checked(isReal(text), Other::number);
+    }
+    if (element == "date") {
+        return checked(isDate(text), Other::date);
+    }
+    return checked(element == "data", Other::data);  // whose text no one decodes
+}
+
+/// Builds the tree from the parser's reports.
+class XMLReader {
+public:
+    void begin(std::string_view element);
+    void end(std::string_view element);
+    void text(std::string_view text);
+    void fail() { failed_ = true; }
+
+    /// Whatever stands behind the end of the root element does not count.
+    bool isFinished() const { return failed_ || root_; }
+    std::optional<PropertyList> takeRoot() { return failed_ ? std::nullopt : std::move(root_); }
+
+private:
+    /// The root element around the one value.
+    struct Document {
+        std::optional<PropertyList> value;
+    };
+    struct Dictionary {
+        PropertyList::Dictionary entries;
+        std::optional<std::string> key;  ///< Whose value is to come.
+    };
+    struct Array {
+        PropertyList::Array elements;
+    };
+    struct Leaf {
+        std::string text;
+    };
+    using Open = std::variant<Document, Dictionary, Array, Leaf>;
+
+    bool mayBegin(std::string_view element) const;
+    static std::optional<PropertyList> value(Open& closed, std::string_view element);
+    void add(PropertyList value);
+
+    std::vector<Open> open_;
+    std::optional<PropertyList> root_;
+    bool failed_ = false;
+    PropertyListBudget budget_;
+};
+
+/// Whether `element` may stand inside the innermost open one.
+bool XMLReader::mayBegin(std::string_view element) const {
+    if (open_.empty()) {
+        return element != "key";
+    }
+    const bool isKey = element == "key";
+    if (const auto* dictionary = std::get_if<Dictionary>(&open_.back())) {
+        return isKey != dictionary->key.has_value() && element != "plist";
+    }
+    if (const auto* document = std::get_if<Document>(&open_.back())) {
+        return !isKey && !document->value && element != "plist";
+    }
+    return !isKey && std::holds_alternative<Array>(open_.back()) && element != "plist";
+}
+
+void XMLReader::begin(std::string_view element) {
+    if (!mayBegin(element) || open_.size() > maximumPropertyListDepth || !budget_.takeValue()) {
+        return fail();
+    }
+    if (element == "plist") {
+        open_.emplace_back(Document());
+    } else if (element == "dict") {
+        open_.emplace_back(Dictionary());
+    } else if (element == "array") {
+        open_.emplace_back(Array());
+    } else {
+        open_.emplace_back(Leaf());  // an unknown one fails at its end
+    }
+}
+
+void XMLReader::end(std::string_view element) {
+    auto closed = std::move(open_.back());
+    open_.pop_back();
+    if (element == "key") {
+        std::get<Dictionary>(open_.back()).key = std::move(std::get<Leaf>(closed).text);
+        return;
+    }
+    auto closedValue = value(closed, element);
+    if (!closedValue) {
+        return fail();
+    }
+    add(std::move(*closedValue));
+}
+
+void XMLReader::text(std::string_view text) {
+    auto* leaf = std::get_if<Leaf>(&open_.back());
+    if (leaf == nullptr ? !isBlank(text) : !budget_.takeText(text.size())) {
+        return fail();
+    }
+    if (leaf != nullptr) {
+        leaf->text += text;
+    }
+}
+
+std::optional<PropertyList> XMLReader::value(Open& closed, std::string_view element) {
+    if (auto* leaf = std::get_if<Leaf>(&closed)) {
+        return leafValue(element, std::move(leaf->text));
+    }
+    if (auto* array = std::get_if<Array>(&closed)) {
+        return PropertyList(std::move(array->elements));
+    }
+    if (auto* document = std::get_if<Document>(&closed)) {
+        return std::move(document->value);
+    }
+    auto& dictionary = std::get<Dictionary>(closed);
+    if (dictionary.key) {
+        return std::nullopt;
+    }
+    return PropertyList(std::move(dictionary.entries));
+}
+
+void XMLReader::add(PropertyList value) {
+    if (open_.empty()) {
+        root_ = std::move(value);
+    } else if (auto* dictionary = std::get_if<Dictionary>(&open_.back())) {
+        dictionary->entries.insert_or_assign(std::move(*dictionary->key), std::move(value));
+        dictionary->key.reset();
+    } else if (auto* array = std::get_if<Array>(&open_.back())) {
+        array->elements.push_back(std::move(value));
+    } else {
+        std::get<Document>(open_.back()).value = std::move(value);
+    }
+}
+
+struct ParserCloser {
+    void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+};
+
+/// One run of the parser with what its reports work on.
+struct Parsing {
+    explicit Parsing(const char* encoding) : parser(XML_ParserCreate(encoding)) {}
+
+    std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserCloser> parser;
+    XMLReader reader;
+    std::string unknownEncoding;  ///< Declared, but not known to the parser.
+};
+
+template <typename Report>
+void report(void* data, Report report) {
+    auto& parsing = *static_cast<Parsing*>(data);
+    if (!parsing.reader.isFinished()) {  // a stopped parser may have reports left
+        report(parsing.reader);
+    }
+    if (parsing.reader.isFinished()) {
+        XML_StopParser(parsing.parser.get(), XML_FALSE);
+    }
+}
+
+void onBegin(void* data, const XML_Char* element, const XML_Char**) {
+    report(data, [&](XMLReader& reader) { reader.begin(element); });
+}
+
+void onEnd(void* data, const XML_Char* element) {
+    report(data, [&](XMLReader& reader) { reader.end(element); });
+}
+
+void onText(void* data, const XML_Char* text, int length) {
+    report(data, [&](XMLReader& reader) { reader.text({text, static_cast<std::size_t>(length)}); });
+}
+
+/// Entities and default attributes, which can swell without bound, need a subset of the document's
+/// own; property lists have none.
+void onDocumentType(void* data, const XML_Char*, const XML_Char*, const XML_Char*,
+                    int hasInternalSubset) {
+    if (hasInternalSubset != 0) {
+        report(data, [](XMLReader& reader) { reader.fail(); });
+    }
+}
+
+/// With a document type that is not fetched, an unknown entity is no error to the parser.
+void onSkippedEntity(void* data, const XML_Char*, int) {
+    report(data, [](XMLReader& reader) { reader.fail(); });
+}
+
+int onUnknownEncoding(void* data, const XML_Char* name, XML_Encoding*) {
+    static_cast<Parsing*>(data)->unknownEncoding = name;
+    return XML_STATUS_ERROR;
+}
+
+void parse(Parsing& parsing, std::string_view bytes) {
+    auto* parser = parsing.parser.get();
+    XML_SetUserData(parser, &parsing);
+    XML_SetElementHandler(parser, onBegin, onEnd);
+    XML_SetCharacterDataHandler(parser, onText);
+    XML_SetStartDoctypeDeclHandler(parser, onDocumentType);
+    XML_SetSkippedEntityHandler(parser, onSkippedEntity);
+    XML_SetUnknownEncodingHandler(parser, onUnknownEncoding, &parsing);
+    XML_Parse(parser, bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
+}
+
+}  // namespace
+
+std::optional<PropertyList> readXMLPropertyList(std::string_view bytes, bool isUTF8) {
+    Parsing parsing(isUTF8 ? "UTF-8" : nullptr);
+    parse(parsing, bytes);
+    if (!parsing.unknownEncoding.empty()) {
+        const auto decoded = decodedText(bytes, parsing.unknownEncoding);
+        return decoded ? readXMLPropertyList(*decoded, true) : std::nullopt;
+    }
+    return parsing.reader.takeRoot();
+}
+
+}  // namespace glintmark::platform

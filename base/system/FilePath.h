@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// `directory` and `name` with exactly one "/" between them.
+std::string appendPathComponent(std::string_view directory, std::string_view name);
+
+}  // namespace glintmark::platform

@@ -1,0 +1,18 @@
+#include "base/text/TextCase.h"
+
+#include <glib.h>
+
+#include "base/text/TextEncoding.h"
+
+namespace glintmark::platform {
+
+std::string lowercased(std::string_view text) {
+    std::string result;
+    const char* const end = text.data() + text.size();
+    for (const char* next = text.data(); next != end; next = g_utf8_next_char(next)) {
+        appendUTF8(result, g_unichar_tolower(g_utf8_get_char(next)));
+    }
+    return result;
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,66 @@
+#include "base/text/TextEncoding.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory>
+
+namespace glintmark::platform {
+namespace {
+
+struct Freer {
+    void operator()(void* memory) const { g_free(memory); }
+};
+
+constexpr std::size_t longestCharacter = 6;  // bytes that g_unichar_to_utf8 may write
+
+/// Converters take more than a name ("NAME//TRANSLIT"), and those of encodings that switch by
+/// escape sequences are large, unused on the web, and have been broken into.
+bool isAcceptable(const std::string& encoding) {
+    constexpr std::string_view switching = "ISO2022";
+    std::string letters;
+    for (const char c : encoding) {
+        if (!g_ascii_isalnum(c) && std::string_view("-_.:").find(c) == std::string_view::npos) {
+            return false;
+        }
+        if (g_ascii_isalnum(c)) {
+            letters += g_ascii_toupper(c);
+        }
+    }
+    return letters.find(switching) == std::string::npos;
+}
+
+}  // namespace
+
+void appendUTF8(std::string& text, char32_t character) {
+    std::array<char, longestCharacter> bytes{};
+    const auto length = g_unichar_to_utf8(character, bytes.data());
+    text.append(bytes.data(), static_cast<std::size_t>(length));
+}
+
+bool isUTF8(std::string_view bytes) {
+    const char* const end = bytes.data() + bytes.size();
+    const char* next = bytes.data();
+    while (next != end && g_utf8_validate(next, static_cast<gssize>(end - next), &next) == FALSE) {
+        if (*next != '\0') {
+            return false;
+        }
+        ++next;  // A zero byte ends texts elsewhere; here it is a character.
+    }
+    return true;
+}
+
+std::optional<std::string> decodedText(std::string_view bytes, const std::string& encoding) {
+    if (!isAcceptable(encoding)) {
+        return std::nullopt;
+    }
+    gsize length = 0;
+    const std::unique_ptr<char, Freer> text(g_convert(bytes.empty() ? "" : bytes.data(),
+                                                      static_cast<gssize>(bytes.size()), "UTF-8",
+                                                      encoding.c_str(), nullptr, &length, nullptr));
+    return text ? std::optional(std::string(text.get(), length)) : std::nullopt;
+}
+
+}  // namespace glintmark::platform

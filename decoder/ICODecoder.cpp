@@ -1,0 +1,106 @@
+#include <algorithm>
+#include <vector>
+
+#include "decoder/ByteReader.h"
+#include "decoder/DIB.h"
+#include "decoder/FormatDecoders.h"
+#include "decoder/ImageLimits.h"
+#include "decoder/PixelStore.h"
+
+// The icon directory: Microsoft, "Icons" (1995) and the Win32 structures ICONDIR and ICONDIRENTRY.
+
+namespace glintmark::platform::image {
+
+namespace {
+
+constexpr std::size_t directorySize = 6;
+constexpr std::size_t entrySize = 16;
+constexpr std::size_t lengthField = 8;
+constexpr std::size_t offsetField = 12;
+
+/// An image of the file. Size and depth are those of the image itself: the directory's are often
+/// wrong and cannot tell sizes above 256.
+struct Entry {
+    std::span<const std::uint8_t> bytes;
+    std::optional<DIBHeader> dib;  // otherwise a PNG
+    std::int64_t width = 0;
+    std::int64_t height = 0;
+    unsigned depth = 0;
+};
+
+std::optional<Entry> readEntry(std::span<const std::uint8_t> bytes) {
+    if (const auto png = pngHeader(bytes)) {
+        return Entry{bytes, std::nullopt, png->width, png->height,
+                     static_cast<unsigned>(png->bitsPerPixel)};
+    }
+    auto dib = parseDIBHeader(bytes);
+    if (!dib) return std::nullopt;
+    dib->height /= 2;  // counts the rows of the mask as well
+    Entry entry{bytes, std::nullopt, dib->width, dib->height, dib->bitsPerPixel};
+    entry.dib = std::move(dib);
+    return entry;
+}
+
+std::vector<Entry> entriesBestFirst(const ByteReader& file, std::size_t count) {
+    std::vector<Entry> entries;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t at = directorySize + i * entrySize;
+        auto entry =
+            readEntry(file.part(file.little32(at + offsetField), file.little32(at + lengthField)));
+        if (!entry || entry->width > maximumSide || entry->height > maximumSide) continue;
+        entries.push_back(std::move(*entry));
+    }
+    std::ranges::stable_sort(entries, [](const Entry& a, const Entry& b) {
+        const std::int64_t areaOfA = a.width * a.height;
+        const std::int64_t areaOfB = b.width * b.height;
+        return areaOfA != areaOfB ? areaOfA > areaOfB : a.depth > b.depth;
+    });
+    return entries;
+}
+
+// The mask behind the picture: one bit a pixel, set where it is transparent, rows like those of a
+// one-bit picture. Masks that files leave off or cut short hide nothing.
+void applyMask(const DIBHeader& header, std::span<const std::uint8_t> mask, const Canvas& canvas) {
+    const ByteReader bytes(mask);
+    const std::size_t stride = (static_cast<std::size_t>(canvas.width()) + 31) / 32 * 4;
+    for (int y = 0; y < canvas.height(); ++y) {
+        std::uint8_t* rgba = canvas.row(header.topDown ? y : canvas.height() - 1 - y);
+        for (unsigned x = 0; x < static_cast<unsigned>(canvas.width()); ++x) {
+            const unsigned byte = bytes.byte(static_cast<std::size_t>(y) * stride + x / 8);
+            if ((byte >> (7 - x % 8) & 1U) != 0) rgba[x * 4 + 3] = 0;
+        }
+    }
+}
+
+std::optional<DecodedImage> decodeDIBEntry(const Entry& entry, PixelStore& pixels) {
+    const DIBHeader& header = *entry.dib;
+    using enum DIBHeader::Compression;
+    if (header.compression == runs8 || header.compression == runs4) return std::nullopt;
+    const auto canvas = pixels.allocate(entry.width, entry.height);
+    if (!canvas) return std::nullopt;
+    const ByteReader bytes(entry.bytes);
+    bool usesAlpha = false;
+    if (!drawDIB(header, bytes.from(header.end), *canvas, usesAlpha)) return std::nullopt;
+    // Where the picture has an alpha channel of its own, the mask is for old displays.
+    if (!usesAlpha) {
+        const std::size_t picture = header.bytesPerRow() * static_cast<std::size_t>(entry.height);
+        applyMask(header, bytes.from(header.end + picture), *canvas);
+    }
+    return DecodedImage{canvas->width(), canvas->height(), true};
+}
+
+}  // namespace
+
+std::optional<DecodedImage> decodeICO(std::span<const std::uint8_t> file, PixelStore& pixels) {
+    const ByteReader bytes(file);
+    const std::size_t count = bytes.little16(4);
+    if (count == 0 || count > maximumEntries) return std::nullopt;
+    for (const Entry& entry : entriesBestFirst(bytes, count)) {
+        const auto decoded =
+            entry.dib ? decodeDIBEntry(entry, pixels) : decodePNG(entry.bytes, pixels);
+        if (decoded) return decoded;
+    }
+    return std::nullopt;
+}
+
+}  // namespace glintmark::platform::image

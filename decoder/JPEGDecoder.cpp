@@ -1,0 +1,116 @@
+// jpeglib.h needs size_t and FILE declared before it.
+#include <cstddef>
+#include <cstdio>
+// clang-format off
+#include <jpeglib.h>
+#include <jerror.h>
+// clang-format on
+
+#include <csetjmp>
+#include <vector>
+
+#include "decoder/FormatDecoders.h"
+#include "decoder/PixelStore.h"
+
+namespace glintmark::platform::image {
+
+namespace {
+
+// Real progressive files have about ten; each costs a pass over the whole image.
+constexpr int maximumScans = 100;
+
+struct JPEGReader {
+    JPEGReader() = default;
+    ~JPEGReader() { jpeg_destroy_decompress(&jpeg); }
+    JPEGReader(const JPEGReader&) = delete;
+    JPEGReader& operator=(const JPEGReader&) = delete;
+
+    jpeg_decompress_struct jpeg{};
+    jpeg_error_mgr errors{};
+    jpeg_progress_mgr progress{};
+    std::jmp_buf leave{};
+    bool ended = false;    // the bytes ran out
+    bool starved = false;  // pixels were made up for want of data
+};
+
+JPEGReader& readerOf(j_common_ptr jpeg) { return *static_cast<JPEGReader*>(jpeg->client_data); }
+
+// The library asks to leave by a jump: by an exception it would have to unwind C frames.
+[[noreturn]] void onError(j_common_ptr jpeg) { std::longjmp(readerOf(jpeg).leave, 1); }
+
+void onMessage(j_common_ptr jpeg, int /*level*/) {
+    if (jpeg->err->msg_code == JWRN_JPEG_EOF) readerOf(jpeg).ended = true;
+    if (jpeg->err->msg_code == JWRN_HIT_MARKER) readerOf(jpeg).starved = true;
+}
+
+void onProgress(j_common_ptr jpeg) {
+    if (readerOf(jpeg).jpeg.input_scan_number > maximumScans) onError(jpeg);
+}
+
+bool isFourColour(J_COLOR_SPACE space) { return space == JCS_CMYK || space == JCS_YCCK; }
+
+// The functions with setjmp own nothing, so that a jump out of the library skips no destructor.
+
+bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
+    jpeg_decompress_struct& jpeg = reader.jpeg;
+    jpeg.err = jpeg_std_error(&reader.errors);
+    reader.errors.error_exit = onError;
+    reader.errors.emit_message = onMessage;
+    jpeg.client_data = &reader;
+    if (setjmp(reader.leave) != 0) return false;
+    jpeg_create_decompress(&jpeg);
+    reader.progress.progress_monitor = onProgress;
+    jpeg.progress = &reader.progress;
+    jpeg_mem_src(&jpeg, file.data(), file.size());
+    if (jpeg_read_header(&jpeg, TRUE) != JPEG_HEADER_OK) return false;
+    jpeg.out_color_space = isFourColour(jpeg.jpeg_color_space) ? JCS_CMYK : JCS_EXT_RGBA;
+    return true;
+}
+
+// Adobe's files hold the four colours inverted, as light instead of ink (Adobe technical note
+// 5116); no file says otherwise without also lacking Adobe's marker.
+void convertFromFourColours(const std::uint8_t* cmyk, bool inverted, std::uint8_t* rgba,
+                            int width) {
+    const unsigned flip = inverted ? 0 : 255;
+    for (int x = 0; x < width; ++x, cmyk += 4, rgba += 4) {
+        const unsigned black = cmyk[3] ^ flip;
+        for (int c = 0; c < 3; ++c) {
+            rgba[c] = static_cast<std::uint8_t>(((cmyk[c] ^ flip) * black + 127) / 255);
+        }
+        rgba[3] = 255;
+    }
+}
+
+bool readRows(JPEGReader& reader, const Canvas& canvas, std::uint8_t* fourColours) {
+    jpeg_decompress_struct& jpeg = reader.jpeg;
+    if (setjmp(reader.leave) != 0) return false;
+    if (jpeg_start_decompress(&jpeg) == FALSE) return false;
+    while (jpeg.output_scanline < jpeg.output_height) {
+        std::uint8_t* destination = canvas.row(static_cast<int>(jpeg.output_scanline));
+        std::uint8_t* row = fourColours != nullptr ? fourColours : destination;
+        if (jpeg_read_scanlines(&jpeg, &row, 1) != 1) return false;
+        if (fourColours != nullptr) {
+            convertFromFourColours(row, jpeg.saw_Adobe_marker == TRUE, destination, canvas.width());
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, PixelStore& pixels) {
+    JPEGReader reader;
+    if (!readHeader(reader, file)) return std::nullopt;
+    const auto canvas = pixels.allocate(reader.jpeg.image_width, reader.jpeg.image_height);
+    if (!canvas) return std::nullopt;
+    std::vector<std::uint8_t> fourColours;
+    if (reader.jpeg.out_color_space == JCS_CMYK) fourColours.resize(canvas->bytesPerRow());
+    if (!readRows(reader, *canvas, fourColours.empty() ? nullptr : fourColours.data())) {
+        return std::nullopt;
+    }
+    // A file that merely lacks its end mark is whole; one whose last pixels are made up is not.
+    if (reader.ended && reader.starved) return std::nullopt;
+    return DecodedImage{canvas->width(), canvas->height(), false};
+}
+
+}  // namespace glintmark::platform::image

@@ -1,0 +1,138 @@
+#include "decoder/Sandbox.h"
+
+#include <linux/landlock.h>
+#include <linux/seccomp.h>
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "base/system/FileDescriptor.h"
+
+namespace glintmark::platform::image {
+
+namespace {
+
+#ifdef GLINTMARK_SANITIZED
+constexpr bool sanitizedBuild = true;
+#else
+constexpr bool sanitizedBuild = false;
+#endif
+
+bool limit(__rlimit_resource resource, rlim_t value) {
+    const rlimit both{value, value};
+    return setrlimit(resource, &both) == 0;
+}
+
+bool applyLimits(const SandboxLimits& limits) {
+    // The sanitizers reserve terabytes of addresses for their own bookkeeping.
+    if (!sanitizedBuild && !limit(RLIMIT_AS, limits.addressSpace)) return false;
+    return limit(RLIMIT_CPU, limits.cpuSeconds) && limit(RLIMIT_FSIZE, limits.fileSize) &&
+           limit(RLIMIT_CORE, 0) && limit(RLIMIT_NPROC, 0) && limit(RLIMIT_NOFILE, 0);
+}
+
+// landlock(7): rights that a later version than the kernel's knows must not be named.
+std::uint64_t fileRights(long version) {
+    std::uint64_t rights = (LANDLOCK_ACCESS_FS_MAKE_SYM << 1U) - 1;  // all of version 1
+    if (version >= 2) rights |= 1U << 13U;                           // REFER
+    if (version >= 3) rights |= 1U << 14U;                           // TRUNCATE
+    if (version >= 5) rights |= 1U << 15U;                           // IOCTL_DEV
+    return rights;
+}
+
+// A rule set without any rule: no file can be opened, made or changed by its name.
+void denyFiles() {
+    const long version =
+        syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+    if (version < 1) return;
+    landlock_ruleset_attr attributes{};
+    attributes.handled_access_fs = fileRights(version);
+    const FileDescriptor rules(static_cast<int>(
+        syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes.handled_access_fs, 0)));
+    if (rules) syscall(SYS_landlock_restrict_self, rules.get(), 0);
+}
+
+bool allow(void* filter, int call) {
+    return seccomp_rule_add(filter, SCMP_ACT_ALLOW, call, 0) == 0;
+}
+
+bool allowOn(void* filter, int call, int descriptor) {
+    const scmp_arg_cmp onlyIt{0, SCMP_CMP_EQ, static_cast<scmp_datum_t>(descriptor), 0};
+    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &onlyIt) == 0;
+}
+
+// Memory, but none that can be executed.
+bool allowUnlessExecutable(void* filter, int call) {
+    const scmp_arg_cmp notExecutable{2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
+    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &notExecutable) == 0;
+}
+
+bool allowDecoding(void* filter, int answer, int pixels) {
+    static constexpr int calls[] = {
+        SCMP_SYS(brk),   SCMP_SYS(munmap),     SCMP_SYS(mremap),        SCMP_SYS(madvise),
+        SCMP_SYS(futex), SCMP_SYS(exit_group), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday),
+    };
+    for (const int call : calls) {
+        if (!allow(filter, call)) return false;
+    }
+    return allowUnlessExecutable(filter, SCMP_SYS(mmap)) &&
+           allowUnlessExecutable(filter, SCMP_SYS(mprotect)) &&
+           allowOn(filter, SCMP_SYS(ftruncate), pixels) &&
+           allowOn(filter, SCMP_SYS(write), answer) && allowOn(filter, SCMP_SYS(close), answer) &&
+           // Where libraries write their warnings: closed, which they do not mind.
+           allowOn(filter, SCMP_SYS(write), STDERR_FILENO);
+}
+
+// What the sanitizers do at any time on their own behalf: look at their stacks and maps, write
+// their report, wait for their own threads.
+bool allowSanitizer(void* filter) {
+    static constexpr int calls[] = {
+        SCMP_SYS(sigaltstack),     SCMP_SYS(rt_sigaction), SCMP_SYS(rt_sigprocmask),
+        SCMP_SYS(rt_sigreturn),    SCMP_SYS(sched_yield),  SCMP_SYS(gettid),
+        SCMP_SYS(getpid),          SCMP_SYS(readlink),     SCMP_SYS(getrlimit),
+        SCMP_SYS(prlimit64),       SCMP_SYS(tgkill),       SCMP_SYS(nanosleep),
+        SCMP_SYS(clock_nanosleep),
+    };
+    for (const int call : calls) {
+        if (!allow(filter, call)) return false;
+    }
+    return true;
+}
+
+/// What the kernel is given: the library has no way to write it but into a file. Empty on failure.
+std::vector<sock_filter> compiled(void* filter) {
+    const FileDescriptor file(memfd_create("filter", MFD_CLOEXEC));
+    if (!file || seccomp_export_bpf(filter, file.get()) != 0) return {};
+    const off_t bytes = lseek(file.get(), 0, SEEK_END);
+    if (bytes <= 0) return {};
+    std::vector<sock_filter> program(static_cast<std::size_t>(bytes) / sizeof(sock_filter));
+    if (pread(file.get(), program.data(), static_cast<std::size_t>(bytes), 0) != bytes) return {};
+    return program;
+}
+
+}  // namespace
+
+std::optional<Sandbox> Sandbox::prepare(int answer, int pixels) {
+    const std::unique_ptr<void, decltype(&seccomp_release)> filter(
+        seccomp_init(SCMP_ACT_KILL_PROCESS), &seccomp_release);
+    if (!filter || !allowDecoding(filter.get(), answer, pixels)) return std::nullopt;
+    if (sanitizedBuild && !allowSanitizer(filter.get())) return std::nullopt;
+    auto program = compiled(filter.get());
+    if (program.empty()) return std::nullopt;
+    return Sandbox(std::move(program));
+}
+
+bool Sandbox::enter(const SandboxLimits& limits) const {
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+    denyFiles();
+    const sock_fprog program{static_cast<unsigned short>(filter_.size()),
+                             const_cast<sock_filter*>(filter_.data())};
+    return applyLimits(limits) && syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0;
+}
+
+}  // namespace glintmark::platform::image

@@ -1,0 +1,68 @@
+#include <webp/decode.h>
+#include <webp/demux.h>
+
+#include <memory>
+
+#include "decoder/FormatDecoders.h"
+#include "decoder/PixelStore.h"
+
+namespace glintmark::platform::image {
+
+namespace {
+
+struct DeleteDemuxer {
+    void operator()(WebPDemuxer* demuxer) const { WebPDemuxDelete(demuxer); }
+};
+
+/// A frame of the file, released with its owner.
+struct Frame {
+    Frame() = default;
+    ~Frame() { WebPDemuxReleaseIterator(&iterator); }
+    Frame(const Frame&) = delete;
+    Frame& operator=(const Frame&) = delete;
+
+    WebPIterator iterator{};
+};
+
+bool fits(const WebPIterator& frame, const Canvas& canvas) {
+    return frame.x_offset >= 0 && frame.y_offset >= 0 && frame.width > 0 && frame.height > 0 &&
+           frame.width <= canvas.width() - frame.x_offset &&
+           frame.height <= canvas.height() - frame.y_offset;
+}
+
+bool decodeInto(const WebPIterator& frame, const Canvas& canvas) {
+    WebPDecoderConfig config;
+    if (WebPInitDecoderConfig(&config) == 0) return false;
+    const std::size_t left = static_cast<std::size_t>(frame.x_offset) * 4;
+    const std::size_t top = static_cast<std::size_t>(frame.y_offset) * canvas.bytesPerRow();
+    const std::span<std::uint8_t> target = canvas.pixels().subspan(top + left);
+    config.output.colorspace = MODE_RGBA;
+    config.output.is_external_memory = 1;
+    config.output.u.RGBA.rgba = target.data();
+    config.output.u.RGBA.stride = static_cast<int>(canvas.bytesPerRow());
+    config.output.u.RGBA.size = target.size();
+    const bool decoded =
+        WebPDecode(frame.fragment.bytes, frame.fragment.size, &config) == VP8_STATUS_OK;
+    WebPFreeDecBuffer(&config.output);
+    return decoded;
+}
+
+}  // namespace
+
+std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, PixelStore& pixels) {
+    const WebPData data{file.data(), file.size()};
+    const std::unique_ptr<WebPDemuxer, DeleteDemuxer> demuxer(WebPDemux(&data));
+    if (!demuxer) return std::nullopt;  // also when the file ends early
+    Frame frame;
+    if (WebPDemuxGetFrame(demuxer.get(), 1, &frame.iterator) == 0) return std::nullopt;
+    const auto canvas = pixels.allocate(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH),
+                                        WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT));
+    if (!canvas || !fits(frame.iterator, *canvas)) return std::nullopt;
+    if (!decodeInto(frame.iterator, *canvas)) return std::nullopt;
+    const bool covers =
+        frame.iterator.width == canvas->width() && frame.iterator.height == canvas->height();
+    return DecodedImage{canvas->width(), canvas->height(),
+                        frame.iterator.has_alpha != 0 || !covers};
+}
+
+}  // namespace glintmark::platform::image

@@ -1,0 +1,100 @@
+#include "linux/files/JSONFileUserDefaults.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "linux/files/ByteEscapes.h"
+#include "linux/files/PosixFileManager.h"
+#include "linux/files/WholeFile.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+using Value = nlohmann::ordered_json;
+
+constexpr std::size_t maximumBytes = std::size_t{16} * 1024 * 1024;
+constexpr int maximumDepth = 64;  // writing a value recurses
+constexpr mode_t folderMode = 0700;
+constexpr mode_t fileMode = 0600;
+constexpr int indentation = 2;
+
+/// Absent unless `text` is a JSON object of reasonable depth.
+std::optional<Value> parseObject(const std::string& text) {
+    bool isTooDeep = false;
+    const Value::parser_callback_t checkDepth = [&](int depth, Value::parse_event_t, Value&) {
+        isTooDeep = isTooDeep || depth > maximumDepth;
+        return !isTooDeep;
+    };
+    auto value = Value::parse(text, checkDepth, false);
+    if (isTooDeep || !value.is_object()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+bool isMissing(const std::string& path) {
+    errno = 0;
+    return !PosixFileManager().fileExists(path) && errno == ENOENT;
+}
+
+}  // namespace
+
+struct JSONFileUserDefaults::Content {
+    Value values = Value::object();
+    bool mustKeepAside = false;  // the file there is not what `values` was read from
+};
+
+JSONFileUserDefaults::JSONFileUserDefaults(std::string path)
+    : path_(std::move(path)), content_(std::make_unique<Content>()) {
+    const auto text = PosixFileManager().contents(path_, maximumBytes);
+    auto values = text ? parseObject(*text) : std::nullopt;
+    if (values) {
+        content_->values = *std::move(values);
+    } else {
+        content_->mustKeepAside = !isMissing(path_);
+    }
+}
+
+JSONFileUserDefaults::~JSONFileUserDefaults() = default;
+
+std::optional<std::vector<std::string>> JSONFileUserDefaults::stringArray(const std::string& key) {
+    const auto found = content_->values.find(key);
+    if (found == content_->values.end() || !found->is_array()) {
+        return std::nullopt;
+    }
+    std::vector<std::string> strings;
+    for (const auto& element : *found) {
+        if (!element.is_string()) {
+            return std::nullopt;
+        }
+        strings.push_back(unescapedFromUTF8(element.get_ref<const std::string&>()));
+    }
+    return strings;
+}
+
+void JSONFileUserDefaults::set(const std::string& key, const std::vector<std::string>& value) {
+    auto strings = Value::array();
+    for (const auto& string : value) {
+        strings.push_back(escapedAsUTF8(string));
+    }
+    content_->values[key] = std::move(strings);
+    save();
+}
+
+void JSONFileUserDefaults::save() {
+    makeDirectories(path_.substr(0, path_.find_last_of('/')), folderMode);
+    if (content_->mustKeepAside) {
+        const bool keptAside = std::rename(path_.c_str(), (path_ + ".bad").c_str()) == 0;
+        if (!keptAside && errno != ENOENT) {
+            return;
+        }
+        content_->mustKeepAside = false;
+    }
+    const auto text = content_->values.dump(indentation) + "\n";
+    writeFileAtomically(path_, text, fileMode, Durability::disk);
+}
+
+}  // namespace glintmark::platform

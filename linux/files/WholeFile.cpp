@@ -1,0 +1,113 @@
+#include "linux/files/WholeFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "base/system/FileDescriptor.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+/// Of `path`, which has a "/" in it; "" for the root.
+std::string parentOf(const std::string& path) { return path.substr(0, path.find_last_of('/')); }
+
+bool writeWhole(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void flushDirectory(const std::string& directory) {
+    const FileDescriptor descriptor(
+        ::open((directory + "/").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (descriptor) {
+        ::fsync(descriptor.get());
+    }
+}
+
+/// Writes a new file of a unique name and returns that; "" when it could not be written.
+std::string writeBeside(const std::string& path, std::string_view bytes, mode_t mode,
+                        Durability durability) {
+    std::string temporary = path + ".XXXXXX" + std::string(unfinishedSuffix);
+    const FileDescriptor descriptor(
+        ::mkostemps(temporary.data(), static_cast<int>(unfinishedSuffix.size()), O_CLOEXEC));
+    if (!descriptor) {
+        return "";
+    }
+    const bool written = ::fchmod(descriptor.get(), mode) == 0 &&
+                         writeWhole(descriptor.get(), bytes) &&
+                         (durability == Durability::cache || ::fsync(descriptor.get()) == 0);
+    if (!written) {
+        ::unlink(temporary.c_str());
+        return "";
+    }
+    return temporary;
+}
+
+}  // namespace
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode,
+                         Durability durability) {
+    const auto temporary = writeBeside(path, bytes, mode, durability);
+    if (temporary.empty()) {
+        return false;
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    if (durability == Durability::disk) {
+        flushDirectory(parentOf(path));
+    }
+    return true;
+}
+
+bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode) {
+    const FileDescriptor descriptor(
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    return descriptor && writeWhole(descriptor.get(), bytes);
+}
+
+std::string readFile(const std::string& path) {
+    const FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::string bytes;
+    if (!descriptor) {
+        return bytes;
+    }
+    std::array<char, 65536> chunk{};
+    ssize_t count = 0;
+    do {
+        count = ::read(descriptor.get(), chunk.data(), chunk.size());
+        if (count > 0) {
+            bytes.append(chunk.data(), static_cast<std::size_t>(count));
+        }
+    } while (count > 0 || (count < 0 && errno == EINTR));
+    return count < 0 ? std::string() : bytes;
+}
+
+bool makeDirectories(const std::string& directory, mode_t mode) {
+    if (directory.empty() || ::mkdir(directory.c_str(), mode) == 0) {
+        return true;
+    }
+    if (errno == ENOENT) {
+        return makeDirectories(parentOf(directory), mode) &&
+               (::mkdir(directory.c_str(), mode) == 0 || errno == EEXIST);
+    }
+    struct stat status {};
+    return errno == EEXIST && ::stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,129 @@
+#include "linux/images/DecoderHelper.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <optional>
+#include <utility>
+
+#include "decoder/RequestMessage.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+/// posix_spawn(3) with an empty environment, the null device as standard streams and `socket` as
+/// the only other descriptor, in a session of its own so that no terminal's signals reach it. Safe
+/// while other threads run, unlike fork(2).
+std::optional<pid_t> spawn(const std::string& path, int socket) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDWR, 0);
+    posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDOUT_FILENO);
+#ifndef GLINTMARK_SANITIZED  // the sanitizers report to standard error
+    posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
+#endif
+    posix_spawn_file_actions_adddup2(&actions, socket, image::decoderSocket);
+    posix_spawn_file_actions_addclosefrom_np(&actions, image::decoderSocket + 1);
+
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none;
+    sigemptyset(&none);
+    sigset_t all;
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+
+    std::string name = path;
+    std::array<char*, 2> arguments = {name.data(), nullptr};
+    std::array<char*, 1> environment = {nullptr};
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, path.c_str(), &actions, &attributes, arguments.data(),
+                                  environment.data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return error == 0 ? std::optional(pid) : std::nullopt;
+}
+
+/// What was started leaves the work to a process of its own and ends at once, so that nobody has to
+/// look out for the end of the one that works.
+bool handedOver(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return errno == ECHILD;  // gone already where SIGCHLD is ignored
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+}  // namespace
+
+DecoderHelper::DecoderHelper(std::string path)
+    : path_(std::move(path)), executable_(open(path_.c_str(), O_PATH | O_CLOEXEC)) {}
+
+DecoderHelper::Connection DecoderHelper::send(const Request& request) {
+    const std::lock_guard lock(mutex_);
+    if (connection_ && !stillThere()) drop();
+    if (connection_ && transmit(request)) return connection_;
+    if (connection_) drop();
+    if (!start() || !transmit(request)) return nullptr;
+    return connection_;
+}
+
+void DecoderHelper::worked() {
+    const std::lock_guard lock(mutex_);
+    pause_.worked();
+}
+
+void DecoderHelper::lost(const Connection& connection) {
+    const std::lock_guard lock(mutex_);
+    if (connection && connection == connection_) drop();
+}
+
+bool DecoderHelper::start() {
+    if (!pause_.mayStart(RestartPause::Clock::now())) return false;
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return false;
+    auto ours = std::make_shared<const FileDescriptor>(ends[0]);
+    const FileDescriptor theirs(ends[1]);
+    // By way of this process, since the new one has closed its copy before it executes the file.
+    const auto held =
+        "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(executable_.get());
+    auto pid = executable_ ? spawn(held, theirs.get()) : std::nullopt;
+    if (!pid) pid = spawn(path_, theirs.get());
+    if (!pid || !handedOver(*pid)) {
+        pause_.died(RestartPause::Clock::now());
+        return false;
+    }
+    connection_ = std::move(ours);
+    return true;
+}
+
+void DecoderHelper::drop() {
+    std::uint8_t word = 0;
+    const ssize_t length = recv(connection_->get(), &word, sizeof word, MSG_DONTWAIT);
+    if (length != 1 || word != image::goodbye) pause_.died(RestartPause::Clock::now());
+    connection_ = nullptr;
+}
+
+// The decoder sends nothing over the socket but its goodbye.
+bool DecoderHelper::stillThere() const {
+    std::uint8_t word = 0;
+    const ssize_t length = recv(connection_->get(), &word, sizeof word, MSG_DONTWAIT | MSG_PEEK);
+    return length < 0 && (errno == EAGAIN || errno == EINTR);
+}
+
+bool DecoderHelper::transmit(const Request& request) const {
+    return image::sendRequest(connection_->get(), {request.slot},
+                              {request.encoded, request.pixels, request.answer});
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,29 @@
+#include "linux/network/CurlCookies.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr std::size_t mostCookieBytes = std::size_t{1} << 20;
+
+}  // namespace
+
+CurlCookies::CurlCookies() : share_(curl_share_init()) {
+    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+}
+
+void CurlCookies::attach(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_SHARE, share_.get());
+    curl_easy_setopt(handle, CURLOPT_COOKIEFILE, "");  // no file: in memory
+}
+
+void CurlCookies::received(CURL* handle, std::size_t bytes) {
+    bytes_ += bytes;
+    if (bytes_ > mostCookieBytes) {
+        curl_easy_setopt(handle, CURLOPT_COOKIELIST, "ALL");
+        bytes_ = 0;
+    }
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,71 @@
+#include "linux/network/CurlRedirect.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "linux/network/CurlHandles.h"
+#include "linux/network/LowerCase.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+std::optional<std::string> part(const CurlURLHandle& url, CURLUPart which, unsigned flags = 0) {
+    char* text = nullptr;
+    if (curl_url_get(url.get(), which, &text, flags) != CURLUE_OK) {
+        return std::nullopt;
+    }
+    return std::string(CurlStringHandle(text).get());
+}
+
+/// Sets the whole address, as a request will.
+bool accepts(const CurlURLHandle& url, const std::string& address) {
+    return curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_PATH_AS_IS) == CURLUE_OK;
+}
+
+std::string origin(const CurlURLHandle& url) {
+    return part(url, CURLUPART_SCHEME).value_or("") + "://" +
+           lowerCase(part(url, CURLUPART_HOST).value_or("")) + ":" +
+           part(url, CURLUPART_PORT, CURLU_DEFAULT_PORT).value_or("");
+}
+
+void carryCredentials(const CurlURLHandle& from, const CurlURLHandle& to) {
+    for (const CURLUPart which : {CURLUPART_USER, CURLUPART_PASSWORD}) {
+        if (const auto value = part(from, which)) {
+            curl_url_set(to.get(), which, value->c_str(), 0);
+        }
+    }
+}
+
+}  // namespace
+
+std::optional<RedirectTarget> redirectTarget(const std::string& from, const std::string& location) {
+    const CurlURLHandle base(curl_url());
+    if (!accepts(base, from)) {
+        return std::nullopt;
+    }
+    const CurlURLHandle target(curl_url_dup(base.get()));
+    if (curl_url_set(target.get(), CURLUPART_URL, location.c_str(),
+                     CURLU_URLENCODE | CURLU_ALLOW_SPACE) != CURLUE_OK) {
+        return std::nullopt;
+    }
+    // Nobody is asked for it, and blanks in it are not escaped but refused in the next request.
+    curl_url_set(target.get(), CURLUPART_FRAGMENT, nullptr, 0);
+    const auto scheme = part(target, CURLUPART_SCHEME);
+    const auto host = part(target, CURLUPART_HOST);
+    if ((scheme != "http" && scheme != "https") || !host) {
+        return std::nullopt;
+    }
+    const bool sameOrigin = origin(base) == origin(target);
+    if (sameOrigin && !part(target, CURLUPART_USER)) {
+        carryCredentials(base, target);
+    }
+    auto url = part(target, CURLUPART_URL);
+    // Blanks in a user's name are not escaped either, and such an address cannot be asked for.
+    if (!url || !accepts(base, *url)) {
+        return std::nullopt;
+    }
+    return RedirectTarget{std::move(*url), lowerCase(*host), sameOrigin};
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,272 @@
+#include "linux/network/CurlTransfer.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "linux/network/CurlCookies.h"
+#include "linux/network/CurlRedirect.h"
+#include "linux/network/CurlURLSession.h"
+#include "linux/network/LowerCase.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr int mostRedirects = 20;
+/// Heads, with those of interim answers and the trailers, of one hop.
+constexpr std::size_t mostHeadBytes = std::size_t{256} << 10;
+/// Reading a short body to its end keeps the connection usable; a long one is not worth it.
+constexpr std::size_t mostRedirectBodyBytes = std::size_t{64} << 10;
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view lowerCasePrefix) {
+    return text.size() >= lowerCasePrefix.size() &&
+           lowerCase(std::string(text.substr(0, lowerCasePrefix.size()))) == lowerCasePrefix;
+}
+
+bool isRedirect(long status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+/// The host of an address that may be asked for, in lower case; otherwise empty. libcurl itself is
+/// more lenient: it would read "http:/a" as "http://a".
+std::string hostToAsk(const URL& url) {
+    const std::string scheme = lowerCase(url.scheme().value_or(""));
+    return scheme == "http" || scheme == "https" ? lowerCase(url.host().value_or("")) : "";
+}
+
+}  // namespace
+
+CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion,
+                           const CurlURLSessionOptions& options)
+    : options_(options),
+      completion_(std::move(completion)),
+      url_(request.url.absoluteString()),
+      host_(hostToAsk(request.url)),
+      headers_(std::move(request.headers)),
+      clock_(request.timeoutInterval, options.wholeTransfer) {
+    if (host_.empty()) {
+        refuse("Only http and https addresses with a host are asked for.");
+    }
+}
+
+CURL* CurlTransfer::beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& budget) {
+    hop_ = std::make_unique<Hop>();
+    hop_->cookies = &cookies;
+    hop_->budget = &budget;
+    hop_->handle = makeHandle(cookies);
+    budget.join(*this);
+    clock_.start(options_.now());
+    return hop_->handle.get();
+}
+
+CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
+    CurlEasyHandle owner(curl_easy_init());
+    CURL* handle = owner.get();
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, hop_->error.data());
+
+    curl_easy_setopt(handle, CURLOPT_URL, url_.c_str());
+    curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can undo
+    curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    setHeaders(handle);
+    cookies.attach(handle);
+    if (!options_.certificateFile.empty()) {
+        curl_easy_setopt(handle, CURLOPT_CAINFO, options_.certificateFile.c_str());
+        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+    }
+
+    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, headerArrived);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, bodyArrived);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, progressed);
+    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
+    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    // Ending a hop whose host name is still being looked up must not wait for the look-up.
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
+    return owner;
+}
+
+void CurlTransfer::setHeaders(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_USERAGENT, ("Glintmark/" + options_.version).c_str());
+    for (const auto& [name, value] : headers_) {
+        std::string line = name;
+        // A name followed by ";" is libcurl's way to write a field without a value.
+        line.append(value.empty() ? ";" : ": ").append(value);
+        curl_slist* longer = curl_slist_append(hop_->headers.get(), line.c_str());
+        static_cast<void>(hop_->headers.release());
+        hop_->headers.reset(longer);
+    }
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, hop_->headers.get());
+}
+
+bool CurlTransfer::endHop(CURLcode outcome) {
+    if (hop_->leadsOn) {  // whatever became of its body
+        const std::string where = location().value_or("");
+        leaveHop();
+        return follow(where);
+    }
+    if (hop_->status) {
+        result_.response = URLResponse{hop_->status};
+    }
+    auto error = describe(outcome);
+    leaveHop();
+    if (error) {
+        failHop(std::move(*error));
+    } else {
+        result_.body = std::move(body_);
+    }
+    return false;
+}
+
+std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
+    if (hop_->givenUp) {
+        return "Too much data arrived at once.";
+    }
+    if (outcome == CURLE_OPERATION_TIMEDOUT) {
+        return "The request timed out.";
+    }
+    if (outcome != CURLE_OK) {
+        return hop_->error[0] != '\0' ? hop_->error.data() : curl_easy_strerror(outcome);
+    }
+    if (!hop_->status) {
+        return "The connection ended before the answer.";
+    }
+    return std::nullopt;
+}
+
+void CurlTransfer::leaveHop() {
+    clock_.stop(options_.now());
+    hop_->budget->leave(*this);
+    hop_->cookies->received(hop_->handle.get(), hop_->cookieBytes);
+    hop_.reset();
+}
+
+bool CurlTransfer::follow(const std::string& location) {
+    if (++redirects_ > mostRedirects) {
+        failHop("Too many redirects.");
+        return false;
+    }
+    auto target = redirectTarget(url_, location);
+    if (!target) {
+        failHop("A redirect leads to an address that cannot be asked for.");
+        return false;
+    }
+    url_ = std::move(target->url);
+    host_ = std::move(target->host);
+    if (!target->sameOrigin) {
+        std::erase_if(headers_, [](const auto& field) {
+            const std::string name = lowerCase(field.first);
+            return name == "authorization" || name == "cookie";
+        });
+    }
+    return true;
+}
+
+void CurlTransfer::failHop(std::string error) {
+    result_.error = std::move(error);
+    body_ = {};
+}
+
+TransferClock::Time CurlTransfer::deadline() const {
+    return hop_->givenUp ? TransferClock::Time::min() : clock_.deadline();
+}
+
+void CurlTransfer::giveUp() {
+    hop_->givenUp = true;
+    body_ = {};
+}
+
+std::optional<std::string> CurlTransfer::location() const {
+    curl_header* field = nullptr;
+    if (curl_easy_header(hop_->handle.get(), "Location", 0, CURLH_HEADER, -1, &field) !=
+        CURLHE_OK) {
+        return std::nullopt;
+    }
+    const std::string_view value(field->value);  // of an empty one libcurl leaves the line's end
+    const std::size_t end = value.find_last_not_of(" \t\r\n");
+    return end == std::string_view::npos ? std::nullopt
+                                         : std::optional<std::string>(value.substr(0, end + 1));
+}
+
+bool CurlTransfer::takeHeader(std::string_view line) {
+    clock_.dataArrived(options_.now());
+    hop_->headBytes += line.size();
+    if (startsWithIgnoringCase(line, "set-cookie:")) {
+        hop_->cookieBytes += line.size();
+    }
+    const bool headEnds = line == "\r\n" || line == "\n";
+    if (headEnds && !hop_->status) {
+        noteStatus();
+    }
+    return hop_->headBytes <= mostHeadBytes && !(hop_->status && declaresTooMuch());
+}
+
+void CurlTransfer::noteStatus() {
+    long status = 0;
+    curl_easy_getinfo(hop_->handle.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (status >= 200) {  // otherwise an interim answer (RFC 9110, section 15.2)
+        hop_->status = static_cast<int>(status);
+        hop_->leadsOn = isRedirect(status) && location();
+    }
+}
+
+std::size_t CurlTransfer::declaredLength() const {
+    curl_off_t length = 0;  // -1 when unknown
+    curl_easy_getinfo(hop_->handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    return static_cast<std::size_t>(std::max<curl_off_t>(length, 0));
+}
+
+bool CurlTransfer::declaresTooMuch() const {
+    return declaredLength() > (hop_->leadsOn ? mostRedirectBodyBytes : options_.bodyLimit);
+}
+
+bool CurlTransfer::takeBody(std::string_view bytes) {
+    if (hop_->leadsOn) {
+        hop_->redirectBodyBytes += bytes.size();
+        return hop_->redirectBodyBytes <= mostRedirectBodyBytes;
+    }
+    if (hop_->givenUp || bytes.size() > options_.bodyLimit - body_.size()) {
+        return false;
+    }
+    try {
+        if (body_.empty()) {
+            body_.reserve(declaredLength());  // less than it will be if it is packed
+        }
+        body_.append(bytes);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    hop_->budget->grown(bytes.size());
+    return !hop_->givenUp;
+}
+
+std::size_t CurlTransfer::headerArrived(const char* bytes, std::size_t size, std::size_t count,
+                                        void* self) {
+    const std::string_view line(bytes, size * count);
+    return static_cast<CurlTransfer*>(self)->takeHeader(line) ? line.size() : 0;
+}
+
+std::size_t CurlTransfer::bodyArrived(const char* bytes, std::size_t size, std::size_t count,
+                                      void* self) {
+    const std::string_view part(bytes, size * count);
+    return static_cast<CurlTransfer*>(self)->takeBody(part) ? part.size() : 0;
+}
+
+int CurlTransfer::progressed(void* self, curl_off_t /*toReceive*/, curl_off_t received,
+                             curl_off_t /*toSend*/, curl_off_t /*sent*/) {
+    // Seen here, data counts as it comes from the network, even if nothing can be unpacked yet.
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    if (received != transfer->hop_->received) {
+        transfer->hop_->received = received;
+        transfer->clock_.dataArrived(transfer->options_.now());
+    }
+    return 0;
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,61 @@
+#include "linux/process/SyslogLog.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
+#include "base/text/LogMessage.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr const char* identity = "glintmark";
+
+/// Whether systemd connected `descriptor` to the journal: systemd.exec(5), JOURNAL_STREAM, which
+/// holds the device and inode numbers of that connection.
+bool isJournal(int descriptor) {
+    const char* journalStream = std::getenv("JOURNAL_STREAM");  // NOLINT(concurrency-mt-unsafe)
+    struct stat status {};
+    if (journalStream == nullptr || ::fstat(descriptor, &status) != 0) {
+        return false;
+    }
+    return journalStream == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
+void writeWhole(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return;  // no one reads standard error any more
+        }
+    }
+}
+
+}  // namespace
+
+SyslogLog::SyslogLog(int errorDescriptor)
+    : errorDescriptor_(errorDescriptor), writesToErrorDescriptor_(!isJournal(errorDescriptor)) {
+    ::openlog(identity, 0, LOG_USER);
+}
+
+void SyslogLog::write(std::string_view message) {
+    std::string line = formatLogMessage(message);
+    ::syslog(LOG_NOTICE, "%s", line.c_str());
+    if (writesToErrorDescriptor_) {
+        line += '\n';
+        writeWhole(errorDescriptor_, line);
+    }
+}
+
+void SyslogLog::debug(std::string_view message) {
+    ::syslog(LOG_DEBUG, "%s", std::string(message).c_str());
+}
+
+}  // namespace glintmark::platform

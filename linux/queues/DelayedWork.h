@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "base/work/DispatchQueue.h"
+
+namespace glintmark::platform {
+
+/// Work that waits for its time: a heap by due time, equal times in order of submission. The clock
+/// is CLOCK_MONOTONIC. Not synchronised; its owner's lock guards it.
+class DelayedWork {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// The time `delay` from now. A delay too long for the clock counts as its last moment.
+    static Clock::time_point dueAfter(std::chrono::nanoseconds delay);
+
+    void add(Clock::time_point due, DispatchQueue::Work work);
+    bool empty() const { return heap_.empty(); }
+    Clock::time_point nextDue() const { return heap_.front().due; }  ///< Only when not empty.
+
+    /// Appends what is due at `now` to `ready`.
+    void moveDue(Clock::time_point now, std::deque<DispatchQueue::Work>& ready);
+
+private:
+    struct Item {
+        Clock::time_point due;
+        std::uint64_t sequence;
+        DispatchQueue::Work work;
+    };
+
+    static bool isLater(const Item& a, const Item& b);
+
+    std::vector<Item> heap_;
+    std::uint64_t submitted_ = 0;
+};
+
+}  // namespace glintmark::platform

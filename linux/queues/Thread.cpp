@@ -1,0 +1,93 @@
+#include "linux/queues/Thread.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <memory>
+#include <utility>
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr std::size_t shownNameBytes = 15;  // pthread_setname_np(3)
+
+constexpr int nicerThanMain = 5;
+
+struct Start {
+    std::string name;
+    std::function<void()> body;
+};
+
+void* run(void* argument) {
+    const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+    pthread_setname_np(pthread_self(), start->name.c_str());
+    start->body();
+    return nullptr;
+}
+
+bool create(pthread_t& handle, int detachState, const std::string& name, std::size_t stackBytes,
+            std::function<void()> body) {
+    auto start = std::make_unique<Start>(Start{name.substr(0, shownNameBytes), std::move(body)});
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackBytes);
+    pthread_attr_setdetachstate(&attributes, detachState);
+    const bool created = pthread_create(&handle, &attributes, run, start.get()) == 0;
+    pthread_attr_destroy(&attributes);
+    if (created) {
+        static_cast<void>(start.release());  // the thread owns it
+    }
+    return created;
+}
+
+}  // namespace
+
+std::optional<Thread> Thread::start(const std::string& name, std::size_t stackBytes,
+                                    std::function<void()> body) {
+    Thread thread;
+    thread.joinable_ =
+        create(thread.handle_, PTHREAD_CREATE_JOINABLE, name, stackBytes, std::move(body));
+    return thread.joinable_ ? std::optional(std::move(thread)) : std::nullopt;
+}
+
+bool Thread::startDetached(const std::string& name, std::size_t stackBytes,
+                           std::function<void()> body) {
+    pthread_t handle{};
+    return create(handle, PTHREAD_CREATE_DETACHED, name, stackBytes, std::move(body));
+}
+
+Thread::Thread(Thread&& other) noexcept
+    : handle_(other.handle_), joinable_(std::exchange(other.joinable_, false)) {}
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    std::swap(handle_, other.handle_);
+    std::swap(joinable_, other.joinable_);
+    return *this;
+}
+
+Thread::~Thread() {
+    if (joinable_) {
+        join();
+    }
+}
+
+bool Thread::isCurrent() const { return joinable_ && pthread_equal(handle_, pthread_self()) != 0; }
+
+void Thread::join() {
+    pthread_join(handle_, nullptr);
+    joinable_ = false;
+}
+
+void Thread::detach() {
+    pthread_detach(handle_);
+    joinable_ = false;
+}
+
+void yieldToMainThread() {
+    // Niceness is a thread's own on Linux; that of the process's id is the main thread's.
+    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    setpriority(PRIO_PROCESS, 0, ofMain + nicerThanMain);
+}
+
+}  // namespace glintmark::platform

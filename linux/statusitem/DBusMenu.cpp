@@ -1,0 +1,237 @@
+#include "linux/statusitem/DBusMenu.h"
+
+#include <limits>
+#include <utility>
+
+#include "linux/statusitem/DBusMenuXml.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr std::uint32_t protocolVersion = 3;
+constexpr auto unknownEntry = "The menu has no such entry";
+
+/// Far above what one layout needs, and far enough below the largest number for another.
+constexpr DBusMenuLayout::Id lastFirstId = std::numeric_limits<DBusMenuLayout::Id>::max() / 2;
+
+DBusMenuLayout::Names namesFrom(GVariant* strings) {
+    DBusMenuLayout::Names names;
+    GVariantIter iterator;
+    g_variant_iter_init(&iterator, strings);
+    const char* name = nullptr;
+    while (g_variant_iter_next(&iterator, "&s", &name) != FALSE) {
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+std::vector<DBusMenuLayout::Id> idsFrom(GVariant* integers) {
+    std::vector<DBusMenuLayout::Id> ids;
+    GVariantIter iterator;
+    g_variant_iter_init(&iterator, integers);
+    DBusMenuLayout::Id id = 0;
+    while (g_variant_iter_next(&iterator, "i", &id) != FALSE) {
+        ids.push_back(id);
+    }
+    return ids;
+}
+
+GVariant* idArray(const std::vector<DBusMenuLayout::Id>& ids) {
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, ids.data(), ids.size(), sizeof(ids[0]));
+}
+
+}  // namespace
+
+void DBusMenu::offer(GDBusConnection* connection) {
+    object_.reset();
+    if (connection != nullptr) {
+        object_.emplace(
+            connection, path, dbusMenuXml,
+            [this](const std::string& method, GVariant* arguments,
+                   GDBusMethodInvocation* invocation) { call(method, arguments, invocation); },
+            [this](const std::string& name) { return property(name); });
+    }
+}
+
+void DBusMenu::setMenu(Menu menu) {
+    layout_ = DBusMenuLayout(std::move(menu), layout_.next() < lastFirstId ? layout_.next() : 1);
+    ++revision_;
+    if (object_) {
+        object_->emit("LayoutUpdated", g_variant_new("(ui)", revision_, DBusMenuLayout::root));
+    }
+}
+
+GVariant* DBusMenu::property(const std::string& name) const {
+    if (name == "Version") {
+        return g_variant_new_uint32(protocolVersion);
+    }
+    if (name == "TextDirection") {
+        return g_variant_new_string("ltr");
+    }
+    if (name == "Status") {
+        return g_variant_new_string("normal");
+    }
+    return g_variant_new_strv(nullptr, 0);  // IconThemePath: no entry has an icon
+}
+
+void DBusMenu::call(const std::string& method, GVariant* arguments,
+                    GDBusMethodInvocation* invocation) {
+    if (method == "GetLayout") {
+        getLayout(arguments, invocation);
+    } else if (method == "GetGroupProperties") {
+        getGroupProperties(arguments, invocation);
+    } else if (method == "GetProperty") {
+        getProperty(arguments, invocation);
+    } else if (method == "Event") {
+        event(arguments, invocation);
+    } else if (method == "EventGroup") {
+        eventGroup(arguments, invocation);
+    } else if (method == "AboutToShow") {
+        aboutToShow(arguments, invocation);
+    } else {
+        aboutToShowGroup(arguments, invocation);
+    }
+}
+
+void DBusMenu::getLayout(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+    Id parent = 0;
+    int depth = 0;
+    GVariant* names = nullptr;
+    g_variant_get(arguments, "(ii@as)", &parent, &depth, &names);
+    const GVariantHandle owner(names);
+    if (!layout_.contains(parent)) {
+        refuse(invocation, unknownEntry);
+        return;
+    }
+    g_dbus_method_invocation_return_value(
+        invocation,
+        g_variant_new("(u@(ia{sv}av))", revision_, layout_.tree(parent, depth, namesFrom(names))));
+}
+
+void DBusMenu::getGroupProperties(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+    GVariant* requested = nullptr;
+    GVariant* names = nullptr;
+    g_variant_get(arguments, "(@ai@as)", &requested, &names);
+    const GVariantHandle requestedOwner(requested);
+    const GVariantHandle namesOwner(names);
+
+    auto ids = idsFrom(requested);
+    if (ids.empty()) {
+        ids = layout_.ids();
+    }
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a(ia{sv})"));
+    for (const Id id : ids) {
+        if (layout_.contains(id)) {
+            g_variant_builder_add(&builder, "(i@a{sv})", id,
+                                  layout_.properties(id, namesFrom(names)));
+        }
+    }
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(a(ia{sv}))", &builder));
+}
+
+void DBusMenu::getProperty(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+    Id id = 0;
+    const char* name = nullptr;
+    g_variant_get(arguments, "(i&s)", &id, &name);
+    GVariant* value = layout_.contains(id) ? layout_.property(id, name) : nullptr;
+    if (value == nullptr) {
+        refuse(invocation, "The menu has no such entry, or an entry no such property");
+        return;
+    }
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(v)", value));
+}
+
+void DBusMenu::event(GVariant* arguments, GDBusMethodInvocation* invocation) {
+    Id id = 0;
+    const char* event = nullptr;
+    g_variant_get(arguments, "(i&s@vu)", &id, &event, nullptr, nullptr);
+    if (!layout_.contains(id)) {
+        refuse(invocation, unknownEntry);
+        return;
+    }
+    g_dbus_method_invocation_return_value(invocation, nullptr);
+    take(id, event);
+}
+
+void DBusMenu::eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation) {
+    std::vector<Id> unknown;
+    std::vector<std::pair<Id, std::string>> known;
+    GVariantIter* events = nullptr;
+    g_variant_get(arguments, "(a(isvu))", &events);
+    Id id = 0;
+    const char* event = nullptr;
+    while (g_variant_iter_next(events, "(i&s@vu)", &id, &event, nullptr, nullptr) != FALSE) {
+        if (layout_.contains(id)) {
+            known.emplace_back(id, event);
+        } else {
+            unknown.push_back(id);
+        }
+    }
+    g_variant_iter_free(events);
+
+    if (known.empty() && !unknown.empty()) {
+        refuse(invocation, unknownEntry);
+        return;
+    }
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(@ai)", idArray(unknown)));
+    for (const auto& [entry, name] : known) {
+        take(entry, name);
+    }
+}
+
+void DBusMenu::aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+    Id id = 0;
+    g_variant_get(arguments, "(i)", &id);
+    if (!layout_.contains(id)) {
+        refuse(invocation, unknownEntry);
+        return;
+    }
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(b)", FALSE));
+}
+
+void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+    const GVariantHandle requested(g_variant_get_child_value(arguments, 0));
+    const auto ids = idsFrom(requested.get());
+    std::vector<Id> unknown;
+    for (const Id id : ids) {
+        if (!layout_.contains(id)) {
+            unknown.push_back(id);
+        }
+    }
+    if (!ids.empty() && unknown.size() == ids.size()) {
+        refuse(invocation, unknownEntry);
+        return;
+    }
+    g_dbus_method_invocation_return_value(invocation,
+                                          g_variant_new("(@ai@ai)", idArray({}), idArray(unknown)));
+}
+
+/// The action runs from the main loop, since it may run a loop of its own (a dialog) and the panel
+/// must have its answer before.
+void DBusMenu::take(Id id, const std::string& event) {
+    if (event != "clicked") {
+        return;
+    }
+    chosen_.push_back(id);
+    const auto run = [](gpointer data) -> gboolean {
+        auto* self = static_cast<DBusMenu*>(data);
+        self->running_.forget();
+        self->runChosen();
+        return G_SOURCE_REMOVE;
+    };
+    running_ = GSourceId(g_idle_add_full(G_PRIORITY_DEFAULT, run, this, nullptr));
+}
+
+void DBusMenu::runChosen() {
+    for (const Id id : std::exchange(chosen_, {})) {
+        const MenuItem* item = layout_.item(id);  // null when an action has replaced the menu
+        if (item != nullptr && item->isSelectable() && item->action) {
+            const MenuItem copy = *item;  // the action may replace the menu
+            copy.action(copy);
+        }
+    }
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "linux/bus/DBusObject.h"
+#include "linux/bus/SessionBus.h"
+#include "linux/statusitem/DBusMenu.h"
+#include "linux/statusitem/TemplateIcon.h"
+#include "platform/StatusBar.h"
+
+namespace glintmark::platform {
+
+/// A status item on the bus: org.kde.StatusNotifierItem with its menu, registered with whichever
+/// panel is there, and again when that or the bus restarts. Main thread only.
+class StatusNotifierItem : public StatusItem, private StatusBarButton {
+public:
+    static constexpr auto path = "/StatusNotifierItem";
+
+    /// `iconFolder` is where the symbolic icon goes while the item exists.
+    StatusNotifierItem(SessionBus& bus, std::string iconFolder);
+    ~StatusNotifierItem() override;
+    StatusNotifierItem(const StatusNotifierItem&) = delete;
+    StatusNotifierItem& operator=(const StatusNotifierItem&) = delete;
+
+    StatusBarButton* button() override { return this; }
+    void setMenu(Menu menu) override { menu_.setMenu(std::move(menu)); }
+
+private:
+    void setImage(const TemplateImage& image) override;
+
+    void offer(GDBusConnection* connection);
+    void stopOffering();
+    GVariant* property(const std::string& name) const;
+    void watchWatcher(GDBusConnection* connection);
+    void hostAppeared();
+    void registerItem();
+    void registerLater();
+
+    std::string iconFolder_;
+    std::optional<SymbolicIconFolder> symbolicIcon_;
+    GVariantHandle pixmaps_;
+    DBusMenu menu_;
+    std::optional<DBusObject> object_;
+    GObjectHandle<GDBusConnection> connection_;
+    GObjectHandle<GCancellable> cancellable_;  ///< For the calls to the present watcher.
+    guint watch_ = 0;
+    guint hostSignal_ = 0;
+    std::chrono::milliseconds pause_{};
+    GSourceId retry_;
+    SessionBus::Subscription subscription_;
+};
+
+/// The panels' status areas behind StatusNotifierItem.
+class StatusNotifierBar : public StatusBar {
+public:
+    explicit StatusNotifierBar(SessionBus& bus) : bus_(bus) {}
+
+    /// The panel decides how wide an item is, so `length` has no effect.
+    std::unique_ptr<StatusItem> statusItem(double length) override;
+
+private:
+    SessionBus& bus_;
+};
+
+}  // namespace glintmark::platform

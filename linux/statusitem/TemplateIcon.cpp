@@ -1,0 +1,162 @@
+#include "linux/statusitem/TemplateIcon.h"
+
+#include <cairo.h>
+#include <glib.h>
+#include <glib/gstdio.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <variant>
+
+#include "linux/glib/GLibHandles.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+using CairoSurface = std::unique_ptr<cairo_surface_t, ReleaseWith<cairo_surface_destroy>>;
+using Cairo = std::unique_ptr<cairo_t, ReleaseWith<cairo_destroy>>;
+
+/// Hands each element of the path to a function of its kind.
+template <typename... Visitors>
+struct Overloaded : Visitors... {
+    using Visitors::operator()...;
+};
+template <typename... Visitors>
+Overloaded(Visitors...) -> Overloaded<Visitors...>;  // Clang 14 does not deduce it by itself
+
+void trace(cairo_t* cairo, const BezierPath& path) {
+    const Overloaded draw{
+        [&](const BezierPath::MoveTo& e) { cairo_move_to(cairo, e.point.x, e.point.y); },
+        [&](const BezierPath::LineTo& e) { cairo_line_to(cairo, e.point.x, e.point.y); },
+        [&](const BezierPath::CurveTo& e) {
+            cairo_curve_to(cairo, e.control1.x, e.control1.y, e.control2.x, e.control2.y, e.point.x,
+                           e.point.y);
+        },
+        [&](const BezierPath::Close&) { cairo_close_path(cairo); }};
+    for (const auto& element : path.elements()) {
+        std::visit(draw, element);
+    }
+}
+
+/// The shape's coverage of each pixel, 0 to 255.
+CairoSurface renderMask(const TemplateImage& image, int pixels) {
+    CairoSurface surface(cairo_image_surface_create(CAIRO_FORMAT_A8, pixels, pixels));
+    const Cairo cairo(cairo_create(surface.get()));
+    // Upwards is downwards in cairo.
+    cairo_translate(cairo.get(), 0, pixels);
+    cairo_scale(cairo.get(), pixels / image.size.width, -pixels / image.size.height);
+    trace(cairo.get(), image.filledPath);
+    cairo_set_fill_rule(cairo.get(), image.filledPath.windingRule() == WindingRule::evenOdd
+                                         ? CAIRO_FILL_RULE_EVEN_ODD
+                                         : CAIRO_FILL_RULE_WINDING);
+    cairo_fill(cairo.get());
+    cairo_surface_flush(surface.get());
+    return surface;
+}
+
+/// Independent of the locale, unlike the printf family.
+std::string number(double value) {
+    std::array<char, 32> text{};
+    constexpr int significantDigits = 6;
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value,
+                                   std::chars_format::general, significantDigits);
+    return {text.data(), end.ptr};
+}
+
+/// The "d" attribute of an SVG path, whose y runs downwards.
+std::string svgPathData(const TemplateImage& image) {
+    const auto at = [&](Point point) {
+        return number(point.x) + " " + number(image.size.height - point.y);
+    };
+    const Overloaded describe{[&](const BezierPath::MoveTo& e) { return "M" + at(e.point); },
+                              [&](const BezierPath::LineTo& e) { return "L" + at(e.point); },
+                              [&](const BezierPath::CurveTo& e) {
+                                  return "C" + at(e.control1) + " " + at(e.control2) + " " +
+                                         at(e.point);
+                              },
+                              [&](const BezierPath::Close&) { return std::string("Z"); }};
+    std::string data;
+    for (const auto& element : image.filledPath.elements()) {
+        data += std::visit(describe, element);
+    }
+    return data;
+}
+
+std::string neutralColour() {
+    const GStringHandle text(
+        g_strdup_printf("#%02x%02x%02x", neutralGrey, neutralGrey, neutralGrey));
+    return text.get();
+}
+
+/// Where the icon lies below an icon theme folder.
+const std::array<const char*, 3> themeFolders{"/hicolor", "/hicolor/scalable",
+                                              "/hicolor/scalable/apps"};
+constexpr mode_t ownerOnly = 0700;
+
+std::string iconFile(const std::string& folder) {
+    return folder + themeFolders.back() + "/" + SymbolicIconFolder::iconName + ".svg";
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels) {
+    const CairoSurface mask = renderMask(image, pixels);
+    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(mask.get()));
+    const unsigned char* coverage = cairo_image_surface_get_data(mask.get());
+    const auto side = static_cast<std::size_t>(pixels);
+    std::vector<std::uint8_t> argb;
+    argb.reserve(side * side * 4);
+    for (std::size_t y = 0; y < side; ++y) {
+        for (std::size_t x = 0; x < side; ++x) {
+            argb.insert(argb.end(),
+                        {coverage[y * stride + x], neutralGrey, neutralGrey, neutralGrey});
+        }
+    }
+    return argb;
+}
+
+/// GTK overrides the fill of every path; KDE replaces the style sheet of this id, which paths of
+/// this class then take their colour from.
+std::string symbolicSVG(const TemplateImage& image) {
+    const std::string width = number(image.size.width);
+    const std::string height = number(image.size.height);
+    const std::string colour = neutralColour();
+    const char* rule =
+        image.filledPath.windingRule() == WindingRule::evenOdd ? "evenodd" : "nonzero";
+    return R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" + width + R"(" height=")" + height +
+           R"(" viewBox="0 0 )" + width + " " + height + R"(" color=")" + colour +
+           R"(">
+<style type="text/css" id="current-color-scheme">.ColorScheme-Text { color: )" +
+           colour + R"(; }</style>
+<path class="ColorScheme-Text" fill="currentColor" fill-rule=")" +
+           rule + R"(" d=")" + svgPathData(image) + R"("/>
+</svg>
+)";
+}
+
+SymbolicIconFolder::SymbolicIconFolder(std::string path, const TemplateImage& image)
+    : path_(std::move(path)) {
+    g_mkdir_with_parents((path_ + themeFolders.back()).c_str(), ownerOnly);
+    const std::string svg = symbolicSVG(image);
+    if (g_file_set_contents(iconFile(path_).c_str(), svg.data(), static_cast<gssize>(svg.size()),
+                            nullptr) == FALSE) {
+        path_.clear();
+    }
+}
+
+SymbolicIconFolder::~SymbolicIconFolder() {
+    if (path_.empty()) {
+        return;
+    }
+    g_unlink(iconFile(path_).c_str());
+    std::for_each(themeFolders.rbegin(), themeFolders.rend(),
+                  [this](const char* folder) { g_rmdir((path_ + folder).c_str()); });
+    g_rmdir(path_.c_str());
+}
+
+}  // namespace glintmark::platform

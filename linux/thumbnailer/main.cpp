@@ -1,0 +1,35 @@
+// glintmark-thumbnailer INPUT OUTPUT SIZE
+//
+// What thumbnail services run for a link file: writes the icon that Glintmark gave the file. Ends
+// with status 1 when it gave none, so that nothing is cached in its place.
+
+#include <glib.h>
+
+#include <charconv>
+#include <cstdio>
+#include <string_view>
+
+#include "linux/workspace/IconStore.h"
+#include "linux/workspace/IconThumbnail.h"
+
+namespace {
+
+/// Zero when `text` is no number.
+int edgeFrom(std::string_view text) {
+    int edge = 0;
+    const auto end = text.data() + text.size();
+    return std::from_chars(text.data(), end, edge).ptr == end ? edge : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    constexpr int expectedArguments = 4;
+    if (argc != expectedArguments) {
+        std::fprintf(stderr, "Usage: glintmark-thumbnailer INPUT OUTPUT SIZE\n");
+        return 2;
+    }
+    const glintmark::platform::IconStore store(g_get_user_data_dir());
+    return glintmark::platform::writeIconThumbnail(store, argv[1], argv[2], edgeFrom(argv[3])) ? 0
+                                                                                               : 1;
+}

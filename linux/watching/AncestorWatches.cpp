@@ -1,0 +1,155 @@
+#include "linux/watching/AncestorWatches.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <deque>
+#include <utility>
+
+namespace glintmark::platform {
+
+namespace {
+
+// A directory on the way matters when the next name appears in it or is replaced, and when it is
+// itself moved; its end is told without being asked for (IN_IGNORED). That the next name goes
+// needs no event: until something takes its place there is nothing to do.
+constexpr std::uint32_t stepEvents =
+    IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
+constexpr std::uint32_t lastStepEvents = IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
+constexpr std::uint32_t selfEvents = IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
+
+constexpr int mostLinks = 40;  // path_resolution(7)
+
+/// `directory` is empty for the root.
+std::string pathOf(const std::string& directory) { return directory.empty() ? "/" : directory; }
+
+void splitInFrontOf(std::deque<std::string>& names, std::string_view path) {
+    std::vector<std::string> split;
+    while (!path.empty()) {
+        const auto name = path.substr(0, path.find('/'));
+        split.emplace_back(name);
+        path.remove_prefix(std::min(path.size(), name.size() + 1));
+    }
+    names.insert(names.begin(), split.begin(), split.end());
+}
+
+/// Where the symbolic link leads; "" when it cannot be read.
+std::string targetOf(const std::string& link) {
+    std::array<char, PATH_MAX> target{};
+    const auto length = ::readlink(link.c_str(), target.data(), target.size());
+    return {target.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+}  // namespace
+
+AncestorWatches::AncestorWatches(Inotify inotify, std::vector<std::string> paths)
+    : inotify_(std::move(inotify)), paths_(std::move(paths)) {}
+
+void AncestorWatches::arm(std::size_t index) {
+    std::erase_if(steps_, [&](const Step& step) { return step.index == index; });
+    // Watches begin anew, since their events can only grow. Nothing is missed: the way is looked at
+    // after it is watched.
+    dropUnusedWatches();
+    follow(index);
+}
+
+/// Resolves the path as path_resolution(7) says, watching each directory before looking into it, so
+/// that nothing happens unseen in between.
+void AncestorWatches::follow(std::size_t index) {
+    std::string directory;  // no symbolic links in it; empty for the root
+    std::deque<std::string> names;
+    splitInFrontOf(names, paths_[index]);
+    int links = 0;
+    while (!names.empty()) {
+        const auto name = std::move(names.front());
+        names.pop_front();
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        if (name == "..") {
+            directory.erase(std::min(directory.rfind('/'), directory.size()));
+            continue;
+        }
+        watchStep(directory, index, name);
+        const auto path = std::string(directory).append("/").append(name);
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) != 0) {
+            if (errno == EACCES) {
+                addPermissionChanges(directory);
+            }
+            return;
+        }
+        if (S_ISLNK(status.st_mode)) {
+            const auto target = targetOf(path);
+            if (++links > mostLinks || target.empty()) {
+                return;
+            }
+            directory = target.starts_with('/') ? "" : directory;
+            splitInFrontOf(names, target);
+        } else if (S_ISDIR(status.st_mode)) {
+            directory = path;
+        } else {
+            return;
+        }
+    }
+    if (watchStep(directory, index, "") < 0 && errno == EACCES) {
+        addPermissionChanges(directory);
+    }
+}
+
+int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
+                               std::string_view next) {
+    // Ways share directories, so events are only added: the last step of one may be in the middle
+    // of another.
+    const auto events = (next.empty() ? lastStepEvents : stepEvents) | IN_MASK_ADD;
+    const int watch = inotify_.add(pathOf(directory), events);
+    if (watch >= 0) {
+        watches_.insert(watch);
+        steps_.push_back({watch, index, std::string(next)});
+    }
+    return watch;
+}
+
+/// A directory that must not be looked into may be one later. One that may not be read either
+/// cannot be watched, but its parent tells of it.
+void AncestorWatches::addPermissionChanges(const std::string& directory) {
+    for (const auto& watched : {directory, directory.substr(0, directory.rfind('/'))}) {
+        inotify_.add(pathOf(watched), IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_MASK_ADD);
+    }
+}
+
+void AncestorWatches::dropUnusedWatches() {
+    std::erase_if(watches_, [&](int watch) {
+        const bool isUsed = std::any_of(steps_.begin(), steps_.end(),
+                                        [&](const Step& step) { return step.watch == watch; });
+        if (!isUsed) {
+            inotify_.remove(watch);
+        }
+        return !isUsed;
+    });
+}
+
+std::set<std::size_t> AncestorWatches::readChanged() {
+    std::set<std::size_t> changed;
+    inotify_.read([&](const InotifyEvent& event) { noteChanged(event, changed); });
+    return changed;
+}
+
+void AncestorWatches::noteChanged(const InotifyEvent& event, std::set<std::size_t>& changed) {
+    const bool lostTrack = (event.mask & IN_Q_OVERFLOW) != 0;
+    const bool isSelf = (event.mask & selfEvents) != 0 || event.name.empty();
+    for (const auto& step : steps_) {
+        if (lostTrack || (step.watch == event.watch && (isSelf || step.next == event.name))) {
+            changed.insert(step.index);
+        }
+    }
+    if ((event.mask & IN_IGNORED) != 0) {
+        watches_.erase(event.watch);
+    }
+}
+
+}  // namespace glintmark::platform

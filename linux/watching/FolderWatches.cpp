@@ -1,0 +1,100 @@
+#include "linux/watching/FolderWatches.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace glintmark::platform {
+
+namespace {
+
+timespec until(FolderWatches::Clock::time_point end) {
+    const auto left = std::max(end - FolderWatches::Clock::now(), std::chrono::nanoseconds(0));
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+    return {.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
+}
+
+/// Without symbolic links; as it is when nothing is there.
+std::string realPath(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                           &std::free);
+    return real != nullptr ? real.get() : path;
+}
+
+/// Whether `path` is `directory` or lies below it.
+bool isWithin(std::string_view path, std::string_view directory) {
+    return path.starts_with(directory) &&
+           (directory.ends_with('/') || path.size() == directory.size() ||
+            path[directory.size()] == '/');
+}
+
+}  // namespace
+
+FolderWatches::FolderWatches(Inotify forTrees, Inotify forAncestors,
+                             std::vector<std::string> folders, TreeWatches::Note note)
+    : folders_(std::move(folders)),
+      ancestors_(std::move(forAncestors), folders_),
+      trees_(std::move(forTrees), folders_, std::move(note)) {}
+
+void FolderWatches::begin() {
+    for (std::size_t i = 0; i < folders_.size(); ++i) {
+        ancestors_.arm(i);
+    }
+    trees_.takeUpFolders();
+}
+
+void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
+    trees_.retryWhenDue();
+    if (trees_.isWalking()) {
+        trees_.walkOn();
+        end = Clock::time_point();
+    }
+    if (const auto retryAt = trees_.retryAt()) {
+        end = std::min(end.value_or(*retryAt), *retryAt);
+    }
+    std::array<pollfd, 4> sources = {{{mounts_.descriptor(), POLLPRI, 0},
+                                      {trees_.descriptor(), POLLIN, 0},
+                                      {ancestors_.descriptor(), POLLIN, 0},
+                                      {descriptor, POLLIN, 0}}};
+    const auto left = until(end.value_or(Clock::time_point()));
+    ::ppoll(sources.data(), sources.size(), end ? &left : nullptr, nullptr);
+    if (sources[0].revents != 0) {
+        handleMounts();
+    }
+    for (const auto folder : ancestors_.readChanged()) {
+        takeUpAnew(folder);
+    }
+    trees_.readEvents();
+}
+
+void FolderWatches::handleMounts() {
+    if (isConcernedBy(mounts_.readChanged())) {
+        trees_.walkAgain();
+        for (std::size_t i = 0; i < folders_.size(); ++i) {
+            takeUpAnew(i);
+        }
+    }
+}
+
+/// Whether file systems came or went below a folder or on the way to one.
+bool FolderWatches::isConcernedBy(const std::vector<std::string>& mountPoints) const {
+    return !mountPoints.empty() &&
+           std::any_of(folders_.begin(), folders_.end(), [&](const std::string& folder) {
+               const auto real = realPath(folder);
+               return std::any_of(mountPoints.begin(), mountPoints.end(), [&](const auto& point) {
+                   return isWithin(real, point) || isWithin(point, real);
+               });
+           });
+}
+
+void FolderWatches::takeUpAnew(std::size_t folder) {
+    ancestors_.arm(folder);
+    trees_.takeUpFolderAnew(folder);
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "linux/watching/AncestorWatches.h"
+#include "linux/watching/MountTable.h"
+#include "linux/watching/TreeWatches.h"
+
+namespace glintmark::platform {
+
+/// All that is watched for a list of folders: the trees below them, the ways that lead to them, and
+/// the table of mounts, since no inotify event tells of a file system that comes. One thread.
+class FolderWatches {
+public:
+    using Clock = TreeWatches::Clock;
+
+    /// Only changes after this call count. The folders are absolute paths.
+    FolderWatches(Inotify forTrees, Inotify forAncestors, std::vector<std::string> folders,
+                  TreeWatches::Note note);
+
+    /// Takes up the folders; their trees are walked by `wait()`.
+    void begin();
+
+    /// Sleeps until something happens, `descriptor` becomes readable or `end` has come, if there is
+    /// one; handles what has happened. Returns sooner while there are directories to walk.
+    void wait(int descriptor, std::optional<Clock::time_point> end);
+
+    std::optional<Clock::time_point> waitingSince() const { return trees_.waitingSince(); }
+    std::vector<DirectoryEvent> takeChanges() { return trees_.takeChanges(); }
+
+private:
+    bool isConcernedBy(const std::vector<std::string>& mountPoints) const;
+    void handleMounts();
+    void takeUpAnew(std::size_t folder);
+
+    const std::vector<std::string> folders_;
+    MountTable mounts_;
+    AncestorWatches ancestors_;
+    TreeWatches trees_;
+};
+
+}  // namespace glintmark::platform

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "linux/watching/NameArena.h"
+
+namespace glintmark::platform {
+
+/// Where each watched directory lies: its name in its parent, up to a watched folder.
+///
+/// Takes about 17 bytes for a directory with a name of eight. A directory is known by its inotify
+/// watch, so it has one node however many paths lead to it: it may be a watched folder in several
+/// spellings, lie below another one, and have several links (a bind mount; or a move of which not
+/// all is known yet). Links never form a cycle.
+class WatchTree {
+public:
+    using Watch = int;  ///< Positive.
+    static constexpr Watch noWatch = 0;
+
+    struct Link {
+        Watch parent;
+        std::string name;
+    };
+
+    enum class Linked { added, present, refused };
+
+    explicit WatchTree(std::vector<std::string> folders);
+
+    const std::vector<std::string>& folders() const { return folders_; }
+    Watch folderWatch(std::size_t folder) const { return folderWatches_[folder]; }
+    void setFolderWatch(std::size_t folder, Watch watch);
+
+    bool contains(Watch watch) const { return find(watch) != nullptr; }
+    bool isFolder(Watch watch) const { return find(watch)->isFolder != 0; }
+    std::size_t size() const { return size_; }
+
+    /// False when it is there already.
+    bool add(Watch watch);
+
+    /// Its links go, too. Directories below it stay, but have no path until they are linked anew.
+    void remove(Watch watch);
+
+    /// Notes that `watch` lies in `parent` as `name`. Refused when `parent` lies below `watch`.
+    Linked link(Watch watch, Watch parent, std::string_view name);
+    void unlink(Watch watch, Watch parent, std::string_view name);
+    void unlinkAll(Watch watch);
+    bool isLinked(Watch watch, Watch parent, std::string_view name) const;
+    std::vector<Link> links(Watch watch) const;
+
+    /// One path of a directory; "" when none is known.
+    std::string anyPath(Watch watch) const;
+
+    /// Each path, by each spelling of each watched folder above it.
+    std::vector<std::string> paths(Watch watch) const;
+
+    /// Two marks for the owner's use on each directory.
+    bool isSeen(Watch watch) const { return find(watch)->seen != 0; }
+    void setSeen(Watch watch, bool seen) { find(watch)->seen = seen ? 1 : 0; }
+    void setAllUnseen();
+    bool isPending(Watch watch) const { return find(watch)->pending != 0; }
+    void setPending(Watch watch, bool pending) { find(watch)->pending = pending ? 1 : 0; }
+
+    /// Marks as seen what lies below a watched folder, and nothing else.
+    void markReachable();
+
+    std::vector<Watch> unseen() const;
+
+private:
+    struct Node {
+        std::uint32_t parent : 31;  // a watch; `noWatch` when there is no link
+        std::uint32_t seen : 1;
+        std::uint32_t name : 30;  // in `names_`; 0 when this place holds no directory
+        std::uint32_t pending : 1;
+        std::uint32_t isFolder : 1;
+    };
+
+    // The kernel gives out watches in ascending order, so pages fill up densely.
+    static constexpr std::size_t pageNodes = 256;
+    struct Page {
+        std::array<Node, pageNodes> nodes{};
+        std::size_t used = 0;
+    };
+
+    // A link beyond a directory's first.
+    struct Alias {
+        Watch parent;
+        NameArena::Offset name;
+    };
+
+    using Names = std::vector<std::string_view>;  // of a path, the last one first
+
+    Node* find(Watch watch) const;
+    void forEach(const std::function<void(Watch, Node&)>& visit) const;
+    std::vector<Alias> storedLinks(Watch watch) const;
+    bool isBelow(Watch watch, Watch ancestor) const;
+    bool isReachable(Watch watch) const;
+    void collectPaths(Watch watch, Names names, std::size_t most,
+                      std::vector<std::string>& paths) const;
+    void addFolderPaths(Watch watch, const Names& names, std::size_t most,
+                        std::vector<std::string>& paths) const;
+    void compactNames();
+
+    std::vector<std::string> folders_;
+    std::vector<Watch> folderWatches_;
+    std::unordered_map<std::size_t, std::unique_ptr<Page>> pages_;
+    std::multimap<Watch, Alias> aliases_;
+    NameArena names_;
+    NameArena::Offset noName_;
+    std::size_t size_ = 0;
+};
+
+}  // namespace glintmark::platform

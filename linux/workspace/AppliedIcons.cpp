@@ -1,0 +1,97 @@
+#include "linux/workspace/AppliedIcons.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <string_view>
+#include <unordered_set>
+
+#include "linux/files/FileURI.h"
+#include "linux/files/PosixFileManager.h"
+#include "linux/files/WholeFile.h"
+#include "linux/workspace/IconStore.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr mode_t fileMode = 0600;
+
+std::string lineOf(const AppliedIcon& applied) {
+    return applied.name + " " + glibFileURI(applied.path) + "\n";
+}
+
+AppliedIcon parsedLine(std::string_view line) {
+    const auto blank = line.find(' ');
+    if (blank == std::string_view::npos || !IconStore::isName(line.substr(0, blank))) {
+        return {};
+    }
+    return {std::string(line.substr(0, blank)),
+            pathOfLocation(std::string(line.substr(blank + 1)))};
+}
+
+}  // namespace
+
+void AppliedIcons::add(const AppliedIcon& applied) {
+    const std::string line = lineOf(applied);
+    const std::scoped_lock lock(mutex_);
+    const int file = open(file_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, fileMode);
+    if (file < 0) {
+        return;
+    }
+    const off_t end = lseek(file, 0, SEEK_END);
+    const auto written = write(file, line.data(), line.size());
+    if (written != static_cast<ssize_t>(line.size())) {
+        // The next line must not be taken for the rest of this one.
+        static_cast<void>(!ftruncate(file, end));
+    }
+    close(file);
+}
+
+std::optional<std::vector<AppliedIcon>> AppliedIcons::all() const {
+    const std::scoped_lock lock(mutex_);
+    return read();
+}
+
+std::optional<std::vector<AppliedIcon>> AppliedIcons::read() const {
+    std::vector<AppliedIcon> entries;
+    errno = 0;
+    const auto text = PosixFileManager().contents(file_, std::numeric_limits<std::size_t>::max());
+    if (!text) {
+        return errno == ENOENT ? std::optional(entries) : std::nullopt;
+    }
+    std::unordered_set<std::string> seen;
+    // From the end, since the last line about a file is the one that holds.
+    for (std::string_view rest = *text; !rest.empty();) {
+        const auto end = rest.back() == '\n' ? rest.size() - 1 : rest.size();
+        const auto newline = end == 0 ? std::string_view::npos : rest.rfind('\n', end - 1);
+        const auto begin = newline == std::string_view::npos ? 0 : newline + 1;
+        AppliedIcon entry = parsedLine(rest.substr(begin, end - begin));
+        rest = rest.substr(0, begin);
+        if (!entry.path.empty() && seen.insert(entry.path).second) {
+            entries.push_back(std::move(entry));
+        }
+    }
+    std::reverse(entries.begin(), entries.end());
+    return entries;
+}
+
+void AppliedIcons::reduce(const std::function<bool(const AppliedIcon&)>& keep) {
+    const std::scoped_lock lock(mutex_);
+    const auto entries = read();
+    if (!entries) {
+        return;
+    }
+    std::string text;
+    for (const auto& entry : *entries) {
+        if (keep(entry)) {
+            text += lineOf(entry);
+        }
+    }
+    writeFileAtomically(file_, text);
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,130 @@
+#include "linux/workspace/DesktopWorkspace.h"
+
+#include <cstdint>
+#include <utility>
+
+#include "linux/files/FileURI.h"
+#include "linux/workspace/DesktopLauncher.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr auto linkMimeType = "application/x-webloc";
+constexpr auto folderMimeType = "inode/directory";
+
+// The metadata daemon answers within a millisecond once it runs. It is waited for longer only when
+// its answer decides whether the icon is set at all.
+constexpr milliseconds usualPatience{2};
+constexpr milliseconds decisivePatience{500};
+
+std::string wholeSeconds(const struct stat& status) {
+    return std::to_string(status.st_mtim.tv_sec);
+}
+
+/// With microseconds, as the thumbnail services that look at them write it.
+std::string exactSeconds(const struct stat& status) {
+    constexpr long nanosecondsPerMicrosecond = 1000;
+    constexpr std::size_t digits = 6;
+    const std::string fraction = std::to_string(status.st_mtim.tv_nsec / nanosecondsPerMicrosecond);
+    return wholeSeconds(status) + "." + std::string(digits - fraction.size(), '0') + fraction;
+}
+
+}  // namespace
+
+/// The file of one call, as it was when the call began.
+struct DesktopWorkspace::Target {
+    std::string path;
+    struct stat status;
+    IconPictures pictures;
+};
+
+WorkspaceFolders WorkspaceFolders::ofUser() {
+    return {g_get_home_dir(), g_get_user_data_dir(), g_get_user_cache_dir()};
+}
+
+DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders)
+    : DesktopWorkspace(bus, folders, &IconMetadata::writeThroughGIO) {}
+
+DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders,
+                                   IconMetadata::Writer metadataWriter)
+    : bus_(bus),
+      store_(folders.dataHome),
+      applied_(folders.dataHome),
+      thumbnails_(folders.cacheHome),
+      nudge_(bus),
+      metadata_(std::move(metadataWriter)),
+      sweeper_(IconSweep(store_, applied_, folders.home)) {}
+
+void DesktopWorkspace::prepareIcon(const Image& image) {
+    if (const auto bitmap = image.bitmap()) {
+        prepared_.add(*bitmap, preparedIcon(*bitmap, store_));
+    }
+}
+
+bool DesktopWorkspace::setIcon(const Image& image, const std::string& path) {
+    const auto bitmap = image.bitmap();
+    if (!bitmap) {
+        return false;
+    }
+    auto icon = prepared_.take(*bitmap);  // also when there is no file any more
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    if (!icon) {
+        icon = preparedIcon(*bitmap, store_);
+    }
+    const auto& name = icon->name;
+    const auto target =
+        std::make_shared<const Target>(Target{path, status, std::move(icon->pictures)});
+    if (name) {
+        writeIconName(path, *name);
+        applied_.add({*name, path});
+    }
+    const bool hasThumbnails = writeThumbnails(*target, wholeSeconds(status));
+    if (!name) {
+        finish(*target);
+        return hasThumbnails;
+    }
+    const auto hasAttribute = std::make_shared<bool>(false);
+    metadata_.set(path, glibFileURI(store_.pathOf(*name)),
+                  hasThumbnails ? usualPatience : decisivePatience,
+                  [this, target, hasAttribute](bool written) {
+                      *hasAttribute = written;
+                      finish(*target);
+                  });
+    return hasThumbnails || *hasAttribute;
+}
+
+bool DesktopWorkspace::writeThumbnails(const Target& target,
+                                       const std::string& modificationTime) const {
+    ThumbnailSubject subject;
+    subject.modificationTime = modificationTime;
+    subject.size = static_cast<std::uint64_t>(target.status.st_size);
+    subject.mimeType = S_ISDIR(target.status.st_mode) ? folderMimeType : linkMimeType;
+    bool complete = true;
+    for (auto& uri : fileURIs(target.path)) {
+        subject.uri = std::move(uri);
+        complete = thumbnails_.write(target.pictures, subject) && complete;
+    }
+    return complete;
+}
+
+/// Makes open windows look again. A file whose time may not be set has thumbnails for its real one.
+void DesktopWorkspace::finish(const Target& target) {
+    if (!WindowNudge::touch(target.path, target.status) && target.status.st_mtim.tv_nsec != 0) {
+        writeThumbnails(target, exactSeconds(target.status));
+    }
+    nudge_.signal(target.path);
+}
+
+bool DesktopWorkspace::openFileViewer(const std::string& folder) {
+    return showFolder(bus_.connection(), glibFileURI(folder));
+}
+
+bool DesktopWorkspace::open(const URL& url) { return launchDefault(url.absoluteString()); }
+
+}  // namespace glintmark::platform

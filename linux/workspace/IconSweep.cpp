@@ -1,0 +1,174 @@
+#include "linux/workspace/IconSweep.h"
+
+#include <fts.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+#include "linux/files/FileURI.h"
+#include "linux/workspace/IconMetadata.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds firstDelay{600};
+constexpr seconds period{24 * 3600};
+constexpr std::size_t stackBytes = std::size_t{512} * 1024;
+constexpr std::string_view linkSuffix = ".webloc";
+
+bool isFolder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// In doubt yes.
+bool exists(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
+
+/// Whether a look at a file or folder failed in a way that tells nothing about it. What the user
+/// may not read shows no icon either.
+bool tellsNothing(int error) {
+    constexpr std::array answers = {0,       ENODATA, ENOTSUP, ERANGE, ENOENT,
+                                    ENOTDIR, EACCES,  EPERM,   ELOOP};
+    return std::find(answers.begin(), answers.end(), error) == answers.end();
+}
+
+/// Whether the file on record has the icon still, or cannot be asked at present: a disk that is
+/// not mounted now may be tomorrow.
+bool mayHaveIcon(const AppliedIcon& applied, const std::string& iconURI) {
+    if (!exists(applied.path)) {
+        return !isFolder(applied.path.substr(0, applied.path.rfind('/') + 1));
+    }
+    errno = 0;
+    if (const auto name = readIconName(applied.path)) {
+        return *name == applied.name;
+    }
+    return tellsNothing(errno) || IconMetadata::readThroughGIO(applied.path) == iconURI;
+}
+
+struct CloseTree {
+    void operator()(FTS* tree) const { fts_close(tree); }
+};
+using Tree = std::unique_ptr<FTS, CloseTree>;
+
+/// Leaves processor and disk to everybody else (setpriority(2), ioprio_set(2)).
+void becomeUnimportant() {
+    constexpr int ioprioWhoProcess = 1;
+    constexpr int ioprioIdle = 3 << 13;
+    constexpr int lowest = 19;
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), lowest);
+    syscall(SYS_ioprio_set, ioprioWhoProcess, 0, ioprioIdle);
+}
+
+}  // namespace
+
+void IconSweep::run(std::time_t now, const std::atomic<bool>& stopping) const {
+    const std::time_t before = now - std::chrono::duration_cast<seconds>(unusedFor).count();
+    std::set<std::string> candidates = store_.unusedSince(before);
+    keepThoseOnRecord(candidates);
+    keepThoseBelowHome(candidates, stopping);
+    if (stopping) {
+        return;
+    }
+    for (const auto& name : candidates) {
+        store_.removeUnused(name, before);
+    }
+    if (!candidates.empty()) {
+        applied_.reduce(
+            [&](const AppliedIcon& entry) { return exists(store_.pathOf(entry.name)); });
+    }
+    store_.removeUnfinished(now);
+}
+
+void IconSweep::keepThoseOnRecord(std::set<std::string>& candidates) const {
+    if (candidates.empty()) {
+        return;
+    }
+    const auto entries = applied_.all();
+    if (!entries) {
+        candidates.clear();
+        return;
+    }
+    for (const auto& entry : *entries) {
+        if (candidates.contains(entry.name) &&
+            mayHaveIcon(entry, glibFileURI(store_.pathOf(entry.name)))) {
+            candidates.erase(entry.name);
+        }
+    }
+}
+
+void IconSweep::keepThoseBelowHome(std::set<std::string>& candidates,
+                                   const std::atomic<bool>& stopping) const {
+    if (candidates.empty()) {
+        return;
+    }
+    std::string root = home_;
+    char* roots[] = {root.data(), nullptr};
+    // Other file systems below the home folder may be remote and hang.
+    constexpr int options = FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV;
+    const Tree tree(isFolder(home_) ? fts_open(roots, options, nullptr) : nullptr);
+    while (const FTSENT* entry = tree ? fts_read(tree.get()) : nullptr) {
+        if (stopping || candidates.empty()) {
+            return;
+        }
+        const std::string_view name(entry->fts_name, entry->fts_namelen);
+        const bool isUnread = entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR;
+        errno = isUnread ? entry->fts_errno : 0;
+        if (entry->fts_info != FTS_DP && name.find(linkSuffix) != std::string_view::npos) {
+            if (const auto icon = readIconName(entry->fts_path)) {
+                candidates.erase(*icon);
+            }
+        }
+        if (tellsNothing(errno)) {
+            candidates.clear();
+            return;
+        }
+    }
+    const bool isWholeTree = tree != nullptr && errno == 0;  // as fts_read(3) leaves it
+    if (!isWholeTree) {
+        candidates.clear();
+    }
+}
+
+IconSweeper::IconSweeper(IconSweep sweep) : sweep_(std::move(sweep)) { scheduleIn(firstDelay); }
+
+IconSweeper::~IconSweeper() { stop(); }
+
+void IconSweeper::sweepNow() {
+    stop();
+    stopping_ = false;
+    thread_ = Thread::start("icon-sweep", stackBytes, [this] {
+        becomeUnimportant();
+        sweep_.run(std::time(nullptr), stopping_);
+    });
+}
+
+void IconSweeper::stop() {
+    stopping_ = true;
+    thread_.reset();
+}
+
+void IconSweeper::scheduleIn(seconds delay) {
+    const auto fire = [](gpointer data) -> gboolean {
+        auto* self = static_cast<IconSweeper*>(data);
+        self->timer_.forget();
+        self->sweepNow();
+        self->scheduleIn(period);
+        return G_SOURCE_REMOVE;
+    };
+    timer_ = GSourceId(g_timeout_add_seconds(static_cast<guint>(delay.count()), fire, this));
+}
+
+}  // namespace glintmark::platform

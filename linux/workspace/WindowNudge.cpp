@@ -1,0 +1,93 @@
+#include "linux/workspace/WindowNudge.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+#include "linux/files/FileURI.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr gint64 arrivalDelayMicroseconds = 300'000;
+constexpr gint64 microsecondsPerMillisecond = 1000;
+
+constexpr auto objectPath = "/";
+constexpr auto interfaceName = "org.kde.KDirNotify";
+
+bool isSameVersion(const struct stat& one, const struct stat& other) {
+    return one.st_ino == other.st_ino && one.st_dev == other.st_dev &&
+           one.st_mtim.tv_sec == other.st_mtim.tv_sec &&
+           one.st_mtim.tv_nsec == other.st_mtim.tv_nsec && one.st_size == other.st_size;
+}
+
+std::string folderOf(const std::string& uri) { return uri.substr(0, uri.rfind('/')); }
+
+}  // namespace
+
+bool WindowNudge::touch(const std::string& path, const struct stat& seen) {
+    struct stat now {};
+    if (stat(path.c_str(), &now) != 0 || !isSameVersion(seen, now)) {
+        return true;
+    }
+    struct timespec times[2] = {};
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_sec = seen.st_mtim.tv_sec;
+    return utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+}
+
+void WindowNudge::signal(const std::string& path) {
+    if (bus_.connection() == nullptr) {
+        return;
+    }
+    // A view of a folder that was reached through a link knows it under the link's name.
+    GVariantBuilder gone;
+    g_variant_builder_init(&gone, G_VARIANT_TYPE("as"));
+    for (const auto& uri : fileURIs(path)) {
+        g_variant_builder_add(&gone, "s", uri.c_str());
+        arrivals_.push_back({g_get_monotonic_time() + arrivalDelayMicroseconds, folderOf(uri)});
+    }
+    emit("FilesRemoved", g_variant_new("(as)", &gone));
+    if (!timer_) {
+        armTimer();
+    }
+}
+
+void WindowNudge::emit(const char* name, GVariant* arguments) {
+    const GVariantHandle owned(g_variant_ref_sink(arguments));
+    if (GDBusConnection* connection = bus_.connection(); connection != nullptr) {
+        g_dbus_connection_emit_signal(connection, nullptr, objectPath, interfaceName, name,
+                                      owned.get(), nullptr);
+    }
+}
+
+void WindowNudge::armTimer() {
+    const gint64 wait = std::max<gint64>(arrivals_.front().due - g_get_monotonic_time(), 0);
+    const auto fire = [](gpointer self) -> gboolean {
+        static_cast<WindowNudge*>(self)->timer_.forget();
+        static_cast<WindowNudge*>(self)->emitDueArrivals();
+        return G_SOURCE_REMOVE;
+    };
+    timer_ = GSourceId(g_timeout_add(
+        static_cast<guint>((wait + microsecondsPerMillisecond - 1) / microsecondsPerMillisecond),
+        fire, this));
+}
+
+void WindowNudge::emitDueArrivals() {
+    const gint64 now = g_get_monotonic_time();
+    std::string last;
+    while (!arrivals_.empty() && arrivals_.front().due <= now) {
+        // Many files of one folder at once need one look at it.
+        if (arrivals_.front().folderURI != last) {
+            last = arrivals_.front().folderURI;
+            emit("FilesAdded", g_variant_new("(s)", last.c_str()));
+        }
+        arrivals_.pop_front();
+    }
+    if (!arrivals_.empty()) {
+        armTimer();
+    }
+}
+
+}  // namespace glintmark::platform

@@ -1,8 +1,0 @@
-#include <sys/prctl.h>
-
-#include "platform/image/DecoderServer.h"
-
-int main() {
-    prctl(PR_SET_NAME, "glintmark-image");  // it may have been executed by its descriptor's number
-    return glintmark::platform::image::runDecoder({});
-}

@@ -1,0 +1,27 @@
+#include <gtest/gtest.h>
+
+#include "base/text/TextCase.h"
+
+namespace glintmark::platform {
+namespace {
+
+TEST(TextCaseTest, LettersBecomeLowerCaseAndTheRestStays) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},
+        {"MASKABLE any 12", "maskable any 12"},
+        {"ÀÉÎ ЖЩ Σ", "àéî жщ σ"},
+        {"mas\u212Aable", "maskable"},  // the Kelvin sign
+        {"I\u0130", "ii"},              // in no language's own way
+        {"ß アイコン", "ß アイコン"},
+    };
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(lowercased(text), expected);
+    }
+}
+
+TEST(TextCaseTest, AZeroByteIsACharacterLikeOthers) {
+    EXPECT_EQ(lowercased(std::string_view("A\0B", 3)), std::string_view("a\0b", 3));
+}
+
+}  // namespace
+}  // namespace glintmark::platform

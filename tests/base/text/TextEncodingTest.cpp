@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include "base/text/TextEncoding.h"
+
+namespace glintmark::platform {
+namespace {
+
+using namespace std::string_view_literals;
+
+TEST(TextEncodingTest, CharactersTakeOneToFourBytes) {
+    std::string text;
+    for (const char32_t character : {U'\0', U'a', U'\u00e9', U'\u65e5', U'\U0010FFFF'}) {
+        appendUTF8(text, character);
+    }
+    EXPECT_EQ(text, "\0a\xC3\xA9\xE6\x97\xA5\xF4\x8F\xBF\xBF"sv);
+}
+
+TEST(TextEncodingTest, OnlyWellFormedTextIsUTF8) {
+    for (const auto text : {""sv, "a\0b"sv, "\0"sv, "\xC3\xA9"sv, "\xF4\x8F\xBF\xBF"sv}) {
+        EXPECT_TRUE(isUTF8(text)) << text;
+    }
+    for (const auto text : {"\xC3"sv, "\xC3\0"sv, "\x80"sv, "\xC0\x80"sv, "\xED\xA0\x80"sv,
+                            "\xF4\x90\x80\x80"sv, "\xFF"sv, "a\0\xFF"sv}) {
+        EXPECT_FALSE(isUTF8(text)) << text;
+    }
+}
+
+TEST(TextEncodingTest, DecodesByTheEncodingsName) {
+    EXPECT_EQ(decodedText("caf\xE9", "ISO-8859-1"), "caf\xC3\xA9");
+    EXPECT_EQ(decodedText("caf\xE9", "windows-1252"), "caf\xC3\xA9");
+    EXPECT_EQ(decodedText("\x65\xE5"sv, "utf-16be"), "\xE6\x97\xA5");
+    EXPECT_EQ(decodedText("\x93\xFA", "Shift_JIS"), "\xE6\x97\xA5");
+    EXPECT_EQ(decodedText({}, "UTF-16LE"), "");
+}
+
+TEST(TextEncodingTest, RefusesWhatIsIllFormed) {
+    EXPECT_FALSE(decodedText("\xC3", "UTF-8"));
+    EXPECT_FALSE(decodedText("\x65", "UTF-16LE"));
+    EXPECT_FALSE(decodedText("\xD8\0\0a"sv, "UTF-16BE"));
+}
+
+TEST(TextEncodingTest, RefusesNamesThatConvertersShouldNotGet) {
+    EXPECT_FALSE(decodedText("a", "no-such-encoding"));
+    EXPECT_FALSE(decodedText("a", "ISO-8859-1//TRANSLIT"));
+    EXPECT_FALSE(decodedText("a", "ISO-2022-JP"));
+    EXPECT_FALSE(decodedText("a", "iso_2022.kr"));
+}
+
+}  // namespace
+}  // namespace glintmark::platform

@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "decoder/DecodeImage.h"
+#include "decoder/HeapPixels.h"
+#include "decoder/ImageLimits.h"
+#include "decoder/WarmUp.h"
+#include "tests/decoder/ImageFiles.h"
+
+namespace glintmark::platform::image {
+namespace {
+
+class RefusedTest : public testing::TestWithParam<std::string> {};
+
+TEST_P(RefusedTest, DoesNotDecode) {
+    const Bytes file = imageFile(GetParam());
+    ASSERT_FALSE(file.empty());
+    EXPECT_FALSE(decoded(file));
+}
+
+std::string testName(const testing::TestParamInfo<std::string>& info) {
+    std::string name = info.param;
+    for (char& c : name) {
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
+    }
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Broken, RefusedTest,
+                         testing::Values("truncated.png", "wrong-checksum.png", "truncated.jpg",
+                                         "truncated.gif", "without-frame.gif",
+                                         "without-colours.gif", "truncated.tiff",
+                                         "strip-outside.tiff", "truncated.webp", "truncated.avif",
+                                         "truncated.bmp", "bmp8-rle-truncated.bmp", "truncated.ico",
+                                         "without-entries.ico", "truncated.icns",
+                                         "runs-end-early.icns", "not-an-image.html"),
+                         testName);
+
+INSTANTIATE_TEST_SUITE_P(BeyondTheLimits, RefusedTest,
+                         testing::Values("65-entries.ico", "65-elements.icns"), testName);
+
+class BombTest : public testing::TestWithParam<std::string> {};
+
+TEST_P(BombTest, ShowsNothingLarge) {
+    const Bytes file = imageFile(GetParam());
+    ASSERT_FALSE(file.empty());
+    const auto bitmap = decoded(file);
+    EXPECT_TRUE(!bitmap || bitmap->pixels().size() < 1000);
+}
+
+std::vector<std::string> bombs() {
+    std::vector<std::string> names = imageFileNames();
+    std::erase_if(names, [](const std::string& name) { return !name.starts_with("bomb-"); });
+    return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(Bombs, BombTest, testing::ValuesIn(bombs()), testName);
+
+TEST(DecodeImageTest, NothingIsNoImage) { EXPECT_FALSE(decoded(Bytes{})); }
+
+TEST(DecodeImageTest, ASignatureAloneIsNoImage) {
+    for (const std::string& name : imageFileNames()) {
+        Bytes file = imageFile(name);
+        file.resize(std::min<std::size_t>(file.size(), 12));
+        EXPECT_FALSE(decoded(file)) << name;
+    }
+}
+
+TEST(DecodeImageTest, FiftyMillionPixelsAreAllowed) {
+    const auto bitmap = decoded("large-10000x5000.png");
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(bitmap->pixelsWide(), 10000);
+}
+
+TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
+    for (const std::string& name : imageFileNames()) {
+        if (name.starts_with("bomb-") || name.starts_with("large-")) continue;
+        const Bytes file = imageFile(name);
+        const std::size_t step = std::max<std::size_t>(1, file.size() / 100);
+        for (std::size_t length = 0; length < file.size(); length += step) {
+            decoded(Bytes(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)));
+        }
+    }
+}
+
+TEST(DecodeImageTest, DamagedImagesAreSurvived) {
+    std::mt19937 random(1);
+    for (const std::string& name : imageFileNames()) {
+        if (name.starts_with("bomb-") || name.starts_with("large-")) continue;
+        const Bytes file = imageFile(name);
+        for (int round = 0; round < 20; ++round) {
+            Bytes damaged = file;
+            for (int i = 0; i < 3; ++i) {
+                damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
+            }
+            const auto bitmap = decoded(damaged);
+            EXPECT_TRUE(!bitmap || bitmap->pixelsWide() <= maximumSide);
+        }
+    }
+}
+
+TEST(PixelStoreTest, SizesBeyondTheLimitsGetNoCanvas) {
+    HeapPixels pixels;
+    EXPECT_FALSE(pixels.allocate(0, 1));
+    EXPECT_FALSE(pixels.allocate(1, 0));
+    EXPECT_FALSE(pixels.allocate(-1, 5));
+    EXPECT_FALSE(pixels.allocate(maximumSide + 1, 1));
+    EXPECT_FALSE(pixels.allocate(1, maximumSide + 1));
+    EXPECT_FALSE(pixels.allocate(10000, 5001));
+    EXPECT_FALSE(pixels.allocate(std::int64_t{1} << 40U, std::int64_t{1} << 40U));
+    EXPECT_TRUE(pixels.allocate(maximumSide, 1));
+    EXPECT_TRUE(pixels.allocate(1, maximumSide));
+}
+
+TEST(PixelStoreTest, ANewCanvasIsTransparent) {
+    HeapPixels pixels;
+    std::ranges::fill(pixels.allocate(2, 2)->pixels(), std::uint8_t{9});
+    const auto canvas = pixels.allocate(2, 2);
+    EXPECT_TRUE(std::ranges::all_of(canvas->pixels(), [](auto byte) { return byte == 0; }));
+}
+
+TEST(WarmUpTest, EveryLibraryReadsItsSample) {
+    EXPECT_TRUE(warmUp());
+    EXPECT_TRUE(warmUpForPNG());
+}
+
+}  // namespace
+}  // namespace glintmark::platform::image

@@ -1,0 +1,151 @@
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "linux/files/PosixFileManager.h"
+#include "tests/linux/Unprivileged.h"
+#include "tests/platform/FileManagerContract.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace glintmark::platform {
+namespace {
+
+class PosixSubject : public FileManagerSubject {
+public:
+    FileManager& manager() override { return manager_; }
+    std::string folder() override { return directory_.path(); }
+    void createFile(const std::string& path, const std::string& bytes) override {
+        directory_.write(relative(path), bytes);
+    }
+    void createDirectory(const std::string& path) override {
+        directory_.createDirectories(relative(path));
+    }
+    void remove(const std::string& path) override { directory_.remove(relative(path)); }
+
+private:
+    std::string relative(const std::string& path) {
+        return path.substr(directory_.path().size() + 1);
+    }
+
+    test::TemporaryDirectory directory_;
+    PosixFileManager manager_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Posix, FileManagerContract,
+                         testing::Values(+[]() -> std::unique_ptr<FileManagerSubject> {
+                             return std::make_unique<PosixSubject>();
+                         }));
+
+/// Sets HOME for its own lifetime; null removes it.
+class HomeScope {
+public:
+    explicit HomeScope(const char* value) {
+        const char* before = std::getenv("HOME");
+        before_ = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+        set(value);
+    }
+    ~HomeScope() { set(before_ ? before_->c_str() : nullptr); }
+
+private:
+    static void set(const char* value) {
+        if (value != nullptr) {
+            ::setenv("HOME", value, 1);
+        } else {
+            ::unsetenv("HOME");
+        }
+    }
+
+    std::optional<std::string> before_;
+};
+
+class PosixFileManagerTest : public testing::Test {
+protected:
+    test::TemporaryDirectory directory_;
+    PosixFileManager manager_;
+};
+
+TEST_F(PosixFileManagerTest, TheHomeDirectoryIsThatOfTheEnvironment) {
+    const HomeScope home("/home/kim//");
+    EXPECT_EQ(manager_.homeDirectoryForCurrentUser(), "/home/kim");
+}
+
+TEST_F(PosixFileManagerTest, TheRootCanBeAHomeDirectory) {
+    const HomeScope home("/");
+    EXPECT_EQ(manager_.homeDirectoryForCurrentUser(), "/");
+}
+
+TEST_F(PosixFileManagerTest, WithoutAnAbsoluteHomeThePasswordDatabaseSaysIt) {
+    const passwd* entry = ::getpwuid(::getuid());
+    ASSERT_NE(entry, nullptr);
+    for (const char* value : {static_cast<const char*>(nullptr), "", "relative/home"}) {
+        const HomeScope home(value);
+        EXPECT_EQ(manager_.homeDirectoryForCurrentUser(), entry->pw_dir);
+    }
+}
+
+TEST_F(PosixFileManagerTest, ALinkExistsWhenItsTargetDoes) {
+    directory_.write("target");
+    directory_.createLink("target", "good");
+    directory_.createLink("missing", "bad");
+    EXPECT_TRUE(manager_.fileExists(directory_.path("good")));
+    EXPECT_FALSE(manager_.fileExists(directory_.path("bad")));
+}
+
+TEST_F(PosixFileManagerTest, NamesAreBytes) {
+    const std::string name = "\xFF\n%s\"\\\xC3";
+    directory_.write(name, "x");
+    std::vector<std::string> names;
+    EXPECT_TRUE(manager_.contentsOfDirectory(
+        directory_.path(), [&](std::string_view found) { names.emplace_back(found); }));
+    EXPECT_THAT(names, testing::ElementsAre(name));
+    EXPECT_TRUE(manager_.fileExists(directory_.path(name)));
+    EXPECT_EQ(manager_.contents(directory_.path(name), 10), "x");
+}
+
+TEST_F(PosixFileManagerTest, ManyNamesAreAllListedOnce) {
+    constexpr std::size_t count = 3000;  // more than one read of the directory holds
+    for (std::size_t i = 0; i < count; ++i) {
+        directory_.write("a-rather-long-name-" + std::to_string(i));
+    }
+    std::vector<std::string> names;
+    EXPECT_TRUE(manager_.contentsOfDirectory(
+        directory_.path(), [&](std::string_view found) { names.emplace_back(found); }));
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names.size(), count);
+    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
+}
+
+TEST_F(PosixFileManagerTest, WithoutPermissionNothingIsListedOrRead) {
+    directory_.createDirectories("folder");
+    directory_.write("file", "x");
+    ASSERT_EQ(::chmod(directory_.path("folder").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(directory_.path("file").c_str(), 0), 0);
+    const Unprivileged unprivileged;
+    EXPECT_FALSE(manager_.contentsOfDirectory(directory_.path("folder"), [](auto) {}));
+    EXPECT_EQ(manager_.contents(directory_.path("file"), 10), std::nullopt);
+}
+
+TEST_F(PosixFileManagerTest, APipeHasNoContentsAndIsNotWaitedFor) {
+    ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(manager_.contents(directory_.path("pipe"), 10), std::nullopt);
+}
+
+TEST_F(PosixFileManagerTest, AFileThatDoesNotTellItsSizeIsReadWhole) {
+    const auto contents = manager_.contents("/proc/self/status", 1024 * 1024);
+    ASSERT_TRUE(contents.has_value());
+    EXPECT_THAT(*contents, testing::StartsWith("Name:"));
+    EXPECT_GT(contents->size(), 100U);
+}
+
+TEST_F(PosixFileManagerTest, ALargeFileIsReadWhole) {
+    const std::string bytes(300'000, 'x');
+    directory_.write("large", bytes);
+    EXPECT_EQ(manager_.contents(directory_.path("large"), 1'000'000), bytes);
+    EXPECT_EQ(manager_.contents(directory_.path("large"), 100'000)->size(), 100'000U);
+}
+
+}  // namespace
+}  // namespace glintmark::platform

@@ -1,0 +1,391 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "base/graphics/Image.h"
+#include "base/system/FileDescriptor.h"
+#include "linux/images/SandboxedImageDecoder.h"
+#include "tests/linux/ProcessState.h"
+#include "tests/linux/Waiting.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace glintmark::platform {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+std::string contents(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string imageFile(const std::string& name) {
+    return contents(fs::path(GLINTMARK_TEST_DATA "/images") / name);
+}
+
+/// The processes that run the executable at `path`.
+std::vector<pid_t> processesOf(const fs::path& path) {
+    std::vector<pid_t> found;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::error_code error;
+        if (fs::read_symlink(entry.path() / "exe", error) == path) {
+            found.push_back(std::stoi(entry.path().filename()));
+        }
+    }
+    return found;
+}
+
+/// The fourth field of proc(5)'s "stat"; the names of these processes have no blanks.
+/// Negative when the process has ended meanwhile.
+pid_t parentOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string skipped;
+    pid_t parent = -1;
+    file >> skipped >> skipped >> skipped >> parent;
+    return parent;
+}
+
+/// Whether it lives and is not in its sandbox, which a child is from its image on.
+bool isWaiting(pid_t process) {
+    const fs::path status = fs::path("/proc") / std::to_string(process) / "status";
+    return contents(status).find("\nSeccomp:\t0\n") != std::string::npos;
+}
+
+/// Returns when the process, with all its threads, has let go of what it had. Its parent need not
+/// have heard of that. See pidfd_open(2).
+void killAndWait(pid_t process) {
+    const FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    kill(process, SIGKILL);
+    pollfd ended{handle.get(), POLLIN, 0};
+    ASSERT_EQ(poll(&ended, 1, 10'000), 1);
+}
+
+class SandboxedImageDecoderTest : public testing::Test {
+protected:
+    /// A decoder whose executable is a copy of `helper`, so that its processes can be told from
+    /// those of other tests.
+    SandboxedImageDecoder& decoderOf(const char* helper) {
+        helper_ = fs::canonical(directory_.path()) / "decoder";
+        fs::copy_file(helper, helper_);
+        decoder_ = std::make_unique<SandboxedImageDecoder>(helper_);
+        return *decoder_;
+    }
+    SandboxedImageDecoder& realDecoder() { return decoderOf(GLINTMARK_IMAGE_DECODER); }
+    SandboxedImageDecoder& misbehavingDecoder() { return decoderOf(GLINTMARK_MISBEHAVING_DECODER); }
+
+    /// A decoder whose executable is the shell script `text`.
+    SandboxedImageDecoder& scriptedDecoder(const std::string& text) {
+        helper_ = fs::path(directory_.path()) / "decoder";
+        std::ofstream(helper_) << "#!/bin/sh\n" << text << "\n";
+        fs::permissions(helper_, fs::perms::owner_all);
+        decoder_ = std::make_unique<SandboxedImageDecoder>(helper_);
+        return *decoder_;
+    }
+
+    bool decodes(const std::string& data) { return decoder_->decode(data) != nullptr; }
+    bool decodesGoodImage() { return decodes(imageFile("rgba8.png")); }
+
+    /// Without their children.
+    std::vector<pid_t> helpers() const {
+        const std::vector<pid_t> all = processesOf(helper_);
+        std::vector<pid_t> found;
+        std::ranges::copy_if(all, std::back_inserter(found), [&](pid_t process) {
+            const pid_t parent = parentOf(process);
+            return parent >= 0 && std::ranges::find(all, parent) == all.end();
+        });
+        return found;
+    }
+    bool helpersAreGone() const {
+        return waitFor([this] { return processesOf(helper_).empty(); });
+    }
+
+    /// The child that waits for the next image, once there is no other.
+    std::optional<pid_t> spareChild() const {
+        std::optional<pid_t> spare;
+        waitFor([&] {
+            const std::vector<pid_t> all = processesOf(helper_);
+            const auto found = std::ranges::find_if(all, [&](pid_t process) {
+                return std::ranges::count(all, parentOf(process)) == 1 && isWaiting(process);
+            });
+            if (all.size() == 2 && found != all.end()) spare = *found;
+            return spare.has_value();
+        });
+        return spare;
+    }
+
+    test::TemporaryDirectory directory_;
+    fs::path helper_;
+    std::unique_ptr<SandboxedImageDecoder> decoder_;
+};
+
+TEST_F(SandboxedImageDecoderTest, AnImageComesThroughUnchanged) {
+    const auto image = realDecoder().decode(imageFile("rgba8.png"));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (Size{6, 5}));
+    const auto bitmap = image->bitmap();
+    ASSERT_TRUE(bitmap);
+    EXPECT_TRUE(bitmap->hasAlpha());
+    const auto last = bitmap->pixels().last(4);
+    EXPECT_THAT(std::vector<int>(last.begin(), last.end()),
+                testing::ElementsAre(200, 200, 200, 225));
+}
+
+TEST_F(SandboxedImageDecoderTest, EveryFormatDecodesInsideTheSandbox) {
+    SandboxedImageDecoder& decoder = realDecoder();
+    for (const char* name : {"rgb8.png",          "rgba16-interlaced.png",
+                             "palette4-trns.png", "baseline.jpg",
+                             "progressive.jpg",   "cmyk-adobe.jpg",
+                             "opaque87a.gif",     "animated.gif",
+                             "bilevel-g4.tiff",   "rgba-unassociated.tiff",
+                             "deflate.tiff",      "lossless-alpha.webp",
+                             "lossy.webp",        "animated.webp",
+                             "lossless.avif",     "lossy-alpha.avif",
+                             "ten-bit.avif",      "bmp8-rle.bmp",
+                             "bmp24.bmp",         "all-depths.ico",
+                             "png.ico",           "cursor.cur",
+                             "it32-mask.icns",    "ic07-png.icns"}) {
+        EXPECT_TRUE(decoder.decode(imageFile(name))) << name;
+    }
+}
+
+TEST_F(SandboxedImageDecoderTest, WhatIsNoImageIsRefused) {
+    SandboxedImageDecoder& decoder = realDecoder();
+    EXPECT_FALSE(decoder.decode(""));
+    EXPECT_FALSE(decoder.decode("x"));
+    for (const char* name :
+         {"not-an-image.html", "truncated.png", "truncated.avif", "bomb-30000x30000.png",
+          "bomb-16384x16384.png", "bomb-65535x65535.gif", "bomb-65535-entries.ico",
+          "bomb-20000x20000.tiff", "bomb-scans.jpg", "bomb-65535x65535.bmp"}) {
+        EXPECT_FALSE(decoder.decode(imageFile(name))) << name;
+    }
+    EXPECT_TRUE(decodesGoodImage());
+}
+
+TEST_F(SandboxedImageDecoderTest, ALargeImageIsDecodedAgainForEachUse) {
+    const auto image = realDecoder().decode(imageFile("large-1025x1024.png"));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (Size{1025, 1024}));
+    const auto first = image->bitmap();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->pixelsWide(), 1025);
+    const std::uint8_t* before = first->pixels().data();
+    const auto second = image->bitmap();  // while the first is kept: waits, but not for ever
+    ASSERT_TRUE(second);
+    EXPECT_NE(second->pixels().data(), before);
+}
+
+#ifndef GLINTMARK_SANITIZED  // which slows the child beyond its five seconds on a busy machine
+TEST_F(SandboxedImageDecoderTest, FiftyMillionPixelsFitTheLargeSlot) {
+    const auto image = realDecoder().decode(imageFile("large-10000x5000.png"));
+    ASSERT_TRUE(image);
+    const auto bitmap = image->bitmap();
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(bitmap->pixels().size(), 200'000'000U);
+    EXPECT_EQ(bitmap->alphaAt(9999, 4999), 1.0);
+}
+#endif
+
+TEST_F(SandboxedImageDecoderTest, ALargeImageOutlivesItsDecoder) {
+    const auto image = realDecoder().decode(imageFile("large-1025x1024.png"));
+    decoder_.reset();
+    ASSERT_TRUE(image);
+    EXPECT_TRUE(image->bitmap());
+}
+
+TEST_F(SandboxedImageDecoderTest, SeveralThreadsDecodeAtOnce) {
+    SandboxedImageDecoder& decoder = realDecoder();
+    const std::string small = imageFile("rgba8.png");
+    const std::string large = imageFile("large-1025x1024.png");
+    std::atomic<int> decoded = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 5; ++i) {
+                const auto image = decoder.decode((t + i) % 5 == 0 ? large : small);
+                if (image && image->bitmap()) ++decoded;
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(decoded, 30);
+    EXPECT_EQ(helpers().size(), 1U);
+}
+
+TEST_F(SandboxedImageDecoderTest, NoDescriptorsAreLeft) {
+    SandboxedImageDecoder& decoder = realDecoder();
+    ASSERT_TRUE(decodesGoodImage());
+    const std::size_t before = openDescriptors();
+    const auto kept = decoder.decode(imageFile("large-1025x1024.png"));
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_TRUE(decodesGoodImage());
+        EXPECT_FALSE(decodes("no image"));
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(SandboxedImageDecoderTest, TheHelperHasNothingButItsSocket) {
+    realDecoder();
+    ASSERT_TRUE(decodesGoodImage());
+    ASSERT_EQ(helpers().size(), 1U);
+    const fs::path process = fs::path("/proc") / std::to_string(helpers().front());
+    EXPECT_EQ(contents(process / "environ"), "");
+    EXPECT_EQ(fs::read_symlink(process / "cwd"), "/");
+    EXPECT_EQ(fs::read_symlink(process / "fd/0"), "/dev/null");
+    EXPECT_TRUE(fs::read_symlink(process / "fd/3").string().starts_with("socket:"));
+#ifndef GLINTMARK_SANITIZED  // the sanitizers keep a thread and descriptors of their own
+    EXPECT_EQ(std::distance(fs::directory_iterator(process / "task"), {}), 1);
+    // Two more belong to the child that waits, and until the one before has been reaped there is
+    // also what watches it.
+    EXPECT_TRUE(
+        waitFor([&] { return std::distance(fs::directory_iterator(process / "fd"), {}) == 6; }));
+#endif
+}
+
+#ifndef GLINTMARK_SANITIZED  // the sanitizers keep descriptors of their own
+TEST_F(SandboxedImageDecoderTest, TheWaitingChildHasNothingButTheSocketAndItsChannel) {
+    realDecoder();
+    ASSERT_TRUE(decodesGoodImage());
+    const auto spare = spareChild();
+    ASSERT_TRUE(spare);
+    const fs::path process = fs::path("/proc") / std::to_string(*spare);
+    EXPECT_TRUE(
+        waitFor([&] { return std::distance(fs::directory_iterator(process / "fd"), {}) == 5; }));
+}
+#endif
+
+TEST_F(SandboxedImageDecoderTest, AWaitingChildThatWasKilledIsReplaced) {
+    realDecoder();
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(decodesGoodImage()) << round;
+        const auto spare = spareChild();
+        ASSERT_TRUE(spare);
+        const pid_t helper = helpers().front();
+        killAndWait(*spare);
+        ASSERT_TRUE(decodesGoodImage()) << round;
+        EXPECT_EQ(helpers(), std::vector{helper});
+    }
+}
+
+TEST_F(SandboxedImageDecoderTest, AChildThatStaysHoldsALargeImageUpUntilItIsKilled) {
+    misbehavingDecoder();
+    EXPECT_FALSE(decodes("close and stay"));
+    EXPECT_TRUE(decodesGoodImage());
+    EXPECT_TRUE(decodes(imageFile("large-1025x1024.png")));
+}
+
+TEST_F(SandboxedImageDecoderTest, NobodyHasToWaitForTheHelper) {
+    realDecoder();
+    ASSERT_TRUE(decodesGoodImage());
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(SandboxedImageDecoderTest, TheHelperEndsWithTheProgram) {
+    realDecoder();
+    ASSERT_TRUE(decodesGoodImage());
+    EXPECT_EQ(helpers().size(), 1U);
+    decoder_.reset();
+    EXPECT_TRUE(helpersAreGone());
+}
+
+TEST_F(SandboxedImageDecoderTest, AnIdleHelperEndsAndAnotherTakesOver) {
+    misbehavingDecoder();  // which is soon idle
+    for (int round = 0; round < 4; ++round) {
+        EXPECT_TRUE(decodesGoodImage()) << round;
+        EXPECT_TRUE(helpersAreGone());
+    }
+}
+
+TEST_F(SandboxedImageDecoderTest, AnUpgradeThatReplacesTheHelperChangesNothing) {
+    misbehavingDecoder();  // which is soon idle
+    ASSERT_TRUE(decodesGoodImage());
+    ASSERT_TRUE(helpersAreGone());
+    fs::remove(helper_);
+    fs::copy_file("/bin/false", helper_);
+    EXPECT_TRUE(decodesGoodImage());
+    fs::remove(helper_);
+    EXPECT_TRUE(decodesGoodImage());
+}
+
+TEST_F(SandboxedImageDecoderTest, AHelperThatWasKilledIsStartedAgain) {
+    realDecoder();
+    for (int round = 0; round < 4; ++round) {
+        ASSERT_TRUE(decodesGoodImage()) << round;
+        ASSERT_EQ(helpers().size(), 1U);
+        kill(helpers().front(), SIGKILL);
+        ASSERT_TRUE(helpersAreGone());
+    }
+}
+
+class MisdeedTest : public SandboxedImageDecoderTest,
+                    public testing::WithParamInterface<std::string> {};
+
+TEST_P(MisdeedTest, YieldsNoImageAndDoesNoHarm) {
+    misbehavingDecoder();
+    EXPECT_FALSE(decodes(GetParam()));
+    EXPECT_TRUE(decodesGoodImage());
+    EXPECT_FALSE(fs::exists("/tmp/glintmark-escaped"));
+}
+
+std::string testName(const testing::TestParamInfo<std::string>& info) {
+    std::string name = info.param;
+    std::ranges::replace(name, ' ', '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forbidden, MisdeedTest,
+                         testing::Values("open", "create", "socket", "execve", "fork", "kill",
+                                         "write elsewhere", "executable memory", "long file"),
+                         testName);
+INSTANTIATE_TEST_SUITE_P(Died, MisdeedTest, testing::Values("crash", "end", "spin"), testName);
+INSTANTIATE_TEST_SUITE_P(Lied, MisdeedTest,
+                         testing::Values("answer half", "answer twice", "answer for ever",
+                                         "more pixels than there are", "negative width", "too wide",
+                                         "odd boolean", "unknown status", "always too large"),
+                         testName);
+#ifndef GLINTMARK_SANITIZED  // whose builds have no limit on addresses
+INSTANTIATE_TEST_SUITE_P(Greedy, MisdeedTest, testing::Values("eat memory"), testName);
+#endif
+
+TEST_F(SandboxedImageDecoderTest, ALibraryMayWarn) {
+    misbehavingDecoder();
+    EXPECT_TRUE(decodes("warn"));
+}
+
+TEST_F(SandboxedImageDecoderTest, WithoutAHelperNothingDecodes) {
+    decoder_ = std::make_unique<SandboxedImageDecoder>("/nowhere/decoder");
+    EXPECT_FALSE(decodesGoodImage());
+    scriptedDecoder("exit 1");
+    EXPECT_FALSE(decodesGoodImage());
+}
+
+TEST_F(SandboxedImageDecoderTest, AHelperThatKeepsDyingIsStartedRarely) {
+    const fs::path starts = fs::path(directory_.path()) / "starts";
+    scriptedDecoder("echo >> " + starts.string());
+    for (int i = 0; i < 50; ++i) EXPECT_FALSE(decodesGoodImage());
+    const std::size_t count = contents(starts).size();
+    EXPECT_GE(count, 2U);
+    EXPECT_LE(count, 8U);  // few, however long the loop took
+}
+
+TEST_F(SandboxedImageDecoderTest, AHelperThatIsStuckIsGivenUp) {
+    decoderOf(GLINTMARK_SILENT_DECODER);
+    decoder_ = std::make_unique<SandboxedImageDecoder>(helper_, 50ms);
+    EXPECT_FALSE(decodesGoodImage());
+    EXPECT_TRUE(helpersAreGone());
+}
+
+}  // namespace
+}  // namespace glintmark::platform

@@ -1,0 +1,302 @@
+#include <glib/gstdio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "linux/panel/PortalOpenPanel.h"
+#include "tests/linux/FakePeer.h"
+#include "tests/linux/MainLoop.h"
+#include "tests/linux/PrivateBus.h"
+
+namespace glintmark::platform {
+namespace {
+
+constexpr auto portalName = "org.freedesktop.portal.Desktop";
+constexpr auto portalXml = R"xml(<node>
+  <interface name="org.freedesktop.portal.FileChooser">
+    <property name="version" type="u" access="read"/>
+    <method name="OpenFile">
+      <arg type="s" direction="in"/><arg type="s" direction="in"/>
+      <arg type="a{sv}" direction="in"/><arg type="o" direction="out"/>
+    </method>
+  </interface>
+</node>)xml";
+constexpr auto requestXml = R"xml(<node>
+  <interface name="org.freedesktop.portal.Request"><method name="Close"/></interface>
+</node>)xml";
+
+/// What a fake portal does when a dialog is asked for.
+enum class PortalManner {
+    answers,
+    answersBeforeItReturns,
+    refuses,
+    diesWithoutReturning,
+    diesWithTheDialogOpen,
+    waits,
+};
+
+class FakePortal {
+public:
+    explicit FakePortal(const PrivateBus& bus) : peer_(bus) {
+        peer_.offer(
+            "/org/freedesktop/portal/desktop", portalXml,
+            [this](const std::string&, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                open(arguments, invocation);
+            },
+            [this](const std::string&) { return g_variant_new_uint32(version); });
+        peer_.ownName(portalName);
+    }
+
+    void die() { peer_.die(); }
+    void answer() {
+        GVariant* response =
+            g_variant_parse(nullptr, answerText.c_str(), nullptr, nullptr, nullptr);
+        g_dbus_connection_emit_signal(peer_.connection(), nullptr, path_.c_str(),
+                                      "org.freedesktop.portal.Request", "Response", response,
+                                      nullptr);
+    }
+
+    PortalManner manner = PortalManner::answers;
+    guint version = 3;
+    std::string answerText = "(uint32 0, {'uris': <['file:///home/kim/My%20Links']>})";
+    std::string asked;  ///< The arguments of OpenFile.
+    int closed = 0;
+
+private:
+    void open(GVariant* arguments, GDBusMethodInvocation* invocation) {
+        const GStringHandle text(g_variant_print(arguments, FALSE));
+        asked = text.get();
+        std::string sender = g_dbus_method_invocation_get_sender(invocation) + 1;
+        std::replace(sender.begin(), sender.end(), '.', '_');
+        path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/glintmark";
+        peer_.offer(path_.c_str(), requestXml,
+                    [this](const std::string&, GVariant*, GDBusMethodInvocation* close) {
+                        ++closed;
+                        g_dbus_method_invocation_return_value(close, nullptr);
+                    });
+        switch (manner) {
+            case PortalManner::refuses:
+                refuse(invocation, "no backend");
+                return;
+            case PortalManner::diesWithoutReturning:
+                g_object_unref(invocation);
+                dieSoon();
+                return;
+            case PortalManner::answersBeforeItReturns:
+                answer();
+                break;
+            case PortalManner::answers:
+                later_.emplace([] { return true; }, [this] { answer(); });
+                break;
+            case PortalManner::diesWithTheDialogOpen:
+                dieSoon();
+                break;
+            case PortalManner::waits:
+                break;
+        }
+        g_dbus_method_invocation_return_value(invocation, g_variant_new("(o)", path_.c_str()));
+    }
+
+    void dieSoon() {
+        later_.emplace([] { return true; }, [this] { die(); });
+    }
+
+    FakePeer peer_;
+    std::string path_;
+    std::optional<DoWhen> later_;
+};
+
+/// A folder of fake programs that alone are on the PATH.
+class FakePrograms {
+public:
+    FakePrograms() : path_(g_getenv("PATH")) {
+        const GStringHandle folder(g_dir_make_tmp("glintmark-bin-XXXXXX", nullptr));
+        folder_ = folder.get();
+        g_setenv("PATH", folder_.c_str(), TRUE);
+    }
+    ~FakePrograms() {
+        for (const auto& program : programs_) {
+            g_unlink((folder_ + "/" + program).c_str());
+        }
+        g_rmdir(folder_.c_str());
+        g_setenv("PATH", path_.c_str(), TRUE);
+    }
+
+    void add(const std::string& name, const std::string& script) {
+        const std::string file = folder_ + "/" + name;
+        g_file_set_contents(file.c_str(), ("#!/bin/sh\n" + script + "\n").c_str(), -1, nullptr);
+        g_chmod(file.c_str(), 0700);
+        programs_.push_back(name);
+    }
+
+private:
+    std::string path_;
+    std::string folder_;
+    std::vector<std::string> programs_;
+};
+
+class PortalOpenPanelTest : public testing::Test {
+protected:
+    FakePortal& startPortal(PortalManner manner) {
+        portal_ = std::make_unique<FakePortal>(daemon_);
+        portal_->manner = manner;
+        return *portal_;
+    }
+
+    OpenPanel::Result choose() {
+        OpenPanel::Settings settings;
+        settings.canChooseDirectories = true;
+        settings.canChooseFiles = false;
+        settings.message = "Choose a folder";
+        return panel_.runModal(settings);
+    }
+
+    /// The chosen path; "cancelled", or "nothing" for an answer without one.
+    std::string outcome() {
+        const auto result = choose();
+        return result.response == ModalResponse::cancel ? "cancelled"
+                                                        : result.path.value_or("nothing");
+    }
+
+    PrivateBus daemon_;
+    FakePrograms programs_;
+    std::unique_ptr<FakePortal> portal_;
+    SessionBus bus_;
+    MainLoops loops_;
+    PortalOpenPanel panel_{bus_, loops_};
+};
+
+TEST_F(PortalOpenPanelTest, AsksThePortalForOneFolder) {
+    startPortal(PortalManner::answers);
+    EXPECT_EQ(outcome(), "/home/kim/My Links");
+    EXPECT_EQ(portal_->asked,
+              "('', 'Choose a folder', {'handle_token': <'glintmark'>, 'modal': <true>, "
+              "'directory': <true>, 'multiple': <false>})");
+    runPending();
+    EXPECT_EQ(portal_->closed, 0);  // it was answered, so there is nothing to close
+}
+
+TEST_F(PortalOpenPanelTest, AnAnswerThatComesBeforeTheCallReturnsIsNotMissed) {
+    startPortal(PortalManner::answersBeforeItReturns);
+    EXPECT_EQ(outcome(), "/home/kim/My Links");
+}
+
+TEST_F(PortalOpenPanelTest, ThePathIsTheBytesOfTheURI) {
+    startPortal(PortalManner::answers).answerText =
+        "(uint32 0, {'uris': <['file:///a%0Ab%FFc%25', 'file:///second']>})";
+    EXPECT_EQ(outcome(),
+              "/a\nb\xff"
+              "c%");
+}
+
+TEST_F(PortalOpenPanelTest, AnswersThatChooseNothing) {
+    const std::vector<std::pair<std::string, std::string>> table{
+        {"(uint32 1, @a{sv} {})", "cancelled"},
+        {"(uint32 2, @a{sv} {})", "cancelled"},
+        {"(uint32 0, @a{sv} {})", "nothing"},
+        {"(uint32 0, {'uris': <@as []>})", "nothing"},
+        {"(uint32 0, {'uris': <'file:///not-a-list'>})", "nothing"},
+        {"(uint32 0, {'uris': <['https://example.com/']>})", "nothing"},
+        {"('not', 'a response')", "cancelled"},
+    };
+    for (const auto& [answer, expected] : table) {
+        startPortal(PortalManner::answers).answerText = answer;
+        EXPECT_EQ(outcome(), expected) << answer;
+        portal_->die();
+    }
+}
+
+TEST_F(PortalOpenPanelTest, APortalThatDiesWithTheDialogOpenCountsAsCancelled) {
+    programs_.add("zenity", "echo /not/asked");
+    startPortal(PortalManner::diesWithTheDialogOpen);
+    EXPECT_EQ(outcome(), "cancelled");
+}
+
+TEST_F(PortalOpenPanelTest, ABusThatDiesWithTheDialogOpenCountsAsCancelled) {
+    startPortal(PortalManner::waits);
+    const DoWhen stop([&] { return !portal_->asked.empty(); }, [&] { daemon_.stop(); });
+    EXPECT_EQ(outcome(), "cancelled");
+}
+
+TEST_F(PortalOpenPanelTest, AProgramStandsInWhereThePortalCannotShowFolders) {
+    programs_.add("zenity", "echo /from/zenity");
+    startPortal(PortalManner::answers).version = 2;
+    EXPECT_EQ(outcome(), "/from/zenity");
+    portal_->die();
+    startPortal(PortalManner::refuses);
+    EXPECT_EQ(outcome(), "/from/zenity");
+    portal_->die();
+    startPortal(PortalManner::diesWithoutReturning);
+    EXPECT_EQ(outcome(), "/from/zenity");
+    EXPECT_EQ(outcome(), "/from/zenity");  // and where there is no portal at all
+    daemon_.stop();
+    ASSERT_TRUE(waitUntil([&] { return bus_.connection() == nullptr; }));
+    EXPECT_EQ(outcome(), "/from/zenity");  // nor a bus
+}
+
+TEST_F(PortalOpenPanelTest, WithoutAPortalAndAProgramThePanelIsCancelled) {
+    EXPECT_EQ(outcome(), "cancelled");
+}
+
+TEST_F(PortalOpenPanelTest, ZenityIsAskedForAFolder) {
+    programs_.add("zenity", R"(printf '%s\n' "$*")");
+    EXPECT_EQ(outcome(), "--file-selection --title=Choose a folder --directory");
+}
+
+TEST_F(PortalOpenPanelTest, KdialogStandsInForZenity) {
+    programs_.add("kdialog", R"(printf '%s\n' "$*")");
+    EXPECT_EQ(outcome(),
+              std::string("--title Choose a folder --getexistingdirectory ") + g_get_home_dir());
+}
+
+TEST_F(PortalOpenPanelTest, TheProgramsOutputLosesOnlyItsLastLineFeed) {
+    programs_.add("zenity", R"(printf '/a\n\377b\n\n')");
+    EXPECT_EQ(outcome(),
+              "/a\n\xff"
+              "b\n");
+}
+
+TEST_F(PortalOpenPanelTest, AProgramThatFailsOrPrintsNothingChoosesNothing) {
+    programs_.add("zenity", "echo /half; exit 1");
+    EXPECT_EQ(outcome(), "cancelled");
+    programs_.add("zenity", "kill -9 $$");
+    EXPECT_EQ(outcome(), "cancelled");
+    programs_.add("zenity", "exit 0");
+    EXPECT_EQ(outcome(), "nothing");
+}
+
+TEST_F(PortalOpenPanelTest, EndingTheProgramClosesThePortalsDialog) {
+    startPortal(PortalManner::waits);
+    const DoWhen end([&] { return !portal_->asked.empty(); }, [&] { loops_.quitAll(); });
+    EXPECT_EQ(outcome(), "cancelled");
+    EXPECT_TRUE(waitUntil([&] { return portal_->closed == 1; }));
+}
+
+TEST_F(PortalOpenPanelTest, EndingTheProgramEndsTheDialogsProgram) {
+    const std::string mark = daemon_.folder() + "/ended";
+    const std::string begun = daemon_.folder() + "/begun";
+    programs_.add("zenity", "trap ': >" + mark + "; exit' TERM; : >" + begun +
+                                "; while :; do /bin/sleep 0.01; done");
+    const DoWhen end([&] { return g_file_test(begun.c_str(), G_FILE_TEST_EXISTS) != FALSE; },
+                     [&] { loops_.quitAll(); });
+    EXPECT_EQ(outcome(), "cancelled");
+    EXPECT_TRUE(waitUntil([&] { return g_file_test(mark.c_str(), G_FILE_TEST_EXISTS) != FALSE; }));
+    g_unlink(mark.c_str());
+    g_unlink(begun.c_str());
+}
+
+TEST_F(PortalOpenPanelTest, ASecondPanelInsideTheFirstIsCancelled) {
+    startPortal(PortalManner::waits);
+    std::string second;
+    const DoWhen inner([&] { return !portal_->asked.empty(); },
+                       [&] {
+                           second = outcome();
+                           portal_->answer();
+                       });
+    EXPECT_EQ(outcome(), "/home/kim/My Links");
+    EXPECT_EQ(second, "cancelled");
+}
+
+}  // namespace
+}  // namespace glintmark::platform

@@ -1,0 +1,249 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "linux/bus/SessionBus.h"
+#include "linux/statusitem/DBusMenu.h"
+#include "tests/linux/FakePeer.h"
+#include "tests/linux/MainLoop.h"
+#include "tests/linux/PrivateBus.h"
+
+namespace glintmark::platform {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr auto invalidArguments = "org.freedesktop.DBus.Error.InvalidArgs";
+
+class DBusMenuTest : public testing::Test {
+protected:
+    DBusMenuTest() { menu_.offer(bus_.connection()); }
+
+    MenuItem item(std::string title) {
+        MenuItem item;
+        item.title = std::move(title);
+        item.action = [this](const MenuItem& chosen) { chosen_.push_back(chosen.title); };
+        return item;
+    }
+
+    /// Entries 1 to 6, where 4 and 5 lie in the submenu of 3.
+    Menu example() {
+        Menu menu;
+        menu.addItem(item("Version"));
+        menu.addItem(MenuItem::separatorItem());
+        MenuItem folder;
+        folder.title = "  ~/my_links";
+        folder.submenu = {item("Remove"), item("Show")};
+        menu.addItem(folder);
+        MenuItem quit = item("Quit");
+        quit.keyEquivalent = "q";
+        menu.addItem(quit);
+        return menu;
+    }
+
+    PeerReply call(const std::string& method, const std::string& arguments) {
+        return panel_.call(g_dbus_connection_get_unique_name(bus_.connection()), DBusMenu::path,
+                           "com.canonical.dbusmenu", method, arguments);
+    }
+
+    PrivateBus daemon_;
+    SessionBus bus_;
+    FakePeer panel_{daemon_};
+    DBusMenu menu_;
+    std::vector<std::string> chosen_;
+};
+
+TEST_F(DBusMenuTest, AnEmptyMenuIsARootWithoutChildren) {
+    EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").part(1), "(0, {}, [])");
+}
+
+TEST_F(DBusMenuTest, TheLayoutGivesEachEntrysProperties) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").part(1),
+              "(0, {'children-display': <'submenu'>}, ["
+              "<(1, {'label': <'Version'>}, @av [])>, "
+              "<(2, {'type': <'separator'>}, @av [])>, "
+              "<(3, {'label': <'  ~/my__links'>, 'children-display': <'submenu'>}, ["
+              "<(4, {'label': <'Remove'>}, @av [])>, <(5, {'label': <'Show'>}, @av [])>])>, "
+              "<(6, {'label': <'Quit'>, 'shortcut': <[['Control', 'q']]>}, @av [])>])");
+}
+
+TEST_F(DBusMenuTest, ALineThatCannotBeChosenIsGreyed) {
+    Menu menu;
+    MenuItem withoutAction;
+    withoutAction.title = "Caption";
+    menu.addItem(withoutAction);
+    MenuItem disabled = item("Disabled");
+    disabled.enabled = false;
+    menu.addItem(disabled);
+    menu_.setMenu(menu);
+    EXPECT_EQ(call("GetProperty", "(1, 'enabled')").part(0), "<false>");
+    EXPECT_EQ(call("GetProperty", "(2, 'enabled')").part(0), "<false>");
+
+    EXPECT_EQ(call("Event", "(2, 'clicked', <0>, uint32 0)").errorName, "");
+    runPending();
+    EXPECT_THAT(chosen_, ElementsAre());
+}
+
+TEST_F(DBusMenuTest, TheDepthLimitsTheLayout) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("GetLayout", "(3, 0, ['label'])").part(1),
+              "(3, {'label': <'  ~/my__links'>}, [])");
+    const auto one = call("GetLayout", "(0, 1, @as [])").part(1);
+    EXPECT_THAT(one, HasSubstr("my__links"));
+    EXPECT_THAT(one, Not(HasSubstr("Remove")));
+    EXPECT_THAT(call("GetLayout", "(0, 2147483647, @as [])").part(1), HasSubstr("Remove"));
+    EXPECT_THAT(call("GetLayout", "(0, -2147483648, @as [])").part(1), HasSubstr("Remove"));
+}
+
+TEST_F(DBusMenuTest, ANameThatIsNotUTF8IsStillShown) {
+    Menu menu;
+    menu.addItem(
+        item("a\xff"
+             "b"));
+    menu_.setMenu(menu);
+    EXPECT_EQ(call("GetProperty", "(1, 'label')").part(0),
+              "<'a\xef\xbf\xbd"
+              "b'>");
+}
+
+TEST_F(DBusMenuTest, GroupPropertiesKeepToTheAskedEntriesAndNames) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("GetGroupProperties", "([1, 99, 6], ['label'])").part(0),
+              "[(1, {'label': <'Version'>}), (6, {'label': <'Quit'>})]");
+    EXPECT_THAT(call("GetGroupProperties", "(@ai [], @as [])").part(0), HasSubstr("(5, {"));
+}
+
+TEST_F(DBusMenuTest, APropertyThatIsNotSetHasItsDefault) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("GetProperty", "(1, 'type')").part(0), "<'standard'>");
+    EXPECT_EQ(call("GetProperty", "(2, 'label')").part(0), "<''>");
+    EXPECT_EQ(call("GetProperty", "(1, 'enabled')").part(0), "<true>");
+    EXPECT_EQ(call("GetProperty", "(1, 'visible')").part(0), "<true>");
+    EXPECT_EQ(call("GetProperty", "(1, 'shortcut')").part(0), "<@aas []>");
+    EXPECT_EQ(call("GetProperty", "(1, 'children-display')").part(0), "<''>");
+}
+
+TEST_F(DBusMenuTest, TheMenuDescribesItself) {
+    const auto property = [this](const char* name) {
+        return panel_.property(g_dbus_connection_get_unique_name(bus_.connection()), DBusMenu::path,
+                               "com.canonical.dbusmenu", name);
+    };
+    EXPECT_EQ(property("Version"), "3");
+    EXPECT_EQ(property("TextDirection"), "'ltr'");
+    EXPECT_EQ(property("Status"), "'normal'");
+    EXPECT_EQ(property("IconThemePath"), "[]");
+}
+
+TEST_F(DBusMenuTest, AClickRunsTheActionAfterItsAnswer) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("Event", "(4, 'clicked', <''>, uint32 7)").errorName, "");
+    ASSERT_TRUE(waitUntil([&] { return !chosen_.empty(); }));
+    EXPECT_THAT(chosen_, ElementsAre("Remove"));
+}
+
+TEST_F(DBusMenuTest, OtherEventsRunNothing) {
+    menu_.setMenu(example());
+    for (const auto* event : {"opened", "hovered", "closed", ""}) {
+        EXPECT_EQ(call("Event", "(1, '" + std::string(event) + "', <0>, uint32 0)").errorName, "");
+    }
+    EXPECT_EQ(call("Event", "(0, 'clicked', <0>, uint32 0)").errorName, "");
+    runPending();
+    EXPECT_THAT(chosen_, ElementsAre());
+}
+
+TEST_F(DBusMenuTest, AGroupOfEventsNamesTheEntriesThatAreUnknown) {
+    menu_.setMenu(example());
+    const auto reply =
+        call("EventGroup",
+             "([(1, 'clicked', <0>, uint32 0), (77, 'clicked', <0>, 0), (6, 'clicked', <0>, 0)],)");
+    EXPECT_EQ(reply.part(0), "[77]");
+    ASSERT_TRUE(waitUntil([&] { return chosen_.size() == 2; }));
+    EXPECT_THAT(chosen_, ElementsAre("Version", "Quit"));
+
+    EXPECT_EQ(call("EventGroup", "([(77, 'clicked', <0>, uint32 0)],)").errorName,
+              invalidArguments);
+    EXPECT_EQ(call("EventGroup", "(@a(isvu) [],)").part(0), "[]");
+}
+
+TEST_F(DBusMenuTest, NothingNeedsUpdatingBeforeItShows) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("AboutToShow", "(0,)").part(0), "false");
+    EXPECT_EQ(call("AboutToShow", "(99,)").errorName, invalidArguments);
+    const auto group = call("AboutToShowGroup", "([0, 3, 99],)");
+    EXPECT_EQ(group.part(0), "[]");
+    EXPECT_EQ(group.part(1), "[99]");
+    EXPECT_EQ(call("AboutToShowGroup", "([99],)").errorName, invalidArguments);
+}
+
+TEST_F(DBusMenuTest, EachNewMenuIsOneNewRevision) {
+    std::vector<std::string> revisions;
+    const auto updated = [](GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                            const gchar*, GVariant* arguments, gpointer list) {
+        const GStringHandle text(g_variant_print(arguments, FALSE));
+        static_cast<std::vector<std::string>*>(list)->emplace_back(text.get());
+    };
+    const guint subscription = g_dbus_connection_signal_subscribe(
+        panel_.connection(), nullptr, "com.canonical.dbusmenu", "LayoutUpdated", DBusMenu::path,
+        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, updated, &revisions, nullptr);
+    call("GetLayout", "(0, 0, @as [])");  // by then the bus knows of the subscription
+
+    menu_.setMenu(example());
+    menu_.setMenu(example());
+    ASSERT_TRUE(waitUntil([&] { return revisions.size() >= 2; }));
+    EXPECT_EQ(call("GetLayout", "(0, 0, @as [])").part(0), "3");
+    EXPECT_THAT(revisions, ElementsAre("(2, 0)", "(3, 0)"));
+    g_dbus_connection_signal_unsubscribe(panel_.connection(), subscription);
+}
+
+TEST_F(DBusMenuTest, AnEntryOfAnEarlierLayoutCannotBeChosen) {
+    menu_.setMenu(example());
+    menu_.setMenu(example());
+    EXPECT_EQ(call("Event", "(1, 'clicked', <0>, uint32 0)").errorName, invalidArguments);
+    EXPECT_EQ(call("Event", "(7, 'clicked', <0>, uint32 0)").errorName, "");
+    ASSERT_TRUE(waitUntil([&] { return !chosen_.empty(); }));
+    EXPECT_THAT(chosen_, ElementsAre("Version"));
+}
+
+TEST_F(DBusMenuTest, AChoiceIsDroppedWhenTheMenuChangesBeforeItsActionRuns) {
+    Menu menu;
+    MenuItem replacing;
+    replacing.title = "Replace";
+    replacing.action = [this](const MenuItem& self) {
+        menu_.setMenu({});
+        chosen_.push_back(self.title);
+    };
+    menu.addItem(replacing);
+    menu.addItem(item("Late"));
+    menu_.setMenu(menu);
+    call("EventGroup", "([(1, 'clicked', <0>, uint32 0), (2, 'clicked', <0>, 0)],)");
+    ASSERT_TRUE(waitUntil([&] { return !chosen_.empty(); }));
+    runPending();
+    EXPECT_THAT(chosen_, ElementsAre("Replace"));
+}
+
+TEST_F(DBusMenuTest, BadCallsAreAnsweredWithErrors) {
+    menu_.setMenu(example());
+    EXPECT_EQ(call("GetLayout", "(99, -1, @as [])").errorName, invalidArguments);
+    EXPECT_EQ(call("GetLayout", "(-1, -1, @as [])").errorName, invalidArguments);
+    EXPECT_EQ(call("GetLayout", "('a', 'b')").errorName, invalidArguments);
+    EXPECT_EQ(call("GetProperty", "(99, 'label')").errorName, invalidArguments);
+    EXPECT_EQ(call("GetProperty", "(1, 'no-such')").errorName, invalidArguments);
+    EXPECT_EQ(call("Event", "(99, 'clicked', <0>, uint32 0)").errorName, invalidArguments);
+    EXPECT_EQ(call("NoSuchMethod", "()").errorName, "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").errorName, "");
+}
+
+TEST_F(DBusMenuTest, AMenuThatIsNoLongerOfferedIsGone) {
+    menu_.setMenu(example());
+    menu_.offer(nullptr);
+    EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").errorName,
+              "org.freedesktop.DBus.Error.UnknownMethod");
+    menu_.setMenu(example());  // with nobody to tell
+    menu_.offer(bus_.connection());
+    EXPECT_EQ(call("GetLayout", "(0, 0, @as [])").part(0), "3");
+}
+
+}  // namespace
+}  // namespace glintmark::platform

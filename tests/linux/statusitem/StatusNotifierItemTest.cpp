@@ -1,0 +1,339 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "linux/bus/SessionBus.h"
+#include "linux/statusitem/StatusNotifierItem.h"
+#include "tests/linux/FakePeer.h"
+#include "tests/linux/MainLoop.h"
+#include "tests/linux/PrivateBus.h"
+
+namespace glintmark::platform {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
+constexpr auto itemInterface = "org.kde.StatusNotifierItem";
+constexpr auto watcherXml = R"xml(<node>
+  <interface name="org.kde.StatusNotifierWatcher">
+    <property name="RegisteredStatusNotifierItems" type="as" access="read"/>
+    <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
+    <signal name="StatusNotifierHostRegistered"/>
+  </interface>
+</node>)xml";
+
+constexpr auto listlessWatcherXml = R"xml(<node>
+  <interface name="org.kde.StatusNotifierWatcher">
+    <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
+    <signal name="StatusNotifierHostRegistered"/>
+  </interface>
+</node>)xml";
+
+/// A panel: keeps the items that register, unless it is told to refuse them or to stay silent.
+class FakePanel {
+public:
+    enum class Answers { welcome, refusal, none };
+
+    explicit FakePanel(const PrivateBus& bus) : peer_(bus) {
+        peer_.offer(
+            "/StatusNotifierWatcher", watcherXml,
+            [this](const std::string&, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                ++calls;
+                const char* service = nullptr;
+                g_variant_get(arguments, "(&s)", &service);
+                if (answers == Answers::refusal) {
+                    refuse(invocation, "not now");
+                } else if (answers == Answers::welcome) {
+                    items.emplace_back(service);
+                    g_dbus_method_invocation_return_value(invocation, nullptr);
+                } else {
+                    pending_.reset(invocation);
+                }
+            },
+            [this](const std::string&) {
+                ++reads;
+                std::vector<const char*> names;
+                for (const auto& item : items) {
+                    names.push_back(item.c_str());
+                }
+                return g_variant_new_strv(names.data(), static_cast<gssize>(names.size()));
+            });
+        peer_.ownName(watcherName);
+    }
+
+    void hostRestarts() { peer_.emit("StatusNotifierHostRegistered", nullptr); }
+
+    std::string property(const std::string& name) const { return property(items.back(), name); }
+    std::string property(const std::string& item, const std::string& name) const {
+        return peer_.property(item, StatusNotifierItem::path, itemInterface, name);
+    }
+
+    FakePeer& peer() { return peer_; }
+
+    Answers answers = Answers::welcome;
+    int calls = 0;
+    int reads = 0;  ///< How often its list was asked for.
+    std::vector<std::string> items;
+
+private:
+    FakePeer peer_;
+    GObjectHandle<GDBusMethodInvocation> pending_;
+};
+
+TemplateImage square() { return {{18, 18}, BezierPath::roundedRect({1, 1}, {16, 16}, 3, 3)}; }
+
+class StatusNotifierItemTest : public testing::Test {
+protected:
+    ~StatusNotifierItemTest() override { panel_.reset(); }
+
+    void makeItem() {
+        item_ = std::make_unique<StatusNotifierItem>(*bus_, daemon_.folder() + "/icons");
+        item_->button()->setImage(square());
+    }
+    FakePanel& startPanel() {
+        panel_ = std::make_unique<FakePanel>(daemon_);
+        return *panel_;
+    }
+    bool registered() {
+        return waitUntil([&] { return panel_ != nullptr && !panel_->items.empty(); });
+    }
+
+    PrivateBus daemon_;
+    std::unique_ptr<SessionBus> bus_ = std::make_unique<SessionBus>();
+    std::unique_ptr<FakePanel> panel_;
+    std::unique_ptr<StatusNotifierItem> item_;
+};
+
+TEST_F(StatusNotifierItemTest, RegistersWithThePanelThatIsThere) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    EXPECT_THAT(panel_->items, ElementsAre(g_dbus_connection_get_unique_name(bus_->connection())));
+}
+
+TEST_F(StatusNotifierItemTest, DescribesItself) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    const std::vector<std::pair<std::string, std::string>> expected{
+        {"Category", "'ApplicationStatus'"},
+        {"Id", "'glintmark'"},
+        {"Title", "'Glintmark'"},
+        {"Status", "'Active'"},
+        {"WindowId", "0"},
+        {"IconName", "'glintmark-symbolic'"},
+        {"IconThemePath", "'" + daemon_.folder() + "/icons'"},
+        {"OverlayIconName", "''"},
+        {"OverlayIconPixmap", "[]"},
+        {"AttentionIconName", "''"},
+        {"AttentionIconPixmap", "[]"},
+        {"AttentionMovieName", "''"},
+        {"ToolTip", "('', [], 'Glintmark', '')"},
+        {"ItemIsMenu", "true"},
+        {"Menu", "'/MenuBar'"}};
+    for (const auto& [name, value] : expected) {
+        EXPECT_EQ(panel_->property(name), value) << name;
+    }
+    EXPECT_TRUE(g_file_test(
+        (daemon_.folder() + "/icons/hicolor/scalable/apps/glintmark-symbolic.svg").c_str(),
+        G_FILE_TEST_EXISTS));
+}
+
+TEST_F(StatusNotifierItemTest, PublishesItsPictureInEverySize) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    const auto reply = panel_->peer().call(panel_->items.back(), StatusNotifierItem::path,
+                                           "org.freedesktop.DBus.Properties", "Get",
+                                           "('" + std::string(itemInterface) + "', 'IconPixmap')");
+    GVariantIter* pictures = nullptr;
+    GVariant* value = nullptr;
+    g_variant_get(reply.value.get(), "(v)", &value);
+    const GVariantHandle owner(value);
+    g_variant_get(value, "a(iiay)", &pictures);
+    std::vector<int> sizes;
+    int width = 0;
+    int height = 0;
+    GVariant* bytes = nullptr;
+    while (g_variant_iter_next(pictures, "(ii@ay)", &width, &height, &bytes) != FALSE) {
+        const GVariantHandle bytesOwner(bytes);
+        EXPECT_EQ(width, height);
+        EXPECT_EQ(g_variant_get_size(bytes), static_cast<gsize>(width * height * 4));
+        sizes.push_back(width);
+    }
+    g_variant_iter_free(pictures);
+    EXPECT_THAT(sizes, ElementsAre(18, 22, 24, 32, 36, 48, 64));
+}
+
+TEST_F(StatusNotifierItemTest, AnActivationIsRefusedSoThatPanelsOpenTheMenu) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    const auto call = [&](const char* method, const char* arguments) {
+        return panel_->peer()
+            .call(panel_->items.back(), StatusNotifierItem::path, itemInterface, method, arguments)
+            .errorName;
+    };
+    EXPECT_EQ(call("Activate", "(1, 2)"), "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(call("SecondaryActivate", "(1, 2)"), "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(call("ContextMenu", "(1, 2)"), "");
+    EXPECT_EQ(call("Scroll", "(1, 'vertical')"), "");
+    EXPECT_EQ(call("Activate", "('x',)"), "org.freedesktop.DBus.Error.InvalidArgs");
+}
+
+TEST_F(StatusNotifierItemTest, ServesItsMenu) {
+    startPanel();
+    makeItem();
+    Menu menu;
+    menu.addItem(MenuItem::separatorItem());
+    item_->setMenu(menu);
+    ASSERT_TRUE(registered());
+    EXPECT_THAT(panel_->peer()
+                    .call(panel_->items.back(), "/MenuBar", "com.canonical.dbusmenu", "GetLayout",
+                          "(0, -1, @as [])")
+                    .part(1),
+                HasSubstr("separator"));
+}
+
+TEST_F(StatusNotifierItemTest, APanelThatStartsLaterGetsTheItem) {
+    makeItem();
+    runPending();
+    startPanel();
+    EXPECT_TRUE(registered());
+}
+
+TEST_F(StatusNotifierItemTest, APanelThatDiesAndRestartsGetsTheItemAgain) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    panel_->peer().die();
+    startPanel();
+    EXPECT_TRUE(registered());
+}
+
+TEST_F(StatusNotifierItemTest, APanelThatRefusesIsAskedAgain) {
+    startPanel().answers = FakePanel::Answers::refusal;
+    makeItem();
+    ASSERT_TRUE(waitUntil([&] { return panel_->calls == 1; }));
+    panel_->answers = FakePanel::Answers::welcome;
+    EXPECT_TRUE(registered());
+    EXPECT_EQ(panel_->calls, 2);
+}
+
+TEST_F(StatusNotifierItemTest, APanelThatDiesBeforeItAnswersIsForgotten) {
+    startPanel().answers = FakePanel::Answers::none;
+    makeItem();
+    ASSERT_TRUE(waitUntil([&] { return panel_->calls == 1; }));
+    panel_->peer().die();
+    startPanel();
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->calls, 1);
+}
+
+TEST_F(StatusNotifierItemTest, AHostThatRestartsGetsTheItemAgainOnlyWhenItWasDropped) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    const std::string name = panel_->items.back();
+    for (const auto& listed : {name, name + "/StatusNotifierItem"}) {
+        panel_->items = {":9.99", listed};
+        const int reads = panel_->reads;
+        panel_->hostRestarts();
+        ASSERT_TRUE(waitUntil([&] { return panel_->reads > reads; }));
+    }
+    EXPECT_EQ(panel_->property(name, "Id"), "'glintmark'");  // by then it has read the lists
+    EXPECT_EQ(panel_->calls, 1);
+
+    panel_->items.clear();
+    panel_->hostRestarts();
+    EXPECT_TRUE(registered());
+    EXPECT_EQ(panel_->calls, 2);
+}
+
+TEST_F(StatusNotifierItemTest, AHostWhoseWatcherKeepsNoListGetsTheItemAgain) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    panel_->peer().withdraw();
+    int calls = 0;
+    panel_->peer().offer("/StatusNotifierWatcher", listlessWatcherXml,
+                         [&](const std::string&, GVariant*, GDBusMethodInvocation* invocation) {
+                             ++calls;
+                             g_dbus_method_invocation_return_value(invocation, nullptr);
+                         });
+    panel_->hostRestarts();
+    EXPECT_TRUE(waitUntil([&] { return calls == 1; }));
+}
+
+TEST_F(StatusNotifierItemTest, TheItemComesBackWithTheBus) {
+    makeItem();
+    daemon_.stop();
+    ASSERT_TRUE(waitUntil([&] { return bus_->connection() == nullptr; }));
+    daemon_.start();
+    startPanel();
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->property("Id"), "'glintmark'");
+}
+
+TEST_F(StatusNotifierItemTest, WithoutABusTheItemWaitsForOne) {
+    daemon_.stop();
+    ASSERT_TRUE(waitUntil([&] { return bus_->connection() == nullptr; }));
+    makeItem();
+    item_->setMenu({});
+    daemon_.start();
+    startPanel();
+    EXPECT_TRUE(registered());
+}
+
+TEST_F(StatusNotifierItemTest, ANewPictureIsAnnounced) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    std::vector<std::string> signals;
+    const auto heard = [](GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                          const gchar* name, GVariant*, gpointer list) {
+        static_cast<std::vector<std::string>*>(list)->emplace_back(name);
+    };
+    const guint subscription = g_dbus_connection_signal_subscribe(
+        panel_->peer().connection(), nullptr, itemInterface, nullptr, StatusNotifierItem::path,
+        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, heard, &signals, nullptr);
+    panel_->property("Id");  // by then the bus knows of the subscription
+    item_->button()->setImage(square());
+    EXPECT_TRUE(waitUntil([&] { return signals.size() == 2; }));
+    EXPECT_THAT(signals, ElementsAre("NewIconThemePath", "NewIcon"));
+    g_dbus_connection_signal_unsubscribe(panel_->peer().connection(), subscription);
+}
+
+TEST_F(StatusNotifierItemTest, AnItemWithoutAPictureNamesNone) {
+    startPanel();
+    item_ = std::make_unique<StatusNotifierItem>(*bus_, "/dev/null/icons");
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->property("IconPixmap"), "[]");
+    item_->button()->setImage(square());
+    EXPECT_EQ(panel_->property("IconName"), "''");
+    EXPECT_EQ(panel_->property("IconThemePath"), "''");
+    EXPECT_THAT(panel_->property("IconPixmap"), StartsWith("[(18, 18, ["));
+}
+
+TEST_F(StatusNotifierItemTest, AnItemThatIsGoneLeavesTheBus) {
+    startPanel();
+    makeItem();
+    ASSERT_TRUE(registered());
+    item_.reset();
+    EXPECT_EQ(panel_->property("Id"), "");
+    EXPECT_FALSE(g_file_test((daemon_.folder() + "/icons").c_str(), G_FILE_TEST_EXISTS));
+}
+
+TEST_F(StatusNotifierItemTest, TheBarMakesItemsThatRegister) {
+    startPanel();
+    StatusNotifierBar bar(*bus_);
+    const auto item = bar.statusItem(squareStatusItemLength);
+    EXPECT_TRUE(registered());
+}
+
+}  // namespace
+}  // namespace glintmark::platform

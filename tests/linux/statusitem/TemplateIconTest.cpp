@@ -1,0 +1,100 @@
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "linux/glib/GLibHandles.h"
+#include "linux/statusitem/TemplateIcon.h"
+
+namespace glintmark::platform {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// A 4 by 4 square at the lower left of an 8 by 8 image.
+TemplateImage lowerLeftSquare() {
+    BezierPath path;
+    path.moveTo({0, 0});
+    path.lineTo({4, 0});
+    path.lineTo({4, 4});
+    path.lineTo({0, 4});
+    path.closePath();
+    return {{8, 8}, path};
+}
+
+std::vector<std::uint8_t> pixelAt(const std::vector<std::uint8_t>& argb, int side, int x, int y) {
+    const auto begin = argb.begin() + (y * side + x) * 4;
+    return {begin, begin + 4};
+}
+
+std::string contents(const std::string& path) {
+    gchar* text = nullptr;
+    gsize length = 0;
+    if (g_file_get_contents(path.c_str(), &text, &length, nullptr) == FALSE) {
+        return "(no file)";
+    }
+    const GStringHandle owner(text);
+    return {text, length};
+}
+
+TEST(TemplateIconTest, TheOriginIsAtTheLowerLeft) {
+    const auto argb = renderTemplate(lowerLeftSquare(), 8);
+    ASSERT_EQ(argb.size(), 8U * 8U * 4U);
+    EXPECT_THAT(pixelAt(argb, 8, 0, 7), ElementsAre(255, neutralGrey, neutralGrey, neutralGrey));
+    EXPECT_THAT(pixelAt(argb, 8, 3, 4), ElementsAre(255, neutralGrey, neutralGrey, neutralGrey));
+    EXPECT_EQ(pixelAt(argb, 8, 4, 4)[0], 0);
+    EXPECT_EQ(pixelAt(argb, 8, 0, 0)[0], 0);
+}
+
+TEST(TemplateIconTest, TheImageFillsWhateverSizeIsAsked) {
+    const auto argb = renderTemplate(lowerLeftSquare(), 18);  // rows need padding in memory
+    ASSERT_EQ(argb.size(), 18U * 18U * 4U);
+    EXPECT_EQ(pixelAt(argb, 18, 8, 9)[0], 255);
+    EXPECT_EQ(pixelAt(argb, 18, 9, 9)[0], 0);
+}
+
+TEST(TemplateIconTest, AShapeInsideAnotherIsAHoleUnderTheEvenOddRule) {
+    TemplateImage image{{8, 8}, BezierPath::roundedRect({0, 0}, {8, 8}, 1, 1)};
+    image.filledPath.append(BezierPath::roundedRect({2, 2}, {4, 4}, 0, 0));
+    EXPECT_EQ(pixelAt(renderTemplate(image, 8), 8, 4, 4)[0], 255);
+    image.filledPath.setWindingRule(WindingRule::evenOdd);
+    EXPECT_EQ(pixelAt(renderTemplate(image, 8), 8, 4, 4)[0], 0);
+    EXPECT_THAT(symbolicSVG(image), HasSubstr("fill-rule=\"evenodd\""));
+}
+
+TEST(TemplateIconTest, TheSymbolicIconHasTheSamePathWithYDownwards) {
+    const auto svg = symbolicSVG(lowerLeftSquare());
+    EXPECT_THAT(svg, HasSubstr("d=\"M0 8L4 8L4 4L0 4Z\""));
+    EXPECT_THAT(svg, HasSubstr("viewBox=\"0 0 8 8\""));
+    EXPECT_THAT(svg, HasSubstr("fill-rule=\"nonzero\""));
+    EXPECT_THAT(svg, HasSubstr("#808080"));
+}
+
+TEST(TemplateIconTest, CurvesBecomeCurves) {
+    BezierPath path;
+    path.moveTo({0, 0});
+    path.curveTo({0, 1.5}, {0.25, 2}, {2, 2});
+    EXPECT_THAT(symbolicSVG({{2, 2}, path}), HasSubstr("d=\"M0 2C0 0.5 0.25 0 2 0\""));
+}
+
+TEST(TemplateIconTest, TheIconFolderExistsAsLongAsItsOwner) {
+    const GStringHandle base(g_dir_make_tmp("glintmark-icon-XXXXXX", nullptr));
+    const std::string folder = std::string(base.get()) + "/icons";
+    const std::string file = folder + "/hicolor/scalable/apps/glintmark-symbolic.svg";
+    {
+        const SymbolicIconFolder icon(folder, lowerLeftSquare());
+        EXPECT_EQ(icon.path(), folder);
+        EXPECT_EQ(contents(file), symbolicSVG(lowerLeftSquare()));
+    }
+    EXPECT_FALSE(g_file_test(folder.c_str(), G_FILE_TEST_EXISTS));
+    EXPECT_EQ(g_rmdir(base.get()), 0);
+}
+
+TEST(TemplateIconTest, AFolderThatCannotBeMadeLeavesNoIcon) {
+    const SymbolicIconFolder icon("/dev/null/icons", lowerLeftSquare());
+    EXPECT_EQ(icon.path(), "");
+}
+
+}  // namespace
+}  // namespace glintmark::platform

@@ -1,0 +1,113 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "linux/workspace/AppliedIcons.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace glintmark::platform {
+namespace {
+
+using testing::ElementsAre;
+using testing::FieldsAre;
+using testing::IsEmpty;
+using testing::Optional;
+
+const std::string nameA(64, 'a');
+const std::string nameB(64, 'b');
+
+TEST(AppliedIconsTest, RemembersTheLatestIconOfEachFile) {
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "");
+    AppliedIcons applied(folder.path());
+    applied.add({nameA, "/one.webloc"});
+    applied.add({nameA, "/two.webloc"});
+    applied.add({nameB, "/one.webloc"});
+    EXPECT_THAT(
+        AppliedIcons(folder.path()).all(),
+        Optional(ElementsAre(FieldsAre(nameA, "/two.webloc"), FieldsAre(nameB, "/one.webloc"))));
+}
+
+TEST(AppliedIconsTest, PathsOfAnyBytesComeBack) {
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "");
+    AppliedIcons applied(folder.path());
+    const std::string path = "/a b%\n\xFF\xC3\xA9\"'.webloc";
+    applied.add({nameA, path});
+    EXPECT_THAT(applied.all(), Optional(ElementsAre(FieldsAre(nameA, path))));
+}
+
+TEST(AppliedIconsTest, LinesThatAreNoneAreLeftOut) {
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "\n\nnonsense\n" + nameA + "\n" + nameA + " relative\n" +
+                                          "short file:///x\n" + nameA + " file:///kept\n" + nameB +
+                                          " file:///cut%20short");
+    EXPECT_THAT(AppliedIcons(folder.path()).all(),
+                Optional(ElementsAre(FieldsAre(nameA, "/kept"), FieldsAre(nameB, "/cut short"))));
+}
+
+TEST(AppliedIconsTest, AMissingListIsEmptyAndAMissingFolderIsHarmless) {
+    const test::TemporaryDirectory folder;
+    AppliedIcons applied(folder.path());
+    applied.add({nameA, "/one.webloc"});
+    EXPECT_THAT(applied.all(), Optional(IsEmpty()));
+}
+
+TEST(AppliedIconsTest, AListThatCannotBeReadIsNoEmptyOneAndStays) {
+    const test::TemporaryDirectory folder;
+    folder.createDirectories("glintmark/applied");
+    AppliedIcons applied(folder.path());
+    EXPECT_EQ(applied.all(), std::nullopt);
+    applied.reduce([](const AppliedIcon&) { return true; });
+    EXPECT_TRUE(std::filesystem::is_directory(folder / "glintmark/applied"));
+}
+
+/// While it lives, no file may be larger, as on a disk that is almost full.
+class LargestFile {
+public:
+    explicit LargestFile(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit little{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &little);
+    }
+    ~LargestFile() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    LargestFile(const LargestFile&) = delete;
+    LargestFile& operator=(const LargestFile&) = delete;
+
+private:
+    void (*handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before_{};
+};
+
+TEST(AppliedIconsTest, ALineThatDoesNotFitOnTheDiskDoesNotSpoilTheNext) {
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "");
+    AppliedIcons applied(folder.path());
+    applied.add({nameA, "/one.webloc"});
+    {
+        const LargestFile almostFull(folder.read("glintmark/applied").size() + nameA.size() + 20);
+        applied.add({nameA, "/does/not/fit.webloc"});
+    }
+    applied.add({nameB, "/three.webloc"});
+    EXPECT_THAT(applied.all(), Optional(ElementsAre(FieldsAre(nameA, "/one.webloc"),
+                                                    FieldsAre(nameB, "/three.webloc"))));
+}
+
+TEST(AppliedIconsTest, ReducingKeepsWhatIsAskedFor) {
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "");
+    AppliedIcons applied(folder.path());
+    applied.add({nameA, "/one.webloc"});
+    applied.add({nameB, "/two.webloc"});
+    applied.reduce([](const AppliedIcon& entry) { return entry.name == nameB; });
+    EXPECT_EQ(folder.read("glintmark/applied"), nameB + " file:///two.webloc\n");
+}
+
+}  // namespace
+}  // namespace glintmark::platform

@@ -1,0 +1,70 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "linux/workspace/ThumbnailCache.h"
+#include "tests/linux/PNGReading.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace glintmark::platform {
+namespace {
+
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+unsigned modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 0777U;
+}
+
+struct SizeCase {
+    const char* folder;
+    int edge;
+};
+
+TEST(ThumbnailCacheTest, WritesEverySizeUnderTheNameOfTheURI) {
+    const test::TemporaryDirectory folder;
+    const ThumbnailCache cache(folder.path());
+    // The address and its name are the example of the Thumbnail Managing Standard.
+    const ThumbnailSubject subject{"file:///home/jens/photos/me.png", "1700000000", 321,
+                                   "application/x-webloc"};
+    ASSERT_TRUE(cache.write(encodedPictures(square(512, 10, 200, 30)), subject));
+    EXPECT_EQ(modeOf(folder / "thumbnails"), 0700U);
+    for (const SizeCase size : {SizeCase{"normal", 128}, SizeCase{"large", 256},
+                                SizeCase{"x-large", 512}, SizeCase{"xx-large", 512}}) {
+        const std::string place = std::string("thumbnails/") + size.folder;
+        const std::string file = place + "/c6ee772d9e49320e97ec29a7eb5b1697.png";
+        EXPECT_EQ(modeOf(folder / place), 0700U);
+        EXPECT_EQ(modeOf(folder / file), 0600U);
+        const ReadPNG read = readPNG(folder.read(file));
+        EXPECT_EQ(read.width, size.edge) << file;
+        EXPECT_EQ(read.height, size.edge) << file;
+        EXPECT_EQ(read.pixels[0], 10);
+        EXPECT_EQ(read.pixels[1], 200);
+        EXPECT_THAT(read.texts,
+                    UnorderedElementsAre(
+                        Pair("Thumb::URI", subject.uri), Pair("Thumb::MTime", "1700000000"),
+                        Pair("Thumb::Size", "321"), Pair("Thumb::Mimetype", "application/x-webloc"),
+                        Pair("Software", "Glintmark")));
+    }
+}
+
+TEST(ThumbnailCacheTest, APictureOfAnotherSizeIsStretched) {
+    const IconPictures pictures = encodedPictures(square(48, 1, 2, 3));
+    EXPECT_EQ(readPNG(pictures.full).width, 512);
+    EXPECT_EQ(readPNG(pictures.large).width, 256);
+    EXPECT_EQ(readPNG(pictures.normal).width, 128);
+}
+
+TEST(ThumbnailCacheTest, AFolderThatCannotBeMadeIsAFailure) {
+    const test::TemporaryDirectory folder;
+    folder.write("thumbnails", "a file where the folder should be");
+    const ThumbnailCache cache(folder.path());
+    EXPECT_FALSE(cache.write(encodedPictures(square(512, 1, 2, 3)), {"file:///a", "1", 1, "a/b"}));
+}
+
+}  // namespace
+}  // namespace glintmark::platform

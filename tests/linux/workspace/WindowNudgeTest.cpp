@@ -1,0 +1,122 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "linux/workspace/WindowNudge.h"
+#include "tests/linux/MainLoop.h"
+#include "tests/linux/PrivateBus.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace glintmark::platform {
+namespace {
+
+using testing::ElementsAre;
+
+struct stat statusOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status;
+}
+
+void setTimes(const std::string& path, struct timespec read, struct timespec written) {
+    const struct timespec times[2] = {read, written};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+TEST(WindowNudgeTest, TheTimeLosesItsFractionAndNothingElse) {
+    const test::TemporaryDirectory folder;
+    const std::string path = folder.write("a.webloc");
+    setTimes(path, {1'600'000'000, 123'456'789}, {1'700'000'000, 987'654'321});
+    EXPECT_TRUE(WindowNudge::touch(path, statusOf(path)));
+    const struct stat after = statusOf(path);
+    EXPECT_EQ(after.st_mtim.tv_sec, 1'700'000'000);
+    EXPECT_EQ(after.st_mtim.tv_nsec, 0);
+    EXPECT_EQ(after.st_atim.tv_sec, 1'600'000'000);
+    EXPECT_EQ(after.st_atim.tv_nsec, 123'456'789);
+}
+
+TEST(WindowNudgeTest, AFileWrittenMeanwhileKeepsItsTime) {
+    const test::TemporaryDirectory folder;
+    const std::string path = folder.write("a.webloc");
+    const struct stat before = statusOf(path);
+    setTimes(path, before.st_atim, {1'700'000'000, 5});
+    EXPECT_TRUE(WindowNudge::touch(path, before));
+    EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 5);
+}
+
+TEST(WindowNudgeTest, AFileThatIsGoneIsLeftAlone) {
+    const test::TemporaryDirectory folder;
+    EXPECT_TRUE(WindowNudge::touch(folder / "a.webloc", statusOf(folder.path())));
+}
+
+/// Hears the signals that KDE's directory listers hear.
+class Listener {
+public:
+    explicit Listener(const PrivateBus& bus) : connection_(bus.connect()) {
+        const auto hear = [](GDBusConnection*, const gchar*, const gchar* path, const gchar*,
+                             const gchar* signal, GVariant* arguments, gpointer self) {
+            const GStringHandle text(g_variant_print(arguments, FALSE));
+            static_cast<Listener*>(self)->heard_.push_back(std::string(path) + " " + signal +
+                                                           text.get());
+            static_cast<Listener*>(self)->times_.push_back(g_get_monotonic_time());
+        };
+        g_dbus_connection_signal_subscribe(connection_.get(), nullptr, "org.kde.KDirNotify",
+                                           nullptr, nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                           hear, this, nullptr);
+        // The bus knows of the subscription when it answers a later call.
+        const GVariantHandle answer(g_dbus_connection_call_sync(
+            connection_.get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId",
+            nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    }
+    const std::vector<std::string>& heard() const { return heard_; }
+    const std::vector<gint64>& times() const { return times_; }
+
+private:
+    GObjectHandle<GDBusConnection> connection_;
+    std::vector<std::string> heard_;
+    std::vector<gint64> times_;
+};
+
+TEST(WindowNudgeTest, KDEHearsThatTheFileWentAndThenCame) {
+    const PrivateBus daemon;
+    Listener listener(daemon);
+    SessionBus bus;
+    WindowNudge nudge(bus);
+    nudge.signal("/nowhere/a b.webloc");
+    ASSERT_TRUE(waitUntil([&] { return listener.heard().size() == 2; }));
+    EXPECT_THAT(listener.heard(), ElementsAre("/ FilesRemoved(['file:///nowhere/a%20b.webloc'],)",
+                                              "/ FilesAdded('file:///nowhere',)"));
+    EXPECT_GT(listener.times()[1] - listener.times()[0], 200'000);
+}
+
+TEST(WindowNudgeTest, FilesOfOneFolderCloseTogetherNeedOneLook) {
+    const PrivateBus daemon;
+    Listener listener(daemon);
+    SessionBus bus;
+    {
+        WindowNudge nudge(bus);
+        nudge.signal("/one/a.webloc");
+        nudge.signal("/one/b.webloc");
+        nudge.signal("/two/c.webloc");
+        ASSERT_TRUE(waitUntil([&] {
+            return !listener.heard().empty() &&
+                   listener.heard().back() == "/ FilesAdded('file:///two',)";
+        }));
+    }
+    EXPECT_EQ(listener.heard()[0], "/ FilesRemoved(['file:///one/a.webloc'],)");
+    EXPECT_EQ(listener.heard()[1], "/ FilesRemoved(['file:///one/b.webloc'],)");
+    EXPECT_EQ(listener.heard()[2], "/ FilesRemoved(['file:///two/c.webloc'],)");
+    EXPECT_EQ(listener.heard()[3], "/ FilesAdded('file:///one',)");
+}
+
+TEST(WindowNudgeTest, WithoutABusNothingIsSaid) {
+    const PrivateBus daemon(PrivateBus::Begin::stopped);
+    SessionBus bus;
+    WindowNudge nudge(bus);
+    nudge.signal("/nowhere/a.webloc");
+    runPending();
+    EXPECT_EQ(bus.connection(), nullptr);
+}
+
+}  // namespace
+}  // namespace glintmark::platform
