@@ -78,8 +78,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     requestAuthorization();
     startWatching();
     rebuildMenu();
-    services().log.write("Glintmark: Started. Watching: " +
-                         platform::listDescription(watchedFolders()));
+    services().log.write("Glintmark: Started. Watching: " + listDescription(watchedFolders()));
 }
 
 void AppDelegate::startWatching() {

@@ -18,9 +18,7 @@
 
 namespace glintmark {
 
-namespace platform {
 class Image;
-}
 
 /// The program: owns the status item, the one watcher and the list of watched folders, answers the
 /// menu, and turns each reported file into an icon and a notification.
@@ -57,12 +55,12 @@ public:
 
     /// Puts the item with the drawn icon and an empty menu into the status bar.
     virtual void setupStatusItem();
-    virtual platform::TemplateImage createMenuBarIcon();
+    virtual TemplateImage createMenuBarIcon();
 
     /// A closed star of twice `points` vertices, anticlockwise from straight above `center`,
     /// alternating between the two radii. A negative number of points ends the process.
-    virtual platform::BezierPath createStarPath(platform::Point center, double outerRadius,
-                                                double innerRadius, std::int64_t points);
+    virtual BezierPath createStarPath(Point center, double outerRadius, double innerRadius,
+                                      std::int64_t points);
 
     /// Gives the status item, which must exist, a new menu for the current list of folders.
     virtual void rebuildMenu();
@@ -102,7 +100,7 @@ private:
     platform::MenuItem folderCommandItem(std::string title, FolderCommand command, long folder);
     platform::MenuItem folderItem(long folder, const std::string& home);
     bool isExtraFolder(long index) const;
-    void applyIcon(const std::shared_ptr<const platform::Image>& image, const std::string& path);
+    void applyIcon(const std::shared_ptr<const Image>& image, const std::string& path);
 
     std::unique_ptr<platform::StatusItem> statusItem_;
     std::shared_ptr<FileWatcher> fileWatcher_;

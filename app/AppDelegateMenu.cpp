@@ -19,11 +19,8 @@
 
 namespace glintmark {
 
-using platform::BezierPath;
 using platform::MenuItem;
-using platform::Point;
 using platform::services;
-using platform::Size;
 
 namespace {
 
@@ -64,10 +61,10 @@ MenuItem captionItem(std::string title) {
 std::int64_t vertexCount(std::int64_t points) {
     std::int64_t count = 0;
     if (__builtin_mul_overflow(points, std::int64_t{2}, &count)) {
-        platform::fatalError("Arithmetic overflow");
+        fatalError("Arithmetic overflow");
     }
     if (count < 0) {
-        platform::fatalError("Range requires lowerBound <= upperBound");
+        fatalError("Range requires lowerBound <= upperBound");
     }
     return count;
 }
@@ -77,8 +74,7 @@ std::int64_t vertexCount(std::int64_t points) {
 platform::StatusItem& AppDelegate::requiredStatusItem() const {
     auto* const item = statusItem();
     if (item == nullptr) {
-        platform::fatalError(
-            "Unexpectedly found nil while implicitly unwrapping an Optional value");
+        fatalError("Unexpectedly found nil while implicitly unwrapping an Optional value");
     }
     return *item;
 }
@@ -91,12 +87,12 @@ void AppDelegate::setupStatusItem() {
     requiredStatusItem().setMenu({});
 }
 
-platform::TemplateImage AppDelegate::createMenuBarIcon() {
+TemplateImage AppDelegate::createMenuBarIcon() {
     auto path =
         BezierPath::roundedRect(squareOrigin, squareSize, squareCornerRadius, squareCornerRadius);
     path.append(createStarPath(starCenter, starOuterRadius, starInnerRadius, starPoints));
     // By this rule the star is a hole in the square.
-    path.setWindingRule(platform::WindingRule::evenOdd);
+    path.setWindingRule(WindingRule::evenOdd);
     return {iconSize, std::move(path)};
 }
 
@@ -221,7 +217,7 @@ bool AppDelegate::isExtraFolder(long index) const {
 }
 
 void AppDelegate::openWebsite() {
-    if (const auto url = platform::URL::parse(services().configuration.productPageAddress)) {
+    if (const auto url = URL::parse(services().configuration.productPageAddress)) {
         services().workspace.open(*url);
     }
 }

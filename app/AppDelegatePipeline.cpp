@@ -40,42 +40,41 @@ void AppDelegate::handleFileEvent(const FileWatcherEvent& event) {
 }
 
 void AppDelegate::processWeblocFile(const std::string& path) {
-    const auto link = WeblocParser::extractURL(platform::URL::fileURL(path));
+    const auto link = WeblocParser::extractURL(URL::fileURL(path));
     if (!link) {
         services().log.write("Glintmark: URL extraction failed → " + path);
         return;
     }
     services().log.write("Glintmark: URL → " + *link);
-    fetches_.enter([self = shared_from_this(), link = *link,
-                    path](const AdmissionGate::Place& place) {
-        FaviconFetcher::fetch(
-            link, [self, link, path, place](const std::shared_ptr<const platform::Image>& image) {
-                if (!image) {
-                    services().log.write("Glintmark: Favicon fetch failed → " + link);
-                    return;
-                }
-                services().log.write("Glintmark: Favicon fetched → " + link);
-                // Here rather than on the main thread, which must not be held up by a large image.
-                services().dispatchQueues.main().async(
-                    [self, path, place, image = IconApplier::prepared(image)] {
-                        self->applyIcon(image, path);
-                    });
-            });
-    });
+    fetches_.enter(
+        [self = shared_from_this(), link = *link, path](const AdmissionGate::Place& place) {
+            FaviconFetcher::fetch(
+                link, [self, link, path, place](const std::shared_ptr<const Image>& image) {
+                    if (!image) {
+                        services().log.write("Glintmark: Favicon fetch failed → " + link);
+                        return;
+                    }
+                    services().log.write("Glintmark: Favicon fetched → " + link);
+                    // Here rather than on the main thread, which must not be held up by a large
+                    // image.
+                    services().dispatchQueues.main().async(
+                        [self, path, place, image = IconApplier::prepared(image)] {
+                            self->applyIcon(image, path);
+                        });
+                });
+        });
 }
 
-void AppDelegate::applyIcon(const std::shared_ptr<const platform::Image>& image,
-                            const std::string& path) {
+void AppDelegate::applyIcon(const std::shared_ptr<const Image>& image, const std::string& path) {
     IconApplier::apply(image, path);
     // Written whether or not that succeeded: it says so itself, in a line of its own.
     services().log.write("Glintmark: Icon applied → " + path);
-    showNotification(L("notification.iconApplied"),
-                     platform::URL::fileURL(path).lastPathComponent());
+    showNotification(L("notification.iconApplied"), URL::fileURL(path).lastPathComponent());
 }
 
 void AppDelegate::showNotification(const std::string& title, const std::string& body) {
     services().userNotificationCenter.add(
-        {platform::randomUUIDString(), title, body}, [](const std::optional<std::string>& error) {
+        {randomUUIDString(), title, body}, [](const std::optional<std::string>& error) {
             if (error) {
                 services().log.write("Glintmark: Notification error → " + *error);
             }

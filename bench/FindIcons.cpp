@@ -144,7 +144,7 @@ private:
 
 // ---- one fetch
 
-std::vector<IconCandidate> candidatesOf(const platform::URL& url) {
+std::vector<IconCandidate> candidatesOf(const URL& url) {
     const auto found = std::make_shared<std::promise<std::vector<IconCandidate>>>();
     FaviconFetcher::collectCandidates(url, *url.host(),
                                       [found](std::vector<IconCandidate> candidates) {
@@ -192,7 +192,7 @@ void findAll(bool withBareLoop) {
     BareLoop bare;
     std::string link;
     while (std::getline(std::cin, link)) {
-        const auto url = platform::URL::parse(link);
+        const auto url = URL::parse(link);
         tools::FetchRecorder recorder(session, decoder);
         const platform::Services services{fakes.application,  fakes.bundle,
                                           settings,           queues,

@@ -58,7 +58,7 @@ std::string picture(const Kind& kind) {
 
 bool decodeAndScale(platform::ImageDecoder& decoder, const std::string& data) {
     const auto image = decoder.decode(data);
-    return image && platform::scaled(*image->bitmap(), iconSize, iconSize).pixelsWide() == iconSize;
+    return image && scaled(*image->bitmap(), iconSize, iconSize).pixelsWide() == iconSize;
 }
 
 bool decodeAndScaleWithGdkPixbuf(const std::string& data) {

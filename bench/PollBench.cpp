@@ -42,8 +42,7 @@ void fill(const std::string& folder, int entries, const char* ending) {
     std::filesystem::create_directory(folder);
     for (int i = 0; i < entries; ++i) {
         const auto path = folder + "/a file " + std::to_string(i) + ending;
-        const platform::FileDescriptor file(
-            ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        const FileDescriptor file(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
     }
 }
 

@@ -135,7 +135,7 @@ void askBare(const std::vector<std::string>& urls) {
     curl_multi_cleanup(multi);
 }
 
-void askSession(const std::vector<platform::URL>& urls) {
+void askSession(const std::vector<URL>& urls) {
     std::mutex mutex;
     std::condition_variable changed;
     std::size_t ended = 0;
@@ -159,9 +159,9 @@ void askSession(const std::vector<platform::URL>& urls) {
 void compare(std::size_t bodyBytes, int requests, bench::Figures& figures) {
     const ServerProcess server(bodyBytes);
     const std::vector<std::string> texts = server.urls(requests);
-    std::vector<platform::URL> urls;
+    std::vector<URL> urls;
     for (const auto& text : texts) {
-        urls.push_back(*platform::URL::parse(text));
+        urls.push_back(*URL::parse(text));
     }
     Cost bare;
     Cost session;

@@ -9,7 +9,7 @@
 
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// The header of a device-independent bitmap, the picture inside BMP, ICO and CUR files: what
 /// `BITMAPINFOHEADER`, its longer versions 2 to 5, and the two headers of OS/2 say (Microsoft,
@@ -45,4 +45,4 @@ std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib);
 bool drawDIB(const DIBHeader& header, std::span<const std::uint8_t> pixels, const Canvas& canvas,
              bool& hasAlpha);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

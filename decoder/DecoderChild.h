@@ -7,7 +7,7 @@
 #include "decoder/DecoderProtocol.h"
 #include "decoder/Sandbox.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 using DecodeFunction = std::optional<DecodedImage> (*)(std::span<const std::uint8_t>, PixelStore&);
 
@@ -32,4 +32,4 @@ struct DecodeTask {
 void decodeAndAnswer(std::span<const std::uint8_t> encoded, DecodeSlot slot, int pixels, int answer,
                      DecodeFunction decode);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

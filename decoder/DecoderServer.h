@@ -4,7 +4,7 @@
 
 #include "decoder/DecoderChild.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 struct DecoderServerOptions {
     DecodeFunction decode = decodeImage;
@@ -18,4 +18,4 @@ struct DecoderServerOptions {
 /// status.
 int runDecoder(const DecoderServerOptions& options);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -4,7 +4,7 @@
 #include <optional>
 #include <span>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 class PixelStore;
 
@@ -39,4 +39,4 @@ struct PNGHeader {
 };
 std::optional<PNGHeader> pngHeader(std::span<const std::uint8_t> file);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -8,7 +8,7 @@
 
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// Keeps the pixels of an image that is decoded where it is used.
 class HeapPixels : public PixelStore {
@@ -25,4 +25,4 @@ private:
     std::vector<std::uint8_t> bytes_;
 };
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -2,11 +2,11 @@
 
 #include <cstdint>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// Colours 0xRRGGBB of the two palettes that icons of the classic Macintosh share (Apple, "Inside
 /// Macintosh: Imaging With QuickDraw", chapter 4).
 std::uint32_t systemColourOf8Bits(unsigned index);  ///< `index` below 256.
 std::uint32_t systemColourOf4Bits(unsigned index);  ///< `index` below 16.
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -5,7 +5,7 @@
 #include <optional>
 #include <span>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// Room for the straight RGBA pixels of one image, transparent until written. Refers to memory of
 /// the `PixelStore` that made it.
@@ -40,4 +40,4 @@ private:
     virtual std::span<std::uint8_t> provide(std::size_t size) = 0;
 };
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

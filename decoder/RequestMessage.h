@@ -7,7 +7,7 @@
 
 #include "decoder/DecoderProtocol.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 using RequestDescriptors = std::array<int, requestDescriptors>;
 
@@ -29,4 +29,4 @@ inline bool sendRequest(int socket, DecodeRequest request, const RequestDescript
     return sendmsg(socket, &message, MSG_NOSIGNAL) == ssize_t{sizeof request};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

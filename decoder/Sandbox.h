@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 struct SandboxLimits {
     std::size_t addressSpace = 0;  ///< In bytes, with all that is mapped already.
@@ -34,4 +34,4 @@ private:
     std::vector<sock_filter> filter_;  // of system calls, ready for the kernel
 };
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -9,7 +9,7 @@
 
 #include "decoder/DecoderChild.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 struct ForkedProcess {
     pid_t pid = -1;
@@ -58,4 +58,4 @@ private:
 /// Gives the word over a channel.
 void giveWord(const FileDescriptor& channel);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

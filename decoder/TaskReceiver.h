@@ -4,7 +4,7 @@
 
 #include "decoder/DecoderChild.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 enum class Received : std::uint8_t {
     task,
@@ -15,4 +15,4 @@ enum class Received : std::uint8_t {
 /// Takes the next task that was sent over `socket` into `task`. `flags` are those of recvmsg(2).
 Received receiveTask(int socket, DecodeTask& task, int flags = 0);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -6,7 +6,7 @@
 #include "decoder/DecodeImage.h"
 #include "decoder/HeapPixels.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -155,4 +155,4 @@ bool warmUp() {
 
 bool warmUpForPNG() { return decodes(png); }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

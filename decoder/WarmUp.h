@@ -1,6 +1,6 @@
 #pragma once
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// Decodes a tiny picture with each library, so that what they set up once, and the pages this
 /// touches, are there before a child is forked. False when a library cannot read its sample.
@@ -10,4 +10,4 @@ bool warmUp();
 /// child's own copies of those pages are.
 bool warmUpForPNG();
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

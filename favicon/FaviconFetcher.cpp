@@ -11,17 +11,14 @@
 
 namespace glintmark {
 
-using platform::Image;
 using platform::services;
-using platform::truncatedToInt;
-using platform::URL;
 
 namespace {
 
 constexpr int faviconServiceSize = 256;  // Pixels.
 
 void logChoice(const IconCandidate& best) {
-    const platform::Size size = best.image->size();
+    const Size size = best.image->size();
     services().log.write("Glintmark: 採用 → " + std::string(caseName(best.source)) + " (" +
                          std::to_string(truncatedToInt(size.width)) + "x" +
                          std::to_string(truncatedToInt(size.height)) +
@@ -63,7 +60,7 @@ void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) 
 
 void FaviconFetcher::collectCandidates(const URL& url, const std::string& host,
                                        CandidatesCompletion completion) {
-    const platform::DispatchGroup group;
+    const DispatchGroup group;
     const auto found = std::make_shared<CandidateList>();
 
     // Entered before the path starts, since a path may complete before it returns.

@@ -31,7 +31,7 @@ public:
     using IconEntry = glintmark::IconEntry;
 
     /// Receives an image, or null for none.
-    using ImageCompletion = std::function<void(std::shared_ptr<const platform::Image>)>;
+    using ImageCompletion = std::function<void(std::shared_ptr<const Image>)>;
     using CandidatesCompletion = std::function<void(std::vector<IconCandidate>)>;
 
     FaviconFetcher() = delete;
@@ -42,7 +42,7 @@ public:
 
     /// The five paths of one fetch: all that they brought back, in the order of arrival, on the
     /// global queue.
-    static void collectCandidates(const platform::URL& url, const std::string& host,
+    static void collectCandidates(const URL& url, const std::string& host,
                                   CandidatesCompletion completion);
 
     /// The one to use: of those at least 48 points wide the one of highest score, else the one of
@@ -52,63 +52,61 @@ public:
     // The page's icon links (FaviconFetcherHTML.cpp)
 
     /// The images of the page's first six icon links, in the order of arrival.
-    static void fetchAllFromHTML(const platform::URL& url, CandidatesCompletion completion);
+    static void fetchAllFromHTML(const URL& url, CandidatesCompletion completion);
 
     /// The icon links in `html` (UTF-8), the first `limit` of them: plain icons first, then larger
     /// declared sizes, then as in the page. Takes time in proportion to the length of `html`.
     static std::vector<IconEntry> extractIconURLs(
-        std::string_view html, const platform::URL& baseURL,
+        std::string_view html, const URL& baseURL,
         std::size_t limit = std::numeric_limits<std::size_t>::max());
 
     /// The absolute URL for an address as a page or manifest writes it; absent when it gives none.
-    static std::optional<platform::URL> resolveURL(std::string_view address,
-                                                   const platform::URL& base);
+    static std::optional<URL> resolveURL(std::string_view address, const URL& base);
 
     // The web app manifest (FaviconFetcherManifest.cpp)
 
     /// The image of the icon that the site's first usable manifest names.
-    static void fetchFromManifest(const platform::URL& url, ImageCompletion completion);
+    static void fetchFromManifest(const URL& url, ImageCompletion completion);
 
     struct ManifestIcon {
-        platform::URL url;  ///< Absolute.
+        URL url;            ///< Absolute.
         std::int64_t size;  ///< Width in pixels as declared, which may be negative.
     };
 
     /// The largest usable icon of the manifest `json` (its bytes) for the page at `pageURL`; absent
     /// when `json` is no manifest or has none.
     static std::optional<ManifestIcon> chooseManifestIcon(std::string_view json,
-                                                          const platform::URL& pageURL);
+                                                          const URL& pageURL);
 
     // Single images (FaviconFetcherProbes.cpp)
 
     /// The image at `url`, when it is answered with status 200 and can be decoded.
-    static void downloadImage(const platform::URL& url, ImageCompletion completion);
+    static void downloadImage(const URL& url, ImageCompletion completion);
 
     /// The first Apple touch icon at a fixed path that is at least 64 points wide.
-    static void fetchAppleTouchIcon(const platform::URL& url, ImageCompletion completion);
+    static void fetchAppleTouchIcon(const URL& url, ImageCompletion completion);
 
     /// What the favicon service has for `host`; `size` is the edge asked for, in pixels.
     static void fetchFromGoogleAPI(const std::string& host, int size, ImageCompletion completion);
 
     /// "/favicon.ico" at the site's root.
-    static void fetchDirectFavicon(const platform::URL& url, ImageCompletion completion);
+    static void fetchDirectFavicon(const URL& url, ImageCompletion completion);
 
 private:
     static constexpr double preferredMinSize = 48;  ///< Width in points.
 
     /// A request for a page or an image: what a desktop browser would send.
-    static platform::URLRequest browserRequest(const platform::URL& url);
+    static platform::URLRequest browserRequest(const URL& url);
 
     /// Whether there is a body and the status is exactly 200, so neither 203 nor 206.
     static bool isOK(const platform::URLResult& result);
 
     /// `path` at the root of the page's site, without the page's port; absent when it forms no URL.
-    static std::optional<platform::URL> siteURL(const platform::URL& page, std::string path);
+    static std::optional<URL> siteURL(const URL& page, std::string path);
 
     /// Tries the paths of their list from `index` on, one after the other.
-    static void tryNextManifest(const platform::URL& url, std::size_t index,
-                                ImageCompletion completion);
-    static void tryNextAppleTouchIcon(const platform::URL& url, std::size_t index,
+    static void tryNextManifest(const URL& url, std::size_t index, ImageCompletion completion);
+    static void tryNextAppleTouchIcon(const URL& url, std::size_t index,
                                       ImageCompletion completion);
 };
 

@@ -13,10 +13,7 @@
 
 namespace glintmark {
 
-using platform::Image;
-using platform::RegularExpression;
 using platform::services;
-using platform::URL;
 
 namespace {
 
@@ -48,7 +45,7 @@ public:
     }
 
 private:
-    std::optional<std::vector<platform::TextRange>> firstMatch(std::string_view text) const {
+    std::optional<std::vector<TextRange>> firstMatch(std::string_view text) const {
         if (!expression_ || !containsIgnoringCase(text, word_)) {
             return std::nullopt;
         }
@@ -111,7 +108,7 @@ bool goesBefore(const IconLink& a, const IconLink& b) {
 /// Downloads all `entries` at once.
 void downloadEntries(const std::vector<IconEntry>& entries,
                      FaviconFetcher::CandidatesCompletion completion) {
-    const platform::DispatchGroup group;
+    const DispatchGroup group;
     const auto found = std::make_shared<CandidateList>();
     for (const IconEntry& entry : entries) {
         const auto source =
@@ -136,7 +133,7 @@ void FaviconFetcher::fetchAllFromHTML(const URL& url, CandidatesCompletion compl
         browserRequest(url), [url, completion = std::move(completion)](platform::URLResult result) {
             // Any body is scanned, whatever the status: error pages declare icons too. A body that
             // is no UTF-8 would be read as ASCII next, but whatever is ASCII is UTF-8 already.
-            if (!result.body || !platform::isUTF8(*result.body)) {
+            if (!result.body || !isUTF8(*result.body)) {
                 completion({});
                 return;
             }
@@ -161,7 +158,7 @@ std::vector<IconEntry> FaviconFetcher::extractIconURLs(std::string_view html, co
     html = html.substr(0, html.rfind('>') + 1);
 
     std::vector<IconLink> links;
-    for (const platform::TextRange range : tagPattern->matches(html)) {
+    for (const TextRange range : tagPattern->matches(html)) {
         if (const auto link = iconLink(range.in(html))) {
             links.push_back(*link);
         }
@@ -191,7 +188,7 @@ std::optional<URL> FaviconFetcher::resolveURL(std::string_view address, const UR
     if (address.starts_with('/')) {
         // A "?" or "#" in the address becomes part of the path, and the base's port is dropped;
         // both are kept on purpose.
-        return platform::URLComponents{base.scheme(), base.host(), std::string(address)}.url();
+        return URLComponents{base.scheme(), base.host(), std::string(address)}.url();
     }
     return URL::parse(address, base);
 }

@@ -11,9 +11,7 @@
 
 namespace glintmark {
 
-using platform::JSON;
 using platform::services;
-using platform::URL;
 
 namespace {
 
@@ -48,8 +46,8 @@ bool isMaskableOnly(const JSON& icon) {
     if (purpose == nullptr) {
         return false;
     }
-    const std::string lowercased = platform::lowercased(*purpose);
-    return contains(lowercased, "maskable") && !contains(lowercased, "any");
+    const std::string folded = lowercased(*purpose);
+    return contains(folded, "maskable") && !contains(folded, "any");
 }
 
 bool isSVG(const JSON& icon, std::string_view address) {

@@ -10,9 +10,7 @@
 
 namespace glintmark {
 
-using platform::Image;
 using platform::services;
-using platform::URL;
 
 namespace {
 
@@ -42,9 +40,7 @@ bool FaviconFetcher::isOK(const platform::URLResult& result) {
 }
 
 std::optional<URL> FaviconFetcher::siteURL(const URL& page, std::string path) {
-    return platform::URLComponents{page.scheme().value_or(defaultScheme), page.host(),
-                                   std::move(path)}
-        .url();
+    return URLComponents{page.scheme().value_or(defaultScheme), page.host(), std::move(path)}.url();
 }
 
 void FaviconFetcher::downloadImage(const URL& url, ImageCompletion completion) {

@@ -58,14 +58,13 @@ std::int64_t sourceBonus(IconSource source) {
 
 }  // namespace
 
-IconCandidate::IconCandidate(std::shared_ptr<const platform::Image> candidateImage,
-                             IconSource imageSource)
+IconCandidate::IconCandidate(std::shared_ptr<const Image> candidateImage, IconSource imageSource)
     : image(std::move(candidateImage)),
       source(imageSource),
       hasTransparency(checkTransparency(*image)) {}
 
 std::int64_t IconCandidate::score() const {
-    const std::int64_t width = platform::truncatedToInt(image->size().width);
+    const std::int64_t width = truncatedToInt(image->size().width);
     std::int64_t score = width >= largeWidth ? largeWidthBonus : 0;
     score += std::min(width, maximumWidthCredit);
     if (hasTransparency) {
@@ -74,7 +73,7 @@ std::int64_t IconCandidate::score() const {
     return score + sourceBonus(source);
 }
 
-bool IconCandidate::checkTransparency(const platform::Image& image) {
+bool IconCandidate::checkTransparency(const Image& image) {
     const auto bitmap = image.bitmap();
     if (!bitmap || !bitmap->hasAlpha()) {
         return false;

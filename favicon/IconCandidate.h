@@ -11,17 +11,17 @@ namespace glintmark {
 /// A downloaded image that may become a file's icon. A value; any thread.
 struct IconCandidate {
     /// Runs the transparency test on `candidateImage`, which must not be null, at once.
-    IconCandidate(std::shared_ptr<const platform::Image> candidateImage, IconSource imageSource);
+    IconCandidate(std::shared_ptr<const Image> candidateImage, IconSource imageSource);
 
     /// How good the image is. A width that does not fit 64 bits ends the process.
     std::int64_t score() const;
 
-    std::shared_ptr<const platform::Image> image;
+    std::shared_ptr<const Image> image;
     IconSource source;
     bool hasTransparency;  ///< Whether the image's edges are visibly transparent.
 
 private:
-    static bool checkTransparency(const platform::Image& image);
+    static bool checkTransparency(const Image& image);
 };
 
 }  // namespace glintmark

@@ -8,7 +8,7 @@ namespace glintmark {
 
 /// An icon link found in a page; nothing of it is downloaded yet.
 struct IconEntry {
-    platform::URL url;  ///< Absolute.
+    URL url;            ///< Absolute.
     std::int64_t size;  ///< Width in pixels as declared, or the default of its kind.
     bool isAppleTouchIcon;
 };

@@ -27,7 +27,7 @@ constexpr std::array<Names, 6> allNames{{
 const Names& namesOf(IconSource source) {
     const auto* const found = std::ranges::find(allNames, source, &Names::source);
     if (found == allNames.end()) {
-        platform::fatalError("An icon source of no known value");
+        fatalError("An icon source of no known value");
     }
     return *found;
 }

@@ -12,10 +12,7 @@
 
 namespace glintmark {
 
-using platform::BitmapImageRep;
-using platform::Image;
 using platform::services;
-using platform::Size;
 
 namespace {
 
@@ -50,7 +47,7 @@ Image IconApplier::resizeImage(const Image& image, Size size) {
     if (!bitmap || bitmap->pixelsWide() == 0 || bitmap->pixelsHigh() == 0) {
         return Image(transparentCanvas(width, height));
     }
-    return Image(platform::scaled(*bitmap, width, height));
+    return Image(scaled(*bitmap, width, height));
 }
 
 }  // namespace glintmark

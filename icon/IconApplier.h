@@ -16,17 +16,16 @@ public:
     /// `image`, which must not be null, stretched and encoded, so that `apply`, which is to follow
     /// once, has only to store it. Any thread but the main one: a large image is decoded here,
     /// which may take seconds.
-    static std::shared_ptr<const platform::Image> prepared(
-        const std::shared_ptr<const platform::Image>& image);
+    static std::shared_ptr<const Image> prepared(const std::shared_ptr<const Image>& image);
 
     /// Sets `image`, which must not be null, on the file at `path`, stretched to 512 x 512. Success
     /// and failure are one line in the log. Main thread only.
-    static void apply(const std::shared_ptr<const platform::Image>& image, const std::string& path);
+    static void apply(const std::shared_ptr<const Image>& image, const std::string& path);
 
 private:
     /// A new image of exactly `size` (points, whole numbers) into which all of `image` is
     /// stretched. Transparent all over when `image` has no pixels.
-    static platform::Image resizeImage(const platform::Image& image, platform::Size size);
+    static Image resizeImage(const Image& image, Size size);
 };
 
 }  // namespace glintmark

@@ -7,9 +7,11 @@
 #include <span>
 #include <string>
 
-namespace glintmark::platform {
-
+namespace glintmark {
 class DispatchQueue;
+}  // namespace glintmark
+
+namespace glintmark::platform {
 
 /// A directory in which something changed. The receiver lists it to learn what.
 struct DirectoryEvent {

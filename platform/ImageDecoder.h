@@ -3,9 +3,11 @@
 #include <memory>
 #include <string>
 
-namespace glintmark::platform {
-
+namespace glintmark {
 class Image;
+}  // namespace glintmark
+
+namespace glintmark::platform {
 
 /// Turns image files into images. May be called from any thread; callers wait for the result.
 class ImageDecoder {

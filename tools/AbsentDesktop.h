@@ -57,10 +57,10 @@ public:
         handler("no desktop");
     }
 
-    void prepareIcon(const platform::Image&) override {}
-    bool setIcon(const platform::Image&, const std::string&) override { return false; }
+    void prepareIcon(const Image&) override {}
+    bool setIcon(const Image&, const std::string&) override { return false; }
     bool openFileViewer(const std::string&) override { return false; }
-    bool open(const platform::URL&) override { return false; }
+    bool open(const URL&) override { return false; }
 };
 
 }  // namespace glintmark::tools

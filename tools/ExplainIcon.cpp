@@ -59,7 +59,7 @@ platform::CurlURLSessionOptions sessionOptions() {
 }
 
 /// All that one fetch for `url` brings back, with the program's own services behind a recorder.
-FetchReport explained(const platform::URL& url, const std::string& host) {
+FetchReport explained(const URL& url, const std::string& host) {
     AbsentDesktop desktop;
     const platform::Configuration settings = configuration();
     platform::LinuxDispatchQueues queues;
@@ -84,7 +84,7 @@ FetchReport explained(const platform::URL& url, const std::string& host) {
 }
 
 int explain(const std::string& link, bool asLines) {
-    const auto url = platform::URL::parse(link);
+    const auto url = URL::parse(link);
     const bool isAskedFor = url && url->host();
     if (!isAskedFor) {
         std::fputs("No URL with a host, so the program asks for nothing.\n", stderr);

@@ -22,7 +22,7 @@ void FetchRecorder::startDataTask(platform::URLRequest request, Completion compl
     });
 }
 
-std::shared_ptr<const platform::Image> FetchRecorder::decode(std::string data) {
+std::shared_ptr<const Image> FetchRecorder::decode(std::string data) {
     auto image = decoder_.decode(std::move(data));
     if (currentRequest) {
         const std::lock_guard lock(mutex_);

@@ -23,8 +23,8 @@ struct RequestRecord {
     std::optional<int> status;
     std::optional<std::size_t> bytes;  ///< Of the body; absent without one.
     std::optional<std::string> error;
-    bool wasDecoded = false;                       ///< Whether the body was taken for an image.
-    std::shared_ptr<const platform::Image> image;  ///< Null when it was none.
+    bool wasDecoded = false;             ///< Whether the body was taken for an image.
+    std::shared_ptr<const Image> image;  ///< Null when it was none.
 };
 
 /// Stands before a session and a decoder, passes everything on and writes it down. Any thread.
@@ -37,7 +37,7 @@ public:
     void startDataTask(platform::URLRequest request, Completion completion) override;
 
     /// The image belongs to the request in whose completion it is decoded.
-    std::shared_ptr<const platform::Image> decode(std::string data) override;
+    std::shared_ptr<const Image> decode(std::string data) override;
 
     /// In the order in which they were started.
     std::vector<RequestRecord> requests() const;

@@ -25,9 +25,9 @@ std::string addressOf(const IconCandidate& candidate, const std::vector<RequestR
     return request != requests.end() ? request->url : "";
 }
 
-std::string sizeText(const platform::Image& image) {
-    return std::to_string(platform::truncatedToInt(image.size().width)) + "x" +
-           std::to_string(platform::truncatedToInt(image.size().height));
+std::string sizeText(const Image& image) {
+    return std::to_string(truncatedToInt(image.size().width)) + "x" +
+           std::to_string(truncatedToInt(image.size().height));
 }
 
 std::string outcomeText(const RequestRecord& request) {

@@ -18,7 +18,6 @@
 
 namespace glintmark {
 
-using platform::appendPathComponent;
 using platform::services;
 using namespace std::chrono_literals;
 
@@ -75,8 +74,7 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
     }
     services().log.write("Glintmark: 既存weblocファイル " + std::to_string(knownFiles_.size()) +
                          " 件を記録");
-    services().log.write("Glintmark: 監視対象ディレクトリ: " +
-                         platform::listDescription(watchDirs_));
+    services().log.write("Glintmark: 監視対象ディレクトリ: " + listDescription(watchDirs_));
 }
 
 FileWatcher::~FileWatcher() { FileWatcher::stop(); }
@@ -131,7 +129,7 @@ void FileWatcher::handleDirectoryEvent(const std::string& dirPath, std::uint32_t
 }
 
 void FileWatcher::armDebounce() {
-    auto item = std::make_shared<platform::DispatchWorkItem>([weak = weak_from_this()] {
+    auto item = std::make_shared<DispatchWorkItem>([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
             self->processPendingDirs();
         }

@@ -14,9 +14,10 @@
 
 namespace glintmark {
 
-namespace platform {
 class DispatchQueue;
 class DispatchWorkItem;
+
+namespace platform {
 class EventStream;
 class Timer;
 }  // namespace platform
@@ -92,11 +93,11 @@ private:
     KnownFiles knownFiles_;                           // by full path, seen or reported; only grows
     KnownFiles::value_type* listedBefore_ = nullptr;  // the known file that was listed last
     std::shared_ptr<platform::Timer> pollTimer_;
-    std::unique_ptr<platform::DispatchQueue> eventQueue_;
+    std::unique_ptr<DispatchQueue> eventQueue_;
     std::unordered_set<std::string> pendingDirs_;  // waiting for the debounced scan
     std::mutex debounceMutex_;
-    std::shared_ptr<platform::DispatchWorkItem> debounceWorkItem_;  // guarded by debounceMutex_
-    bool isStopped_ = false;                                        // guarded by debounceMutex_
+    std::shared_ptr<DispatchWorkItem> debounceWorkItem_;  // guarded by debounceMutex_
+    bool isStopped_ = false;                              // guarded by debounceMutex_
     std::vector<std::string> watchDirs_;
 };
 

@@ -7,7 +7,6 @@
 
 namespace glintmark {
 
-using platform::PropertyList;
 using platform::services;
 
 namespace {
@@ -24,7 +23,7 @@ const std::string* stringUnder(std::string_view key, const PropertyList& root) {
 
 }  // namespace
 
-std::optional<std::string> WeblocParser::extractURL(const platform::URL& file) {
+std::optional<std::string> WeblocParser::extractURL(const URL& file) {
     const std::string path = file.path();
     // One byte more than is ever parsed, so that a huge file is refused instead of cut.
     const auto bytes = services().fileManager.contents(path, PropertyList::maximumBytes + 1);

@@ -15,7 +15,7 @@ public:
     /// The string under "URL" in the property list at `file` (a file URL), exactly as stored and
     /// unchecked. Absent, with one line in the log, when the file cannot be read or holds no such
     /// string.
-    static std::optional<std::string> extractURL(const platform::URL& file);
+    static std::optional<std::string> extractURL(const URL& file);
 };
 
 }  // namespace glintmark

@@ -6,7 +6,7 @@
 
 #include "base/graphics/Geometry.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 enum class WindingRule { nonZero = 0, evenOdd = 1 };
 
@@ -48,4 +48,4 @@ private:
     WindingRule windingRule_ = WindingRule::nonZero;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

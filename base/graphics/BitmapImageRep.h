@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A bitmap of straight (not premultiplied) RGBA, 8 bits a channel, rows from the top without
 /// padding. Immutable; copies share the pixels; any thread.
@@ -41,4 +41,4 @@ private:
     std::span<const std::uint8_t> pixels_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 
 #include "base/system/FatalError.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 std::int64_t truncatedToInt(double value) {
     // Both bounds are powers of two and so exact in floating point.
@@ -18,4 +18,4 @@ std::int64_t truncatedToInt(double value) {
     return static_cast<std::int64_t>(value);
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 struct Point {
     double x = 0;
@@ -23,4 +23,4 @@ struct Size {
 /// programming error and ends the process.
 std::int64_t truncatedToInt(double value);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -9,7 +9,7 @@
 #include "base/graphics/BitmapImageRep.h"
 #include "base/graphics/Geometry.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A decoded image. Never modified after it was made; passed as `std::shared_ptr<const Image>`.
 class Image {
@@ -38,4 +38,4 @@ private:
     BitmapSource source_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -2,7 +2,7 @@
 
 #include "base/graphics/BitmapImageRep.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// `source` stretched to `width` x `height` pixels in copy mode: transparent pixels replace what
 /// was there. A separable Mitchell-Netravali filter (B = C = 1/3; Mitchell and Netravali,
@@ -11,4 +11,4 @@ namespace glintmark::platform {
 /// the size already comes back as it is; one without pixels becomes a transparent one.
 BitmapImageRep scaled(const BitmapImageRep& source, int width, int height);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -3,7 +3,7 @@
 #include "base/graphics/BezierPath.h"
 #include "base/graphics/Geometry.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A picture of one filled path whose colour the desktop chooses to suit where it shows: only the
 /// shape counts. Origin at the lower left, y upwards, in points.
@@ -12,4 +12,4 @@ struct TemplateImage {
     BezierPath filledPath;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -6,7 +6,7 @@
 
 #include "base/text/TextEncoding.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 constexpr std::size_t maximumDepth = 512;
@@ -157,4 +157,4 @@ const JSON* JSON::member(std::string_view key) const {
     return found == members->end() ? nullptr : &found->second;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A JSON value (RFC 8259). Strings are UTF-8.
 class JSON {
@@ -38,4 +38,4 @@ private:
     std::variant<std::monostate, bool, double, std::string, Array, Object> value_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -5,7 +5,7 @@
 #include "base/plist/PropertyListReaders.h"
 #include "base/text/TextEncoding.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 constexpr std::size_t maximumTreeBytes = std::size_t{48} * 1024 * 1024;
@@ -80,4 +80,4 @@ std::optional<PropertyList> PropertyList::parse(std::string_view bytes) {
     return isUTF8(text) ? readTextPropertyList(text) : std::nullopt;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

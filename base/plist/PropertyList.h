@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A property list read into a tree. Strings are UTF-8.
 class PropertyList {
@@ -41,4 +41,4 @@ private:
     std::variant<std::string, Array, Dictionary, Other> value_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -11,7 +11,7 @@
 // low one) with its contents; a table of the objects' offsets; a trailer of 32 bytes. All numbers
 // are big-endian.
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 constexpr std::size_t headerBytes = 8;
@@ -234,4 +234,4 @@ std::optional<PropertyList> readBinaryPropertyList(std::string_view bytes) {
     return BinaryReader(bytes).read();
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

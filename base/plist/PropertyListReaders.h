@@ -6,7 +6,7 @@
 
 #include "base/plist/PropertyList.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// Deeper nesting is refused, which ends cycles as well.
 inline constexpr std::size_t maximumPropertyListDepth = 512;
@@ -32,4 +32,4 @@ std::optional<PropertyList> readXMLPropertyList(std::string_view bytes, bool isU
 /// `text` must be well-formed UTF-8.
 std::optional<PropertyList> readTextPropertyList(std::string_view text);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -13,7 +13,7 @@
 // The form before XML: "string", bare-word, (array, of, values), {key = value;}, <0fbd77 data>,
 // with comments as in C++.
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
@@ -277,4 +277,4 @@ std::optional<PropertyList> readTextPropertyList(std::string_view text) {
     return TextReader(text).read();
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

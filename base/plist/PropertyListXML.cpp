@@ -11,7 +11,7 @@
 #include "base/plist/PropertyListReaders.h"
 #include "base/text/TextEncoding.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using Other = PropertyList::Other;
@@ -298,4 +298,4 @@ std::optional<PropertyList> readXMLPropertyList(std::string_view bytes, bool isU
     return parsing.reader.takeRoot();
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 void fatalError(std::string_view message) {
     std::fputs("Fatal error: ", stderr);
@@ -12,4 +12,4 @@ void fatalError(std::string_view message) {
     std::abort();
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

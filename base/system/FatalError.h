@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// Ends the process (SIGABRT) after writing "Fatal error: " and `message` to standard error.
 /// For programming errors only; bad input never ends here.
 [[noreturn]] void fatalError(std::string_view message);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

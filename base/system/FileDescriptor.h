@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// Owns an open file descriptor and closes it. Empty when negative, as after a failed call, whose
 /// `errno` stays untouched.
@@ -30,4 +30,4 @@ private:
     int number_ = -1;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

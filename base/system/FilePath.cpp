@@ -1,6 +1,6 @@
 #include "base/system/FilePath.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 std::string appendPathComponent(std::string_view directory, std::string_view name) {
     const auto last = directory.find_last_not_of('/');
@@ -10,4 +10,4 @@ std::string appendPathComponent(std::string_view directory, std::string_view nam
     return path;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A deleter for std::unique_ptr that calls a C library's function.
 template <auto release>
@@ -11,4 +11,4 @@ struct ReleaseWith {
     }
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

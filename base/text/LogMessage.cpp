@@ -4,7 +4,7 @@
 #include <array>
 #include <optional>
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 /// A directive (fprintf(3)) without its argument.
@@ -268,4 +268,4 @@ std::string formatLogMessage(std::string_view message) {
     return line;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 inline constexpr std::size_t maximumLogFieldWidth = 1024;  ///< Width and precision alike.
 
@@ -21,4 +21,4 @@ inline constexpr std::size_t maximumLogLineBytes = std::size_t{64} * 1024;
 /// variadic function.
 std::string formatLogMessage(std::string_view message);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

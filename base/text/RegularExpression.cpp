@@ -11,7 +11,7 @@
 
 #include "base/system/ReleaseWith.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 /// How often the engine may come back to an earlier choice in one search. It grows with the text,
@@ -161,4 +161,4 @@ std::optional<std::vector<TextRange>> RegularExpression::firstMatch(std::string_
     return groups;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

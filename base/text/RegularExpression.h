@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A piece of the searched text, in bytes.
 struct TextRange {
@@ -45,4 +45,4 @@ private:
     std::shared_ptr<const Compiled> compiled_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

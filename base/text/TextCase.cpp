@@ -4,7 +4,7 @@
 
 #include "base/text/TextEncoding.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 std::string lowercased(std::string_view text) {
     std::string result;
@@ -15,4 +15,4 @@ std::string lowercased(std::string_view text) {
     return result;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 namespace {
 
@@ -29,4 +29,4 @@ std::string listDescription(std::span<const std::string> texts) {
     return result += "]";
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -3,10 +3,10 @@
 #include <span>
 #include <string>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// `texts` as one reads them in a log: `["a", "b"]`, with a backslash before each double quote and
 /// backslash inside a text.
 std::string listDescription(std::span<const std::string> texts);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <memory>
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 struct Freer {
@@ -63,4 +63,4 @@ std::optional<std::string> decodedText(std::string_view bytes, const std::string
     return text ? std::optional(std::string(text.get(), length)) : std::nullopt;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

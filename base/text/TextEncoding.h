@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// Appends `character`, a code point of Unicode other than a surrogate.
 void appendUTF8(std::string& text, char32_t character);
@@ -17,4 +17,4 @@ bool isUTF8(std::string_view bytes);
 /// ill-formed in it.
 std::optional<std::string> decodedText(std::string_view bytes, const std::string& encoding);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -7,7 +7,7 @@
 
 #include "base/system/FatalError.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 std::string randomUUIDString() {
     std::array<unsigned char, 16> bytes{};
@@ -29,4 +29,4 @@ std::string randomUUIDString() {
     return text;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

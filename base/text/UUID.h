@@ -2,9 +2,9 @@
 
 #include <string>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A fresh random identifier (RFC 4122, section 4.4): 36 characters, upper-case digits.
 std::string randomUUIDString();
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 
 #include "base/url/URLSyntax.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 /// Absent for an empty host.
@@ -134,4 +134,4 @@ std::string URL::lastPathComponent() const {
     return whole.substr(begin, last + 1 - begin);
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised.
 /// Only square brackets in path, query and fragment, which browsers write as they are, become
@@ -47,4 +47,4 @@ private:
     std::string escapedPath_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

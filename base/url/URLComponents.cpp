@@ -2,7 +2,7 @@
 
 #include "base/url/URLSyntax.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 std::string escapedAuthority(const std::string& host) {
@@ -36,4 +36,4 @@ std::optional<URL> URLComponents::url() const {
     return URL::parse(joinURL(parts));
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

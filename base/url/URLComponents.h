@@ -5,7 +5,7 @@
 
 #include "base/url/URL.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// Builds a URL from plain parts.
 struct URLComponents {
@@ -18,4 +18,4 @@ struct URLComponents {
     std::optional<URL> url() const;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

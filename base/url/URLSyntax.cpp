@@ -6,7 +6,7 @@
 #include <array>
 #include <cstddef>
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 // The character classes of RFC 3986, sections 2.2 and 2.3.
@@ -258,4 +258,4 @@ std::string unescaped(std::string_view text) {
     return bytes;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// The five components of a URI reference (RFC 3986, section 3), as written and still escaped.
 struct URLParts {
@@ -48,4 +48,4 @@ std::string escapedAsHost(std::string_view bytes);
 /// `text` with its escapes undone. The escapes must be well-formed.
 std::string unescaped(std::string_view text);
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -7,7 +7,7 @@
 #include "base/system/FatalError.h"
 #include "base/work/DispatchQueue.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 namespace {
 
@@ -61,4 +61,4 @@ void DispatchGroup::notify(DispatchQueue& queue, std::function<void()> work) con
     submit(std::move(due));
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

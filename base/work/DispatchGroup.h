@@ -3,7 +3,7 @@
 #include <functional>
 #include <memory>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 class DispatchQueue;
 
@@ -27,4 +27,4 @@ private:
     std::shared_ptr<State> state_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 class DispatchWorkItem;
 
@@ -28,4 +28,4 @@ public:
     void asyncAfter(std::chrono::nanoseconds delay, std::shared_ptr<DispatchWorkItem> item);
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,7 +4,7 @@
 
 #include "base/work/DispatchQueue.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 DispatchWorkItem::DispatchWorkItem(std::function<void()> work) : work_(std::move(work)) {}
 
@@ -30,4 +30,4 @@ void DispatchQueue::asyncAfter(std::chrono::nanoseconds delay,
     asyncAfter(delay, [item = std::move(item)] { item->perform(); });
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

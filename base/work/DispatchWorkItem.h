@@ -3,7 +3,7 @@
 #include <functional>
 #include <mutex>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A block of work that runs at most once and can be cancelled until it begins. Any thread.
 class DispatchWorkItem {
@@ -21,4 +21,4 @@ private:
     std::function<void()> work_;
 };
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -4,5 +4,5 @@
 
 int main() {
     prctl(PR_SET_NAME, "glintmark-image");  // it may have been executed by its descriptor's number
-    return glintmark::platform::image::runDecoder({});
+    return glintmark::decoder::runDecoder({});
 }

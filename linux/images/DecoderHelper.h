@@ -19,7 +19,7 @@ public:
     using Connection = std::shared_ptr<const FileDescriptor>;
 
     struct Request {
-        image::DecodeSlot slot;
+        decoder::DecodeSlot slot;
         int encoded;
         int pixels;
         int answer;

@@ -24,7 +24,7 @@ void* symbol(const char* name) {
     void* const found = library == nullptr ? nullptr : ::dlsym(library, name);
     if (found == nullptr) {
         // As where a linked library is missing. NOLINTNEXTLINE(concurrency-mt-unsafe)
-        glintmark::platform::fatalError(::dlerror());
+        glintmark::fatalError(::dlerror());
     }
     return found;
 }

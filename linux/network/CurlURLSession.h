@@ -8,9 +8,11 @@
 
 #include "platform/URLSession.h"
 
-namespace glintmark::platform {
-
+namespace glintmark {
 class DispatchQueue;
+}  // namespace glintmark
+
+namespace glintmark::platform {
 
 /// What a session is set to. Sizes are in bytes, after decompression.
 struct CurlURLSessionOptions {

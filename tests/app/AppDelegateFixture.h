@@ -31,11 +31,11 @@ protected:
 
     /// As an earlier run of the program left them.
     void storeExtraFolders(const std::vector<std::string>& folders) {
-        platform::JSON::Array array;
+        JSON::Array array;
         for (const auto& folder : folders) {
             array.emplace_back(folder);
         }
-        defaults().store("extraFolders", platform::JSON(std::move(array)));
+        defaults().store("extraFolders", JSON(std::move(array)));
     }
     std::optional<std::vector<std::string>> storedExtraFolders() {
         return defaults().stringArray("extraFolders");

@@ -8,9 +8,7 @@
 namespace glintmark {
 namespace {
 
-using platform::BezierPath;
 using platform::MenuItem;
-using platform::Point;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
@@ -140,8 +138,8 @@ TEST_F(AppDelegateMenuTest, AnItemWithoutButtonGetsNoIcon) {
 TEST_F(AppDelegateMenuTest, TheIconIsASquareWithAStarCutOut) {
     const auto delegate = std::make_shared<AppDelegate>();
     const auto icon = delegate->createMenuBarIcon();
-    EXPECT_EQ(icon.size, (platform::Size{18, 18}));
-    EXPECT_EQ(icon.filledPath.windingRule(), platform::WindingRule::evenOdd);
+    EXPECT_EQ(icon.size, (Size{18, 18}));
+    EXPECT_EQ(icon.filledPath.windingRule(), WindingRule::evenOdd);
 
     auto expected = BezierPath::roundedRect({1, 1}, {16, 16}, 3.5, 3.5);
     const auto squareElements = expected.elements().size();

@@ -57,7 +57,7 @@ TEST_F(AppDelegatePipelineTest, AFileGetsItsIconAndANotification) {
                             "Glintmark: Icon applied → /home/kim/Desktop/My Site.webloc"));
     ASSERT_EQ(platform().workspace.icons().size(), 1U);
     EXPECT_EQ(platform().workspace.icons().front().path, path);
-    EXPECT_EQ(platform().workspace.icons().front().image.size(), (platform::Size{512, 512}));
+    EXPECT_EQ(platform().workspace.icons().front().image.size(), (Size{512, 512}));
     ASSERT_EQ(notifications().requests().size(), 1U);
     EXPECT_EQ(notifications().requests().front().title, "Icon set");
     EXPECT_EQ(notifications().requests().front().body, "My Site.webloc");

@@ -4,7 +4,6 @@
 namespace glintmark {
 namespace {
 
-using platform::JSON;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;

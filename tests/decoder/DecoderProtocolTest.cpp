@@ -4,7 +4,7 @@
 
 #include "decoder/DecoderProtocol.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 using Status = DecodeAnswer::Status;
@@ -63,4 +63,4 @@ TEST(DecoderProtocolTest, OnlyTheSmallSlotCanBeTooSmall) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -8,7 +8,7 @@
 
 #include "base/graphics/BitmapImageRep.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -35,4 +35,4 @@ using Pattern = std::function<Colour(int x, int y)>;
 /// transparent the colour does not count.
 int greatestDifference(const BitmapImageRep& bitmap, const Pattern& pattern);
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

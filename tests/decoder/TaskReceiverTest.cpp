@@ -8,7 +8,7 @@
 #include "decoder/RequestMessage.h"
 #include "decoder/TaskReceiver.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 /// The decoder's socket and the program's end of it.
@@ -104,4 +104,4 @@ TEST_F(TaskReceiverTest, TheOtherEndMayBeGone) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -22,9 +22,9 @@ platform::OpenPanel::Result FakeOpenPanel::runModal(const Settings& settings) {
     return answer;
 }
 
-void FakeWorkspace::prepareIcon(const platform::Image& image) { preparedIcons_.push_back(image); }
+void FakeWorkspace::prepareIcon(const Image& image) { preparedIcons_.push_back(image); }
 
-bool FakeWorkspace::setIcon(const platform::Image& image, const std::string& path) {
+bool FakeWorkspace::setIcon(const Image& image, const std::string& path) {
     icons_.push_back({image, path});
     return succeeds_;
 }
@@ -34,7 +34,7 @@ bool FakeWorkspace::openFileViewer(const std::string& folder) {
     return succeeds_;
 }
 
-bool FakeWorkspace::open(const platform::URL& url) {
+bool FakeWorkspace::open(const URL& url) {
     openedURLs_.push_back(url.absoluteString());
     return succeeds_;
 }

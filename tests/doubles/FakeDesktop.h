@@ -61,27 +61,27 @@ private:
 class FakeWorkspace final : public platform::Workspace {
 public:
     struct Icon {
-        platform::Image image;
+        Image image;
         std::string path;
     };
 
-    void prepareIcon(const platform::Image& image) override;
-    bool setIcon(const platform::Image& image, const std::string& path) override;
+    void prepareIcon(const Image& image) override;
+    bool setIcon(const Image& image, const std::string& path) override;
     bool openFileViewer(const std::string& folder) override;
-    bool open(const platform::URL& url) override;
+    bool open(const URL& url) override;
 
     void refuse() { succeeds_ = false; }  ///< Everything from now on.
 
     /// What was asked for, refused or not, in order.
     const std::vector<Icon>& icons() const { return icons_; }
-    const std::vector<platform::Image>& preparedIcons() const { return preparedIcons_; }
+    const std::vector<Image>& preparedIcons() const { return preparedIcons_; }
     const std::vector<std::string>& fileViewers() const { return fileViewers_; }
     const std::vector<std::string>& openedURLs() const { return openedURLs_; }
 
 private:
     bool succeeds_ = true;
     std::vector<Icon> icons_;
-    std::vector<platform::Image> preparedIcons_;
+    std::vector<Image> preparedIcons_;
     std::vector<std::string> fileViewers_;
     std::vector<std::string> openedURLs_;
 };

@@ -26,7 +26,7 @@ public:
     FakeEventStream(const FakeEventStream&) = delete;
     FakeEventStream& operator=(const FakeEventStream&) = delete;
 
-    void setDispatchQueue(platform::DispatchQueue& queue) override {
+    void setDispatchQueue(DispatchQueue& queue) override {
         EXPECT_FALSE(was("start")) << "the queue is set before the start";
         note("setDispatchQueue");
         record_->queue = &queue;

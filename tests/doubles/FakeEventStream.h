@@ -23,7 +23,7 @@ struct StreamRecord {
 
     bool isInvalidated = false;
     bool isDestroyed = false;
-    platform::DispatchQueue* queue = nullptr;
+    DispatchQueue* queue = nullptr;
     platform::EventStream::Handler handler;
 };
 

@@ -101,7 +101,7 @@ bool FakeFileManager::listWhileSomeVanish(const std::string& path,
                                           const std::function<void(std::string_view)>& visit) {
     const auto names = nodes_.at(path).names;
     for (const auto& name : names) {
-        const auto entry = platform::appendPathComponent(path, name);
+        const auto entry = appendPathComponent(path, name);
         if (vanishing_.erase(entry) > 0) {
             remove(entry);
         }

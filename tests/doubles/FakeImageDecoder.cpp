@@ -12,9 +12,9 @@ namespace glintmark::doubles {
 
 namespace {
 
-platform::BitmapImageRep bitmapOf(int width, int height, bool isOpaque) {
+BitmapImageRep bitmapOf(int width, int height, bool isOpaque) {
     const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
-                       platform::BitmapImageRep::bytesPerPixel;
+                       BitmapImageRep::bytesPerPixel;
     std::vector<std::uint8_t> pixels(bytes, isOpaque ? 0xff : 0x00);
     return {width, height, !isOpaque, std::move(pixels)};
 }
@@ -34,7 +34,7 @@ std::optional<double> numberUpTo(std::istream& text, char end) {
 
 }  // namespace
 
-std::shared_ptr<const platform::Image> FakeImageDecoder::decode(std::string data) {
+std::shared_ptr<const Image> FakeImageDecoder::decode(std::string data) {
     ++decodes_;
     constexpr std::string_view magic = "image ";
     if (!data.starts_with(magic)) {
@@ -49,7 +49,7 @@ std::shared_ptr<const platform::Image> FakeImageDecoder::decode(std::string data
         return nullptr;
     }
     if (kind.empty()) {
-        return std::make_shared<const platform::Image>(platform::Size{*width, *height});
+        return std::make_shared<const Image>(Size{*width, *height});
     }
     if (kind != "opaque" && kind != "transparent" && kind != "large") {
         return nullptr;
@@ -57,13 +57,12 @@ std::shared_ptr<const platform::Image> FakeImageDecoder::decode(std::string data
     auto bitmap =
         bitmapOf(static_cast<int>(*width), static_cast<int>(*height), kind != "transparent");
     if (kind != "large") {
-        return std::make_shared<const platform::Image>(std::move(bitmap));
+        return std::make_shared<const Image>(std::move(bitmap));
     }
-    return std::make_shared<const platform::Image>(platform::Size{*width, *height},
-                                                   [this, bitmap = std::move(bitmap)] {
-                                                       bitmapMade();
-                                                       return std::optional(bitmap);
-                                                   });
+    return std::make_shared<const Image>(Size{*width, *height}, [this, bitmap = std::move(bitmap)] {
+        bitmapMade();
+        return std::optional(bitmap);
+    });
 }
 
 }  // namespace glintmark::doubles

@@ -15,7 +15,7 @@ namespace glintmark::doubles {
 /// size alone. Anything else is no image.
 class FakeImageDecoder final : public platform::ImageDecoder {
 public:
-    std::shared_ptr<const platform::Image> decode(std::string data) override;
+    std::shared_ptr<const Image> decode(std::string data) override;
 
     int decodes() const { return decodes_; }
 

@@ -20,8 +20,7 @@ void FakeLog::debug(std::string_view message) {
 std::vector<std::string> FakeLog::lines() const {
     const std::lock_guard lock(mutex_);
     std::vector<std::string> lines;
-    std::transform(messages_.begin(), messages_.end(), std::back_inserter(lines),
-                   platform::formatLogMessage);
+    std::transform(messages_.begin(), messages_.end(), std::back_inserter(lines), formatLogMessage);
     return lines;
 }
 

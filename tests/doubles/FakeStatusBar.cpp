@@ -11,7 +11,7 @@ namespace {
 class FakeButton final : public platform::StatusBarButton {
 public:
     explicit FakeButton(StatusItemRecord& record) : record_(record) {}
-    void setImage(const platform::TemplateImage& image) override { record_.image = image; }
+    void setImage(const TemplateImage& image) override { record_.image = image; }
 
 private:
     StatusItemRecord& record_;

@@ -11,8 +11,8 @@ namespace glintmark::doubles {
 /// What is known of one status item that was made, also after its end.
 struct StatusItemRecord {
     double length = 0;
-    std::optional<platform::TemplateImage> image;  ///< Of its button.
-    std::vector<platform::Menu> menus;             ///< All it was given; the last one shows.
+    std::optional<TemplateImage> image;  ///< Of its button.
+    std::vector<platform::Menu> menus;   ///< All it was given; the last one shows.
     bool isDestroyed = false;
 
     const platform::Menu& menu() const { return menus.at(menus.size() - 1); }

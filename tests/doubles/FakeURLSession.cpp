@@ -59,7 +59,7 @@ std::size_t FakeURLSession::requestCount(const std::string& url) const {
 }
 
 FakeURLSession::Answer FakeURLSession::answerFor(const platform::URLRequest& request) const {
-    const std::string scheme = platform::lowercased(request.url.scheme().value_or(""));
+    const std::string scheme = lowercased(request.url.scheme().value_or(""));
     if ((scheme != "http" && scheme != "https") || !request.url.host()) {
         return {Kind::result, {std::nullopt, std::nullopt, "unsupported URL"}, {}};
     }

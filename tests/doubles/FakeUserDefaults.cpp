@@ -21,14 +21,14 @@ std::optional<std::vector<std::string>> FakeUserDefaults::stringArray(const std:
 
 void FakeUserDefaults::set(const std::string& key, const std::vector<std::string>& value) {
     ++writes_;
-    platform::JSON::Array array;
+    JSON::Array array;
     for (const auto& string : value) {
         array.emplace_back(string);
     }
-    values_.insert_or_assign(key, platform::JSON(std::move(array)));
+    values_.insert_or_assign(key, JSON(std::move(array)));
 }
 
-void FakeUserDefaults::store(const std::string& key, platform::JSON value) {
+void FakeUserDefaults::store(const std::string& key, JSON value) {
     values_.insert_or_assign(key, std::move(value));
 }
 

@@ -11,7 +11,7 @@ namespace glintmark::doubles {
 /// images are known. Any thread. Keeps the bitmap of an image whatever its size.
 class InProcessImageDecoder : public platform::ImageDecoder {
 public:
-    std::shared_ptr<const platform::Image> decode(std::string data) override;
+    std::shared_ptr<const Image> decode(std::string data) override;
 };
 
 }  // namespace glintmark::doubles

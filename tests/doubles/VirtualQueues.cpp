@@ -16,7 +16,7 @@ struct VirtualQueues::Entry {
     std::function<void()> work;
 };
 
-class VirtualQueues::Queue final : public platform::DispatchQueue {
+class VirtualQueues::Queue final : public DispatchQueue {
 public:
     Queue(VirtualQueues& owner, std::string label, bool isSerial)
         : owner_(owner), id_(owner.nextQueue_++), label_(std::move(label)), isSerial_(isSerial) {
@@ -92,15 +92,13 @@ VirtualQueues::VirtualQueues()
 
 VirtualQueues::~VirtualQueues() = default;
 
-platform::DispatchQueue& VirtualQueues::main() { return *main_; }
+DispatchQueue& VirtualQueues::main() { return *main_; }
 
-platform::DispatchQueue& VirtualQueues::global(platform::QualityOfService /*quality*/) {
-    return *global_;
-}
+DispatchQueue& VirtualQueues::global(platform::QualityOfService /*quality*/) { return *global_; }
 
-platform::DispatchQueue& VirtualQueues::background() { return *background_; }
+DispatchQueue& VirtualQueues::background() { return *background_; }
 
-std::unique_ptr<platform::DispatchQueue> VirtualQueues::makeSerial(const std::string& label) {
+std::unique_ptr<DispatchQueue> VirtualQueues::makeSerial(const std::string& label) {
     return std::make_unique<Queue>(*this, label, true);
 }
 

@@ -20,14 +20,14 @@ public:
     VirtualQueues();
     ~VirtualQueues() override;
 
-    platform::DispatchQueue& main() override;
-    platform::DispatchQueue& global(platform::QualityOfService quality) override;
-    std::unique_ptr<platform::DispatchQueue> makeSerial(const std::string& label) override;
+    DispatchQueue& main() override;
+    DispatchQueue& global(platform::QualityOfService quality) override;
+    std::unique_ptr<DispatchQueue> makeSerial(const std::string& label) override;
     std::shared_ptr<platform::Timer> scheduleRepeating(std::chrono::nanoseconds interval,
                                                        std::function<void()> block) override;
 
     /// Where fakes deliver answers that come "on any thread".
-    platform::DispatchQueue& background();
+    DispatchQueue& background();
 
     /// Runs what is due now, and what that submits for now. The clock stands still.
     void runPending();

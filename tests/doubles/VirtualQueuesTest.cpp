@@ -7,7 +7,6 @@
 namespace glintmark::doubles {
 namespace {
 
-using platform::DispatchWorkItem;
 using platform::QualityOfService;
 using testing::ElementsAre;
 using namespace std::chrono_literals;

@@ -11,7 +11,6 @@ namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
-using platform::URL;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;

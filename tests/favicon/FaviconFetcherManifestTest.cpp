@@ -9,7 +9,6 @@ namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
-using platform::URL;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -148,8 +147,8 @@ TEST(FaviconFetcherManifestTest, WhatIsNoUsableManifestGivesNone) {
 
 class FaviconFetcherManifestFetchTest : public doubles::PlatformTest {
 protected:
-    std::shared_ptr<const platform::Image> fetched(const std::string& address = pageAddress) {
-        std::shared_ptr<const platform::Image> result;
+    std::shared_ptr<const Image> fetched(const std::string& address = pageAddress) {
+        std::shared_ptr<const Image> result;
         int completions = 0;
         FaviconFetcher::fetchFromManifest(url(address), [&](auto image) {
             ++completions;

@@ -8,7 +8,6 @@ namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
-using platform::URL;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -24,7 +23,7 @@ protected:
     double width(const std::function<void(FaviconFetcher::ImageCompletion)>& start) {
         double width = 0;
         int completions = 0;
-        start([&](const std::shared_ptr<const platform::Image>& image) {
+        start([&](const std::shared_ptr<const Image>& image) {
             ++completions;
             width = image ? image->size().width : 0;
         });

@@ -91,12 +91,11 @@ protected:
     /// Starts a fetch; what comes of it appears in the result.
     std::shared_ptr<const Outcome> started(const std::string& link) {
         auto outcome = std::make_shared<Outcome>();
-        FaviconFetcher::fetch(link,
-                              [this, outcome](const std::shared_ptr<const platform::Image>& image) {
-                                  ++outcome->completions;
-                                  outcome->width = image ? image->size().width : 0;
-                                  outcome->queue = queues().current();
-                              });
+        FaviconFetcher::fetch(link, [this, outcome](const std::shared_ptr<const Image>& image) {
+            ++outcome->completions;
+            outcome->width = image ? image->size().width : 0;
+            outcome->queue = queues().current();
+        });
         return outcome;
     }
 

@@ -28,7 +28,7 @@ TEST(IconCandidateTest, AnImageWithoutAlphaChannelIsNotTransparent) {
 }
 
 TEST(IconCandidateTest, AnImageWithoutPixelsIsNotTransparent) {
-    const auto image = std::make_shared<const platform::Image>(platform::Size{16, 16});
+    const auto image = std::make_shared<const Image>(Size{16, 16});
     EXPECT_FALSE(IconCandidate(image, IconSource::htmlIcon).hasTransparency);
 }
 
@@ -39,8 +39,8 @@ TEST(IconCandidateTest, AnEmptyBitmapIsNotTransparent) {
 }
 
 TEST(IconCandidateTest, PixelsThatCannotBeHadAnyMoreAreNotTransparent) {
-    const auto image = std::make_shared<const platform::Image>(
-        platform::Size{16, 16}, [] { return std::optional<platform::BitmapImageRep>(); });
+    const auto image =
+        std::make_shared<const Image>(Size{16, 16}, [] { return std::optional<BitmapImageRep>(); });
     EXPECT_FALSE(IconCandidate(image, IconSource::htmlIcon).hasTransparency);
 }
 

@@ -38,11 +38,9 @@ public:
         return *this;
     }
 
-    platform::BitmapImageRep bitmap() const { return {width_, height_, hasAlpha_, pixels_}; }
+    BitmapImageRep bitmap() const { return {width_, height_, hasAlpha_, pixels_}; }
 
-    std::shared_ptr<const platform::Image> image() const {
-        return std::make_shared<const platform::Image>(bitmap());
-    }
+    std::shared_ptr<const Image> image() const { return std::make_shared<const Image>(bitmap()); }
 
 private:
     int width_;
@@ -52,9 +50,9 @@ private:
 };
 
 /// A candidate whose image says that it is of `size`, whatever its pixels.
-inline IconCandidate candidateOfSize(platform::Size size, bool transparent, IconSource source) {
+inline IconCandidate candidateOfSize(Size size, bool transparent, IconSource source) {
     const Picture pixel = Picture(1, 1).fill(transparent ? 0 : 255);
-    return {std::make_shared<const platform::Image>(
+    return {std::make_shared<const Image>(
                 size, [bitmap = pixel.bitmap()] { return std::optional(bitmap); }),
             source};
 }

@@ -7,7 +7,7 @@ using namespace glintmark;
 /// The pixels fill the size.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::SmallPixels pixels;
-    const auto image = platform::image::decodeBMP({data, size}, pixels);
+    const auto image = decoder::decodeBMP({data, size}, pixels);
     fuzz::require(!image || pixels.fill(image->width, image->height));
     return 0;
 }

@@ -2,7 +2,7 @@
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;
-using namespace platform::image;
+using namespace decoder;
 
 /// What is let through fits the slot.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const auto large = parseAnswer(bytes, DecodeSlot::large);
     if (large && large->status == DecodeAnswer::Status::decoded) {
-        constexpr auto most = std::size_t{maximumPixels} * platform::BitmapImageRep::bytesPerPixel;
+        constexpr auto most = std::size_t{maximumPixels} * BitmapImageRep::bytesPerPixel;
         fuzz::require(large->pixelBytes() > 0 && large->pixelBytes() <= most);
         fuzz::require(small.has_value() == (large->pixelBytes() <= smallSlotPixels));
     }

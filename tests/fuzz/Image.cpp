@@ -7,7 +7,7 @@ using namespace glintmark;
 /// Whatever the format, the pixels fill the size.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::SmallPixels pixels;
-    const auto image = platform::image::decodeImage({data, size}, pixels);
+    const auto image = decoder::decodeImage({data, size}, pixels);
     fuzz::require(!image || pixels.fill(image->width, image->height));
     return 0;
 }

@@ -9,7 +9,7 @@ using namespace glintmark;
 /// Whatever is read in UTF-8 is a text to a validating reader as well.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto text = fuzz::text(data, size);
-    const auto json = platform::JSON::parse(text);
+    const auto json = JSON::parse(text);
     if (json && text.find('\0') == std::string_view::npos && !text.starts_with("\xFE") &&
         !text.starts_with("\xFF")) {
         fuzz::require(nlohmann::json::accept(text.begin(), text.end()));

@@ -53,9 +53,9 @@ std::string printed(const std::string& directive) {
 /// A directive prints what the C library prints for zero; any message gives a line within limits.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto text = fuzz::text(data, size);
-    fuzz::require(platform::formatLogMessage(text).size() <= platform::maximumLogLineBytes);
+    fuzz::require(formatLogMessage(text).size() <= maximumLogLineBytes);
     if (const auto directive = safeDirective(text)) {
-        fuzz::require(platform::formatLogMessage(*directive) == printed(*directive));
+        fuzz::require(formatLogMessage(*directive) == printed(*directive));
     }
     return 0;
 }

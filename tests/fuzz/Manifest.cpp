@@ -6,12 +6,11 @@
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;
-using platform::JSON;
 
 namespace {
 
 /// Whether the manifest has an icon whose address is `url`.
-bool names(const JSON& manifest, const platform::URL& url, const platform::URL& page) {
+bool names(const JSON& manifest, const URL& url, const URL& page) {
     const JSON* const icons = manifest.member("icons");
     fuzz::require(icons != nullptr && icons->array() != nullptr);
     return std::ranges::any_of(*icons->array(), [&](const JSON& icon) {
@@ -25,7 +24,7 @@ bool names(const JSON& manifest, const platform::URL& url, const platform::URL& 
 
 /// What is chosen is an absolute address that the manifest gives.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const auto page = platform::URL::parse("http://u@h:81/dir/page?x#y").value();
+    static const auto page = URL::parse("http://u@h:81/dir/page?x#y").value();
     const auto text = fuzz::text(data, size);
     const auto icon = FaviconFetcher::chooseManifestIcon(text, page);
     if (icon) {

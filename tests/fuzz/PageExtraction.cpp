@@ -54,7 +54,7 @@ std::string utf8(const UnicodeString& text) {
 }
 
 /// The rules one after the other, with every pattern run plainly over the whole text.
-std::vector<IconEntry> plainlyExtracted(const std::string& page, const platform::URL& base) {
+std::vector<IconEntry> plainlyExtracted(const std::string& page, const URL& base) {
     std::vector<IconEntry> entries;
     const auto text = UnicodeString::fromUTF8(page);
     UErrorCode status = U_ZERO_ERROR;
@@ -90,7 +90,7 @@ std::vector<IconEntry> plainlyExtracted(const std::string& page, const platform:
 
 /// The quick extraction finds what the patterns find that are run plainly.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const auto base = platform::URL::parse("http://h:81/dir/page").value();
+    static const auto base = URL::parse("http://h:81/dir/page").value();
     const auto page = pageOf(data, size);
     const auto entries = FaviconFetcher::extractIconURLs(page, base);
     const auto wanted = plainlyExtracted(page, base);

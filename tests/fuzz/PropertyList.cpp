@@ -7,16 +7,16 @@ using namespace glintmark;
 
 namespace {
 
-void requireUTF8(const platform::PropertyList& list) {
+void requireUTF8(const PropertyList& list) {
     if (const auto* text = list.string()) {
-        fuzz::require(platform::isUTF8(*text));
+        fuzz::require(isUTF8(*text));
     } else if (const auto* elements = list.array()) {
         for (const auto& element : *elements) {
             requireUTF8(element);
         }
     } else if (const auto* entries = list.dictionary()) {
         for (const auto& [key, value] : *entries) {
-            fuzz::require(platform::isUTF8(key));
+            fuzz::require(isUTF8(key));
             requireUTF8(value);
         }
     }
@@ -26,7 +26,7 @@ void requireUTF8(const platform::PropertyList& list) {
 
 /// All texts of whatever is read are UTF-8.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (const auto list = platform::PropertyList::parse(fuzz::text(data, size))) {
+    if (const auto list = PropertyList::parse(fuzz::text(data, size))) {
         requireUTF8(*list);
     }
     return 0;

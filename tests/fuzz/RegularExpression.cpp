@@ -3,7 +3,6 @@
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;
-using platform::RegularExpression;
 
 /// Whatever the bytes, matches lie within them, in order and apart.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

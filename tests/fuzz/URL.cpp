@@ -6,7 +6,6 @@
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;
-using platform::URL;
 
 namespace {
 
@@ -40,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const auto path = "/" + std::string(text);
     fuzz::require(path.ends_with('/') || URL::fileURL(path).path() == path);
-    const auto built = platform::URLComponents{"http", std::string(text), path}.url();
+    const auto built = URLComponents{"http", std::string(text), path}.url();
     fuzz::require(built && (text.empty() || built->host()));
     return 0;
 }

@@ -18,9 +18,9 @@ std::optional<std::string> extracted(std::string bytes) {
     doubles::TestPlatform platform;
     const std::string path = "/home/kim/Desktop/a.webloc";
     platform.files.create(path, std::move(bytes));
-    auto link = WeblocParser::extractURL(platform::URL::fileURL(path));
+    auto link = WeblocParser::extractURL(URL::fileURL(path));
     fuzz::require(platform.log.lines().size() == (link ? 0 : 1));
-    fuzz::require(!link || platform::isUTF8(*link));
+    fuzz::require(!link || isUTF8(*link));
     return link;
 }
 
@@ -90,7 +90,7 @@ bool isXMLText(const std::string& link) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(fuzz::text(data, size));
     extracted(bytes);
-    if (platform::isUTF8(bytes)) {
+    if (isUTF8(bytes)) {
         fuzz::require(extracted(binaryForm(bytes)) == bytes);
         fuzz::require(extracted(oldTextForm(bytes)) == bytes);
         fuzz::require(!isXMLText(bytes) || extracted(xmlForm(bytes)) == bytes);

@@ -12,8 +12,6 @@
 namespace glintmark {
 namespace {
 
-using platform::BitmapImageRep;
-using platform::Image;
 using testing::ElementsAre;
 
 constexpr const char* linkFile = "/home/kim/Desktop/a.webloc";
@@ -43,7 +41,7 @@ protected:
         IconApplier::apply(std::make_shared<const Image>(std::move(image)), linkFile);
         const auto& icon = platform().workspace.icons().back();
         EXPECT_EQ(icon.path, linkFile);
-        EXPECT_EQ(icon.image.size(), (platform::Size{512, 512}));
+        EXPECT_EQ(icon.image.size(), (Size{512, 512}));
         const auto result = icon.image.bitmap();
         EXPECT_EQ(result->pixelsWide(), 512);
         EXPECT_EQ(result->pixelsHigh(), 512);
@@ -112,11 +110,10 @@ TEST_F(IconApplierTest, TheIconMeasures512PointsWhateverTheImage) {
 
 TEST_F(IconApplierTest, AnImageWithoutPixelsGivesATransparentIcon) {
     const auto none = [] { return std::optional<BitmapImageRep>(); };
-    for (const auto& image :
-         {Image(platform::Size{0, 0}), Image(platform::Size{16, 16}),
-          Image(platform::Size{64, 64}, none), Image(bitmap(0, 0, [](int, int) { return red; })),
-          Image(bitmap(0, 5, [](int, int) { return red; })),
-          Image(bitmap(5, 0, [](int, int) { return red; }))}) {
+    for (const auto& image : {Image(Size{0, 0}), Image(Size{16, 16}), Image(Size{64, 64}, none),
+                              Image(bitmap(0, 0, [](int, int) { return red; })),
+                              Image(bitmap(0, 5, [](int, int) { return red; })),
+                              Image(bitmap(5, 0, [](int, int) { return red; }))}) {
         const auto icon = applied(image);
         EXPECT_TRUE(icon.hasAlpha());
         EXPECT_TRUE(std::ranges::all_of(icon.pixels(), [](auto byte) { return byte == 0; }));

@@ -19,7 +19,6 @@ namespace glintmark::test {
 
 namespace {
 
-using platform::ReleaseWith;
 using Key = std::unique_ptr<EVP_PKEY, ReleaseWith<EVP_PKEY_free>>;
 using Certificate = std::unique_ptr<X509, ReleaseWith<X509_free>>;
 using Context = std::unique_ptr<SSL_CTX, ReleaseWith<SSL_CTX_free>>;

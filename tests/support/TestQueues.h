@@ -12,7 +12,7 @@
 namespace glintmark::test {
 
 /// Runs each piece of work at once, on the thread that submits it.
-class InlineQueue final : public platform::DispatchQueue {
+class InlineQueue final : public DispatchQueue {
 public:
     using DispatchQueue::asyncAfter;
     void async(Work work) override { work(); }
@@ -20,7 +20,7 @@ public:
 };
 
 /// Keeps work until it is told to run it.
-class HeldQueue final : public platform::DispatchQueue {
+class HeldQueue final : public DispatchQueue {
 public:
     using DispatchQueue::asyncAfter;
     void async(Work work) override {

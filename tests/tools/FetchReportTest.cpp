@@ -27,7 +27,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 class FetchReportTest : public testing::Test {
 protected:
     FetchReport report(const std::string& link) {
-        const auto url = platform::URL::parse(link).value();
+        const auto url = URL::parse(link).value();
         std::optional<std::vector<IconCandidate>> found;
         FaviconFetcher::collectCandidates(url, url.host().value(),
                                           [&](auto candidates) { found = std::move(candidates); });

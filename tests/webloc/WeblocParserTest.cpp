@@ -29,7 +29,7 @@ protected:
     std::optional<std::string> extracted(std::string bytes) {
         log().forget();
         files().create(linkFile, std::move(bytes));
-        return WeblocParser::extractURL(platform::URL::fileURL(linkFile));
+        return WeblocParser::extractURL(URL::fileURL(linkFile));
     }
 };
 
@@ -166,26 +166,26 @@ TEST_F(WeblocParserTest, AFileWithoutAStringUnderURLGivesOneLine) {
 }
 
 TEST_F(WeblocParserTest, AMissingFileGivesTheLineOfAFileThatCannotBeRead) {
-    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(linkFile)), std::nullopt);
+    EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(linkFile)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
 TEST_F(WeblocParserTest, AFileWithoutPermissionGivesTheLineOfAFileThatCannotBeRead) {
     files().create(linkFile, propertyList("<dict><key>URL</key><string>a</string></dict>"));
     files().makeUnreadable(linkFile);
-    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(linkFile)), std::nullopt);
+    EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(linkFile)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
 TEST_F(WeblocParserTest, AFolderGivesTheLineOfAFileThatCannotBeRead) {
     files().createDirectory(linkFile);
-    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(linkFile)), std::nullopt);
+    EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(linkFile)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
 TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotCut) {
     std::string list = propertyList("<dict><key>URL</key><string>https://h/</string></dict>");
-    list.resize(platform::PropertyList::maximumBytes, ' ');
+    list.resize(PropertyList::maximumBytes, ' ');
     EXPECT_EQ(extracted(list), "https://h/");
     list += ' ';
     EXPECT_EQ(extracted(list), std::nullopt);
@@ -196,7 +196,7 @@ TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotCut) {
 
 TEST_F(WeblocParserTest, ThePathStandsInTheLineAsPlainBytes) {
     const std::string path = "/home/kim/Desktop/日本 100%d #\xFF.webloc";
-    EXPECT_EQ(WeblocParser::extractURL(platform::URL::fileURL(path)), std::nullopt);
+    EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(path)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre("Glintmark: ファイル読み込み失敗 → " + path));
 }
 

@@ -3,7 +3,7 @@
 
 #include "base/graphics/BitmapImageRep.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using testing::ElementsAre;
@@ -62,4 +62,4 @@ TEST(BitmapImageRepDeathTest, PixelsMustFillTheSize) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -6,7 +6,7 @@
 
 #include "base/graphics/Geometry.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(GeometryTest, TruncationDropsTheFraction) {
@@ -35,4 +35,4 @@ TEST(GeometryDeathTest, WhatIsNoNumberOrDoesNotFitEndsTheProcess) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

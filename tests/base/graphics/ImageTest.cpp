@@ -2,7 +2,7 @@
 
 #include "base/graphics/Image.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(ImageTest, OnePixelCountsAsOnePoint) {
@@ -36,4 +36,4 @@ TEST(ImageTest, ALargeImageWhosePixelsAreGoneHasNoBitmap) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

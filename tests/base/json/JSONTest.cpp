@@ -5,7 +5,7 @@
 
 #include "base/json/JSON.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using namespace std::string_literals;
@@ -153,4 +153,4 @@ TEST(JSONTest, RefusesATextWhoseTreeWouldFillTheMemory) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

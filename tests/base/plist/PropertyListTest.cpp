@@ -6,7 +6,7 @@
 #include "base/plist/PropertyList.h"
 #include "tests/Vectors.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using namespace std::string_literals;
@@ -466,4 +466,4 @@ TEST(PropertyListTextTest, RefusesATreeThatWouldFillTheMemory) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

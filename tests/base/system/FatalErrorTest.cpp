@@ -4,7 +4,7 @@
 
 #include "base/system/FatalError.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(FatalErrorDeathTest, SaysWhyAndAborts) {
@@ -13,4 +13,4 @@ TEST(FatalErrorDeathTest, SaysWhyAndAborts) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

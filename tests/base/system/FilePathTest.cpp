@@ -2,7 +2,7 @@
 
 #include "base/system/FilePath.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(FilePathTest, AppendsAComponentAfterExactlyOneSlash) {
@@ -15,4 +15,4 @@ TEST(FilePathTest, AppendsAComponentAfterExactlyOneSlash) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

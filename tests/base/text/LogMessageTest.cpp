@@ -7,7 +7,7 @@
 
 #include "base/text/LogMessage.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using namespace std::string_literals;
@@ -146,4 +146,4 @@ TEST(LogMessageTest, AgreesWithTheCLibrary) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

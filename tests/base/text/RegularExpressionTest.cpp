@@ -6,7 +6,7 @@
 
 #include "base/text/RegularExpression.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using testing::ElementsAre;
@@ -160,4 +160,4 @@ TEST(RegularExpressionTest, SeveralThreadsSearchAtOnce) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

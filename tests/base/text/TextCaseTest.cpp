@@ -2,7 +2,7 @@
 
 #include "base/text/TextCase.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(TextCaseTest, LettersBecomeLowerCaseAndTheRestStays) {
@@ -24,4 +24,4 @@ TEST(TextCaseTest, AZeroByteIsACharacterLikeOthers) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -2,7 +2,7 @@
 
 #include "base/text/TextDescription.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(TextDescriptionTest, ListsAreQuotedAndSeparatedByCommas) {
@@ -23,4 +23,4 @@ TEST(TextDescriptionTest, ListsAreQuotedAndSeparatedByCommas) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

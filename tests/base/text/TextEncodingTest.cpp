@@ -2,7 +2,7 @@
 
 #include "base/text/TextEncoding.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using namespace std::string_view_literals;
@@ -47,4 +47,4 @@ TEST(TextEncodingTest, RefusesNamesThatConvertersShouldNotGet) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

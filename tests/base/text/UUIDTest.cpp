@@ -6,7 +6,7 @@
 
 #include "base/text/UUID.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 TEST(UUIDTest, HasTheFormOfARandomIdentifier) {
@@ -23,4 +23,4 @@ TEST(UUIDTest, IsFreshEachTime) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

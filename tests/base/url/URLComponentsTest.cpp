@@ -6,7 +6,7 @@
 #include "base/url/URLComponents.h"
 #include "tests/Vectors.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 std::optional<std::string> built(std::optional<std::string> scheme, std::optional<std::string> host,
@@ -55,4 +55,4 @@ TEST(URLComponentsTest, MissingPartsAreLeftOut) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

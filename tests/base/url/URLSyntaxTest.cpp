@@ -10,7 +10,7 @@
 #include "base/url/URL.h"
 #include "base/url/URLSyntax.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 /// The same things as an independent implementation of RFC 3986 sees them.
@@ -136,4 +136,4 @@ TEST(URLSyntaxTest, ResolvesAsAnIndependentParserDoes) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -6,7 +6,7 @@
 #include "base/url/URL.h"
 #include "tests/Vectors.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using namespace std::string_literals;
@@ -208,4 +208,4 @@ TEST(URLTest, EqualityIsThatOfTheText) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -5,7 +5,7 @@
 #include "base/work/DispatchGroup.h"
 #include "base/work/DispatchQueue.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 /// Runs work at once, on the caller's thread.
@@ -56,4 +56,4 @@ TEST(DispatchGroupDeathTest, LeavingMoreOftenThanEnteringEndsTheProcess) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

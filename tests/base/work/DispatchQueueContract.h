@@ -15,7 +15,7 @@
 #include "base/work/DispatchQueue.h"
 #include "base/work/DispatchWorkItem.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 /// A queue under test that runs one piece of work at a time.
 class DispatchQueueSubject {
@@ -125,4 +125,4 @@ TEST_P(DispatchQueueContract, WorkThatHasNotBegunIsDroppedWithTheQueue) {
     EXPECT_EQ(owned.use_count(), 1);
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

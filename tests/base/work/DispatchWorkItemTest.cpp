@@ -10,7 +10,7 @@
 #include "base/work/DispatchQueue.h"
 #include "base/work/DispatchWorkItem.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
@@ -96,4 +96,4 @@ TEST(DispatchWorkItemTest, AQueueRunsItAfterTheDelayUnlessItIsCancelled) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -17,7 +17,7 @@
 
 #include "decoder/DecoderServer.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 std::string text(std::span<const std::uint8_t> bytes) { return {bytes.begin(), bytes.end()}; }
@@ -126,10 +126,10 @@ std::optional<DecodedImage> misbehave(std::span<const std::uint8_t> encoded, Pix
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder
 
 int main() {
     using namespace std::chrono_literals;
-    namespace image = glintmark::platform::image;
-    return image::runDecoder({.decode = image::misbehave, .wallLimit = 2s, .idleLimit = 300ms});
+    namespace decoder = glintmark::decoder;
+    return decoder::runDecoder({.decode = image::misbehave, .wallLimit = 2s, .idleLimit = 300ms});
 }
