@@ -42,7 +42,9 @@ Names bombs() {
     Names names;
     for (const auto& entry : std::filesystem::directory_iterator(GLINTMARK_TEST_DATA "/images")) {
         std::string name = entry.path().filename();
-        if (name.starts_with("bomb-")) names.push_back(std::move(name));
+        if (name.starts_with("bomb-")) {
+            names.push_back(std::move(name));
+        }
     }
     std::ranges::sort(names);
     return names;
@@ -65,7 +67,9 @@ Cost timeToDecode(const Names& names) {
             const auto image = decoder.decode(data);
             cost.milliseconds =
                 std::max(cost.milliseconds, (bench::processorTime() - before).count());
-            if (image) cost.width = image->size().width;
+            if (image) {
+                cost.width = image->size().width;
+            }
         }
     }
     return cost;
@@ -86,10 +90,14 @@ Cost memoryToDecode(const Names& names) {
         std::vector<std::thread> callers;
         for (int caller = 0; caller < callersAtOnce; ++caller) {
             callers.emplace_back([&] {
-                for (const std::string& name : names) decoder.decode(contents(name));
+                for (const std::string& name : names) {
+                    decoder.decode(contents(name));
+                }
             });
         }
-        for (std::thread& caller : callers) caller.join();
+        for (std::thread& caller : callers) {
+            caller.join();
+        }
     }
     while (waitpid(-1, nullptr, 0) > 0) {
     }
@@ -100,7 +108,9 @@ Cost memoryToDecode(const Names& names) {
 /// `measure` in a process of its own, so that nothing of another measurement counts.
 Cost apart(Cost (*measure)(const Names&), const Names& names) {
     int ends[2] = {};
-    if (pipe(ends) != 0) std::abort();
+    if (pipe(ends) != 0) {
+        std::abort();
+    }
     if (fork() == 0) {
         const Cost cost = measure(names);
         const bool told = write(ends[1], &cost, sizeof cost) == ssize_t{sizeof cost};
@@ -141,7 +151,9 @@ int main(int argc, char** argv) {
     const bench::Options options(argc, argv);
     const Names names = bombs();
     bench::Figures figures;
-    for (const std::string& name : names) measure(name.substr(5), {name}, figures);
+    for (const std::string& name : names) {
+        measure(name.substr(5), {name}, figures);
+    }
     measure("all of them, mixed", names, figures);
     return figures.finish(options);
 }

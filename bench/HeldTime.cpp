@@ -42,7 +42,9 @@ struct Moment {
 double secondsWaited() {
     static const int file = open("/proc/self/schedstat", O_RDONLY | O_CLOEXEC);
     std::array<char, 128> text{};
-    if (pread(file, text.data(), text.size() - 1, 0) <= 0) return 0;
+    if (pread(file, text.data(), text.size() - 1, 0) <= 0) {
+        return 0;
+    }
     char* second = nullptr;
     std::strtoull(text.data(), &second, 10);
     return static_cast<double>(std::strtoull(second, nullptr, 10)) * 1e-9;
@@ -59,7 +61,9 @@ Moment now() {
 class Stopwatch {
 public:
     void stop() {
-        if (figures_ == nullptr || began_.time == 0) return;
+        if (figures_ == nullptr || began_.time == 0) {
+            return;
+        }
         const Moment end = now();
         const double held = end.time - began_.time;
         const double byItself = held - (end.waited - began_.waited);
@@ -80,7 +84,9 @@ private:
 extern "C" int poll(pollfd* watched, nfds_t count, int timeout) {
     using Poll = int (*)(pollfd*, nfds_t, int);
     static const auto next = reinterpret_cast<Poll>(dlsym(RTLD_NEXT, "poll"));
-    if (gettid() != getpid()) return next(watched, count, timeout);
+    if (gettid() != getpid()) {
+        return next(watched, count, timeout);
+    }
     static Stopwatch stopwatch;
     stopwatch.stop();
     const int ready = next(watched, count, timeout);

@@ -77,7 +77,7 @@ constexpr std::array kinds{
 using Search = std::size_t (*)(const std::string& page);
 
 std::size_t searchOwn(const std::string& page) {
-    static const auto base = platform::URL::parse("https://site.example/dir/page.html");
+    static const auto base = URL::parse("https://site.example/dir/page.html");
     return FaviconFetcher::extractIconURLs(page, *base, 6).size();
 }
 
@@ -98,7 +98,9 @@ std::size_t searchWithGumbo(const std::string& page) {
     while (!left.empty()) {
         const GumboNode* const node = left.back();
         left.pop_back();
-        if (node->type != GUMBO_NODE_ELEMENT) continue;
+        if (node->type != GUMBO_NODE_ELEMENT) {
+            continue;
+        }
         const auto& element = node->v.element;
         found += element.tag == GUMBO_TAG_LINK &&
                          isIcon(gumboValue(*node, "rel"), gumboValue(*node, "href"))
@@ -115,7 +117,9 @@ std::size_t searchWithGumbo(const std::string& page) {
 const xmlChar* xml(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
 
 bool isIconLink(xmlNode& node) {
-    if (node.type != XML_ELEMENT_NODE || xmlStrcmp(node.name, xml("link")) != 0) return false;
+    if (node.type != XML_ELEMENT_NODE || xmlStrcmp(node.name, xml("link")) != 0) {
+        return false;
+    }
     xmlChar* const rel = xmlGetProp(&node, xml("rel"));
     xmlChar* const href = xmlGetProp(&node, xml("href"));
     const bool found =
@@ -170,7 +174,9 @@ double leastTimeOf(Search search, const std::string& page, int times) {
 /// In a process that may die of the page; negative when it does.
 double timeOfPeer(Search search, const std::string& page, int times) {
     std::array<int, 2> ends{};
-    if (::pipe(ends.data()) != 0) std::abort();
+    if (::pipe(ends.data()) != 0) {
+        std::abort();
+    }
     const pid_t child = ::fork();
     if (child == 0) {
         const rlimit memory{peerMemory, peerMemory};
@@ -183,7 +189,9 @@ double timeOfPeer(Search search, const std::string& page, int times) {
     }
     ::close(ends[1]);
     double taken = -1;
-    if (::read(ends[0], &taken, sizeof taken) != ssize_t{sizeof taken}) taken = -1;
+    if (::read(ends[0], &taken, sizeof taken) != ssize_t{sizeof taken}) {
+        taken = -1;
+    }
     ::close(ends[0]);
     ::waitpid(child, nullptr, 0);
     return taken;
@@ -256,7 +264,9 @@ int main(int argc, char** argv) {
     bench::Figures figures;
     for (const Kind& kind : kinds) {
         measureSize(kind, 100'000, "100 kB", times, figures);
-        if (options.smoke) continue;
+        if (options.smoke) {
+            continue;
+        }
         measureSize(kind, 1'000'000, "1 MB", times, figures);
         measureHuge(kind, figures);
     }

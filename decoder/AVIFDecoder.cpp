@@ -6,7 +6,7 @@
 #include "decoder/ImageLimits.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -17,7 +17,9 @@ using Decoder = std::unique_ptr<avifDecoder, DestroyDecoder>;
 
 Decoder makeDecoder() {
     Decoder decoder(avifDecoderCreate());
-    if (!decoder) return nullptr;
+    if (!decoder) {
+        return nullptr;
+    }
     decoder->codecChoice = AVIF_CODEC_CHOICE_DAV1D;
     decoder->maxThreads = 1;
     decoder->ignoreExif = AVIF_TRUE;
@@ -32,13 +34,17 @@ Decoder makeDecoder() {
 
 std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, PixelStore& pixels) {
     const Decoder decoder = makeDecoder();
-    if (!decoder) return std::nullopt;
+    if (!decoder) {
+        return std::nullopt;
+    }
     if (avifDecoderSetIOMemory(decoder.get(), file.data(), file.size()) != AVIF_RESULT_OK ||
         avifDecoderParse(decoder.get()) != AVIF_RESULT_OK) {
         return std::nullopt;
     }
     const auto canvas = pixels.allocate(decoder->image->width, decoder->image->height);
-    if (!canvas || avifDecoderNextImage(decoder.get()) != AVIF_RESULT_OK) return std::nullopt;
+    if (!canvas || avifDecoderNextImage(decoder.get()) != AVIF_RESULT_OK) {
+        return std::nullopt;
+    }
 
     avifRGBImage rgb;
     avifRGBImageSetDefaults(&rgb, decoder->image);
@@ -49,8 +55,10 @@ std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, Pixel
     rgb.depth = 8;
     rgb.pixels = canvas->pixels().data();
     rgb.rowBytes = static_cast<std::uint32_t>(canvas->bytesPerRow());
-    if (!fits || avifImageYUVToRGB(decoder->image, &rgb) != AVIF_RESULT_OK) return std::nullopt;
+    if (!fits || avifImageYUVToRGB(decoder->image, &rgb) != AVIF_RESULT_OK) {
+        return std::nullopt;
+    }
     return DecodedImage{canvas->width(), canvas->height(), decoder->image->alphaPlane != nullptr};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

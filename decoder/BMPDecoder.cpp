@@ -3,7 +3,7 @@
 #include "decoder/FormatDecoders.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -16,16 +16,24 @@ std::optional<DecodedImage> decodeBMP(std::span<const std::uint8_t> file, PixelS
     const ByteReader bytes(file);
     const auto dib = bytes.from(fileHeaderSize);
     auto header = parseDIBHeader(dib);
-    if (!header) return std::nullopt;
+    if (!header) {
+        return std::nullopt;
+    }
     // Without bit fields the fourth byte of a pixel has no meaning here, unlike in icons.
-    if (header->compression == DIBHeader::Compression::none) header->masks[3] = 0;
+    if (header->compression == DIBHeader::Compression::none) {
+        header->masks[3] = 0;
+    }
     const auto canvas = pixels.allocate(header->width, header->height);
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     const std::size_t offset = bytes.little32(pixelOffsetField);
     const auto picture = bytes.from(offset != 0 ? offset : fileHeaderSize + header->end);
     bool hasAlpha = false;
-    if (!drawDIB(*header, picture, *canvas, hasAlpha)) return std::nullopt;
+    if (!drawDIB(*header, picture, *canvas, hasAlpha)) {
+        return std::nullopt;
+    }
     return DecodedImage{canvas->width(), canvas->height(), hasAlpha};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

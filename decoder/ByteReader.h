@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// Numbers in a file that is not trusted. What lies beyond its end reads as 0, so that a parser
 /// checks lengths where they decide something and cannot read outside otherwise.
@@ -37,16 +37,22 @@ public:
     }
 
     bool matches(std::size_t offset, std::string_view text) const {
-        if (!has(offset, text.size())) return false;
+        if (!has(offset, text.size())) {
+            return false;
+        }
         for (std::size_t i = 0; i < text.size(); ++i) {
-            if (byte(offset + i) != static_cast<std::uint8_t>(text[i])) return false;
+            if (byte(offset + i) != static_cast<std::uint8_t>(text[i])) {
+                return false;
+            }
         }
         return true;
     }
 
     /// The bytes from `offset` on, at most `length`; fewer, or none, where the file ends earlier.
     std::span<const std::uint8_t> part(std::size_t offset, std::size_t length) const {
-        if (offset > bytes_.size()) return {};
+        if (offset > bytes_.size()) {
+            return {};
+        }
         return bytes_.subspan(offset, std::min(length, bytes_.size() - offset));
     }
     std::span<const std::uint8_t> from(std::size_t offset) const { return part(offset, size()); }
@@ -55,4 +61,4 @@ private:
     std::span<const std::uint8_t> bytes_;
 };
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -4,7 +4,7 @@
 #include "decoder/ByteReader.h"
 #include "decoder/DIB.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -34,13 +34,19 @@ bool readMasks(const ByteReader& dib, std::size_t headerSize, std::uint32_t comp
                DIBHeader& header) {
     header.masks = header.bitsPerPixel == 16 ? masksOf16Bits : masksOf32Bits;
     header.end = headerSize;
-    if (header.compression != DIBHeader::Compression::bitFields) return true;
-    if (header.bitsPerPixel != 16 && header.bitsPerPixel != 32) return false;
+    if (header.compression != DIBHeader::Compression::bitFields) {
+        return true;
+    }
+    if (header.bitsPerPixel != 16 && header.bitsPerPixel != 32) {
+        return false;
+    }
     const bool alpha = compression == biAlphaBitFields ||
                        (headerSize >= headerWithAlphaMaskSize && headerSize != os2HeaderSize);
     const std::size_t count = alpha ? 4 : 3;
     header.masks = {};
-    for (std::size_t i = 0; i < count; ++i) header.masks[i] = dib.little32(masksOffset + i * 4);
+    for (std::size_t i = 0; i < count; ++i) {
+        header.masks[i] = dib.little32(masksOffset + i * 4);
+    }
     header.end = std::max(headerSize, masksOffset + count * 4);
     return dib.has(0, header.end);
 }
@@ -54,7 +60,9 @@ bool readPalette(const ByteReader& dib, std::uint32_t used, std::size_t colourSi
     }
     const std::uint32_t most = 1U << header.bitsPerPixel;
     const std::uint32_t count = used == 0 ? most : used;
-    if (count > 256 || !dib.has(header.end, count * colourSize)) return false;
+    if (count > 256 || !dib.has(header.end, count * colourSize)) {
+        return false;
+    }
     for (std::uint32_t i = 0; i < std::min(count, most); ++i) {
         const std::size_t at = header.end + i * colourSize;
         header.palette.push_back({dib.byte(at + 2), dib.byte(at + 1), dib.byte(at)});
@@ -70,8 +78,12 @@ std::optional<DIBHeader> parseCoreHeader(const ByteReader& dib) {
     header.bitsPerPixel = dib.little16(10);
     header.end = coreHeaderSize;
     header.masks = masksOf32Bits;
-    if (!isKnownDepth(header.bitsPerPixel)) return std::nullopt;
-    if (!readPalette(dib, 0, 3, header)) return std::nullopt;
+    if (!isKnownDepth(header.bitsPerPixel)) {
+        return std::nullopt;
+    }
+    if (!readPalette(dib, 0, 3, header)) {
+        return std::nullopt;
+    }
     return header;
 }
 
@@ -106,9 +118,15 @@ std::size_t DIBHeader::bytesPerRow() const {
 std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {
     const ByteReader bytes(dib);
     const std::size_t size = bytes.little32(0);
-    if (!bytes.has(0, size)) return std::nullopt;
-    if (size == coreHeaderSize) return parseCoreHeader(bytes);
-    if (size < shortestHeaderSize || size > longestHeaderSize) return std::nullopt;
+    if (!bytes.has(0, size)) {
+        return std::nullopt;
+    }
+    if (size == coreHeaderSize) {
+        return parseCoreHeader(bytes);
+    }
+    if (size < shortestHeaderSize || size > longestHeaderSize) {
+        return std::nullopt;
+    }
 
     // An OS/2 2.x header may end after any field; what it leaves off is 0.
     const ByteReader fields(dib.first(size));
@@ -122,10 +140,16 @@ std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {
         return std::nullopt;
     }
     const std::uint32_t compression = fields.little32(16);
-    if (!readCompression(compression, size, header)) return std::nullopt;
-    if (!readMasks(bytes, size, compression, header)) return std::nullopt;
-    if (!readPalette(bytes, fields.little32(32), 4, header)) return std::nullopt;
+    if (!readCompression(compression, size, header)) {
+        return std::nullopt;
+    }
+    if (!readMasks(bytes, size, compression, header)) {
+        return std::nullopt;
+    }
+    if (!readPalette(bytes, fields.little32(32), 4, header)) {
+        return std::nullopt;
+    }
     return header;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -4,7 +4,7 @@
 #include "decoder/ByteReader.h"
 #include "decoder/DIB.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -19,7 +19,9 @@ public:
     bool exists() const { return mask_ != 0; }
 
     std::uint8_t of(std::uint32_t pixel) const {
-        if (mask_ == 0) return 0;
+        if (mask_ == 0) {
+            return 0;
+        }
         const std::uint64_t value = (pixel & mask_) >> shift_;
         return static_cast<std::uint8_t>((value * 255 + greatest_ / 2) / greatest_);
     }
@@ -103,7 +105,9 @@ bool drawUncompressed(const DIBHeader& header, std::span<const std::uint8_t> pix
     MaskedRows masked(header);
     for (int y = 0; y < canvas.height(); ++y) {
         const std::size_t at = static_cast<std::size_t>(y) * stride;
-        if (!bytes.has(at, used)) return false;
+        if (!bytes.has(at, used)) {
+            return false;
+        }
         const std::span<const std::uint8_t> row = pixels.subspan(at, used);
         std::uint8_t* rgba = rowOf(header, canvas, y);
         if (header.bitsPerPixel <= 8) {
@@ -120,7 +124,9 @@ bool drawUncompressed(const DIBHeader& header, std::span<const std::uint8_t> pix
 
 void makeOpaque(const Canvas& canvas) {
     const std::span<std::uint8_t> pixels = canvas.pixels();
-    for (std::size_t i = 3; i < pixels.size(); i += 4) pixels[i] = 255;
+    for (std::size_t i = 3; i < pixels.size(); i += 4) {
+        pixels[i] = 255;
+    }
 }
 
 /// Runs of 8-bit or 4-bit indices (Microsoft, "Bitmap Compression"). Places that no run reaches
@@ -132,9 +138,13 @@ public:
 
     bool draw() {
         const std::span<std::uint8_t> all = canvas_.pixels();
-        for (std::size_t i = 0; i < all.size(); i += 4) put(&all[i], colourOf(header_, 0));
+        for (std::size_t i = 0; i < all.size(); i += 4) {
+            put(&all[i], colourOf(header_, 0));
+        }
         while (y_ < canvas_.height()) {
-            if (!bytes_.has(at_, 2)) return false;
+            if (!bytes_.has(at_, 2)) {
+                return false;
+            }
             const std::uint8_t count = bytes_.byte(at_++);
             const std::uint8_t value = bytes_.byte(at_++);
             if (count > 0) {
@@ -154,7 +164,9 @@ private:
     static constexpr std::uint8_t delta = 2;
 
     void drawIndex(unsigned index) {
-        if (x_ >= canvas_.width()) return;
+        if (x_ >= canvas_.width()) {
+            return;
+        }
         put(rowOf(header_, canvas_, y_) + static_cast<std::ptrdiff_t>(x_) * 4,
             colourOf(header_, index));
         ++x_;
@@ -162,12 +174,16 @@ private:
 
     // Two 4-bit indices share a byte, the left one in the high half.
     unsigned indexIn(std::uint8_t byte, unsigned position) const {
-        if (header_.bitsPerPixel == 8) return byte;
+        if (header_.bitsPerPixel == 8) {
+            return byte;
+        }
         return position % 2 == 0 ? byte >> 4U : byte & 0xFU;
     }
 
     void drawRun(unsigned count, std::uint8_t value) {
-        for (unsigned i = 0; i < count; ++i) drawIndex(indexIn(value, i));
+        for (unsigned i = 0; i < count; ++i) {
+            drawIndex(indexIn(value, i));
+        }
     }
 
     bool escape(std::uint8_t value) {
@@ -177,7 +193,9 @@ private:
             return true;
         }
         if (value == delta) {
-            if (!bytes_.has(at_, 2)) return false;
+            if (!bytes_.has(at_, 2)) {
+                return false;
+            }
             x_ = std::min(x_ + bytes_.byte(at_++), canvas_.width());
             y_ += bytes_.byte(at_++);
             return true;
@@ -187,7 +205,9 @@ private:
 
     bool drawLiteral(unsigned count) {
         const std::size_t length = (count * header_.bitsPerPixel + 7) / 8;
-        if (!bytes_.has(at_, length)) return false;
+        if (!bytes_.has(at_, length)) {
+            return false;
+        }
         for (unsigned i = 0; i < count; ++i) {
             drawIndex(indexIn(bytes_.byte(at_ + i * header_.bitsPerPixel / 8), i));
         }
@@ -212,9 +232,13 @@ bool drawDIB(const DIBHeader& header, std::span<const std::uint8_t> pixels, cons
     if (header.compression == runs8 || header.compression == runs4) {
         return RunReader(header, pixels, canvas).draw();
     }
-    if (!drawUncompressed(header, pixels, canvas, hasAlpha)) return false;
-    if (!hasAlpha) makeOpaque(canvas);
+    if (!drawUncompressed(header, pixels, canvas, hasAlpha)) {
+        return false;
+    }
+    if (!hasAlpha) {
+        makeOpaque(canvas);
+    }
     return true;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -5,7 +5,7 @@
 
 #include "decoder/ByteReader.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -13,11 +13,17 @@ using namespace std::string_view_literals;
 
 // ISO/IEC 14496-12, section 4.3: the file type box comes first and lists the brands of the file.
 bool isAVIF(const ByteReader& file) {
-    if (!file.matches(4, "ftyp")) return false;
+    if (!file.matches(4, "ftyp")) {
+        return false;
+    }
     const std::size_t end = std::min<std::size_t>(file.big32(0), file.size());
-    if (file.matches(8, "avif") || file.matches(8, "avis")) return true;
+    if (file.matches(8, "avif") || file.matches(8, "avis")) {
+        return true;
+    }
     for (std::size_t brand = 16; brand + 4 <= end; brand += 4) {
-        if (file.matches(brand, "avif") || file.matches(brand, "avis")) return true;
+        if (file.matches(brand, "avif") || file.matches(brand, "avis")) {
+            return true;
+        }
     }
     return false;
 }
@@ -42,10 +48,16 @@ FormatDecoder* decoderFor(const ByteReader& file) {
         {"icns"sv, decodeICNS},
     };
     for (const auto& [bytes, decoder] : signatures) {
-        if (file.matches(0, bytes)) return decoder;
+        if (file.matches(0, bytes)) {
+            return decoder;
+        }
     }
-    if (file.matches(0, "RIFF") && file.matches(8, "WEBP")) return decodeWebP;
-    if (isAVIF(file)) return decodeAVIF;
+    if (file.matches(0, "RIFF") && file.matches(8, "WEBP")) {
+        return decodeWebP;
+    }
+    if (isAVIF(file)) {
+        return decodeAVIF;
+    }
     return nullptr;
 }
 
@@ -53,7 +65,9 @@ FormatDecoder* decoderFor(const ByteReader& file) {
 
 std::optional<DecodedImage> decodeImage(std::span<const std::uint8_t> file, PixelStore& pixels) {
     FormatDecoder* decoder = decoderFor(ByteReader(file));
-    if (decoder == nullptr) return std::nullopt;
+    if (decoder == nullptr) {
+        return std::nullopt;
+    }
     try {
         return decoder(file, pixels);
     } catch (const std::bad_alloc&) {
@@ -61,4 +75,4 @@ std::optional<DecodedImage> decodeImage(std::span<const std::uint8_t> file, Pixe
     }
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

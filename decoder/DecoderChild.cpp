@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -32,7 +32,9 @@ public:
     bool overflowed() const { return overflowed_; }
 
     void release() {
-        if (!mapped_.empty()) munmap(mapped_.data(), mapped_.size());
+        if (!mapped_.empty()) {
+            munmap(mapped_.data(), mapped_.size());
+        }
         mapped_ = {};
     }
 
@@ -40,14 +42,22 @@ private:
     std::span<std::uint8_t> provide(std::size_t size) override {
         release();
         overflowed_ = overflowed_ || size > most_;
-        if (overflowed_) return {};
+        if (overflowed_) {
+            return {};
+        }
         // Through length 0, so that nothing of an earlier canvas shows.
-        if (ftruncate(file_, 0) != 0) return {};
-        if (ftruncate(file_, static_cast<off_t>(size)) != 0) return {};
+        if (ftruncate(file_, 0) != 0) {
+            return {};
+        }
+        if (ftruncate(file_, static_cast<off_t>(size)) != 0) {
+            return {};
+        }
         // All pages of a small bitmap are written soon; one by one they would cost more.
         const int flags = size <= smallSlotPixels ? MAP_SHARED | MAP_POPULATE : MAP_SHARED;
         void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, file_, 0);
-        if (memory == MAP_FAILED) return {};
+        if (memory == MAP_FAILED) {
+            return {};
+        }
         mapped_ = {static_cast<std::uint8_t*>(memory), size};
         return mapped_;
     }
@@ -60,10 +70,14 @@ private:
 
 std::span<const std::uint8_t> mapEncoded(const FileDescriptor& file) {
     struct stat status {};
-    if (fstat(file.get(), &status) != 0 || status.st_size <= 0) return {};
+    if (fstat(file.get(), &status) != 0 || status.st_size <= 0) {
+        return {};
+    }
     const auto size = static_cast<std::size_t>(status.st_size);
     void* memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
-    if (memory == MAP_FAILED) return {};
+    if (memory == MAP_FAILED) {
+        return {};
+    }
     return {static_cast<const std::uint8_t*>(memory), size};
 }
 
@@ -112,4 +126,4 @@ void runDecoderChild(const DecodeTask& task, const Sandbox& sandbox, std::size_t
     _exit(0);
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -19,7 +19,7 @@
 // an answer when that process dies, and without even the first byte when the decoder was gone
 // before it saw the request.
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 /// The number at which the decoder finds its socket.
 inline constexpr int decoderSocket = 3;
@@ -64,17 +64,35 @@ inline std::optional<DecodeAnswer> parseAnswer(std::span<const std::uint8_t> byt
                                                DecodeSlot slot) {
     using Status = DecodeAnswer::Status;
     DecodeAnswer answer;
-    if (bytes.size() != sizeof answer) return std::nullopt;
+    if (bytes.size() != sizeof answer) {
+        return std::nullopt;
+    }
     std::memcpy(&answer, bytes.data(), sizeof answer);
-    if (answer.status == Status::undecodable) return answer;
-    if (answer.status == Status::needsLargeSlot && slot == DecodeSlot::small) return answer;
-    if (answer.status != Status::decoded) return std::nullopt;
-    if (answer.width < 1 || answer.width > maximumSide) return std::nullopt;
-    if (answer.height < 1 || answer.height > maximumSide) return std::nullopt;
-    if (std::int64_t{answer.width} * answer.height > maximumPixels) return std::nullopt;
-    if (slot == DecodeSlot::small && answer.pixelBytes() > smallSlotPixels) return std::nullopt;
-    if (answer.hasAlpha > 1) return std::nullopt;
+    if (answer.status == Status::undecodable) {
+        return answer;
+    }
+    if (answer.status == Status::needsLargeSlot && slot == DecodeSlot::small) {
+        return answer;
+    }
+    if (answer.status != Status::decoded) {
+        return std::nullopt;
+    }
+    if (answer.width < 1 || answer.width > maximumSide) {
+        return std::nullopt;
+    }
+    if (answer.height < 1 || answer.height > maximumSide) {
+        return std::nullopt;
+    }
+    if (std::int64_t{answer.width} * answer.height > maximumPixels) {
+        return std::nullopt;
+    }
+    if (slot == DecodeSlot::small && answer.pixelBytes() > smallSlotPixels) {
+        return std::nullopt;
+    }
+    if (answer.hasAlpha > 1) {
+        return std::nullopt;
+    }
     return answer;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -18,7 +18,7 @@
 #include "decoder/TaskReceiver.h"
 #include "decoder/WarmUp.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -30,7 +30,9 @@ constexpr std::size_t maximumChildren = 2;
 std::size_t mappedBytes() {
     const FileDescriptor statistics(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
     std::array<char, 64> text{};
-    if (!statistics || read(statistics.get(), text.data(), text.size() - 1) <= 0) return 0;
+    if (!statistics || read(statistics.get(), text.data(), text.size() - 1) <= 0) {
+        return 0;
+    }
     unsigned long pages = 0;  // proc(5): the first number
     for (std::size_t i = 0; text[i] >= '0' && text[i] <= '9'; ++i) {
         pages = pages * 10 + static_cast<unsigned long>(text[i] - '0');
@@ -53,7 +55,9 @@ public:
         forkSpare();
         while (wait()) {
         }
-        for (const Child& child : children_) kill(child.process.pid, SIGKILL);
+        for (const Child& child : children_) {
+            kill(child.process.pid, SIGKILL);
+        }
     }
 
 private:
@@ -67,7 +71,9 @@ private:
 
     /// Waits for one thing to happen and deals with it. False when there is nothing more to do.
     bool wait() {
-        if (spare_ && hasRoom()) spare_->allow();
+        if (spare_ && hasRoom()) {
+            spare_->allow();
+        }
         std::vector<pollfd> watched;
         for (const Child& child : children_) {
             watched.push_back({child.process.descriptor.get(), POLLIN, 0});
@@ -81,16 +87,26 @@ private:
         const bool spareMoved = watched[watched.size() - 2].revents != 0;
         endAndReap();
         // Nobody waits for an answer any more.
-        if ((heard & POLLHUP) != 0) return false;
-        if (spareMoved) followSpare();
-        if ((heard & POLLIN) != 0) replaceSpare();
+        if ((heard & POLLHUP) != 0) {
+            return false;
+        }
+        if (spareMoved) {
+            followSpare();
+        }
+        if ((heard & POLLIN) != 0) {
+            replaceSpare();
+        }
         beginLarge();
-        if (isIdleForLong()) leave();
+        if (isIdleForLong()) {
+            leave();
+        }
         return !leaving_ || spare_ || !children_.empty();
     }
 
     Clock::time_point nextDeadline() const {
-        if (!children_.empty()) return children_.front().deadline;  // the oldest
+        if (!children_.empty()) {
+            return children_.front().deadline;  // the oldest
+        }
         return leaving_ ? Clock::now() + options_.wallLimit : idleSince_ + options_.idleLimit;
     }
 
@@ -104,7 +120,9 @@ private:
         leaving_ = true;
         send(decoderSocket, &goodbye, sizeof goodbye, MSG_NOSIGNAL | MSG_DONTWAIT);
         shutdown(decoderSocket, SHUT_RD);
-        if (spare_) spare_->allow();
+        if (spare_) {
+            spare_->allow();
+        }
     }
 
     // A child may have answered and still have its memory, or be one that was taken over and stays:
@@ -124,7 +142,9 @@ private:
             forkSpare();
         } else {
             spare_ = nullptr;
-            if (isReplacement_) refuseRequest();
+            if (isReplacement_) {
+                refuseRequest();
+            }
         }
         isReplacement_ = false;
     }
@@ -138,7 +158,9 @@ private:
     void replaceSpare() {
         forkSpare();
         isReplacement_ = spare_ != nullptr;
-        if (!spare_) refuseRequest();
+        if (!spare_) {
+            refuseRequest();
+        }
     }
 
     /// Without its sandbox, or a process, no image is decoded: the pipe ends with no answer.
@@ -152,7 +174,9 @@ private:
     }
 
     void beginLarge() {
-        if (children_.size() != 1 || children_.front().began) return;
+        if (children_.size() != 1 || children_.front().began) {
+            return;
+        }
         children_.front().began = true;
         children_.front().deadline = Clock::now() + options_.wallLimit;
         giveWord(children_.front().channel);
@@ -161,8 +185,12 @@ private:
     void endAndReap() {
         std::erase_if(children_, [this](const Child& child) {
             const bool late = child.began && Clock::now() >= child.deadline;
-            if (late) kill(child.process.pid, SIGKILL);
-            if (waitpid(child.process.pid, nullptr, late ? 0 : WNOHANG) == 0) return false;
+            if (late) {
+                kill(child.process.pid, SIGKILL);
+            }
+            if (waitpid(child.process.pid, nullptr, late ? 0 : WNOHANG) == 0) {
+                return false;
+            }
             idleSince_ = Clock::now();
             return true;
         });
@@ -183,12 +211,16 @@ private:
 int runDecoder(const DecoderServerOptions& options) {
     // Its child is nobody's to wait for, so that the program needs no look-out for its end.
     const pid_t pid = fork();
-    if (pid != 0) _exit(pid > 0 ? 0 : 1);
+    if (pid != 0) {
+        _exit(pid > 0 ? 0 : 1);
+    }
     std::signal(SIGPIPE, SIG_IGN);
-    if (chdir("/") != 0) return 1;
+    if (chdir("/") != 0) {
+        return 1;
+    }
     warmUp();
     Server(options, Sandbox::prepare(childAnswer, childPixels)).serve();
     return 0;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -8,7 +8,7 @@
 #include "decoder/FormatDecoders.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -29,7 +29,9 @@ int readBytes(GifFileType* gif, GifByteType* destination, int wanted) {
 bool readExtension(GifFileType* gif, int& transparentIndex) {
     int code = 0;
     GifByteType* block = nullptr;
-    if (DGifGetExtension(gif, &code, &block) == GIF_ERROR) return false;
+    if (DGifGetExtension(gif, &code, &block) == GIF_ERROR) {
+        return false;
+    }
     while (block != nullptr) {
         GraphicsControlBlock control{};
         // A block begins with its length.
@@ -37,7 +39,9 @@ bool readExtension(GifFileType* gif, int& transparentIndex) {
             DGifExtensionToGCB(block[0], block + 1, &control) == GIF_OK) {
             transparentIndex = control.TransparentColor;
         }
-        if (DGifGetExtensionNext(gif, &block) == GIF_ERROR) return false;
+        if (DGifGetExtensionNext(gif, &block) == GIF_ERROR) {
+            return false;
+        }
     }
     return true;
 }
@@ -47,9 +51,15 @@ bool readExtension(GifFileType* gif, int& transparentIndex) {
 bool readToFirstFrame(GifFileType* gif, int& transparentIndex) {
     for (;;) {
         GifRecordType type = UNDEFINED_RECORD_TYPE;
-        if (DGifGetRecordType(gif, &type) == GIF_ERROR) return false;
-        if (type == IMAGE_DESC_RECORD_TYPE) return DGifGetImageDesc(gif) == GIF_OK;
-        if (type != EXTENSION_RECORD_TYPE || !readExtension(gif, transparentIndex)) return false;
+        if (DGifGetRecordType(gif, &type) == GIF_ERROR) {
+            return false;
+        }
+        if (type == IMAGE_DESC_RECORD_TYPE) {
+            return DGifGetImageDesc(gif) == GIF_OK;
+        }
+        if (type != EXTENSION_RECORD_TYPE || !readExtension(gif, transparentIndex)) {
+            return false;
+        }
     }
 }
 
@@ -65,7 +75,9 @@ std::vector<int> rowOrder(int height, bool interlaced) {
     const std::span<const Pass> passes =
         interlaced ? std::span<const Pass>(interlace) : std::span<const Pass>(straight);
     for (const auto& [first, step] : passes) {
-        for (int y = first; y < height; y += step) order.push_back(y);
+        for (int y = first; y < height; y += step) {
+            order.push_back(y);
+        }
     }
     return order;
 }
@@ -90,20 +102,30 @@ void drawRow(const std::vector<GifPixelType>& indices, const ColorMapObject& col
 
 std::optional<DecodedImage> decodeGIF(std::span<const std::uint8_t> file, PixelStore& pixels) {
     const GIFFile gif(DGifOpen(&file, readBytes, nullptr));
-    if (!gif) return std::nullopt;
+    if (!gif) {
+        return std::nullopt;
+    }
     int transparentIndex = NO_TRANSPARENT_COLOR;
-    if (!readToFirstFrame(gif.get(), transparentIndex)) return std::nullopt;
+    if (!readToFirstFrame(gif.get(), transparentIndex)) {
+        return std::nullopt;
+    }
     const GifImageDesc& frame = gif->Image;
     const ColorMapObject* colours = frame.ColorMap != nullptr ? frame.ColorMap : gif->SColorMap;
-    if (colours == nullptr || frame.Width < 1 || frame.Height < 1) return std::nullopt;
+    if (colours == nullptr || frame.Width < 1 || frame.Height < 1) {
+        return std::nullopt;
+    }
 
     // A first frame that does not fit the screen enlarges it; what it leaves is transparent.
     const auto canvas = pixels.allocate(std::max(gif->SWidth, frame.Left + frame.Width),
                                         std::max(gif->SHeight, frame.Top + frame.Height));
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     std::vector<GifPixelType> indices(static_cast<std::size_t>(frame.Width));
     for (const int y : rowOrder(frame.Height, frame.Interlace)) {
-        if (DGifGetLine(gif.get(), indices.data(), frame.Width) == GIF_ERROR) return std::nullopt;
+        if (DGifGetLine(gif.get(), indices.data(), frame.Width) == GIF_ERROR) {
+            return std::nullopt;
+        }
         drawRow(indices, *colours, transparentIndex,
                 canvas->row(frame.Top + y) + std::ptrdiff_t{4} * frame.Left);
     }
@@ -112,4 +134,4 @@ std::optional<DecodedImage> decodeGIF(std::span<const std::uint8_t> file, PixelS
                         transparentIndex != NO_TRANSPARENT_COLOR || !covers};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

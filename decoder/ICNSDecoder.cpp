@@ -12,7 +12,7 @@
 // The icon family file as Apple's <IconStorage.h> lists its elements: a type of four letters, the
 // length of the element with these eight bytes, its data. Masks are elements of their own.
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -93,8 +93,12 @@ std::optional<std::vector<Element>> readElements(std::span<const std::uint8_t> f
     std::size_t at = elementHeaderSize;
     while (bytes.has(at, elementHeaderSize)) {
         const std::size_t length = bytes.big32(at + 4);
-        if (length < elementHeaderSize || !bytes.has(at, length)) return std::nullopt;
-        if (elements.size() == maximumEntries) return std::nullopt;
+        if (length < elementHeaderSize || !bytes.has(at, length)) {
+            return std::nullopt;
+        }
+        if (elements.size() == maximumEntries) {
+            return std::nullopt;
+        }
         const auto* name = reinterpret_cast<const char*>(&file[at]);
         elements.push_back({std::string_view(name, 4),
                             file.subspan(at + elementHeaderSize, length - elementHeaderSize)});
@@ -113,9 +117,13 @@ std::vector<Picture> picturesBestFirst(const std::vector<Element>& elements) {
     std::vector<Picture> pictures;
     for (const ElementType& type : elementTypes) {
         const auto data = find(elements, type.name);
-        if (data.empty()) continue;
+        if (data.empty()) {
+            continue;
+        }
         const auto png = pngHeader(data);  // may have another size than its element's type says
-        if (png && (png->width > maximumSide || png->height > maximumSide)) continue;
+        if (png && (png->width > maximumSide || png->height > maximumSide)) {
+            continue;
+        }
         pictures.push_back(
             {&type, data, png ? png->width : type.width, png ? png->height : type.height});
     }
@@ -137,7 +145,9 @@ std::optional<std::vector<std::uint8_t>> unpack(std::span<const std::uint8_t> ru
         const bool literal = control < 128;
         const std::size_t length = literal ? control + 1 : control - 125;
         const std::size_t taken = literal ? length : 1;
-        if (!bytes.has(at, taken + 1)) return std::nullopt;
+        if (!bytes.has(at, taken + 1)) {
+            return std::nullopt;
+        }
         if (literal) {
             const auto part = runs.subspan(at + 1, length);
             out.insert(out.end(), part.begin(), part.end());
@@ -156,10 +166,14 @@ std::size_t pixelCount(const ElementType& type) {
 bool drawARGB(const Picture& picture, const Canvas& canvas) {
     const std::size_t count = pixelCount(*picture.type);
     const auto planes = unpack(picture.data.subspan(4), count * 4);
-    if (!planes) return false;
+    if (!planes) {
+        return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         std::uint8_t* rgba = &canvas.pixels()[i * 4];
-        for (std::size_t c = 0; c < 3; ++c) rgba[c] = (*planes)[(c + 1) * count + i];
+        for (std::size_t c = 0; c < 3; ++c) {
+            rgba[c] = (*planes)[(c + 1) * count + i];
+        }
         rgba[3] = (*planes)[i];
     }
     return true;
@@ -171,10 +185,14 @@ bool drawRGB(const Picture& picture, const Canvas& canvas) {
     // The largest of these begins with four zero bytes.
     const std::size_t skipped = picture.type->name == "it32" && bytes.big32(0) == 0 ? 4 : 0;
     auto planes = unpack(bytes.from(skipped), count * 3);
-    if (!planes) return false;
+    if (!planes) {
+        return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         std::uint8_t* rgba = &canvas.pixels()[i * 4];
-        for (std::size_t c = 0; c < 3; ++c) rgba[c] = (*planes)[c * count + i];
+        for (std::size_t c = 0; c < 3; ++c) {
+            rgba[c] = (*planes)[c * count + i];
+        }
         rgba[3] = 255;
     }
     return true;
@@ -197,7 +215,9 @@ bool drawIndexed(const Picture& picture, const Canvas& canvas) {
     const ByteReader bytes(picture.data);
     const Coding coding = picture.type->coding;
     const std::size_t perByte = coding == Coding::indexed8 ? 1 : coding == Coding::indexed4 ? 2 : 8;
-    if (!bytes.has(0, count / perByte)) return false;
+    if (!bytes.has(0, count / perByte)) {
+        return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         const unsigned byte = bytes.byte(i / perByte);
         switch (coding) {
@@ -221,11 +241,15 @@ bool applyMask(const ElementType& type, const std::vector<Element>& elements,
     const std::size_t count = pixelCount(type);
     const auto mask = find(elements, type.mask);
     if (mask.size() >= count) {
-        for (std::size_t i = 0; i < count; ++i) canvas.pixels()[i * 4 + 3] = mask[i];
+        for (std::size_t i = 0; i < count; ++i) {
+            canvas.pixels()[i * 4 + 3] = mask[i];
+        }
         return true;
     }
     const ByteReader bits(find(elements, type.bitMask));
-    if (!bits.has(0, count / 4)) return false;
+    if (!bits.has(0, count / 4)) {
+        return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         canvas.pixels()[i * 4 + 3] = bitAt(bits, count + i) ? 255 : 0;
     }
@@ -236,18 +260,26 @@ std::optional<DecodedImage> decodePicture(const Picture& picture,
                                           const std::vector<Element>& elements,
                                           PixelStore& pixels) {
     const ElementType& type = *picture.type;
-    if (pngHeader(picture.data)) return decodePNG(picture.data, pixels);
+    if (pngHeader(picture.data)) {
+        return decodePNG(picture.data, pixels);
+    }
     const bool argb = ByteReader(picture.data).matches(0, "ARGB");
-    if (type.coding == Coding::file || (type.coding == Coding::argb && !argb)) return std::nullopt;
+    if (type.coding == Coding::file || (type.coding == Coding::argb && !argb)) {
+        return std::nullopt;
+    }
     const auto canvas = pixels.allocate(type.width, type.height);
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     DecodedImage image{type.width, type.height, true};
     if (type.coding == Coding::argb) {
         return drawARGB(picture, *canvas) ? std::optional(image) : std::nullopt;
     }
     const bool drawn =
         type.coding == Coding::rgb ? drawRGB(picture, *canvas) : drawIndexed(picture, *canvas);
-    if (!drawn) return std::nullopt;
+    if (!drawn) {
+        return std::nullopt;
+    }
     image.hasAlpha = applyMask(type, elements, *canvas);
     return image;
 }
@@ -256,11 +288,15 @@ std::optional<DecodedImage> decodePicture(const Picture& picture,
 
 std::optional<DecodedImage> decodeICNS(std::span<const std::uint8_t> file, PixelStore& pixels) {
     const auto elements = readElements(file);
-    if (!elements) return std::nullopt;
+    if (!elements) {
+        return std::nullopt;
+    }
     for (const Picture& picture : picturesBestFirst(*elements)) {
-        if (const auto decoded = decodePicture(picture, *elements, pixels)) return decoded;
+        if (const auto decoded = decodePicture(picture, *elements, pixels)) {
+            return decoded;
+        }
     }
     return std::nullopt;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

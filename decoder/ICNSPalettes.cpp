@@ -3,7 +3,7 @@
 #include <array>
 #include <cstddef>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -29,7 +29,9 @@ std::uint32_t systemColourOf8Bits(unsigned index) {
     }
     // Then ramps of red, green, blue and grey through the values that the cube leaves out.
     const unsigned place = index - cubeSize;
-    if (place >= 4 * rampLength) return 0x000000;
+    if (place >= 4 * rampLength) {
+        return 0x000000;
+    }
     const std::uint32_t value = ramp[place % rampLength];
     static constexpr std::array<std::uint32_t, 4> directions = {0x010000, 0x000100, 0x000001,
                                                                 0x010101};
@@ -38,4 +40,4 @@ std::uint32_t systemColourOf8Bits(unsigned index) {
 
 std::uint32_t systemColourOf4Bits(unsigned index) { return colours[index]; }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

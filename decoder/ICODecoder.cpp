@@ -9,7 +9,7 @@
 
 // The icon directory: Microsoft, "Icons" (1995) and the Win32 structures ICONDIR and ICONDIRENTRY.
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -34,7 +34,9 @@ std::optional<Entry> readEntry(std::span<const std::uint8_t> bytes) {
                      static_cast<unsigned>(png->bitsPerPixel)};
     }
     auto dib = parseDIBHeader(bytes);
-    if (!dib) return std::nullopt;
+    if (!dib) {
+        return std::nullopt;
+    }
     dib->height /= 2;  // counts the rows of the mask as well
     Entry entry{bytes, std::nullopt, dib->width, dib->height, dib->bitsPerPixel};
     entry.dib = std::move(dib);
@@ -47,7 +49,9 @@ std::vector<Entry> entriesBestFirst(const ByteReader& file, std::size_t count) {
         const std::size_t at = directorySize + i * entrySize;
         auto entry =
             readEntry(file.part(file.little32(at + offsetField), file.little32(at + lengthField)));
-        if (!entry || entry->width > maximumSide || entry->height > maximumSide) continue;
+        if (!entry || entry->width > maximumSide || entry->height > maximumSide) {
+            continue;
+        }
         entries.push_back(std::move(*entry));
     }
     std::ranges::stable_sort(entries, [](const Entry& a, const Entry& b) {
@@ -67,7 +71,9 @@ void applyMask(const DIBHeader& header, std::span<const std::uint8_t> mask, cons
         std::uint8_t* rgba = canvas.row(header.topDown ? y : canvas.height() - 1 - y);
         for (unsigned x = 0; x < static_cast<unsigned>(canvas.width()); ++x) {
             const unsigned byte = bytes.byte(static_cast<std::size_t>(y) * stride + x / 8);
-            if ((byte >> (7 - x % 8) & 1U) != 0) rgba[x * 4 + 3] = 0;
+            if ((byte >> (7 - x % 8) & 1U) != 0) {
+                rgba[x * 4 + 3] = 0;
+            }
         }
     }
 }
@@ -75,12 +81,18 @@ void applyMask(const DIBHeader& header, std::span<const std::uint8_t> mask, cons
 std::optional<DecodedImage> decodeDIBEntry(const Entry& entry, PixelStore& pixels) {
     const DIBHeader& header = *entry.dib;
     using enum DIBHeader::Compression;
-    if (header.compression == runs8 || header.compression == runs4) return std::nullopt;
+    if (header.compression == runs8 || header.compression == runs4) {
+        return std::nullopt;
+    }
     const auto canvas = pixels.allocate(entry.width, entry.height);
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     const ByteReader bytes(entry.bytes);
     bool usesAlpha = false;
-    if (!drawDIB(header, bytes.from(header.end), *canvas, usesAlpha)) return std::nullopt;
+    if (!drawDIB(header, bytes.from(header.end), *canvas, usesAlpha)) {
+        return std::nullopt;
+    }
     // Where the picture has an alpha channel of its own, the mask is for old displays.
     if (!usesAlpha) {
         const std::size_t picture = header.bytesPerRow() * static_cast<std::size_t>(entry.height);
@@ -94,13 +106,17 @@ std::optional<DecodedImage> decodeDIBEntry(const Entry& entry, PixelStore& pixel
 std::optional<DecodedImage> decodeICO(std::span<const std::uint8_t> file, PixelStore& pixels) {
     const ByteReader bytes(file);
     const std::size_t count = bytes.little16(4);
-    if (count == 0 || count > maximumEntries) return std::nullopt;
+    if (count == 0 || count > maximumEntries) {
+        return std::nullopt;
+    }
     for (const Entry& entry : entriesBestFirst(bytes, count)) {
         const auto decoded =
             entry.dib ? decodeDIBEntry(entry, pixels) : decodePNG(entry.bytes, pixels);
-        if (decoded) return decoded;
+        if (decoded) {
+            return decoded;
+        }
     }
     return std::nullopt;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -12,7 +12,7 @@
 #include "decoder/FormatDecoders.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -39,12 +39,18 @@ JPEGReader& readerOf(j_common_ptr jpeg) { return *static_cast<JPEGReader*>(jpeg-
 [[noreturn]] void onError(j_common_ptr jpeg) { std::longjmp(readerOf(jpeg).leave, 1); }
 
 void onMessage(j_common_ptr jpeg, int /*level*/) {
-    if (jpeg->err->msg_code == JWRN_JPEG_EOF) readerOf(jpeg).ended = true;
-    if (jpeg->err->msg_code == JWRN_HIT_MARKER) readerOf(jpeg).starved = true;
+    if (jpeg->err->msg_code == JWRN_JPEG_EOF) {
+        readerOf(jpeg).ended = true;
+    }
+    if (jpeg->err->msg_code == JWRN_HIT_MARKER) {
+        readerOf(jpeg).starved = true;
+    }
 }
 
 void onProgress(j_common_ptr jpeg) {
-    if (readerOf(jpeg).jpeg.input_scan_number > maximumScans) onError(jpeg);
+    if (readerOf(jpeg).jpeg.input_scan_number > maximumScans) {
+        onError(jpeg);
+    }
 }
 
 bool isFourColour(J_COLOR_SPACE space) { return space == JCS_CMYK || space == JCS_YCCK; }
@@ -57,12 +63,16 @@ bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     reader.errors.error_exit = onError;
     reader.errors.emit_message = onMessage;
     jpeg.client_data = &reader;
-    if (setjmp(reader.leave) != 0) return false;
+    if (setjmp(reader.leave) != 0) {
+        return false;
+    }
     jpeg_create_decompress(&jpeg);
     reader.progress.progress_monitor = onProgress;
     jpeg.progress = &reader.progress;
     jpeg_mem_src(&jpeg, file.data(), file.size());
-    if (jpeg_read_header(&jpeg, TRUE) != JPEG_HEADER_OK) return false;
+    if (jpeg_read_header(&jpeg, TRUE) != JPEG_HEADER_OK) {
+        return false;
+    }
     jpeg.out_color_space = isFourColour(jpeg.jpeg_color_space) ? JCS_CMYK : JCS_EXT_RGBA;
     return true;
 }
@@ -83,12 +93,18 @@ void convertFromFourColours(const std::uint8_t* cmyk, bool inverted, std::uint8_
 
 bool readRows(JPEGReader& reader, const Canvas& canvas, std::uint8_t* fourColours) {
     jpeg_decompress_struct& jpeg = reader.jpeg;
-    if (setjmp(reader.leave) != 0) return false;
-    if (jpeg_start_decompress(&jpeg) == FALSE) return false;
+    if (setjmp(reader.leave) != 0) {
+        return false;
+    }
+    if (jpeg_start_decompress(&jpeg) == FALSE) {
+        return false;
+    }
     while (jpeg.output_scanline < jpeg.output_height) {
         std::uint8_t* destination = canvas.row(static_cast<int>(jpeg.output_scanline));
         std::uint8_t* row = fourColours != nullptr ? fourColours : destination;
-        if (jpeg_read_scanlines(&jpeg, &row, 1) != 1) return false;
+        if (jpeg_read_scanlines(&jpeg, &row, 1) != 1) {
+            return false;
+        }
         if (fourColours != nullptr) {
             convertFromFourColours(row, jpeg.saw_Adobe_marker == TRUE, destination, canvas.width());
         }
@@ -100,17 +116,25 @@ bool readRows(JPEGReader& reader, const Canvas& canvas, std::uint8_t* fourColour
 
 std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, PixelStore& pixels) {
     JPEGReader reader;
-    if (!readHeader(reader, file)) return std::nullopt;
+    if (!readHeader(reader, file)) {
+        return std::nullopt;
+    }
     const auto canvas = pixels.allocate(reader.jpeg.image_width, reader.jpeg.image_height);
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     std::vector<std::uint8_t> fourColours;
-    if (reader.jpeg.out_color_space == JCS_CMYK) fourColours.resize(canvas->bytesPerRow());
+    if (reader.jpeg.out_color_space == JCS_CMYK) {
+        fourColours.resize(canvas->bytesPerRow());
+    }
     if (!readRows(reader, *canvas, fourColours.empty() ? nullptr : fourColours.data())) {
         return std::nullopt;
     }
     // A file that merely lacks its end mark is whole; one whose last pixels are made up is not.
-    if (reader.ended && reader.starved) return std::nullopt;
+    if (reader.ended && reader.starved) {
+        return std::nullopt;
+    }
     return DecodedImage{canvas->width(), canvas->height(), false};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -9,7 +9,7 @@
 #include "decoder/ImageLimits.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -32,7 +32,9 @@ struct PNGReader {
 
 void readBytes(png_structp png, png_bytep destination, std::size_t length) {
     auto& bytes = static_cast<PNGReader*>(png_get_io_ptr(png))->bytes;
-    if (bytes.size() < length) png_error(png, "the file ends early");
+    if (bytes.size() < length) {
+        png_error(png, "the file ends early");
+    }
     std::memcpy(destination, bytes.data(), length);
     bytes = bytes.subspan(length);
 }
@@ -43,7 +45,9 @@ void onWarning(png_structp /*png*/, png_const_charp /*message*/) {}
 
 bool create(PNGReader& reader) {
     reader.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, onWarning);
-    if (reader.png == nullptr) return false;
+    if (reader.png == nullptr) {
+        return false;
+    }
     reader.info = png_create_info_struct(reader.png);
     return reader.info != nullptr;
 }
@@ -51,7 +55,9 @@ bool create(PNGReader& reader) {
 // The functions with setjmp own nothing, so that a jump out of the library skips no destructor.
 
 bool readHeader(PNGReader& reader) {
-    if (setjmp(png_jmpbuf(reader.png)) != 0) return false;
+    if (setjmp(png_jmpbuf(reader.png)) != 0) {
+        return false;
+    }
     png_set_read_fn(reader.png, &reader, readBytes);
     png_set_user_limits(reader.png, maximumSide, maximumSide);
     png_set_chunk_cache_max(reader.png, maximumChunkCount);
@@ -66,14 +72,18 @@ bool readHeader(PNGReader& reader) {
     png_set_expand(reader.png);
     png_set_scale_16(reader.png);
     png_set_gray_to_rgb(reader.png);
-    if (!reader.hasAlpha) png_set_add_alpha(reader.png, opaque, PNG_FILLER_AFTER);
+    if (!reader.hasAlpha) {
+        png_set_add_alpha(reader.png, opaque, PNG_FILLER_AFTER);
+    }
     png_set_interlace_handling(reader.png);
     png_read_update_info(reader.png, reader.info);
     return true;
 }
 
 bool readRows(PNGReader& reader, png_bytepp rows) {
-    if (setjmp(png_jmpbuf(reader.png)) != 0) return false;
+    if (setjmp(png_jmpbuf(reader.png)) != 0) {
+        return false;
+    }
     png_read_image(reader.png, rows);
     return true;
 }
@@ -84,25 +94,39 @@ std::optional<PNGHeader> pngHeader(std::span<const std::uint8_t> file) {
     // W3C Portable Network Graphics, section 11.2.1: channels by colour type.
     static constexpr int channels[] = {1, 0, 3, 1, 2, 0, 4};
     const ByteReader bytes(file);
-    if (!bytes.matches(0, "\x89PNG\r\n\x1a\n") || !bytes.matches(12, "IHDR")) return std::nullopt;
+    if (!bytes.matches(0, "\x89PNG\r\n\x1a\n") || !bytes.matches(12, "IHDR")) {
+        return std::nullopt;
+    }
     const std::size_t colourType = bytes.byte(25);
-    if (colourType >= std::size(channels)) return std::nullopt;
+    if (colourType >= std::size(channels)) {
+        return std::nullopt;
+    }
     return PNGHeader{bytes.big32(16), bytes.big32(20), bytes.byte(24) * channels[colourType]};
 }
 
 std::optional<DecodedImage> decodePNG(std::span<const std::uint8_t> file, PixelStore& pixels) {
     PNGReader reader(file);
-    if (!create(reader) || !readHeader(reader)) return std::nullopt;
+    if (!create(reader) || !readHeader(reader)) {
+        return std::nullopt;
+    }
     const auto canvas = pixels.allocate(png_get_image_width(reader.png, reader.info),
                                         png_get_image_height(reader.png, reader.info));
-    if (!canvas) return std::nullopt;
-    if (png_get_rowbytes(reader.png, reader.info) != canvas->bytesPerRow()) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
+    if (png_get_rowbytes(reader.png, reader.info) != canvas->bytesPerRow()) {
+        return std::nullopt;
+    }
 
     std::vector<png_bytep> rows;
     rows.reserve(static_cast<std::size_t>(canvas->height()));
-    for (int y = 0; y < canvas->height(); ++y) rows.push_back(canvas->row(y));
-    if (!readRows(reader, rows.data())) return std::nullopt;
+    for (int y = 0; y < canvas->height(); ++y) {
+        rows.push_back(canvas->row(y));
+    }
+    if (!readRows(reader, rows.data())) {
+        return std::nullopt;
+    }
     return DecodedImage{canvas->width(), canvas->height(), reader.hasAlpha};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

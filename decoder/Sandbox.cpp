@@ -14,7 +14,7 @@
 
 #include "base/system/FileDescriptor.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -31,7 +31,9 @@ bool limit(__rlimit_resource resource, rlim_t value) {
 
 bool applyLimits(const SandboxLimits& limits) {
     // The sanitizers reserve terabytes of addresses for their own bookkeeping.
-    if (!sanitizedBuild && !limit(RLIMIT_AS, limits.addressSpace)) return false;
+    if (!sanitizedBuild && !limit(RLIMIT_AS, limits.addressSpace)) {
+        return false;
+    }
     return limit(RLIMIT_CPU, limits.cpuSeconds) && limit(RLIMIT_FSIZE, limits.fileSize) &&
            limit(RLIMIT_CORE, 0) && limit(RLIMIT_NPROC, 0) && limit(RLIMIT_NOFILE, 0);
 }
@@ -39,9 +41,15 @@ bool applyLimits(const SandboxLimits& limits) {
 // landlock(7): rights that a later version than the kernel's knows must not be named.
 std::uint64_t fileRights(long version) {
     std::uint64_t rights = (LANDLOCK_ACCESS_FS_MAKE_SYM << 1U) - 1;  // all of version 1
-    if (version >= 2) rights |= 1U << 13U;                           // REFER
-    if (version >= 3) rights |= 1U << 14U;                           // TRUNCATE
-    if (version >= 5) rights |= 1U << 15U;                           // IOCTL_DEV
+    if (version >= 2) {
+        rights |= 1U << 13U;  // REFER
+    }
+    if (version >= 3) {
+        rights |= 1U << 14U;  // TRUNCATE
+    }
+    if (version >= 5) {
+        rights |= 1U << 15U;  // IOCTL_DEV
+    }
     return rights;
 }
 
@@ -49,12 +57,16 @@ std::uint64_t fileRights(long version) {
 void denyFiles() {
     const long version =
         syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
-    if (version < 1) return;
+    if (version < 1) {
+        return;
+    }
     landlock_ruleset_attr attributes{};
     attributes.handled_access_fs = fileRights(version);
     const FileDescriptor rules(static_cast<int>(
         syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes.handled_access_fs, 0)));
-    if (rules) syscall(SYS_landlock_restrict_self, rules.get(), 0);
+    if (rules) {
+        syscall(SYS_landlock_restrict_self, rules.get(), 0);
+    }
 }
 
 bool allow(void* filter, int call) {
@@ -78,7 +90,9 @@ bool allowDecoding(void* filter, int answer, int pixels) {
         SCMP_SYS(futex), SCMP_SYS(exit_group), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday),
     };
     for (const int call : calls) {
-        if (!allow(filter, call)) return false;
+        if (!allow(filter, call)) {
+            return false;
+        }
     }
     return allowUnlessExecutable(filter, SCMP_SYS(mmap)) &&
            allowUnlessExecutable(filter, SCMP_SYS(mprotect)) &&
@@ -99,7 +113,9 @@ bool allowSanitizer(void* filter) {
         SCMP_SYS(clock_nanosleep),
     };
     for (const int call : calls) {
-        if (!allow(filter, call)) return false;
+        if (!allow(filter, call)) {
+            return false;
+        }
     }
     return true;
 }
@@ -107,11 +123,17 @@ bool allowSanitizer(void* filter) {
 /// What the kernel is given: the library has no way to write it but into a file. Empty on failure.
 std::vector<sock_filter> compiled(void* filter) {
     const FileDescriptor file(memfd_create("filter", MFD_CLOEXEC));
-    if (!file || seccomp_export_bpf(filter, file.get()) != 0) return {};
+    if (!file || seccomp_export_bpf(filter, file.get()) != 0) {
+        return {};
+    }
     const off_t bytes = lseek(file.get(), 0, SEEK_END);
-    if (bytes <= 0) return {};
+    if (bytes <= 0) {
+        return {};
+    }
     std::vector<sock_filter> program(static_cast<std::size_t>(bytes) / sizeof(sock_filter));
-    if (pread(file.get(), program.data(), static_cast<std::size_t>(bytes), 0) != bytes) return {};
+    if (pread(file.get(), program.data(), static_cast<std::size_t>(bytes), 0) != bytes) {
+        return {};
+    }
     return program;
 }
 
@@ -120,19 +142,27 @@ std::vector<sock_filter> compiled(void* filter) {
 std::optional<Sandbox> Sandbox::prepare(int answer, int pixels) {
     const std::unique_ptr<void, decltype(&seccomp_release)> filter(
         seccomp_init(SCMP_ACT_KILL_PROCESS), &seccomp_release);
-    if (!filter || !allowDecoding(filter.get(), answer, pixels)) return std::nullopt;
-    if (sanitizedBuild && !allowSanitizer(filter.get())) return std::nullopt;
+    if (!filter || !allowDecoding(filter.get(), answer, pixels)) {
+        return std::nullopt;
+    }
+    if (sanitizedBuild && !allowSanitizer(filter.get())) {
+        return std::nullopt;
+    }
     auto program = compiled(filter.get());
-    if (program.empty()) return std::nullopt;
+    if (program.empty()) {
+        return std::nullopt;
+    }
     return Sandbox(std::move(program));
 }
 
 bool Sandbox::enter(const SandboxLimits& limits) const {
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        return false;
+    }
     denyFiles();
     const sock_fprog program{static_cast<unsigned short>(filter_.size()),
                              const_cast<sock_filter*>(filter_.data())};
     return applyLimits(limits) && syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -12,7 +12,7 @@
 #include "decoder/TaskReceiver.h"
 #include "decoder/WarmUp.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -29,7 +29,9 @@ constexpr int childChannel = decoderSocket + 1;
 /// Ends the process when the parent has ended instead.
 void awaitWord() {
     std::uint8_t received = 0;
-    if (read(childChannel, &received, sizeof received) != sizeof received) _exit(0);
+    if (read(childChannel, &received, sizeof received) != sizeof received) {
+        _exit(0);
+    }
 }
 
 /// Ends the process when there will be none.
@@ -50,7 +52,9 @@ DecodeTask awaitTask() {
 [[noreturn]] void serveOne(const FileDescriptor& channel, pid_t parent, const Sandbox& sandbox,
                            std::size_t mappedBefore, DecodeFunction decode) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(0);  // it ended before that
+    if (getppid() != parent) {
+        _exit(0);  // it ended before that
+    }
     if (dup2(channel.get(), childChannel) < 0 || close_range(childChannel + 1, ~0U, 0) != 0) {
         _exit(0);
     }
@@ -58,9 +62,15 @@ DecodeTask awaitTask() {
     awaitWord();
     const DecodeTask task = awaitTask();
     // Said first: a child that is killed before the program knows of its acceptance is no harm.
-    if (write(childChannel, &task.slot, sizeof task.slot) != sizeof task.slot) _exit(0);
-    if (task.slot == DecodeSlot::large) awaitWord();
-    if (write(task.answer.get(), &accepted, sizeof accepted) != sizeof accepted) _exit(0);
+    if (write(childChannel, &task.slot, sizeof task.slot) != sizeof task.slot) {
+        _exit(0);
+    }
+    if (task.slot == DecodeSlot::large) {
+        awaitWord();
+    }
+    if (write(task.answer.get(), &accepted, sizeof accepted) != sizeof accepted) {
+        _exit(0);
+    }
     runDecoderChild(task, sandbox, mappedBefore, decode);
 }
 
@@ -80,27 +90,37 @@ std::unique_ptr<SpareChild> SpareChild::fork(const Sandbox& sandbox, std::size_t
     const FileDescriptor theirs(ends[1]);
     const pid_t parent = getpid();
     const pid_t pid = ::fork();
-    if (pid == 0) serveOne(theirs, parent, sandbox, mappedBefore, decode);
-    if (pid < 0) return nullptr;
+    if (pid == 0) {
+        serveOne(theirs, parent, sandbox, mappedBefore, decode);
+    }
+    if (pid < 0) {
+        return nullptr;
+    }
     return std::unique_ptr<SpareChild>(
         new SpareChild({pid, processDescriptor(pid)}, std::move(ours)));
 }
 
 SpareChild::~SpareChild() {
-    if (process_.pid < 0) return;
+    if (process_.pid < 0) {
+        return;
+    }
     kill(process_.pid, SIGKILL);
     waitpid(process_.pid, nullptr, 0);
 }
 
 void SpareChild::allow() {
-    if (!allowed_) giveWord(channel_);
+    if (!allowed_) {
+        giveWord(channel_);
+    }
     allowed_ = true;
 }
 
 std::optional<DecodeSlot> SpareChild::takenSlot() const {
     DecodeSlot slot{};
-    if (recv(channel_.get(), &slot, sizeof slot, MSG_DONTWAIT) != sizeof slot) return std::nullopt;
+    if (recv(channel_.get(), &slot, sizeof slot, MSG_DONTWAIT) != sizeof slot) {
+        return std::nullopt;
+    }
     return slot;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -7,7 +7,7 @@
 #include "decoder/FormatDecoders.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -24,7 +24,9 @@ TIFFSource& sourceOf(thandle_t handle) { return *static_cast<TIFFSource*>(handle
 
 tsize_t readBytes(thandle_t handle, tdata_t destination, tsize_t wanted) {
     TIFFSource& source = sourceOf(handle);
-    if (wanted < 0 || source.position >= source.bytes.size()) return 0;
+    if (wanted < 0 || source.position >= source.bytes.size()) {
+        return 0;
+    }
     const auto rest = source.bytes.subspan(source.position);
     const std::size_t length = std::min(rest.size(), static_cast<std::size_t>(wanted));
     std::memcpy(destination, rest.data(), length);
@@ -36,9 +38,15 @@ tsize_t refuseWrite(thandle_t /*handle*/, tdata_t /*data*/, tsize_t /*length*/) 
 
 toff_t seek(thandle_t handle, toff_t offset, int whence) {
     TIFFSource& source = sourceOf(handle);
-    if (whence == SEEK_SET) source.position = offset;
-    if (whence == SEEK_CUR) source.position += offset;
-    if (whence == SEEK_END) source.position = source.bytes.size() + offset;
+    if (whence == SEEK_SET) {
+        source.position = offset;
+    }
+    if (whence == SEEK_CUR) {
+        source.position += offset;
+    }
+    if (whence == SEEK_END) {
+        source.position = source.bytes.size() + offset;
+    }
     return source.position;
 }
 
@@ -60,8 +68,12 @@ void unmap(thandle_t /*handle*/, tdata_t /*base*/, toff_t /*size*/) {}
 bool takeColoursAsStored(TIFF* tiff) {
     std::uint16_t count = 0;
     std::uint16_t* kinds = nullptr;
-    if (TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds) != 1 || count == 0) return true;
-    if (kinds[0] != EXTRASAMPLE_UNASSALPHA) return true;
+    if (TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds) != 1 || count == 0) {
+        return true;
+    }
+    if (kinds[0] != EXTRASAMPLE_UNASSALPHA) {
+        return true;
+    }
     std::uint16_t kind = EXTRASAMPLE_ASSOCALPHA;
     return TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind) == 1;
 }
@@ -77,7 +89,9 @@ void divideByAlpha(const Canvas& canvas) {
     const std::span<std::uint8_t> pixels = canvas.pixels();
     for (std::size_t i = 0; i < pixels.size(); i += 4) {
         const unsigned alpha = pixels[i + 3];
-        if (alpha == 0 || alpha == 255) continue;
+        if (alpha == 0 || alpha == 255) {
+            continue;
+        }
         for (std::size_t c = i; c < i + 3; ++c) {
             pixels[c] =
                 static_cast<std::uint8_t>(std::min(255U, (pixels[c] * 255U + alpha / 2) / alpha));
@@ -95,7 +109,9 @@ public:
         image_.req_orientation = ORIENTATION_TOPLEFT;
     }
     ~Converter() {
-        if (begun_) TIFFRGBAImageEnd(&image_);
+        if (begun_) {
+            TIFFRGBAImageEnd(&image_);
+        }
     }
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
@@ -116,21 +132,33 @@ std::optional<DecodedImage> decodeTIFF(std::span<const std::uint8_t> file, Pixel
     TIFFSource source{file};
     const std::unique_ptr<TIFF, CloseTIFF> tiff(TIFFClientOpen(
         "", "r", &source, readBytes, refuseWrite, seek, closeNothing, sizeOf, map, unmap));
-    if (!tiff) return std::nullopt;
+    if (!tiff) {
+        return std::nullopt;
+    }
     const bool multiplied = isMultiplied(tiff.get());
-    if (!takeColoursAsStored(tiff.get())) return std::nullopt;
+    if (!takeColoursAsStored(tiff.get())) {
+        return std::nullopt;
+    }
     Converter converter(tiff.get());
-    if (!converter) return std::nullopt;
+    if (!converter) {
+        return std::nullopt;
+    }
     TIFFRGBAImage& image = converter.image();
     const auto canvas = pixels.allocate(image.width, image.height);
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     // Its pixels are 32-bit words with red in the lowest byte: on little-endian machines, bytes in
     // our order.
     auto* raster = reinterpret_cast<std::uint32_t*>(canvas->pixels().data());
-    if (TIFFRGBAImageGet(&image, raster, image.width, image.height) != 1) return std::nullopt;
+    if (TIFFRGBAImageGet(&image, raster, image.width, image.height) != 1) {
+        return std::nullopt;
+    }
     const bool hasAlpha = image.alpha != 0;
-    if (hasAlpha && multiplied) divideByAlpha(*canvas);
+    if (hasAlpha && multiplied) {
+        divideByAlpha(*canvas);
+    }
     return DecodedImage{canvas->width(), canvas->height(), hasAlpha};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -19,13 +19,17 @@ std::size_t takeDescriptors(msghdr& message, Descriptors& owned) {
     std::size_t taken = 0;
     for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;
          part = CMSG_NXTHDR(&message, part)) {
-        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) continue;
+        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) {
+            continue;
+        }
         const std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
         for (std::size_t i = 0; i < count; ++i, ++taken) {
             int number = -1;
             std::memcpy(&number, CMSG_DATA(part) + i * sizeof number, sizeof number);
             FileDescriptor descriptor(number);
-            if (taken < owned.size()) owned[taken] = std::move(descriptor);
+            if (taken < owned.size()) {
+                owned[taken] = std::move(descriptor);
+            }
         }
     }
     return taken;
@@ -45,16 +49,22 @@ Received receiveTask(int socket, DecodeTask& task, int flags) {
     message.msg_control = control.data();
     message.msg_controllen = control.size();
     const ssize_t length = recvmsg(socket, &message, flags | MSG_CMSG_CLOEXEC);
-    if (length < 0) return errno == EAGAIN || errno == EINTR ? Received::nothing : Received::end;
+    if (length < 0) {
+        return errno == EAGAIN || errno == EINTR ? Received::nothing : Received::end;
+    }
 
     Descriptors owned;
     const std::size_t descriptors = takeDescriptors(message, owned);
-    if (length == 0) return Received::end;
+    if (length == 0) {
+        return Received::end;
+    }
     const bool whole = length == sizeof request && descriptors == requestDescriptors &&
                        (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
-    if (!whole || !isSlot(request.slot)) return Received::nothing;
+    if (!whole || !isSlot(request.slot)) {
+        return Received::nothing;
+    }
     task = {request.slot, std::move(owned[0]), std::move(owned[1]), std::move(owned[2])};
     return Received::task;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

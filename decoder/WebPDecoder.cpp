@@ -6,7 +6,7 @@
 #include "decoder/FormatDecoders.h"
 #include "decoder/PixelStore.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -32,7 +32,9 @@ bool fits(const WebPIterator& frame, const Canvas& canvas) {
 
 bool decodeInto(const WebPIterator& frame, const Canvas& canvas) {
     WebPDecoderConfig config;
-    if (WebPInitDecoderConfig(&config) == 0) return false;
+    if (WebPInitDecoderConfig(&config) == 0) {
+        return false;
+    }
     const std::size_t left = static_cast<std::size_t>(frame.x_offset) * 4;
     const std::size_t top = static_cast<std::size_t>(frame.y_offset) * canvas.bytesPerRow();
     const std::span<std::uint8_t> target = canvas.pixels().subspan(top + left);
@@ -52,17 +54,25 @@ bool decodeInto(const WebPIterator& frame, const Canvas& canvas) {
 std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, PixelStore& pixels) {
     const WebPData data{file.data(), file.size()};
     const std::unique_ptr<WebPDemuxer, DeleteDemuxer> demuxer(WebPDemux(&data));
-    if (!demuxer) return std::nullopt;  // also when the file ends early
+    if (!demuxer) {
+        return std::nullopt;  // also when the file ends early
+    }
     Frame frame;
-    if (WebPDemuxGetFrame(demuxer.get(), 1, &frame.iterator) == 0) return std::nullopt;
+    if (WebPDemuxGetFrame(demuxer.get(), 1, &frame.iterator) == 0) {
+        return std::nullopt;
+    }
     const auto canvas = pixels.allocate(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH),
                                         WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT));
-    if (!canvas || !fits(frame.iterator, *canvas)) return std::nullopt;
-    if (!decodeInto(frame.iterator, *canvas)) return std::nullopt;
+    if (!canvas || !fits(frame.iterator, *canvas)) {
+        return std::nullopt;
+    }
+    if (!decodeInto(frame.iterator, *canvas)) {
+        return std::nullopt;
+    }
     const bool covers =
         frame.iterator.width == canvas->width() && frame.iterator.height == canvas->height();
     return DecodedImage{canvas->width(), canvas->height(),
                         frame.iterator.has_alpha != 0 || !covers};
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 namespace {
 
@@ -44,7 +44,9 @@ void BezierPath::append(const BezierPath& other) {
     // By index and up to the length at the start, so that a path can be appended to itself.
     const std::size_t count = other.elements_.size();
     elements_.reserve(elements_.size() + count);
-    for (std::size_t i = 0; i < count; ++i) elements_.push_back(other.elements_[i]);
+    for (std::size_t i = 0; i < count; ++i) {
+        elements_.push_back(other.elements_[i]);
+    }
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

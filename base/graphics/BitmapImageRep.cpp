@@ -4,7 +4,7 @@
 
 #include "base/system/FatalError.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 
 namespace {
 
@@ -33,17 +33,23 @@ BitmapImageRep::BitmapImageRep(int width, int height, bool hasAlpha,
 }
 
 void BitmapImageRep::requirePixelsToFillTheSize() const {
-    if (width_ < 0 || height_ < 0) fatalError("Bitmap with a negative size");
+    if (width_ < 0 || height_ < 0) {
+        fatalError("Bitmap with a negative size");
+    }
     const auto expected =
         static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) * bytesPerPixel;
-    if (pixels_.size() != expected) fatalError("Bitmap whose pixels do not fill its size");
+    if (pixels_.size() != expected) {
+        fatalError("Bitmap whose pixels do not fill its size");
+    }
 }
 
 std::optional<double> BitmapImageRep::alphaAt(int x, int y) const {
-    if (x < 0 || y < 0 || x >= width_ || y >= height_) return std::nullopt;
+    if (x < 0 || y < 0 || x >= width_ || y >= height_) {
+        return std::nullopt;
+    }
     const auto pixel = static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
                        static_cast<std::size_t>(x);
     return pixels_[pixel * bytesPerPixel + 3] / opaque;
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-namespace glintmark::platform {
+namespace glintmark {
 
 namespace {
 
@@ -43,8 +43,12 @@ constexpr double filterRadius = 2.0;  // the kernel is zero from there on
 // The published kernel with B = C = 1/3, its two pieces multiplied out.
 double mitchellNetravali(double distance) {
     const double x = std::abs(distance);
-    if (x < 1) return (7 * x * x * x - 12 * x * x + 16.0 / 3) / 6;
-    if (x < 2) return (-7.0 / 3 * x * x * x + 12 * x * x - 20 * x + 32.0 / 3) / 6;
+    if (x < 1) {
+        return (7 * x * x * x - 12 * x * x + 16.0 / 3) / 6;
+    }
+    if (x < 2) {
+        return (-7.0 / 3 * x * x * x + 12 * x * x - 20 * x + 32.0 / 3) / 6;
+    }
     return 0;
 }
 
@@ -215,14 +219,18 @@ void filter(const BitmapImageRep& source, int width, int height, std::uint8_t* s
 }  // namespace
 
 BitmapImageRep scaled(const BitmapImageRep& source, int width, int height) {
-    if (source.pixelsWide() == width && source.pixelsHigh() == height) return source;
+    if (source.pixelsWide() == width && source.pixelsHigh() == height) {
+        return source;
+    }
     const std::size_t size =
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * channels;
-    if (source.pixels().empty()) return {width, height, true, std::vector<std::uint8_t>(size)};
+    if (source.pixels().empty()) {
+        return {width, height, true, std::vector<std::uint8_t>(size)};
+    }
 
     const auto straight = std::make_shared_for_overwrite<std::uint8_t[]>(size);
     filter(source, width, height, straight.get());
     return {width, height, source.hasAlpha(), straight, std::span(straight.get(), size)};
 }
 
-}  // namespace glintmark::platform
+}  // namespace glintmark

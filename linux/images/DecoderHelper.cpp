@@ -29,8 +29,8 @@ std::optional<pid_t> spawn(const std::string& path, int socket) {
 #ifndef GLINTMARK_SANITIZED  // the sanitizers report to standard error
     posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
 #endif
-    posix_spawn_file_actions_adddup2(&actions, socket, image::decoderSocket);
-    posix_spawn_file_actions_addclosefrom_np(&actions, image::decoderSocket + 1);
+    posix_spawn_file_actions_adddup2(&actions, socket, decoder::decoderSocket);
+    posix_spawn_file_actions_addclosefrom_np(&actions, decoder::decoderSocket + 1);
 
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -59,7 +59,9 @@ std::optional<pid_t> spawn(const std::string& path, int socket) {
 bool handedOver(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return errno == ECHILD;  // gone already where SIGCHLD is ignored
+        if (errno != EINTR) {
+            return errno == ECHILD;  // gone already where SIGCHLD is ignored
+        }
     }
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
@@ -71,10 +73,18 @@ DecoderHelper::DecoderHelper(std::string path)
 
 DecoderHelper::Connection DecoderHelper::send(const Request& request) {
     const std::lock_guard lock(mutex_);
-    if (connection_ && !stillThere()) drop();
-    if (connection_ && transmit(request)) return connection_;
-    if (connection_) drop();
-    if (!start() || !transmit(request)) return nullptr;
+    if (connection_ && !stillThere()) {
+        drop();
+    }
+    if (connection_ && transmit(request)) {
+        return connection_;
+    }
+    if (connection_) {
+        drop();
+    }
+    if (!start() || !transmit(request)) {
+        return nullptr;
+    }
     return connection_;
 }
 
@@ -85,20 +95,28 @@ void DecoderHelper::worked() {
 
 void DecoderHelper::lost(const Connection& connection) {
     const std::lock_guard lock(mutex_);
-    if (connection && connection == connection_) drop();
+    if (connection && connection == connection_) {
+        drop();
+    }
 }
 
 bool DecoderHelper::start() {
-    if (!pause_.mayStart(RestartPause::Clock::now())) return false;
+    if (!pause_.mayStart(RestartPause::Clock::now())) {
+        return false;
+    }
     std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return false;
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        return false;
+    }
     auto ours = std::make_shared<const FileDescriptor>(ends[0]);
     const FileDescriptor theirs(ends[1]);
     // By way of this process, since the new one has closed its copy before it executes the file.
     const auto held =
         "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(executable_.get());
     auto pid = executable_ ? spawn(held, theirs.get()) : std::nullopt;
-    if (!pid) pid = spawn(path_, theirs.get());
+    if (!pid) {
+        pid = spawn(path_, theirs.get());
+    }
     if (!pid || !handedOver(*pid)) {
         pause_.died(RestartPause::Clock::now());
         return false;
@@ -110,7 +128,9 @@ bool DecoderHelper::start() {
 void DecoderHelper::drop() {
     std::uint8_t word = 0;
     const ssize_t length = recv(connection_->get(), &word, sizeof word, MSG_DONTWAIT);
-    if (length != 1 || word != image::goodbye) pause_.died(RestartPause::Clock::now());
+    if (length != 1 || word != decoder::goodbye) {
+        pause_.died(RestartPause::Clock::now());
+    }
     connection_ = nullptr;
 }
 
@@ -122,8 +142,8 @@ bool DecoderHelper::stillThere() const {
 }
 
 bool DecoderHelper::transmit(const Request& request) const {
-    return image::sendRequest(connection_->get(), {request.slot},
-                              {request.encoded, request.pixels, request.answer});
+    return decoder::sendRequest(connection_->get(), {request.slot},
+                                {request.encoded, request.pixels, request.answer});
 }
 
 }  // namespace glintmark::platform

@@ -23,8 +23,8 @@ namespace glintmark::platform {
 
 namespace {
 
-using image::DecodeAnswer;
-using image::DecodeSlot;
+using decoder::DecodeAnswer;
+using decoder::DecodeSlot;
 using Clock = std::chrono::steady_clock;
 
 FileDescriptor memoryFile() {
@@ -41,7 +41,9 @@ FileDescriptor sealedFileOf(std::string_view bytes) {
     FileDescriptor file = memoryFile();
     while (file && !bytes.empty()) {
         const ssize_t written = write(file.get(), bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) return {};
+        if (written < 0 && errno != EINTR) {
+            return {};
+        }
         bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
     }
     return file && seal(file) ? std::move(file) : FileDescriptor();
@@ -55,10 +57,14 @@ std::optional<BitmapImageRep> copyPixels(const FileDescriptor& file, const Decod
     // Read beyond the end as well, so that a longer file shows.
     void* memory = mmap(nullptr, size + 1, PROT_READ | PROT_WRITE,
                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-    if (memory == MAP_FAILED) return std::nullopt;
+    if (memory == MAP_FAILED) {
+        return std::nullopt;
+    }
     std::shared_ptr<const void> owner(memory, [size](void* start) { munmap(start, size + 1); });
     const ssize_t length = pread(file.get(), memory, size + 1, 0);
-    if (length != static_cast<ssize_t>(size)) return std::nullopt;
+    if (length != static_cast<ssize_t>(size)) {
+        return std::nullopt;
+    }
     return BitmapImageRep(answer.width, answer.height, answer.hasAlpha != 0, std::move(owner),
                           {static_cast<const std::uint8_t*>(memory), size});
 }
@@ -69,10 +75,16 @@ std::optional<BitmapImageRep> mapPixels(const FileDescriptor& file, const Decode
                                         DecodeSlots::Hold hold) {
     struct stat status {};
     const std::size_t size = answer.pixelBytes();
-    if (!seal(file) || fstat(file.get(), &status) != 0) return std::nullopt;
-    if (status.st_size != static_cast<off_t>(size)) return std::nullopt;
+    if (!seal(file) || fstat(file.get(), &status) != 0) {
+        return std::nullopt;
+    }
+    if (status.st_size != static_cast<off_t>(size)) {
+        return std::nullopt;
+    }
     void* memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.get(), 0);
-    if (memory == MAP_FAILED) return std::nullopt;
+    if (memory == MAP_FAILED) {
+        return std::nullopt;
+    }
     std::shared_ptr<const void> owner(
         memory, [size, hold = std::move(hold)](void* start) { munmap(start, size); });
     return BitmapImageRep(answer.width, answer.height, answer.hasAlpha != 0, std::move(owner),
@@ -82,13 +94,13 @@ std::optional<BitmapImageRep> mapPixels(const FileDescriptor& file, const Decode
 /// What came through the pipe of one request.
 struct Received {
     // One byte longer than it may be, so that too long an answer shows.
-    std::array<std::uint8_t, sizeof image::accepted + sizeof(DecodeAnswer) + 1> bytes{};
+    std::array<std::uint8_t, sizeof decoder::accepted + sizeof(DecodeAnswer) + 1> bytes{};
     std::size_t length = 0;
     bool inTime = true;
 
-    bool wasAccepted() const { return length > 0 && bytes[0] == image::accepted; }
+    bool wasAccepted() const { return length > 0 && bytes[0] == decoder::accepted; }
     std::span<const std::uint8_t> answer() const {
-        return std::span(bytes).first(length).subspan(sizeof image::accepted);
+        return std::span(bytes).first(length).subspan(sizeof decoder::accepted);
     }
 };
 
@@ -101,7 +113,9 @@ bool awaitEnd(const FileDescriptor& pipe, Clock::time_point deadline) {
         pollfd watched{pipe.get(), 0, 0};
         const int ready =
             poll(&watched, 1, static_cast<int>(std::max(left.count(), decltype(left)::rep{0})));
-        if (ready < 0 && errno == EINTR) continue;
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
         return ready > 0;
     }
 }
@@ -112,8 +126,12 @@ Received receive(const FileDescriptor& pipe, Clock::time_point deadline) {
     while (received.inTime && received.length < received.bytes.size()) {
         const ssize_t length = read(pipe.get(), &received.bytes[received.length],
                                     received.bytes.size() - received.length);
-        if (length < 0 && errno == EINTR) continue;
-        if (length <= 0) break;
+        if (length < 0 && errno == EINTR) {
+            continue;
+        }
+        if (length <= 0) {
+            break;
+        }
         received.length += static_cast<std::size_t>(length);
     }
     return received;
@@ -130,7 +148,9 @@ public:
     std::shared_ptr<const Image> decode(std::string data) {
         const FileDescriptor pixels = memoryFile();
         const auto answer = decodeSmall(data, pixels);
-        if (!answer) return nullptr;
+        if (!answer) {
+            return nullptr;
+        }
         if (answer->status == DecodeAnswer::Status::needsLargeSlot) {
             return largeImage(std::make_shared<const std::string>(std::move(data)));
         }
@@ -146,7 +166,9 @@ private:
 
     std::shared_ptr<const Image> largeImage(const std::shared_ptr<const std::string>& data) {
         const auto bitmap = decodeLarge(*data);
-        if (!bitmap) return nullptr;
+        if (!bitmap) {
+            return nullptr;
+        }
         const Size size{static_cast<double>(bitmap->pixelsWide()),
                         static_cast<double>(bitmap->pixelsHigh())};
         return std::make_shared<const Image>(
@@ -157,7 +179,9 @@ private:
         DecodeSlots::LargeHold turn = slots_->takeLarge();
         const FileDescriptor pixels = memoryFile();
         const auto answer = ask(data, pixels, DecodeSlot::large);
-        if (!answer) return std::nullopt;
+        if (!answer) {
+            return std::nullopt;
+        }
         return mapPixels(pixels, *answer, std::move(turn.bitmap));
     }
 
@@ -165,15 +189,21 @@ private:
     std::optional<DecodeAnswer> ask(std::string_view data, const FileDescriptor& pixels,
                                     DecodeSlot slot) {
         const FileDescriptor encoded = sealedFileOf(data);
-        if (!encoded || !pixels) return std::nullopt;
+        if (!encoded || !pixels) {
+            return std::nullopt;
+        }
         auto received = askOnce(encoded, pixels, slot);
         // A decoder that ended just now never saw the request; another one will.
         if (received && received->inTime && !received->wasAccepted()) {
             received = askOnce(encoded, pixels, slot);
         }
-        if (!received || !received->inTime || !received->wasAccepted()) return std::nullopt;
-        const auto answer = image::parseAnswer(received->answer(), slot);
-        if (!answer || answer->status == DecodeAnswer::Status::undecodable) return std::nullopt;
+        if (!received || !received->inTime || !received->wasAccepted()) {
+            return std::nullopt;
+        }
+        const auto answer = decoder::parseAnswer(received->answer(), slot);
+        if (!answer || answer->status == DecodeAnswer::Status::undecodable) {
+            return std::nullopt;
+        }
         return answer;
     }
 
@@ -181,11 +211,15 @@ private:
     std::optional<Received> askOnce(const FileDescriptor& encoded, const FileDescriptor& pixels,
                                     DecodeSlot slot) {
         std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            return std::nullopt;
+        }
         const FileDescriptor ours(ends[0]);
         FileDescriptor theirs(ends[1]);
         const auto connection = helper_.send({slot, encoded.get(), pixels.get(), theirs.get()});
-        if (!connection) return std::nullopt;
+        if (!connection) {
+            return std::nullopt;
+        }
         theirs = FileDescriptor();
         const Received received = receive(ours, Clock::now() + answerLimit_);
         if (received.inTime && received.wasAccepted()) {
@@ -208,7 +242,9 @@ SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath,
 SandboxedImageDecoder::~SandboxedImageDecoder() = default;
 
 std::shared_ptr<const Image> SandboxedImageDecoder::decode(std::string data) {
-    if (data.empty()) return nullptr;
+    if (data.empty()) {
+        return nullptr;
+    }
     return client_->decode(std::move(data));
 }
 

@@ -9,7 +9,7 @@
 #include "decoder/WarmUp.h"
 #include "tests/decoder/ImageFiles.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 class RefusedTest : public testing::TestWithParam<std::string> {};
@@ -23,7 +23,9 @@ TEST_P(RefusedTest, DoesNotDecode) {
 std::string testName(const testing::TestParamInfo<std::string>& info) {
     std::string name = info.param;
     for (char& c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
+            c = '_';
+        }
     }
     return name;
 }
@@ -76,7 +78,9 @@ TEST(DecodeImageTest, FiftyMillionPixelsAreAllowed) {
 
 TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
     for (const std::string& name : imageFileNames()) {
-        if (name.starts_with("bomb-") || name.starts_with("large-")) continue;
+        if (name.starts_with("bomb-") || name.starts_with("large-")) {
+            continue;
+        }
         const Bytes file = imageFile(name);
         const std::size_t step = std::max<std::size_t>(1, file.size() / 100);
         for (std::size_t length = 0; length < file.size(); length += step) {
@@ -88,7 +92,9 @@ TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
 TEST(DecodeImageTest, DamagedImagesAreSurvived) {
     std::mt19937 random(1);
     for (const std::string& name : imageFileNames()) {
-        if (name.starts_with("bomb-") || name.starts_with("large-")) continue;
+        if (name.starts_with("bomb-") || name.starts_with("large-")) {
+            continue;
+        }
         const Bytes file = imageFile(name);
         for (int round = 0; round < 20; ++round) {
             Bytes damaged = file;
@@ -127,4 +133,4 @@ TEST(WarmUpTest, EveryLibraryReadsItsSample) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -9,7 +9,7 @@
 #include "decoder/DecoderChild.h"
 #include "tests/decoder/ImageFiles.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 using Status = DecodeAnswer::Status;
@@ -30,7 +30,9 @@ protected:
         decodeAndAnswer(file, slot, pixels_.get(), writing_.get(), decode);
         std::array<std::uint8_t, 100> bytes{};
         const ssize_t length = read(reading_.get(), bytes.data(), bytes.size());
-        if (length < 0) return std::nullopt;
+        if (length < 0) {
+            return std::nullopt;
+        }
         return parseAnswer(std::span(bytes).first(static_cast<std::size_t>(length)), slot);
     }
 
@@ -80,7 +82,9 @@ TEST_F(DecoderChildTest, ALargeImageIsNotPassedOverForASmallerOne) {
     const auto answer = answerTo(
         imageFile("rgba8.png"), DecodeSlot::small,
         [](std::span<const std::uint8_t> file, PixelStore& pixels) -> std::optional<DecodedImage> {
-            if (pixels.allocate(2000, 2000)) return std::nullopt;
+            if (pixels.allocate(2000, 2000)) {
+                return std::nullopt;
+            }
             return decodeImage(file, pixels);
         });
     ASSERT_TRUE(answer);
@@ -92,7 +96,9 @@ TEST_F(DecoderChildTest, ASecondCanvasIsTransparentAgain) {
         {1}, DecodeSlot::small,
         [](std::span<const std::uint8_t>, PixelStore& pixels) -> std::optional<DecodedImage> {
             *pixels.allocate(1, 1)->row(0) = 7;
-            if (*pixels.allocate(2, 1)->row(0) != 0) return std::nullopt;
+            if (*pixels.allocate(2, 1)->row(0) != 0) {
+                return std::nullopt;
+            }
             return DecodedImage{2, 1, true};
         });
     ASSERT_TRUE(answer);
@@ -108,4 +114,4 @@ TEST_F(DecoderChildTest, WithoutAFileForPixelsNothingDecodes) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -19,7 +19,7 @@
 #include "decoder/RequestMessage.h"
 #include "tests/decoder/ImageFiles.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 using namespace std::chrono_literals;
@@ -30,7 +30,9 @@ std::vector<pid_t> childrenOf(pid_t process) {
     const std::string id = std::to_string(process);
     std::ifstream file("/proc/" + id + "/task/" + id + "/children");
     std::vector<pid_t> found;
-    for (pid_t child = 0; file >> child;) found.push_back(child);
+    for (pid_t child = 0; file >> child;) {
+        found.push_back(child);
+    }
     return found;
 }
 
@@ -65,7 +67,9 @@ protected:
 
     ~DecoderServerTest() override {
         program_ = FileDescriptor();
-        if (decoder_ > 0) waitForEnd();
+        if (decoder_ > 0) {
+            waitForEnd();
+        }
         waitForLeftChildren();
     }
 
@@ -111,16 +115,22 @@ protected:
         std::array<std::uint8_t, 100> bytes{};
         for (;;) {
             pollfd readable{pipe.get(), POLLIN, 0};
-            if (poll(&readable, 1, patienceMilliseconds) != 1) return {};
+            if (poll(&readable, 1, patienceMilliseconds) != 1) {
+                return {};
+            }
             const ssize_t length = read(pipe.get(), bytes.data(), bytes.size());
-            if (length <= 0) return all;
+            if (length <= 0) {
+                return all;
+            }
             all.insert(all.end(), bytes.begin(), bytes.begin() + length);
         }
     }
 
     static bool isDecoded(const FileDescriptor& pipe) {
         const auto received = readAll(pipe);
-        if (received.empty() || received.front() != accepted) return false;
+        if (received.empty() || received.front() != accepted) {
+            return false;
+        }
         const auto answer = parseAnswer(std::span(received).subspan(1), DecodeSlot::small);
         return answer && answer->status == DecodeAnswer::Status::decoded;
     }
@@ -175,4 +185,4 @@ TEST_F(DecoderServerTest, ItEndsWithTheProgramAndLeavesNoChild) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -4,7 +4,7 @@
 #include "decoder/DecodeImage.h"
 #include "tests/decoder/ImageFiles.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 namespace {
 
 // What the test images show. Most are 6 x 5 pixels of `colours` or of one of its relatives; those
@@ -94,7 +94,9 @@ TEST_P(FormatsTest, ShowsItsPattern) {
 std::string testName(const testing::TestParamInfo<FileCase>& info) {
     std::string name = info.param.name;
     for (char& c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
+            c = '_';
+        }
     }
     return name;
 }
@@ -116,7 +118,9 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"palette4-trns.png", 6, 5, true,
                              [](int x, int y) {
                                  Colour colour = indexed(x, y);
-                                 if (index(x, y) < 3) colour.alpha = index(x, y) * 100;
+                                 if (index(x, y) < 3) {
+                                     colour.alpha = index(x, y) * 100;
+                                 }
                                  return colour;
                              }},
                     FileCase{"rgb8-trns.png", 6, 5, true,
@@ -208,7 +212,9 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"bmp4-rle.bmp", 6, 5, false, indexed},
                     FileCase{"bmp8-rle-jump.bmp", 6, 5, false,
                              [](int x, int y) {
-                                 if (y == 4 && x < 2) return sixteen(7);
+                                 if (y == 4 && x < 2) {
+                                     return sixteen(7);
+                                 }
                                  // One to the right, two up, from the third pixel.
                                  return y == 2 && x >= 3 ? sixteen(9) : sixteen(0);
                              }}),
@@ -278,4 +284,4 @@ TEST(ICNSTest, TheEightBitPaletteIsACubeAndFourRamps) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

@@ -9,7 +9,7 @@
 #include "decoder/DecodeImage.h"
 #include "decoder/HeapPixels.h"
 
-namespace glintmark::platform::image {
+namespace glintmark::decoder {
 
 namespace {
 
@@ -34,7 +34,9 @@ std::vector<std::string> imageFileNames() {
 std::optional<BitmapImageRep> decoded(const Bytes& file) {
     HeapPixels pixels;
     const auto image = decodeImage(file, pixels);
-    if (!image) return std::nullopt;
+    if (!image) {
+        return std::nullopt;
+    }
     return BitmapImageRep(image->width, image->height, image->hasAlpha, pixels.take());
 }
 
@@ -45,7 +47,9 @@ int greatestDifference(const BitmapImageRep& bitmap, const Pattern& pattern) {
         for (int x = 0; x < bitmap.pixelsWide(); ++x, at += 4) {
             const std::uint8_t* pixel = &bitmap.pixels()[at];
             const Colour expected = pattern(x, y);
-            if (expected.alpha == 0 && pixel[3] == 0) continue;
+            if (expected.alpha == 0 && pixel[3] == 0) {
+                continue;
+            }
             greatest = std::max(
                 {greatest, std::abs(expected.red - pixel[0]), std::abs(expected.green - pixel[1]),
                  std::abs(expected.blue - pixel[2]), std::abs(expected.alpha - pixel[3])});
@@ -54,4 +58,4 @@ int greatestDifference(const BitmapImageRep& bitmap, const Pattern& pattern) {
     return greatest;
 }
 
-}  // namespace glintmark::platform::image
+}  // namespace glintmark::decoder

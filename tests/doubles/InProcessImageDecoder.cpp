@@ -9,14 +9,16 @@
 
 namespace glintmark::doubles {
 
-std::shared_ptr<const platform::Image> InProcessImageDecoder::decode(std::string data) {
+std::shared_ptr<const Image> InProcessImageDecoder::decode(std::string data) {
     const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(data.data()),
                                               data.size());
-    platform::image::HeapPixels pixels;
-    const auto decoded = platform::image::decodeImage(bytes, pixels);
-    if (!decoded) return nullptr;
-    return std::make_shared<const platform::Image>(platform::BitmapImageRep(
-        decoded->width, decoded->height, decoded->hasAlpha, pixels.take()));
+    decoder::HeapPixels pixels;
+    const auto decoded = decoder::decodeImage(bytes, pixels);
+    if (!decoded) {
+        return nullptr;
+    }
+    return std::make_shared<const Image>(
+        BitmapImageRep(decoded->width, decoded->height, decoded->hasAlpha, pixels.take()));
 }
 
 }  // namespace glintmark::doubles

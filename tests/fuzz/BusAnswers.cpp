@@ -88,15 +88,23 @@ private:
     }
 
     static GVariant* busAnswer(const std::string& method) {
-        if (method == "Hello") return g_variant_new("(s)", ":1.1");
-        if (method == "GetNameOwner") return g_variant_new("(s)", peerName);
-        if (method == "StartServiceByName") return g_variant_new("(u)", 2U);
+        if (method == "Hello") {
+            return g_variant_new("(s)", ":1.1");
+        }
+        if (method == "GetNameOwner") {
+            return g_variant_new("(s)", peerName);
+        }
+        if (method == "StartServiceByName") {
+            return g_variant_new("(u)", 2U);
+        }
         return nullptr;
     }
 
     GVariant* peerAnswer(const std::string& method) {
         const std::scoped_lock lock(mutex_);
-        if (method == ping || answers_.empty()) return nullptr;
+        if (method == ping || answers_.empty()) {
+            return nullptr;
+        }
         const GVariantHandle body = std::move(answers_.front());
         answers_.pop_front();
         return g_variant_ref(body.get());

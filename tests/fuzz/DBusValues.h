@@ -31,7 +31,9 @@ public:
     bool atEnd() const { return rest_.empty(); }
 
     std::uint8_t number() {
-        if (rest_.empty()) return 0;
+        if (rest_.empty()) {
+            return 0;
+        }
         const auto first = rest_.front();
         rest_ = rest_.subspan(1);
         return first;

@@ -12,8 +12,7 @@
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;
-using namespace platform::image;
-using platform::FileDescriptor;
+using namespace decoder;
 
 namespace {
 
@@ -67,7 +66,9 @@ void requireSentRequestArrives(const Channel& channel, DecodeSlot slot) {
 /// becomes a task, no descriptor is left over, and the next request arrives.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Channel channel;
-    if (size == 0) return 0;
+    if (size == 0) {
+        return 0;
+    }
     const std::size_t descriptors = data[0] % (mostDescriptors + 1);
     const std::span message(data + 1, size - 1);
     const int next = nextDescriptor();

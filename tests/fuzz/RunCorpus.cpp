@@ -10,7 +10,9 @@
 #include "tests/fuzz/FuzzTarget.h"
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+    if (argc != 2) {
+        return 2;
+    }
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);

@@ -10,7 +10,7 @@
 namespace glintmark::fuzz {
 
 /// Room for pictures of up to a million pixels: larger ones only make a run slow.
-class SmallPixels : public platform::image::PixelStore {
+class SmallPixels : public decoder::PixelStore {
 public:
     bool fill(int width, int height) const {
         return width > 0 && height > 0 &&
@@ -20,7 +20,9 @@ public:
 
 private:
     std::span<std::uint8_t> provide(std::size_t size) override {
-        if (size > std::size_t{4} << 20U) return {};
+        if (size > std::size_t{4} << 20U) {
+            return {};
+        }
         bytes_.assign(size, 0);
         return bytes_;
     }

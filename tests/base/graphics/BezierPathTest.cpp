@@ -4,7 +4,7 @@
 
 #include "base/graphics/BezierPath.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using MoveTo = BezierPath::MoveTo;
@@ -17,7 +17,9 @@ Point start(const BezierPath& path) { return std::get<MoveTo>(path.elements().fr
 std::vector<CurveTo> curves(const BezierPath& path) {
     std::vector<CurveTo> found;
     for (const auto& element : path.elements()) {
-        if (const auto* curve = std::get_if<CurveTo>(&element)) found.push_back(*curve);
+        if (const auto* curve = std::get_if<CurveTo>(&element)) {
+            found.push_back(*curve);
+        }
     }
     return found;
 }
@@ -99,4 +101,4 @@ TEST(BezierPathTest, TheWindingRuleIsNonZeroUntilSet) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

@@ -7,7 +7,7 @@
 
 #include "base/graphics/ImageScaling.h"
 
-namespace glintmark::platform {
+namespace glintmark {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -21,7 +21,9 @@ std::size_t offset(const BitmapImageRep& bitmap, int x, int y) {
 BitmapImageRep noise(int width, int height, unsigned seed) {
     std::mt19937 random(seed);
     Bytes pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
-    for (auto& byte : pixels) byte = static_cast<std::uint8_t>(random());
+    for (auto& byte : pixels) {
+        byte = static_cast<std::uint8_t>(random());
+    }
     return {width, height, true, std::move(pixels)};
 }
 
@@ -65,7 +67,9 @@ std::vector<long double> weights(int destination, int sourceSize, int destinatio
         found[static_cast<std::size_t>(std::clamp(i, 0, sourceSize - 1))] += weight;
         sum += weight;
     }
-    for (auto& weight : found) weight /= sum;
+    for (auto& weight : found) {
+        weight /= sum;
+    }
     return found;
 }
 
@@ -75,18 +79,28 @@ std::array<long double, 4> referencePixel(const BitmapImageRep& source, int x, i
     const auto rows = weights(y, source.pixelsHigh(), height);
     std::array<long double, 4> sum{};
     for (int sy = 0; sy < source.pixelsHigh(); ++sy) {
-        if (rows[static_cast<std::size_t>(sy)] == 0) continue;
+        if (rows[static_cast<std::size_t>(sy)] == 0) {
+            continue;
+        }
         for (int sx = 0; sx < source.pixelsWide(); ++sx) {
             const long double weight =
                 rows[static_cast<std::size_t>(sy)] * columns[static_cast<std::size_t>(sx)];
-            if (weight == 0) continue;
+            if (weight == 0) {
+                continue;
+            }
             const std::uint8_t* pixel = &source.pixels()[offset(source, sx, sy)];
-            for (std::size_t c = 0; c < 3; ++c) sum[c] += weight * pixel[c] * pixel[3] / 255;
+            for (std::size_t c = 0; c < 3; ++c) {
+                sum[c] += weight * pixel[c] * pixel[3] / 255;
+            }
             sum[3] += weight * pixel[3];
         }
     }
-    for (std::size_t c = 0; c < 3; ++c) sum[c] = sum[3] > 0 ? sum[c] / sum[3] * 255 : 0;
-    for (auto& channel : sum) channel = std::clamp(channel, 0.0L, 255.0L);
+    for (std::size_t c = 0; c < 3; ++c) {
+        sum[c] = sum[3] > 0 ? sum[c] / sum[3] * 255 : 0;
+    }
+    for (auto& channel : sum) {
+        channel = std::clamp(channel, 0.0L, 255.0L);
+    }
     return sum;
 }
 
@@ -94,7 +108,9 @@ std::array<long double, 4> referencePixel(const BitmapImageRep& source, int x, i
 std::vector<int> places(int size) {
     std::vector<int> found;
     for (int i = 0; i < size; ++i) {
-        if (i < 3 || i >= size - 3 || i % 23 == 0) found.push_back(i);
+        if (i < 3 || i >= size - 3 || i % 23 == 0) {
+            found.push_back(i);
+        }
     }
     return found;
 }
@@ -109,7 +125,9 @@ long double greatestError(const BitmapImageRep& source, int width, int height) {
             const auto expected = referencePixel(source, x, y, width, height);
             const std::uint8_t* pixel = &result.pixels()[offset(result, x, y)];
             greatest = std::max(greatest, std::abs(expected[3] - pixel[3]));
-            if (pixel[3] == 0) continue;
+            if (pixel[3] == 0) {
+                continue;
+            }
             for (std::size_t c = 0; c < 3; ++c) {
                 greatest = std::max(greatest, std::abs(expected[c] - pixel[c]));
             }
@@ -152,7 +170,9 @@ TEST(ImageScalingTest, AnOpaqueImageStaysOpaqueToItsCorners) {
     for (const int size : {16, 48, 180, 511, 513, 1024}) {
         BitmapImageRep source = noise(size, size, 7);
         Bytes pixels(source.pixels().begin(), source.pixels().end());
-        for (std::size_t i = 3; i < pixels.size(); i += 4) pixels[i] = 255;
+        for (std::size_t i = 3; i < pixels.size(); i += 4) {
+            pixels[i] = 255;
+        }
         const BitmapImageRep result =
             scaled(BitmapImageRep(size, size, false, std::move(pixels)), 512, 512);
         EXPECT_FALSE(result.hasAlpha());
@@ -167,13 +187,17 @@ TEST(ImageScalingTest, AWhiteDiscStaysWhite) {
         Bytes pixels(static_cast<std::size_t>(size) * static_cast<std::size_t>(size) * 4);
         for (int i = 0; i < size * size; ++i) {
             const double radius = std::hypot(i % size - size / 2.0, i / size - size / 2.0);
-            if (radius > size * 0.45) continue;  // transparent black
+            if (radius > size * 0.45) {
+                continue;  // transparent black
+            }
             std::fill_n(&pixels[static_cast<std::size_t>(i) * 4], 4, std::uint8_t{255});
         }
         const BitmapImageRep result =
             scaled(BitmapImageRep(size, size, true, std::move(pixels)), 512, 512);
         for (std::size_t i = 0; i < result.pixels().size(); i += 4) {
-            if (result.pixels()[i + 3] < 16) continue;
+            if (result.pixels()[i + 3] < 16) {
+                continue;
+            }
             ASSERT_EQ(result.pixels()[i], 255) << "from " << size << ", byte " << i;
             ASSERT_EQ(result.pixels()[i + 1], 255);
             ASSERT_EQ(result.pixels()[i + 2], 255);
@@ -222,4 +246,4 @@ TEST(ImageScalingTest, ABitmapWithoutPixelsBecomesTransparent) {
 }
 
 }  // namespace
-}  // namespace glintmark::platform
+}  // namespace glintmark

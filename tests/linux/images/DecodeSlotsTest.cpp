@@ -128,7 +128,9 @@ TEST_F(DecodeSlotsTest, ManyTakersAllGetTheirTurn) {
             }
         });
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads) {
+        thread.join();
+    }
     EXPECT_EQ(served, 1200);
 }
 

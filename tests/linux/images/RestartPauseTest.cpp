@@ -33,7 +33,9 @@ TEST(RestartPauseTest, PausesDoubleFromOneSecondToFiveMinutes) {
 TEST(RestartPauseTest, WorkMakesTheNextDeathAFirstOne) {
     RestartPause pause;
     const RestartPause::Clock::time_point now{1h};
-    for (int i = 0; i < 5; ++i) pause.died(now);
+    for (int i = 0; i < 5; ++i) {
+        pause.died(now);
+    }
     EXPECT_FALSE(pause.mayStart(now));
     pause.worked();
     EXPECT_TRUE(pause.mayStart(now));

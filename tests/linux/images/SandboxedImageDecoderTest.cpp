@@ -119,7 +119,9 @@ protected:
             const auto found = std::ranges::find_if(all, [&](pid_t process) {
                 return std::ranges::count(all, parentOf(process)) == 1 && isWaiting(process);
             });
-            if (all.size() == 2 && found != all.end()) spare = *found;
+            if (all.size() == 2 && found != all.end()) {
+                spare = *found;
+            }
             return spare.has_value();
         });
         return spare;
@@ -214,11 +216,15 @@ TEST_F(SandboxedImageDecoderTest, SeveralThreadsDecodeAtOnce) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 5; ++i) {
                 const auto image = decoder.decode((t + i) % 5 == 0 ? large : small);
-                if (image && image->bitmap()) ++decoded;
+                if (image && image->bitmap()) {
+                    ++decoded;
+                }
             }
         });
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads) {
+        thread.join();
+    }
     EXPECT_EQ(decoded, 30);
     EXPECT_EQ(helpers().size(), 1U);
 }
@@ -374,7 +380,9 @@ TEST_F(SandboxedImageDecoderTest, WithoutAHelperNothingDecodes) {
 TEST_F(SandboxedImageDecoderTest, AHelperThatKeepsDyingIsStartedRarely) {
     const fs::path starts = fs::path(directory_.path()) / "starts";
     scriptedDecoder("echo >> " + starts.string());
-    for (int i = 0; i < 50; ++i) EXPECT_FALSE(decodesGoodImage());
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_FALSE(decodesGoodImage());
+    }
     const std::size_t count = contents(starts).size();
     EXPECT_GE(count, 2U);
     EXPECT_LE(count, 8U);  // few, however long the loop took

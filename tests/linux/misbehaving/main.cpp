@@ -30,7 +30,9 @@ void spinForEver() {
 void eatMemory() {
     for (std::size_t eaten = 0; eaten < (std::size_t{1} << 30U); eaten += 1U << 20U) {
         void* block = std::malloc(1U << 20U);
-        if (block == nullptr) std::abort();
+        if (block == nullptr) {
+            std::abort();
+        }
         std::memset(block, 1, 1U << 20U);
     }
 }
@@ -42,11 +44,15 @@ void runShell() {
 }
 
 void answer(const DecodeAnswer& lie) {
-    if (write(childAnswer, &lie, sizeof lie) < 0) _exit(1);
+    if (write(childAnswer, &lie, sizeof lie) < 0) {
+        _exit(1);
+    }
 }
 
 void answerHalf() {
-    if (write(childAnswer, "abc", 3) < 0) _exit(1);
+    if (write(childAnswer, "abc", 3) < 0) {
+        _exit(1);
+    }
 }
 
 void makeExecutableMemory() {
@@ -54,7 +60,9 @@ void makeExecutableMemory() {
 }
 
 void writeLongFile() {
-    if (ftruncate(childPixels, off_t{1} << 40U) != 0) _exit(1);
+    if (ftruncate(childPixels, off_t{1} << 40U) != 0) {
+        _exit(1);
+    }
 }
 
 // After each of these the decoder would go on to decode a fine image.
@@ -65,12 +73,16 @@ const std::map<std::string, std::function<void()>> misdeeds = {
     {"execve", runShell},
     {"fork",
      [] {
-         if (fork() == 0) _exit(0);
+         if (fork() == 0) {
+             _exit(0);
+         }
      }},
     {"kill", [] { kill(1, 0); }},
     {"write elsewhere",
      [] {
-         if (write(childPixels, "x", 1) < 0) _exit(1);
+         if (write(childPixels, "x", 1) < 0) {
+             _exit(1);
+         }
      }},
     {"executable memory", makeExecutableMemory},
     {"long file", writeLongFile},
@@ -85,7 +97,9 @@ const std::map<std::string, std::function<void()>> misdeeds = {
      }},
     {"answer for ever",
      [] {
-         for (;;) answer({DecodeAnswer::Status::decoded, 1, 1, 1});
+         for (;;) {
+             answer({DecodeAnswer::Status::decoded, 1, 1, 1});
+         }
      }},
     {"close and stay",
      [] {
@@ -107,7 +121,9 @@ const std::map<std::string, DecodeAnswer> lies = {
 
 std::optional<DecodedImage> decodeOnePixel(PixelStore& pixels) {
     const auto canvas = pixels.allocate(1, 1);
-    if (!canvas) return std::nullopt;
+    if (!canvas) {
+        return std::nullopt;
+    }
     std::memset(canvas->row(0), 255, 4);
     return DecodedImage{1, 1, false};
 }
@@ -120,7 +136,9 @@ std::optional<DecodedImage> misbehave(std::span<const std::uint8_t> encoded, Pix
         _exit(0);
     }
     const auto misdeed = misdeeds.find(wanted);
-    if (misdeed == misdeeds.end()) return decodeImage(encoded, pixels);
+    if (misdeed == misdeeds.end()) {
+        return decodeImage(encoded, pixels);
+    }
     misdeed->second();
     return decodeOnePixel(pixels);
 }
@@ -131,5 +149,5 @@ std::optional<DecodedImage> misbehave(std::span<const std::uint8_t> encoded, Pix
 int main() {
     using namespace std::chrono_literals;
     namespace decoder = glintmark::decoder;
-    return decoder::runDecoder({.decode = image::misbehave, .wallLimit = 2s, .idleLimit = 300ms});
+    return decoder::runDecoder({.decode = decoder::misbehave, .wallLimit = 2s, .idleLimit = 300ms});
 }

@@ -6,8 +6,10 @@
 #include "decoder/DecoderProtocol.h"
 
 int main() {
-    if (fork() != 0) _exit(0);
-    pollfd socket{glintmark::platform::image::decoderSocket, 0, 0};
+    if (fork() != 0) {
+        _exit(0);
+    }
+    pollfd socket{glintmark::decoder::decoderSocket, 0, 0};
     while (poll(&socket, 1, -1) <= 0) {
     }
     return 0;
