@@ -1,6 +1,6 @@
-# Installs `file` below the system's configuration folder. Decided when it is installed, since a
-# package and "cmake --install --prefix" may name another prefix than the build did: as the GNU
-# standards have it, /etc belongs to the prefix /usr, and every other prefix has its own "etc".
+# Installs `file` below the system's configuration folder. The folder is chosen at installation, since
+# a package and "cmake --install --prefix" may name another prefix than the build did. By the GNU
+# standards /etc belongs to the prefix /usr, and every other prefix has an "etc" below it.
 function(glintmark_install_configuration file folder)
   install(CODE "
     set(configuration [[${CMAKE_INSTALL_SYSCONFDIR}]])
@@ -15,8 +15,8 @@ function(glintmark_install_configuration file folder)
          FILES [[${CMAKE_CURRENT_SOURCE_DIR}/${file}]])")
 endfunction()
 
-# Sets `result` to the compressed copy of `file` in the current binary folder, made by the build,
-# the same at each build.
+# Sets `result` to the compressed copy of `file` in the current binary folder. The build makes the copy,
+# with the same bytes each time.
 function(glintmark_compressed file result)
   get_filename_component(name ${file} NAME)
   set(compressed ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz)

@@ -1,4 +1,4 @@
-# What a preset may switch. Everything else is the same in every build.
+# What a preset may change. Everything else is the same in every build.
 set(GLINTMARK_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, separated by commas")
 option(GLINTMARK_COVERAGE "Record line coverage (Clang)" OFF)
 option(GLINTMARK_TESTS "Build the tests" ON)
@@ -9,8 +9,8 @@ add_compile_options(
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wformat=2 -Werror=format-security)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # When GCC 12 inlines std::variant and std::vector it reports null dereferences and uninitialised
-  # members that are not there. Clang and the sanitizers look for the true ones.
+  # When GCC 12 inlines std::variant and std::vector it warns wrongly of null dereferences and
+  # uninitialised members. Clang and the sanitizers find the real ones.
   add_compile_options(-Wno-null-dereference -Wno-maybe-uninitialized -Wlogical-op -Wduplicated-cond -Wduplicated-branches)
 endif()
 
@@ -24,18 +24,18 @@ else()
     #error
     #endif
     int main() {}" COMPILER_MAKES_PIE)
-  if(NOT COMPILER_MAKES_PIE)  # Debian's compilers do by themselves
+  if(NOT COMPILER_MAKES_PIE)  # Debian's compilers make it by default
     add_compile_options(-fPIE)
     add_link_options(-pie)
   endif()
 endif()
 
-# Everywhere, since some libraries ask for it and precompiled headers must agree on it.
+# For all targets: some libraries need it, and all users of a precompiled header must have the same.
 add_compile_options(-pthread)
 add_link_options(-pthread)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  add_compile_options("SHELL:-Xclang -fno-pch-timestamp")  # or ccache cannot keep the headers
+  add_compile_options("SHELL:-Xclang -fno-pch-timestamp")  # or ccache cannot cache the headers
 endif()
 
 if(GLINTMARK_SANITIZE)
@@ -43,14 +43,14 @@ if(GLINTMARK_SANITIZE)
   add_compile_options(-fsanitize=${GLINTMARK_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
   if(GLINTMARK_SANITIZE MATCHES "undefined")
-    # Off: it probes memory through a pipe, which neither the decoder's sandbox nor a process without
-    # free descriptors grants. AddressSanitizer finds most calls on dead objects all the same.
+    # Off: this check probes memory through a pipe. The decoder's sandbox allows none, and a process
+    # without free descriptors cannot make one. AddressSanitizer finds most calls on dead objects.
     add_compile_options(-fno-sanitize=vptr)
   endif()
   add_link_options(-fsanitize=${GLINTMARK_SANITIZE})
 endif()
 if(GLINTMARK_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link)  # what the fuzzer sees of the code it runs
+  add_compile_options(-fsanitize=fuzzer-no-link)  # lets the fuzzer see which code it reaches
 endif()
 if(GLINTMARK_COVERAGE)
   add_compile_options(-fprofile-instr-generate -fcoverage-mapping)

@@ -1,5 +1,5 @@
-# The sources that lie in the current folder and, with RECURSE, below it. Each main.cpp is a program
-# of its own.
+# Sets `result` to the sources in the current folder and, with RECURSE, below it. main.cpp is left out:
+# each is a separate program.
 function(glintmark_sources result)
   set(how GLOB)
   if("RECURSE" IN_LIST ARGN)
@@ -10,8 +10,8 @@ function(glintmark_sources result)
   set(${result} ${sources} PARENT_SCOPE)
 endfunction()
 
-# A room is one folder and one library. Its sources are those that lie there, so a new file needs no
-# entry anywhere; what it may include follows from what it links.
+# A room is one folder and one library. Its sources are all that are in the folder, so a new file needs
+# no entry anywhere. It may include what it links.
 function(glintmark_room name)
   cmake_parse_arguments(arg "RECURSE" "" "LINK" ${ARGN})
   glintmark_sources(sources ${ARGN})
@@ -36,8 +36,8 @@ function(glintmark_tests name)
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()
 
-# For programs that are started with an empty environment, which does not tell where the record of
-# coverage goes.
+# For programs that are started with an empty environment, which cannot say where the coverage record
+# goes.
 function(glintmark_record_coverage main)
   if(GLINTMARK_COVERAGE)
     set_source_files_properties(${main} PROPERTIES COMPILE_OPTIONS

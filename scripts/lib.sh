@@ -1,14 +1,14 @@
-# Shared by the scripts. Source it from the top of the checkout.
+# What the scripts share. Source it from the top of the checkout.
 
-# What the compiler cache needs to keep precompiled headers, and to share objects between clones.
+# So that the compiler cache can cache precompiled headers, and share objects between clones.
 export CCACHE_SLOPPINESS=pch_defines,time_macros
 export CCACHE_BASEDIR="$PWD"
 export CCACHE_NOHASHDIR=1
 
-# With the time since the script began.
+# say TEXT...: prints a heading with the time since the script began.
 say() { printf '\n== %s (%d:%02d)\n' "$*" $((SECONDS / 60)) $((SECONDS % 60)); }
 
-# packages_of GROUP...: the names behind the groups in scripts/packages.
+# packages_of GROUP...: prints the packages of these groups in scripts/packages.
 packages_of() {
   local group
   for group in "$@"; do
@@ -16,7 +16,7 @@ packages_of() {
   done | tr ' ' '\n' | sort -u
 }
 
-# install_missing GROUP...: installs what the distribution does not have installed yet.
+# install_missing GROUP...: installs those packages of these groups that are not installed yet.
 install_missing() {
   local package missing=()
   while read -r package; do
@@ -36,7 +36,7 @@ install_missing() {
     --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# build PRESET [TARGET...]
+# build PRESET [TARGET...]: configures the preset and builds the targets, or the default ones.
 build() {
   local preset=$1
   shift
