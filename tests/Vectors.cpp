@@ -44,6 +44,23 @@ std::string decodedBase64(std::string_view text) {
     return bytes;
 }
 
+/// Texts of many thousand characters are stored as a list of pieces: each a text, or a text with
+/// the number of times that it repeats.
+std::string textOf(const nlohmann::json& value) {
+    if (value.is_string()) {
+        return value;
+    }
+    std::string text;
+    for (const auto& piece : value) {
+        const bool repeats = piece.is_array();
+        const std::string unit = repeats ? piece.at(0) : piece;
+        for (int left = repeats ? piece.at(1).get<int>() : 1; left > 0; --left) {
+            text += unit;
+        }
+    }
+    return text;
+}
+
 }  // namespace
 
 struct VectorObject::Value {
@@ -56,7 +73,7 @@ bool VectorObject::has(const std::string& key) const { return value_->json.conta
 
 std::optional<std::string> VectorObject::text(const std::string& key) const {
     const auto& value = value_->json.at(key);
-    return value.is_null() ? std::nullopt : std::optional(value.get<std::string>());
+    return value.is_null() ? std::nullopt : std::optional(textOf(value));
 }
 
 std::optional<VectorObject> VectorObject::object(const std::string& key) const {
@@ -68,7 +85,7 @@ std::optional<VectorObject> VectorObject::object(const std::string& key) const {
 }
 
 std::string VectorObject::bytes(const std::string& key) const {
-    return decodedBase64(value_->json.at(key).get_ref<const std::string&>());
+    return decodedBase64(textOf(value_->json.at(key)));
 }
 
 bool VectorObject::boolean(const std::string& key) const { return value_->json.at(key); }
