@@ -19,8 +19,8 @@ constexpr auto busName = "org.freedesktop.DBus";
 constexpr auto peerName = ":1.2";  // owns every name that is asked for
 constexpr auto ping = "Ping";
 
-/// The session bus and every peer on it in one. The bus keeps to its protocol; the peers answer
-/// with what the fuzzer gives, and with a sound answer when that is used up.
+/// Plays the session bus and every peer on it. The bus keeps to its protocol. The peers answer with
+/// the fuzzer's input, and with a correct answer when the input is used up.
 class FuzzedBus {
 public:
     FuzzedBus() {
@@ -42,7 +42,7 @@ public:
         g_setenv("DBUS_SESSION_BUS_ADDRESS", g_dbus_server_get_client_address(server_.get()), TRUE);
     }
 
-    /// What the peers answer from now on, in this order.
+    /// Sets what the peers answer from now on, in this order.
     void setAnswers(std::deque<GVariantHandle> answers) {
         const std::scoped_lock lock(mutex_);
         answers_ = std::move(answers);
@@ -121,7 +121,7 @@ private:
     std::deque<GVariantHandle> answers_;
 };
 
-/// Returns when all that was under way has been answered and the answers have been taken.
+/// Returns when every pending call has been answered and the program has read the answers.
 void settle(GDBusConnection* connection) {
     constexpr int longestChain = 3;  // of calls that follow from each other's answers
     constexpr DBusTarget peer{peerName, "/", "org.freedesktop.DBus.Peer"};
@@ -198,7 +198,8 @@ void registerItem(FuzzedBus& bus, SessionBus& session, fuzz::Pieces& pieces) {
 
 }  // namespace
 
-/// Whatever portal, notification server and watcher answer, each request ends exactly once.
+/// Rule: whatever the portal, notification server and watcher answer, each request ends exactly
+/// once.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static FuzzedBus bus;
     static SessionBus session;

@@ -55,7 +55,7 @@ public:
 
     GDBusConnection* program() const { return program_.get(); }
 
-    /// Calls and waits for the answer, which is a value or the error that the arguments deserve.
+    /// Calls and waits for the answer: a value, or an error if the arguments are wrong.
     void call(const Method& method, GVariant* arguments) const {
         GObjectHandle<GAsyncResult> result;
         g_dbus_connection_call(
@@ -84,7 +84,7 @@ private:
     GObjectHandle<GDBusConnection> panel_;
 };
 
-/// Entries 1 to 6, where 4 and 5 lie in the submenu of 3; the last replaces the menu.
+/// Entries 1 to 6; 4 and 5 are in the submenu of 3. Choosing the last one replaces the menu.
 Menu example(DBusMenu& menu, int& runs) {
     const auto item = [&runs](std::string title) {
         MenuItem entry;
@@ -108,8 +108,8 @@ Menu example(DBusMenu& menu, int& runs) {
 
 }  // namespace
 
-/// Calls of all kinds, one after the other: each is answered, and no more actions run than clicks
-/// may have come.
+/// Rule: of calls of all kinds, one after the other, each is answered, and at most as many actions
+/// run as there were clicks.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Pair pair;
     fuzz::endOnWarnings();

@@ -17,7 +17,7 @@ using platform::GObjectHandle;
 using platform::GStringHandle;
 using platform::GVariantHandle;
 
-/// What GLib warns of is a mistake of the program.
+/// Makes each warning of GLib end the run: it reports a mistake of the program.
 inline void endOnWarnings() {
     g_log_set_always_fatal(
         static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING | G_LOG_FATAL_MASK));
@@ -39,9 +39,8 @@ public:
         return first;
     }
 
-    /// A tuple of the type, or sometimes of another type: any that another peer may send. It is
-    /// made from bytes in GVariant's form, and where they are in none, from what GLib makes of
-    /// them.
+    /// A tuple of the type, or sometimes of another type: anything that a peer may send. The input
+    /// is read as serialised GVariant data; GLib replaces what is malformed by default values.
     GVariantHandle tuple(const char* type) {
         constexpr std::array otherTypes{"()",      "(s)",   "(ai)", "(v)",
                                         "(a{sv})", "(uas)", "(ii)", "(o)"};
@@ -62,7 +61,7 @@ private:
         return GVariantHandle(g_variant_get_normal_form(value.get()));
     }
 
-    /// D-Bus knows no empty tuple inside another value, nor a value that may be missing.
+    /// D-Bus has neither empty tuples inside other values nor maybe types.
     static bool canBeSent(GVariant* tuple) {
         const GObjectHandle<GDBusMessage> message(
             g_dbus_message_new_method_call(nullptr, "/", nullptr, "Any"));

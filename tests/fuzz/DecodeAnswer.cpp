@@ -4,7 +4,7 @@
 using namespace glintmark;
 using namespace decoder;
 
-/// What is let through fits the slot.
+/// Rule: an answer that is accepted fits its slot.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::span bytes(data, size);
     const auto small = parseAnswer(bytes, DecodeSlot::small);

@@ -30,7 +30,7 @@ struct Channel {
     FileDescriptor decoder;
 };
 
-/// The lowest number that no descriptor has.
+/// The lowest free descriptor number.
 int nextDescriptor() { return FileDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)).get(); }
 
 void sendMessage(int socket, std::span<const std::uint8_t> bytes, std::size_t descriptors) {
@@ -62,8 +62,8 @@ void requireSentRequestArrives(const Channel& channel, DecodeSlot slot) {
 
 }  // namespace
 
-/// The first byte is the number of descriptors, the others are the message. Only a whole request
-/// becomes a task, no descriptor is left over, and the next request arrives.
+/// The first byte is the number of descriptors, the others are the message. Rule: only a complete
+/// request becomes a task, no descriptor leaks, and the next request still arrives.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Channel channel;
     if (size == 0) {

@@ -14,7 +14,7 @@ inline std::string_view text(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-/// Ends the run when something that must hold does not; the fuzzer then keeps the input.
+/// Ends the run if `holds` is false; the fuzzer then keeps the input.
 inline void require(bool holds) {
     if (!holds) {
         std::abort();

@@ -10,7 +10,7 @@ using namespace glintmark;
 
 namespace {
 
-/// Room for pictures of up to a million pixels: larger ones only make a run slow.
+/// Has room for images of up to a million pixels. Larger ones only slow the fuzzer down.
 class SmallPixels : public decoder::PixelStore {
 public:
     bool fill(int width, int height) const {
@@ -33,7 +33,8 @@ private:
 
 }  // namespace
 
-/// The pixels fill the size. GLINTMARK_DECODE is decodeImage, or the decoder of one format.
+/// Rule: a decoded image has exactly the pixels that its size needs. GLINTMARK_DECODE is
+/// decodeImage, or the decoder of one format.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     SmallPixels pixels;
     const auto image = decoder::GLINTMARK_DECODE({data, size}, pixels);

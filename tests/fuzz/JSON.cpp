@@ -6,7 +6,7 @@
 
 using namespace glintmark;
 
-/// Whatever is read in UTF-8 is a text to a validating reader as well.
+/// Rule: UTF-8 that our reader accepts is accepted by a validating reader, too.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto text = fuzz::text(data, size);
     const auto json = JSON::parse(text);

@@ -12,8 +12,8 @@ using namespace glintmark;
 
 namespace {
 
-/// The input as a directive whose meaning the C library defines and that reads one argument of a
-/// known type: flags, digits, a point and digits, one letter.
+/// The input as a directive that the C library defines and that reads one argument of a known type:
+/// flags, digits, a point and digits, one letter.
 std::optional<std::string> safeDirective(std::string_view text) {
     constexpr std::string_view flags = "-+ #0";
     constexpr std::string_view digits = "0123456789";
@@ -34,7 +34,7 @@ std::optional<std::string> safeDirective(std::string_view text) {
     return "%" + std::string(text);
 }
 
-/// A function of the C library, reached without its format check, which wants a literal.
+/// Calls the C library without its compile-time format check, which needs a literal.
 std::string printed(const std::string& directive) {
     using Print = int (*)(char*, std::size_t, const char*, ...);
     const Print print = std::snprintf;
@@ -50,7 +50,8 @@ std::string printed(const std::string& directive) {
 
 }  // namespace
 
-/// A directive prints what the C library prints for zero; any message gives a line within limits.
+/// Rule: a directive prints what the C library prints for zero, and the line of any message stays
+/// within the limits.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto text = fuzz::text(data, size);
     fuzz::require(formatLogMessage(text).size() <= maximumLogLineBytes);

@@ -9,7 +9,7 @@ using namespace glintmark;
 
 namespace {
 
-/// Whether the manifest has an icon whose address is `url`.
+/// True if the manifest has an icon with the address `url`.
 bool names(const JSON& manifest, const URL& url, const URL& page) {
     const JSON* const icons = manifest.member("icons");
     fuzz::require(icons != nullptr && icons->array() != nullptr);
@@ -22,7 +22,7 @@ bool names(const JSON& manifest, const URL& url, const URL& page) {
 
 }  // namespace
 
-/// What is chosen is an absolute address that the manifest gives.
+/// Rule: the chosen icon is an absolute address that the manifest names.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const auto page = URL::parse("http://u@h:81/dir/page?x#y").value();
     const auto text = fuzz::text(data, size);

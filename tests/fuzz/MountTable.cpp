@@ -9,7 +9,7 @@ using namespace glintmark;
 
 namespace {
 
-/// As proc(5) writes a place.
+/// Writes a mount point as proc(5) does.
 std::string escaped(std::string_view place) {
     std::string text;
     for (const char byte : place) {
@@ -26,7 +26,7 @@ std::string escaped(std::string_view place) {
 
 }  // namespace
 
-/// Every line gives one place, and a place of any name comes back.
+/// Rule: every line gives one mount point, and a mount point of any name survives the round trip.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto text = fuzz::text(data, size);
     const auto lines =

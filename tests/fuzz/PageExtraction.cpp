@@ -17,7 +17,7 @@ using icu::UnicodeString;
 
 namespace {
 
-/// What a page is made of here: every byte of the input stands for a piece.
+/// The pieces of a page. Each byte of the input selects one.
 constexpr std::array pieces{
     "<link",     "<LINK ",      "<lin\u212A ", " ",          "\n",
     "\t\t",      "\u00A0",      "\u0085",      "rel",        "REL",
@@ -37,7 +37,7 @@ std::string pageOf(const std::uint8_t* data, std::size_t size) {
     return page;
 }
 
-/// The first match's group, or the whole match for 0, by the engine and nothing else.
+/// The first match's group, or the whole match for 0, from the plain engine.
 std::optional<UnicodeString> found(const char* pattern, const UnicodeString& text, int group) {
     UErrorCode status = U_ZERO_ERROR;
     icu::RegexMatcher matcher(UnicodeString::fromUTF8(pattern), text, UREGEX_CASE_INSENSITIVE,
@@ -53,7 +53,7 @@ std::string utf8(const UnicodeString& text) {
     return text.toUTF8String(result);
 }
 
-/// The rules one after the other, with every pattern run plainly over the whole text.
+/// The reference: the rules one after the other, each pattern over the whole text.
 std::vector<IconEntry> plainlyExtracted(const std::string& page, const URL& base) {
     std::vector<IconEntry> entries;
     const auto text = UnicodeString::fromUTF8(page);
@@ -88,7 +88,7 @@ std::vector<IconEntry> plainlyExtracted(const std::string& page, const URL& base
 
 }  // namespace
 
-/// The quick extraction finds what the patterns find that are run plainly.
+/// Rule: the fast extraction finds the same icons as the plain patterns.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const auto base = URL::parse("http://h:81/dir/page").value();
     const auto page = pageOf(data, size);

@@ -24,7 +24,7 @@ void requireUTF8(const PropertyList& list) {
 
 }  // namespace
 
-/// All texts of whatever is read are UTF-8.
+/// Rule: every text in a property list that was read is UTF-8.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (const auto list = PropertyList::parse(fuzz::text(data, size))) {
         requireUTF8(*list);

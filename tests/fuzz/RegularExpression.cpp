@@ -4,7 +4,7 @@
 
 using namespace glintmark;
 
-/// Whatever the bytes, matches lie within them, in order and apart.
+/// Rule: whatever the bytes, matches lie within them, in order, without overlap.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const auto expression =
         RegularExpression::compile(R"(<a\s+([^>]*)>)", {.caseInsensitive = true}).value();

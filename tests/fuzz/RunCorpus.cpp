@@ -1,5 +1,5 @@
-// The fuzzer's stand-in where no fuzzing is built: runs its target on every file of the folder that
-// is its argument.
+// Replaces the fuzzer in builds without it: runs the target on every file of the folder that is its
+// argument.
 
 #include <cstdio>
 #include <filesystem>

@@ -9,7 +9,7 @@ using namespace glintmark;
 
 namespace {
 
-/// By the grammar of an independent parser.
+/// True if an independent parser accepts `text`.
 bool isURI(std::string_view text) {
     UriUriA uri;
     if (uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), nullptr) !=
@@ -22,8 +22,8 @@ bool isURI(std::string_view text) {
 
 }  // namespace
 
-/// The grammar is that of an independent parser, but for brackets, which become escapes; paths come
-/// back from file URLs as they were.
+/// Rule: our grammar is that of an independent parser, except that brackets become escapes; a path
+/// survives the round trip through a file URL.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto text = fuzz::text(data, size);
     const auto url = URL::parse(text);

@@ -22,8 +22,8 @@ constexpr auto nameOfBad = "defaults.json.bad";
 
 using Folders = std::vector<std::string>;
 
-/// The folders that the program watches when it has these settings, and after the `index`th is
-/// removed in its menu.
+/// The folders that the program watches with these settings, and those after the menu removed the
+/// one at `index`.
 Folders watchedWithout(const std::optional<Folders>& stored, std::int64_t index) {
     doubles::TestPlatform platform;
     if (stored) {
@@ -42,7 +42,7 @@ Folders watchedWithout(const std::optional<Folders>& stored, std::int64_t index)
     return folders;
 }
 
-/// What was in the file beside the folders is there still, or the whole file lies beside it.
+/// Everything else in the file is still there, or the whole old file was kept beside the new one.
 void requireNothingLost(const test::TemporaryDirectory& folder, const std::string& text) {
     if (std::filesystem::exists(folder / nameOfBad)) {
         fuzz::require(folder.read(nameOfBad) == text);
@@ -59,7 +59,7 @@ void requireNothingLost(const test::TemporaryDirectory& folder, const std::strin
 
 }  // namespace
 
-/// Whatever the settings file holds, the program starts with it, and what it stores comes back.
+/// Rule: whatever the settings file holds, the program starts, and reads back what it stores.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const test::TemporaryDirectory folder;
     const std::string text(fuzz::text(data, size));

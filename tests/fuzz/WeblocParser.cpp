@@ -13,7 +13,7 @@ using namespace glintmark;
 
 namespace {
 
-/// What the file's link is when it holds `bytes`.
+/// The link of a file that holds `bytes`.
 std::optional<std::string> extracted(std::string bytes) {
     doubles::TestPlatform platform;
     const std::string path = "/home/kim/Desktop/a.webloc";
@@ -24,7 +24,7 @@ std::optional<std::string> extracted(std::string bytes) {
     return link;
 }
 
-/// `number` in four bytes, the highest first.
+/// `number` as four bytes, big-endian.
 std::string fourBytes(std::size_t number) {
     std::string bytes;
     for (unsigned shift = 32; shift > 0; shift -= 8) {
@@ -61,7 +61,7 @@ std::string oldTextForm(const std::string& link) {
     return text + "\"; }";
 }
 
-/// With every character as a reference, so that nothing is taken for markup or a line's end.
+/// `link` with every character as a reference, so that none is read as markup or a line end.
 std::string xmlForm(const std::string& link) {
     const auto text = icu::UnicodeString::fromUTF8(link);
     std::string xml = "<plist><dict><key>URL</key><string>";
@@ -71,7 +71,7 @@ std::string xmlForm(const std::string& link) {
     return xml + "</string></dict></plist>";
 }
 
-/// XML 1.0, section 2.2.
+/// True if XML allows every character (XML 1.0, section 2.2).
 bool isXMLText(const std::string& link) {
     const auto text = icu::UnicodeString::fromUTF8(link);
     for (std::int32_t i = 0; i < text.length(); ++i) {
@@ -86,7 +86,8 @@ bool isXMLText(const std::string& link) {
 
 }  // namespace
 
-/// Any file gives a text or one line in the log; a text written in any of the forms comes back.
+/// Rule: any file gives a link or one log line, and a link written in any of the forms is read
+/// back.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(fuzz::text(data, size));
     extracted(bytes);
