@@ -1,7 +1,6 @@
-#!/usr/bin/env python3
 """What finding an icon takes beside a bare libcurl that does the same requests in the same order.
 
-    fetching.py [--rounds N] [--json FILE] [--smoke]
+    python3 -m bench.fetching [--rounds N] [--json FILE] [--smoke]
 
 Over the sites of finding_sites.py. Fails when the processor time is more than 1.5 times libcurl's, or
 the time more than 10 ms beyond that of the bare requests, which is that of their longest chain.
@@ -13,8 +12,9 @@ import statistics
 import subprocess
 import sys
 
-from figures import Figures, parse_arguments
-from finding_sites import SiteServer, sites
+from bench.finding_sites import site_server, sites
+from bench.options import parse_bench_options
+from tests.harness.figures import Figures
 
 MOST_RATIO = 1.5
 MOST_BEYOND = 10  # milliseconds
@@ -23,18 +23,18 @@ MOST_BEYOND = 10  # milliseconds
 def fetch_all(wanted, server):
     done = subprocess.run(["build/bench/find-icons", "--bare"], stdout=subprocess.PIPE, text=True,
                           input="".join(site.link + "\n" for site in wanted), check=True,
-                          env={**os.environ, **server.proxy})
+                          env={**os.environ, **server.proxy_environment()})
     *fetches, whole = [json.loads(line) for line in done.stdout.splitlines()]
     return fetches, whole
 
 
 def main():
-    arguments = parse_arguments(__doc__, rounds={"type": int, "default": 5})
+    arguments = parse_bench_options(__doc__, rounds={"type": int, "default": 5})
     # Large pages have a benchmark of their own.
     wanted = [site for site in sites() if "huge" not in site.kind]
     if arguments.smoke:
         wanted, arguments.rounds = wanted[:5], 1
-    with SiteServer(wanted) as server:
+    with site_server(wanted) as server:
         rounds = [fetch_all(wanted, server) for _ in range(arguments.rounds)]
 
     def per_site(name):
@@ -60,4 +60,5 @@ def main():
     return figures.finish(arguments)
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

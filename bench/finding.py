@@ -1,8 +1,7 @@
-#!/usr/bin/env python3
 """Finding the icons of sites on loopback, beside the finders that npm packages: how many are found, of
 which size, and what that takes.
 
-    finding.py [--rounds N] [--json FILE] [--smoke]
+    python3 -m bench.finding [--rounds N] [--json FILE] [--smoke]
 
 The packages come by npm into build/bench/finders. Each finder is one process for all sites, which it
 asks one after the other; every connection of a package is led to the sites' server.
@@ -16,8 +15,9 @@ import statistics
 import subprocess
 import sys
 
-from figures import Figures, parse_arguments
-from finding_sites import SiteServer, Web, sites
+from bench.finding_sites import site_server, sites, width_of
+from bench.options import parse_bench_options
+from tests.harness.figures import Figures
 
 PACKAGES = {"page-icon": ["page-icon@0.4.0"],
             "metascraper-logo-favicon": ["metascraper@5.49.24", "metascraper-logo-favicon@5.49.24"],
@@ -25,8 +25,7 @@ PACKAGES = {"page-icon": ["page-icon@0.4.0"],
 LARGE = 128  # pixels
 PATIENCE = 600  # seconds, for one round of a finder
 
-here = pathlib.Path(__file__).resolve().parent
-folder = here.parent / "build/bench/finders"
+folder = pathlib.Path("build/bench/finders").resolve()
 
 
 def install_packages():
@@ -53,10 +52,10 @@ def ask(command, links, environment=None):
     return found, whole
 
 
-def measure(name, rounds, wanted, figures, web):
+def measure(name, rounds, wanted, figures, server):
     has_icon = {site.link for site in wanted if site.has_icon}
     found = rounds[0][0]
-    widths = [web.width_of(line["icon"]) for line in found if line["link"] in has_icon]
+    widths = [width_of(server, line["icon"]) for line in found if line["link"] in has_icon]
 
     def add(what, value, unit):
         figures.add(what, value, unit, of=name)
@@ -66,7 +65,7 @@ def measure(name, rounds, wanted, figures, web):
     add("icons found", 100 * sum(width > 0 for width in widths) / len(widths), "%")
     add(f"of {LARGE} pixels or more", 100 * sum(width >= LARGE for width in widths) / len(widths), "%")
     add("median width", statistics.median(widths), "pixels")
-    add("wrongly named", sum(line["icon"] is not None and web.width_of(line["icon"]) == 0
+    add("wrongly named", sum(line["icon"] is not None and width_of(server, line["icon"]) == 0
                              for line in found), "sites")
     add("time a site", over_rounds(
         lambda one: statistics.median(line["ms"] for line in one[0])), "ms")
@@ -82,35 +81,35 @@ def processor_of_a_site(one_round):
             whole.get("decoderMs", 0) / len(found))
 
 
-def show_kinds(wanted, results, web):
+def show_kinds(wanted, results, server):
     """Which finder found what on which site: for a reader of the output."""
     for number, site in enumerate(wanted):
-        widths = [web.width_of(rounds[0][0][number]["icon"]) for rounds in results.values()]
+        widths = [width_of(server, rounds[0][0][number]["icon"]) for rounds in results.values()]
         print(f"{site.kind:45}" + "".join(f"{width or '-':>6}" for width in widths))
 
 
 def main():
-    arguments = parse_arguments(__doc__, rounds={"type": int, "default": 3})
+    arguments = parse_bench_options(__doc__, rounds={"type": int, "default": 3})
     wanted = sites()
     if arguments.smoke:
         wanted, arguments.rounds = wanted[:5], 1
-    web = Web(wanted)
     links = [site.link for site in wanted]
     figures = Figures()
-    with SiteServer(wanted) as server:
-        commands = {"glintmark": (["build/bench/find-icons"], server.proxy)}
+    with site_server(wanted) as server:
+        commands = {"glintmark": (["build/bench/find-icons"], server.proxy_environment())}
         if not arguments.smoke and install_packages():
-            commands |= {name: (["node", here / "finders.mjs", name, folder, str(server.port)], None)
+            commands |= {name: (["node", "bench/finders.mjs", name, folder, str(server.port)], None)
                          for name in PACKAGES}
         results = {name: [ask(*command[:1], links, command[1]) for _ in range(arguments.rounds)]
                    for name, command in commands.items()}
-    show_kinds(wanted, results, web)
+    show_kinds(wanted, results, server)
     figures.add("sites", len(wanted), "")
     for name, rounds in results.items():
-        measure(name, rounds, wanted, figures, web)
+        measure(name, rounds, wanted, figures, server)
         strangers = rounds[0][1].get("strangers", [])
         figures.add("other hosts asked", len(strangers), "", 0, of=name)
     return figures.finish(arguments)
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

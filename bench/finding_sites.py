@@ -1,38 +1,33 @@
 """Sites on loopback of the kinds that are out there, to find icons on.
 
-`sites()` gives the link of each and what its hosts answer; `SiteServer` is their server and proxy at
-once; `width_of` says what a finder that names an address has found there.
+`sites()` gives the link of each and what its hosts answer; `site_server` serves them; `width_of`
+says what a finder that names an address has found there.
 """
 
-import asyncio
 import dataclasses
 import functools
 import gzip
-import json
-import multiprocessing
-import struct
 import subprocess
 import urllib.parse
-import zlib
+
+from tests.harness import answers, image_files, web_server
+from tests.harness.answers import link_tag as link
+from tests.harness.web_server import ANY_PATH, SiteServer
 
 ANSWER_AFTER = 0.010  # seconds
 SLOW = 1.0
 HUGE = 1_000_000  # bytes
 VECTOR_WIDTH = 512  # a drawing fits any size
 MOST_REDIRECTS = 5
-TLS_HANDSHAKE = b"\x16"  # there is no https here
 TYPES = {"png": "image/png", "ico": "image/x-icon", "svg": "image/svg+xml", "html": "text/html",
          "json": "application/manifest+json", "jpg": "image/jpeg", "webp": "image/webp",
          "gif": "image/gif", "webmanifest": "application/manifest+json"}
 
 
 @dataclasses.dataclass
-class Answer:
-    body: bytes = b""
-    status: int = 200
-    kind: str = ""  # else by the address
-    headers: tuple = ()
-    wait: float = ANSWER_AFTER
+class Answer(web_server.Answer):
+    content_type: str | None = None  # None: by the address
+    delay: float = ANSWER_AFTER
     width: int = 0  # of the picture in the body
 
 
@@ -46,14 +41,12 @@ class Site:
 
 # ---- pictures -----------------------------------------------------------------------------------
 
+@functools.cache
 def png_bytes(width, height):
-    rows = b"".join(b"\0" + b"".join(bytes((255 * x // width, 255 * y // height, 90, 255))
-                                     for x in range(width)) for y in range(height))
-
-    def chunk(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 6, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+    """A gradient."""
+    rows = [b"".join(bytes((255 * x // width, 255 * y // height, 90, 255)) for x in range(width))
+            for y in range(height)]
+    return image_files.png(width, height, rows)
 
 
 @functools.cache
@@ -63,13 +56,8 @@ def png(width, height=None):
 
 @functools.cache
 def ico(*edges):
-    pictures = [png_bytes(edge, edge) for edge in edges]
-    offset = 6 + 16 * len(edges)
-    directory = struct.pack("<HHH", 0, 1, len(edges))
-    for edge, data in zip(edges, pictures):
-        directory += struct.pack("<BBBBHHII", edge % 256, edge % 256, 0, 0, 1, 32, len(data), offset)
-        offset += len(data)
-    return Answer(directory + b"".join(pictures), width=max(edges))
+    pictures = [(edge, png_bytes(edge, edge)) for edge in edges]
+    return Answer(image_files.ico(*pictures), width=max(edges))
 
 
 @functools.cache
@@ -96,18 +84,12 @@ def page(*tags, status=200, body=FILLER * 100, **more):
     return Answer(text.encode(), status, TYPES["html"], **more)
 
 
-def link(rel, href, sizes=None, **more):
-    more = {"sizes": sizes, **more}
-    return f'<link rel="{rel}" href="{href}"' + "".join(
-        f' {name}="{value}"' for name, value in more.items() if value) + ">"
-
-
 def icon(href, sizes=None, **more):
     return link("icon", href, sizes, **more)
 
 
 def manifest(*icons):
-    return Answer(json.dumps({"name": "A site", "icons": list(icons)}).encode())
+    return Answer(answers.manifest(*icons).body)
 
 
 def src(address, sizes, **more):
@@ -140,8 +122,8 @@ def favicon_sites():
         "favicon.ico, page in a redirect loop": {"/": moved("/", 302), at: ico(48)},
         "favicon.ico named as shortcut icon": {"/": page(link("shortcut icon", at)), at: ico(32)},
         "favicon.ico under another type": {
-            "/": page(), at: dataclasses.replace(ico(32), kind="application/octet-stream")},
-        "favicon.ico without a page's head": {"/": Answer(b"<h1>It works!</h1>", kind="text/html"),
+            "/": page(), at: dataclasses.replace(ico(32), content_type="application/octet-stream")},
+        "favicon.ico without a page's head": {"/": Answer(b"<h1>It works!</h1>", content_type="text/html"),
                                               at: ico(16, 32)},
     }
 
@@ -187,7 +169,7 @@ def link_sites():
             "/ie.ico": ico(16), "/icon.png": png(128)},
         "a logo that is not square": {"/": page(icon("/logo.png")), "/logo.png": png(200, 60), **old},
         "address without an ending": {"/": page(icon("/brand/icon", type="image/png")),
-                                      "/brand/icon": dataclasses.replace(png(180), kind="image/png")},
+                                      "/brand/icon": dataclasses.replace(png(180), content_type="image/png")},
         "ending in capitals": {"/": page(icon("/Icon.PNG", "192x192")), "/Icon.PNG": png(192)},
         "icon as WebP": {"/": page(icon("/icon.webp", "192x192", type="image/webp")),
                          "/icon.webp": other_format("webp", 192), **old},
@@ -269,9 +251,9 @@ def trouble_sites():
         "icon moved to another host": {"/": named, "/icon.png": moved("http://cdn.{host}/i.png"),
                                        "http://cdn.{host}/i.png": png(128)},
         "icon under the type of a page": {
-            "/": named, "/icon.png": dataclasses.replace(png(128), kind="text/html")},
+            "/": named, "/icon.png": dataclasses.replace(png(128), content_type="text/html")},
         "icon under the type of bytes": {
-            "/": named, "/icon.png": dataclasses.replace(png(128), kind="application/octet-stream")},
+            "/": named, "/icon.png": dataclasses.replace(png(128), content_type="application/octet-stream")},
         "icon that is missing": {"/": named, **old},
         "icon that is a page": {"/": named, "/icon.png": page(), **old},
         "icon that is empty": {"/": named, "/icon.png": Answer(), **old},
@@ -284,15 +266,15 @@ def trouble_sites():
             "/error.png": Answer(b"error", 500), **good},
         "huge page, icon in its head": {"/": page(icon("/icon.png", "128x128"), body=huge), **good},
         "huge page, icon at its end": {"/": page(body=huge + icon("/icon.png")), **good},
-        "slow page": {"/": dataclasses.replace(named, wait=SLOW), **good},
-        "slow icon": {"/": named, "/icon.png": dataclasses.replace(png(128), wait=SLOW)},
+        "slow page": {"/": dataclasses.replace(named, delay=SLOW), **good},
+        "slow icon": {"/": named, "/icon.png": dataclasses.replace(png(128), delay=SLOW)},
         "packed page": {"/": dataclasses.replace(
             named, body=gzip.compress(named.body), headers=(("Content-Encoding", "gzip"),)), **good},
         "page in Latin-1": {"/": Answer(named.body.replace(b"A site", b"Une ic\xf4ne"),
-                                        kind="text/html; charset=iso-8859-1"), **good},
+                                        content_type="text/html; charset=iso-8859-1"), **good},
         "page with a byte-order mark": {"/": dataclasses.replace(
             named, body=b"\xef\xbb\xbf" + named.body), **good},
-        "a place for every address": {"/*": page()},
+        "a place for every address": {ANY_PATH: page()},
         "nothing at all": {"/": page()},
         "nothing, and no page": {},
     }
@@ -301,109 +283,41 @@ def trouble_sites():
 def sites():
     found = []
     kinds = favicon_sites() | link_sites() | manifest_sites() | trouble_sites()
-    for number, (kind, answers) in enumerate(kinds.items()):
+    for number, (kind, paths) in enumerate(kinds.items()):
         host = f"site-{number}.example.com"
         hosts = {}
-        for address, answer in answers.items():
+        for address, answer in paths.items():
             parts = urllib.parse.urlsplit(address.format(host=host))
             path = parts.path + (f"?{parts.query}" if parts.query else "")
-            hosts.setdefault(parts.hostname or host, {})[path] = with_host(answer, host)
-        has_icon = any(answer.width for answers in hosts.values() for answer in answers.values())
+            hosts.setdefault(parts.hostname or host, {})[path] = completed(answer, host, path)
+        has_icon = any(answer.width for paths in hosts.values() for answer in paths.values())
         found.append(Site(kind, f"http://{host}/", hosts, has_icon))
     return found
 
 
-def with_host(answer, host):
+def completed(answer, host, path):
+    """With the host in place of "{host}", and a content type."""
+    ending = path.partition("?")[0].rpartition(".")[2].lower()
+    kind = answer.content_type or TYPES.get(ending, TYPES["html"])
     if answer.width:
-        return answer
-    return dataclasses.replace(
-        answer, body=answer.body.replace(b"{host}", host.encode()),
-        headers=tuple((name, value.format(host=host)) for name, value in answer.headers))
+        return dataclasses.replace(answer, content_type=kind)
+    headers = tuple((name, value.format(host=host)) for name, value in answer.headers)
+    body = answer.body.replace(b"{host}", host.encode())
+    return dataclasses.replace(answer, body=body, content_type=kind, headers=headers)
 
 
-# ---- answers ------------------------------------------------------------------------------------
-
-NOT_FOUND = Answer(b"<title>404</title>Nothing here.", 404, TYPES["html"])
-
-
-class Web:
-    def __init__(self, all_sites):
-        self._hosts = {host: answers for site in all_sites for host, answers in site.hosts.items()}
-
-    def answer(self, host, path):
-        answers = self._hosts.get(host, {})
-        return answers.get(path) or answers.get("/*", NOT_FOUND)
-
-    def width_of(self, address):
-        """Of the picture at an address; 0 where there is none."""
-        for _ in range(MOST_REDIRECTS):
-            parts = urllib.parse.urlsplit(address or "")
-            path = (parts.path or "/") + (f"?{parts.query}" if parts.query else "")
-            answer = self.answer(parts.hostname, path)
-            location = dict(answer.headers).get("Location")
-            if location is None:
-                return answer.width if answer.status == 200 else 0
-            address = urllib.parse.urljoin(address, location)
-        return 0
+def site_server(all_sites):
+    """In an own process, so that its processor time is not counted."""
+    hosts = {host: paths for site in all_sites for host, paths in site.hosts.items()}
+    return SiteServer(hosts, own_process=True)
 
 
-# ---- the server ---------------------------------------------------------------------------------
-
-def head_of(answer, path):
-    kind = answer.kind or TYPES.get(path.partition("?")[0].rpartition(".")[2].lower(), "text/html")
-    fields = [("Content-Type", kind), ("Content-Length", str(len(answer.body))), *answer.headers]
-    return (f"HTTP/1.1 {answer.status} X\r\n" +
-            "".join(f"{name}: {value}\r\n" for name, value in fields) + "\r\n").encode()
-
-
-async def serve_connection(web, reader, writer):
-    """As a server, or as a proxy, which is given whole addresses."""
-    try:
-        while True:
-            first = await reader.readexactly(1)
-            if first == TLS_HANDSHAKE:
-                break
-            head = (first + await reader.readuntil(b"\r\n\r\n")).decode("latin-1")
-            method, target, _ = head.split(" ", 2)
-            lines = head.lower().split("\r\n")[1:]
-            fields = dict(line.split(": ", 1) for line in lines if ": " in line)
-            parts = urllib.parse.urlsplit(target)
-            host = parts.hostname or fields.get("host", "").partition(":")[0]
-            path = (parts.path or "/") + (f"?{parts.query}" if parts.query else "")
-            answer = web.answer(host, path)
-            await asyncio.sleep(answer.wait)
-            writer.write(head_of(answer, path) + (b"" if method == "HEAD" else answer.body))
-            await writer.drain()
-    except (asyncio.IncompleteReadError, asyncio.LimitOverrunError, ConnectionError, ValueError):
-        pass
-    finally:
-        writer.close()
-
-
-def serve(all_sites, pipe):
-    async def run():
-        web = Web(all_sites)
-        server = await asyncio.start_server(functools.partial(serve_connection, web), "127.0.0.1", 0,
-                                            backlog=256)
-        pipe.send(server.sockets[0].getsockname()[1])
-        await server.serve_forever()
-    asyncio.run(run())
-
-
-class SiteServer:
-    """In a process of its own, so that its time is not counted."""
-
-    def __init__(self, all_sites):
-        ours, theirs = multiprocessing.Pipe()
-        self._process = multiprocessing.Process(target=serve, args=(all_sites, theirs), daemon=True)
-        self._process.start()
-        self.port = ours.recv()
-        address = f"http://127.0.0.1:{self.port}"
-        self.proxy = {"http_proxy": address, "https_proxy": address, "no_proxy": ""}
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exception):
-        self._process.terminate()
-        self._process.join()
+def width_of(server, address):
+    """The width of the picture at an address; 0 if there is none."""
+    for _ in range(MOST_REDIRECTS):
+        answer = server.answer_for(address or "")
+        location = dict(answer.headers).get("Location")
+        if location is None:
+            return getattr(answer, "width", 0) if answer.status == 200 else 0
+        address = urllib.parse.urljoin(address, location)
+    return 0

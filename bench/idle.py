@@ -1,27 +1,26 @@
-#!/usr/bin/env python3
 """What waiting costs beside other programs of the status bar: memory, wake-ups, processor time.
 
-    idle.py [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
+    python3 -m bench.idle [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
 
 All run at once in one private session with a panel and show their icons there, so libraries that
 two of them load count half for each. nm-applet has no NetworkManager to talk to and does less than
 usual.
 """
 
-import pathlib
 import re
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
-from figures import (Figures, memory_megabytes, parse_arguments, processor_seconds,  # noqa: E402
-                     wake_ups)
-from program import Program, StatusItem, write_link  # noqa: E402
-from session import DesktopSession, has, wait_for  # noqa: E402
-from sites import SiteServer, demo_sites  # noqa: E402
+from bench.options import parse_bench_options
+from bench.session import SETTLED_AFTER, desktop, fetch_one_icon, start_and_show
+from tests.harness.figures import Figures
+from tests.harness.processes import descendants, memory_megabytes, processor_seconds, wake_ups
+from tests.harness.program import Program
+from tests.harness.session import has
+from tests.harness.status_item import registered_items
+from tests.harness.waiting import wait_for
 
 PEERS = ["nm-applet", "parcellite", "copyq", "keepassxc", "flameshot"]
-SETTLED_AFTER = 32  # seconds: the image decoder and the HTTP client's thread have ended, too
 KEEPASSXC_SETTINGS = """[General]
 UpdateCheckMessageShown=true
 [GUI]
@@ -33,12 +32,7 @@ ShowTrayIcon=true
 
 
 def family(pid):
-    """A process and those that it started."""
-    found = [pid]
-    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
-        for child in (task / "children").read_text().split():
-            found += family(int(child))
-    return found
+    return [pid, *descendants(pid)]
 
 
 def start_peers(session):
@@ -54,23 +48,17 @@ def start_peers(session):
 
 def icons_shown(session):
     """In the panel: status items, and windows of the older tray."""
-    items = session.run(["gdbus", "call", "--session", "--dest", "org.kde.StatusNotifierWatcher",
-                         "--object-path", "/StatusNotifierWatcher", "--method",
-                         "org.freedesktop.DBus.Properties.Get", "org.kde.StatusNotifierWatcher",
-                         "RegisteredStatusNotifierItems"])
+    items = [item for item in registered_items(session) if item.endswith("StatusNotifierItem")]
     windows = session.run(["xwininfo", "-root", "-tree"])
-    return (len(re.findall(r"StatusNotifierItem'", items)) +
-            len(re.findall(r'\("(?:nm-applet|parcellite)".* 22x22', windows)))
+    return len(items) + len(re.findall(r'\("(?:nm-applet|parcellite)".* 22x22', windows))
 
 
 def start_own(session, executable):
-    """With one fetch behind it."""
-    program = Program(session, executable).start()
-    program.wait_until_started()
-    StatusItem(session)
-    write_link(session.home / "Downloads" / "a.webloc", "http://glint.example/")
-    program.wait_for_line("Glintmark: Icon applied")
-    return program.process.pid
+    """Returns the process's id after a first fetch."""
+    program = Program(session, executable)
+    pid = start_and_show(session, program)
+    fetch_one_icon(session, program)
+    return pid
 
 
 def measure(pids, seconds, figures):
@@ -90,17 +78,14 @@ def measure(pids, seconds, figures):
 
 
 def main():
-    arguments = parse_arguments(__doc__, rest={"type": float, "default": 60.0})
+    arguments = parse_bench_options(__doc__, rest={"type": float, "default": 60.0})
     figures = Figures()
-    with SiteServer(demo_sites()) as server, \
-            DesktopSession(environment=server.proxy_environment()) as session:
-        session.start_window_manager()
-        session.start_notifyd()
-        session.start_panel()
+    with desktop() as session:
         pids = {"glintmark": start_own(session, arguments.program), **start_peers(session)}
         time.sleep(1 if arguments.smoke else SETTLED_AFTER)
         measure(pids, 1.0 if arguments.smoke else arguments.rest, figures)
     return figures.finish(arguments)
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,28 +1,25 @@
-#!/usr/bin/env python3
 """What the program costs while it waits for links: memory before and after a first fetch, wake-ups,
 processor time, and the time from its start to the item's registration with a panel.
 
-    resident.py [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
+    python3 -m bench.resident [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
 
 Runs in a private session with a panel, a notification daemon and sites on loopback. Fails when a
 limit is passed. Proportional memory depends on what else runs: use a machine at rest.
 """
 
-import pathlib
 import re
 import statistics
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
-from figures import (Figures, memory_megabytes, parse_arguments, processor_seconds,  # noqa: E402
-                     wake_ups)
-from program import Program, StatusItem, write_link  # noqa: E402
-from session import DesktopSession, wait_for  # noqa: E402
-from sites import SiteServer, demo_sites  # noqa: E402
+from bench.options import parse_bench_options
+from bench.session import SETTLED_AFTER, desktop, fetch_one_icon, start_and_show
+from tests.harness.figures import Figures
+from tests.harness.processes import memory_megabytes, processor_seconds, wake_ups
+from tests.harness.program import Program
+from tests.harness.waiting import wait_for
 
 STARTS = 15
-HELPER_IDLE = 32  # seconds: the decoder and the HTTP client's thread have ended by then
 
 MOST_MEGABYTES = 11.0
 MOST_PRIVATE_MEGABYTES = 8.0
@@ -69,27 +66,21 @@ def measure_rest(pid, seconds, figures):
 
 
 def main():
-    arguments = parse_arguments(__doc__, rest={"type": float, "default": 60.0})
+    arguments = parse_bench_options(__doc__, rest={"type": float, "default": 60.0})
     if arguments.smoke:
         arguments.rest = 1.0
     figures = Figures()
-    with SiteServer(demo_sites()) as server, \
-            DesktopSession(environment=server.proxy_environment()) as session:
-        session.start_window_manager()
-        session.start_notifyd()
-        session.start_panel()
+    with desktop() as session:
         measure_starts(session, arguments.program, 1 if arguments.smoke else STARTS, figures)
-        program = Program(session, arguments.program).start()
-        program.wait_until_started()
-        StatusItem(session)
-        pid = program.process.pid
+        program = Program(session, arguments.program)
+        pid = start_and_show(session, program)
         measure_memory(pid, "before a fetch", figures)
-        write_link(session.home / "Downloads" / "a.webloc", "http://glint.example/")
-        program.wait_for_line("Glintmark: Icon applied")
-        time.sleep(1 if arguments.smoke else HELPER_IDLE)
+        fetch_one_icon(session, program)
+        time.sleep(1 if arguments.smoke else SETTLED_AFTER)
         measure_memory(pid, "after a fetch", figures, (MOST_MEGABYTES, MOST_PRIVATE_MEGABYTES))
         measure_rest(pid, arguments.rest, figures)
     return figures.finish(arguments)
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

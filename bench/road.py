@@ -1,9 +1,7 @@
-#!/usr/bin/env python3
 """The whole road of many links at once: dropped into a watched folder, each from a site of its own
 that answers every request after 50 ms.
 
-    road.py [--program PROGRAM] [--links N[,N...]] [--silent] [--json FILE]
-            [--smoke]
+    python3 -m bench.road [--program PROGRAM] [--links N[,N...]] [--silent] [--json FILE] [--smoke]
 
 With --silent no site ever answers, only the favicon service, which knows none, and each link has to
 end in its failure.
@@ -14,10 +12,8 @@ long the main thread was away from its events, and how long a call to the status
 answers, had to wait. Fails when a limit is passed, when a link has no icon, or when one has two.
 """
 
-import asyncio
 import collections
 import contextlib
-import multiprocessing
 import os
 import pathlib
 import re
@@ -27,12 +23,19 @@ import struct
 import sys
 import threading
 import time
+import urllib.parse
 import zlib
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "desktop"))
-from figures import Figures, parse_arguments  # noqa: E402
-from program import Program, write_link  # noqa: E402
-from session import DesktopSession  # noqa: E402
+from bench.options import parse_bench_options
+from tests.harness.answers import picture
+from tests.harness.figures import Figures
+from tests.harness.image_files import flat_png
+from tests.harness.link_file import write_link
+from tests.harness.log_lines import ICON_SET, NO_ICON
+from tests.harness.processes import descendants, memory_megabytes
+from tests.harness.program import Program
+from tests.harness.session import DesktopSession
+from tests.harness.web_server import NEVER, Answer, WebServer
 
 SERVICE = "http://service.example"
 ANSWER_AFTER = 0.050  # seconds
@@ -48,62 +51,34 @@ MOST_HELD = 0.050
 MOST_MEGABYTES = 300
 
 ITEM = "/StatusNotifierItem"
-DONE = re.compile(r"^Glintmark: (?:アイコン適用成功|Favicon fetch failed) → (.*)$", re.M)
+DONE = re.compile(rf"^(?:{ICON_SET}|{NO_ICON})(.*)$", re.M)
 
 
 # ---- the sites -------------------------------------------------------------------------------
 
-def picture(seed):
-    """A flat picture of a colour that follows from `seed`, so that sites have different icons."""
-    edge = 64
-    pixel = struct.pack(">I", zlib.crc32(seed.encode()))[:3] + b"\xff"
-    rows = (b"\0" + pixel * edge) * edge
+class ManySites(WebServer):
+    """Every host has a page with one icon, a flat picture whose colour follows from its name."""
 
-    def chunk(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", edge, edge, 8, 6, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+    def __init__(self, silent):
+        """`silent`: no site ever answers, only the favicon service."""
+        super().__init__(own_process=True)
+        self._silent = silent
 
-
-def answer_to(target):
-    host, _, path = target.removeprefix("http://").partition("/")
-    if path == "":
-        return 200, "text/html", b'<html><link rel="icon" href="/icon.png" sizes="64x64"></html>'
-    if path == "icon.png":
-        return 200, "image/png", picture(host)
-    return 404, "text/plain", b"nothing here"
+    async def answer(self, request):
+        answer = answer_to(request.url)
+        never = self._silent and not request.url.startswith(SERVICE)
+        answer.delay = NEVER if never else ANSWER_AFTER
+        return answer
 
 
-silent = False  # set in the process that serves
-
-
-async def serve_connection(reader, writer):
-    try:
-        while True:
-            head = await reader.readuntil(b"\r\n\r\n")
-            target = head.split(b" ", 2)[1].decode()
-            if silent and not target.startswith(SERVICE):
-                continue
-            status, kind, body = answer_to(target)
-            await asyncio.sleep(ANSWER_AFTER)
-            writer.write(f"HTTP/1.1 {status} X\r\nContent-Type: {kind}\r\n"
-                         f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
-            await writer.drain()
-    except (asyncio.IncompleteReadError, ConnectionError):
-        pass
-    finally:
-        writer.close()
-
-
-def serve(port, answers):
-    global silent
-    silent = not answers
-
-    async def run():
-        server = await asyncio.start_server(serve_connection, "127.0.0.1", 0, backlog=256)
-        port.send(server.sockets[0].getsockname()[1])
-        await server.serve_forever()
-    asyncio.run(run())
+def answer_to(url):
+    address = urllib.parse.urlsplit(url)
+    if address.path == "/":
+        return Answer(b'<html><link rel="icon" href="/icon.png" sizes="64x64"></html>')
+    if address.path == "/icon.png":
+        colour = struct.pack(">I", zlib.crc32(address.netloc.encode()))[:3] + b"\xff"
+        return picture(flat_png(64, 64, colour))
+    return Answer(b"nothing here", 404)
 
 
 # ---- calls over the bus, without a process each ----------------------------------------------
@@ -187,37 +162,28 @@ class HeldTime:
 
 # ---- the measurement -------------------------------------------------------------------------
 
-def tree_megabytes(pids):
-    total = 0
-    for pid in pids:
-        try:
-            text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
-            total += int(re.search(r"^Pss:\s+(\d+)", text, re.M)[1])
-        except OSError:
-            pass  # it has ended
-    return total / 1024
+def tree_megabytes(pid):
+    return sum(memory_megabytes(member)[0] for member in [pid, *descendants(pid)])
 
 
 @contextlib.contextmanager
-def desktop_session(port):
-    proxy = f"http://127.0.0.1:{port}"
-    environment = {"http_proxy": proxy, "https_proxy": proxy,
-                   "GLINTMARK_FAVICON_SERVICE": SERVICE}
+def desktop_session(server):
+    environment = {**server.proxy_environment(), "GLINTMARK_FAVICON_SERVICE": SERVICE}
     with DesktopSession(environment=environment) as session:
         session.start_window_manager()
         session.start_panel()
         yield session
 
 
-def measure_alone(executable, links, port, figures):
+def measure_alone(executable, links, server, figures):
     """One link after the other: what the program adds to its delays and the site's answers."""
     added = []
-    with desktop_session(port) as session:
+    with desktop_session(server) as session:
         Program(session, executable).start().wait_until_started()
         for number in range(links):
             time.sleep(number % 4 * 0.7)  # so that the poll does not come at the same moment each time
             begin = time.monotonic()
-            write_link(session.home / "Downloads" / f"{number}.webloc",
+            write_link(session.downloads / f"{number}.webloc",
                        f"http://site-{number}.example/")
             while len(DONE.findall(session.log("glintmark"))) <= number:
                 time.sleep(0.001)
@@ -226,8 +192,8 @@ def measure_alone(executable, links, port, figures):
                 at="a link alone")
 
 
-def measure(executable, held_time_library, count, port, silent, figures):
-    with desktop_session(port) as session:
+def measure(executable, held_time_library, count, server, silent, figures):
+    with desktop_session(server) as session:
         held = HeldTime(held_time_library, session.home / "held")
         program = Program(session, executable, held.environment).start()
         program.wait_until_started()
@@ -240,12 +206,12 @@ def measure(executable, held_time_library, count, port, silent, figures):
         held.reset()
         begin = time.monotonic()
         for number in range(count):
-            (beside / f"{number}.webloc").rename(session.home / "Downloads" / f"{number}.webloc")
+            (beside / f"{number}.webloc").rename(session.downloads / f"{number}.webloc")
         ended, memory = [], 0
         most_seconds = MOST_SECONDS_SILENT if silent else MOST_SECONDS
         while len(ended) < count and time.monotonic() - begin < 2 * most_seconds:
             time.sleep(SAMPLE_INTERVAL)
-            memory = max(memory, tree_megabytes([program.process.pid, *program.descendants()]))
+            memory = max(memory, tree_megabytes(program.process.pid))
             ended = DONE.findall(session.log("glintmark"))
         seconds = time.monotonic() - begin
         caller.going = False
@@ -269,21 +235,19 @@ def measure(executable, held_time_library, count, port, silent, figures):
 
 
 def main():
-    arguments = parse_arguments(
+    arguments = parse_bench_options(
         __doc__, links={"default": "1,100,1000,5000"}, silent={"action": "store_true"},
         held_time={"type": pathlib.Path, "default": "build/bench/bench/libheld_time.so"})
     if arguments.smoke:
         arguments.links = "1"
     figures = Figures()
-    ours, theirs = multiprocessing.Pipe()
-    server = multiprocessing.Process(target=serve, args=(theirs, not arguments.silent), daemon=True)
-    server.start()
-    port = ours.recv()
-    if not arguments.silent:
-        measure_alone(arguments.program, 1 if arguments.smoke else LINKS_ALONE, port, figures)
-    for count in arguments.links.split(","):
-        measure(arguments.program, arguments.held_time, int(count), port, arguments.silent, figures)
-    server.terminate()
+    with ManySites(arguments.silent) as server:
+        if not arguments.silent:
+            links = 1 if arguments.smoke else LINKS_ALONE
+            measure_alone(arguments.program, links, server, figures)
+        for count in map(int, arguments.links.split(",")):
+            measure(arguments.program, arguments.held_time, count, server, arguments.silent,
+                    figures)
     return figures.finish(arguments)
 
 

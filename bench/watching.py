@@ -1,9 +1,8 @@
-#!/usr/bin/env python3
 """Watching many directories with the built program, beside the peers that are installed: memory,
 set-up, rest, latency of a report, throughput of a burst, and the poll of a large folder.
 
-    watching.py [--program PROGRAM] [--directories N[,N...]] [--rest SECONDS] [--place FOLDER]
-                [--json FILE] [--smoke] [NAME ...]
+    python3 -m bench.watching [--program PROGRAM] [--directories N[,N...]] [--rest SECONDS]
+                              [--place FOLDER] [--json FILE] [--smoke] [NAME ...]
 
 Names: tree (memory, set-up and rest, at each number of directories), latency, burst, poll (at the
 last). Fails when a limit is passed. Processor times and ratios count; the machine may be busy. Raises
@@ -22,11 +21,12 @@ import tempfile
 import threading
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "stress"))
-from bare_program import (SYSTEM_LIMITS, BareProgram, SystemLimit, wait_for,  # noqa: E402
-                          watches_of)
-from figures import (Figures, memory_megabytes, parse_arguments, processor_seconds,  # noqa: E402
-                     wake_ups)
+from bench.options import parse_bench_options
+from tests.harness.bare_program import BareProgram
+from tests.harness.figures import Figures
+from tests.harness.inotify import LIMITS, SystemLimit, watches_of
+from tests.harness.processes import memory_megabytes, processor_seconds, wake_ups
+from tests.harness.waiting import wait_for
 
 DIRECTORIES_IN_EACH = 8
 FILES_IN_EACH = 3
@@ -82,7 +82,7 @@ def make_tree(folder, count):
 @contextlib.contextmanager
 def enough_watches(directories):
     needed = directories + SPARE_WATCHES
-    before = int((SYSTEM_LIMITS / "max_user_watches").read_text())
+    before = int((LIMITS / "max_user_watches").read_text())
     with contextlib.ExitStack() as stack:
         if before < needed and not stack.enter_context(
                 SystemLimit("max_user_watches", needed)).changed:
@@ -256,7 +256,7 @@ MEASUREMENTS = {
 
 
 def main():
-    options = parse_arguments(
+    options = parse_bench_options(
         __doc__, directories={"default": "1000,10000,100000"},
         rest={"type": float, "default": 60.0, "help": "seconds of rest to look at"},
         place={"type": pathlib.Path, "default": "/var/tmp", "help": "where to make the trees"},

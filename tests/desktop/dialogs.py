@@ -4,15 +4,17 @@ import os
 import shutil
 import signal
 
-from menu import ADD_FOLDER
-from pictures import crop
-from pointer import click_at, place_of
-from program import Program, StatusItem
-from session import DesktopSession, TimedOut, wait_for
+from tests.desktop.menu import ADD_FOLDER
+from tests.desktop.pointer import click_at, place_of
+from tests.harness.log_lines import FOLDER_ADDED
+from tests.harness.pictures import crop
+from tests.harness.program import Program
+from tests.harness.session import NOTIFICATIONS, PORTAL, DesktopSession
+from tests.harness.status_item import StatusItem
+from tests.harness.waiting import TimedOut, wait_for
 
 SCREEN = "1600x1200x24"  # GTK's dialog opens higher than others
 TITLE = "Choose a folder to watch for link files"
-PORTAL = "org.freedesktop.portal.Desktop"
 GTK_PORTAL = "org.freedesktop.impl.portal.desktop.gtk"
 
 
@@ -20,23 +22,22 @@ class DialogSession(DesktopSession):
     """A session with the program in it, whose folder dialog comes from `service`."""
 
     def __init__(self, executable, service):
-        super().__init__(screen=SCREEN, environment={"GLINTMARK_FAVICON_SERVICE": "", "GTK_USE_PORTAL": "0"})
+        super().__init__(
+            screen=SCREEN, environment={"GLINTMARK_FAVICON_SERVICE": "", "GTK_USE_PORTAL": "0"})
         self._executable = executable
         self._service = service
 
     def start(self):
         super().start()
-        self.activate_with("org.freedesktop.Notifications", "/bin/false")
+        self.disable(NOTIFICATIONS)
         if self._service != "portal":
-            self.activate_with(PORTAL, "/bin/false")
-        if self._service == "kdialog":  # found after zenity, so it alone is in the search path
-            folder = self.root / "bin"
-            folder.mkdir()
-            (folder / "kdialog").symlink_to(shutil.which("kdialog"))
+            self.disable(PORTAL)
+        if self._service == "kdialog":  # the program prefers zenity, so kdialog alone can be found
+            (self.programs / "kdialog").symlink_to(shutil.which("kdialog"))
         self.start_window_manager()
         self.start_panel()
-        self.program = Program(self, self._executable, self.variables()).start()
-        self.program.wait_until_started()
+        self.program = Program(self, self._executable, self.variables())
+        self.program.start().wait_until_started()
         self.item = StatusItem(self)
         (self.home / "Links").mkdir()
 
@@ -44,7 +45,7 @@ class DialogSession(DesktopSession):
         if self._service != "kdialog":
             return {}
         # Outside its own desktop kdialog shows Qt's dialog, which enters a folder and never takes it.
-        return {"PATH": str(self.root / "bin"), "XDG_CURRENT_DESKTOP": "KDE",
+        return {"PATH": str(self.programs), "XDG_CURRENT_DESKTOP": "KDE",
                 "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5"}
 
     def open_dialog(self):
@@ -89,7 +90,7 @@ def choose_folder(service, executable, output):
             session.wait_until_gone(window)
         else:
             choose_home(session, window)
-        session.program.wait_for_line(f"Glintmark: Folder added → {session.home}")
+        session.program.wait_for_line(f"{FOLDER_ADDED}{session.home}")
         assert session.item.labels()[8] == "  ~", session.item.labels()
         seen.append("the home folder chosen, which the menu shows")
         if service == "portal":
@@ -111,17 +112,15 @@ def lose_the_service(session):
     """The dialog is open when its backend, and then the portal itself, is killed."""
     seen = []
     for name, what in ((GTK_PORTAL, "the portal's backend"), (PORTAL, "the portal")):
-        before = session.program.lines_about("Folder added")
+        before = session.program.lines_about(FOLDER_ADDED)
         session.open_dialog()
         os.kill(owner_of(session, name), signal.SIGKILL)
         session.cancel(session.open_dialog())
-        assert session.program.lines_about("Folder added") == before
+        assert session.program.lines_about(FOLDER_ADDED) == before
         seen.append(f"{what} killed with the dialog open: cancelled, and the next dialog opens")
     return seen
 
 
 def owner_of(session, name):
-    answer = session.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
-                          "--object-path", "/org/freedesktop/DBus", "--method",
-                          "org.freedesktop.DBus.GetConnectionUnixProcessID", name])
+    answer = session.call_bus("GetConnectionUnixProcessID", name)
     return int(answer.split("uint32 ")[1].split(",")[0])

@@ -3,10 +3,13 @@
 import collections
 import time
 
-from pictures import Picture, find_colour
-from program import Program, write_link
-from session import DesktopSession, TimedOut, wait_for
-from sites import MAGENTA, SiteServer, demo_sites
+from tests.harness.link_file import write_link
+from tests.harness.pictures import Picture, find_colour
+from tests.harness.program import Program
+from tests.harness.session import DesktopSession
+from tests.harness.sites import MAGENTA, demo_sites
+from tests.harness.waiting import TimedOut, wait_for
+from tests.harness.web_server import SiteServer
 
 # `command` shows the folder "Desktop"; `desktop` is the environment that its users have.
 View = collections.namedtuple("View", "name package command desktop")
@@ -36,20 +39,18 @@ def show_in_open_view(view, executable, output):
     lies in `output`."""
     with SiteServer(demo_sites()) as server, DesktopSession(
             environment=server.proxy_environment() | {"XDG_CURRENT_DESKTOP": view.desktop}) as session:
-        folder = session.home / "Desktop"
+        folder = session.desktop
         (folder / "Notes.txt").write_text("A file beside the link.\n")
-        program = Program(session, executable).start()
-        program.wait_until_started()
+        program = Program(session, executable).start().wait_until_started()
         session.start_window_manager()
         open_view(session, view, folder)
         link = write_link(folder / "Glint.webloc", "http://glint.example/")
-        program.wait_for_line(f"Glintmark: Icon applied → {link}")
+        program.wait_until_applied(link)
         started = time.monotonic()
         picture = output / f"{view.name}.png"
-        try:
-            session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+        if icon_shows(session, picture):
             seen = f"in the open view, {time.monotonic() - started:.1f} s after the icon was set"
-        except TimedOut:
+        else:
             seen = show_after_reload(session, view, folder, picture)
         session.wait_until_still(picture)
         return seen
@@ -64,18 +65,22 @@ def open_view(session, view, folder):
     session.wait_until_still(path, period=3.0)
 
 
+def icon_shows(session, picture):
+    """False if the icon does not show in time."""
+    try:
+        session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+        return True
+    except TimedOut:
+        return False
+
+
 def show_after_reload(session, view, folder, picture):
     session.run(["xdotool", "key", "F5"])
-    try:
-        session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+    if icon_shows(session, picture):
         return "after a reload (F5)"
-    except TimedOut:
-        pass
     session.end(view.name)
     open_view(session, view, folder)
-    try:
-        session.wait_for_colour(MAGENTA, minimum=DISC, timeout=OPEN_PATIENCE, picture=picture)
+    if icon_shows(session, picture):
         return "after the view was opened again"
-    except TimedOut:
-        found = find_colour(picture, MAGENTA)
-        return f"not seen ({found.pixels if found else 0} pixels)"
+    found = find_colour(picture, MAGENTA)
+    return f"not seen ({found.pixels if found else 0} pixels)"

@@ -2,10 +2,14 @@
 
 import subprocess
 
-from pictures import crop, find_colour
-from program import Program, write_link
-from session import DesktopSession, wait_for
-from sites import Answer, SiteServer, picture
+from tests.harness.answers import picture
+from tests.harness.link_file import write_link
+from tests.harness.log_lines import APPLIED
+from tests.harness.pictures import crop, find_colour
+from tests.harness.program import Program
+from tests.harness.session import NOTIFICATIONS, DesktopSession
+from tests.harness.waiting import wait_for
+from tests.harness.web_server import Answer, SiteServer
 
 # Name of the link, colour of its site's icon, and what is drawn on it in white.
 SITES = [
@@ -43,15 +47,14 @@ def sites():
 def show_folder(executable, output):
     with SiteServer(sites()) as server, \
             DesktopSession(environment=server.proxy_environment()) as session:
-        session.activate_with("org.freedesktop.Notifications", "/bin/false")
+        session.disable(NOTIFICATIONS)
         session.start_window_manager()
-        program = Program(session, executable).start()
-        program.wait_until_started()
-        folder = session.home / "Downloads"
-        session.open_file_manager("thunar", folder)
+        program = Program(session, executable).start().wait_until_started()
+        folder = session.downloads
+        session.open_file_manager(folder)
         for name, _, _ in SITES:
             write_link(folder / f"{name}.webloc", f"http://{name.lower()}.example/")
-        wait_for(lambda: len(program.lines_about("Icon applied")) == len(SITES), "all icons")
+        wait_for(lambda: len(program.lines_about(APPLIED)) == len(SITES), "all icons")
         path = output / "folder.png"
         session.wait_until_still(path, period=6.0, timeout=60)
         # The icons and their names, without the window around them.

@@ -3,59 +3,31 @@ folders that cannot be written."""
 
 import os
 import pathlib
-import shutil
 import signal
 import socket
 import tempfile
 import time
 import unittest
-import zlib
 
-from case import OPTIONS, DesktopTest
-from program import BusMonitor, Program, StatusItem, extended_attribute, write_link
-from session import DesktopSession, TimedOut, wait_for
-from sites import hostile_sites, picture
+from tests.desktop.case import OPTIONS, DesktopTest
+from tests.desktop.menu import ADD_FOLDER, REMOVE
+from tests.harness.answers import picture
+from tests.harness.bus_monitor import BusMonitor
+from tests.harness.ending import DECODER, SECOND, check_end, own_copy
+from tests.harness.image_files import flat_png
+from tests.harness.link_file import icon_name, write_link
+from tests.harness.log_lines import APPLIED, FOLDER_ADDED, FOLDER_REMOVED, STARTED, STOPPED
+from tests.harness.processes import children, processes_of
+from tests.harness.program import Program
+from tests.harness.session import NOTIFICATIONS, PORTAL, DesktopSession
+from tests.harness.sites import TEAL, hostile_sites
+from tests.harness.status_item import StatusItem
+from tests.harness.waiting import wait_for
 
-STOPPED = "Glintmark: ファイル監視停止"
-SECOND = 1.0  # what an end may take
+OWN_NAME = "com.quorvel.Glintmark"
 LARGE = (8192, 1500)  # pixels: too many to be kept, so they are decoded again to be drawn
 BUSY = "busy.example"
 SETTINGS = '{"extraFolders": []}'
-
-
-def large_picture():
-    """One colour in many pixels."""
-    width, height = LARGE
-    row = b"\0" + b"\x0a\xbe\xaa" * width
-    header = width.to_bytes(4, "big") + height.to_bytes(4, "big") + bytes((8, 2, 0, 0, 0))
-    compressor = zlib.compressobj(1)
-    pixels = b"".join(compressor.compress(row) for _ in range(height)) + compressor.flush()
-
-    def chunk(kind, data):
-        body = kind + data
-        return len(data).to_bytes(4, "big") + body + zlib.crc32(body).to_bytes(4, "big")
-
-    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", pixels) + chunk(b"IEND", b"")
-
-
-def children_of(pid):
-    try:
-        return [int(word) for word in
-                pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
-    except OSError:
-        return []
-
-
-def processes_of(executable):
-    """Ids of the processes that run a file."""
-    found = []
-    for entry in pathlib.Path("/proc").iterdir():
-        try:
-            if entry.name.isdigit() and os.readlink(entry / "exe") == str(executable):
-                found.append(int(entry.name))
-        except OSError:
-            continue  # gone meanwhile
-    return found
 
 
 def status_of(pid):
@@ -93,17 +65,12 @@ def stop(pid):
 
 
 class LifecycleTest(DesktopTest):
-    """The program and its decoder run from a folder of their own, so that their processes can be
-    told from those of other sessions."""
+    """Runs a copy of the program, so that its processes can be told from those of other sessions."""
 
     def setUp(self):
         super().setUp()
-        folder = self.session.root / "bin"
-        folder.mkdir(exist_ok=True)
-        for name in ("glintmark", "glintmark-image-decoder"):
-            shutil.copy(OPTIONS.program.parent / name, folder)
-        self.decoder = folder / "glintmark-image-decoder"
-        self.executable = folder / "glintmark"
+        self.executable = own_copy(OPTIONS.program, self.session.programs)
+        self.decoder = self.session.programs / DECODER
         self.program = Program(self.session, self.executable)
         self.addCleanup(self.kill_decoders)
 
@@ -113,22 +80,12 @@ class LifecycleTest(DesktopTest):
             os.kill(pid, signal.SIGKILL)
 
     def check_end(self, how=signal.SIGTERM):
-        """Asks the program to end, which it must do within a second and alone."""
-        begin = time.monotonic()
-        self.program.process.send_signal(how)
-        status = self.program.process.wait(10)
-        taken = time.monotonic() - begin
-        self.assertEqual(status, 0)
-        self.assertLess(taken, SECOND)
-        try:
-            wait_for(lambda: not processes_of(self.decoder), "end of the decoders", SECOND)
-        except TimedOut:
-            self.fail(f"left: {processes_of(self.decoder)}")
+        check_end(self.program.process, self.session.programs, self.id(), how)
 
     def provide_dialog_program(self, script):
-        """Takes the portal away and puts `script` in place of the program that is run instead."""
-        self.session.activate_with("org.freedesktop.portal.Desktop", "/bin/false")
-        self.stand_in("zenity", script)
+        """Disables the portal and provides `script` as the dialog program."""
+        self.session.disable(PORTAL)
+        self.session.stand_in("zenity", script)
 
 
 class EndTest(LifecycleTest):
@@ -138,7 +95,7 @@ class EndTest(LifecycleTest):
                 self.start_program()
                 self.check_end(how)
                 self.assertEqual(self.program.lines()[-1], STOPPED)
-                (self.session.logs / "glintmark.log").unlink()
+                self.program.clear_log()
 
     def test_it_ends_within_a_second_while_a_site_is_silent(self):
         self.server.sites.update(hostile_sites())
@@ -159,13 +116,13 @@ class EndTest(LifecycleTest):
         decoder = wait_for(self.decoder_process, "the decoder")
         deadline = time.monotonic() + 30
         while time.monotonic() < deadline:  # without a pause: it does not take long
-            for child in children_of(decoder):
+            for child in children(decoder):
                 if is_sandboxed(child) and stop(child):
                     return child
         self.fail("no decode")
 
     def start_large_decode(self):
-        self.server.sites[BUSY] = {"/favicon.ico": picture(large_picture())}
+        self.server.sites[BUSY] = {"/favicon.ico": picture(flat_png(*LARGE, TEAL))}
         self.start_program()
         self.drop("busy.webloc", f"http://{BUSY}/")
 
@@ -185,9 +142,9 @@ class EndTest(LifecycleTest):
 
     def test_it_ends_within_a_second_while_its_dialog_is_open(self):
         self.provide_dialog_program("echo $$ >open; exec sleep 1000")
-        self.start_desktop()
+        self.session.start_desktop()
         self.start_program()
-        StatusItem(self.session).click("Add Folder…")
+        StatusItem(self.session).click(ADD_FOLDER)
         note = self.session.home / "open"
         wait_for(lambda: note.exists() and note.read_text().strip(), "the dialog")
         dialog = pathlib.Path("/proc", note.read_text().strip())
@@ -224,9 +181,8 @@ class SingleInstanceTest(LifecycleTest):
 
     def test_another_session_has_its_own(self):
         self.start_program()
-        with DesktopSession(root=self.pictures / "other", keep=True) as other:
-            second = Program(other, self.executable).start()
-            second.wait_until_started()
+        with DesktopSession(root=self.pictures / "other") as other:
+            second = Program(other, self.executable).start().wait_until_started()
             self.assertEqual(second.terminate(), 0)
 
     def test_of_two_that_started_without_a_bus_one_stays_when_it_comes(self):
@@ -239,41 +195,40 @@ class SingleInstanceTest(LifecycleTest):
                          "an end", 90)
         self.assertEqual(ended.process.returncode, 0)
         self.assertEqual(ended.output()[-2:], ["Glintmark is running already.", STOPPED])
-        self.session.wait_for_bus_name("com.quorvel.Glintmark")
+        self.session.wait_for_bus_name(OWN_NAME)
         self.assertEqual(sum(p.process.poll() is not None for p in programs), 1)
 
     def test_after_its_end_another_may_start(self):
         self.start_program()
         self.program.process.kill()
         self.program.process.wait()
-        (self.session.logs / "glintmark.log").unlink()
+        self.program.clear_log()
         self.start_program()
-        self.assertTrue(self.session.bus_name_has_owner("com.quorvel.Glintmark"))
+        self.assertTrue(self.session.bus_name_has_owner(OWN_NAME))
 
 
 class BusRestartTest(LifecycleTest):
     def test_icons_are_set_without_the_bus_and_services_taken_up_when_it_is_back(self):
-        self.start_desktop()
+        self.session.start_desktop()
         self.start_program()
         StatusItem(self.session)
-        self.wait_until_applied(self.drop("before.webloc", "http://glint.example/"))
+        self.drop_and_wait("before.webloc")
 
         self.session.end("dbus-daemon", signal.SIGKILL)
-        without = self.drop("without.webloc", "http://manifest.example/")
-        self.wait_until_applied(without)
-        self.assertIsNotNone(extended_attribute(without))
+        without = self.drop_and_wait("without.webloc", "http://manifest.example/")
+        self.assertIsNotNone(icon_name(without))
         self.assertIsNone(self.program.process.poll())
 
         for name in ("xfce4-panel", "xfce4-notifyd"):
             self.session.end(name)
         self.session.start_bus()
-        self.session.wait_for_bus_name("com.quorvel.Glintmark", timeout=90)
+        self.session.wait_for_bus_name(OWN_NAME, timeout=90)
         self.session.start_notifyd()
         self.session.start_panel()
         item = StatusItem(self.session)
         self.assertEqual(item.title(), "Glintmark")
-        notifications = BusMonitor(self.session, "org.freedesktop.Notifications", "Notify")
-        self.wait_until_applied(self.drop("after.webloc", "http://glint.example/"))
+        notifications = BusMonitor(self.session, NOTIFICATIONS, "Notify")
+        self.drop_and_wait("after.webloc")
         wait_for(lambda: "after.webloc" in notifications.strings(), "notification")
         second = Program(self.session, self.executable, name="second").start()
         self.assertEqual(second.process.wait(10), 0)
@@ -289,7 +244,7 @@ class SessionEndTest(LifecycleTest):
         self.session.spawn("leader", ["sh", "-c", f"{self.executable} 2>&1 & echo $! >pid; wait"])
         note = self.session.home / "pid"
         wait_for(lambda: note.exists() and note.read_text().strip(), "the program")
-        wait_for(lambda: "Glintmark: Started." in self.session.log("leader"), "its start")
+        wait_for(lambda: STARTED in self.session.log("leader"), "its start")
         return int(note.read_text())
 
     def test_it_ends_with_its_session_when_bus_and_session_manager_are_gone(self):
@@ -303,7 +258,7 @@ class SessionEndTest(LifecycleTest):
         pid = self.start_led()
         self.session.end("leader", signal.SIGKILL)
         self.drop("later.webloc", "http://glint.example/")
-        wait_for(lambda: "Glintmark: Icon applied" in self.session.log("leader"), "the icon")
+        wait_for(lambda: APPLIED in self.session.log("leader"), "the icon")
         self.assertNotIn(state_of(pid), "ZX")
         os.kill(pid, signal.SIGTERM)
         wait_for(lambda: state_of(pid) in "ZX", "its end")
@@ -317,11 +272,9 @@ class HomeTest(LifecycleTest):
         shared = self.session.root / "shared"
         shared.mkdir()
         self.provide_dialog_program(f"echo {shared}")
-        script = self.session.root / "bin" / "start"
-        script.write_text(f"#!/bin/sh\nset -e\nmount --make-rprivate /\n{preparation}\n"
-                          f"exec {self.executable}\n")
-        script.chmod(0o755)
-        self.start_desktop()
+        script = self.session.stand_in(
+            "start", f"set -e\nmount --make-rprivate /\n{preparation}\nexec {self.executable}")
+        self.session.start_desktop()
         self.program.process = self.session.spawn("glintmark",
                                                   ["unshare", "--mount", str(script)])
         self.program.wait_until_started()
@@ -335,25 +288,24 @@ class HomeTest(LifecycleTest):
         shared = self.start_with(
             f"mount --bind {users} /etc/passwd\ncd {elsewhere}\nexport HOME=\n"
             "for name in CONFIG DATA CACHE; do export XDG_${name}_HOME=here; done")
-        StatusItem(self.session).click("Add Folder…")
-        self.program.wait_for_line(f"Glintmark: Folder added → {shared}")
-        link = self.drop("a.webloc", "http://glint.example/")
-        self.wait_until_applied(link)
-        self.assertEqual(self.extra_folders(), [str(shared)])
+        StatusItem(self.session).click(ADD_FOLDER)
+        self.program.wait_for_line(f"{FOLDER_ADDED}{shared}")
+        link = self.drop_and_wait("a.webloc")
+        self.assertEqual(self.session.settings.extra_folders(), [str(shared)])
         self.assertTrue(self.stored_icon(link).exists())
         self.assertEqual(os.listdir(elsewhere), [])
 
     def check_goes_on(self, shared):
         """A folder is added, watched and removed again, though nothing of that can be stored."""
         item = StatusItem(self.session)
-        item.click("Add Folder…")
-        self.program.wait_for_line(f"Glintmark: Folder added → {shared}")
+        item.click(ADD_FOLDER)
+        self.program.wait_for_line(f"{FOLDER_ADDED}{shared}")
         self.check_settings()
         self.assertIn(f"  {shared}", item.labels())
         link = write_link(shared / "a.webloc", "http://glint.example/")
-        self.wait_until_applied(link)
-        item.click("Stop Watching This Folder")
-        self.program.wait_for_line(f"Glintmark: Folder removed → {shared}")
+        self.program.wait_until_applied(link)
+        item.click(REMOVE)
+        self.program.wait_for_line(f"{FOLDER_REMOVED}{shared}")
         wait_for(lambda: f"  {shared}" not in item.labels(), "the menu, made anew after storing")
         self.check_settings()
         self.assertEqual(self.program.terminate(), 0)
@@ -367,9 +319,7 @@ class HomeTest(LifecycleTest):
         self.assertEqual(os.listdir(folder), ["defaults.json"])
 
     def test_a_read_only_home_loses_nothing_and_the_program_goes_on(self):
-        folder = self.session.config_home / "glintmark"
-        folder.mkdir(exist_ok=True)
-        (folder / "defaults.json").write_text(SETTINGS)
+        self.session.settings.store_extra_folders([])
         home = self.session.home
         self.check_goes_on(
             self.start_with(f"mount --bind {home} {home}\nmount -o remount,bind,ro {home}"))

@@ -2,10 +2,13 @@
 
 import shutil
 
-from case import DesktopTest
-from pointer import click_at, opened_menu
-from program import BusMonitor, StatusItem
-from session import wait_for
+from tests.desktop.case import DesktopTest
+from tests.desktop.pointer import click_at, opened_menu
+from tests.harness.bus_monitor import BusMonitor
+from tests.harness.log_lines import FOLDER_ADDED, FOLDER_REMOVED, REPORTED, STARTED, STOPPED
+from tests.harness.session import PORTAL
+from tests.harness.status_item import MENU, StatusItem
+from tests.harness.waiting import wait_for
 
 VERSION_LINE = r"^Glintmark v\d+\.\d+\.\d+$"
 CREDIT = "Made by the Glintmark developers"
@@ -57,14 +60,14 @@ class MenuCase(DesktopTest):
     def prepare_commands(self):
         """Stand-ins for what the commands start, but a real file manager."""
         self.pages = self.stand_in_browser()
-        self.session.activate_with("org.freedesktop.portal.Desktop", "/bin/false")
+        self.session.disable(PORTAL)
         self.session.activate_with("org.freedesktop.FileManager1",
                                    f"{shutil.which('thunar')} --daemon")
 
     def choose_in_dialog(self, folder):
         """The next folder dialog answers with `folder`."""
         folder.mkdir(parents=True, exist_ok=True)
-        self.stand_in("zenity", f'echo "{folder}"')
+        self.session.stand_in("zenity", f'echo "{folder}"')
 
     def wait_for_pages(self, count):
         def look():
@@ -85,8 +88,7 @@ class MenuTest(MenuCase):
         copy = self.session.root / f"copy{home}" / "In"
         self.write_extra_folders(home / "Links", home / "my_links & more", copy)
         self.program.start()
-        started = "Glintmark: Started. Watching: "
-        wait_for(lambda: len(self.program.lines_about(started)) == 2, "the second start")
+        wait_for(lambda: len(self.program.lines_about(STARTED)) == 2, "the second start")
         root = str(self.session.root).replace("_", "__")
         self.check_menu(StatusItem(self.session), "  ~/Links", "  ~/my__links & more",
                         f"  {root}/copy~/In")
@@ -99,7 +101,7 @@ class MenuTest(MenuCase):
         self.session.start_panel()
         self.start_program()
         item = StatusItem(self.session)
-        updates = BusMonitor(self.session, "com.canonical.dbusmenu", "LayoutUpdated", "signal")
+        updates = BusMonitor(self.session, MENU, "LayoutUpdated", "signal")
 
         with self.subTest("the product's page, from two lines"):
             item.click(item.labels()[0])
@@ -116,24 +118,24 @@ class MenuTest(MenuCase):
             item.click(REMOVE, below="  ~/Two")
             self.check_menu(item, "  ~/One", "  ~/Three")
             wait_for(lambda: updates.count() == 1, "one new layout")
-            self.assertEqual(self.extra_folders(), [str(home / "One"), str(home / "Three")])
-            self.program.wait_for_line(f"Glintmark: Folder removed → {home}/Two")
+            self.assertEqual(self.session.settings.extra_folders(), [str(home / "One"), str(home / "Three")])
+            self.program.wait_for_line(f"{FOLDER_REMOVED}{home}/Two")
         with self.subTest("a folder is added"):
             self.choose_in_dialog(home / "Four")
             item.click(ADD_FOLDER)
-            self.program.wait_for_line(f"Glintmark: Folder added → {home}/Four")
+            self.program.wait_for_line(f"{FOLDER_ADDED}{home}/Four")
             self.check_menu(item, "  ~/One", "  ~/Three", "  ~/Four")
             wait_for(lambda: updates.count() == 2, "another new layout")
-            self.assertEqual(self.extra_folders()[-1], str(home / "Four"))
+            self.assertEqual(self.session.settings.extra_folders()[-1], str(home / "Four"))
         with self.subTest("the new folder is watched"):
             link = home / "Four" / "a.webloc"
             link.write_text("no property list")
-            self.program.wait_for_line(f"Glintmark: 新規webloc検知 → {link}")
+            self.program.wait_for_line(f"{REPORTED}{link}")
         with self.subTest("a folder that is listed already is not added again"):
             self.choose_in_dialog(home / "One")
             item.click(ADD_FOLDER)
             item.click(REMOVE, below="  ~/Three")  # runs after the dialog
-            self.program.wait_for_line(f"Glintmark: Folder removed → {home}/Three")
+            self.program.wait_for_line(f"{FOLDER_REMOVED}{home}/Three")
             self.check_menu(item, "  ~/One", "  ~/Four")
             wait_for(lambda: updates.count() >= 3, "one more layout")
             self.assertEqual(updates.count(), 3)
@@ -169,9 +171,9 @@ class PointerTest(MenuCase):
         wait_for(lambda: self.session.windows("One"), "the file manager's window")
         self.choose_in_dialog(home / "Two")
         self.open_menu(9).click(-2)
-        self.program.wait_for_line(f"Glintmark: Folder added → {home}/Two")
+        self.program.wait_for_line(f"{FOLDER_ADDED}{home}/Two")
         self.open_menu(10).open_submenu(6).click(0)
-        self.program.wait_for_line(f"Glintmark: Folder removed → {home}/One")
+        self.program.wait_for_line(f"{FOLDER_REMOVED}{home}/One")
         self.open_menu(9).click(-1)
         self.assertEqual(self.program.process.wait(10), 0)
-        self.assertEqual(self.program.lines()[-1], "Glintmark: ファイル監視停止")
+        self.assertEqual(self.program.lines()[-1], STOPPED)

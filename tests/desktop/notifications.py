@@ -1,10 +1,14 @@
 """Pictures of the notification on real daemons."""
 
-from pictures import crop
-from pointer import place_of
-from program import Program, write_link
-from session import DesktopSession, wait_for
-from sites import SiteServer, demo_sites
+from tests.desktop.pointer import place_of
+from tests.harness.link_file import write_link
+from tests.harness.log_lines import APPLIED
+from tests.harness.pictures import crop
+from tests.harness.program import Program
+from tests.harness.session import NOTIFICATIONS, DesktopSession
+from tests.harness.sites import demo_sites
+from tests.harness.waiting import wait_for
+from tests.harness.web_server import SiteServer
 
 DAEMONS = ["xfce4-notifyd", "dunst"]
 
@@ -14,14 +18,14 @@ def show_notification(daemon, executable, output):
             DesktopSession(environment=server.proxy_environment()) as session:
         if daemon == "dunst":
             session.spawn("dunst", ["dunst"])
-            session.wait_for_bus_name("org.freedesktop.Notifications")
+            session.wait_for_bus_name(NOTIFICATIONS)
         else:
             session.start_window_manager()
             session.start_notifyd()
         program = Program(session, executable).start()
         program.wait_for_line("Glintmark: Notification authorized")
-        write_link(session.home / "Downloads" / "Tom & Jerry <1>.webloc", "http://glint.example/")
-        program.wait_for_line("Glintmark: Icon applied")
+        write_link(session.downloads / "Tom & Jerry <1>.webloc", "http://glint.example/")
+        program.wait_for_line(APPLIED)
         path = output / f"notification-{daemon}.png"
 
         def look():

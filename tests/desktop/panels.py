@@ -2,7 +2,8 @@
 
 import os
 
-from session import wait_for
+from tests.harness.session import WATCHER
+from tests.harness.waiting import wait_for
 
 PANEL_HEIGHT = 32
 
@@ -74,7 +75,7 @@ def start_lxqt(session, dark=False, size=PANEL_HEIGHT, icon_size=22):
     (folder / "lxqt.conf").write_text(
         f"[General]\ntheme={'dark' if dark else 'light'}\nicon_theme=Adwaita\n")
     session.spawn("lxqt-panel", ["lxqt-panel"], {"XDG_CURRENT_DESKTOP": "LXQt"})
-    session.wait_for_bus_name("org.kde.StatusNotifierWatcher")
+    session.wait_for_bus_name(WATCHER)
 
 
 def start_mate(session, dark=False, size=PANEL_HEIGHT, icon_size=0):
@@ -86,7 +87,7 @@ def start_mate(session, dark=False, size=PANEL_HEIGHT, icon_size=0):
     session.environment["GSETTINGS_BACKEND"] = "keyfile"
     session.spawn("mate-panel", ["mate-panel"], {
         "XDG_CURRENT_DESKTOP": "MATE", "GTK_THEME": "Adwaita:dark" if dark else "Adwaita"})
-    session.wait_for_bus_name("org.kde.StatusNotifierWatcher")
+    session.wait_for_bus_name(WATCHER)
 
 
 def start_plasma(session, dark=False, **_):
@@ -100,7 +101,7 @@ def start_plasma(session, dark=False, **_):
                                 "LIBGL_ALWAYS_SOFTWARE": "1"})
     session.spawn("kded5", ["kded5"])
     session.spawn("plasmashell", ["plasmashell"])
-    session.wait_for_bus_name("org.kde.StatusNotifierWatcher", timeout=90)
+    session.wait_for_bus_name(WATCHER, timeout=90)
 
 
 def start_waybar(session, dark=False, size=PANEL_HEIGHT, icon_size=22):
@@ -124,13 +125,4 @@ def start_waybar(session, dark=False, size=PANEL_HEIGHT, icon_size=22):
     session.spawn("waybar", ["waybar"], {
         "WAYLAND_DISPLAY": display, "GDK_BACKEND": "wayland",
         "GTK_THEME": "Adwaita:dark" if dark else "Adwaita"})
-    session.wait_for_bus_name("org.kde.StatusNotifierWatcher")
-
-
-PANELS = {
-    "xfce4-panel": start_xfce,
-    "lxqt-panel": start_lxqt,
-    "mate-panel": start_mate,
-    "plasma": start_plasma,
-    "waybar": start_waybar,
-}
+    session.wait_for_bus_name(WATCHER)

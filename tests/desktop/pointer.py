@@ -2,8 +2,8 @@
 
 import re
 
-from pictures import Picture, text_rows
-from session import TimedOut, wait_for
+from tests.harness.pictures import Picture, text_rows
+from tests.harness.waiting import TimedOut, wait_for
 
 SETTLED = 3  # equal pictures in a row
 LOWEST_MENU = 100  # pixels; a tool tip is lower

@@ -1,23 +1,19 @@
-#!/usr/bin/env python3
 """Pictures of the running program on real desktops, and what was seen on each.
 
-Every picture comes from a session of its own. Names of pictures on the command line make only those.
+Every picture comes from an own session. Names of pictures on the command line make only those.
 """
 
-import argparse
 import functools
-import pathlib
 import subprocess
 import sys
 import traceback
 
-from dialogs import choose_folder
-from filemanagers import DESKTOPS, WINDOWS, show_in_open_view
-from folderpicture import show_folder
-from notifications import DAEMONS, show_notification
-from statusitems import PANELS, SCALED, show_item_and_menu, show_scaled
-
-OPTIONS = argparse.Namespace(program=None, output=None)
+from tests.desktop.dialogs import choose_folder
+from tests.desktop.filemanagers import DESKTOPS, WINDOWS, show_in_open_view
+from tests.desktop.folderpicture import show_folder
+from tests.desktop.notifications import DAEMONS, show_notification
+from tests.desktop.statusitems import PANELS, SCALED, show_item_and_menu, show_scaled
+from tests.harness.options import parse_options
 
 
 def version_of(package):
@@ -47,18 +43,14 @@ def shots():
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", required=True, type=pathlib.Path)
-    parser.add_argument("--output", required=True, type=pathlib.Path)
-    parser.add_argument("names", nargs="*", choices=[[], *shots()])
-    arguments = parser.parse_args()
-    output = arguments.output.resolve()
-    output.mkdir(parents=True, exist_ok=True)
+    names = {"nargs": "*", "choices": [[], *shots()]}
+    options = parse_options(__doc__, output="build/screenshots", names=names)
+    options.output.mkdir(parents=True, exist_ok=True)
     failed = False
-    for name in arguments.names or shots():
+    for name in options.names or shots():
         package, make = shots()[name]
         try:
-            seen = make(arguments.program.resolve(), output)
+            seen = make(options.program, options.output)
         except Exception:  # the others are still wanted
             failed = True
             seen = "failed:\n" + traceback.format_exc()

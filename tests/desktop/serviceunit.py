@@ -6,11 +6,11 @@ import shutil
 import signal
 import unittest
 
-from case import OPTIONS, DesktopTest
-from session import wait_for
+from tests.desktop.case import OPTIONS, DesktopTest
+from tests.harness.waiting import wait_for
 
 UNIT = "glintmark.service"
-SOURCE = pathlib.Path(__file__).resolve().parents[2] / "resources" / UNIT
+SOURCE = pathlib.Path("resources", UNIT)
 
 # A manager starts only where systemd has booted the system, which it tells by this folder. It is
 # there for the manager alone, in a mount namespace of its own.
@@ -29,7 +29,7 @@ class SystemdUnitTest(DesktopTest):
         place_of_program.parent.mkdir(parents=True)
         shutil.copy(SOURCE, units)
         place_of_program.write_text(
-            f"[Service]\nExecStart=\nExecStart={pathlib.Path(OPTIONS.program).resolve()}\n")
+            f"[Service]\nExecStart=\nExecStart={OPTIONS.program}\n")
         self.session.spawn("systemd", ["unshare", "--mount", "sh", "-c", MANAGER])
         wait_for((self.session.runtime / "systemd" / "private").exists, "the user manager")
 

@@ -2,11 +2,13 @@
 
 import collections
 
-from panels import start_lxqt, start_mate, start_plasma, start_waybar, start_xfce
-from pictures import Picture, crop
-from pointer import click_at
-from program import Program, StatusItem
-from session import DesktopSession, wait_for
+from tests.desktop.panels import start_lxqt, start_mate, start_plasma, start_waybar, start_xfce
+from tests.desktop.pointer import click_at
+from tests.harness.pictures import Picture, crop
+from tests.harness.program import Program
+from tests.harness.session import NOTIFICATIONS, DesktopSession
+from tests.harness.status_item import StatusItem
+from tests.harness.waiting import wait_for
 
 # `window_manager`: whether the panel wants one beside it. `settled`: seconds without a change that
 # show that it has drawn all it draws.
@@ -33,7 +35,7 @@ CHANGED = 12  # of 255; what a channel of a drawn pixel differs by, at least
 def show_item_and_menu(panel, dark, executable, output):
     """The item's picture with the menu open, cut out of the screen."""
     with DesktopSession(environment={"GLINTMARK_FAVICON_SERVICE": ""}) as session:
-        session.activate_with("org.freedesktop.Notifications", "/bin/false")
+        session.disable(NOTIFICATIONS)
         if panel.window_manager:
             session.start_window_manager()
         panel.start(session, dark=dark)
@@ -56,7 +58,7 @@ def show_item_and_menu(panel, dark, executable, output):
 def show_scaled(panel, scale, variables, executable, output):
     """The item on a panel that has `scale` pixels to a point."""
     with DesktopSession(environment={"GLINTMARK_FAVICON_SERVICE": ""} | variables) as session:
-        session.activate_with("org.freedesktop.Notifications", "/bin/false")
+        session.disable(NOTIFICATIONS)
         session.start_window_manager()
         panel.start(session)
         path = output / f"{panel.name}-{scale}x.png"
@@ -68,10 +70,7 @@ def show_scaled(panel, scale, variables, executable, output):
 
 def show_item(session, executable, settled):
     """Starts the program; where its item appears on the panel: left, top, width, height."""
-    links = [session.home / name for name in EXTRA_FOLDERS]
-    settings = session.config_home / "glintmark" / "defaults.json"
-    settings.parent.mkdir(parents=True)
-    settings.write_text('{"extraFolders": ["' + '", "'.join(map(str, links)) + '"]}')
+    session.settings.store_extra_folders([session.home / name for name in EXTRA_FOLDERS])
     before = session.wait_until_still(session.root / "empty.png", period=settled, timeout=120)
     Program(session, executable).start().wait_until_started()
     StatusItem(session)

@@ -1,34 +1,17 @@
 """The built program without a desktop, with calls that fail and sites on loopback."""
 
 import collections
-import pathlib
-import sys
 
-TESTS = pathlib.Path(__file__).resolve().parent.parent
-sys.path += [str(TESTS / "stress"), str(TESTS / "desktop")]
-from bare_program import BareProgram, TimedOut, wait_for  # noqa: E402, F401: for the others
-from program import LINK, extended_attribute, write_link  # noqa: E402, F401
-
-from faults import Faults  # noqa: E402
-
-ICON_SET = "Glintmark: アイコン適用成功 → "
-ICON_NOT_SET = "Glintmark: アイコン適用失敗 → "
-NO_LINK = "Glintmark: URL extraction failed → "
-NO_ICON = "Glintmark: Favicon fetch failed → "
-REPORTED = "Glintmark: 新規webloc検知 → "
-
-
-class Failed(Exception):
-    """The program did not do what it must."""
-
-
-def check(condition, what):
-    if not condition:
-        raise Failed(what)
+from tests.faults.faults import Faults
+from tests.harness.bare_program import BareProgram
+from tests.harness.link_file import link_text
+from tests.harness.log_lines import ICON_NOT_SET, ICON_SET, NO_ICON, NO_LINK
+from tests.harness.steps import check
+from tests.harness.waiting import wait_for
 
 
 class FaultyProgram(BareProgram):
-    """One run; `server` are its sites, which it reaches as a proxy."""
+    """One run. `server`: its sites, which the program reaches as a proxy."""
 
     def __init__(self, options, server=None, wrapper=()):
         super().__init__(options.program, wrapper=wrapper)
@@ -37,26 +20,19 @@ class FaultyProgram(BareProgram):
         self.environment.update(server.proxy_environment() if server else {})
         self.icons = self.home / ".local/share/glintmark/icons"
         self.thumbnails = self.home / ".cache/thumbnails"
-        self.settings = self.home / ".config/glintmark/defaults.json"
-
-    def lines(self):
-        return self.log().decode(errors="replace").splitlines()
-
-    def count(self, line):
-        return self.lines().count(line)
-
-    def drop(self, name, address):
-        return write_link(self.downloads / name, address)
 
     def write(self, path, address):
-        """At any place, at once."""
-        path.write_text(LINK.format(url=address))
+        """Writes a link file directly, without a rename."""
+        path.write_text(link_text(address))
 
     def ends(self, link, address):
-        """How often the way of a link ended, by the log."""
+        """How many log lines say that the work on a link has ended."""
         lines = collections.Counter(self.lines())
-        return (lines[f"{ICON_SET}{link}"] + lines[f"{ICON_NOT_SET}{link}"] + lines[f"{NO_LINK}{link}"]
-                + lines[f"{NO_ICON}{address}"])
+        ends = [f"{ICON_SET}{link}", f"{ICON_NOT_SET}{link}", f"{NO_LINK}{link}"]
+        return sum(lines[line] for line in [*ends, f"{NO_ICON}{address}"])
+
+    def wait_for_end(self, link, address):
+        wait_for(lambda: self.ends(link, address), f"the end of {link.name}")
 
     def check_lives(self, when):
         check(self.process.poll() is None, f"{when}: the program ended: {self.lines()[-3:]}")
@@ -65,4 +41,4 @@ class FaultyProgram(BareProgram):
         check(self.end() == 0, f"ended wrongly: {self.lines()[-3:]}")
 
     def unfinished_files(self):
-        return [path for path in self.home.rglob("*.part")]
+        return list(self.home.rglob("*.part"))

@@ -6,9 +6,15 @@ import errno
 import hashlib
 import subprocess
 
-from faults import CUT_SHORT
-from faulty_program import ICON_SET, FaultyProgram, check, extended_attribute, wait_for
-from sites import SiteServer, picture, png
+from tests.faults.faults import CUT_SHORT
+from tests.faults.faulty_program import FaultyProgram
+from tests.harness.answers import picture
+from tests.harness.image_files import flat_png
+from tests.harness.link_file import icon_name
+from tests.harness.log_lines import ICON_SET
+from tests.harness.steps import check
+from tests.harness.waiting import wait_for
+from tests.harness.web_server import SiteServer
 
 SITES = 48
 AT_ONCE = 6  # programs
@@ -29,7 +35,7 @@ def colour_of(number):
 
 
 def sites():
-    return {f"s{number}.example": {"/favicon.ico": picture(png(32, 32, colour_of(number), False))}
+    return {f"s{number}.example": {"/favicon.ico": picture(flat_png(32, 32, colour_of(number)))}
             for number in range(SITES)}
 
 
@@ -49,8 +55,7 @@ def drop_all(program, numbers):
     for number in numbers:
         program.drop(link_of(program, number).name, address_of(number))
     for number in numbers:
-        wait_for(lambda n=number: program.ends(link_of(program, n), address_of(n)),
-                 f"the end of link {number}")
+        program.wait_for_end(link_of(program, number), address_of(number))
 
 
 def clean_run(options, server):
@@ -65,7 +70,7 @@ def clean_run(options, server):
                   for function in functions}
         numbers = range(STORED_FAULTS)
         drop_all(program, numbers)
-        names = [extended_attribute(link_of(program, number)) for number in numbers]
+        names = [icon_name(link_of(program, number)) for number in numbers]
         calls = {key: program.faults.seen(order) for key, order in orders.items()}
     check(len({*names, None}) == STORED_FAULTS + 1, f"not every icon was set: {names}")
     check(calls["thumbnail", "rename"] == 4, f"other thumbnails than expected: {calls}")
@@ -99,7 +104,7 @@ def check_pictures(program, faults):
         link = link_of(program, number)
         for file in program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"):
             expected[file] = colour_of(number)
-        if name := extended_attribute(link):
+        if name := icon_name(link):
             stored = program.icons / f"{name}.png"
             check(stored.exists(), f"link {number} has an icon that is not there")
             expected[stored] = colour_of(number)

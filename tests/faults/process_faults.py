@@ -3,17 +3,21 @@ wall clock, time to run, the network, answers to look-ups, answers of sites."""
 
 import concurrent.futures
 import errno
-import os
 import resource
 import signal
 import subprocess
-import threading
 import time
 
-from faults import ALWAYS, HANG, HOLD
-from bare_program import SystemLimit
-from faulty_program import ICON_SET, NO_ICON, REPORTED, FaultyProgram, check, wait_for
-from sites import MAGENTA, Answer, SiteServer, picture, png
+from tests.faults.faults import ALWAYS, HANG, HOLD
+from tests.faults.faulty_program import FaultyProgram
+from tests.harness.answers import picture
+from tests.harness.image_files import disc_png
+from tests.harness.inotify import SystemLimit
+from tests.harness.log_lines import ICON_SET, NO_ICON, REPORTED
+from tests.harness.sites import MAGENTA
+from tests.harness.steps import check
+from tests.harness.waiting import wait_for
+from tests.harness.web_server import ANY_PATH, NEVER, Answer, SiteServer
 
 GOOD = "good.example"
 LARGE = "large.example"
@@ -31,12 +35,12 @@ LATE = 20.0  # seconds; the fixed delays are two, the rest is for a busy machine
 
 
 def good_sites():
-    return {GOOD: {"/favicon.ico": picture(png(32, 32, MAGENTA))}}
+    return {GOOD: {"/favicon.ico": picture(disc_png(32, MAGENTA))}}
 
 
 def check_sets_icons(program, name, address=f"http://{GOOD}/"):
     link = program.drop(f"{name}.webloc", address)
-    wait_for(lambda: program.ends(link, address), f"the end of {name}")
+    program.wait_for_end(link, address)
     check(program.count(f"{ICON_SET}{link}") == 1, f"{name}: no icon")
 
 
@@ -46,7 +50,7 @@ def check_recovers(program):
     for number in range(1000):
         address = f"http://{GOOD}/#{number}"
         link = program.drop(f"recovered-{number}.webloc", address)
-        wait_for(lambda: program.ends(link, address), f"the end of {link.name}")
+        program.wait_for_end(link, address)
         if program.count(f"{ICON_SET}{link}"):
             return
         check(time.monotonic() < deadline, "no icons any more")
@@ -55,7 +59,7 @@ def check_recovers(program):
 def check_ends_once(program, links):
     """`links`: path -> address."""
     for link, address in links.items():
-        wait_for(lambda: program.ends(link, address), f"the end of {link.name}")
+        program.wait_for_end(link, address)
     twice = [link.name for link, address in links.items() if program.ends(link, address) != 1]
     check(not twice, f"more than one end: {twice[:3]}")
     reports = program.reported_paths()
@@ -122,7 +126,7 @@ def descriptors_while_it_runs(options):
         check(program.count(f"{ICON_SET}{during}") == 1, "no icon for what came meanwhile")
         for folder in (deep, program.downloads / "came" / "below"):
             (folder / "later.webloc").touch()
-            wait_for(lambda: os.fsencode(folder / "later.webloc") in program.reported_paths(),
+            wait_for(lambda: program.has_reported([folder / "later.webloc"]),
                      f"a later file in {folder.name}")
         check_sets_icons(program, "after")
         program.check_ends()
@@ -191,7 +195,7 @@ def wall_clock_jumps(options):
             folder = program.downloads / f"new-{number}" / "below"
             folder.mkdir(parents=True)
             (folder / "x.webloc").touch()
-            wait_for(lambda: os.fsencode(folder / "x.webloc") in program.reported_paths(),
+            wait_for(lambda: program.has_reported([folder / "x.webloc"]),
                      f"a file in a new folder after a jump to {ahead} s")
         program.check_ends()
     return "a year forwards and two backwards change nothing"
@@ -231,7 +235,7 @@ def clock_set_back_during_the_first_walk(options):
             for path in files:
                 path.touch()
             program.faults.release(held)
-            wait_for(lambda: {os.fsencode(path) for path in files} <= set(program.reported_paths()),
+            wait_for(lambda: program.has_reported(files),
                      f"reports after the clock was set back by {seconds} s")
             program.check_ends()
     return "nothing lost"
@@ -242,7 +246,7 @@ def check_reports(program, paths):
         path.parent.mkdir(exist_ok=True)
         path.touch()
     program.process.send_signal(signal.SIGCONT)
-    wait_for(lambda: {os.fsencode(path) for path in paths} <= set(program.reported_paths()), "reports")
+    wait_for(lambda: program.has_reported(paths), "reports")
 
 
 def suspension(options):
@@ -291,8 +295,8 @@ def slow_lookup(options):
     """Of one name, while others are answered at once."""
     with SiteServer({}) as server, FaultyProgram(options) as program:
         icon = f"http://localhost:{server.port}/icon.png"
-        server.sites[""] = {"/": Answer(f'<link rel="icon" href="{icon}">'.encode()),
-                            "/icon.png": picture(png(32, 32, MAGENTA))}
+        server.sites["localhost"] = {"/": Answer(f'<link rel="icon" href="{icon}">'.encode()),
+                            "/icon.png": picture(disc_png(32, MAGENTA))}
         program.faults.fail("getaddrinfo", HANG, "slow.example", last=ALWAYS)
         program.start()
         slow = program.drop("slow.webloc", "http://slow.example/")
@@ -309,8 +313,7 @@ def slow_lookup(options):
 def silent_sites(options):
     """They accept and never answer. New files are seen all the while."""
     count = 500 if options.full else 24
-    never = threading.Event()
-    sites = {f"{number}.{SILENT}": {"*": Answer(wait=never)} for number in range(count)}
+    sites = {f"{number}.{SILENT}": {ANY_PATH: Answer(delay=NEVER)} for number in range(count)}
     with SiteServer(sites) as server, FaultyProgram(options, server) as program:
         program.start()
         links = {}
@@ -328,6 +331,5 @@ def silent_sites(options):
             wait_for(lambda: program.count(f"{NO_ICON}{address}"), f"the end of {link.name}", 400)
         taken = time.monotonic() - begin
         check_ends_once(program, links)
-        never.set()
         program.check_ends()
     return f"{count} links, one failure line each, after {taken:.0f} s"

@@ -2,14 +2,14 @@
 menu to add and remove folders."""
 
 import errno
-import json
-import pathlib
-import tempfile
 
-from faults import ALWAYS, CUT_SHORT, Faults
-from faulty_program import FaultyProgram, check, wait_for
-from program import Program, StatusItem
-from session import DesktopSession
+from tests.faults.faults import ALWAYS, CUT_SHORT, Faults
+from tests.faults.faulty_program import FaultyProgram
+from tests.harness.program import Program
+from tests.harness.session import PORTAL, DesktopSession
+from tests.harness.status_item import StatusItem
+from tests.harness.steps import check
+from tests.harness.waiting import wait_for
 
 ADD, REMOVE = "Add Folder…", "Stop Watching This Folder"
 FUNCTIONS = {"mkdir": [errno.EIO, errno.ENOSPC], "mkostemps": [errno.EMFILE, errno.ENOSPC],
@@ -28,29 +28,20 @@ class Settings:
         self.faults = Faults(session.root, options.faults)
         self.shared = session.root / "shared"
         self.shared.mkdir()
-        self.folder = session.config_home / "glintmark"
-        self.file = self.folder / "defaults.json"
-        session.activate_with("org.freedesktop.portal.Desktop", "/bin/false")
-        panel = session.root / "bin" / "zenity"
-        panel.parent.mkdir()
-        panel.write_text(f"#!/bin/sh\necho {self.shared}\n")
-        panel.chmod(0o755)
-        session.environment["PATH"] = f"{panel.parent}:{session.environment['PATH']}"
+        self.file = session.settings.path
+        self.folder = self.file.parent
+        session.disable(PORTAL)
+        session.stand_in("zenity", f"echo {self.shared}")
         session.environment.update(self.faults.environment())
-        self.store({"extraFolders": [], **KEPT})
+        session.settings.store({"extraFolders": [], **KEPT})
         self.program = Program(session, options.program)
         self._changes = 0
         self._menu = None
 
-    def store(self, values):
-        self.folder.mkdir(exist_ok=True)
-        self.file.write_text(json.dumps(values))
-
     def start(self):
         # Of the panel only the part that status items are told to; no picture is looked at.
         self._session.start_panel()
-        self.program.start()
-        self.program.wait_until_started()
+        self.program.start().wait_until_started()
         self._menu = StatusItem(self._session)
 
     def change(self):
@@ -69,7 +60,7 @@ class Settings:
         self._menu.click(label)
 
     def stored(self):
-        return json.loads(self.file.read_text())
+        return self._session.settings.values()
 
 
 def calls_of_a_save(settings):
@@ -98,8 +89,7 @@ def check_fault(settings, function, error, number):
 
 
 def each_call_of_a_save_fails(options):
-    with tempfile.TemporaryDirectory(prefix="glintmark-faults-") as folder, \
-            DesktopSession(root=pathlib.Path(folder, "session")) as session:
+    with DesktopSession() as session:
         settings = Settings(session, options)
         settings.start()
         calls = calls_of_a_save(settings)
@@ -118,14 +108,15 @@ def each_call_of_reading_fails(options):
         with FaultyProgram(options) as program:
             extra = program.home / "Extra"
             extra.mkdir()
-            program.add_folders([extra])
-            before = program.settings.read_bytes()
-            order = program.faults.fail(function, error, str(program.settings), last=ALWAYS)
+            program.settings.store_extra_folders([extra])
+            settings = program.settings.path
+            before = settings.read_bytes()
+            order = program.faults.fail(function, error, str(settings), last=ALWAYS)
             program.start()
             check(program.faults.seen(order), f"{function} did not come")
             check(str(extra) not in program.log().decode(), "watched though it could not be read")
             link = program.drop("a.webloc", "http://127.0.0.1:1/")
-            wait_for(lambda: program.ends(link, "http://127.0.0.1:1/"), "the end of a link")
+            program.wait_for_end(link, "http://127.0.0.1:1/")
             program.check_ends()
-            check(program.settings.read_bytes() == before, "the settings were changed")
+            check(settings.read_bytes() == before, "the settings were changed")
     return f"{len(faults)} faults, the file as it was"

@@ -2,14 +2,14 @@
 
 import concurrent.futures
 import errno
-import os
 
-from faulty_program import FaultyProgram, TimedOut, check, wait_for
+from tests.faults.faulty_program import FaultyProgram
+from tests.harness.steps import check
+from tests.harness.waiting import DEADLINE, TimedOut, wait_for
 
 AT_ONCE = 8  # programs
 FEW_CALLS, MOST_CALLS = 2, 12  # of one function
 PATIENCE = 6.0  # seconds; after that a further change helps
-DEADLINE = 60.0
 STREAM_RUNS = "Glintmark: ファイル監視開始（バックグラウンドキュー）"
 LISTING = ("open", "getdents64")
 MAKES_STREAM = ("inotify_init1", "eventfd", "pthread_create")
@@ -37,7 +37,7 @@ def change(program):
     made = [program.desktop / "top.webloc", program.desktop / "a/b/c/deep.webloc", new / "in.webloc"]
     for path in made:
         path.touch()
-    return {os.fsencode(path) for path in made}
+    return made
 
 
 def clean_run(options):
@@ -47,12 +47,8 @@ def clean_run(options):
                   for function in (*FOLDER_CALLS, *OTHER_CALLS, "read")}
         program.start()
         made = change(program)
-        wait_for(lambda: made <= set(program.reported_paths()), "the reports")
+        wait_for(lambda: program.has_reported(made), "the reports")
         return {function: program.faults.seen(order) for function, order in orders.items()}
-
-
-def reported(program, paths):
-    return paths <= set(program.reported_paths())
 
 
 def check_fault(options, function, number):
@@ -65,8 +61,8 @@ def check_fault(options, function, number):
         program.faults.fail(function, error, subject_of(function), number)
         program.start()
         made = change(program)
-        top = os.fsencode(program.desktop / "top.webloc")
-        wait_for(lambda: reported(program, {top}), f"{fault}: the file that the poll finds")
+        top = program.desktop / "top.webloc"
+        wait_for(lambda: program.has_reported([top]), f"{fault}: the file that the poll finds")
         if STREAM_RUNS in program.lines():
             wait_for_all(program, made, fault, function in LISTING)
         else:
@@ -77,15 +73,15 @@ def check_fault(options, function, number):
 
 def wait_for_all(program, made, fault, may_need_change):
     try:
-        wait_for(lambda: reported(program, made), fault, PATIENCE if may_need_change else DEADLINE)
+        wait_for(lambda: program.has_reported(made), fault, PATIENCE if may_need_change else DEADLINE)
     except TimedOut:
         if not may_need_change:
             raise
-        for path in list(made):
-            later = os.path.join(os.path.dirname(path), b"later.webloc")
-            open(later, "wb").close()
-            made.add(later)
-        wait_for(lambda: reported(program, made), f"{fault}, after the next change")
+        later = [path.with_name("later.webloc") for path in made]
+        for path in later:
+            path.touch()
+        made += later
+        wait_for(lambda: program.has_reported(made), f"{fault}, after the next change")
 
 
 def each_call_fails(options):

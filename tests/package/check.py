@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """What a release build installs and packages, held against the rules of those who read it.
 
 Needs no rights and touches nothing outside `--output`. How the package behaves on a system that
@@ -14,6 +13,8 @@ import subprocess
 import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
+
+from tests.harness.options import absolute_path
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 OPTIONS = argparse.Namespace(build=None, output=None)
@@ -205,12 +206,11 @@ class PackageTest(unittest.TestCase):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", required=True, type=pathlib.Path)
-    parser.add_argument("--output", required=True, type=pathlib.Path)
+    parser.add_argument("--build", default="build/release", type=absolute_path)
+    parser.add_argument("--output", default="build/package", type=absolute_path)
     parser.add_argument("tests", nargs="*", help="names of single tests")
     arguments = parser.parse_args()
-    OPTIONS.build = arguments.build.resolve()
-    OPTIONS.output = arguments.output.resolve()
+    OPTIONS.build, OPTIONS.output = arguments.build, arguments.output
     OPTIONS.output.mkdir(parents=True, exist_ok=True)
     unittest.main(argv=[sys.argv[0], "-v", *arguments.tests])
 

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """One life of the package on a clean system, step by step. Run by tests/package/run, in a mount and a process
 namespace of its own, so that nothing of it outlives the run."""
 
@@ -12,12 +11,13 @@ import shlex
 import shutil
 import signal
 import subprocess
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "desktop"))
-from program import write_link
-from session import wait_for
-from sites import SiteServer, demo_sites
+from tests.harness.link_file import write_link
+from tests.harness.log_lines import ICON_SET, STARTED
+from tests.harness.processes import executables
+from tests.harness.sites import demo_sites
+from tests.harness.waiting import wait_for
+from tests.harness.web_server import SiteServer
 
 USER, USER_ID = "kim", 1000
 AUTOSTART = "etc/xdg/autostart/com.quorvel.Glintmark.desktop"
@@ -134,7 +134,7 @@ class Session:
     def login(self):
         self.log_path.write_text("")
         process = self.autostart()
-        self.wait_for_line("Glintmark: Started. Watching: ")
+        self.wait_for_line(STARTED)
         wait_for(lambda: self.owner() == process.pid, "the bus name", 60)
         return process
 
@@ -143,7 +143,7 @@ class Session:
         link = write_link(self.home / "Downloads" / name, "http://glint.example/")
         os.chown(link, USER_ID, USER_ID)
         inside = "/" + str(link.relative_to(self.root.folder))
-        self.wait_for_line(f"Glintmark: アイコン適用成功 → {inside}")
+        self.wait_for_line(f"{ICON_SET}{inside}")
         return inside
 
 
@@ -157,14 +157,7 @@ def executable(pid):
 
 
 def decoders():
-    found = []
-    for entry in pathlib.Path("/proc").iterdir():
-        try:
-            if entry.name.isdigit() and "glintmark-image-decoder" in executable(entry.name):
-                found.append(int(entry.name))
-        except OSError:
-            continue
-    return found
+    return [pid for pid, path in executables() if "glintmark-image-decoder" in path]
 
 
 def next_version(package, folder):

@@ -12,13 +12,16 @@ all probes run to their end; where an argument is left out, the path takes its u
 
 import base64
 import dataclasses
+import functools
 import gzip
-import json
-import struct
-import zlib
 
-from recorder import NOT_FOUND, Answer
+from tests.harness.answers import link_tag, redirect
+from tests.harness.answers import manifest as icons_json
+from tests.harness.image_files import flat_png
+from tests.harness.web_server import Answer
+from tests.requests.recorder import NOT_FOUND
 
+untyped = functools.partial(Answer, content_type=None)
 GOOGLE = "https://www.google.com"
 HOSTS = ["site.example", "cdn.example", "other.example", "icons.example", "www.google.com"]
 
@@ -66,45 +69,27 @@ def site(rule, link="http://site.example/", *, root="http://site.example", host=
 
 # Answers
 
+
 def png(width, height=None):
     """An opaque picture."""
-    height = height or width
-
-    def chunk(kind, data):
-        return (struct.pack(">I", len(data)) + kind + data +
-                struct.pack(">I", zlib.crc32(kind + data)))
-
-    rows = (b"\0" + b"\x20\x60\xa0" * width) * height
-    return (b"\x89PNG\r\n\x1a\n" +
-            chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)) +
-            chunk(b"IDAT", zlib.compress(rows, 1)) + chunk(b"IEND", b""))
+    return flat_png(width, height or width, (0x20, 0x60, 0xA0))
 
 
 def picture(width, height=None, status=200):
-    return Answer(png(width, height), status, (("Content-Type", "image/png"),))
+    return Answer(png(width, height), status, "image/png")
 
 
 def html(*tags, status=200):
-    return Answer("<!DOCTYPE html><title>A page</title>".encode() + "\n".join(tags).encode(), status,
-                  (("Content-Type", "text/html; charset=utf-8"),))
+    page = "<!DOCTYPE html><title>A page</title>" + "\n".join(tags)
+    return Answer(page.encode(), status)
 
 
 def icon(href, sizes=None, rel="icon"):
-    size = f' sizes="{sizes}"' if sizes else ""
-    return f'<link rel="{rel}" href="{href}"{size}>'
+    return link_tag(rel, href, sizes)
 
 
 def touch_icon(href, sizes=None):
     return icon(href, sizes, "apple-touch-icon")
-
-
-def icons_json(*icons):
-    return Answer(json.dumps({"name": "A site", "icons": list(icons)}).encode(), 200,
-                  (("Content-Type", "application/manifest+json"),))
-
-
-def redirect(location, status=302, *headers):
-    return Answer(b"", status, (("Location", location), *headers))
 
 
 # Addresses of the plain site
@@ -282,21 +267,21 @@ def pages():
              page=[[SITE + "/"], [SITE + "/in"], [SITE + "/1.png"]], candidates=["htmlIcon 96x96"],
              headers={SITE + "/in": {"Cookie": "seen=yes"}}),
         site("A cookie of the page goes to its icons",
-             answers={SITE + "/": Answer(icon("in/1.png").encode(), 200,
-                                         (("Set-Cookie", "seen=yes; Path=/in"),)),
+             answers={SITE + "/": untyped(icon("in/1.png").encode(),
+                                          headers=(("Set-Cookie", "seen=yes; Path=/in"),)),
                       SITE + "/in/1.png": picture(96)},
              icons=[SITE + "/in/1.png"], candidates=["htmlIcon 96x96"],
              headers={SITE + "/in/1.png": {"Cookie": "seen=yes"}}),
         site("A redirect to another scheme ends there",
              answers={SITE + "/": redirect("ftp://site.example/")}),
         site("A page that is not UTF-8 has no icons",
-             answers={SITE + "/": Answer(b"<title>\xe9</title>" + tag.encode())}),
+             answers={SITE + "/": untyped(b"<title>\xe9</title>" + tag.encode())}),
         site("A packed page is unpacked",
-             answers={SITE + "/": Answer(gzip.compress(tag.encode()),
+             answers={SITE + "/": untyped(gzip.compress(tag.encode()),
                                          headers=(("Content-Encoding", "gzip"),)),
                       SITE + "/1.png": picture(96)},
              icons=numbered(1), candidates=["htmlIcon 96x96"]),
-        site("An empty page has no icons", answers={SITE + "/": Answer(b"")}),
+        site("An empty page has no icons", answers={SITE + "/": untyped(b"")}),
         site("A manifest named by the page is not looked for",
              answers={SITE + "/": html(icon("/app.webmanifest", rel="manifest"))}),
     ]
@@ -316,12 +301,12 @@ def images():
         icon_answered("An image of status 203 is none", picture(96, status=203)),
         icon_answered("An image of status 206 is none", picture(96, status=206)),
         icon_answered("An image of status 404 is none", picture(96, status=404)),
-        icon_answered("An answer without content is no image", Answer(b"", 204)),
-        icon_answered("An answer that nothing has changed is no image", Answer(b"", 304)),
-        icon_answered("An empty body is no image", Answer(b"")),
+        icon_answered("An answer without content is no image", untyped(b"", 204)),
+        icon_answered("An answer that nothing has changed is no image", untyped(b"", 304)),
+        icon_answered("An empty body is no image", untyped(b"")),
         icon_answered("A page in place of an image is none", html("<h1>Welcome</h1>")),
         icon_answered("The type that a server gives an image does not matter",
-                      Answer(png(96), headers=(("Content-Type", "text/html"),)), ["htmlIcon 96x96"]),
+                      Answer(png(96), content_type="text/html"), ["htmlIcon 96x96"]),
         site("An image that has moved is followed",
              answers={SITE + "/": html(icon("1.png")),
                       SITE + "/1.png": redirect("https://cdn.example/i.png", 301),
@@ -370,10 +355,10 @@ def manifests():
         moving_on("A manifest at the second place ends the search", NOT_FOUND),
         moving_on("A manifest at the third place is found", NOT_FOUND, NOT_FOUND),
         moving_on("A manifest of status 203 does not count",
-                  Answer(b'{"icons": [{"src": "no.png"}]}', 203)),
-        moving_on("What is no JSON, or no object, does not count", html("no"), Answer(b"[1]")),
+                  untyped(b'{"icons": [{"src": "no.png"}]}', 203)),
+        moving_on("What is no JSON, or no object, does not count", html("no"), untyped(b"[1]")),
         moving_on("A manifest without icons, or with icons that are no list, does not count",
-                  Answer(b"{}"), Answer(b'{"icons": {"src": "no.png"}}')),
+                  untyped(b"{}"), untyped(b'{"icons": {"src": "no.png"}}')),
         moving_on("One element that is no object spoils the list", icons_json({"src": "no.png"}, 1)),
         moving_on("Maskable only", icons_json({"src": "a.png", "purpose": "maskable"},
                                               {"src": "b.png", "purpose": "MASKABLE"})),

@@ -5,10 +5,8 @@ is optional: `has("thunar")` says whether it can be started, and starting an abs
 `MissingProgram`, so that a caller may skip what the machine cannot show.
 
     with DesktopSession() as session:
-        session.start_window_manager()
-        session.start_panel()
-        session.start_notifyd()
-        session.open_file_manager("thunar", session.home / "Desktop")
+        session.start_desktop()
+        session.open_file_manager(session.desktop)
         session.screenshot("/tmp/desktop.png")
         session.wait_for_colour((255, 0, 0))
 """
@@ -19,27 +17,19 @@ import shutil
 import signal
 import socket
 import subprocess
-import sys
 import tempfile
 import time
 import uuid
 
-from pictures import Picture, find_colour
-
-sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "support"))
-from waiting import DEADLINE, TimedOut, wait_for  # noqa: E402
+from tests.harness.pictures import Picture, find_colour
+from tests.harness.settings import SettingsFile
+from tests.harness.waiting import DEADLINE, TimedOut, wait_for
 
 SCREEN = "1280x800x24"
-
-FILE_MANAGERS = {
-    "thunar": ["thunar"],
-    "caja": ["caja", "--no-desktop", "--browser"],
-    "nemo": ["nemo"],
-    "nautilus": ["nautilus", "--new-window"],
-    "pcmanfm": ["pcmanfm"],
-    "pcmanfm-qt": ["pcmanfm-qt"],
-    "dolphin": ["dolphin"],
-}
+BUS = "org.freedesktop.DBus"
+NOTIFICATIONS = "org.freedesktop.Notifications"
+PORTAL = "org.freedesktop.portal.Desktop"
+WATCHER = "org.kde.StatusNotifierWatcher"
 
 # One bar at the top: a stretch of nothing, then the tray, which serves StatusNotifierItem and the
 # older X11 tray alike.
@@ -90,22 +80,26 @@ class DesktopSession:
     end with the session as well.
     """
 
-    def __init__(self, screen=SCREEN, root=None, keep=False, environment=None):
-        """`root`: where the session's folders go (made when absent; a temporary one without it).
-        `keep`: leave the folders in place at the end. `environment`: additional variables."""
-        self._keep = keep
+    def __init__(self, root=None, screen=SCREEN, environment=None):
+        """`root`: the folder for the session's files, which stay there; without it they go into a
+        temporary folder. `environment`: additional variables."""
+        self._keep = root is not None
         self._screen = screen
         self._mark = f"GLINTMARK_DESKTOP_SESSION={uuid.uuid4()}"
         if root is None:
             root = tempfile.mkdtemp(prefix="glintmark-desktop-")
         self.root = pathlib.Path(root).resolve()
         self.home = self.root / "home"
+        self.desktop = self.home / "Desktop"
+        self.downloads = self.home / "Downloads"
         self.logs = self.root / "logs"
+        self.programs = self.root / "bin"  # see stand_in()
         # Outside the root: the path of a socket is limited to 107 bytes.
         self.runtime = pathlib.Path(tempfile.mkdtemp(prefix="glintmark-runtime-"))
         self.data_home = self.home / ".local" / "share"
         self.config_home = self.home / ".config"
         self.cache_home = self.home / ".cache"
+        self.settings = SettingsFile(self.config_home)
         self._extra_environment = dict(environment or {})
         self.environment = {}
         self.processes = {}  # name -> Popen, in order of start
@@ -125,8 +119,8 @@ class DesktopSession:
 
     def start(self):
         """Makes the folders and starts the X server and the session bus."""
-        for folder in (self.home / "Desktop", self.home / "Downloads", self.logs, self.data_home,
-                       self.config_home, self.cache_home):
+        homes = (self.data_home, self.config_home, self.cache_home)
+        for folder in (self.desktop, self.downloads, self.logs, self.programs, *homes):
             folder.mkdir(parents=True, exist_ok=True)
         self.environment = self._base_environment()
         self._start_x_server()
@@ -230,6 +224,17 @@ class DesktopSession:
                 process.kill()
         return process.wait()
 
+    def stand_in(self, name, script):
+        """Puts a shell script before the machine's programs in the search path."""
+        path = self.programs / name
+        path.write_text(f"#!/bin/sh\n{script}\n")
+        path.chmod(0o755)
+        self.environment["PATH"] = f"{self.programs}:{os.environ['PATH']}"
+        return path
+
+    def stored_icon(self, name):
+        return self.data_home / "glintmark" / "icons" / f"{name}.png"
+
     def log(self, name):
         path = self.logs / f"{name}.log"
         return path.read_text(errors="replace") if path.exists() else ""
@@ -264,23 +269,37 @@ class DesktopSession:
 
     # ---- the desktop's parts ----------------------------------------------------------------
 
+    def call(self, destination, path, method, *arguments, check=True):
+        """Calls a method on the session bus and returns the answer as text."""
+        return self.run(["gdbus", "call", "--session", "--dest", destination, "--object-path", path,
+                         "--method", method, *arguments], check)
+
+    def call_bus(self, method, *arguments, check=True):
+        """Calls a method of the bus daemon."""
+        return self.call(BUS, "/org/freedesktop/DBus", f"{BUS}.{method}", *arguments, check=check)
+
     def activate_with(self, name, command):
-        """Has the bus start `command` for whoever asks for `name`, whatever the machine installs;
-        with "/bin/false" the name stays without an owner."""
+        """Has the bus start `command` for a client that asks for `name`, whatever the machine has
+        installed; with "/bin/false" the name stays without an owner."""
         folder = self.runtime / "dbus-1" / "services"
         folder.mkdir(parents=True, exist_ok=True)
         (folder / f"{name}.service").write_text(f"[D-BUS Service]\nName={name}\nExec={command}\n")
-        self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path",
-                  "/org/freedesktop/DBus", "--method", "org.freedesktop.DBus.ReloadConfig"])
+        self.call_bus("ReloadConfig")
+
+    def disable(self, name):
+        """Leaves a service's bus name without an owner, though the machine has the service."""
+        self.activate_with(name, "/bin/false")
 
     def bus_name_has_owner(self, name):
-        answer = self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
-                           "--object-path", "/org/freedesktop/DBus", "--method",
-                           "org.freedesktop.DBus.NameHasOwner", name], check=False)
-        return "true" in answer
+        return "true" in self.call_bus("NameHasOwner", name, check=False)
 
     def wait_for_bus_name(self, name, timeout=DEADLINE):
         wait_for(lambda: self.bus_name_has_owner(name), f"bus name {name}", timeout)
+
+    def start_desktop(self):
+        self.start_window_manager()
+        self.start_notifyd()
+        self.start_panel()
 
     def start_window_manager(self):
         """The first of xfwm4 and openbox that is there; its name, or none when neither is."""
@@ -303,7 +322,7 @@ class DesktopSession:
     def restart_panel(self):
         self.end("xfce4-panel")
         self.spawn("xfce4-panel", ["xfce4-panel", "--disable-wm-check"])
-        self.wait_for_bus_name("org.kde.StatusNotifierWatcher")
+        self.wait_for_bus_name(WATCHER)
 
     def start_notifyd(self):
         """The Xfce notification daemon."""
@@ -312,17 +331,15 @@ class DesktopSession:
             program = pathlib.Path(place, "xfce4-notifyd")
             if program.exists():
                 self.spawn("xfce4-notifyd", [str(program)])
-                self.wait_for_bus_name("org.freedesktop.Notifications")
+                self.wait_for_bus_name(NOTIFICATIONS)
                 return
         raise MissingProgram("xfce4-notifyd")
 
-    def open_file_manager(self, name, folder, timeout=DEADLINE):
-        """Opens `folder` in the file manager `name` and returns the id of its window."""
-        folder = pathlib.Path(folder)
+    def open_file_manager(self, folder):
+        """Opens `folder` in Thunar and waits for the window."""
         before = set(self.windows())
-        self.spawn(name, FILE_MANAGERS[name] + [str(folder)])
-        return wait_for(lambda: next((w for w in self.windows(folder.name) if w not in before),
-                                     None), f"window of {name}", timeout)
+        self.spawn("thunar", ["thunar", str(folder)])
+        wait_for(lambda: set(self.windows(folder.name)) - before, "the file manager's window")
 
     def windows(self, title=""):
         """Ids of the visible windows whose title contains `title`."""

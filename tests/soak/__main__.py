@@ -1,16 +1,13 @@
-#!/usr/bin/env python3
 """A long life of the built program: a tree that changes all the time, sites that are good, bad and
-silent, and services that go and come back. Memory, descriptors, threads and the links that have had
-no end yet are sampled; in the end each link must have had exactly one, and the program must be as
-small as it was.
+silent, and services that stop and start again. Memory, descriptors, threads and unfinished links
+are sampled. In the end each link must have had exactly one end, and the program must not have grown.
 
-    soak.py --program PROGRAM --output FOLDER [--minutes N] [--seed N] [--smoke]
+    python3 -m tests.soak [--program PROGRAM] [--output FOLDER] [--minutes N] [--seed N] [--smoke]
 
-Writes samples.csv and samples.svg. With --smoke: half a minute, too short to speak of growth or for
-a plot.
+Writes samples.csv and samples.svg. With --smoke: half a minute, too short to measure growth and
+without a plot.
 """
 
-import argparse
 import collections
 import csv
 import os
@@ -22,13 +19,17 @@ import subprocess
 import sys
 import time
 
-TESTS = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(TESTS / "desktop"))
-sys.path.insert(0, str(TESTS.parent / "bench"))
-from figures import Figures, memory_megabytes  # noqa: E402
-from program import Program, StatusItem, write_link  # noqa: E402
-from session import DesktopSession, wait_for  # noqa: E402
-from sites import SiteServer, demo_sites, hostile_sites  # noqa: E402
+from tests.harness.figures import Figures
+from tests.harness.link_file import write_link
+from tests.harness.log_lines import ICON_NOT_SET, ICON_SET, NO_ICON, NO_LINK, REPORTED
+from tests.harness.options import parse_options
+from tests.harness.processes import descendants, memory_megabytes
+from tests.harness.program import Program
+from tests.harness.session import DesktopSession
+from tests.harness.sites import demo_sites, hostile_sites
+from tests.harness.status_item import StatusItem
+from tests.harness.waiting import wait_for
+from tests.harness.web_server import SiteServer
 
 STEP = 0.25  # seconds between two changes
 SAMPLE = 5.0
@@ -46,9 +47,14 @@ MOST_NEW_THREADS = 0
 SERVICES = {"panel": "xfce4-panel", "notifications": "xfce4-notifyd", "bus": "dbus-daemon"}
 COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "on their way", "overdue")
 
-REPORTED = re.compile(r"^Glintmark: 新規webloc検知 → (.*)$", re.M)
-ENDED = re.compile(r"^Glintmark: (?:アイコン適用成功|アイコン適用失敗|URL extraction failed) → (.*)$", re.M)
-FAILED = re.compile(r"^Glintmark: Favicon fetch failed → (.*)$", re.M)
+
+def lines_with(*beginnings):
+    return re.compile(f"^(?:{'|'.join(map(re.escape, beginnings))})(.*)$", re.M)
+
+
+REPORT = lines_with(REPORTED)
+END = lines_with(ICON_SET, ICON_NOT_SET, NO_LINK)
+FAILURE = lines_with(NO_ICON)
 # Few silent ones: each keeps six requests waiting for ten seconds, and more would only queue up.
 HOSTS = 5 * [*demo_sites(), *(host for host in hostile_sites() if host != "silent.example")]
 HOSTS += ["silent.example"]
@@ -152,9 +158,9 @@ class Ends:
         text = self._rest + self._log.read()
         whole, _, self._rest = text.rpartition(b"\n")
         lines = whole.decode(errors="replace")
-        self._reported.update(REPORTED.findall(lines))
-        self._ended.update(ENDED.findall(lines))
-        self._failed.update(FAILED.findall(lines))
+        self._reported.update(REPORT.findall(lines))
+        self._ended.update(END.findall(lines))
+        self._failed.update(FAILURE.findall(lines))
         return self
 
     def missing(self, since=0.0):
@@ -206,7 +212,7 @@ def await_ends(ends):
 def rested(samples, ends, program):
     """A sample after all links have had their end, and what is open then."""
     await_ends(ends)
-    wait_for(lambda: not program.descendants(), "the end of the decoder", timeout=2 * REST)
+    wait_for(lambda: not descendants(program.process.pid), "the end of the decoder", timeout=2 * REST)
     time.sleep(REST)
     return samples.take(), open_files(program.process.pid)
 
@@ -259,24 +265,17 @@ def grow(life, services, samples, ends, program, minutes, figures):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", type=pathlib.Path, required=True)
-    parser.add_argument("--output", type=pathlib.Path, required=True)
-    parser.add_argument("--minutes", type=float, default=60.0)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--smoke", action="store_true")
-    arguments = parser.parse_args()
+    arguments = parse_options(
+        __doc__, output="build/soak", minutes={"type": float, "default": 60.0},
+        seed={"type": int, "default": 1}, smoke={"action": "store_true"})
     arguments.output.mkdir(parents=True, exist_ok=True)
     figures = Figures()
     with SiteServer({**demo_sites(), **hostile_sites()}) as server, \
             DesktopSession(environment=server.proxy_environment()) as session:
-        session.start_window_manager()
-        session.start_notifyd()
-        session.start_panel()
-        program = Program(session, arguments.program).start()
-        program.wait_until_started()
+        session.start_desktop()
+        program = Program(session, arguments.program).start().wait_until_started()
         StatusItem(session)
-        life = Life(session.home / "Downloads", arguments.seed)
+        life = Life(session.downloads, arguments.seed)
         ends = Ends(session.logs / "glintmark.log", life)
         samples = Samples(program.process.pid, ends, arguments.output / "samples.csv")
         services = Services(session, arguments.seed)
@@ -296,4 +295,5 @@ def main():
     return 1 if figures.failures else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,37 +1,30 @@
-#!/usr/bin/env python3
 """The whole road of a file on a real desktop session. Nothing is faked but the sites' content."""
 
-import argparse
 import pathlib
 import signal
 import subprocess
-import sys
-import unittest
 
-from case import OPTIONS, DesktopTest
-from folderpanel import FolderPanelTest
-from lifecycle import BusRestartTest, EndTest, HomeTest, SessionEndTest, SingleInstanceTest
-from login import LoginTest
-from menu import MenuTest, PointerTest
-from program import (BusMonitor, Program, StatusItem, extended_attribute, pixel, write_link)
-from serviceunit import SystemdUnitTest
-from session import wait_for
-from sites import MAGENTA, TEAL, hostile_sites
-
-__all__ = ["BusRestartTest", "EndTest", "FolderPanelTest", "HomeTest", "LoginTest", "MenuTest",
-           "PointerTest", "SessionEndTest", "SingleInstanceTest",
-           "SystemdUnitTest"]  # run from here
+from tests.desktop.case import OPTIONS, DesktopTest
+from tests.harness.bus_monitor import BusMonitor
+from tests.harness.link_file import icon_name, write_link
+from tests.harness.log_lines import NO_ICON, NO_LINK, STOPPED
+from tests.harness.pictures import pixel
+from tests.harness.processes import descendants
+from tests.harness.program import Program
+from tests.harness.session import NOTIFICATIONS
+from tests.harness.sites import MAGENTA, TEAL, hostile_sites
+from tests.harness.status_item import StatusItem
+from tests.harness.waiting import wait_for
 
 
 class WholeRoadTest(DesktopTest):
     def test_a_dropped_link_gets_its_icon_a_notification_and_shows_in_an_open_window(self):
         write_link(self.desktop / "Old.webloc", "http://glint.example/")
-        self.start_desktop()
-        notifications = BusMonitor(self.session, "org.freedesktop.Notifications", "Notify")
+        self.session.start_desktop()
+        notifications = BusMonitor(self.session, NOTIFICATIONS, "Notify")
         self.start_program()
-        self.session.open_file_manager("thunar", self.downloads)
-        link = self.drop("My Site.webloc", "http://glint.example/")
-        self.wait_until_applied(link)
+        self.session.open_file_manager(self.downloads)
+        link = self.drop_and_wait("My Site.webloc")
 
         with self.subTest("the log lines in their order"):
             self.assertEqual(self.program.lines(), [
@@ -82,36 +75,33 @@ class WholeRoadTest(DesktopTest):
                                             ("  ~/Downloads", False), (None, True)])
             self.assertEqual(len(entries), 12)
         with self.subTest("the file that was there before"):
-            self.assertIsNone(extended_attribute(self.desktop / "Old.webloc"))
+            self.assertIsNone(icon_name(self.desktop / "Old.webloc"))
 
     def test_quit_from_the_menu_ends_the_program_and_all_it_started(self):
-        self.start_desktop()
+        self.session.start_desktop()
         self.start_program()
-        link = self.drop("a.webloc", "http://glint.example/")
-        self.wait_until_applied(link)
-        descendants = self.program.descendants()
+        self.drop_and_wait("a.webloc")
+        started = descendants(self.program.process.pid)
         item = StatusItem(self.session)
         item.click(item.labels()[-1])
         self.assertEqual(self.program.process.wait(5), 0)
-        self.assertEqual(self.program.lines()[-1], "Glintmark: ファイル監視停止")
-        wait_for(lambda: not [pid for pid in descendants if pathlib.Path(f"/proc/{pid}").exists()],
+        self.assertEqual(self.program.lines()[-1], STOPPED)
+        wait_for(lambda: not [pid for pid in started if pathlib.Path(f"/proc/{pid}").exists()],
                  "end of the program's children")
 
 
 class WithoutDesktopTest(DesktopTest):
     def test_without_panel_daemon_or_manager_icons_are_set_all_the_same(self):
         self.start_program()
-        link = self.drop("m.webloc", "http://manifest.example/")
-        self.wait_until_applied(link)
+        link = self.drop_and_wait("m.webloc", "http://manifest.example/")
         self.assertEqual(pixel(self.stored_icon(link), 256, 256), (*TEAL, 255))
         self.assertEqual(self.program.terminate(), 0)
 
     def test_without_a_session_bus_icons_are_set_all_the_same(self):
         self.session.end("dbus-daemon")
         self.start_program()
-        link = self.drop("m.webloc", "http://manifest.example/")
-        self.wait_until_applied(link)
-        self.assertIsNotNone(extended_attribute(link))
+        link = self.drop_and_wait("m.webloc", "http://manifest.example/")
+        self.assertIsNotNone(icon_name(link))
 
     def test_a_second_start_says_so_and_ends(self):
         self.start_program()
@@ -124,8 +114,8 @@ class WithoutDesktopTest(DesktopTest):
             with self.subTest(how.name):
                 self.start_program()
                 self.assertEqual(self.program.terminate(how), 0)
-                self.assertEqual(self.program.lines()[-1], "Glintmark: ファイル監視停止")
-                (self.session.logs / "glintmark.log").unlink()
+                self.assertEqual(self.program.lines()[-1], STOPPED)
+                self.program.clear_log()
 
 
 class BadInputTest(DesktopTest):
@@ -141,12 +131,12 @@ class BadInputTest(DesktopTest):
         odd = self.drop("odd.webloc", "not a link")
         for path in (broken, huge):
             self.program.wait_for_line(f"Glintmark: plistパース失敗 → {path}")
-            self.program.wait_for_line(f"Glintmark: URL extraction failed → {path}")
+            self.program.wait_for_line(f"{NO_LINK}{path}")
         self.program.wait_for_line(f"Glintmark: ファイル読み込み失敗 → {folder}")
-        self.program.wait_for_line(f"Glintmark: URL extraction failed → {folder}")
-        self.program.wait_for_line("Glintmark: Favicon fetch failed → not a link")
-        self.assertIsNone(extended_attribute(odd))
-        self.wait_until_applied(self.drop("good.webloc", "http://glint.example/"))
+        self.program.wait_for_line(f"{NO_LINK}{folder}")
+        self.program.wait_for_line(f"{NO_ICON}not a link")
+        self.assertIsNone(icon_name(odd))
+        self.drop_and_wait("good.webloc")
 
     def test_each_bad_site_ends_in_one_failure_line_and_the_program_goes_on(self):
         self.server.sites.update(hostile_sites())
@@ -154,29 +144,14 @@ class BadInputTest(DesktopTest):
         for host in hostile_sites():
             self.drop(f"{host}.webloc", f"http://{host}/")
         for host in hostile_sites():
-            line = f"Glintmark: Favicon fetch failed → http://{host}/"
+            line = f"{NO_ICON}http://{host}/"
             self.program.wait_for_line(line, timeout=90)
             self.assertEqual(self.program.lines_about(f"http://{host}/"),
                              [f"Glintmark: URL → http://{host}/", line])
-        self.wait_until_applied(self.drop("good.webloc", "http://glint.example/"))
+        self.drop_and_wait("good.webloc")
 
     def test_a_percent_sign_in_a_name_is_expanded(self):
         self.start_program()
         self.drop("100%d.webloc", "http://glint.example/")
         self.program.wait_for_line(f"Glintmark: Icon applied → {self.downloads}/1000.webloc")
-        self.assertIsNotNone(extended_attribute(self.downloads / "100%d.webloc"))
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", required=True, type=pathlib.Path)
-    parser.add_argument("--output", required=True, type=pathlib.Path)
-    parser.add_argument("tests", nargs="*", help="names of single tests")
-    arguments = parser.parse_args()
-    OPTIONS.program = arguments.program.resolve()
-    OPTIONS.output = arguments.output.resolve()
-    unittest.main(argv=[sys.argv[0], "-v", *arguments.tests])
-
-
-if __name__ == "__main__":
-    main()
+        self.assertIsNotNone(icon_name(self.downloads / "100%d.webloc"))

@@ -6,7 +6,7 @@ DEADLINE = 60.0  # seconds; generous, since a loaded or instrumented program is 
 POLL_INTERVAL = 0.02
 
 
-class TimedOut(Exception):
+class TimedOut(AssertionError):
     """A condition did not come true in time."""
 
 

@@ -85,3 +85,10 @@ def crop(png, box, margin=0):
     left, top = max(left - margin, 0), max(top - margin, 0)
     subprocess.run(["mogrify", "-crop", f"{width + 2 * margin}x{height + 2 * margin}+{left}+{top}",
                     "+repage", str(png)], check=True)
+
+
+def pixel(png, x, y):
+    """The straight RGBA value of one pixel."""
+    text = subprocess.run(["convert", str(png), "-depth", "8", "-crop", f"1x1+{x}+{y}", "rgba:-"],
+                          check=True, stdout=subprocess.PIPE).stdout
+    return tuple(text)

@@ -1,23 +1,15 @@
-#!/usr/bin/env python3
 """Makes calls of the built program fail, each in turn, and takes away what a process needs: it must
 live, keep what it has, and go on when all is well again. A short run by default; --full for the whole.
 
-    run.py [--program PROGRAM] [--faults LIBRARY] [--full] [NAME ...]
+    python3 -m tests.faults [--program PROGRAM] [--faults LIBRARY] [--full] [NAME ...]
 """
 
-import argparse
 import concurrent.futures
-import pathlib
 import sys
-import time
 
-from faulty_program import Failed, TimedOut  # isort: skip, since it makes the others importable
-import endings
-import icon_faults
-import process_faults
-import session
-import settings_faults
-import watch_faults
+from tests.faults import endings, icon_faults, process_faults, settings_faults, watch_faults
+from tests.harness.options import absolute_path, parse_options
+from tests.harness.steps import run_step
 
 AT_ONCE = 10
 
@@ -47,31 +39,15 @@ STEPS = {  # the longest first
 }
 
 
-def parse_arguments():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--program", default="build/release/glintmark", type=pathlib.Path)
-    parser.add_argument("--faults", default="build/release/faults.so", type=pathlib.Path)
-    parser.add_argument("--full", action="store_true")
-    parser.add_argument("names", nargs="*", metavar="NAME", help=", ".join(STEPS))
-    return parser.parse_args()
-
-
-def run(name, options):
-    """Whether it held; says how it went."""
-    begin = time.monotonic()
-    try:
-        held, said = True, STEPS[name](options)
-    except (Failed, TimedOut, session.TimedOut) as failure:
-        held, said = False, f"FAILED: {failure}"
-    print(f"{name:9} {said} ({time.monotonic() - begin:.1f} s)", flush=True)
-    return held
-
-
 def main():
-    options = parse_arguments()
+    options = parse_options(
+        __doc__, faults={"type": absolute_path, "default": "build/release/faults.so"},
+        full={"action": "store_true"},
+        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(STEPS)})
     # At once, since they mostly wait.
     with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-        held = list(pool.map(lambda name: run(name, options), options.names or STEPS))
+        held = list(pool.map(
+            lambda name: run_step(name, STEPS[name], options), options.names or STEPS))
     return 0 if all(held) else 1
 
 

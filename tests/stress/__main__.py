@@ -1,33 +1,30 @@
-#!/usr/bin/env python3
 """Drives the built program over real folders and checks its log: each new link file is reported
 exactly once, and nothing else. A short run by default; --full for the whole.
 
-    watching.py [--program PROGRAM] [--full] [--seconds S] [--seed N] [--place FOLDER] [NAME ...]
+    python3 -m tests.stress [--full] [--seconds S] [--seed N] [--place FOLDER] [NAME ...]
 
 Names: life, lost, paths, burst, overflow, limit.
 """
 
-import argparse
 import collections
 import contextlib
 import os
-import pathlib
 import signal
 import subprocess
 import sys
 import time
 
-from bare_program import BareProgram, SystemLimit, TimedOut, wait_for, watches_of
-from folder_life import FolderLife
+from tests.harness.bare_program import BareProgram
+from tests.harness.inotify import SystemLimit, watches_of
+from tests.harness.options import absolute_path, parse_options
+from tests.harness.steps import Failed, run_step
+from tests.harness.waiting import TimedOut, wait_for
+from tests.stress.folder_life import FolderLife
 
 ROUND_SECONDS = 4.0  # of life between two looks at the log; more than the program's fixed delays
 ACTS_AT_ONCE = 12
 SHORT_QUEUE = 64  # events
 FEW_WATCHES = 200
-
-
-class Failed(Exception):
-    """The program said too much or too little."""
 
 
 def sample(paths):
@@ -98,7 +95,7 @@ def live(options, loses_events):
             populate(folder)
         (program.home / "Home.webloc").touch()
         sentinels = Sentinels(program)
-        program.add_folders([shortcut, late, sentinels.folder])
+        program.settings.store_extra_folders([shortcut, late, sentinels.folder])
         life = FolderLife([program.desktop, program.downloads, shortcut, late], outside,
                           program.dead_link, options.seed)
         life.take_inventory(program.home)
@@ -225,34 +222,23 @@ STRESSES = {
 }
 
 
-def parse_arguments():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--program", default="build/release/glintmark", type=pathlib.Path)
-    parser.add_argument("--full", action="store_true", help="1,000 paths, 20,000 files, 2 minutes")
-    parser.add_argument("--seconds", type=float, help="of random life")
-    parser.add_argument("--seed", type=int, default=int(time.time()))
-    parser.add_argument("--place", type=pathlib.Path, help="where to make the folders ($TMPDIR)")
-    parser.add_argument("names", nargs="*", metavar="NAME", help=", ".join(STRESSES))
-    options = parser.parse_args()
+def main():
+    options = parse_options(
+        __doc__,
+        full={"action": "store_true", "help": "1,000 paths, 20,000 files, 2 minutes"},
+        seconds={"type": float, "help": "of random life"},
+        seed={"type": int, "default": int(time.time())},
+        place={"type": absolute_path, "help": "where to make the folders ($TMPDIR)"},
+        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(STRESSES)})
     options.seconds = options.seconds or (120.0 if options.full else 3.0)
     options.rounds = 1000 if options.full else 100
     options.directories = 1000 if options.full else 100
     options.files = 20 * options.directories
-    return options
-
-
-def main():
-    options = parse_arguments()
-    failures = 0
-    for name in options.names or STRESSES:
-        begin = time.monotonic()
-        try:
-            said = STRESSES[name](options)
-        except (Failed, TimedOut) as failure:
-            failures += 1
-            said = f"FAILED (seed {options.seed}): {failure}"
-        print(f"{name:9} {said} ({time.monotonic() - begin:.1f} s)", flush=True)
-    return 1 if failures else 0
+    held = [run_step(name, STRESSES[name], options) for name in options.names or STRESSES]
+    if all(held):
+        return 0
+    print(f"The seed was {options.seed}.")
+    return 1
 
 
 if __name__ == "__main__":

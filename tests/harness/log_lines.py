@@ -1,0 +1,12 @@
+"""The beginnings of the program's log lines; the path or address follows."""
+
+STARTED = "Glintmark: Started. Watching: "
+STOPPED = "Glintmark: ファイル監視停止"
+REPORTED = "Glintmark: 新規webloc検知 → "
+NO_LINK = "Glintmark: URL extraction failed → "
+NO_ICON = "Glintmark: Favicon fetch failed → "
+ICON_SET = "Glintmark: アイコン適用成功 → "
+ICON_NOT_SET = "Glintmark: アイコン適用失敗 → "
+APPLIED = "Glintmark: Icon applied → "
+FOLDER_ADDED = "Glintmark: Folder added → "
+FOLDER_REMOVED = "Glintmark: Folder removed → "
