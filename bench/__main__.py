@@ -26,58 +26,120 @@ timeout = 3600  # seconds, for one program
 
 # One benchmark each, in the order of the page.
 questions = [
-    Question("resident", "What does the program cost while it waits?",
-             "Beside its limits: 1 is the limit.",
-             "PSS after a fetch|private memory after a fetch|wake-ups a minute|start to.*median",
-             "times the limit", beside="limit"),
-    Question("idle", "What does waiting cost beside other programs of the status bar?",
-             "All at once in one session, as multiples of glintmark's; on this account libraries "
-             "that several of them load count less for each of them.",
-             "PSS|private memory|wake-ups a minute|processor time a minute", "times glintmark's",
-             beside="glintmark", logarithmic=True),
-    Question("finding", "How many icons are found, how large, and at what cost?",
-             "Beside finders for Node, over the same sites on loopback, as multiples of "
-             "glintmark's. A finder without a service beside the site it looks at. A drawing "
-             "counts as 512 pixels; the decoder's processor time and memory are in glintmark's.",
-             "icons found|of .* pixels or more|median width|time a site|processor time a site|memory",
-             "times glintmark's", beside="glintmark", logarithmic=True),
-    Question("fetching", "What does finding an icon cost beside libcurl alone?",
-             "A bare loop around libcurl does the same requests, each as soon as the one that it "
-             "waits for has ended, so its time is that of the longest chain.",
-             "processor time, times.*|time beyond.*", "times the limit", beside="limit"),
-    Question("URLSessionBench", "What does the HTTP client cost beside libcurl alone?",
-             "The same requests through the session and through a bare loop around libcurl.",
-             "processor time, times libcurl's", "processor time, times libcurl's"),
-    Question("PageExtractionBench", "How long does the search of a page take?",
-             "Pages of 10 MB, beside the parsers of gumbo and libxml2, which read it into a tree. 1 is "
-             "the limit of a second. A parser at 10,000 ms had not ended by then, or died.",
-             "10 MB", "times the limit of 1 s", beside="limit",
-             logarithmic=True),
-    Question("ImageDecodingBench", "What does it take to decode an icon and scale it to 512 pixels?",
-             "In the sandbox, in the calling process (unboxed), and with gdk-pixbuf, "
-             "which has no sandbox and scales bilinearly.", "median", "times gdk-pixbuf's",
-             beside="gdk-pixbuf"),
-    Question("BombsBench", "How long do image bombs take, and how much memory?",
-             "Processor time and memory of the process tree, beside their limits.",
-             "processor time|memory of the process tree", "times the limit", beside="limit",
-             logarithmic=True),
-    Question("IconSettingBench", "How long is the main thread held while a file gets its icon?",
-             "Encoding, hashing, thumbnails and all writing, for three kinds of pictures.",
-             "median", "times the limit", beside="limit"),
-    Question("WatchingBench", "What does watching cost beside a bare loop?",
-             "A loop that opens, reads and watches each directory is the least that any "
-             "program can do.", "walk, times the bare loop's", "times the bare loop"),
-    Question("PollBench", "What does a poll of 100,000 entries cost beside a bare read?",
-             "The limit is that of other files; known link files must be looked up besides.",
-             "read, times the bare one", "times a bare read"),
-    Question("watching", "What does the whole program take for many directories, beside its peers?",
-             "Proportional memory and the processor time of the set-up, as multiples of glintmark's.",
-             "PSS|set-up, processor time", "times glintmark's", beside="glintmark",
-             logarithmic=True),
-    Question("road", "How do many links fare that are dropped at once?",
-             "Each from a site of its own that answers every request after 50 ms.",
-             "all done after|process tree, most|main thread held, longest|added.*", "times the limit",
-             beside="limit", logarithmic=True),
+    Question(
+        "resident",
+        "What does the program cost while it waits?",
+        "Beside its limits: 1 is the limit.",
+        "PSS after a fetch|private memory after a fetch|wake-ups a minute|start to.*median",
+        "times the limit",
+        beside="limit",
+    ),
+    Question(
+        "idle",
+        "What does waiting cost beside other programs of the status bar?",
+        "All at once in one session, as multiples of glintmark's; on this account libraries "
+        "that several of them load count less for each of them.",
+        "PSS|private memory|wake-ups a minute|processor time a minute",
+        "times glintmark's",
+        beside="glintmark",
+        logarithmic=True,
+    ),
+    Question(
+        "finding",
+        "How many icons are found, how large, and at what cost?",
+        "Beside finders for Node, over the same sites on loopback, as multiples of "
+        "glintmark's. A finder without a service beside the site it looks at. A drawing "
+        "counts as 512 pixels; the decoder's processor time and memory are in glintmark's.",
+        "icons found|of .* pixels or more|median width|time a site|processor time a site|memory",
+        "times glintmark's",
+        beside="glintmark",
+        logarithmic=True,
+    ),
+    Question(
+        "fetching",
+        "What does finding an icon cost beside libcurl alone?",
+        "A bare loop around libcurl does the same requests, each as soon as the one that it "
+        "waits for has ended, so its time is that of the longest chain.",
+        "processor time, times.*|time beyond.*",
+        "times the limit",
+        beside="limit",
+    ),
+    Question(
+        "URLSessionBench",
+        "What does the HTTP client cost beside libcurl alone?",
+        "The same requests through the session and through a bare loop around libcurl.",
+        "processor time, times libcurl's",
+        "processor time, times libcurl's",
+    ),
+    Question(
+        "PageExtractionBench",
+        "How long does the search of a page take?",
+        "Pages of 10 MB, beside the parsers of gumbo and libxml2, which read it into a tree. 1 is "
+        "the limit of a second. A parser at 10,000 ms had not ended by then, or died.",
+        "10 MB",
+        "times the limit of 1 s",
+        beside="limit",
+        logarithmic=True,
+    ),
+    Question(
+        "ImageDecodingBench",
+        "What does it take to decode an icon and scale it to 512 pixels?",
+        "In the sandbox, in the calling process (unboxed), and with gdk-pixbuf, "
+        "which has no sandbox and scales bilinearly.",
+        "median",
+        "times gdk-pixbuf's",
+        beside="gdk-pixbuf",
+    ),
+    Question(
+        "BombsBench",
+        "How long do image bombs take, and how much memory?",
+        "Processor time and memory of the process tree, beside their limits.",
+        "processor time|memory of the process tree",
+        "times the limit",
+        beside="limit",
+        logarithmic=True,
+    ),
+    Question(
+        "IconSettingBench",
+        "How long is the main thread held while a file gets its icon?",
+        "Encoding, hashing, thumbnails and all writing, for three kinds of pictures.",
+        "median",
+        "times the limit",
+        beside="limit",
+    ),
+    Question(
+        "WatchingBench",
+        "What does watching cost beside a bare loop?",
+        "A loop that opens, reads and watches each directory is the least that any "
+        "program can do.",
+        "walk, times the bare loop's",
+        "times the bare loop",
+    ),
+    Question(
+        "PollBench",
+        "What does a poll of 100,000 entries cost beside a bare read?",
+        "The limit is that of other files; known link files must be looked up besides.",
+        "read, times the bare one",
+        "times a bare read",
+    ),
+    Question(
+        "watching",
+        "What does the whole program take for many directories, beside its peers?",
+        "Proportional memory and the processor time of the set-up, as multiples of glintmark's.",
+        "PSS|set-up, processor time",
+        "times glintmark's",
+        beside="glintmark",
+        logarithmic=True,
+    ),
+    Question(
+        "road",
+        "How do many links fare that are dropped at once?",
+        "Each from a site of its own that answers every request after 50 ms.",
+        "all done after|process tree, most|main thread held, longest|added.*",
+        "times the limit",
+        beside="limit",
+        logarithmic=True,
+    ),
 ]
 
 
@@ -89,12 +151,14 @@ def facts(arguments):
     model = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
     memory = re.search(r"MemTotal:\s*(\d+)", pathlib.Path("/proc/meminfo").read_text())
     system = shell(". /etc/os-release && echo $PRETTY_NAME")
-    return [f"Machine: {os.cpu_count()} x {model.group(1) if model else platform.machine()}, "
-            f"{int(memory.group(1)) / 2**20:.0f} GiB, {system}, Linux {platform.release()}, "
-            f"{shell('g++ --version | head -n 1')}",
-            f"Source: {shell('git rev-parse --short HEAD')}",
-            "Command: `" + " ".join(["scripts/bench", *arguments]) + "`",
-            f"Load of the machine at the end: {os.getloadavg()[0]:.1f}"]
+    return [
+        f"Machine: {os.cpu_count()} x {model.group(1) if model else platform.machine()}, "
+        f"{int(memory.group(1)) / 2**20:.0f} GiB, {system}, Linux {platform.release()}, "
+        f"{shell('g++ --version | head -n 1')}",
+        f"Source: {shell('git rev-parse --short HEAD')}",
+        "Command: `" + " ".join(["scripts/bench", *arguments]) + "`",
+        f"Load of the machine at the end: {os.getloadavg()[0]:.1f}",
+    ]
 
 
 def command_of(name):
@@ -110,13 +174,21 @@ def run(question, smoke):
     figures.unlink(missing_ok=True)
     begin = time.monotonic()
     try:
-        held = subprocess.run([*command, "--json", figures] + ["--smoke"] * smoke,
-                              timeout=timeout).returncode == 0
+        held = (
+            subprocess.run(
+                [*command, "--json", figures] + ["--smoke"] * smoke, timeout=timeout
+            ).returncode
+            == 0
+        )
     except subprocess.TimeoutExpired:
         print("took too long")
         held = False
-    record = {"command": " ".join(command), "held": held, "seconds": time.monotonic() - begin,
-              "figures": json.loads(figures.read_text()) if figures.exists() else []}
+    record = {
+        "command": " ".join(command),
+        "held": held,
+        "seconds": time.monotonic() - begin,
+        "figures": json.loads(figures.read_text()) if figures.exists() else [],
+    }
     if not smoke:
         (results / f"{name}.json").write_text(json.dumps(record, indent=1))
     return held
@@ -127,8 +199,9 @@ def write_page(arguments):
     for question in questions:
         path = results / f"{question.benchmark}.json"
         if path.exists():
-            records.append({"name": question.benchmark, "question": question,
-                            **json.loads(path.read_text())})
+            records.append(
+                {"name": question.benchmark, "question": question, **json.loads(path.read_text())}
+            )
     report.write(pathlib.Path("docs/benchmarks.md"), facts(arguments), records)
 
 
@@ -136,15 +209,22 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--smoke", action="store_true")
     parser.add_argument("--page", action="store_true")
-    parser.add_argument("names", nargs="*", metavar="NAME",
-                        help=", ".join(question.benchmark for question in questions))
+    parser.add_argument(
+        "names",
+        nargs="*",
+        metavar="NAME",
+        help=", ".join(question.benchmark for question in questions),
+    )
     arguments = parser.parse_args()
     groups = "build test session bench" + ("" if arguments.smoke else " plot peers")
     build = f". scripts/lib.sh && install_missing {groups} && build bench benchmarks"
     subprocess.run(["bash", "-ec", build], check=True)
     results.mkdir(exist_ok=True)
-    held = [run(question, arguments.smoke) for question in questions
-            if not arguments.names or question.benchmark in arguments.names]
+    held = [
+        run(question, arguments.smoke)
+        for question in questions
+        if not arguments.names or question.benchmark in arguments.names
+    ]
     if arguments.page or not (arguments.names or arguments.smoke):
         write_page(sys.argv[1:])
     return 0 if all(held) else 1

@@ -21,9 +21,14 @@ MOST_BEYOND = 10  # milliseconds
 
 
 def fetch_all(wanted, server):
-    done = subprocess.run(["build/bench/find-icons", "--bare"], stdout=subprocess.PIPE, text=True,
-                          input="".join(site.link + "\n" for site in wanted), check=True,
-                          env={**os.environ, **server.proxy_environment()})
+    done = subprocess.run(
+        ["build/bench/find-icons", "--bare"],
+        stdout=subprocess.PIPE,
+        text=True,
+        input="".join(site.link + "\n" for site in wanted),
+        check=True,
+        env={**os.environ, **server.proxy_environment()},
+    )
     *fetches, whole = [json.loads(line) for line in done.stdout.splitlines()]
     return fetches, whole
 
@@ -39,13 +44,18 @@ def main():
 
     def per_site(name):
         """The median over all rounds of each site; then over the sites."""
-        return [statistics.median(site) for site in
-                zip(*([fetch[name] for fetch in fetches] for fetches, _ in rounds))]
+        return [
+            statistics.median(site)
+            for site in zip(*([fetch[name] for fetch in fetches] for fetches, _ in rounds))
+        ]
+
     figures = Figures()
     bare = sum(per_site("bareProcessorMs"))
     own = sum(per_site("processorMs"))
     decoder = statistics.median(whole["decoderMs"] for _, whole in rounds)
-    figures.add("requests", sum(fetch["requests"] for fetch in rounds[0][0]) / len(wanted), "a site")
+    figures.add(
+        "requests", sum(fetch["requests"] for fetch in rounds[0][0]) / len(wanted), "a site"
+    )
     figures.add("processor time", bare / len(wanted), "ms a site", of="libcurl")
     figures.add("processor time", own / len(wanted), "ms a site")
     figures.add("processor time of the image decoder", decoder / len(wanted), "ms a site")
@@ -54,9 +64,12 @@ def main():
     times, bare_times = per_site("ms"), per_site("bareMs")
     figures.add("time, median", statistics.median(bare_times), "ms", of="libcurl")
     figures.add("time, median", statistics.median(times), "ms")
-    figures.add("time beyond the bare requests, median",
-                statistics.median(own - bare for own, bare in zip(times, bare_times)), "ms",
-                MOST_BEYOND)
+    figures.add(
+        "time beyond the bare requests, median",
+        statistics.median(own - bare for own, bare in zip(times, bare_times)),
+        "ms",
+        MOST_BEYOND,
+    )
     return figures.finish(arguments)
 
 

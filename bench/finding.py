@@ -19,9 +19,11 @@ from bench.finding_sites import site_server, sites, width_of
 from bench.options import parse_bench_options
 from tests.harness.figures import Figures
 
-PACKAGES = {"page-icon": ["page-icon@0.4.0"],
-            "metascraper-logo-favicon": ["metascraper@5.49.24", "metascraper-logo-favicon@5.49.24"],
-            "parse-favicon": ["parse-favicon@7.0.1"]}
+PACKAGES = {
+    "page-icon": ["page-icon@0.4.0"],
+    "metascraper-logo-favicon": ["metascraper@5.49.24", "metascraper-logo-favicon@5.49.24"],
+    "parse-favicon": ["parse-favicon@7.0.1"],
+}
 LARGE = 128  # pixels
 PATIENCE = 600  # seconds, for one round of a finder
 
@@ -38,16 +40,27 @@ def install_packages():
     if not stamp.exists() or stamp.read_text().split() != wanted:
         folder.mkdir(parents=True, exist_ok=True)
         (folder / "package.json").write_text("{}")
-        subprocess.run(["npm", "install", "--no-audit", "--no-fund", "--loglevel=error", *wanted],
-                       cwd=folder, check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(
+            ["npm", "install", "--no-audit", "--no-fund", "--loglevel=error", *wanted],
+            cwd=folder,
+            check=True,
+            stdout=subprocess.DEVNULL,
+        )
         stamp.write_text("\n".join(wanted))
     return True
 
 
 def ask(command, links, environment=None):
     """A line for each link, and what the finder says of the whole run."""
-    done = subprocess.run(command, input="\n".join(links) + "\n", stdout=subprocess.PIPE, text=True,
-                          env={**os.environ, **(environment or {})}, timeout=PATIENCE, check=True)
+    done = subprocess.run(
+        command,
+        input="\n".join(links) + "\n",
+        stdout=subprocess.PIPE,
+        text=True,
+        env={**os.environ, **(environment or {})},
+        timeout=PATIENCE,
+        check=True,
+    )
     *found, whole = [json.loads(line) for line in done.stdout.splitlines()]
     return found, whole
 
@@ -62,14 +75,27 @@ def measure(name, rounds, wanted, figures, server):
 
     def over_rounds(value):
         return statistics.median(map(value, rounds))
+
     add("icons found", 100 * sum(width > 0 for width in widths) / len(widths), "%")
-    add(f"of {LARGE} pixels or more", 100 * sum(width >= LARGE for width in widths) / len(widths), "%")
+    add(
+        f"of {LARGE} pixels or more",
+        100 * sum(width >= LARGE for width in widths) / len(widths),
+        "%",
+    )
     add("median width", statistics.median(widths), "pixels")
-    add("wrongly named", sum(line["icon"] is not None and width_of(server, line["icon"]) == 0
-                             for line in found), "sites")
-    add("time a site", over_rounds(
-        lambda one: statistics.median(line["ms"] for line in one[0])), "ms")
-    add("time of all sites", over_rounds(lambda one: sum(line["ms"] for line in one[0])) / 1000, "s")
+    add(
+        "wrongly named",
+        sum(line["icon"] is not None and width_of(server, line["icon"]) == 0 for line in found),
+        "sites",
+    )
+    add(
+        "time a site",
+        over_rounds(lambda one: statistics.median(line["ms"] for line in one[0])),
+        "ms",
+    )
+    add(
+        "time of all sites", over_rounds(lambda one: sum(line["ms"] for line in one[0])) / 1000, "s"
+    )
     add("processor time a site", over_rounds(processor_of_a_site), "ms")
     add("memory", over_rounds(lambda one: one[1]["megabytes"]), "MB")
 
@@ -77,8 +103,9 @@ def measure(name, rounds, wanted, figures, server):
 def processor_of_a_site(one_round):
     """The median, and the image decoder's share, where there is one."""
     found, whole = one_round
-    return (statistics.median(line["processorMs"] for line in found) +
-            whole.get("decoderMs", 0) / len(found))
+    return statistics.median(line["processorMs"] for line in found) + whole.get(
+        "decoderMs", 0
+    ) / len(found)
 
 
 def show_kinds(wanted, results, server):
@@ -98,10 +125,14 @@ def main():
     with site_server(wanted) as server:
         commands = {"glintmark": (["build/bench/find-icons"], server.proxy_environment())}
         if not arguments.smoke and install_packages():
-            commands |= {name: (["node", "bench/finders.mjs", name, folder, str(server.port)], None)
-                         for name in PACKAGES}
-        results = {name: [ask(*command[:1], links, command[1]) for _ in range(arguments.rounds)]
-                   for name, command in commands.items()}
+            commands |= {
+                name: (["node", "bench/finders.mjs", name, folder, str(server.port)], None)
+                for name in PACKAGES
+            }
+        results = {
+            name: [ask(*command[:1], links, command[1]) for _ in range(arguments.rounds)]
+            for name, command in commands.items()
+        }
     show_kinds(wanted, results, server)
     figures.add("sites", len(wanted), "")
     for name, rounds in results.items():

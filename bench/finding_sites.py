@@ -19,9 +19,17 @@ SLOW = 1.0
 HUGE = 1_000_000  # bytes
 VECTOR_WIDTH = 512  # a drawing fits any size
 MOST_REDIRECTS = 5
-TYPES = {"png": "image/png", "ico": "image/x-icon", "svg": "image/svg+xml", "html": "text/html",
-         "json": "application/manifest+json", "jpg": "image/jpeg", "webp": "image/webp",
-         "gif": "image/gif", "webmanifest": "application/manifest+json"}
+TYPES = {
+    "png": "image/png",
+    "ico": "image/x-icon",
+    "svg": "image/svg+xml",
+    "html": "text/html",
+    "json": "application/manifest+json",
+    "jpg": "image/jpeg",
+    "webp": "image/webp",
+    "gif": "image/gif",
+    "webmanifest": "application/manifest+json",
+}
 
 
 @dataclasses.dataclass
@@ -41,11 +49,14 @@ class Site:
 
 # ---- pictures -----------------------------------------------------------------------------------
 
+
 @functools.cache
 def png_bytes(width, height):
     """A gradient."""
-    rows = [b"".join(bytes((255 * x // width, 255 * y // height, 90, 255)) for x in range(width))
-            for y in range(height)]
+    rows = [
+        b"".join(bytes((255 * x // width, 255 * y // height, 90, 255)) for x in range(width))
+        for y in range(height)
+    ]
     return image_files.png(width, height, rows)
 
 
@@ -63,13 +74,19 @@ def ico(*edges):
 @functools.cache
 def other_format(name, width):
     """By ImageMagick."""
-    body = subprocess.run(["convert", "-size", f"{width}x{width}", "plasma:blue-red", f"{name}:-"],
-                          check=True, stdout=subprocess.PIPE).stdout
+    body = subprocess.run(
+        ["convert", "-size", f"{width}x{width}", "plasma:blue-red", f"{name}:-"],
+        check=True,
+        stdout=subprocess.PIPE,
+    ).stdout
     return Answer(body, width=width)
 
 
-SVG = Answer(b'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 16 16">'
-             b'<circle cx="8" cy="8" r="7" fill="#1f6feb"/></svg>', width=VECTOR_WIDTH)
+SVG = Answer(
+    b'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 16 16">'
+    b'<circle cx="8" cy="8" r="7" fill="#1f6feb"/></svg>',
+    width=VECTOR_WIDTH,
+)
 
 
 # ---- pages --------------------------------------------------------------------------------------
@@ -78,9 +95,12 @@ FILLER = '<div class="card"><p>Words and <b>more</b> words.</p><img src="a.jpg" 
 
 
 def page(*tags, status=200, body=FILLER * 100, **more):
-    text = ('<!DOCTYPE html><html lang="en"><head><meta charset="utf-8"><title>A site</title>'
-            '<link rel="stylesheet" href="/style.css">\n' + "\n".join(tags) +
-            f"\n</head><body>{body}</body></html>")
+    text = (
+        '<!DOCTYPE html><html lang="en"><head><meta charset="utf-8"><title>A site</title>'
+        '<link rel="stylesheet" href="/style.css">\n'
+        + "\n".join(tags)
+        + f"\n</head><body>{body}</body></html>"
+    )
     return Answer(text.encode(), status, TYPES["html"], **more)
 
 
@@ -105,6 +125,9 @@ def several(answer, *paths):
 
 
 # ---- the sites ----------------------------------------------------------------------------------
+
+# Each site is laid out by hand: a table that a reader can scan.
+# fmt: off
 
 def favicon_sites():
     at = "/favicon.ico"
@@ -278,6 +301,9 @@ def trouble_sites():
         "nothing at all": {"/": page()},
         "nothing, and no page": {},
     }
+
+
+# fmt: on
 
 
 def sites():

@@ -64,6 +64,7 @@ def start_own(session, executable):
 def measure(pids, seconds, figures):
     def of_all(ask):
         return {name: sum(map(ask, family(pid))) for name, pid in pids.items()}
+
     wakes, used = of_all(wake_ups), of_all(processor_seconds)
     time.sleep(seconds)
     more_wakes, more_used = of_all(wake_ups), of_all(processor_seconds)
@@ -73,8 +74,12 @@ def measure(pids, seconds, figures):
         figures.add("PSS", proportional, "MB", of=name)
         figures.add("private memory", private, "MB", of=name)
         figures.add("wake-ups a minute", (more_wakes[name] - wakes[name]) / minutes, "", of=name)
-        figures.add("processor time a minute", (more_used[name] - used[name]) / minutes * 1000, "ms",
-                    of=name)
+        figures.add(
+            "processor time a minute",
+            (more_used[name] - used[name]) / minutes * 1000,
+            "ms",
+            of=name,
+        )
 
 
 def main():

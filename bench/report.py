@@ -67,6 +67,7 @@ def most_of(row):
 
 # ---- tables -------------------------------------------------------------------------------------
 
+
 def shown(value):
     if value == 0 or value == int(value) and abs(value) < 1e6:
         return f"{int(value):,}"
@@ -82,16 +83,24 @@ def table(figures):
     for (at, what, unit), row in rows_of(figures).items():
         cells = [shown(row[name]["value"]) if name in row else "" for name in subjects]
         most = most_of(row)
-        if most is not None and any(figure["value"] > most for figure in row.values()
-                                    if figure["most"] is not None):
+        if most is not None and any(
+            figure["value"] > most for figure in row.values() if figure["most"] is not None
+        ):
             cells[0] = f"**{cells[0]}**"
         name = f"{what} ({unit})" if unit else what
-        lines.append("| " + " | ".join(([html.escape(at)] if has_cases else []) + [
-            html.escape(name), *cells, shown(most) if most is not None else ""]) + " |")
+        lines.append(
+            "| "
+            + " | ".join(
+                ([html.escape(at)] if has_cases else [])
+                + [html.escape(name), *cells, shown(most) if most is not None else ""]
+            )
+            + " |"
+        )
     return lines
 
 
 # ---- plots --------------------------------------------------------------------------------------
+
 
 def divisor(question, row):
     """What the figures of a row are multiples of; none where that is not known."""
@@ -106,14 +115,20 @@ def divisor(question, row):
 def plotted_rows(question, figures):
     """[label, series -> multiple] for each group of bars: the series are whose the figures are, or,
     where all are of one, the figures."""
-    rows = [(at, what, row, divisor(question, row))
-            for (at, what, _), row in rows_of(figures).items() if re.fullmatch(question.what, what)]
+    rows = [
+        (at, what, row, divisor(question, row))
+        for (at, what, _), row in rows_of(figures).items()
+        if re.fullmatch(question.what, what)
+    ]
     whats = {what for _, what, _, _ in rows}
     cases = {at for at, _, _, _ in rows}
     groups = {}
     for at, what, row, by in rows:
-        values = {name: figure["value"] / by for name, figure in row.items()
-                  if by and name != question.beside}
+        values = {
+            name: figure["value"] / by
+            for name, figure in row.items()
+            if by and name != question.beside
+        }
         if len(values) == 1 and len(whats) > 1 and len(cases) > 1:
             groups.setdefault(at, {})[what] = next(iter(values.values()))
         elif values:
@@ -128,8 +143,11 @@ def line_of(question, figures):
         return 1, "the limit"
     if question.beside:
         return 1, question.beside
-    limits = {most_of(row) for (_, what, _), row in rows_of(figures).items()
-              if re.fullmatch(question.what, what)} - {None}
+    limits = {
+        most_of(row)
+        for (_, what, _), row in rows_of(figures).items()
+        if re.fullmatch(question.what, what)
+    } - {None}
     return (limits.pop(), "the limit") if len(limits) == 1 else (None, "")
 
 
@@ -137,10 +155,12 @@ def gnuplot_line(question, figures):
     height, text = line_of(question, figures)
     if height is None:
         return ""
-    return (f'set arrow from graph 0, first {height} to graph 1, first {height} nohead '
-            f'linecolor "#cf222e" linewidth 2 dashtype 2 front\n'
-            f'set label "{text}" at graph 1, first {height} right offset -0.5,0.6 '
-            f'textcolor "#cf222e" front')
+    return (
+        f"set arrow from graph 0, first {height} to graph 1, first {height} nohead "
+        f'linecolor "#cf222e" linewidth 2 dashtype 2 front\n'
+        f'set label "{text}" at graph 1, first {height} right offset -0.5,0.6 '
+        f'textcolor "#cf222e" front'
+    )
 
 
 def scale(question, rows, figures):
@@ -156,39 +176,62 @@ def scale(question, rows, figures):
 def plot(question, title, figures, file):
     rows = plotted_rows(question, figures)
     names = sorted(dict.fromkeys(name for _, row in rows for name in row), key=lambda n: n != OWN)
-    data = "\n".join('"' + label.replace('"', "'") + '" ' + " ".join(
-        str(row[name]) if row.get(name, 0) > 0 else "NaN" for name in names) for label, row in rows)
+    data = "\n".join(
+        '"'
+        + label.replace('"', "'")
+        + '" '
+        + " ".join(str(row[name]) if row.get(name, 0) > 0 else "NaN" for name in names)
+        for label, row in rows
+    )
     colours = COLOURS[1:] if question.beside == OWN else COLOURS
     series = ", ".join(
         f'$data using {number + 2}:xtic(1) title "{name}" linecolor "{colours[number % len(colours)]}"'
-        for number, name in enumerate(names))
+        for number, name in enumerate(names)
+    )
     fits = max(len(label) for label, _ in rows) * len(rows) <= LETTERS_IN_A_LINE
     script = f"$data << END\n{data}\nEND\n" + PLOT.format(
-        file=file, title=title, label=question.label, series=series,
+        file=file,
+        title=title,
+        label=question.label,
+        series=series,
         width=max(760, 22 * len(rows) * (len(names) + 1)),
         key="outside bottom center horizontal Left reverse" if len(names) > 1 else "off",
         labels="norotate center" if fits else "rotate by 35 right",
-        margin=LEAST_MARGIN if fits else max(LEAST_MARGIN, len(rows[0][0]) - SLANTED_LETTERS_BESIDE),
-        scale=scale(question, rows, figures), line=gnuplot_line(question, figures))
+        margin=LEAST_MARGIN
+        if fits
+        else max(LEAST_MARGIN, len(rows[0][0]) - SLANTED_LETTERS_BESIDE),
+        scale=scale(question, rows, figures),
+        line=gnuplot_line(question, figures),
+    )
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
 # ---- the page -----------------------------------------------------------------------------------
+
 
 def summary(results):
     lines = ["| Question | Limits | Time |", "|---|---|---|"]
     for result in results:
         held = "held" if result["held"] else "**missed**"
         name = result["name"]
-        lines.append(f"| [{result['question'].text}](#{name.lower()}) | {held} "
-                     f"| {result['seconds']:.0f} s |")
+        lines.append(
+            f"| [{result['question'].text}](#{name.lower()}) | {held} "
+            f"| {result['seconds']:.0f} s |"
+        )
     return lines
 
 
 def section(result, folder):
     question, name = result["question"], result["name"]
-    lines = ["", f"## {name}", "", f"{question.text} {question.answer}", "",
-             f"`{result['command']}`", ""]
+    lines = [
+        "",
+        f"## {name}",
+        "",
+        f"{question.text} {question.answer}",
+        "",
+        f"`{result['command']}`",
+        "",
+    ]
     if not result["figures"]:
         return [*lines, "It wrote no figures."]
     plot(question, question.text, result["figures"], folder / f"{name}.svg")
@@ -199,9 +242,16 @@ def write(page, facts, results):
     """`results`: name, question, command, seconds, held and figures of each benchmark."""
     folder = page.with_suffix("")
     folder.mkdir(exist_ok=True)
-    lines = ["# Benchmarks", "",
-             "Written by `scripts/bench`, which builds and runs everything under `bench/`. A figure in "
-             "bold is over its limit.", "", *(f"- {fact}" for fact in facts), "", *summary(results)]
+    lines = [
+        "# Benchmarks",
+        "",
+        "Written by `scripts/bench`, which builds and runs everything under `bench/`. A figure in "
+        "bold is over its limit.",
+        "",
+        *(f"- {fact}" for fact in facts),
+        "",
+        *summary(results),
+    ]
     for result in results:
         lines += section(result, folder)
     page.write_text("\n".join(lines) + "\n")

@@ -30,16 +30,20 @@ MOST_START = 0.040  # seconds, median
 def time_of_start(session, executable, number):
     """Seconds until the program's call of the watcher is on the bus."""
     monitor = f"monitor-{number}"
-    session.spawn(monitor, ["dbus-monitor", "--session", "--profile",
-                            "member='RegisterStatusNotifierItem'"])
+    session.spawn(
+        monitor, ["dbus-monitor", "--session", "--profile", "member='RegisterStatusNotifierItem'"]
+    )
     wait_for(lambda: "NameAcquired" in session.log(monitor), "the monitor")
     program = Program(session, executable, name=f"glintmark-{number}")
     begin = time.time()
     program.start()
 
     def registered():
-        found = re.search(r"^mc\t([\d.]+)\t.*RegisterStatusNotifierItem", session.log(monitor), re.M)
+        found = re.search(
+            r"^mc\t([\d.]+)\t.*RegisterStatusNotifierItem", session.log(monitor), re.M
+        )
         return float(found[1]) if found else None
+
     end = wait_for(registered, "the item's registration")
     program.terminate()
     session.end(monitor)

@@ -56,6 +56,7 @@ DONE = re.compile(rf"^(?:{ICON_SET}|{NO_ICON})(.*)$", re.M)
 
 # ---- the sites -------------------------------------------------------------------------------
 
+
 class ManySites(WebServer):
     """Every host has a page with one icon, a flat picture whose colour follows from its name."""
 
@@ -83,6 +84,7 @@ def answer_to(url):
 
 # ---- calls over the bus, without a process each ----------------------------------------------
 
+
 class Caller(threading.Thread):
     """Asks the item for a property again and again; `waits` holds how long each answer took."""
 
@@ -101,8 +103,13 @@ class Caller(threading.Thread):
     def run(self):
         while self.going:
             begin = time.monotonic()
-            self._call("com.quorvel.Glintmark", ITEM, "org.freedesktop.DBus.Properties", "Get",
-                       ("org.kde.StatusNotifierItem", "Status"))
+            self._call(
+                "com.quorvel.Glintmark",
+                ITEM,
+                "org.freedesktop.DBus.Properties",
+                "Get",
+                ("org.kde.StatusNotifierItem", "Status"),
+            )
             self.waits.append(time.monotonic() - begin)
             time.sleep(CALL_INTERVAL)
 
@@ -113,8 +120,12 @@ class Caller(threading.Thread):
         for text in texts:
             body += b"\0" * (-len(body) % 4) + struct.pack("<I", len(text)) + text.encode() + b"\0"
         fields = b""
-        for code, kind, text in ((1, b"o", path), (2, b"s", interface), (3, b"s", member),
-                                 (6, b"s", destination)):
+        for code, kind, text in (
+            (1, b"o", path),
+            (2, b"s", interface),
+            (3, b"s", member),
+            (6, b"s", destination),
+        ):
             fields += b"\0" * (-len(fields) % 8)
             fields += struct.pack("<B", code) + b"\1" + kind + b"\0"
             fields += struct.pack("<I", len(text)) + text.encode() + b"\0"
@@ -142,6 +153,7 @@ class Caller(threading.Thread):
 
 # ---- how long the main thread is held: HeldTime.cpp ------------------------------------------
 
+
 class HeldTime:
     FIGURES = struct.Struct("ddQQ")
 
@@ -162,6 +174,7 @@ class HeldTime:
 
 # ---- the measurement -------------------------------------------------------------------------
 
+
 def tree_megabytes(pid):
     return sum(memory_megabytes(member)[0] for member in [pid, *descendants(pid)])
 
@@ -181,15 +194,17 @@ def measure_alone(executable, links, server, figures):
     with desktop_session(server) as session:
         Program(session, executable).start().wait_until_started()
         for number in range(links):
-            time.sleep(number % 4 * 0.7)  # so that the poll does not come at the same moment each time
+            time.sleep(
+                number % 4 * 0.7
+            )  # so that the poll does not come at the same moment each time
             begin = time.monotonic()
-            write_link(session.downloads / f"{number}.webloc",
-                       f"http://site-{number}.example/")
+            write_link(session.downloads / f"{number}.webloc", f"http://site-{number}.example/")
             while len(DONE.findall(session.log("glintmark"))) <= number:
                 time.sleep(0.001)
             added.append(time.monotonic() - begin - FIXED_DELAYS - LONGEST_CHAIN * ANSWER_AFTER)
-    figures.add("added by the program, median", statistics.median(added), "s", MOST_ADDED,
-                at="a link alone")
+    figures.add(
+        "added by the program, median", statistics.median(added), "s", MOST_ADDED, at="a link alone"
+    )
 
 
 def measure(executable, held_time_library, count, server, silent, figures):
@@ -221,10 +236,20 @@ def measure(executable, held_time_library, count, server, silent, figures):
         longest, by_itself, _, too_long = held.figures()
         at = f"{count:,} links" if count > 1 else "1 link"
         figures.add("all done after", seconds, "s", most_seconds, at=at)
-        figures.add("without exactly one end",
-                    count - sum(times == 1 for times in applied.values()), "", 0, at=at)
-        figures.add("failed", sum(path.startswith("http") for path in applied), "",
-                    count if silent else 0, at=at)
+        figures.add(
+            "without exactly one end",
+            count - sum(times == 1 for times in applied.values()),
+            "",
+            0,
+            at=at,
+        )
+        figures.add(
+            "failed",
+            sum(path.startswith("http") for path in applied),
+            "",
+            count if silent else 0,
+            at=at,
+        )
         figures.add("process tree, most", memory, "MB", MOST_MEGABYTES, at=at)
         figures.add("main thread held, longest", by_itself, "s", MOST_HELD, at=at)
         figures.add("main thread held too long", too_long, "times", at=at)
@@ -236,8 +261,11 @@ def measure(executable, held_time_library, count, server, silent, figures):
 
 def main():
     arguments = parse_bench_options(
-        __doc__, links={"default": "1,100,1000,5000"}, silent={"action": "store_true"},
-        held_time={"type": pathlib.Path, "default": "build/bench/bench/libheld_time.so"})
+        __doc__,
+        links={"default": "1,100,1000,5000"},
+        silent={"action": "store_true"},
+        held_time={"type": pathlib.Path, "default": "build/bench/bench/libheld_time.so"},
+    )
     if arguments.smoke:
         arguments.links = "1"
     figures = Figures()
@@ -246,8 +274,9 @@ def main():
             links = 1 if arguments.smoke else LINKS_ALONE
             measure_alone(arguments.program, links, server, figures)
         for count in map(int, arguments.links.split(",")):
-            measure(arguments.program, arguments.held_time, count, server, arguments.silent,
-                    figures)
+            measure(
+                arguments.program, arguments.held_time, count, server, arguments.silent, figures
+            )
     return figures.finish(arguments)
 
 

@@ -84,10 +84,14 @@ def enough_watches(directories):
     needed = directories + SPARE_WATCHES
     before = int((LIMITS / "max_user_watches").read_text())
     with contextlib.ExitStack() as stack:
-        if before < needed and not stack.enter_context(
-                SystemLimit("max_user_watches", needed)).changed:
-            sys.exit(f"fs.inotify.max_user_watches is {before}, too low for {directories} directories: "
-                     f"run `sysctl fs.inotify.max_user_watches={needed}` as root")
+        if (
+            before < needed
+            and not stack.enter_context(SystemLimit("max_user_watches", needed)).changed
+        ):
+            sys.exit(
+                f"fs.inotify.max_user_watches is {before}, too low for {directories} directories: "
+                f"run `sysctl fs.inotify.max_user_watches={needed}` as root"
+            )
         yield
 
 
@@ -125,12 +129,18 @@ def measure_rest(pid, seconds, at, figures):
     before = wake_ups(pid), wake_ups(pid, STREAM_THREAD), processor_seconds(pid)
     time.sleep(seconds)
     minutes = seconds / 60
-    figures.add("wake-ups at rest", (wake_ups(pid) - before[0]) / minutes, "a minute", MOST_WAKE_UPS,
-                at=at)
-    figures.add("wake-ups of the stream's thread", wake_ups(pid, STREAM_THREAD) - before[1], "", 0,
-                at=at)
-    figures.add("processor time at rest", (processor_seconds(pid) - before[2]) / minutes * 1000,
-                "ms a minute", at=at)
+    figures.add(
+        "wake-ups at rest", (wake_ups(pid) - before[0]) / minutes, "a minute", MOST_WAKE_UPS, at=at
+    )
+    figures.add(
+        "wake-ups of the stream's thread", wake_ups(pid, STREAM_THREAD) - before[1], "", 0, at=at
+    )
+    figures.add(
+        "processor time at rest",
+        (processor_seconds(pid) - before[2]) / minutes * 1000,
+        "ms a minute",
+        at=at,
+    )
 
 
 def fswatch(folder, _):
@@ -138,14 +148,32 @@ def fswatch(folder, _):
 
 
 def inotifywait(folder, _):
-    return ["inotifywait", "--monitor", "--recursive", "--quiet", "--quiet", "-e",
-            "create,moved_to,move_self", str(folder)]
+    return [
+        "inotifywait",
+        "--monitor",
+        "--recursive",
+        "--quiet",
+        "--quiet",
+        "-e",
+        "create,moved_to,move_self",
+        str(folder),
+    ]
 
 
 def watchman(_, scratch):
-    return ["watchman", "--foreground", "--no-save-state", "--sockname", f"{scratch}/socket",
-            "--statefile", f"{scratch}/state", "--logfile", f"{scratch}/log",
-            "--pidfile", f"{scratch}/pid"]
+    return [
+        "watchman",
+        "--foreground",
+        "--no-save-state",
+        "--sockname",
+        f"{scratch}/socket",
+        "--statefile",
+        f"{scratch}/state",
+        "--logfile",
+        f"{scratch}/log",
+        "--pidfile",
+        f"{scratch}/pid",
+    ]
 
 
 PEERS = (fswatch, inotifywait, watchman)
@@ -159,13 +187,27 @@ def measure_peer(peer, program, at, figures):
     # A socket's path is short, and its folder must be one's own.
     with tempfile.TemporaryDirectory(prefix="glintmark-bench-") as scratch:
         begin = time.monotonic()
-        process = subprocess.Popen(peer(program.desktop, scratch), stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        process = subprocess.Popen(
+            peer(program.desktop, scratch),
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
         try:
             if peer is watchman:
                 wait_for(pathlib.Path(scratch, "socket").exists, "watchman's socket")
-                subprocess.run(["watchman", "--no-spawn", "--sockname", f"{scratch}/socket", "watch",
-                                str(program.desktop)], check=True, stdout=subprocess.DEVNULL)
+                subprocess.run(
+                    [
+                        "watchman",
+                        "--no-spawn",
+                        "--sockname",
+                        f"{scratch}/socket",
+                        "watch",
+                        str(program.desktop),
+                    ],
+                    check=True,
+                    stdout=subprocess.DEVNULL,
+                )
             measure_set_up(process.pid, begin, name, at, figures)
         finally:
             process.terminate()
@@ -199,8 +241,12 @@ def measure_latency(options, figures):
             late.append(program.reports()[-1][0] - made - sum(FIXED_DELAYS))
             sleeper.join()
         bare = statistics.median(sleeps)
-        figures.add("latency beyond the fixed delays, median", statistics.median(late) * 1000, "ms",
-                    (MOST_LATENCY + bare) * 1000)
+        figures.add(
+            "latency beyond the fixed delays, median",
+            statistics.median(late) * 1000,
+            "ms",
+            (MOST_LATENCY + bare) * 1000,
+        )
         figures.add("lateness of bare sleeps, median", bare * 1000, "ms")
         figures.add("latency beyond the fixed delays, worst", max(late) * 1000, "ms")
 
@@ -223,8 +269,9 @@ def measure_burst(options, figures):
         figures.add("burst: files reported twice", len(paths) - len(set(paths)), "", 0)
         figures.add("burst: making the files", made - begin, "s")
         figures.add("burst: last report after the last file", last - made, "s")
-        watching = (processor_seconds(program.process.pid, STREAM_THREAD) +
-                    processor_seconds(program.process.pid, QUEUE_THREAD))
+        watching = processor_seconds(program.process.pid, STREAM_THREAD) + processor_seconds(
+            program.process.pid, QUEUE_THREAD
+        )
         figures.add("burst: files per second of watching", BURST_FILES / watching, "")
 
 
@@ -240,11 +287,17 @@ def measure_poll(options, figures):
         before = processor_seconds(pid, QUEUE_THREAD), main_thread_seconds(pid)
         polls = 3
         time.sleep(polls * POLL_INTERVAL)
-        figures.add("poll of a large folder, watcher's queue",
-                    (processor_seconds(pid, QUEUE_THREAD) - before[0]) / polls * 1000, "ms")
-        figures.add("poll of a large folder, main thread",
-                    (main_thread_seconds(pid) - before[1]) / polls * 1000, "ms",
-                    MOST_MAIN_THREAD * 1000)
+        figures.add(
+            "poll of a large folder, watcher's queue",
+            (processor_seconds(pid, QUEUE_THREAD) - before[0]) / polls * 1000,
+            "ms",
+        )
+        figures.add(
+            "poll of a large folder, main thread",
+            (main_thread_seconds(pid) - before[1]) / polls * 1000,
+            "ms",
+            MOST_MAIN_THREAD * 1000,
+        )
 
 
 MEASUREMENTS = {
@@ -257,10 +310,12 @@ MEASUREMENTS = {
 
 def main():
     options = parse_bench_options(
-        __doc__, directories={"default": "1000,10000,100000"},
+        __doc__,
+        directories={"default": "1000,10000,100000"},
         rest={"type": float, "default": 60.0, "help": "seconds of rest to look at"},
         place={"type": pathlib.Path, "default": "/var/tmp", "help": "where to make the trees"},
-        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(MEASUREMENTS)})
+        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(MEASUREMENTS)},
+    )
     options.sizes = [int(number) for number in options.directories.split(",")]
     if options.smoke:
         options.sizes, options.rest, options.names = [100], 1.0, ["tree", "latency"]

@@ -25,8 +25,9 @@ class DesktopTest(unittest.TestCase):
         folder.mkdir(parents=True)
         self.pictures = folder
         self.server = self.enterContext(SiteServer(demo_sites()))
-        self.session = self.enterContext(DesktopSession(
-            root=folder / "session", environment=self.server.proxy_environment()))
+        self.session = self.enterContext(
+            DesktopSession(root=folder / "session", environment=self.server.proxy_environment())
+        )
         self.desktop = self.session.desktop
         self.downloads = self.session.downloads
         self.program = Program(self.session, OPTIONS.program)
@@ -45,9 +46,11 @@ class DesktopTest(unittest.TestCase):
         applications.mkdir(parents=True, exist_ok=True)
         (applications / "note-address.desktop").write_text(
             "[Desktop Entry]\nType=Application\nName=Notes\nExec=note-address %u\n"
-            "MimeType=text/html;x-scheme-handler/http;x-scheme-handler/https;\n")
+            "MimeType=text/html;x-scheme-handler/http;x-scheme-handler/https;\n"
+        )
         (self.session.config_home / "mimeapps.list").write_text(
-            "[Default Applications]\ntext/html=note-address.desktop\n")
+            "[Default Applications]\ntext/html=note-address.desktop\n"
+        )
         return notes
 
     def start_program(self):

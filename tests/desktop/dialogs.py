@@ -23,7 +23,8 @@ class DialogSession(DesktopSession):
 
     def __init__(self, executable, service):
         super().__init__(
-            screen=SCREEN, environment={"GLINTMARK_FAVICON_SERVICE": "", "GTK_USE_PORTAL": "0"})
+            screen=SCREEN, environment={"GLINTMARK_FAVICON_SERVICE": "", "GTK_USE_PORTAL": "0"}
+        )
         self._executable = executable
         self._service = service
 
@@ -45,8 +46,12 @@ class DialogSession(DesktopSession):
         if self._service != "kdialog":
             return {}
         # Outside its own desktop kdialog shows Qt's dialog, which enters a folder and never takes it.
-        return {"PATH": str(self.programs), "XDG_CURRENT_DESKTOP": "KDE",
-                "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5"}
+        return {
+            "PATH": str(self.programs),
+            "XDG_CURRENT_DESKTOP": "KDE",
+            "KDE_FULL_SESSION": "true",
+            "KDE_SESSION_VERSION": "5",
+        }
 
     def open_dialog(self):
         """Gives the command until it is heeded, since it is not while the last dialog's program
@@ -59,8 +64,11 @@ class DialogSession(DesktopSession):
     def _ask_for_dialog(self, before):
         self.item.click(ADD_FOLDER)
         try:
-            return wait_for(lambda: next((w for w in self.windows(TITLE) if w not in before), None),
-                            "a dialog", 5.0)
+            return wait_for(
+                lambda: next((w for w in self.windows(TITLE) if w not in before), None),
+                "a dialog",
+                5.0,
+            )
         except TimedOut:
             return None
 

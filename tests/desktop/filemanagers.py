@@ -38,7 +38,8 @@ def show_in_open_view(view, executable, output):
     """Drops a link into a folder that the view shows already. What was seen, in words; the picture
     lies in `output`."""
     with SiteServer(demo_sites()) as server, DesktopSession(
-            environment=server.proxy_environment() | {"XDG_CURRENT_DESKTOP": view.desktop}) as session:
+        environment=server.proxy_environment() | {"XDG_CURRENT_DESKTOP": view.desktop}
+    ) as session:
         folder = session.desktop
         (folder / "Notes.txt").write_text("A file beside the link.\n")
         program = Program(session, executable).start().wait_until_started()

@@ -25,13 +25,28 @@ COMMON = ("Atlas", "News")  # colours that the window around has as well
 
 def drawn_icon(colour, shapes):
     return subprocess.run(
-        ["convert", "-size", "256x256", "xc:none", "-fill", colour,
-         "-draw", "roundrectangle 8,8 248,248 52,52", "-fill", "white", "-draw", shapes, "png:-"],
-        check=True, stdout=subprocess.PIPE).stdout
+        [
+            "convert",
+            "-size",
+            "256x256",
+            "xc:none",
+            "-fill",
+            colour,
+            "-draw",
+            "roundrectangle 8,8 248,248 52,52",
+            "-fill",
+            "white",
+            "-draw",
+            shapes,
+            "png:-",
+        ],
+        check=True,
+        stdout=subprocess.PIPE,
+    ).stdout
 
 
 def rgb(colour):
-    return tuple(int(colour[i:i + 2], 16) for i in (1, 3, 5))
+    return tuple(int(colour[i : i + 2], 16) for i in (1, 3, 5))
 
 
 def sites():
@@ -45,8 +60,9 @@ def sites():
 
 
 def show_folder(executable, output):
-    with SiteServer(sites()) as server, \
-            DesktopSession(environment=server.proxy_environment()) as session:
+    with SiteServer(sites()) as server, DesktopSession(
+        environment=server.proxy_environment()
+    ) as session:
         session.disable(NOTIFICATIONS)
         session.start_window_manager()
         program = Program(session, executable).start().wait_until_started()
@@ -58,9 +74,16 @@ def show_folder(executable, output):
         path = output / "folder.png"
         session.wait_until_still(path, period=6.0, timeout=60)
         # The icons and their names, without the window around them.
-        boxes = [find_colour(path, rgb(colour)) for name, colour, _ in SITES
-                 if name not in COMMON]
+        boxes = [find_colour(path, rgb(colour)) for name, colour, _ in SITES if name not in COMMON]
         left, top = min(box.left for box in boxes), min(box.top for box in boxes)
-        crop(path, (left, top, max(box.right for box in boxes) - left,
-                    max(box.bottom for box in boxes) - top), margin=30)
+        crop(
+            path,
+            (
+                left,
+                top,
+                max(box.right for box in boxes) - left,
+                max(box.bottom for box in boxes) - top,
+            ),
+            margin=30,
+        )
         return "six links with their sites' icons"

@@ -166,8 +166,7 @@ class EndTest(LifecycleTest):
 
 class SingleInstanceTest(LifecycleTest):
     def test_of_many_starts_at_once_one_stays(self):
-        programs = [Program(self.session, self.executable, name=f"start{i}")
-                    for i in range(6)]
+        programs = [Program(self.session, self.executable, name=f"start{i}") for i in range(6)]
         for program in programs:
             program.start()
         wait_for(lambda: sum(p.process.poll() is not None for p in programs) == 5, "five ends")
@@ -191,8 +190,9 @@ class SingleInstanceTest(LifecycleTest):
         for program in programs:
             program.start().wait_until_started()
         self.session.start_bus()
-        ended = wait_for(lambda: next((p for p in programs if p.process.poll() is not None), None),
-                         "an end", 90)
+        ended = wait_for(
+            lambda: next((p for p in programs if p.process.poll() is not None), None), "an end", 90
+        )
         self.assertEqual(ended.process.returncode, 0)
         self.assertEqual(ended.output()[-2:], ["Glintmark is running already.", STOPPED])
         self.session.wait_for_bus_name(OWN_NAME)
@@ -273,10 +273,10 @@ class HomeTest(LifecycleTest):
         shared.mkdir()
         self.provide_dialog_program(f"echo {shared}")
         script = self.session.stand_in(
-            "start", f"set -e\nmount --make-rprivate /\n{preparation}\nexec {self.executable}")
+            "start", f"set -e\nmount --make-rprivate /\n{preparation}\nexec {self.executable}"
+        )
         self.session.start_desktop()
-        self.program.process = self.session.spawn("glintmark",
-                                                  ["unshare", "--mount", str(script)])
+        self.program.process = self.session.spawn("glintmark", ["unshare", "--mount", str(script)])
         self.program.wait_until_started()
         return shared
 
@@ -287,7 +287,8 @@ class HomeTest(LifecycleTest):
         users.write_text(f"root:x:0:0::{self.session.home}:/bin/sh\n")
         shared = self.start_with(
             f"mount --bind {users} /etc/passwd\ncd {elsewhere}\nexport HOME=\n"
-            "for name in CONFIG DATA CACHE; do export XDG_${name}_HOME=here; done")
+            "for name in CONFIG DATA CACHE; do export XDG_${name}_HOME=here; done"
+        )
         StatusItem(self.session).click(ADD_FOLDER)
         self.program.wait_for_line(f"{FOLDER_ADDED}{shared}")
         link = self.drop_and_wait("a.webloc")
@@ -322,11 +323,15 @@ class HomeTest(LifecycleTest):
         self.session.settings.store_extra_folders([])
         home = self.session.home
         self.check_goes_on(
-            self.start_with(f"mount --bind {home} {home}\nmount -o remount,bind,ro {home}"))
+            self.start_with(f"mount --bind {home} {home}\nmount -o remount,bind,ro {home}")
+        )
 
     def test_a_full_disk_loses_nothing_and_the_program_goes_on(self):
         home, folder = self.session.home, self.session.config_home / "glintmark"
-        self.check_goes_on(self.start_with(
-            f"mount -t tmpfs -o size=64k none {home}\nmkdir -p {folder} {self.desktop}\n"
-            f"printf '%s' '{SETTINGS}' >{folder}/defaults.json\n"
-            f"head -c 1000000 /dev/zero >{home}/filler 2>/dev/null || true"))
+        self.check_goes_on(
+            self.start_with(
+                f"mount -t tmpfs -o size=64k none {home}\nmkdir -p {folder} {self.desktop}\n"
+                f"printf '%s' '{SETTINGS}' >{folder}/defaults.json\n"
+                f"head -c 1000000 /dev/zero >{home}/filler 2>/dev/null || true"
+            )
+        )

@@ -20,13 +20,17 @@ class LoginTest(DesktopTest):
         def look():
             path = self.session.screenshot(self.pictures / "tray.png")
             return sum(Picture(path, TRAY).ink()) >= SHOWN
+
         wait_for(look, "the item's picture on the panel")
 
     def wait_for_notification(self):
         """A window of the notification daemon."""
-        wait_for(lambda: self.session.run(
-            ["xdotool", "search", "--onlyvisible", "--class", "xfce4-notifyd"], check=False),
-            "a notification on the screen")
+        wait_for(
+            lambda: self.session.run(
+                ["xdotool", "search", "--onlyvisible", "--class", "xfce4-notifyd"], check=False
+            ),
+            "a notification on the screen",
+        )
 
     def test_the_panel_and_the_daemon_come_after_the_program_and_restart(self):
         self.session.disable(NOTIFICATIONS)

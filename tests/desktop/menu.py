@@ -61,8 +61,9 @@ class MenuCase(DesktopTest):
         """Stand-ins for what the commands start, but a real file manager."""
         self.pages = self.stand_in_browser()
         self.session.disable(PORTAL)
-        self.session.activate_with("org.freedesktop.FileManager1",
-                                   f"{shutil.which('thunar')} --daemon")
+        self.session.activate_with(
+            "org.freedesktop.FileManager1", f"{shutil.which('thunar')} --daemon"
+        )
 
     def choose_in_dialog(self, folder):
         """The next folder dialog answers with `folder`."""
@@ -73,6 +74,7 @@ class MenuCase(DesktopTest):
         def look():
             lines = self.pages.read_text().splitlines() if self.pages.exists() else []
             return lines if len(lines) == count else None
+
         for address in wait_for(look, f"{count} pages opened"):
             self.assertRegex(address, r"^(file://)?/.*/site/index\.html$")
 
@@ -90,8 +92,9 @@ class MenuTest(MenuCase):
         self.program.start()
         wait_for(lambda: len(self.program.lines_about(STARTED)) == 2, "the second start")
         root = str(self.session.root).replace("_", "__")
-        self.check_menu(StatusItem(self.session), "  ~/Links", "  ~/my__links & more",
-                        f"  {root}/copy~/In")
+        self.check_menu(
+            StatusItem(self.session), "  ~/Links", "  ~/my__links & more", f"  {root}/copy~/In"
+        )
 
     def test_every_command_works_and_the_layout_changes_with_the_list(self):
         home = self.session.home
@@ -109,7 +112,12 @@ class MenuTest(MenuCase):
             item.click(CREDIT)
             self.wait_for_pages(2)
         with self.subTest("lines that cannot be chosen do nothing"):
-            for label in ("Watching for new link files", "Watched folders", "  ~/Desktop", "  ~/One"):
+            for label in (
+                "Watching for new link files",
+                "Watched folders",
+                "  ~/Desktop",
+                "  ~/One",
+            ):
                 item.click(label)
         with self.subTest("a folder is shown"):
             item.click(REVEAL, below="  ~/Two")
@@ -118,7 +126,9 @@ class MenuTest(MenuCase):
             item.click(REMOVE, below="  ~/Two")
             self.check_menu(item, "  ~/One", "  ~/Three")
             wait_for(lambda: updates.count() == 1, "one new layout")
-            self.assertEqual(self.session.settings.extra_folders(), [str(home / "One"), str(home / "Three")])
+            self.assertEqual(
+                self.session.settings.extra_folders(), [str(home / "One"), str(home / "Three")]
+            )
             self.program.wait_for_line(f"{FOLDER_REMOVED}{home}/Two")
         with self.subTest("a folder is added"):
             self.choose_in_dialog(home / "Four")

@@ -14,8 +14,9 @@ DAEMONS = ["xfce4-notifyd", "dunst"]
 
 
 def show_notification(daemon, executable, output):
-    with SiteServer(demo_sites()) as server, \
-            DesktopSession(environment=server.proxy_environment()) as session:
+    with SiteServer(demo_sites()) as server, DesktopSession(
+        environment=server.proxy_environment()
+    ) as session:
         if daemon == "dunst":
             session.spawn("dunst", ["dunst"])
             session.wait_for_bus_name(NOTIFICATIONS)
@@ -29,9 +30,11 @@ def show_notification(daemon, executable, output):
         path = output / f"notification-{daemon}.png"
 
         def look():
-            found = session.run(["xdotool", "search", "--onlyvisible", "--class", daemon],
-                                check=False).split()
+            found = session.run(
+                ["xdotool", "search", "--onlyvisible", "--class", daemon], check=False
+            ).split()
             return found[-1] if found else None
+
         window = wait_for(look, "the notification")
         session.wait_until_still(path, period=0.5)
         crop(path, place_of(session, window), margin=4)

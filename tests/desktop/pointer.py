@@ -28,17 +28,26 @@ class OpenMenu:
         def settled():
             path = self._session.screenshot(self._session.root / "menu.png")
             inset = 4  # the border
-            picture = Picture(path, (self.left + inset, self.top + inset,
-                                     self.width - 2 * inset, self.height - 2 * inset))
+            picture = Picture(
+                path,
+                (
+                    self.left + inset,
+                    self.top + inset,
+                    self.width - 2 * inset,
+                    self.height - 2 * inset,
+                ),
+            )
             pictures.append(picture.data)
             self.rows = [self.top + inset + y for y in text_rows(picture)]
             return self.rows and pictures[-SETTLED:] == [picture.data] * SETTLED
+
         wait_for(settled, "a menu that stands still")
         return self
 
     def point(self, row):
-        self._session.run(["xdotool", "mousemove", str(self.left + self.width // 2),
-                           str(self.rows[row])])
+        self._session.run(
+            ["xdotool", "mousemove", str(self.left + self.width // 2), str(self.rows[row])]
+        )
 
     def click(self, row):
         self.point(row)
@@ -52,8 +61,10 @@ class OpenMenu:
 def place_of(session, window):
     """Left, top, width and height of a window's content on the screen."""
     text = session.run(["xwininfo", "-id", str(window)])
-    return [int(re.search(rf"{name}: +(-?\d+)", text)[1])
-            for name in ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")]
+    return [
+        int(re.search(rf"{name}: +(-?\d+)", text)[1])
+        for name in ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")
+    ]
 
 
 def visible_windows(session, lowest):
@@ -62,8 +73,11 @@ def visible_windows(session, lowest):
     found = []
     for line in re.findall(r"^ +(0x[0-9a-f]+) .*? (\d+)x(\d+)\+-?\d+\+-?\d+ ", tree, re.M):
         window, width, height = int(line[0], 16), int(line[1]), int(line[2])
-        if height >= lowest and width >= lowest and "IsViewable" in session.run(
-                ["xwininfo", "-id", str(window)], check=False):
+        if (
+            height >= lowest
+            and width >= lowest
+            and "IsViewable" in session.run(["xwininfo", "-id", str(window)], check=False)
+        ):
             found.append(window)
     return found
 

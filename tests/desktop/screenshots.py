@@ -17,8 +17,12 @@ from tests.harness.options import parse_options
 
 
 def version_of(package):
-    return subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package], check=False,
-                          stdout=subprocess.PIPE, text=True).stdout
+    return subprocess.run(
+        ["dpkg-query", "-W", "-f", "${Version}", package],
+        check=False,
+        stdout=subprocess.PIPE,
+        text=True,
+    ).stdout
 
 
 def shots():
@@ -29,14 +33,21 @@ def shots():
     for panel in PANELS:
         for dark in (False, True):
             made[f"{panel.name}-{'dark' if dark else 'light'}"] = (
-                panel.package, functools.partial(show_item_and_menu, panel, dark))
+                panel.package,
+                functools.partial(show_item_and_menu, panel, dark),
+            )
     for panel, scale, variables in SCALED:
         made[f"{panel.name}-{scale}x"] = (
-            panel.package, functools.partial(show_scaled, panel, scale, variables))
+            panel.package,
+            functools.partial(show_scaled, panel, scale, variables),
+        )
     for daemon in DAEMONS:
         made[f"notification-{daemon}"] = (daemon, functools.partial(show_notification, daemon))
-    for service, package in (("portal", "xdg-desktop-portal-gtk"), ("zenity", "zenity"),
-                             ("kdialog", "kdialog")):
+    for service, package in (
+        ("portal", "xdg-desktop-portal-gtk"),
+        ("zenity", "zenity"),
+        ("kdialog", "kdialog"),
+    ):
         made[f"dialog-{service}"] = (package, functools.partial(choose_folder, service))
     made["folder"] = ("thunar", show_folder)
     return made

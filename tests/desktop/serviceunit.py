@@ -28,8 +28,7 @@ class SystemdUnitTest(DesktopTest):
         place_of_program = units / f"{UNIT}.d" / "built.conf"
         place_of_program.parent.mkdir(parents=True)
         shutil.copy(SOURCE, units)
-        place_of_program.write_text(
-            f"[Service]\nExecStart=\nExecStart={OPTIONS.program}\n")
+        place_of_program.write_text(f"[Service]\nExecStart=\nExecStart={OPTIONS.program}\n")
         self.session.spawn("systemd", ["unshare", "--mount", "sh", "-c", MANAGER])
         wait_for((self.session.runtime / "systemd" / "private").exists, "the user manager")
 
@@ -48,5 +47,7 @@ class SystemdUnitTest(DesktopTest):
         self.assertNotIn(self.property("MainPID"), (first, "0"))
         self.session.wait_for_bus_name("com.quorvel.Glintmark")
         self.systemctl("stop", UNIT)
-        self.assertEqual([self.property(name) for name in ("ActiveState", "Result", "ExecMainStatus")],
-                         ["inactive", "success", "0"])
+        self.assertEqual(
+            [self.property(name) for name in ("ActiveState", "Result", "ExecMainStatus")],
+            ["inactive", "success", "0"],
+        )

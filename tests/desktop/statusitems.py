@@ -78,6 +78,7 @@ def show_item(session, executable, settled):
 
     def look():
         return changed_box(before, session.screenshot(after))
+
     wait_for(look, "the item's picture")
     session.wait_until_still(after)
     box = look()
@@ -91,8 +92,13 @@ def icon_in(path, box):
         return box
     picture = Picture(path, box)
     background = picture.background()
-    columns = [any(max(abs(a - b) for a, b in zip(picture.row(y)[x], background)) > CHANGED
-                   for y in range(height)) for x in range(width)]
+    columns = [
+        any(
+            max(abs(a - b) for a, b in zip(picture.row(y)[x], background)) > CHANGED
+            for y in range(height)
+        )
+        for x in range(width)
+    ]
     runs, start = [], None
     for x, ink in enumerate(columns + [False]):
         if ink and start is None:
@@ -110,12 +116,17 @@ def changed_box(before, after, away_from=None):
     one, other = Picture(before), Picture(after)
     rows, columns = [], set()
     for y in range(one.height):
-        if one.data[3 * y * one.width:3 * (y + 1) * one.width] == \
-                other.data[3 * y * one.width:3 * (y + 1) * one.width]:
+        if (
+            one.data[3 * y * one.width : 3 * (y + 1) * one.width]
+            == other.data[3 * y * one.width : 3 * (y + 1) * one.width]
+        ):
             continue
-        changed = [x for x, (a, b) in enumerate(zip(one.row(y), other.row(y)))
-                   if max(abs(p - q) for p, q in zip(a, b)) > CHANGED
-                   and not (away_from and inside(x, y, away_from))]
+        changed = [
+            x
+            for x, (a, b) in enumerate(zip(one.row(y), other.row(y)))
+            if max(abs(p - q) for p, q in zip(a, b)) > CHANGED
+            and not (away_from and inside(x, y, away_from))
+        ]
         if changed:
             rows.append(y)
             columns.update((changed[0], changed[-1]))
@@ -126,11 +137,17 @@ def changed_box(before, after, away_from=None):
 
 def inside(x, y, box):
     margin = 6  # a panel draws a frame around what the pointer is on
-    return (box[0] - margin <= x < box[0] + box[2] + margin
-            and box[1] - margin <= y < box[1] + box[3] + margin)
+    return (
+        box[0] - margin <= x < box[0] + box[2] + margin
+        and box[1] - margin <= y < box[1] + box[3] + margin
+    )
 
 
 def union(one, other):
     left, top = min(one[0], other[0]), min(one[1], other[1])
-    return (left, top, max(one[0] + one[2], other[0] + other[2]) - left,
-            max(one[1] + one[3], other[1] + other[3]) - top)
+    return (
+        left,
+        top,
+        max(one[0] + one[2], other[0] + other[2]) - left,
+        max(one[1] + one[3], other[1] + other[3]) - top,
+    )

@@ -27,31 +27,37 @@ class WholeRoadTest(DesktopTest):
         link = self.drop_and_wait("My Site.webloc")
 
         with self.subTest("the log lines in their order"):
-            self.assertEqual(self.program.lines(), [
-                "Glintmark: 既存weblocファイル 1 件を記録",
-                f'Glintmark: 監視対象ディレクトリ: ["{self.desktop}", "{self.downloads}"]',
-                "Glintmark: ファイル監視開始（バックグラウンドキュー）",
-                f'Glintmark: Started. Watching: ["{self.desktop}", "{self.downloads}"]',
-                "Glintmark: Notification authorized",
-                f"Glintmark: 新規webloc検知 → {link}",
-                f"Glintmark: webloc detected → {link}",
-                "Glintmark: URL → http://glint.example/",
-                "Glintmark: 採用 → htmlIcon (256x256, 透明: true)",
-                "Glintmark: Favicon fetched → http://glint.example/",
-                f"Glintmark: アイコン適用成功 → {link}",
-                f"Glintmark: Icon applied → {link}",
-            ])
+            self.assertEqual(
+                self.program.lines(),
+                [
+                    "Glintmark: 既存weblocファイル 1 件を記録",
+                    f'Glintmark: 監視対象ディレクトリ: ["{self.desktop}", "{self.downloads}"]',
+                    "Glintmark: ファイル監視開始（バックグラウンドキュー）",
+                    f'Glintmark: Started. Watching: ["{self.desktop}", "{self.downloads}"]',
+                    "Glintmark: Notification authorized",
+                    f"Glintmark: 新規webloc検知 → {link}",
+                    f"Glintmark: webloc detected → {link}",
+                    "Glintmark: URL → http://glint.example/",
+                    "Glintmark: 採用 → htmlIcon (256x256, 透明: true)",
+                    "Glintmark: Favicon fetched → http://glint.example/",
+                    f"Glintmark: アイコン適用成功 → {link}",
+                    f"Glintmark: Icon applied → {link}",
+                ],
+            )
         with self.subTest("the requests"):
-            self.assertCountEqual(self.server.urls("glint.example"), [
-                "http://glint.example/",
-                "http://glint.example/icon-256.png",
-                "http://glint.example/touch.png",
-                "http://glint.example/apple-touch-icon.png",
-                "http://glint.example/manifest.json",
-                "http://glint.example/site.webmanifest",
-                "http://glint.example/manifest.webmanifest",
-                "http://glint.example/favicon.ico",
-            ])
+            self.assertCountEqual(
+                self.server.urls("glint.example"),
+                [
+                    "http://glint.example/",
+                    "http://glint.example/icon-256.png",
+                    "http://glint.example/touch.png",
+                    "http://glint.example/apple-touch-icon.png",
+                    "http://glint.example/manifest.json",
+                    "http://glint.example/site.webmanifest",
+                    "http://glint.example/manifest.webmanifest",
+                    "http://glint.example/favicon.ico",
+                ],
+            )
         with self.subTest("the icon's pixels"):
             icon = self.stored_icon(link)
             size = subprocess.check_output(["identify", "-format", "%wx%h", icon], text=True)
@@ -62,8 +68,7 @@ class WholeRoadTest(DesktopTest):
             icon_uri = self.session.run(["gio", "info", "-a", "metadata::custom-icon", str(link)])
             self.assertIn(self.stored_icon(link).as_uri(), icon_uri)
         with self.subTest("the open window"):
-            self.session.wait_for_colour(MAGENTA, minimum=300,
-                                         picture=self.pictures / "window.png")
+            self.session.wait_for_colour(MAGENTA, minimum=300, picture=self.pictures / "window.png")
         with self.subTest("the notification"):
             wait_for(lambda: "My Site.webloc" in notifications.strings(), "notification")
         with self.subTest("the menu"):
@@ -71,8 +76,15 @@ class WholeRoadTest(DesktopTest):
             self.assertEqual(item.title(), "Glintmark")
             entries = [(label, enabled) for _, label, enabled, _ in item.layout()]
             self.assertRegex(entries[0][0], r"^Glintmark v\d+\.\d+\.\d+$")
-            self.assertEqual(entries[5:9], [("Watched folders", False), ("  ~/Desktop", False),
-                                            ("  ~/Downloads", False), (None, True)])
+            self.assertEqual(
+                entries[5:9],
+                [
+                    ("Watched folders", False),
+                    ("  ~/Desktop", False),
+                    ("  ~/Downloads", False),
+                    (None, True),
+                ],
+            )
             self.assertEqual(len(entries), 12)
         with self.subTest("the file that was there before"):
             self.assertIsNone(icon_name(self.desktop / "Old.webloc"))
@@ -86,8 +98,10 @@ class WholeRoadTest(DesktopTest):
         item.click(item.labels()[-1])
         self.assertEqual(self.program.process.wait(5), 0)
         self.assertEqual(self.program.lines()[-1], STOPPED)
-        wait_for(lambda: not [pid for pid in started if pathlib.Path(f"/proc/{pid}").exists()],
-                 "end of the program's children")
+        wait_for(
+            lambda: not [pid for pid in started if pathlib.Path(f"/proc/{pid}").exists()],
+            "end of the program's children",
+        )
 
 
 class WithoutDesktopTest(DesktopTest):
@@ -146,8 +160,10 @@ class BadInputTest(DesktopTest):
         for host in hostile_sites():
             line = f"{NO_ICON}http://{host}/"
             self.program.wait_for_line(line, timeout=90)
-            self.assertEqual(self.program.lines_about(f"http://{host}/"),
-                             [f"Glintmark: URL → http://{host}/", line])
+            self.assertEqual(
+                self.program.lines_about(f"http://{host}/"),
+                [f"Glintmark: URL → http://{host}/", line],
+            )
         self.drop_and_wait("good.webloc")
 
     def test_a_percent_sign_in_a_name_is_expanded(self):

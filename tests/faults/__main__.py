@@ -41,13 +41,16 @@ STEPS = {  # the longest first
 
 def main():
     options = parse_options(
-        __doc__, faults={"type": absolute_path, "default": "build/release/faults.so"},
+        __doc__,
+        faults={"type": absolute_path, "default": "build/release/faults.so"},
         full={"action": "store_true"},
-        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(STEPS)})
+        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(STEPS)},
+    )
     # At once, since they mostly wait.
     with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-        held = list(pool.map(
-            lambda name: run_step(name, STEPS[name], options), options.names or STEPS))
+        held = list(
+            pool.map(lambda name: run_step(name, STEPS[name], options), options.names or STEPS)
+        )
     return 0 if all(held) else 1
 
 

@@ -95,8 +95,9 @@ def with_silent_sites(options):
 
 def without_its_services(options):
     """In a session: a save that hangs, a notification daemon that is stopped, a bus that is gone."""
-    with SiteServer(good_sites()) as server, \
-            DesktopSession(environment=server.proxy_environment()) as session:
+    with SiteServer(good_sites()) as server, DesktopSession(
+        environment=server.proxy_environment()
+    ) as session:
         settings = Settings(session, options)
         program = Program(session, own_copy(options.program, session.programs))
         settings.program = program

@@ -34,8 +34,16 @@ class Faults:
         """From the call of this number on; once only, unless `last` says otherwise. The order's
         number. `subject` is part of the path that a call is about."""
         place = HEADER.size + self._count * ORDER.size
-        ORDER.pack_into(self._memory, place, function.encode(), subject.encode(), error, first,
-                        first if last is None else last, 0)
+        ORDER.pack_into(
+            self._memory,
+            place,
+            function.encode(),
+            subject.encode(),
+            error,
+            first,
+            first if last is None else last,
+            0,
+        )
         self._count += 1
         HEADER.pack_into(self._memory, 0, self._count, self._seconds())
         return self._count - 1

@@ -21,11 +21,21 @@ AT_ONCE = 6  # programs
 LAST = "last"  # a file of the site of each that failed
 
 # By what a call is about: functions, and errors that they can end with.
-LINK_FILE = {"stat": [errno.EIO], "open": [errno.EMFILE, errno.EIO], "fstat": [errno.EIO],
-             "read": [errno.EIO], "setxattr": [errno.ENOSPC, errno.ENOTSUP],
-             "utimensat": [errno.EPERM]}
-NEW_FILE = {"mkostemps": [errno.EMFILE], "fchmod": [errno.EPERM], "write": [errno.ENOSPC, CUT_SHORT],
-            "rename": [errno.ENOSPC], "close": [errno.EIO]}
+LINK_FILE = {
+    "stat": [errno.EIO],
+    "open": [errno.EMFILE, errno.EIO],
+    "fstat": [errno.EIO],
+    "read": [errno.EIO],
+    "setxattr": [errno.ENOSPC, errno.ENOTSUP],
+    "utimensat": [errno.EPERM],
+}
+NEW_FILE = {
+    "mkostemps": [errno.EMFILE],
+    "fchmod": [errno.EPERM],
+    "write": [errno.ENOSPC, CUT_SHORT],
+    "rename": [errno.ENOSPC],
+    "close": [errno.EIO],
+}
 STORED = {"stat": [errno.EIO], **NEW_FILE}
 STORED_FAULTS = sum(map(len, STORED.values()))
 
@@ -35,8 +45,10 @@ def colour_of(number):
 
 
 def sites():
-    return {f"s{number}.example": {"/favicon.ico": picture(flat_png(32, 32, colour_of(number)))}
-            for number in range(SITES)}
+    return {
+        f"s{number}.example": {"/favicon.ico": picture(flat_png(32, 32, colour_of(number)))}
+        for number in range(SITES)
+    }
 
 
 def address_of(number):
@@ -64,10 +76,14 @@ def clean_run(options, server):
     with FaultyProgram(options, server) as program:
         link = link_of(program, 0)
         program.start()
-        orders = {(kind, function): program.faults.count(function, subject)
-                  for kind, functions, subject in (("link", LINK_FILE, link.name),
-                                                   ("thumbnail", NEW_FILE, thumbnail_name(link)))
-                  for function in functions}
+        orders = {
+            (kind, function): program.faults.count(function, subject)
+            for kind, functions, subject in (
+                ("link", LINK_FILE, link.name),
+                ("thumbnail", NEW_FILE, thumbnail_name(link)),
+            )
+            for function in functions
+        }
         numbers = range(STORED_FAULTS)
         drop_all(program, numbers)
         names = [icon_name(link_of(program, number)) for number in numbers]
@@ -91,8 +107,13 @@ def plan(calls):
 
 def pixel_colours(files):
     """The colour in the middle of each picture, by one run of one command."""
-    command = ["identify", "-format", "%[fx:int(255*p{w/2,h/2}.r+.5)],%[fx:int(255*p{w/2,h/2}.g+.5)],"
-               "%[fx:int(255*p{w/2,h/2}.b+.5)]\n", *map(str, files)]
+    command = [
+        "identify",
+        "-format",
+        "%[fx:int(255*p{w/2,h/2}.r+.5)],%[fx:int(255*p{w/2,h/2}.g+.5)],"
+        "%[fx:int(255*p{w/2,h/2}.b+.5)]\n",
+        *map(str, files),
+    ]
     lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.split()
     return [tuple(map(int, line.split(","))) for line in lines]
 
@@ -115,13 +136,19 @@ def check_pictures(program, faults):
 def check_next_icons(program, faults, step=1):
     """The same sites once more, each or each so-many-th, without faults."""
     program.faults.clear()
-    links = {number: program.drop(f"{LAST}-{number}.webloc", address_of(number))
-             for number in range(0, len(faults), step)}
+    links = {
+        number: program.drop(f"{LAST}-{number}.webloc", address_of(number))
+        for number in range(0, len(faults), step)
+    }
     for number, link in links.items():
-        wait_for(lambda this=link: f"{ICON_SET}{this}" in program.lines(),
-                 f"the icon of a file after {faults[number]}")
-        check(len(list(program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"))) == 4,
-              f"thumbnails of a file after {faults[number]}")
+        wait_for(
+            lambda this=link: f"{ICON_SET}{this}" in program.lines(),
+            f"the icon of a file after {faults[number]}",
+        )
+        check(
+            len(list(program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"))) == 4,
+            f"thumbnails of a file after {faults[number]}",
+        )
 
 
 def first_folder_cannot_be_made(options, server, number):
@@ -146,7 +173,11 @@ def each_folder_cannot_be_made(options):
             count = program.faults.seen(order)
         numbers = range(1, count + 1, 1 if options.full else 4)
         with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-            list(pool.map(lambda number: first_folder_cannot_be_made(options, server, number), numbers))
+            list(
+                pool.map(
+                    lambda number: first_folder_cannot_be_made(options, server, number), numbers
+                )
+            )
     return f"{len(numbers)} folders, the next icon always set"
 
 
@@ -156,14 +187,21 @@ def each_call_fails(options):
         faults = plan(calls)
         with FaultyProgram(options, server) as program:
             program.start()
-            subjects = {"link": lambda number: link_of(program, number).name,
-                        "thumbnail": lambda number: thumbnail_name(link_of(program, number)),
-                        "stored": lambda number: names[number]}
-            orders = [program.faults.fail(function, error, subjects[kind](number), call)
-                      for number, (kind, function, error, call) in enumerate(faults)]
+            subjects = {
+                "link": lambda number: link_of(program, number).name,
+                "thumbnail": lambda number: thumbnail_name(link_of(program, number)),
+                "stored": lambda number: names[number],
+            }
+            orders = [
+                program.faults.fail(function, error, subjects[kind](number), call)
+                for number, (kind, function, error, call) in enumerate(faults)
+            ]
             drop_all(program, range(len(faults)))
-            unused = [fault for fault, order in zip(faults, orders)
-                      if program.faults.seen(order) < fault[3]]
+            unused = [
+                fault
+                for fault, order in zip(faults, orders)
+                if program.faults.seen(order) < fault[3]
+            ]
             check(not unused, f"calls that did not come: {unused}")
             for number, fault in enumerate(faults):
                 ends = program.ends(link_of(program, number), address_of(number))

@@ -81,14 +81,17 @@ def start_with_few_descriptors(options, server, most):
         link, address = program.downloads / "a.webloc", f"http://{GOOD}/"
         looked = program.faults.seen(looks)
         program.drop(link.name, address)
-        wait_for(lambda: program.faults.seen(looks) > looked + 3 or program.ends(link, address),
-                 f"a look with {most} descriptors")
+        wait_for(
+            lambda: program.faults.seen(looks) > looked + 3 or program.ends(link, address),
+            f"a look with {most} descriptors",
+        )
         outcome = "nothing"
         if program.count(f"{REPORTED}{link}"):
             check_ends_once(program, {link: address})
             outcome = "an icon" if program.count(f"{ICON_SET}{link}") else "no icon"
-        resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE,
-                         (USUAL_DESCRIPTORS, USUAL_DESCRIPTORS))
+        resource.prlimit(
+            program.process.pid, resource.RLIMIT_NOFILE, (USUAL_DESCRIPTORS, USUAL_DESCRIPTORS)
+        )
         check_ends_once(program, {link: address})
         check_recovers(program)
         program.check_ends()
@@ -97,13 +100,18 @@ def start_with_few_descriptors(options, server, most):
 
 def descriptors_at_the_start(options):
     numbers = range(4, MANY_DESCRIPTORS + 1, 1 if options.full else 7)
-    with SiteServer(good_sites()) as server, \
-            concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-        outcomes = dict(zip(numbers, pool.map(
-            lambda most: start_with_few_descriptors(options, server, most), numbers)))
+    with SiteServer(good_sites()) as server, concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+        outcomes = dict(
+            zip(
+                numbers,
+                pool.map(lambda most: start_with_few_descriptors(options, server, most), numbers),
+            )
+        )
     check(outcomes[max(numbers)] == "an icon", f"with {max(numbers)}: {outcomes[max(numbers)]}")
-    least = {outcome: min(most for most in numbers if outcomes[most] == outcome)
-             for outcome in outcomes.values()}
+    least = {
+        outcome: min(most for most in numbers if outcomes[most] == outcome)
+        for outcome in outcomes.values()
+    }
     return ", ".join(f"from {most} on {outcome}" for outcome, most in least.items())
 
 
@@ -126,8 +134,10 @@ def descriptors_while_it_runs(options):
         check(program.count(f"{ICON_SET}{during}") == 1, "no icon for what came meanwhile")
         for folder in (deep, program.downloads / "came" / "below"):
             (folder / "later.webloc").touch()
-            wait_for(lambda: program.has_reported([folder / "later.webloc"]),
-                     f"a later file in {folder.name}")
+            wait_for(
+                lambda: program.has_reported([folder / "later.webloc"]),
+                f"a later file in {folder.name}",
+            )
         check_sets_icons(program, "after")
         program.check_ends()
     return "lives without any, and makes up for it"
@@ -138,8 +148,10 @@ def no_more_threads(options):
         program.start()
         check_sets_icons(program, "before")
         order = program.faults.fail("pthread_create", errno.EAGAIN, last=ALWAYS)
-        links = {program.drop(f"{number}.webloc", f"http://{GOOD}/#{number}"): f"http://{GOOD}/#{number}"
-                 for number in range(5)}
+        links = {
+            program.drop(f"{number}.webloc", f"http://{GOOD}/#{number}"): f"http://{GOOD}/#{number}"
+            for number in range(5)
+        }
         check_ends_once(program, links)
         check(program.faults.seen(order), "no thread was asked for")
         program.faults.clear()
@@ -159,14 +171,21 @@ def fetch_with_little_memory(options, server, left):
         program.start()
         check_sets_icons(program, "before")
         usual = resource.prlimit(program.process.pid, resource.RLIMIT_AS)
-        resource.prlimit(program.process.pid, resource.RLIMIT_AS,
-                         (virtual_size(program.process.pid) + left, usual[1]))
+        resource.prlimit(
+            program.process.pid,
+            resource.RLIMIT_AS,
+            (virtual_size(program.process.pid) + left, usual[1]),
+        )
         link, address = program.downloads / "large.webloc", f"http://{LARGE}/"
         program.drop(link.name, address)
-        wait_for(lambda: program.ends(link, address) or program.process.poll() is not None, "an end")
+        wait_for(
+            lambda: program.ends(link, address) or program.process.poll() is not None, "an end"
+        )
         if program.process.poll() is not None:
-            check("memory" in program.lines()[-1] or "alloc" in program.log().decode(),
-                  f"ended and said nothing: {program.lines()[-2:]}")
+            check(
+                "memory" in program.lines()[-1] or "alloc" in program.log().decode(),
+                f"ended and said nothing: {program.lines()[-2:]}",
+            )
             return f"ended with {program.process.poll()}, {program.lines()[-2:]}"
         check(program.ends(link, address) == 1, "more than one end")
         resource.prlimit(program.process.pid, resource.RLIMIT_AS, usual)
@@ -179,8 +198,10 @@ def little_memory(options):
     page = b"<html><head>" + b"<link rel=icon href=/x.png>" * 1000 + b" " * LARGE_PAGE
     sites = {**good_sites(), LARGE: {"/": Answer(page), "/favicon.ico": Answer(page)}}
     with SiteServer(sites) as server:
-        how = {left >> 20: fetch_with_little_memory(options, server, left)
-               for left in MEMORY_LEFT[::1 if options.full else 3]}
+        how = {
+            left >> 20: fetch_with_little_memory(options, server, left)
+            for left in MEMORY_LEFT[:: 1 if options.full else 3]
+        }
     return ", ".join(f"{left} MB left: {outcome}" for left, outcome in how.items())
 
 
@@ -195,8 +216,10 @@ def wall_clock_jumps(options):
             folder = program.downloads / f"new-{number}" / "below"
             folder.mkdir(parents=True)
             (folder / "x.webloc").touch()
-            wait_for(lambda: program.has_reported([folder / "x.webloc"]),
-                     f"a file in a new folder after a jump to {ahead} s")
+            wait_for(
+                lambda: program.has_reported([folder / "x.webloc"]),
+                f"a file in a new folder after a jump to {ahead} s",
+            )
         program.check_ends()
     return "a year forwards and two backwards change nothing"
 
@@ -235,8 +258,10 @@ def clock_set_back_during_the_first_walk(options):
             for path in files:
                 path.touch()
             program.faults.release(held)
-            wait_for(lambda: program.has_reported(files),
-                     f"reports after the clock was set back by {seconds} s")
+            wait_for(
+                lambda: program.has_reported(files),
+                f"reports after the clock was set back by {seconds} s",
+            )
             program.check_ends()
     return "nothing lost"
 
@@ -279,14 +304,23 @@ def network_down(options):
     wrapper = ("unshare", "--user", "--map-root-user", "--net")
     if subprocess.run([*wrapper, "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
         return "left out: no network namespace to be had"
-    addresses = ["http://127.0.0.1:9/", "http://192.0.2.1/", "https://[2001:db8::1]/",
-                 "http://nowhere.example/"]
+    addresses = [
+        "http://127.0.0.1:9/",
+        "http://192.0.2.1/",
+        "https://[2001:db8::1]/",
+        "http://nowhere.example/",
+    ]
     with FaultyProgram(options, wrapper=wrapper) as program:
         program.start()
-        links = {program.drop(f"{number}.webloc", address): address
-                 for number, address in enumerate(addresses)}
+        links = {
+            program.drop(f"{number}.webloc", address): address
+            for number, address in enumerate(addresses)
+        }
         check_ends_once(program, links)
-        check(all(program.count(f"{NO_ICON}{address}") == 1 for address in addresses), "no failure line")
+        check(
+            all(program.count(f"{NO_ICON}{address}") == 1 for address in addresses),
+            "no failure line",
+        )
         program.check_ends()
     return f"{len(addresses)} links, one failure line each"
 
@@ -295,12 +329,16 @@ def slow_lookup(options):
     """Of one name, while others are answered at once."""
     with SiteServer({}) as server, FaultyProgram(options) as program:
         icon = f"http://localhost:{server.port}/icon.png"
-        server.sites["localhost"] = {"/": Answer(f'<link rel="icon" href="{icon}">'.encode()),
-                            "/icon.png": picture(disc_png(32, MAGENTA))}
+        server.sites["localhost"] = {
+            "/": Answer(f'<link rel="icon" href="{icon}">'.encode()),
+            "/icon.png": picture(disc_png(32, MAGENTA)),
+        }
         program.faults.fail("getaddrinfo", HANG, "slow.example", last=ALWAYS)
         program.start()
         slow = program.drop("slow.webloc", "http://slow.example/")
-        wait_for(lambda: "Glintmark: URL → http://slow.example/" in program.lines(), "the slow link")
+        wait_for(
+            lambda: "Glintmark: URL → http://slow.example/" in program.lines(), "the slow link"
+        )
         check_sets_icons(program, "other", f"http://localhost:{server.port}/")
         check(not program.ends(slow, "http://slow.example/"), "the others wait for the slow one")
         check_ends_once(program, {slow: "http://slow.example/"})

@@ -12,10 +12,16 @@ from tests.harness.steps import check
 from tests.harness.waiting import wait_for
 
 ADD, REMOVE = "Add Folder…", "Stop Watching This Folder"
-FUNCTIONS = {"mkdir": [errno.EIO, errno.ENOSPC], "mkostemps": [errno.EMFILE, errno.ENOSPC],
-             "fchmod": [errno.EPERM], "write": [errno.ENOSPC, errno.EIO, CUT_SHORT],
-             "fsync": [errno.EIO, errno.ENOSPC], "rename": [errno.EXDEV, errno.ENOSPC],
-             "close": [errno.EIO], "open": [errno.EMFILE]}
+FUNCTIONS = {
+    "mkdir": [errno.EIO, errno.ENOSPC],
+    "mkostemps": [errno.EMFILE, errno.ENOSPC],
+    "fchmod": [errno.EPERM],
+    "write": [errno.ENOSPC, errno.EIO, CUT_SHORT],
+    "fsync": [errno.EIO, errno.ENOSPC],
+    "rename": [errno.EXDEV, errno.ENOSPC],
+    "close": [errno.EIO],
+    "open": [errno.EMFILE],
+}
 READING = {"open": [errno.EMFILE, errno.EIO], "fstat": [errno.EIO], "read": [errno.EIO]}
 KEPT = {"another": 1}
 
@@ -65,13 +71,20 @@ class Settings:
 
 def calls_of_a_save(settings):
     """As (function, number of the call)."""
-    orders = {function: settings.faults.count(function, str(settings.folder)) for function in FUNCTIONS}
+    orders = {
+        function: settings.faults.count(function, str(settings.folder)) for function in FUNCTIONS
+    }
     check(settings.change() == settings.stored(), "the settings were not stored")
     calls = {function: settings.faults.seen(order) for function, order in orders.items()}
     settings.faults.clear()
-    check(all(calls[function] for function in ("mkostemps", "write", "rename")) and
-          calls["fsync"] == 2, f"not a save as expected: {calls}")
-    return [(function, number) for function, count in calls.items() for number in range(1, count + 1)]
+    check(
+        all(calls[function] for function in ("mkostemps", "write", "rename"))
+        and calls["fsync"] == 2,
+        f"not a save as expected: {calls}",
+    )
+    return [
+        (function, number) for function, count in calls.items() for number in range(1, count + 1)
+    ]
 
 
 def check_fault(settings, function, error, number):
@@ -93,8 +106,11 @@ def each_call_of_a_save_fails(options):
         settings = Settings(session, options)
         settings.start()
         calls = calls_of_a_save(settings)
-        faults = [(function, error, number) for function, number in calls
-                  for error in FUNCTIONS[function][:None if options.full else 1]]
+        faults = [
+            (function, error, number)
+            for function, number in calls
+            for error in FUNCTIONS[function][: None if options.full else 1]
+        ]
         for fault in faults:
             check_fault(settings, *fault)
         check(settings.program.terminate() == 0, "the end")

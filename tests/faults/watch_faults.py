@@ -14,10 +14,20 @@ STREAM_RUNS = "Glintmark: ファイル監視開始（バックグラウンドキ
 LISTING = ("open", "getdents64")
 MAKES_STREAM = ("inotify_init1", "eventfd", "pthread_create")
 TREE = "Desktop"
-FOLDER_CALLS = {"open": errno.EMFILE, "fstat": errno.EIO, "fstatfs": errno.EIO, "statx": errno.EIO,
-                "getdents64": errno.EIO, "inotify_add_watch": errno.ENOMEM}
-OTHER_CALLS = {"inotify_init1": errno.EMFILE, "eventfd": errno.EMFILE, "ppoll": errno.ENOMEM,
-               "pthread_create": errno.EAGAIN}
+FOLDER_CALLS = {
+    "open": errno.EMFILE,
+    "fstat": errno.EIO,
+    "fstatfs": errno.EIO,
+    "statx": errno.EIO,
+    "getdents64": errno.EIO,
+    "inotify_add_watch": errno.ENOMEM,
+}
+OTHER_CALLS = {
+    "inotify_init1": errno.EMFILE,
+    "eventfd": errno.EMFILE,
+    "ppoll": errno.ENOMEM,
+    "pthread_create": errno.EAGAIN,
+}
 
 
 def subject_of(function):
@@ -34,7 +44,11 @@ def change(program):
     """What must be reported afterwards."""
     new = program.desktop / "new"
     new.mkdir()
-    made = [program.desktop / "top.webloc", program.desktop / "a/b/c/deep.webloc", new / "in.webloc"]
+    made = [
+        program.desktop / "top.webloc",
+        program.desktop / "a/b/c/deep.webloc",
+        new / "in.webloc",
+    ]
     for path in made:
         path.touch()
     return made
@@ -43,8 +57,10 @@ def change(program):
 def clean_run(options):
     with FaultyProgram(options) as program:
         make_old_tree(program)
-        orders = {function: program.faults.count(function, subject_of(function))
-                  for function in (*FOLDER_CALLS, *OTHER_CALLS, "read")}
+        orders = {
+            function: program.faults.count(function, subject_of(function))
+            for function in (*FOLDER_CALLS, *OTHER_CALLS, "read")
+        }
         program.start()
         made = change(program)
         wait_for(lambda: program.has_reported(made), "the reports")
@@ -73,7 +89,9 @@ def check_fault(options, function, number):
 
 def wait_for_all(program, made, fault, may_need_change):
     try:
-        wait_for(lambda: program.has_reported(made), fault, PATIENCE if may_need_change else DEADLINE)
+        wait_for(
+            lambda: program.has_reported(made), fault, PATIENCE if may_need_change else DEADLINE
+        )
     except TimedOut:
         if not may_need_change:
             raise
@@ -86,8 +104,11 @@ def wait_for_all(program, made, fault, may_need_change):
 
 def each_call_fails(options):
     calls = clean_run(options)
-    faults = [(function, number) for function, count in calls.items()
-              for number in range(1, min(count, MOST_CALLS if options.full else FEW_CALLS) + 1)]
+    faults = [
+        (function, number)
+        for function, count in calls.items()
+        for number in range(1, min(count, MOST_CALLS if options.full else FEW_CALLS) + 1)
+    ]
     with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
         jobs = [pool.submit(check_fault, options, *fault) for fault in faults]
         for job in jobs:

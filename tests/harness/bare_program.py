@@ -76,8 +76,12 @@ class BareProgram:
     def spawn(self):
         """Starts the process without waiting; its standard error is a pipe."""
         return subprocess.Popen(
-            self._command, env=self.environment, stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+            self._command,
+            env=self.environment,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.PIPE,
+        )
 
     def start(self):
         """Returns when the program logs that it watches."""

@@ -17,15 +17,19 @@ class Picture:
     def __init__(self, png, part=None):
         """`part`: left, top, width and height."""
         crop = ["-crop", "{2}x{3}+{0}+{1}".format(*part), "+repage"] if part else []
-        size = subprocess.run(["convert", str(png), *crop, "-format", "%w %h", "info:"],
-                              check=True, stdout=subprocess.PIPE).stdout.split()
+        size = subprocess.run(
+            ["convert", str(png), *crop, "-format", "%w %h", "info:"],
+            check=True,
+            stdout=subprocess.PIPE,
+        ).stdout.split()
         self.width, self.height = int(size[0]), int(size[1])
-        self.data = subprocess.run(["convert", str(png), *crop, "-depth", "8", "rgb:-"], check=True,
-                                   stdout=subprocess.PIPE).stdout
+        self.data = subprocess.run(
+            ["convert", str(png), *crop, "-depth", "8", "rgb:-"], check=True, stdout=subprocess.PIPE
+        ).stdout
 
     def row(self, y):
         """The pixels of one row as a list of channel triples."""
-        data = self.data[3 * y * self.width:3 * (y + 1) * self.width]
+        data = self.data[3 * y * self.width : 3 * (y + 1) * self.width]
         return list(zip(data[0::3], data[1::3], data[2::3]))
 
     def background(self):
@@ -35,9 +39,14 @@ class Picture:
     def ink(self):
         """How many pixels each row has that are not background."""
         background = self.background()
-        return [sum(1 for pixel in self.row(y)
-                    if max(abs(a - b) for a, b in zip(pixel, background)) > INK)
-                for y in range(self.height)]
+        return [
+            sum(
+                1
+                for pixel in self.row(y)
+                if max(abs(a - b) for a, b in zip(pixel, background)) > INK
+            )
+            for y in range(self.height)
+        ]
 
 
 def text_rows(picture):
@@ -60,7 +69,7 @@ def find_colour(png, rgb, tolerance=8):
     picture = Picture(png)
     width, height = picture.width, picture.height
     hits = _matches(picture.data, rgb, tolerance)
-    rows = [hits[y * width:(y + 1) * width] for y in range(height)]
+    rows = [hits[y * width : (y + 1) * width] for y in range(height)]
     marked = [y for y, row in enumerate(rows) if any(row)]
     if not marked:
         return None
@@ -83,12 +92,23 @@ def crop(png, box, margin=0):
     """Cuts the picture down to the box (left, top, width, height) and `margin` pixels around it."""
     left, top, width, height = box
     left, top = max(left - margin, 0), max(top - margin, 0)
-    subprocess.run(["mogrify", "-crop", f"{width + 2 * margin}x{height + 2 * margin}+{left}+{top}",
-                    "+repage", str(png)], check=True)
+    subprocess.run(
+        [
+            "mogrify",
+            "-crop",
+            f"{width + 2 * margin}x{height + 2 * margin}+{left}+{top}",
+            "+repage",
+            str(png),
+        ],
+        check=True,
+    )
 
 
 def pixel(png, x, y):
     """The straight RGBA value of one pixel."""
-    text = subprocess.run(["convert", str(png), "-depth", "8", "-crop", f"1x1+{x}+{y}", "rgba:-"],
-                          check=True, stdout=subprocess.PIPE).stdout
+    text = subprocess.run(
+        ["convert", str(png), "-depth", "8", "-crop", f"1x1+{x}+{y}", "rgba:-"],
+        check=True,
+        stdout=subprocess.PIPE,
+    ).stdout
     return tuple(text)

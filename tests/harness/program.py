@@ -49,7 +49,8 @@ class Program:
     def wait_for_line(self, beginning, timeout=DEADLINE):
         """The first line with this beginning."""
         lines = wait_for(
-            lambda: self.lines_that_begin(beginning), f"log line {beginning!r}", timeout)
+            lambda: self.lines_that_begin(beginning), f"log line {beginning!r}", timeout
+        )
         return lines[0]
 
     def terminate(self, how=signal.SIGTERM, timeout=5.0):

@@ -142,34 +142,49 @@ class DesktopSession:
         kept = ("PATH", "LANGUAGE", "LC_ALL", "USER", "LOGNAME", "TERM")
         environment = {key: os.environ[key] for key in kept if key in os.environ}
         mark_name, mark_value = self._mark.split("=")
-        environment.update({
-            "HOME": str(self.home),
-            "XDG_DATA_HOME": str(self.data_home),
-            "XDG_CONFIG_HOME": str(self.config_home),
-            "XDG_CACHE_HOME": str(self.cache_home),
-            "XDG_STATE_HOME": str(self.home / ".local" / "state"),
-            "XDG_RUNTIME_DIR": str(self.runtime),
-            "XDG_DATA_DIRS": "/usr/local/share:/usr/share",
-            "XDG_CONFIG_DIRS": "/etc/xdg",
-            "XDG_CURRENT_DESKTOP": "XFCE",
-            "XDG_SESSION_TYPE": "x11",
-            "LANG": os.environ.get("LANG", "C.UTF-8"),
-            "GDK_BACKEND": "x11",
-            "QT_QPA_PLATFORM": "xcb",
-            "NO_AT_BRIDGE": "1",  # no accessibility bus: it outlives the programs that ask for it
-            "GTK_A11Y": "none",
-            "GSK_RENDERER": "cairo",  # GTK 4 draws nothing more on Xvfb after its first frames
-            "GVFS_DISABLE_FUSE": "1",
-            "GSETTINGS_BACKEND": "memory",
-            mark_name: mark_value,
-        })
+        environment.update(
+            {
+                "HOME": str(self.home),
+                "XDG_DATA_HOME": str(self.data_home),
+                "XDG_CONFIG_HOME": str(self.config_home),
+                "XDG_CACHE_HOME": str(self.cache_home),
+                "XDG_STATE_HOME": str(self.home / ".local" / "state"),
+                "XDG_RUNTIME_DIR": str(self.runtime),
+                "XDG_DATA_DIRS": "/usr/local/share:/usr/share",
+                "XDG_CONFIG_DIRS": "/etc/xdg",
+                "XDG_CURRENT_DESKTOP": "XFCE",
+                "XDG_SESSION_TYPE": "x11",
+                "LANG": os.environ.get("LANG", "C.UTF-8"),
+                "GDK_BACKEND": "x11",
+                "QT_QPA_PLATFORM": "xcb",
+                "NO_AT_BRIDGE": "1",  # no accessibility bus: it outlives the programs that ask for it
+                "GTK_A11Y": "none",
+                "GSK_RENDERER": "cairo",  # GTK 4 draws nothing more on Xvfb after its first frames
+                "GVFS_DISABLE_FUSE": "1",
+                "GSETTINGS_BACKEND": "memory",
+                mark_name: mark_value,
+            }
+        )
         environment.update(self._extra_environment)
         return environment
 
     def _start_x_server(self):
         read_end, write_end = os.pipe()
-        self.spawn("Xvfb", ["Xvfb", "-displayfd", str(write_end), "-screen", "0", self._screen,
-                            "-nolisten", "tcp", "-noreset"], pass_fds=(write_end,))
+        self.spawn(
+            "Xvfb",
+            [
+                "Xvfb",
+                "-displayfd",
+                str(write_end),
+                "-screen",
+                "0",
+                self._screen,
+                "-nolisten",
+                "tcp",
+                "-noreset",
+            ],
+            pass_fds=(write_end,),
+        )
         os.close(write_end)
         with os.fdopen(read_end) as pipe:
             number = pipe.readline().strip()  # empty when the server ended at once
@@ -182,8 +197,17 @@ class DesktopSession:
         path = self.runtime / "bus"
         path.unlink(missing_ok=True)
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={path}"
-        self.spawn("dbus-daemon", ["dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                   "--nosyslog", f"--address=unix:path={path}"])
+        self.spawn(
+            "dbus-daemon",
+            [
+                "dbus-daemon",
+                "--session",
+                "--nofork",
+                "--nopidfile",
+                "--nosyslog",
+                f"--address=unix:path={path}",
+            ],
+        )
         wait_for(lambda: _accepts(path), "session bus")
 
     # ---- processes --------------------------------------------------------------------------
@@ -194,8 +218,15 @@ class DesktopSession:
             raise MissingProgram(command[0])
         with open(self.logs / f"{name}.log", "ab") as log:
             process = subprocess.Popen(
-                command, env={**self.environment, **(environment or {})}, cwd=self.home,
-                stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True, **options)
+                command,
+                env={**self.environment, **(environment or {})},
+                cwd=self.home,
+                stdin=subprocess.DEVNULL,
+                stdout=log,
+                stderr=log,
+                start_new_session=True,
+                **options,
+            )
         self.processes[name] = process
         return process
 
@@ -203,12 +234,20 @@ class DesktopSession:
         """Runs `command` in the session to its end and returns its standard output as text."""
         if not has(command[0]):
             raise MissingProgram(command[0])
-        done = subprocess.run(command, env={**self.environment, **(environment or {})},
-                              cwd=self.home, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, timeout=timeout, check=False)
+        done = subprocess.run(
+            command,
+            env={**self.environment, **(environment or {})},
+            cwd=self.home,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            timeout=timeout,
+            check=False,
+        )
         if check and done.returncode != 0:
-            raise RuntimeError(f"{command}: status {done.returncode}: "
-                               f"{done.stderr.decode(errors='replace')}")
+            raise RuntimeError(
+                f"{command}: status {done.returncode}: " f"{done.stderr.decode(errors='replace')}"
+            )
         return done.stdout.decode(errors="replace")
 
     def end(self, name, how=signal.SIGTERM, timeout=5.0):
@@ -271,8 +310,21 @@ class DesktopSession:
 
     def call(self, destination, path, method, *arguments, check=True):
         """Calls a method on the session bus and returns the answer as text."""
-        return self.run(["gdbus", "call", "--session", "--dest", destination, "--object-path", path,
-                         "--method", method, *arguments], check)
+        return self.run(
+            [
+                "gdbus",
+                "call",
+                "--session",
+                "--dest",
+                destination,
+                "--object-path",
+                path,
+                "--method",
+                method,
+                *arguments,
+            ],
+            check,
+        )
 
     def call_bus(self, method, *arguments, check=True):
         """Calls a method of the bus daemon."""
@@ -306,8 +358,10 @@ class DesktopSession:
         for name, command in (("xfwm4", ["xfwm4", "--compositor=off"]), ("openbox", ["openbox"])):
             if has(name):
                 self.spawn(name, command)
-                wait_for(lambda: "window id" in self.run(
-                    ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"]), "window manager")
+                wait_for(
+                    lambda: "window id" in self.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"]),
+                    "window manager",
+                )
                 return name
         return None
 
@@ -315,8 +369,9 @@ class DesktopSession:
         """xfce4-panel with a tray, ready to take status items. `icon_size` 0: the panel's choice."""
         folder = self.config_home / "xfce4" / "xfconf" / "xfce-perchannel-xml"
         folder.mkdir(parents=True, exist_ok=True)
-        (folder / "xfce4-panel.xml").write_text(PANEL_CONFIGURATION.format(
-            dark="true" if dark else "false", size=size, icon=icon_size))
+        (folder / "xfce4-panel.xml").write_text(
+            PANEL_CONFIGURATION.format(dark="true" if dark else "false", size=size, icon=icon_size)
+        )
         self.restart_panel()
 
     def restart_panel(self):
@@ -326,8 +381,12 @@ class DesktopSession:
 
     def start_notifyd(self):
         """The Xfce notification daemon."""
-        for place in ("/usr/lib/x86_64-linux-gnu/xfce4/notifyd", "/usr/lib/xfce4/notifyd",
-                      "/usr/libexec/xfce4/notifyd", "/usr/libexec"):
+        for place in (
+            "/usr/lib/x86_64-linux-gnu/xfce4/notifyd",
+            "/usr/lib/xfce4/notifyd",
+            "/usr/libexec/xfce4/notifyd",
+            "/usr/libexec",
+        ):
             program = pathlib.Path(place, "xfce4-notifyd")
             if program.exists():
                 self.spawn("xfce4-notifyd", [str(program)])
@@ -343,8 +402,9 @@ class DesktopSession:
 
     def windows(self, title=""):
         """Ids of the visible windows whose title contains `title`."""
-        output = self.run(["xdotool", "search", "--onlyvisible", "--name", title or ".+"],
-                          check=False)
+        output = self.run(
+            ["xdotool", "search", "--onlyvisible", "--name", title or ".+"], check=False
+        )
         return [int(line) for line in output.split()]
 
     # ---- pictures ---------------------------------------------------------------------------

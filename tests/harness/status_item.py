@@ -14,8 +14,13 @@ MENU = "com.canonical.dbusmenu"
 def registered_items(session):
     """The addresses of all items that the panel shows."""
     answer = session.call(
-        WATCHER, "/StatusNotifierWatcher", PROPERTY, WATCHER, "RegisteredStatusNotifierItems",
-        check=False)
+        WATCHER,
+        "/StatusNotifierWatcher",
+        PROPERTY,
+        WATCHER,
+        "RegisteredStatusNotifierItems",
+        check=False,
+    )
     return re.findall(r"'([^']+)'", answer)
 
 
@@ -38,8 +43,22 @@ class StatusItem:
 
     def _root(self):
         answer = self._session.run(
-            ["busctl", "--user", "--json=short", "call", "--", self.address, self.menu_path, MENU,
-             "GetLayout", "iias", "0", "-1", "0"])
+            [
+                "busctl",
+                "--user",
+                "--json=short",
+                "call",
+                "--",
+                self.address,
+                self.menu_path,
+                MENU,
+                "GetLayout",
+                "iias",
+                "0",
+                "-1",
+                "0",
+            ]
+        )
         return json.loads(answer)["data"][1]
 
     def layout(self):
@@ -61,20 +80,28 @@ class StatusItem:
             entries = next(entry[3] for entry in entries if entry[1] == below)
         number = next(entry[0] for entry in _flattened(entries) if entry[1] == label)
         self._session.call(
-            self.address, self.menu_path, f"{MENU}.Event", str(number), "clicked", "<''>", "0")
+            self.address, self.menu_path, f"{MENU}.Event", str(number), "clicked", "<''>", "0"
+        )
 
 
 def _entry(node):
     number, properties, children = node
     value = {key: variant["data"] for key, variant in properties.items()}
     label = None if value.get("type") == "separator" else value.get("label", "").replace("__", "_")
-    return (number, label, value.get("enabled", True), [_entry(child["data"]) for child in children])
+    return (
+        number,
+        label,
+        value.get("enabled", True),
+        [_entry(child["data"]) for child in children],
+    )
 
 
 def _bare(node):
     _, properties, children = node
-    return ({key: variant["data"] for key, variant in properties.items()},
-            [_bare(child["data"]) for child in children])
+    return (
+        {key: variant["data"] for key, variant in properties.items()},
+        [_bare(child["data"]) for child in children],
+    )
 
 
 def _flattened(entries):

@@ -24,8 +24,14 @@ XML_LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
 
 def run(*command, **options):
     """The output of a command, which must succeed."""
-    done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, check=False, **options)
+    done = subprocess.run(
+        [str(word) for word in command],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        check=False,
+        **options,
+    )
     if done.returncode != 0:
         raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
     return done.stdout
@@ -38,8 +44,10 @@ def project_version():
 
 def table_languages():
     """The languages of the string tables but English, as locales name them."""
-    folders = {path.parent.name.removesuffix(".lproj")
-               for path in ROOT.glob("resources/*.lproj/Localizable.strings")}
+    folders = {
+        path.parent.name.removesuffix(".lproj")
+        for path in ROOT.glob("resources/*.lproj/Localizable.strings")
+    }
     return {name.replace("zh-Hans", "zh_CN") for name in folders - {"en"}}
 
 
@@ -50,8 +58,10 @@ def files_below(folder):
 def expected_files():
     """Those that are listed, and the product's page, whatever it is made of."""
     page = run("git", "-C", ROOT, "ls-files", "site").split()
-    return sorted((ROOT / "tests/package/files.txt").read_text().split() +
-                  [f"usr/share/glintmark/{name}" for name in page])
+    return sorted(
+        (ROOT / "tests/package/files.txt").read_text().split()
+        + [f"usr/share/glintmark/{name}" for name in page]
+    )
 
 
 class InstallTest(unittest.TestCase):
@@ -63,8 +73,14 @@ class InstallTest(unittest.TestCase):
     def setUpClass(cls):
         cls.root = OPTIONS.output / "root"
         shutil.rmtree(cls.root, ignore_errors=True)
-        run("cmake", "--install", OPTIONS.build, "--prefix", "/usr",
-            env={**os.environ, "DESTDIR": str(cls.root)})
+        run(
+            "cmake",
+            "--install",
+            OPTIONS.build,
+            "--prefix",
+            "/usr",
+            env={**os.environ, "DESTDIR": str(cls.root)},
+        )
         cls.share = cls.root / "usr/share"
 
     def test_exactly_the_expected_files_are_there(self):
@@ -96,8 +112,9 @@ class InstallTest(unittest.TestCase):
     def test_the_mime_type_is_well_formed_and_known_to_a_database(self):
         run("xmllint", "--noout", self.share / "mime/packages/com.quorvel.Glintmark.xml")
         run("update-mime-database", self.share / "mime")
-        self.assertIn("60:application/x-webloc:*.webloc",
-                      (self.share / "mime/globs2").read_text().split("\n"))
+        self.assertIn(
+            "60:application/x-webloc:*.webloc", (self.share / "mime/globs2").read_text().split("\n")
+        )
         for path in (self.share / "mime").iterdir():  # back to what was installed
             if path.name != "packages":
                 shutil.rmtree(path) if path.is_dir() else path.unlink()
@@ -105,10 +122,14 @@ class InstallTest(unittest.TestCase):
     def test_manual_pages_render_without_a_warning(self):
         for page in (self.share / "man/man1").iterdir():
             with self.subTest(page.name):
-                done = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z",
-                                       str(page)], stdout=subprocess.DEVNULL,
-                                      stderr=subprocess.PIPE, text=True, check=False,
-                                      env={**os.environ, "LC_ALL": "C.UTF-8", "MANROFFSEQ": ""})
+                done = subprocess.run(
+                    ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", str(page)],
+                    stdout=subprocess.DEVNULL,
+                    stderr=subprocess.PIPE,
+                    text=True,
+                    check=False,
+                    env={**os.environ, "LC_ALL": "C.UTF-8", "MANROFFSEQ": ""},
+                )
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
 
     def test_icons_have_their_sizes(self):
@@ -157,8 +178,18 @@ class PackageTest(unittest.TestCase):
         return run("dpkg-deb", "--field", self.package, name).strip()
 
     def test_lintian_finds_no_error_and_no_warning(self):
-        print(run("lintian", "--allow-root", "--profile", "debian", "--fail-on", "error,warning",
-                  "--display-info", self.package))
+        print(
+            run(
+                "lintian",
+                "--allow-root",
+                "--profile",
+                "debian",
+                "--fail-on",
+                "error,warning",
+                "--display-info",
+                self.package,
+            )
+        )
 
     def test_it_holds_what_is_installed(self):
         files = [name for name in files_below(self.root) if not name.startswith("DEBIAN/")]
@@ -166,28 +197,46 @@ class PackageTest(unittest.TestCase):
 
     def test_it_is_named_for_its_version(self):
         self.assertEqual(self.field("Version"), project_version())
-        self.assertEqual(self.package.name,
-                         f"glintmark_{project_version()}_{self.field('Architecture')}.deb")
+        self.assertEqual(
+            self.package.name, f"glintmark_{project_version()}_{self.field('Architecture')}.deb"
+        )
 
     def test_it_depends_on_the_libraries_that_its_programs_load(self):
         depends = self.field("Depends")
-        for library in ("libglib2.0-0", "libcurl4", "libpcre2-8-0", "libcairo2", "libseccomp2", "libpng16",
-                        "libavif", "libc6"):
+        for library in (
+            "libglib2.0-0",
+            "libcurl4",
+            "libpcre2-8-0",
+            "libcairo2",
+            "libseccomp2",
+            "libpng16",
+            "libavif",
+            "libc6",
+        ):
             self.assertIn(library, depends)
         self.assertNotIn("-dev", depends)
 
     def test_the_autostart_entry_is_a_configuration_file(self):
-        self.assertEqual((self.root / "DEBIAN/conffiles").read_text().split(),
-                         ["/etc/xdg/autostart/com.quorvel.Glintmark.desktop"])
+        self.assertEqual(
+            (self.root / "DEBIAN/conffiles").read_text().split(),
+            ["/etc/xdg/autostart/com.quorvel.Glintmark.desktop"],
+        )
 
     def test_it_runs_no_scripts(self):
-        self.assertEqual({path.name for path in (self.root / "DEBIAN").iterdir()},
-                         {"conffiles", "control", "md5sums"})
+        self.assertEqual(
+            {path.name for path in (self.root / "DEBIAN").iterdir()},
+            {"conffiles", "control", "md5sums"},
+        )
 
     def test_programs_are_stripped_and_hardened(self):
-        programs = [self.root / name for name in
-                    ("usr/bin/glintmark", "usr/bin/glintmark-thumbnailer",
-                     "usr/libexec/glintmark/glintmark-image-decoder")]
+        programs = [
+            self.root / name
+            for name in (
+                "usr/bin/glintmark",
+                "usr/bin/glintmark-thumbnailer",
+                "usr/libexec/glintmark/glintmark-image-decoder",
+            )
+        ]
         for program in programs:
             with self.subTest(program.name):
                 self.assertNotIn(".symtab", run("readelf", "-SW", program))

@@ -21,8 +21,10 @@ from tests.harness.waiting import TimedOut, wait_for
 from tests.requests.recorder import NOT_FOUND, Authority, Recorder
 from tests.requests.sites import HOSTS, SITE, all_sites, html, icon, picture, site
 
-BROWSER = ("Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 "
-           "(KHTML, like Gecko) Version/17.0 Safari/605.1.15")
+BROWSER = (
+    "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 "
+    "(KHTML, like Gecko) Version/17.0 Safari/605.1.15"
+)
 OWN_NAME = re.compile(r"Glintmark/\d+(\.\d+)+")
 COMMON = {"Accept": "*/*", "Accept-Encoding": "deflate, gzip, br, zstd"}
 AT_ONCE = 4  # sites fetched at a time
@@ -75,14 +77,20 @@ def report_complaints(site, recorder, status, output):
 
     candidates = [line for line in lines if line["kind"] == "candidate"]
     expect("candidates", sorted(map(described, candidates)), sorted(site.candidates))
-    winners = [line["candidate"] and described(line["candidate"])
-               for line in lines if line["kind"] == "winner"]
+    winners = [
+        line["candidate"] and described(line["candidate"])
+        for line in lines
+        if line["kind"] == "winner"
+    ]
     expect("winner", winners, [site.winner])
     expect("exit status", status, 0 if site.winner else 1)
 
     answered = [line for line in lines if line["kind"] == "request" and line["status"]]
-    followed = [request for request in recorder.requests
-                if "Location" in dict(site.answers.get(request.url, NOT_FOUND).headers)]
+    followed = [
+        request
+        for request in recorder.requests
+        if "Location" in dict(site.answers.get(request.url, NOT_FOUND).headers)
+    ]
     expect("answered requests in the report", len(answered), len(recorder.requests) - len(followed))
     return complaints
 
@@ -91,8 +99,12 @@ def fetch(site, explain_icon, authority):
     """Returns the requests and what was wrong."""
     with Recorder(authority, site.paths, site.answers, site.last) as recorder:
         run = subprocess.run(
-            [explain_icon, "--json", site.link], env=environment(recorder, site.environment),
-            text=True, timeout=120, capture_output=True)
+            [explain_icon, "--json", site.link],
+            env=environment(recorder, site.environment),
+            text=True,
+            timeout=120,
+            capture_output=True,
+        )
     complaints = request_complaints(recorder, site.headers)
     complaints += report_complaints(site, recorder, run.returncode, run.stdout)
     return site, recorder.requests, complaints
@@ -101,16 +113,20 @@ def fetch(site, explain_icon, authority):
 def fetch_twice_at_once(program, authority):
     """The program itself, with one link in two files: all requests come twice, none is shared."""
     own = "http://icons.example"
-    once = site("Two fetches for one link at once know nothing of each other",
-                answers={SITE + "/": html(icon("1.png")), SITE + "/1.png": picture(96)},
-                icons=[SITE + "/1.png"], environment={"GLINTMARK_FAVICON_SERVICE": own},
-                service=[[own + "/s2/favicons?domain=site.example&sz=256"]])
+    once = site(
+        "Two fetches for one link at once know nothing of each other",
+        answers={SITE + "/": html(icon("1.png")), SITE + "/1.png": picture(96)},
+        icons=[SITE + "/1.png"],
+        environment={"GLINTMARK_FAVICON_SERVICE": own},
+        service=[[own + "/s2/favicons?domain=site.example&sz=256"]],
+    )
     paths = {f"{name} {number}": steps for number in (1, 2) for name, steps in once.paths.items()}
     # The service answers neither fetch before both have asked it.
     together = ["service 1", "service 2"]
     complaints = []
-    with Recorder(authority, paths, once.answers, together=together) as recorder, \
-            BareProgram(program) as running:
+    with Recorder(authority, paths, once.answers, together=together) as recorder, BareProgram(
+        program
+    ) as running:
         running.environment.update(environment(recorder, once.environment))
         running.start()
         for name in ("a", "b"):
@@ -130,16 +146,19 @@ def record(rule, requests):
 
 def main():
     options = parse_options(
-        __doc__, output="build/requests.log",
+        __doc__,
+        output="build/requests.log",
         explain_icon={"type": absolute_path, "default": "build/release/explain-icon"},
-        only={"default": "", "help": "the sites whose rule contains this text"})
+        only={"default": "", "help": "the sites whose rule contains this text"},
+    )
     sites = [entry for entry in all_sites() if options.only in entry.rule]
     with tempfile.TemporaryDirectory() as folder:
         authority = Authority(folder, HOSTS)
         with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
             twice = pool.submit(fetch_twice_at_once, options.program, authority)
-            fetches = [pool.submit(fetch, entry, options.explain_icon, authority)
-                       for entry in sites]
+            fetches = [
+                pool.submit(fetch, entry, options.explain_icon, authority) for entry in sites
+            ]
             results = [running.result() for running in [*fetches, twice]]
 
     options.output.parent.mkdir(parents=True, exist_ok=True)

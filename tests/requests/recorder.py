@@ -112,9 +112,11 @@ class Recorder(WebServer):
 
     def _is_due(self, path):
         others_have_arrived = path not in self._starting or all(
-            other.step_has_arrived() for other in self._starting)
+            other.step_has_arrived() for other in self._starting
+        )
         others_have_ended = path.name != self._last or all(
-            other is path or not other.steps for other in self._paths)
+            other is path or not other.steps for other in self._paths
+        )
         return path.step_has_arrived() and others_have_arrived and others_have_ended
 
     def complaints(self):

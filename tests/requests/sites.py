@@ -42,10 +42,26 @@ class Site:
     headers: dict  # address -> header fields beyond the usual ones
 
 
-def site(rule, link="http://site.example/", *, root="http://site.example", host="site.example",
-         answers=None, page=None, icons=(), touch=2, manifest=3, manifest_icon=None,
-         service=None, favicon=None, candidates=(), winner=None, last=None, environment=None,
-         headers=None):
+def site(
+    rule,
+    link="http://site.example/",
+    *,
+    root="http://site.example",
+    host="site.example",
+    answers=None,
+    page=None,
+    icons=(),
+    touch=2,
+    manifest=3,
+    manifest_icon=None,
+    service=None,
+    favicon=None,
+    candidates=(),
+    winner=None,
+    last=None,
+    environment=None,
+    headers=None,
+):
     if page is None:
         page = [[link]] + ([list(icons)] if icons else [])
     if isinstance(touch, int):
@@ -58,13 +74,19 @@ def site(rule, link="http://site.example/", *, root="http://site.example", host=
         service = [[f"{GOOGLE}/s2/favicons?domain={host}&sz=256"]]
     if favicon is None:
         favicon = [[root + "/favicon.ico"]]
-    paths = {"page": page, "touch": touch, "manifest": manifest, "service": service,
-             "favicon": favicon}
+    paths = {
+        "page": page,
+        "touch": touch,
+        "manifest": manifest,
+        "service": service,
+        "favicon": favicon,
+    }
     candidates = list(candidates)
     if winner is None and len(candidates) == 1:
         winner = candidates[0]
-    return Site(rule, link, paths, answers or {}, candidates, winner, last, environment or {},
-                headers or {})
+    return Site(
+        rule, link, paths, answers or {}, candidates, winner, last, environment or {}, headers or {}
+    )
 
 
 # Answers
@@ -114,6 +136,9 @@ def site_with_page(rule, tags, icons=(), **more):
     winner = more.pop("winner", candidates[0] if candidates else None)
     return site(rule, answers=answers, icons=icons, candidates=candidates, winner=winner, **more)
 
+
+# Each site is laid out by hand: a table that a reader can scan.
+# fmt: off
 
 def links():
     """How a link's address becomes that of each path."""
@@ -428,6 +453,8 @@ def independence():
     ]
 
 
+# fmt: on
+
+
 def all_sites():
-    return (links() + page_links() + pages() + images() + manifests() + services() +
-            independence())
+    return links() + page_links() + pages() + images() + manifests() + services() + independence()

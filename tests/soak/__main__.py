@@ -36,7 +36,9 @@ SAMPLE = 5.0
 SMOKE = 30.0
 SERVICE_CHANGE = 60.0
 WARM_UP = 60.0  # what the first minutes take, and each service's first return, is not growth
-OVERDUE = 150.0  # every fetch takes less, those of silent sites included, unless the machine is busy
+OVERDUE = (
+    150.0  # every fetch takes less, those of silent sites included, unless the machine is busy
+)
 LAST_ANSWERS = 900.0  # after which what has no end is lost
 REST = 40.0  # after which helper and HTTP thread have ended
 
@@ -166,8 +168,12 @@ class Ends:
     def missing(self, since=0.0):
         """Links that are older than so many seconds and have not had exactly one end."""
         now = time.monotonic()
-        return [path for path, (address, begin) in self._life.links.items() if now - begin >= since and
-                (self._reported[path] != 1 or self._ended[path] + self._failed[address] != 1)]
+        return [
+            path
+            for path, (address, begin) in self._life.links.items()
+            if now - begin >= since
+            and (self._reported[path] != 1 or self._ended[path] + self._failed[address] != 1)
+        ]
 
 
 class Samples:
@@ -184,9 +190,15 @@ class Samples:
     def take(self):
         proportional, private = memory_megabytes(self._pid)
         ends = self._ends.read()
-        row = (time.monotonic() - self._begin, proportional, private,
-               len(os.listdir(f"/proc/{self._pid}/fd")), len(os.listdir(f"/proc/{self._pid}/task")),
-               len(ends.missing()), len(ends.missing(OVERDUE)))
+        row = (
+            time.monotonic() - self._begin,
+            proportional,
+            private,
+            len(os.listdir(f"/proc/{self._pid}/fd")),
+            len(os.listdir(f"/proc/{self._pid}/task")),
+            len(ends.missing()),
+            len(ends.missing(OVERDUE)),
+        )
         self._table.writerow([f"{value:.2f}" for value in row])
         self._file.flush()
         return row
@@ -212,7 +224,9 @@ def await_ends(ends):
 def rested(samples, ends, program):
     """A sample after all links have had their end, and what is open then."""
     await_ends(ends)
-    wait_for(lambda: not descendants(program.process.pid), "the end of the decoder", timeout=2 * REST)
+    wait_for(
+        lambda: not descendants(program.process.pid), "the end of the decoder", timeout=2 * REST
+    )
     time.sleep(REST)
     return samples.take(), open_files(program.process.pid)
 
@@ -234,7 +248,11 @@ def live(life, services, samples, seconds):
 
 
 def plot(folder):
-    subprocess.run(["gnuplot", "-e", f"""
+    subprocess.run(
+        [
+            "gnuplot",
+            "-e",
+            f"""
         set terminal svg size 900,900 background 'white'; set output '{folder}/samples.svg';
         set datafile separator ','; set key autotitle columnhead outside; set grid;
         set yrange [0:*]; set lmargin 8; set rmargin 22; set multiplot layout 3,1;
@@ -244,7 +262,10 @@ def plot(folder):
         set ylabel 'number';
         plot for [column=4:5] samples using ($1/60):column with lines;
         set ylabel 'links'; set xlabel 'minutes';
-        plot for [column=6:7] samples using ($1/60):column with lines"""], check=True)
+        plot for [column=6:7] samples using ($1/60):column with lines""",
+        ],
+        check=True,
+    )
 
 
 def grow(life, services, samples, ends, program, minutes, figures):
@@ -266,12 +287,17 @@ def grow(life, services, samples, ends, program, minutes, figures):
 
 def main():
     arguments = parse_options(
-        __doc__, output="build/soak", minutes={"type": float, "default": 60.0},
-        seed={"type": int, "default": 1}, smoke={"action": "store_true"})
+        __doc__,
+        output="build/soak",
+        minutes={"type": float, "default": 60.0},
+        seed={"type": int, "default": 1},
+        smoke={"action": "store_true"},
+    )
     arguments.output.mkdir(parents=True, exist_ok=True)
     figures = Figures()
-    with SiteServer({**demo_sites(), **hostile_sites()}) as server, \
-            DesktopSession(environment=server.proxy_environment()) as session:
+    with SiteServer({**demo_sites(), **hostile_sites()}) as server, DesktopSession(
+        environment=server.proxy_environment()
+    ) as session:
         session.start_desktop()
         program = Program(session, arguments.program).start().wait_until_started()
         StatusItem(session)

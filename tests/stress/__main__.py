@@ -39,7 +39,9 @@ def compare(program, must, may=None):
         wait_for(lambda: must <= set(program.reported_paths()), "the reports")
     except TimedOut as late:
         missing = sorted(must - set(program.reported_paths()))
-        raise Failed(f"{len(missing)} of {len(must)} not reported, such as {sample(missing)}") from late
+        raise Failed(
+            f"{len(missing)} of {len(must)} not reported, such as {sample(missing)}"
+        ) from late
     counts = collections.Counter(program.reported_paths())
     twice = [path for path, count in counts.items() if count > 1]
     if twice:
@@ -74,8 +76,14 @@ class Sentinels:
 
 def populate(folder):
     """What is there before the start."""
-    for name in ("Old.webloc", "OLD.WEBLOC", "sub/old.webloc", "sub/deep/old.webloc",
-                 "quiet/old.webloc", "quiet/deep/old.webloc"):
+    for name in (
+        "Old.webloc",
+        "OLD.WEBLOC",
+        "sub/old.webloc",
+        "sub/deep/old.webloc",
+        "quiet/old.webloc",
+        "quiet/deep/old.webloc",
+    ):
         path = folder / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.touch()
@@ -96,8 +104,12 @@ def live(options, loses_events):
         (program.home / "Home.webloc").touch()
         sentinels = Sentinels(program)
         program.settings.store_extra_folders([shortcut, late, sentinels.folder])
-        life = FolderLife([program.desktop, program.downloads, shortcut, late], outside,
-                          program.dead_link, options.seed)
+        life = FolderLife(
+            [program.desktop, program.downloads, shortcut, late],
+            outside,
+            program.dead_link,
+            options.seed,
+        )
         life.take_inventory(program.home)
         with short_queue() if loses_events else contextlib.nullcontext():
             program.start()
@@ -107,8 +119,11 @@ def live(options, loses_events):
             live_a_while(program, life, loses_events, min(ROUND_SECONDS, options.seconds / 3))
             life.come_home()
             sentinels.wait()
-            compare(program, life.must_be_reported() | sentinels.paths,
-                    life.may_be_reported() | sentinels.paths)
+            compare(
+                program,
+                life.must_be_reported() | sentinels.paths,
+                life.may_be_reported() | sentinels.paths,
+            )
         return f"{len(life.log)} acts, {len(program.reported_paths())} reports"
 
 
@@ -194,10 +209,22 @@ def burst_with_overflow(options):
 def few_watches(options):
     """The kernel gives fewer watches than there are directories: what is watched keeps working,
     and the poll finds what lies in the folders themselves."""
-    wrapper = ("unshare", "--user", "--map-root-user", "sh", "-c",
-               f'echo {FEW_WATCHES} >/proc/sys/user/max_inotify_watches && exec "$0"')
-    if subprocess.run([*wrapper[:5], "echo 200 >/proc/sys/user/max_inotify_watches"], check=False,
-                      stderr=subprocess.DEVNULL).returncode != 0:
+    wrapper = (
+        "unshare",
+        "--user",
+        "--map-root-user",
+        "sh",
+        "-c",
+        f'echo {FEW_WATCHES} >/proc/sys/user/max_inotify_watches && exec "$0"',
+    )
+    if (
+        subprocess.run(
+            [*wrapper[:5], "echo 200 >/proc/sys/user/max_inotify_watches"],
+            check=False,
+            stderr=subprocess.DEVNULL,
+        ).returncode
+        != 0
+    ):
         return "left out: no user namespace to be had"
     with BareProgram(options.program, options.place, wrapper) as program:
         for number in range(3 * FEW_WATCHES):
@@ -229,7 +256,8 @@ def main():
         seconds={"type": float, "help": "of random life"},
         seed={"type": int, "default": int(time.time())},
         place={"type": absolute_path, "help": "where to make the folders ($TMPDIR)"},
-        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(STRESSES)})
+        names={"nargs": "*", "metavar": "NAME", "help": ", ".join(STRESSES)},
+    )
     options.seconds = options.seconds or (120.0 if options.full else 3.0)
     options.rounds = 1000 if options.full else 100
     options.directories = 1000 if options.full else 100

@@ -6,8 +6,20 @@ import shutil
 
 ENDING = b".webloc"
 # No percent sign, which the log reads as a directive.
-NAMES = [b"a", b"b", b"c", b"Site", b"My Site", b"\xe3\x82\xb5\xe3\x82\xa4\xe3\x83\x88", b"\xff\xfe",
-         b"two\nlines", b'quo"te', b"back\\slash", b".hidden", b"n" * 240]
+NAMES = [
+    b"a",
+    b"b",
+    b"c",
+    b"Site",
+    b"My Site",
+    b"\xe3\x82\xb5\xe3\x82\xa4\xe3\x83\x88",
+    b"\xff\xfe",
+    b"two\nlines",
+    b'quo"te',
+    b"back\\slash",
+    b".hidden",
+    b"n" * 240,
+]
 # Ends like a link file's name to a careless reader.
 OTHER_ENDINGS = [b".WEBLOC", b".Webloc", b".webloc.part", b".webloc~", b".weblo", b"webloc", b""]
 
@@ -46,16 +58,23 @@ class FolderLife:
                 self._inventory.update(self._links_in(folder))
 
     def must_be_reported(self):
-        return {path for folder in self._folders for directory in self._below(folder)
-                if self._identity(directory) in self._changed
-                for path in self._links_in(directory)} - self._inventory
+        return {
+            path
+            for folder in self._folders
+            for directory in self._below(folder)
+            if self._identity(directory) in self._changed
+            for path in self._links_in(directory)
+        } - self._inventory
 
     def may_be_reported(self):
         return self._may - self._inventory
 
     def _links_in(self, directory):
-        return {os.path.join(directory, name) for name in os.listdir(directory)
-                if name.endswith(ENDING) and os.path.exists(os.path.join(directory, name))}
+        return {
+            os.path.join(directory, name)
+            for name in os.listdir(directory)
+            if name.endswith(ENDING) and os.path.exists(os.path.join(directory, name))
+        }
 
     def _below(self, directory):
         """The directory and all below it; links are not followed."""
@@ -70,8 +89,9 @@ class FolderLife:
         self._note_scan(directory)
 
     def _note_scan(self, directory):
-        if any(directory == folder or directory.startswith(folder + b"/")
-               for folder in self._folders):
+        if any(
+            directory == folder or directory.startswith(folder + b"/") for folder in self._folders
+        ):
             self._may.update(self._links_in(directory))
 
     def _note_arrival(self, directory):
@@ -82,11 +102,22 @@ class FolderLife:
 
     def act(self):
         """Does one thing, chosen at random."""
-        acts = [(30, self._add_file), (6, self._add_other_file), (6, self._remove_file),
-                (8, self._rename_file), (4, self._link_file), (10, self._make_path),
-                (6, self._move_directory), (4, self._move_in), (3, self._move_out),
-                (3, self._remove_directory), (2, self._exchange_directories),
-                (2, self._leave_folder), (4, self._return_folder), (2, self._link_directory)]
+        acts = [
+            (30, self._add_file),
+            (6, self._add_other_file),
+            (6, self._remove_file),
+            (8, self._rename_file),
+            (4, self._link_file),
+            (10, self._make_path),
+            (6, self._move_directory),
+            (4, self._move_in),
+            (3, self._move_out),
+            (3, self._remove_directory),
+            (2, self._exchange_directories),
+            (2, self._leave_folder),
+            (4, self._return_folder),
+            (2, self._link_directory),
+        ]
         weights = [weight for weight, _ in acts]
         act = self._random.choices([act for _, act in acts], weights)[0]
         self.log.append(act.__name__)
@@ -127,10 +158,13 @@ class FolderLife:
         return found
 
     def _files(self):
-        return sorted(os.path.join(directory, name) for directory in self._directories()
-                      for name in os.listdir(directory)
-                      if not os.path.isdir(os.path.join(directory, name))
-                      and not os.path.islink(os.path.join(directory, name)))
+        return sorted(
+            os.path.join(directory, name)
+            for directory in self._directories()
+            for name in os.listdir(directory)
+            if not os.path.isdir(os.path.join(directory, name))
+            and not os.path.islink(os.path.join(directory, name))
+        )
 
     def _write(self, path):
         with open(path, "wb") as file:
@@ -196,8 +230,11 @@ class FolderLife:
     def _make_path(self):
         """A file at the bottom of a path that is made at once."""
         directory = self._pick(self._directories())
-        if directory is None or len(self._directories()) > MOST_DIRECTORIES or \
-                len(directory) > LONGEST_PATH:
+        if (
+            directory is None
+            or len(self._directories()) > MOST_DIRECTORIES
+            or len(directory) > LONGEST_PATH
+        ):
             return
         top = os.path.join(directory, self._name())
         if os.path.lexists(top):
@@ -255,8 +292,11 @@ class FolderLife:
 
     def _exchange_directories(self):
         one, other = (self._pick(self._directories(with_folders=False)) for _ in range(2))
-        if one is None or (one + b"/").startswith(other + b"/") or \
-                (other + b"/").startswith(one + b"/"):
+        if (
+            one is None
+            or (one + b"/").startswith(other + b"/")
+            or (other + b"/").startswith(one + b"/")
+        ):
             return
         aside = os.path.join(self._outside, b"aside-%d" % self._count)
         os.rename(one, aside)
