@@ -2,10 +2,10 @@
 
     scripts/bench [--smoke] [--page] [NAME...]
 
-Without a name: all, and the page. With names: those alone, and the page only with --page, from these
-and from what the others left in build/bench/results. --smoke: a few seconds each, beside such peers
-as are there, limits do not count, no page. Each program ends with an error when a limit is passed. Run
-it on a machine that does nothing else.
+Without a name: all, and the page. With names: only those, and the page only with --page, from these
+and from the earlier results of the others in build/bench/results. --smoke: a few seconds each, with
+the peers that are installed; limits do not count, no page. Each program fails if a limit is
+exceeded. Use a machine that does nothing else.
 """
 
 import argparse
@@ -174,12 +174,8 @@ def run(question, smoke):
     figures.unlink(missing_ok=True)
     begin = time.monotonic()
     try:
-        held = (
-            subprocess.run(
-                [*command, "--json", figures] + ["--smoke"] * smoke, timeout=timeout
-            ).returncode
-            == 0
-        )
+        command_line = [*command, "--json", figures] + ["--smoke"] * smoke
+        held = subprocess.run(command_line, timeout=timeout).returncode == 0
     except subprocess.TimeoutExpired:
         print("took too long")
         held = False
@@ -199,9 +195,8 @@ def write_page(arguments):
     for question in questions:
         path = results / f"{question.benchmark}.json"
         if path.exists():
-            records.append(
-                {"name": question.benchmark, "question": question, **json.loads(path.read_text())}
-            )
+            record = json.loads(path.read_text())
+            records.append({"name": question.benchmark, "question": question, **record})
     report.write(pathlib.Path("docs/benchmarks.md"), facts(arguments), records)
 
 
@@ -209,22 +204,16 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--smoke", action="store_true")
     parser.add_argument("--page", action="store_true")
-    parser.add_argument(
-        "names",
-        nargs="*",
-        metavar="NAME",
-        help=", ".join(question.benchmark for question in questions),
-    )
+    known = ", ".join(question.benchmark for question in questions)
+    parser.add_argument("names", nargs="*", metavar="NAME", help=known)
     arguments = parser.parse_args()
     groups = "build test session bench" + ("" if arguments.smoke else " plot peers")
     build = f". scripts/lib.sh && install_missing {groups} && build bench benchmarks"
     subprocess.run(["bash", "-ec", build], check=True)
     results.mkdir(exist_ok=True)
-    held = [
-        run(question, arguments.smoke)
-        for question in questions
-        if not arguments.names or question.benchmark in arguments.names
-    ]
+    names = arguments.names or [question.benchmark for question in questions]
+    chosen = [question for question in questions if question.benchmark in names]
+    held = [run(question, arguments.smoke) for question in chosen]
     if arguments.page or not (arguments.names or arguments.smoke):
         write_page(sys.argv[1:])
     return 0 if all(held) else 1

@@ -1,10 +1,10 @@
-"""Finding the icons of sites on loopback, beside the finders that npm packages: how many are found, of
-which size, and what that takes.
+"""Finding the icons of sites on loopback with the program and with finders from npm: how many are
+found, of which size, and at what cost.
 
     python3 -m bench.finding [--rounds N] [--json FILE] [--smoke]
 
-The packages come by npm into build/bench/finders. Each finder is one process for all sites, which it
-asks one after the other; every connection of a package is led to the sites' server.
+npm installs the finders into build/bench/finders. Each finder is one process, which looks at one
+site after the other; all connections of the finders go to the sites' server.
 """
 
 import json
@@ -31,7 +31,7 @@ folder = pathlib.Path("build/bench/finders").resolve()
 
 
 def install_packages():
-    """Whether they are there."""
+    """False without npm."""
     if shutil.which("npm") is None:
         print("npm is not installed: no finder to compare with")
         return False
@@ -40,28 +40,18 @@ def install_packages():
     if not stamp.exists() or stamp.read_text().split() != wanted:
         folder.mkdir(parents=True, exist_ok=True)
         (folder / "package.json").write_text("{}")
-        subprocess.run(
-            ["npm", "install", "--no-audit", "--no-fund", "--loglevel=error", *wanted],
-            cwd=folder,
-            check=True,
-            stdout=subprocess.DEVNULL,
-        )
+        command = ["npm", "install", "--no-audit", "--no-fund", "--loglevel=error", *wanted]
+        subprocess.run(command, cwd=folder, check=True, stdout=subprocess.DEVNULL)
         stamp.write_text("\n".join(wanted))
     return True
 
 
-def ask(command, links, environment=None):
-    """A line for each link, and what the finder says of the whole run."""
-    done = subprocess.run(
-        command,
-        input="\n".join(links) + "\n",
-        stdout=subprocess.PIPE,
-        text=True,
-        env={**os.environ, **(environment or {})},
-        timeout=PATIENCE,
-        check=True,
-    )
-    *found, whole = [json.loads(line) for line in done.stdout.splitlines()]
+def ask(links, command, environment=None):
+    """What the finder writes about each link, and about the whole run."""
+    text = "\n".join(links) + "\n"
+    options = {"timeout": PATIENCE, "env": {**os.environ, **(environment or {})}}
+    output = subprocess.check_output(command, input=text, text=True, **options)
+    *found, whole = [json.loads(line) for line in output.splitlines()]
     return found, whole
 
 
@@ -73,43 +63,30 @@ def measure(name, rounds, wanted, figures, server):
     def add(what, value, unit):
         figures.add(what, value, unit, of=name)
 
-    def over_rounds(value):
-        return statistics.median(map(value, rounds))
+    def share(condition):
+        return 100 * sum(map(condition, widths)) / len(widths)
 
-    add("icons found", 100 * sum(width > 0 for width in widths) / len(widths), "%")
-    add(
-        f"of {LARGE} pixels or more",
-        100 * sum(width >= LARGE for width in widths) / len(widths),
-        "%",
-    )
+    named = [line["icon"] for line in found if line["icon"] is not None]
+    add("icons found", share(lambda width: width > 0), "%")
+    add(f"of {LARGE} pixels or more", share(lambda width: width >= LARGE), "%")
     add("median width", statistics.median(widths), "pixels")
-    add(
-        "wrongly named",
-        sum(line["icon"] is not None and width_of(server, line["icon"]) == 0 for line in found),
-        "sites",
-    )
-    add(
-        "time a site",
-        over_rounds(lambda one: statistics.median(line["ms"] for line in one[0])),
-        "ms",
-    )
-    add(
-        "time of all sites", over_rounds(lambda one: sum(line["ms"] for line in one[0])) / 1000, "s"
-    )
-    add("processor time a site", over_rounds(processor_of_a_site), "ms")
-    add("memory", over_rounds(lambda one: one[1]["megabytes"]), "MB")
+    add("wrongly named", sum(width_of(server, icon) == 0 for icon in named), "sites")
+    times = [[line["ms"] for line in lines] for lines, _ in rounds]
+    add("time a site", statistics.median(map(statistics.median, times)), "ms")
+    add("time of all sites", statistics.median(map(sum, times)) / 1000, "s")
+    add("processor time a site", statistics.median(map(processor_of_a_site, rounds)), "ms")
+    add("memory", statistics.median(whole["megabytes"] for _, whole in rounds), "MB")
 
 
 def processor_of_a_site(one_round):
-    """The median, and the image decoder's share, where there is one."""
+    """The median, plus the image decoder's share if there is one."""
     found, whole = one_round
-    return statistics.median(line["processorMs"] for line in found) + whole.get(
-        "decoderMs", 0
-    ) / len(found)
+    median = statistics.median(line["processorMs"] for line in found)
+    return median + whole.get("decoderMs", 0) / len(found)
 
 
 def show_kinds(wanted, results, server):
-    """Which finder found what on which site: for a reader of the output."""
+    """Prints for each site the width of the icon that each finder found."""
     for number, site in enumerate(wanted):
         widths = [width_of(server, rounds[0][0][number]["icon"]) for rounds in results.values()]
         print(f"{site.kind:45}" + "".join(f"{width or '-':>6}" for width in widths))
@@ -125,12 +102,10 @@ def main():
     with site_server(wanted) as server:
         commands = {"glintmark": (["build/bench/find-icons"], server.proxy_environment())}
         if not arguments.smoke and install_packages():
-            commands |= {
-                name: (["node", "bench/finders.mjs", name, folder, str(server.port)], None)
-                for name in PACKAGES
-            }
+            for name in PACKAGES:
+                commands[name] = (["node", "bench/finders.mjs", name, folder, str(server.port)],)
         results = {
-            name: [ask(*command[:1], links, command[1]) for _ in range(arguments.rounds)]
+            name: [ask(links, *command) for _ in range(arguments.rounds)]
             for name, command in commands.items()
         }
     show_kinds(wanted, results, server)

@@ -1,7 +1,7 @@
-"""Sites on loopback of the kinds that are out there, to find icons on.
+"""Sites on loopback, of the kinds that exist in the web, for finders of icons.
 
-`sites()` gives the link of each and what its hosts answer; `site_server` serves them; `width_of`
-says what a finder that names an address has found there.
+`sites()` gives the link of each and the answers of its hosts; `site_server` serves them; `width_of`
+is the width of the icon that a finder has found.
 """
 
 import dataclasses
@@ -120,6 +120,10 @@ def moved(location, status=301):
     return Answer(status=status, headers=(("Location", location),))
 
 
+def typed(answer, content_type):
+    return dataclasses.replace(answer, content_type=content_type)
+
+
 def several(answer, *paths):
     return {path: answer for path in paths}
 
@@ -145,9 +149,9 @@ def favicon_sites():
         "favicon.ico, page in a redirect loop": {"/": moved("/", 302), at: ico(48)},
         "favicon.ico named as shortcut icon": {"/": page(link("shortcut icon", at)), at: ico(32)},
         "favicon.ico under another type": {
-            "/": page(), at: dataclasses.replace(ico(32), content_type="application/octet-stream")},
-        "favicon.ico without a page's head": {"/": Answer(b"<h1>It works!</h1>", content_type="text/html"),
-                                              at: ico(16, 32)},
+            "/": page(), at: typed(ico(32), "application/octet-stream")},
+        "favicon.ico without a page's head": {
+            "/": typed(Answer(b"<h1>It works!</h1>"), "text/html"), at: ico(16, 32)},
     }
 
 
@@ -174,10 +178,12 @@ def link_sites():
                                        "/icon.png?a=1&b=2": png(96), **old},
         "attributes without quotes": {"/": page("<link rel=icon href=/icon.png sizes=96x96>"),
                                       "/icon.png": png(96), **old},
-        "capitals and single quotes": {"/": page("<LINK REL='ICON' HREF='/icon.png' SIZES='96X96'>"),
-                                       "/icon.png": png(96), **old},
-        "address before the kind": {"/": page('<link href="/icon.png" rel="icon" type="image/png">'),
-                                    "/icon.png": png(128), **old},
+        "capitals and single quotes": {
+            "/": page("<LINK REL='ICON' HREF='/icon.png' SIZES='96X96'>"),
+            "/icon.png": png(96), **old},
+        "address before the kind": {
+            "/": page('<link href="/icon.png" rel="icon" type="image/png">'),
+            "/icon.png": png(128), **old},
         "tag over several lines": {"/": page('<link\n  rel="icon"\n  sizes="128x128"\n  '
                                              'href="/icon.png"\n/>'), "/icon.png": png(128), **old},
         "base address": {"/": page('<base href="/assets/">', icon("icon.png", "128x128")),
@@ -190,9 +196,10 @@ def link_sites():
             "/": page("<!--[if IE]>" + link("shortcut icon", "/ie.ico") + "<![endif]-->",
                       icon("/icon.png", "128x128")),
             "/ie.ico": ico(16), "/icon.png": png(128)},
-        "a logo that is not square": {"/": page(icon("/logo.png")), "/logo.png": png(200, 60), **old},
+        "a logo that is not square": {
+            "/": page(icon("/logo.png")), "/logo.png": png(200, 60), **old},
         "address without an ending": {"/": page(icon("/brand/icon", type="image/png")),
-                                      "/brand/icon": dataclasses.replace(png(180), content_type="image/png")},
+                                      "/brand/icon": typed(png(180), "image/png")},
         "ending in capitals": {"/": page(icon("/Icon.PNG", "192x192")), "/Icon.PNG": png(192)},
         "icon as WebP": {"/": page(icon("/icon.webp", "192x192", type="image/webp")),
                          "/icon.webp": other_format("webp", 192), **old},
@@ -265,18 +272,19 @@ def trouble_sites():
     return {
         "missing page with icons": {"/": page(icon("/icon.png"), status=404), **good},
         "broken server with icons": {"/": page(icon("/icon.png"), status=500), **good},
-        "page moved to another host": {"/": moved("http://www.{host}/"),
-                                       "http://www.{host}/": page(icon("http://www.{host}/icon.png")),
-                                       "http://www.{host}/icon.png": png(128)},
+        "page moved to another host": {
+            "/": moved("http://www.{host}/"),
+            "http://www.{host}/": page(icon("http://www.{host}/icon.png")),
+            "http://www.{host}/icon.png": png(128)},
         "page moved to its language": {"/": moved("/en/", 302), "/en/": named, **good},
         "page moved three times": {"/": moved("/a"), "/a": moved("/b", 302), "/b": moved("/c", 308),
                                    "/c": named, **good},
         "icon moved to another host": {"/": named, "/icon.png": moved("http://cdn.{host}/i.png"),
                                        "http://cdn.{host}/i.png": png(128)},
         "icon under the type of a page": {
-            "/": named, "/icon.png": dataclasses.replace(png(128), content_type="text/html")},
+            "/": named, "/icon.png": typed(png(128), "text/html")},
         "icon under the type of bytes": {
-            "/": named, "/icon.png": dataclasses.replace(png(128), content_type="application/octet-stream")},
+            "/": named, "/icon.png": typed(png(128), "application/octet-stream")},
         "icon that is missing": {"/": named, **old},
         "icon that is a page": {"/": named, "/icon.png": page(), **old},
         "icon that is empty": {"/": named, "/icon.png": Answer(), **old},
@@ -292,7 +300,8 @@ def trouble_sites():
         "slow page": {"/": dataclasses.replace(named, delay=SLOW), **good},
         "slow icon": {"/": named, "/icon.png": dataclasses.replace(png(128), delay=SLOW)},
         "packed page": {"/": dataclasses.replace(
-            named, body=gzip.compress(named.body), headers=(("Content-Encoding", "gzip"),)), **good},
+            named, body=gzip.compress(named.body),
+            headers=(("Content-Encoding", "gzip"),)), **good},
         "page in Latin-1": {"/": Answer(named.body.replace(b"A site", b"Une ic\xf4ne"),
                                         content_type="text/html; charset=iso-8859-1"), **good},
         "page with a byte-order mark": {"/": dataclasses.replace(

@@ -1,10 +1,10 @@
-"""What waiting costs beside other programs of the status bar: memory, wake-ups, processor time.
+"""What waiting costs, compared to other programs of the status bar: memory, wake-ups, processor
+time.
 
     python3 -m bench.idle [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
 
-All run at once in one private session with a panel and show their icons there, so libraries that
-two of them load count half for each. nm-applet has no NetworkManager to talk to and does less than
-usual.
+All run at once in one private session and show their icons in its panel, so a library that two of
+them load counts half for each. nm-applet finds no NetworkManager and does less than usual.
 """
 
 import re
@@ -47,7 +47,7 @@ def start_peers(session):
 
 
 def icons_shown(session):
-    """In the panel: status items, and windows of the older tray."""
+    """The number of icons in the panel: status items, and windows of the older tray."""
     items = [item for item in registered_items(session) if item.endswith("StatusNotifierItem")]
     windows = session.run(["xwininfo", "-root", "-tree"])
     return len(items) + len(re.findall(r'\("(?:nm-applet|parcellite)".* 22x22', windows))
@@ -74,12 +74,8 @@ def measure(pids, seconds, figures):
         figures.add("PSS", proportional, "MB", of=name)
         figures.add("private memory", private, "MB", of=name)
         figures.add("wake-ups a minute", (more_wakes[name] - wakes[name]) / minutes, "", of=name)
-        figures.add(
-            "processor time a minute",
-            (more_used[name] - used[name]) / minutes * 1000,
-            "ms",
-            of=name,
-        )
+        milliseconds = (more_used[name] - used[name]) / minutes * 1000
+        figures.add("processor time a minute", milliseconds, "ms", of=name)
 
 
 def main():

@@ -1,4 +1,4 @@
-"""docs/benchmarks.md and its plots, from the figures that the benchmarks wrote."""
+"""Writes docs/benchmarks.md and its plots from the figures of the benchmarks."""
 
 import dataclasses
 import html
@@ -7,7 +7,19 @@ import re
 import subprocess
 
 OWN = "glintmark"
-COLOURS = ["#1f6feb", "#d29922", "#2da44e", "#8250df", "#cf222e", "#57606a"]  # ours first
+COLOURS = [
+    "#1f6feb",
+    "#d29922",
+    "#2da44e",
+    "#8250df",
+    "#cf222e",
+    "#57606a",
+]  # the own program first
+
+INTRODUCTION = (
+    "Written by `scripts/bench`, which builds and runs everything under `bench/`. A figure in "
+    "bold is over its limit."
+)
 
 LETTERS_IN_A_LINE = 64  # of labels below a plot that are not turned
 LEAST_MARGIN = 14  # letters, left of the first bar
@@ -40,7 +52,7 @@ class Question:
     answer: str  # how to read the plot
     what: str  # the figures that the plot shows
     label: str  # of the plot's axis
-    beside: str = ""  # shown as multiples of whose figure; of the limit where it is "limit"
+    beside: str = ""  # the program whose figures are 1 in the plot; "limit": the limits are 1
     logarithmic: bool = False
 
 
@@ -49,7 +61,7 @@ def row_key(figure):
 
 
 def rows_of(figures):
-    """(case, what, unit) -> whose -> figure, in the order in which they came."""
+    """(case, what, unit) -> program -> figure, in the order of measurement."""
     rows = {}
     for figure in figures:
         rows.setdefault(row_key(figure), {})[figure["of"]] = figure
@@ -58,7 +70,7 @@ def rows_of(figures):
 
 def subjects_of(figures):
     names = dict.fromkeys(figure["of"] for figure in figures)
-    return sorted(names, key=lambda name: name != OWN)  # ours first, the others as they came
+    return sorted(names, key=lambda name: name != OWN)  # the own program first
 
 
 def most_of(row):
@@ -83,19 +95,13 @@ def table(figures):
     for (at, what, unit), row in rows_of(figures).items():
         cells = [shown(row[name]["value"]) if name in row else "" for name in subjects]
         most = most_of(row)
-        if most is not None and any(
-            figure["value"] > most for figure in row.values() if figure["most"] is not None
-        ):
+        limited = [figure for figure in row.values() if figure["most"] is not None]
+        if any(figure["value"] > most for figure in limited):
             cells[0] = f"**{cells[0]}**"
         name = f"{what} ({unit})" if unit else what
-        lines.append(
-            "| "
-            + " | ".join(
-                ([html.escape(at)] if has_cases else [])
-                + [html.escape(name), *cells, shown(most) if most is not None else ""]
-            )
-            + " |"
-        )
+        limit = shown(most) if most is not None else ""
+        case = [html.escape(at)] if has_cases else []
+        lines.append("| " + " | ".join([*case, html.escape(name), *cells, limit]) + " |")
     return lines
 
 
@@ -103,7 +109,7 @@ def table(figures):
 
 
 def divisor(question, row):
-    """What the figures of a row are multiples of; none where that is not known."""
+    """The figure that is 1 in the plot of a row; None if it is not known."""
     if not question.beside:
         return 1
     if question.beside == "limit":
@@ -113,8 +119,8 @@ def divisor(question, row):
 
 
 def plotted_rows(question, figures):
-    """[label, series -> multiple] for each group of bars: the series are whose the figures are, or,
-    where all are of one, the figures."""
+    """[label, series -> multiple] for each group of bars. A series is a program or, if all figures
+    are of one program, a kind of figure."""
     rows = [
         (at, what, row, divisor(question, row))
         for (at, what, _), row in rows_of(figures).items()
@@ -138,7 +144,7 @@ def plotted_rows(question, figures):
 
 
 def line_of(question, figures):
-    """Where the plot has its line, and what it says."""
+    """The height and the text of the plot's line."""
     if question.beside == "limit":
         return 1, "the limit"
     if question.beside:
@@ -176,30 +182,27 @@ def scale(question, rows, figures):
 def plot(question, title, figures, file):
     rows = plotted_rows(question, figures)
     names = sorted(dict.fromkeys(name for _, row in rows for name in row), key=lambda n: n != OWN)
-    data = "\n".join(
-        '"'
-        + label.replace('"', "'")
-        + '" '
-        + " ".join(str(row[name]) if row.get(name, 0) > 0 else "NaN" for name in names)
-        for label, row in rows
-    )
+    lines = []
+    for label, row in rows:
+        values = [str(row[name]) if row.get(name, 0) > 0 else "NaN" for name in names]
+        lines.append(" ".join(['"' + label.replace('"', "'") + '"', *values]))
+    data = "\n".join(lines)
     colours = COLOURS[1:] if question.beside == OWN else COLOURS
-    series = ", ".join(
-        f'$data using {number + 2}:xtic(1) title "{name}" linecolor "{colours[number % len(colours)]}"'
-        for number, name in enumerate(names)
-    )
+    series = []
+    for number, name in enumerate(names):
+        colour = f'linecolor "{colours[number % len(colours)]}"'
+        series.append(f'$data using {number + 2}:xtic(1) title "{name}" {colour}')
     fits = max(len(label) for label, _ in rows) * len(rows) <= LETTERS_IN_A_LINE
+    beside = 0 if fits else len(rows[0][0]) - SLANTED_LETTERS_BESIDE
     script = f"$data << END\n{data}\nEND\n" + PLOT.format(
         file=file,
         title=title,
         label=question.label,
-        series=series,
+        series=", ".join(series),
         width=max(760, 22 * len(rows) * (len(names) + 1)),
         key="outside bottom center horizontal Left reverse" if len(names) > 1 else "off",
         labels="norotate center" if fits else "rotate by 35 right",
-        margin=LEAST_MARGIN
-        if fits
-        else max(LEAST_MARGIN, len(rows[0][0]) - SLANTED_LETTERS_BESIDE),
+        margin=max(LEAST_MARGIN, beside),
         scale=scale(question, rows, figures),
         line=gnuplot_line(question, figures),
     )
@@ -214,24 +217,15 @@ def summary(results):
     for result in results:
         held = "held" if result["held"] else "**missed**"
         name = result["name"]
-        lines.append(
-            f"| [{result['question'].text}](#{name.lower()}) | {held} "
-            f"| {result['seconds']:.0f} s |"
-        )
+        question = f"[{result['question'].text}](#{name.lower()})"
+        lines.append(f"| {question} | {held} | {result['seconds']:.0f} s |")
     return lines
 
 
 def section(result, folder):
     question, name = result["question"], result["name"]
-    lines = [
-        "",
-        f"## {name}",
-        "",
-        f"{question.text} {question.answer}",
-        "",
-        f"`{result['command']}`",
-        "",
-    ]
+    lines = ["", f"## {name}", "", f"{question.text} {question.answer}", ""]
+    lines += [f"`{result['command']}`", ""]
     if not result["figures"]:
         return [*lines, "It wrote no figures."]
     plot(question, question.text, result["figures"], folder / f"{name}.svg")
@@ -242,16 +236,8 @@ def write(page, facts, results):
     """`results`: name, question, command, seconds, held and figures of each benchmark."""
     folder = page.with_suffix("")
     folder.mkdir(exist_ok=True)
-    lines = [
-        "# Benchmarks",
-        "",
-        "Written by `scripts/bench`, which builds and runs everything under `bench/`. A figure in "
-        "bold is over its limit.",
-        "",
-        *(f"- {fact}" for fact in facts),
-        "",
-        *summary(results),
-    ]
+    lines = ["# Benchmarks", "", INTRODUCTION, "", *(f"- {fact}" for fact in facts), ""]
+    lines += summary(results)
     for result in results:
         lines += section(result, folder)
     page.write_text("\n".join(lines) + "\n")

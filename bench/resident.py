@@ -3,8 +3,8 @@ processor time, and the time from its start to the item's registration with a pa
 
     python3 -m bench.resident [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]
 
-Runs in a private session with a panel, a notification daemon and sites on loopback. Fails when a
-limit is passed. Proportional memory depends on what else runs: use a machine at rest.
+Runs in a private session with a panel, a notification daemon and sites on loopback. Fails if a
+limit is exceeded. Proportional memory depends on the other programs: use a machine at rest.
 """
 
 import re
@@ -28,20 +28,18 @@ MOST_START = 0.040  # seconds, median
 
 
 def time_of_start(session, executable, number):
-    """Seconds until the program's call of the watcher is on the bus."""
+    """Seconds until the program registers its item over the bus."""
     monitor = f"monitor-{number}"
-    session.spawn(
-        monitor, ["dbus-monitor", "--session", "--profile", "member='RegisterStatusNotifierItem'"]
-    )
+    rule = "member='RegisterStatusNotifierItem'"
+    session.spawn(monitor, ["dbus-monitor", "--session", "--profile", rule])
     wait_for(lambda: "NameAcquired" in session.log(monitor), "the monitor")
     program = Program(session, executable, name=f"glintmark-{number}")
     begin = time.time()
     program.start()
 
     def registered():
-        found = re.search(
-            r"^mc\t([\d.]+)\t.*RegisterStatusNotifierItem", session.log(monitor), re.M
-        )
+        call = r"^mc\t([\d.]+)\t.*RegisterStatusNotifierItem"
+        found = re.search(call, session.log(monitor), re.M)
         return float(found[1]) if found else None
 
     end = wait_for(registered, "the item's registration")

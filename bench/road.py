@@ -1,19 +1,20 @@
-"""The whole road of many links at once: dropped into a watched folder, each from a site of its own
-that answers every request after 50 ms.
+"""The whole road of many links at once: dropped into a watched folder, each from an own site that
+answers every request after 50 ms.
 
     python3 -m bench.road [--program PROGRAM] [--links N[,N...]] [--silent] [--json FILE] [--smoke]
 
-With --silent no site ever answers, only the favicon service, which knows none, and each link has to
+With --silent no site ever answers, only the favicon service, which has no icon, and each link must
 end in its failure.
 
-For links that come alone: what the program adds to its own delays and the site's answers. For each
+For single links: the time that the program adds to its own delays and the site's answers. For each
 number of links at once: the time until the last has its icon, the memory of the process tree, how
-long the main thread was away from its events, and how long a call to the status item, which it
-answers, had to wait. Fails when a limit is passed, when a link has no icon, or when one has two.
+long the main thread was away from its events, and how long it let a call to the status item wait.
+Fails if a limit is exceeded, or if a link does not end exactly once.
 """
 
 import collections
 import contextlib
+import functools
 import os
 import pathlib
 import re
@@ -86,7 +87,8 @@ def answer_to(url):
 
 
 class Caller(threading.Thread):
-    """Asks the item for a property again and again; `waits` holds how long each answer took."""
+    """Reads a property of the status item again and again; `waits`: the seconds until each
+    answer."""
 
     def __init__(self, address, uid):
         super().__init__(daemon=True)
@@ -114,7 +116,7 @@ class Caller(threading.Thread):
             time.sleep(CALL_INTERVAL)
 
     def _call(self, destination, path, interface, member, texts=()):
-        """By the D-Bus text, "Message Protocol": a call whose arguments are all strings."""
+        """A call with string arguments (D-Bus specification, "Message Protocol")."""
         self._serial += 1
         body = b""
         for text in texts:
@@ -167,8 +169,8 @@ class HeldTime:
             figures.write(bytes(self.FIGURES.size))
 
     def figures(self):
-        """The longest, in seconds; the same without the waits for a processor that others had; how
-        often; how often too long by itself."""
+        """The longest time in seconds; the longest without the waits for a busy processor; the
+        number of times; the number of times over the limit without those waits."""
         return self.FIGURES.unpack(self._file.read_bytes())
 
 
@@ -181,37 +183,33 @@ def tree_megabytes(pid):
 
 @contextlib.contextmanager
 def desktop_session(server):
-    environment = {**server.proxy_environment(), "GLINTMARK_FAVICON_SERVICE": SERVICE}
-    with DesktopSession(environment=environment) as session:
+    environment = {"GLINTMARK_FAVICON_SERVICE": SERVICE}
+    with DesktopSession(server, environment=environment) as session:
         session.start_window_manager()
         session.start_panel()
         yield session
 
 
 def measure_alone(executable, links, server, figures):
-    """One link after the other: what the program adds to its delays and the site's answers."""
+    """One link after the other: the time beyond the program's delays and the site's answers."""
     added = []
     with desktop_session(server) as session:
         Program(session, executable).start().wait_until_started()
         for number in range(links):
-            time.sleep(
-                number % 4 * 0.7
-            )  # so that the poll does not come at the same moment each time
+            time.sleep(number % 4 * 0.7)  # varies the moment between two polls
             begin = time.monotonic()
             write_link(session.downloads / f"{number}.webloc", f"http://site-{number}.example/")
             while len(DONE.findall(session.log("glintmark"))) <= number:
                 time.sleep(0.001)
             added.append(time.monotonic() - begin - FIXED_DELAYS - LONGEST_CHAIN * ANSWER_AFTER)
-    figures.add(
-        "added by the program, median", statistics.median(added), "s", MOST_ADDED, at="a link alone"
-    )
+    median = statistics.median(added)
+    figures.add("added by the program, median", median, "s", MOST_ADDED, at="a link alone")
 
 
 def measure(executable, held_time_library, count, server, silent, figures):
     with desktop_session(server) as session:
         held = HeldTime(held_time_library, session.home / "held")
-        program = Program(session, executable, held.environment).start()
-        program.wait_until_started()
+        program = Program(session, executable, held.environment).start().wait_until_started()
         caller = Caller(session.environment["DBUS_SESSION_BUS_ADDRESS"], os.getuid())
         beside = session.home / "beside"
         beside.mkdir()
@@ -234,29 +232,19 @@ def measure(executable, held_time_library, count, server, silent, figures):
         applied = collections.Counter(ended)
         waits = sorted(caller.waits)
         longest, by_itself, _, too_long = held.figures()
-        at = f"{count:,} links" if count > 1 else "1 link"
-        figures.add("all done after", seconds, "s", most_seconds, at=at)
-        figures.add(
-            "without exactly one end",
-            count - sum(times == 1 for times in applied.values()),
-            "",
-            0,
-            at=at,
-        )
-        figures.add(
-            "failed",
-            sum(path.startswith("http") for path in applied),
-            "",
-            count if silent else 0,
-            at=at,
-        )
-        figures.add("process tree, most", memory, "MB", MOST_MEGABYTES, at=at)
-        figures.add("main thread held, longest", by_itself, "s", MOST_HELD, at=at)
-        figures.add("main thread held too long", too_long, "times", at=at)
-        figures.add("with waits for a processor", longest, "s", at=at)
-        figures.add("a call's wait, median", statistics.median(waits), "s", at=at)
-        figures.add("a call's wait, 99 of 100", waits[len(waits) * 99 // 100], "s", at=at)
-        figures.add("a call's wait, longest", waits[-1], "s", at=at)
+        add = functools.partial(figures.add, at=f"{count:,} links" if count > 1 else "1 link")
+        failed = sum(path.startswith("http") for path in applied)
+        once = sum(times == 1 for times in applied.values())
+        add("all done after", seconds, "s", most_seconds)
+        add("without exactly one end", count - once, "", 0)
+        add("failed", failed, "", count if silent else 0)
+        add("process tree, most", memory, "MB", MOST_MEGABYTES)
+        add("main thread held, longest", by_itself, "s", MOST_HELD)
+        add("main thread held too long", too_long, "times")
+        add("with waits for a processor", longest, "s")
+        add("a call's wait, median", statistics.median(waits), "s")
+        add("a call's wait, 99 of 100", waits[len(waits) * 99 // 100], "s")
+        add("a call's wait, longest", waits[-1], "s")
 
 
 def main():

@@ -15,9 +15,8 @@ SETTLED_AFTER = 32  # seconds: the image decoder and the HTTP client's thread ha
 @contextlib.contextmanager
 def desktop():
     """Yields the session."""
-    with SiteServer(demo_sites()) as server, DesktopSession(
-        environment=server.proxy_environment()
-    ) as session:
+    server = SiteServer(demo_sites())
+    with server, DesktopSession(server) as session:
         session.start_desktop()
         yield session
 

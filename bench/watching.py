@@ -1,13 +1,13 @@
-"""Watching many directories with the built program, beside the peers that are installed: memory,
-set-up, rest, latency of a report, throughput of a burst, and the poll of a large folder.
+"""Watching many directories with the built program and with its installed peers: memory, set-up,
+rest, latency of a report, throughput of a burst, and the poll of a large folder.
 
     python3 -m bench.watching [--program PROGRAM] [--directories N[,N...]] [--rest SECONDS]
                               [--place FOLDER] [--json FILE] [--smoke] [NAME ...]
 
 Names: tree (memory, set-up and rest, at each number of directories), latency, burst, poll (at the
-last). Fails when a limit is passed. Processor times and ratios count; the machine may be busy. Raises
-fs.inotify.max_user_watches while it runs, where it may. What other programs make in a directory above
-the place of the trees, or mount, wakes the program too.
+last). Fails if a limit is exceeded. Processor times and ratios count, so the machine may be busy.
+Raises fs.inotify.max_user_watches while it runs, if permitted. Changes that other programs make in
+directories above the trees, and their mounts, wake the program too.
 """
 
 import contextlib
@@ -36,7 +36,7 @@ BURST_DIRECTORIES = 1000
 BURST_FILES = 20_000
 POLLED_ENTRIES = 100_000
 POLL_INTERVAL = 5.0
-SETTLED_SECONDS = 1.0  # without processor time: set up
+SETTLED_SECONDS = 1.0  # the set-up ends when no processor time is used for so long
 
 SPARE_WATCHES = 1000  # for what else runs
 
@@ -125,22 +125,14 @@ def measure_set_up(pid, begin, name, at, figures, most_megabytes=None):
 
 
 def measure_rest(pid, seconds, at, figures):
-    """Each time that a thread goes back to sleep is one wake-up."""
     before = wake_ups(pid), wake_ups(pid, STREAM_THREAD), processor_seconds(pid)
     time.sleep(seconds)
-    minutes = seconds / 60
-    figures.add(
-        "wake-ups at rest", (wake_ups(pid) - before[0]) / minutes, "a minute", MOST_WAKE_UPS, at=at
-    )
-    figures.add(
-        "wake-ups of the stream's thread", wake_ups(pid, STREAM_THREAD) - before[1], "", 0, at=at
-    )
-    figures.add(
-        "processor time at rest",
-        (processor_seconds(pid) - before[2]) / minutes * 1000,
-        "ms a minute",
-        at=at,
-    )
+    woken = (wake_ups(pid) - before[0]) * 60 / seconds
+    stream_woken = wake_ups(pid, STREAM_THREAD) - before[1]
+    used = (processor_seconds(pid) - before[2]) * 60 / seconds * 1000
+    figures.add("wake-ups at rest", woken, "a minute", MOST_WAKE_UPS, at=at)
+    figures.add("wake-ups of the stream's thread", stream_woken, "", 0, at=at)
+    figures.add("processor time at rest", used, "ms a minute", at=at)
 
 
 def fswatch(folder, _):
@@ -148,32 +140,14 @@ def fswatch(folder, _):
 
 
 def inotifywait(folder, _):
-    return [
-        "inotifywait",
-        "--monitor",
-        "--recursive",
-        "--quiet",
-        "--quiet",
-        "-e",
-        "create,moved_to,move_self",
-        str(folder),
-    ]
+    events = ["-e", "create,moved_to,move_self"]
+    return ["inotifywait", "--monitor", "--recursive", "--quiet", "--quiet", *events, str(folder)]
 
 
 def watchman(_, scratch):
-    return [
-        "watchman",
-        "--foreground",
-        "--no-save-state",
-        "--sockname",
-        f"{scratch}/socket",
-        "--statefile",
-        f"{scratch}/state",
-        "--logfile",
-        f"{scratch}/log",
-        "--pidfile",
-        f"{scratch}/pid",
-    ]
+    command = ["watchman", "--foreground", "--no-save-state"]
+    places = ("sockname", "statefile", "logfile", "pidfile")
+    return command + [f"--{place}={scratch}/{place}" for place in places]
 
 
 PEERS = (fswatch, inotifywait, watchman)
@@ -184,30 +158,18 @@ def measure_peer(peer, program, at, figures):
     if shutil.which(name) is None:
         print(f"{name}: not installed")
         return
-    # A socket's path is short, and its folder must be one's own.
+    # The path of a socket must be short, and watchman wants to own its folder.
     with tempfile.TemporaryDirectory(prefix="glintmark-bench-") as scratch:
         begin = time.monotonic()
-        process = subprocess.Popen(
-            peer(program.desktop, scratch),
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-        )
+        quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+        command = peer(program.desktop, scratch)
+        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, **quiet)
         try:
             if peer is watchman:
-                wait_for(pathlib.Path(scratch, "socket").exists, "watchman's socket")
-                subprocess.run(
-                    [
-                        "watchman",
-                        "--no-spawn",
-                        "--sockname",
-                        f"{scratch}/socket",
-                        "watch",
-                        str(program.desktop),
-                    ],
-                    check=True,
-                    stdout=subprocess.DEVNULL,
-                )
+                socket = pathlib.Path(scratch, "sockname")
+                wait_for(socket.exists, "watchman's socket")
+                client = ["watchman", "--no-spawn", f"--sockname={socket}"]
+                subprocess.run([*client, "watch", program.desktop], check=True, **quiet)
             measure_set_up(process.pid, begin, name, at, figures)
         finally:
             process.terminate()
@@ -215,7 +177,7 @@ def measure_peer(peer, program, at, figures):
 
 
 def sleep_in_turn(late):
-    """What the machine adds to the fixed delays by itself, beside the program."""
+    """Measures what the machine adds to the fixed delays without the program."""
     begin = time.monotonic()
     for delay in FIXED_DELAYS:
         time.sleep(delay)
@@ -223,8 +185,8 @@ def sleep_in_turn(late):
 
 
 def measure_latency(options, figures):
-    """From a file's creation, deep in the tree where the poll does not look, to its report; beside
-    bare sleeps of the same length at the same time, which a busy machine makes late as well."""
+    """From a file's creation, deep in the tree where the poll does not look, to its report. Bare
+    sleeps of the same length at the same time show how late the machine itself is."""
     with BareProgram(options.program, place=options.place) as program:
         deepest = make_tree(str(program.desktop), options.sizes[-1])
         begin = time.monotonic()
@@ -241,12 +203,8 @@ def measure_latency(options, figures):
             late.append(program.reports()[-1][0] - made - sum(FIXED_DELAYS))
             sleeper.join()
         bare = statistics.median(sleeps)
-        figures.add(
-            "latency beyond the fixed delays, median",
-            statistics.median(late) * 1000,
-            "ms",
-            (MOST_LATENCY + bare) * 1000,
-        )
+        median, most = statistics.median(late) * 1000, (MOST_LATENCY + bare) * 1000
+        figures.add("latency beyond the fixed delays, median", median, "ms", most)
         figures.add("lateness of bare sleeps, median", bare * 1000, "ms")
         figures.add("latency beyond the fixed delays, worst", max(late) * 1000, "ms")
 
@@ -269,9 +227,8 @@ def measure_burst(options, figures):
         figures.add("burst: files reported twice", len(paths) - len(set(paths)), "", 0)
         figures.add("burst: making the files", made - begin, "s")
         figures.add("burst: last report after the last file", last - made, "s")
-        watching = processor_seconds(program.process.pid, STREAM_THREAD) + processor_seconds(
-            program.process.pid, QUEUE_THREAD
-        )
+        threads = (STREAM_THREAD, QUEUE_THREAD)
+        watching = sum(processor_seconds(program.process.pid, thread) for thread in threads)
         figures.add("burst: files per second of watching", BURST_FILES / watching, "")
 
 
@@ -287,17 +244,10 @@ def measure_poll(options, figures):
         before = processor_seconds(pid, QUEUE_THREAD), main_thread_seconds(pid)
         polls = 3
         time.sleep(polls * POLL_INTERVAL)
-        figures.add(
-            "poll of a large folder, watcher's queue",
-            (processor_seconds(pid, QUEUE_THREAD) - before[0]) / polls * 1000,
-            "ms",
-        )
-        figures.add(
-            "poll of a large folder, main thread",
-            (main_thread_seconds(pid) - before[1]) / polls * 1000,
-            "ms",
-            MOST_MAIN_THREAD * 1000,
-        )
+        queue = (processor_seconds(pid, QUEUE_THREAD) - before[0]) / polls * 1000
+        main = (main_thread_seconds(pid) - before[1]) / polls * 1000
+        figures.add("poll of a large folder, watcher's queue", queue, "ms")
+        figures.add("poll of a large folder, main thread", main, "ms", MOST_MAIN_THREAD * 1000)
 
 
 MEASUREMENTS = {

@@ -15,7 +15,7 @@ OPTIONS = argparse.Namespace(program=None, output=None)
 
 
 class DesktopTest(unittest.TestCase):
-    """One session with panel, notification daemon and sites; the program with its own home."""
+    """A session with sites and an own home, and the program in it, not yet started."""
 
     maxDiff = None
 
@@ -25,9 +25,8 @@ class DesktopTest(unittest.TestCase):
         folder.mkdir(parents=True)
         self.pictures = folder
         self.server = self.enterContext(SiteServer(demo_sites()))
-        self.session = self.enterContext(
-            DesktopSession(root=folder / "session", environment=self.server.proxy_environment())
-        )
+        session = DesktopSession(self.server, root=folder / "session")
+        self.session = self.enterContext(session)
         self.desktop = self.session.desktop
         self.downloads = self.session.downloads
         self.program = Program(self.session, OPTIONS.program)

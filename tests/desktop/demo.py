@@ -16,9 +16,8 @@ def main():
     output = options.output
     shutil.rmtree(output, ignore_errors=True)
     output.mkdir(parents=True)
-    with SiteServer(demo_sites()) as server, DesktopSession(
-        root=output / "session", environment=server.proxy_environment()
-    ) as session:
+    server = SiteServer(demo_sites())
+    with server, DesktopSession(server, root=output / "session") as session:
         session.start_desktop()
         program = Program(session, options.program).start().wait_until_started()
         session.open_file_manager(session.downloads)

@@ -1,19 +1,19 @@
-"""The folder dialog of real programs, under a real pointer: portal, zenity and kdialog."""
+"""The folder dialogs of real programs, used with a real pointer: portal, zenity and kdialog."""
 
 import os
 import shutil
 import signal
 
-from tests.desktop.menu import ADD_FOLDER
+from tests.desktop.panels import KDE
 from tests.desktop.pointer import click_at, place_of
 from tests.harness.log_lines import FOLDER_ADDED
 from tests.harness.pictures import crop
 from tests.harness.program import Program
 from tests.harness.session import NOTIFICATIONS, PORTAL, DesktopSession
-from tests.harness.status_item import StatusItem
+from tests.harness.status_item import ADD_FOLDER, StatusItem
 from tests.harness.waiting import TimedOut, wait_for
 
-SCREEN = "1600x1200x24"  # GTK's dialog opens higher than others
+SCREEN = "1600x1200x24"  # GTK's dialog is higher than others
 TITLE = "Choose a folder to watch for link files"
 GTK_PORTAL = "org.freedesktop.impl.portal.desktop.gtk"
 
@@ -45,17 +45,12 @@ class DialogSession(DesktopSession):
     def variables(self):
         if self._service != "kdialog":
             return {}
-        # Outside its own desktop kdialog shows Qt's dialog, which enters a folder and never takes it.
-        return {
-            "PATH": str(self.programs),
-            "XDG_CURRENT_DESKTOP": "KDE",
-            "KDE_FULL_SESSION": "true",
-            "KDE_SESSION_VERSION": "5",
-        }
+        # On other desktops kdialog shows Qt's dialog, which opens a folder but never chooses it.
+        return {"PATH": str(self.programs), **KDE}
 
     def open_dialog(self):
-        """Gives the command until it is heeded, since it is not while the last dialog's program
-        still ends; the dialog's window."""
+        """Returns the dialog's window. Repeats the command, since the program ignores it until the
+        last dialog's process has ended."""
         before = set(self.windows())
         window = wait_for(lambda: self._ask_for_dialog(before), "the folder dialog", timeout=60)
         self.wait_until_still(self.root / "dialog.png")
@@ -94,7 +89,9 @@ def choose_folder(service, executable, output):
         window = session.open_dialog()
         seen.append("cancelled by Escape, and opened again")
         if service == "kdialog":
-            session.run(["xdotool", "windowfocus", str(window), "key", "Return"])  # it begins there
+            session.run(
+                ["xdotool", "windowfocus", str(window), "key", "Return"]
+            )  # the dialog begins in the home folder
             session.wait_until_gone(window)
         else:
             choose_home(session, window)
@@ -107,8 +104,8 @@ def choose_folder(service, executable, output):
 
 
 def choose_home(session, window):
-    """Under the pointer, in GTK's dialog: the home folder in the list at the left, then the button
-    at the lower right."""
+    """Clicks in GTK's dialog: the home folder in the list at the left, then the button at the lower
+    right."""
     left, top, width, height = place_of(session, window)
     click_at(session, left + 60, top + 60)
     session.wait_until_still(session.root / "chosen.png")
@@ -117,7 +114,7 @@ def choose_home(session, window):
 
 
 def lose_the_service(session):
-    """The dialog is open when its backend, and then the portal itself, is killed."""
+    """Kills the portal's backend and then the portal itself while the dialog is open."""
     seen = []
     for name, what in ((GTK_PORTAL, "the portal's backend"), (PORTAL, "the portal")):
         before = session.program.lines_about(FOLDER_ADDED)

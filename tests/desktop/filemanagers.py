@@ -1,4 +1,4 @@
-"""Pictures of a link's icon in every file manager and on every desktop that Debian has."""
+"""Pictures of a link's icon in every file manager and on every desktop of Debian."""
 
 import collections
 import time
@@ -31,15 +31,15 @@ DESKTOPS = [
 ]
 
 OPEN_PATIENCE = 20.0  # seconds; the slowest view that shows the icon at all takes a few
-DISC = 300  # pixels of the icon that must show
+DISC = 300  # pixels of the icon's colour that must show
 
 
 def show_in_open_view(view, executable, output):
-    """Drops a link into a folder that the view shows already. What was seen, in words; the picture
-    lies in `output`."""
-    with SiteServer(demo_sites()) as server, DesktopSession(
-        environment=server.proxy_environment() | {"XDG_CURRENT_DESKTOP": view.desktop}
-    ) as session:
+    """Drops a link into a folder that the view already shows. Returns what was seen, in words; the
+    picture is in `output`."""
+    server = SiteServer(demo_sites())
+    environment = {"XDG_CURRENT_DESKTOP": view.desktop}
+    with server, DesktopSession(server, environment=environment) as session:
         folder = session.desktop
         (folder / "Notes.txt").write_text("A file beside the link.\n")
         program = Program(session, executable).start().wait_until_started()
@@ -58,7 +58,7 @@ def show_in_open_view(view, executable, output):
 
 
 def open_view(session, view, folder):
-    """Waits until it has drawn all it draws."""
+    """Waits until the view has drawn everything."""
     path = session.root / "view.png"
     before = Picture(session.screenshot(path)).data
     session.spawn(view.name, [word.format(folder=folder) for word in view.command])

@@ -1,11 +1,11 @@
-"""The folder dialog where there is no portal: the programs that stand in for it, and none at all."""
+"""The folder dialog without a portal: with the programs that replace it, and without any."""
 
 from tests.desktop.case import DesktopTest
-from tests.desktop.menu import ADD_FOLDER, QUIT
+from tests.desktop.menu import QUIT
 from tests.harness.log_lines import FOLDER_ADDED
 from tests.harness.program import Program
 from tests.harness.session import PORTAL
-from tests.harness.status_item import StatusItem
+from tests.harness.status_item import ADD_FOLDER, StatusItem
 from tests.harness.waiting import wait_for
 
 

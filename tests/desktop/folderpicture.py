@@ -11,7 +11,7 @@ from tests.harness.session import NOTIFICATIONS, DesktopSession
 from tests.harness.waiting import wait_for
 from tests.harness.web_server import Answer, SiteServer
 
-# Name of the link, colour of its site's icon, and what is drawn on it in white.
+# Name of the link, colour of its site's icon, and the shapes that are drawn on it in white.
 SITES = [
     ("Atlas", "#2a7de1", "circle 128,128 128,60 fill #2a7de1 ellipse 128,128 30,68 0,360"),
     ("Garden", "#2e9e5b", "ellipse 128,110 46,62 0,360 rectangle 122,150 134,210"),
@@ -20,7 +20,7 @@ SITES = [
     ("News", "#1f2937", "rectangle 70,70 186,94 rectangle 70,116 186,134 rectangle 70,156 140,174"),
     ("Weather", "#f2a900", "circle 128,128 128,76"),
 ]
-COMMON = ("Atlas", "News")  # colours that the window around has as well
+COMMON = ("Atlas", "News")  # their colours occur in the rest of the window, too
 
 
 def drawn_icon(colour, shapes):
@@ -60,9 +60,8 @@ def sites():
 
 
 def show_folder(executable, output):
-    with SiteServer(sites()) as server, DesktopSession(
-        environment=server.proxy_environment()
-    ) as session:
+    server = SiteServer(sites())
+    with server, DesktopSession(server) as session:
         session.disable(NOTIFICATIONS)
         session.start_window_manager()
         program = Program(session, executable).start().wait_until_started()
@@ -73,7 +72,7 @@ def show_folder(executable, output):
         wait_for(lambda: len(program.lines_about(APPLIED)) == len(SITES), "all icons")
         path = output / "folder.png"
         session.wait_until_still(path, period=6.0, timeout=60)
-        # The icons and their names, without the window around them.
+        # The icons and their names, without the rest of the window.
         boxes = [find_colour(path, rgb(colour)) for name, colour, _ in SITES if name not in COMMON]
         left, top = min(box.left for box in boxes), min(box.top for box in boxes)
         crop(

@@ -1,5 +1,5 @@
-"""The built program's life in a session: one instance, its end in any state, a bus that goes and comes back,
-folders that cannot be written."""
+"""The built program's life in a session: one instance, its end in any state, a bus that stops and
+starts again, folders that cannot be written."""
 
 import os
 import pathlib
@@ -10,7 +10,6 @@ import time
 import unittest
 
 from tests.desktop.case import OPTIONS, DesktopTest
-from tests.desktop.menu import ADD_FOLDER, REMOVE
 from tests.harness.answers import picture
 from tests.harness.bus_monitor import BusMonitor
 from tests.harness.ending import DECODER, SECOND, check_end, own_copy
@@ -21,17 +20,17 @@ from tests.harness.processes import children, processes_of
 from tests.harness.program import Program
 from tests.harness.session import NOTIFICATIONS, PORTAL, DesktopSession
 from tests.harness.sites import TEAL, hostile_sites
-from tests.harness.status_item import StatusItem
+from tests.harness.status_item import ADD_FOLDER, REMOVE, StatusItem
 from tests.harness.waiting import wait_for
 
 OWN_NAME = "com.quorvel.Glintmark"
-LARGE = (8192, 1500)  # pixels: too many to be kept, so they are decoded again to be drawn
+LARGE = (8192, 1500)  # pixels: too many to be kept, so drawing decodes them again
 BUSY = "busy.example"
 SETTINGS = '{"extraFolders": []}'
 
 
 def status_of(pid):
-    """State and parent as proc(5) has them; "X" is the state of a process that is no more."""
+    """State and parent as in proc(5); "X" is the state of a process that does not exist."""
     try:
         fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].split()
         return fields[0], int(fields[1])
@@ -48,7 +47,7 @@ def parent_of(pid):
 
 
 def is_sandboxed(pid):
-    """Whether the process has a system call filter, which a decoder's child has with its image."""
+    """True if the process has a system call filter: a decoder's child has one while it decodes."""
     try:
         return "\nSeccomp:\t2\n" in pathlib.Path(f"/proc/{pid}/status").read_text()
     except OSError:
@@ -56,7 +55,7 @@ def is_sandboxed(pid):
 
 
 def stop(pid):
-    """Whether the process could be stopped before it ended."""
+    """False if the process ended before it could be stopped."""
     try:
         os.kill(pid, signal.SIGSTOP)
     except ProcessLookupError:
@@ -65,7 +64,8 @@ def stop(pid):
 
 
 class LifecycleTest(DesktopTest):
-    """Runs a copy of the program, so that its processes can be told from those of other sessions."""
+    """Runs a copy of the program, so that its processes can be told from those of other
+    sessions."""
 
     def setUp(self):
         super().setUp()
@@ -106,16 +106,16 @@ class EndTest(LifecycleTest):
         self.assertEqual(self.program.lines()[-1], STOPPED)
 
     def decoder_process(self):
-        """The one that takes the requests: what was started leaves it behind and ends."""
+        """The one that receives the requests. Its parent, which the program started, has ended."""
         candidates = processes_of(self.decoder)
         others = {self.program.process.pid, *candidates}
         return next((pid for pid in candidates if parent_of(pid) not in others), None)
 
     def catch_decode(self):
-        """Stops a process that decodes the large picture, in the middle of that."""
+        """Stops a process while it decodes the large picture."""
         decoder = wait_for(self.decoder_process, "the decoder")
         deadline = time.monotonic() + 30
-        while time.monotonic() < deadline:  # without a pause: it does not take long
+        while time.monotonic() < deadline:  # without a pause, since decoding is fast
             for child in children(decoder):
                 if is_sandboxed(child) and stop(child):
                     return child
@@ -237,10 +237,10 @@ class BusRestartTest(LifecycleTest):
 
 
 class SessionEndTest(LifecycleTest):
-    """The program as a session manager starts it, in a session that another process leads."""
+    """The program as a session manager starts it: another process is the session's leader."""
 
     def start_led(self):
-        """The program; what leads its session ends with the session's process of that name."""
+        """Starts the program under the process "leader". Returns its id."""
         self.session.spawn("leader", ["sh", "-c", f"{self.executable} 2>&1 & echo $! >pid; wait"])
         note = self.session.home / "pid"
         wait_for(lambda: note.exists() and note.read_text().strip(), "the program")
@@ -266,7 +266,7 @@ class SessionEndTest(LifecycleTest):
 
 @unittest.skipUnless(os.geteuid() == 0, "mounting needs root")
 class HomeTest(LifecycleTest):
-    """The program runs in a mount namespace of its own, in which its home is odd."""
+    """The program runs in an own mount namespace, in which its home is unusual."""
 
     def start_with(self, preparation):
         shared = self.session.root / "shared"
@@ -297,7 +297,7 @@ class HomeTest(LifecycleTest):
         self.assertEqual(os.listdir(elsewhere), [])
 
     def check_goes_on(self, shared):
-        """A folder is added, watched and removed again, though nothing of that can be stored."""
+        """A folder is added, watched and removed again, though nothing can be stored."""
         item = StatusItem(self.session)
         item.click(ADD_FOLDER)
         self.program.wait_for_line(f"{FOLDER_ADDED}{shared}")
@@ -307,13 +307,13 @@ class HomeTest(LifecycleTest):
         self.program.wait_until_applied(link)
         item.click(REMOVE)
         self.program.wait_for_line(f"{FOLDER_REMOVED}{shared}")
-        wait_for(lambda: f"  {shared}" not in item.labels(), "the menu, made anew after storing")
+        wait_for(lambda: f"  {shared}" not in item.labels(), "the menu, rebuilt after storing")
         self.check_settings()
         self.assertEqual(self.program.terminate(), 0)
         self.assertEqual(self.program.lines()[-1], STOPPED)
 
     def check_settings(self):
-        """The file is as it was, seen as the program sees it, and there is nothing beside it."""
+        """The program's view of the folder: the file is unchanged and there is no other."""
         root = f"/proc/{self.program.process.pid}/root"
         folder = pathlib.Path(f"{root}{self.session.config_home}/glintmark")
         self.assertEqual((folder / "defaults.json").read_text(), SETTINGS)

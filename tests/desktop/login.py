@@ -1,4 +1,5 @@
-"""Login, crashes and restarts: the desktop's parts come and go in any order while the program runs."""
+"""Login, crashes and restarts: the desktop's parts start and end in any order while the program
+runs."""
 
 import signal
 
@@ -9,12 +10,12 @@ from tests.harness.status_item import StatusItem
 from tests.harness.waiting import wait_for
 
 TRAY = (1240, 0, 40, 30)  # the right end of the panel
-SHOWN = 60  # pixels that are not background: the picture of the item has about twice as many
+SHOWN = 60  # pixels that are not background; the item's picture has about twice as many
 
 
 class LoginTest(DesktopTest):
     def wait_until_shown(self):
-        """The item is registered, and its picture is on the panel."""
+        """Waits for the item's registration and for its picture on the panel."""
         StatusItem(self.session)
 
         def look():
@@ -24,7 +25,7 @@ class LoginTest(DesktopTest):
         wait_for(look, "the item's picture on the panel")
 
     def wait_for_notification(self):
-        """A window of the notification daemon."""
+        """Waits for a window of the notification daemon."""
         wait_for(
             lambda: self.session.run(
                 ["xdotool", "search", "--onlyvisible", "--class", "xfce4-notifyd"], check=False

@@ -1,4 +1,5 @@
-"""The menu of the running program: every entry as a panel reads it, every command as a user gives it."""
+"""The menu of the running program: every entry as a panel reads it, every command as a user gives
+it."""
 
 import shutil
 
@@ -7,13 +8,11 @@ from tests.desktop.pointer import click_at, opened_menu
 from tests.harness.bus_monitor import BusMonitor
 from tests.harness.log_lines import FOLDER_ADDED, FOLDER_REMOVED, REPORTED, STARTED, STOPPED
 from tests.harness.session import PORTAL
-from tests.harness.status_item import MENU, StatusItem
+from tests.harness.status_item import ADD_FOLDER, MENU, REMOVE, StatusItem
 from tests.harness.waiting import wait_for
 
 VERSION_LINE = r"^Glintmark v\d+\.\d+\.\d+$"
 CREDIT = "Made by the Glintmark developers"
-ADD_FOLDER = "Add Folder…"
-REMOVE = "Stop Watching This Folder"
 REVEAL = "Show in File Manager"
 QUIT = "Quit Glintmark"
 
@@ -33,7 +32,8 @@ def folder_entry(label):
 
 
 def expected_below_version(*extra_folders):
-    """The whole menu after its first line; the labels of the user's own folders as published."""
+    """The whole menu after its first line. `extra_folders`: the labels of the user's own
+    folders."""
     return [
         command(CREDIT),
         SEPARATOR,
@@ -58,7 +58,7 @@ class MenuCase(DesktopTest):
         self.assertEqual(rest, expected_below_version(*extra_folders))
 
     def prepare_commands(self):
-        """Stand-ins for what the commands start, but a real file manager."""
+        """Replaces the programs that the commands start, but not the file manager."""
         self.pages = self.stand_in_browser()
         self.session.disable(PORTAL)
         self.session.activate_with(
@@ -156,8 +156,8 @@ class MenuTest(MenuCase):
 
 
 class PointerTest(MenuCase):
-    """The lines of the menu by their place: version, credit, two captions, two folders, then the
-    user's folders, and at the end the two commands."""
+    """Finds the lines of the menu by their number: version, credit, two captions, two folders, the
+    user's folders, two commands."""
 
     def open_menu(self, lines):
         menu = opened_menu(self.session, lambda: click_at(self.session, 1265, 15)).read()

@@ -14,9 +14,8 @@ DAEMONS = ["xfce4-notifyd", "dunst"]
 
 
 def show_notification(daemon, executable, output):
-    with SiteServer(demo_sites()) as server, DesktopSession(
-        environment=server.proxy_environment()
-    ) as session:
+    server = SiteServer(demo_sites())
+    with server, DesktopSession(server) as session:
         if daemon == "dunst":
             session.spawn("dunst", ["dunst"])
             session.wait_for_bus_name(NOTIFICATIONS)

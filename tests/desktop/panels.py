@@ -6,6 +6,8 @@ from tests.harness.session import WATCHER
 from tests.harness.waiting import wait_for
 
 PANEL_HEIGHT = 32
+ICON_SIZE = 22
+KDE = {"XDG_CURRENT_DESKTOP": "KDE", "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5"}
 
 LXQT_PANEL = """[General]
 panels=panel1
@@ -62,101 +64,71 @@ WAYBAR_STYLE = """
 * {{ border: none; font-family: sans-serif; font-size: 13px; }}
 window#waybar {{ background: {background}; color: {text}; }}
 """
+SWAY = """output * resolution 1280x800
+output * background #446688 solid_color
+xwayland disable
+"""
 
 
-def start_xfce(session, dark=False, size=PANEL_HEIGHT, icon_size=0):
-    session.start_panel(dark=dark, size=size, icon_size=icon_size)
+def start_xfce(session, dark=False):
+    session.start_panel(dark, PANEL_HEIGHT)
 
 
-def start_lxqt(session, dark=False, size=PANEL_HEIGHT, icon_size=22):
+def write(path, text):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+
+
+def gtk_theme(dark):
+    return "Adwaita:dark" if dark else "Adwaita"
+
+
+def start_lxqt(session, dark=False):
     folder = session.config_home / "lxqt"
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / "panel.conf").write_text(LXQT_PANEL.format(height=size, icon=icon_size))
-    (folder / "lxqt.conf").write_text(
-        f"[General]\ntheme={'dark' if dark else 'light'}\nicon_theme=Adwaita\n"
-    )
+    write(folder / "panel.conf", LXQT_PANEL.format(height=PANEL_HEIGHT, icon=ICON_SIZE))
+    theme = "dark" if dark else "light"
+    write(folder / "lxqt.conf", f"[General]\ntheme={theme}\nicon_theme=Adwaita\n")
     session.spawn("lxqt-panel", ["lxqt-panel"], {"XDG_CURRENT_DESKTOP": "LXQt"})
     session.wait_for_bus_name(WATCHER)
 
 
-def start_mate(session, dark=False, size=PANEL_HEIGHT, icon_size=0):
-    """The settings go into a key file, since no other store lives in a private session."""
-    folder = session.config_home / "glib-2.0" / "settings"
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / "keyfile").write_text(
-        MATE_LAYOUT.format(height=size, theme="Adwaita-dark" if dark else "Adwaita")
-    )
+def start_mate(session, dark=False):
+    """The settings go into a key file: no other store works in a private session."""
+    layout = MATE_LAYOUT.format(height=PANEL_HEIGHT, theme="Adwaita-dark" if dark else "Adwaita")
+    write(session.config_home / "glib-2.0" / "settings" / "keyfile", layout)
     session.environment["GSETTINGS_BACKEND"] = "keyfile"
-    session.spawn(
-        "mate-panel",
-        ["mate-panel"],
-        {"XDG_CURRENT_DESKTOP": "MATE", "GTK_THEME": "Adwaita:dark" if dark else "Adwaita"},
-    )
+    variables = {"XDG_CURRENT_DESKTOP": "MATE", "GTK_THEME": gtk_theme(dark)}
+    session.spawn("mate-panel", ["mate-panel"], variables)
     session.wait_for_bus_name(WATCHER)
 
 
-def start_plasma(session, dark=False, **_):
-    """The whole Plasma shell; its default panel lies at the bottom."""
-    scheme = "BreezeDark" if dark else "BreezeLight"
-    session.config_home.joinpath("kdeglobals").write_text(f"[General]\nColorScheme={scheme}\n")
-    session.config_home.joinpath("plasmarc").write_text(
-        f"[Theme]\nname={'breeze-dark' if dark else 'breeze-light'}\n"
-    )
-    session.environment.update(
-        {
-            "XDG_CURRENT_DESKTOP": "KDE",
-            "KDE_FULL_SESSION": "true",
-            "KDE_SESSION_VERSION": "5",
-            "QT_QUICK_BACKEND": "software",
-            "LIBGL_ALWAYS_SOFTWARE": "1",
-        }
-    )
+def start_plasma(session, dark=False):
+    """The whole Plasma shell; its default panel is at the bottom."""
+    scheme, theme = ("BreezeDark", "breeze-dark") if dark else ("BreezeLight", "breeze-light")
+    write(session.config_home / "kdeglobals", f"[General]\nColorScheme={scheme}\n")
+    write(session.config_home / "plasmarc", f"[Theme]\nname={theme}\n")
+    session.environment.update(KDE)
+    session.environment.update(QT_QUICK_BACKEND="software", LIBGL_ALWAYS_SOFTWARE="1")
     session.spawn("kded5", ["kded5"])
     session.spawn("plasmashell", ["plasmashell"])
     session.wait_for_bus_name(WATCHER, timeout=90)
 
 
-def start_waybar(session, dark=False, size=PANEL_HEIGHT, icon_size=22):
-    """Waybar in a sway that has a window of the X server as its screen, so that it is under the
-    same pointer and in the same pictures as the others."""
+def start_waybar(session, dark=False):
+    """Waybar in a sway whose screen is a window of the X server, so that pointer and screenshots
+    work as for the other panels."""
     folder = session.config_home / "waybar"
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / "config").write_text(WAYBAR.format(height=size, icon=icon_size))
-    (folder / "style.css").write_text(
-        WAYBAR_STYLE.format(
-            background="#222226" if dark else "#f6f5f4", text="#ffffff" if dark else "#2e3436"
-        )
-    )
+    background, text = ("#222226", "#ffffff") if dark else ("#f6f5f4", "#2e3436")
+    write(folder / "config", WAYBAR.format(height=PANEL_HEIGHT, icon=ICON_SIZE))
+    write(folder / "style.css", WAYBAR_STYLE.format(background=background, text=text))
     config = session.root / "sway.conf"
-    config.write_text(
-        "output * resolution 1280x800\n"
-        "output * background #446688 solid_color\nxwayland disable\n"
-    )
-    # As root sway ends at once; in a user namespace it is somebody else.
-    somebody = ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
-    session.spawn(
-        "sway",
-        (somebody if os.getuid() == 0 else []) + ["sway", "--unsupported-gpu", "-c", str(config)],
-        {"WLR_BACKENDS": "x11", "WLR_RENDERER": "pixman"},
-    )
-    display = wait_for(
-        lambda: next(
-            (
-                path.name
-                for path in session.runtime.glob("wayland-*")
-                if not path.name.endswith(".lock")
-            ),
-            None,
-        ),
-        "sway",
-    )
-    session.spawn(
-        "waybar",
-        ["waybar"],
-        {
-            "WAYLAND_DISPLAY": display,
-            "GDK_BACKEND": "wayland",
-            "GTK_THEME": "Adwaita:dark" if dark else "Adwaita",
-        },
-    )
+    config.write_text(SWAY)
+    # Sway refuses to run as root; a user namespace gives it another user id.
+    other_user = ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
+    command = ["sway", "--unsupported-gpu", "-c", str(config)]
+    command = other_user + command if os.getuid() == 0 else command
+    session.spawn("sway", command, {"WLR_BACKENDS": "x11", "WLR_RENDERER": "pixman"})
+    socket = wait_for(lambda: list(session.runtime.glob("wayland-?")), "sway")[0]
+    variables = {"WAYLAND_DISPLAY": socket.name, "GDK_BACKEND": "wayland"}
+    session.spawn("waybar", ["waybar"], {**variables, "GTK_THEME": gtk_theme(dark)})
     session.wait_for_bus_name(WATCHER)

@@ -1,4 +1,4 @@
-"""Menus of a real panel under the pointer: opening the item's menu, finding its lines, clicking."""
+"""Menus of a real panel, used with the pointer: opening them, finding their lines, clicking."""
 
 import re
 
@@ -8,12 +8,11 @@ from tests.harness.waiting import TimedOut, wait_for
 SETTLED = 3  # equal pictures in a row
 LOWEST_MENU = 100  # pixels; a tool tip is lower
 LOWEST_SUBMENU = 40
-PATIENCE = 5.0  # seconds after which a click counts as lost: a panel may not have the menu yet
+PATIENCE = 5.0  # seconds until the click is repeated: a panel may not have the menu yet
 
 
 class OpenMenu:
-    """A menu or submenu on the screen. `rows`: the heights of its lines from the top; separators
-    are not counted."""
+    """A menu or submenu on the screen. `rows`: the y positions of its lines without separators."""
 
     def __init__(self, session, window):
         self._session = session
@@ -22,7 +21,7 @@ class OpenMenu:
         self.rows = []
 
     def read(self):
-        """Finds the lines, once the menu has stopped moving."""
+        """Waits until the menu has stopped moving, then finds the lines."""
         pictures = []
 
         def settled():
@@ -68,7 +67,7 @@ def place_of(session, window):
 
 
 def visible_windows(session, lowest):
-    """Ids of what is mapped directly below the root, menus included, and at least so high."""
+    """Ids of the visible top-level windows, including menus, with at least this size."""
     tree = session.run(["xwininfo", "-root", "-children"])
     found = []
     for line in re.findall(r"^ +(0x[0-9a-f]+) .*? (\d+)x(\d+)\+-?\d+\+-?\d+ ", tree, re.M):
@@ -83,7 +82,7 @@ def visible_windows(session, lowest):
 
 
 def opened_menu(session, action, lowest=LOWEST_MENU):
-    """The window that `action` makes appear."""
+    """Repeats `action` until it opens a menu."""
     before = set(visible_windows(session, lowest))
 
     def look():

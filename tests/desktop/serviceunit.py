@@ -12,8 +12,8 @@ from tests.harness.waiting import wait_for
 UNIT = "glintmark.service"
 SOURCE = pathlib.Path("resources", UNIT)
 
-# A manager starts only where systemd has booted the system, which it tells by this folder. It is
-# there for the manager alone, in a mount namespace of its own.
+# A manager starts only if systemd has booted the system. The sign is this folder, which only the
+# manager sees, in an own mount namespace.
 MANAGER = """
 mkdir -p /run/systemd && mount -t tmpfs none /run/systemd && mkdir /run/systemd/system &&
 exec /lib/systemd/systemd --user --log-target=console

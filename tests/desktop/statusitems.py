@@ -10,8 +10,8 @@ from tests.harness.session import NOTIFICATIONS, DesktopSession
 from tests.harness.status_item import StatusItem
 from tests.harness.waiting import wait_for
 
-# `window_manager`: whether the panel wants one beside it. `settled`: seconds without a change that
-# show that it has drawn all it draws.
+# `window_manager`: True if the panel needs one. `settled`: after so many seconds without a change
+# the panel has drawn everything.
 Panel = collections.namedtuple("Panel", "name package start window_manager settled")
 
 PANELS = [
@@ -21,7 +21,7 @@ PANELS = [
     Panel("plasma", "plasma-workspace", start_plasma, True, 6.0),
     Panel("waybar", "waybar", start_waybar, False, 1.5),
 ]
-# Pixels to a point, and what tells the panel's toolkit.
+# Pixels per point, and the variables that set them in the panel's toolkit.
 SCALED = [
     (PANELS[0], 1, {}),
     (PANELS[0], 2, {"GDK_SCALE": "2"}),
@@ -29,11 +29,11 @@ SCALED = [
     (PANELS[1], 2, {"QT_SCALE_FACTOR": "2"}),
 ]
 EXTRA_FOLDERS = ("Links", "Reading")
-CHANGED = 12  # of 255; what a channel of a drawn pixel differs by, at least
+CHANGED = 12  # of 255: the least difference of a channel that counts as a change
 
 
 def show_item_and_menu(panel, dark, executable, output):
-    """The item's picture with the menu open, cut out of the screen."""
+    """Makes a picture of the item with its menu open."""
     with DesktopSession(environment={"GLINTMARK_FAVICON_SERVICE": ""}) as session:
         session.disable(NOTIFICATIONS)
         if panel.window_manager:
@@ -56,7 +56,7 @@ def show_item_and_menu(panel, dark, executable, output):
 
 
 def show_scaled(panel, scale, variables, executable, output):
-    """The item on a panel that has `scale` pixels to a point."""
+    """Makes a picture of the item on a panel with `scale` pixels per point."""
     with DesktopSession(environment={"GLINTMARK_FAVICON_SERVICE": ""} | variables) as session:
         session.disable(NOTIFICATIONS)
         session.start_window_manager()
@@ -69,7 +69,7 @@ def show_scaled(panel, scale, variables, executable, output):
 
 
 def show_item(session, executable, settled):
-    """Starts the program; where its item appears on the panel: left, top, width, height."""
+    """Starts the program. Returns the place of its item: left, top, width, height."""
     session.settings.store_extra_folders([session.home / name for name in EXTRA_FOLDERS])
     before = session.wait_until_still(session.root / "empty.png", period=settled, timeout=120)
     Program(session, executable).start().wait_until_started()
@@ -86,7 +86,7 @@ def show_item(session, executable, settled):
 
 
 def icon_in(path, box):
-    """The last square of the changed part: on some panels what lies beside the item moves."""
+    """The last square of the changed part: on some panels the neighbours of the item move."""
     left, top, width, height = box
     if width <= height + 4:
         return box
@@ -111,8 +111,8 @@ def icon_in(path, box):
 
 
 def changed_box(before, after, away_from=None):
-    """Where two pictures differ: left, top, width, height; None when they do not. `away_from`: a
-    box that does not count."""
+    """Where two pictures differ: left, top, width, height; None if they are equal. `away_from`: a
+    box to ignore."""
     one, other = Picture(before), Picture(after)
     rows, columns = [], set()
     for y in range(one.height):

@@ -1,5 +1,5 @@
-"""Makes calls of the built program fail, each in turn, and takes away what a process needs: it must
-live, keep what it has, and go on when all is well again. A short run by default; --full for the whole.
+"""Makes calls of the built program fail, one after the other, and takes away what a process needs.
+The program must live, lose no data, and recover afterwards. A short run by default; --full for all.
 
     python3 -m tests.faults [--program PROGRAM] [--faults LIBRARY] [--full] [NAME ...]
 """

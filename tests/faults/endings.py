@@ -1,4 +1,4 @@
-"""SIGTERM ends the program within a second, whatever it does, and nothing that it started stays."""
+"""SIGTERM ends the program within a second, whatever it does, and no process of it is left."""
 
 import os
 import random
@@ -7,13 +7,14 @@ import time
 
 from tests.faults.faults import ALWAYS, HANG
 from tests.faults.faulty_program import FaultyProgram
-from tests.faults.process_faults import GOOD, good_sites
-from tests.faults.settings_faults import ADD, Settings
+from tests.faults.process_faults import GOOD_SITE, GOOD_SITES, SLOW_SITE
+from tests.faults.settings_faults import Settings
 from tests.harness.ending import SECOND, check_end, own_copy
 from tests.harness.link_file import write_link
 from tests.harness.log_lines import APPLIED
 from tests.harness.program import Program
 from tests.harness.session import DesktopSession
+from tests.harness.status_item import ADD_FOLDER
 from tests.harness.steps import check
 from tests.harness.waiting import wait_for
 from tests.harness.web_server import ANY_PATH, NEVER, Answer, SiteServer
@@ -33,7 +34,7 @@ class EndingProgram(FaultyProgram):
 
 
 def at_the_start(options):
-    """At any moment of it; before the program has looked after its signals they just kill it."""
+    """At any moment of the start. Before the program handles its signals, they kill it."""
     moments = random.Random(1)
     with EndingProgram(options) as program:
         for number in range(STARTS):
@@ -50,10 +51,10 @@ def at_the_start(options):
 
 
 def in_a_burst(options):
-    with SiteServer(good_sites()) as server, EndingProgram(options, server) as program:
+    with SiteServer(GOOD_SITES) as server, EndingProgram(options, server) as program:
         program.start()
         for number in range(1000):
-            program.write(program.downloads / f"{number}.webloc", f"http://{GOOD}/#{number}")
+            program.write(program.downloads / f"{number}.webloc", f"{GOOD_SITE}#{number}")
         wait_for(lambda: APPLIED in program.log().decode(), "the first icon")
         program.check_ends_in_time("in a burst")
     return "SIGTERM amid 1,000 links"
@@ -76,7 +77,7 @@ def in_a_lookup(options):
     with EndingProgram(options) as program:
         order = program.faults.fail("getaddrinfo", HANG, "slow.example", last=ALWAYS)
         program.start()
-        program.drop("slow.webloc", "http://slow.example/")
+        program.drop("slow.webloc", SLOW_SITE)
         wait_for(lambda: program.faults.seen(order), "the look-up")
         program.check_ends_in_time("in a look-up")
     return "SIGTERM in a look-up that hangs"
@@ -94,16 +95,14 @@ def with_silent_sites(options):
 
 
 def without_its_services(options):
-    """In a session: a save that hangs, a notification daemon that is stopped, a bus that is gone."""
-    with SiteServer(good_sites()) as server, DesktopSession(
-        environment=server.proxy_environment()
-    ) as session:
+    """In a session: a save hangs, the notification daemon is stopped, the bus is killed."""
+    with SiteServer(GOOD_SITES) as server, DesktopSession(server) as session:
         settings = Settings(session, options)
         program = Program(session, own_copy(options.program, session.programs))
         settings.program = program
         settings.start()
         order = settings.faults.fail("fsync", HANG, str(settings.folder))
-        settings.click(ADD)
+        settings.click(ADD_FOLDER)
         wait_for(lambda: settings.faults.seen(order), "the save")
         check_end(program.process, session.programs, "in a save")
         settings.faults.clear()
@@ -128,5 +127,5 @@ def restart(program):
 
 
 def set_icon(program, session, name):
-    link = write_link(session.downloads / f"{name}.webloc", f"http://{GOOD}/")
+    link = write_link(session.downloads / f"{name}.webloc", GOOD_SITE)
     program.wait_until_applied(link)

@@ -1,12 +1,12 @@
-"""Orders for the preloaded library: which calls of a program fail, and how. They may be given and
-taken back while the program runs, and each counts the calls that it is about."""
+"""Orders for the preloaded library: which calls of a program fail, and how. They may change while
+the program runs. Each order counts the calls that it matches."""
 
 import errno
 import mmap
 import pathlib
 import struct
 
-HEADER = struct.Struct("=Ii")  # as Faults.cpp has them
+HEADER = struct.Struct("=Ii")  # the layout in Faults.cpp
 ORDER = struct.Struct("=24s96siIII")
 ERROR = struct.Struct("=i")
 BEFORE_ERROR = 24 + 96
@@ -15,7 +15,7 @@ MOST_ORDERS = 128
 ALWAYS = 2**32 - 1
 HANG = -1
 CUT_SHORT = -2  # half of what write(2) was to write
-HOLD = -3  # until it is released
+HOLD = -3  # until release()
 
 
 class Faults:
@@ -31,8 +31,8 @@ class Faults:
         return {"LD_PRELOAD": str(self._library), "GLINTMARK_FAULTS": str(self._path)}
 
     def fail(self, function, error, subject="", first=1, last=None):
-        """From the call of this number on; once only, unless `last` says otherwise. The order's
-        number. `subject` is part of the path that a call is about."""
+        """Lets the calls from number `first` to `last` fail; only the first without `last`. Returns
+        the order's number. `subject` is a part of the path in the calls that match."""
         place = HEADER.size + self._count * ORDER.size
         ORDER.pack_into(
             self._memory,
@@ -49,14 +49,14 @@ class Faults:
         return self._count - 1
 
     def count(self, function, subject=""):
-        """An order that lets all calls pass."""
+        """An order that counts the calls and lets all pass."""
         return self.fail(function, errno.EIO, subject, 0, 0)
 
     def seen(self, order):
         return ORDER.unpack_from(self._memory, HEADER.size + order * ORDER.size)[-1]
 
     def release(self, order):
-        """Lets the calls pass that an order holds."""
+        """Lets the held calls of an order pass."""
         ERROR.pack_into(self._memory, HEADER.size + order * ORDER.size + BEFORE_ERROR, 0)
 
     def clear(self):

@@ -1,6 +1,7 @@
 """The built program without a desktop, with calls that fail and sites on loopback."""
 
 import collections
+import resource
 
 from tests.faults.faults import Faults
 from tests.harness.bare_program import BareProgram
@@ -34,11 +35,22 @@ class FaultyProgram(BareProgram):
     def wait_for_end(self, link, address):
         wait_for(lambda: self.ends(link, address), f"the end of {link.name}")
 
+    def limit(self, kind, value):
+        """Sets a soft limit of the running process. Returns the one before."""
+        before, hard = resource.prlimit(self.process.pid, kind)
+        resource.prlimit(self.process.pid, kind, (value, hard))
+        return before
+
+    def check_sees(self, path):
+        """A new file must be reported."""
+        path.touch()
+        self.wait_for_reports([path], f"the report of {path}")
+
     def check_lives(self, when):
         check(self.process.poll() is None, f"{when}: the program ended: {self.lines()[-3:]}")
 
     def check_ends(self):
-        check(self.end() == 0, f"ended wrongly: {self.lines()[-3:]}")
+        check(self.end() == 0, f"ended with an error: {self.lines()[-3:]}")
 
     def unfinished_files(self):
         return list(self.home.rglob("*.part"))

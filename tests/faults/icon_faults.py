@@ -1,4 +1,4 @@
-"""Every call that setting an icon makes fails once, each for a file of its own."""
+"""Every call that setting an icon needs fails once, each for an own file."""
 
 import colorsys
 import concurrent.futures
@@ -18,9 +18,9 @@ from tests.harness.web_server import SiteServer
 
 SITES = 48
 AT_ONCE = 6  # programs
-LAST = "last"  # a file of the site of each that failed
+LAST = "last"  # the second file of each site
 
-# By what a call is about: functions, and errors that they can end with.
+# For each kind of file: the functions, and the errors that they may return.
 LINK_FILE = {
     "stat": [errno.EIO],
     "open": [errno.EMFILE, errno.EIO],
@@ -71,19 +71,14 @@ def drop_all(program, numbers):
 
 
 def clean_run(options, server):
-    """What the stored icons of the first sites are called, and how often each function is called for
-    a file."""
+    """The names of the first sites' stored icons, and the number of calls of each function for a
+    file."""
     with FaultyProgram(options, server) as program:
         link = link_of(program, 0)
         program.start()
-        orders = {
-            (kind, function): program.faults.count(function, subject)
-            for kind, functions, subject in (
-                ("link", LINK_FILE, link.name),
-                ("thumbnail", NEW_FILE, thumbnail_name(link)),
-            )
-            for function in functions
-        }
+        orders = {("link", name): program.faults.count(name, link.name) for name in LINK_FILE}
+        for name in NEW_FILE:
+            orders["thumbnail", name] = program.faults.count(name, thumbnail_name(link))
         numbers = range(STORED_FAULTS)
         drop_all(program, numbers)
         names = [icon_name(link_of(program, number)) for number in numbers]
@@ -94,32 +89,27 @@ def clean_run(options, server):
 
 
 def plan(calls):
-    """(kind, function, error, number of the call), each of which has a link of its own."""
+    """A list of (kind, function, error, number of the call), each with an own link."""
     found = []
     for kind, functions in (("stored", STORED), ("link", LINK_FILE), ("thumbnail", NEW_FILE)):
         for function, errors in functions.items():
             for error in errors:
-                # A stored icon is written at once, as one file of its own.
+                # A stored icon is one file, written at once.
                 most = calls.get((kind, function), 1)
                 found += [(kind, function, error, call) for call in range(1, most + 1)]
     return found[:SITES]
 
 
 def pixel_colours(files):
-    """The colour in the middle of each picture, by one run of one command."""
-    command = [
-        "identify",
-        "-format",
-        "%[fx:int(255*p{w/2,h/2}.r+.5)],%[fx:int(255*p{w/2,h/2}.g+.5)],"
-        "%[fx:int(255*p{w/2,h/2}.b+.5)]\n",
-        *map(str, files),
-    ]
+    """The colour in the middle of each picture. One command reads them all."""
+    colour = ",".join(f"%[fx:int(255*p{{w/2,h/2}}.{channel}+.5)]" for channel in "rgb")
+    command = ["identify", "-format", colour + "\n", *files]
     lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.split()
     return [tuple(map(int, line.split(","))) for line in lines]
 
 
 def check_pictures(program, faults):
-    """What there is of icons is whole and the right one."""
+    """All icons and thumbnails that exist are complete and show the right site."""
     expected = {}
     for number in range(len(faults)):
         link = link_of(program, number)
@@ -127,31 +117,24 @@ def check_pictures(program, faults):
             expected[file] = colour_of(number)
         if name := icon_name(link):
             stored = program.icons / f"{name}.png"
-            check(stored.exists(), f"link {number} has an icon that is not there")
+            check(stored.exists(), f"link {number} has an icon that does not exist")
             expected[stored] = colour_of(number)
     for (file, wanted), colour in zip(expected.items(), pixel_colours(expected)):
         check(max(abs(a - b) for a, b in zip(colour, wanted)) < 3, f"{file} has {colour}")
 
 
 def check_next_icons(program, faults, step=1):
-    """The same sites once more, each or each so-many-th, without faults."""
+    """Every `step`-th site once more, without faults."""
     program.faults.clear()
-    links = {
-        number: program.drop(f"{LAST}-{number}.webloc", address_of(number))
-        for number in range(0, len(faults), step)
-    }
-    for number, link in links.items():
-        wait_for(
-            lambda this=link: f"{ICON_SET}{this}" in program.lines(),
-            f"the icon of a file after {faults[number]}",
-        )
-        check(
-            len(list(program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"))) == 4,
-            f"thumbnails of a file after {faults[number]}",
-        )
+    numbers = range(0, len(faults), step)
+    links = [program.drop(f"{LAST}-{number}.webloc", address_of(number)) for number in numbers]
+    for link, fault in zip(links, faults[::step]):
+        wait_for(lambda: program.count(f"{ICON_SET}{link}"), f"the icon of a file after {fault}")
+        thumbnails = list(program.thumbnails.glob(f"*/{thumbnail_name(link)}.png"))
+        check(len(thumbnails) == 4, f"thumbnails of a file after {fault}")
 
 
-def first_folder_cannot_be_made(options, server, number):
+def folder_cannot_be_made(options, server, number):
     with FaultyProgram(options, server) as program:
         order = program.faults.fail("mkdir", errno.ENOSPC, str(program.home), number)
         program.start()
@@ -173,11 +156,7 @@ def each_folder_cannot_be_made(options):
             count = program.faults.seen(order)
         numbers = range(1, count + 1, 1 if options.full else 4)
         with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-            list(
-                pool.map(
-                    lambda number: first_folder_cannot_be_made(options, server, number), numbers
-                )
-            )
+            list(pool.map(lambda number: folder_cannot_be_made(options, server, number), numbers))
     return f"{len(numbers)} folders, the next icon always set"
 
 
@@ -197,11 +176,8 @@ def each_call_fails(options):
                 for number, (kind, function, error, call) in enumerate(faults)
             ]
             drop_all(program, range(len(faults)))
-            unused = [
-                fault
-                for fault, order in zip(faults, orders)
-                if program.faults.seen(order) < fault[3]
-            ]
+            seen = map(program.faults.seen, orders)
+            unused = [fault for fault, count in zip(faults, seen) if count < fault[3]]
             check(not unused, f"calls that did not come: {unused}")
             for number, fault in enumerate(faults):
                 ends = program.ends(link_of(program, number), address_of(number))

@@ -1,7 +1,8 @@
-"""What the process as a whole needs is taken away, or is not what it seems: descriptors, memory, the
-wall clock, time to run, the network, answers to look-ups, answers of sites."""
+"""Takes away or falsifies what the whole process needs: descriptors, memory, the wall clock, time
+to run, the network, answers to look-ups, answers of sites."""
 
 import concurrent.futures
+import contextlib
 import errno
 import resource
 import signal
@@ -19,9 +20,13 @@ from tests.harness.steps import check
 from tests.harness.waiting import wait_for
 from tests.harness.web_server import ANY_PATH, NEVER, Answer, SiteServer
 
+ICON = picture(disc_png(32, MAGENTA))
 GOOD = "good.example"
+GOOD_SITE = f"http://{GOOD}/"
+GOOD_SITES = {GOOD: {"/favicon.ico": ICON}}
 LARGE = "large.example"
 SILENT = "silent.example"
+SLOW_SITE = "http://slow.example/"
 YEAR = 365 * 24 * 3600
 SHORT_QUEUE = 64  # events
 SUSPENDED = 6.0  # seconds; longer than any of the program's own delays
@@ -34,21 +39,30 @@ RECOVERY = 40.0  # seconds
 LATE = 20.0  # seconds; the fixed delays are two, the rest is for a busy machine
 
 
-def good_sites():
-    return {GOOD: {"/favicon.ico": picture(disc_png(32, MAGENTA))}}
+@contextlib.contextmanager
+def healthy_program(options, folder="Desktop"):
+    """Starts the program beside a good site. It must set an icon at once, and again at the end.
+    `folder`: one in its home that is there before the start."""
+    with SiteServer(GOOD_SITES) as server, FaultyProgram(options, server) as program:
+        (program.home / folder).mkdir(parents=True, exist_ok=True)
+        program.start()
+        check_sets_icons(program, "before")
+        yield program
+        check_sets_icons(program, "after")
+        program.check_ends()
 
 
-def check_sets_icons(program, name, address=f"http://{GOOD}/"):
+def check_sets_icons(program, name, address=GOOD_SITE):
     link = program.drop(f"{name}.webloc", address)
     program.wait_for_end(link, address)
     check(program.count(f"{ICON_SET}{link}") == 1, f"{name}: no icon")
 
 
 def check_recovers(program):
-    """After a decoder could not be started, starting it is put off for some seconds."""
+    """After a decoder could not be started, the program waits some seconds before the next try."""
     deadline = time.monotonic() + RECOVERY
     for number in range(1000):
-        address = f"http://{GOOD}/#{number}"
+        address = f"{GOOD_SITE}#{number}"
         link = program.drop(f"recovered-{number}.webloc", address)
         program.wait_for_end(link, address)
         if program.count(f"{ICON_SET}{link}"):
@@ -66,9 +80,21 @@ def check_ends_once(program, links):
     check(len(reports) == len(set(reports)), "reported twice")
 
 
+def drop_all(program, addresses):
+    """Path -> address."""
+    return {program.drop(f"{n}.webloc", address): address for n, address in enumerate(addresses)}
+
+
+def make_folders(program):
+    folders = [program.desktop / "old" / str(number) for number in range(10)]
+    for folder in folders:
+        folder.mkdir(parents=True)
+    return folders
+
+
 def start_with_few_descriptors(options, server, most):
-    """What comes of a link: "an icon", "no icon", "nothing" until there are more, or "an end" that
-    says why."""
+    """What happens to a link: "an icon", "no icon", "nothing" until there are more descriptors, or
+    "an end" of the program, which logs the reason."""
     wrapper = ("prlimit", f"--nofile={most}:{USUAL_DESCRIPTORS}")
     with FaultyProgram(options, server, wrapper) as program:
         looks = program.faults.count("open", str(program.downloads))
@@ -76,23 +102,21 @@ def start_with_few_descriptors(options, server, most):
             program.start()
         except RuntimeError:
             status = program.process.wait()
-            wait_for(program.lines, f"what it says with {most} descriptors, ended with {status}")
+            wait_for(program.lines, f"the reason with {most} descriptors, ended with {status}")
             return "an end"
-        link, address = program.downloads / "a.webloc", f"http://{GOOD}/"
+        link = program.downloads / "a.webloc"
         looked = program.faults.seen(looks)
-        program.drop(link.name, address)
+        program.drop(link.name, GOOD_SITE)
         wait_for(
-            lambda: program.faults.seen(looks) > looked + 3 or program.ends(link, address),
+            lambda: program.faults.seen(looks) > looked + 3 or program.ends(link, GOOD_SITE),
             f"a look with {most} descriptors",
         )
         outcome = "nothing"
         if program.count(f"{REPORTED}{link}"):
-            check_ends_once(program, {link: address})
+            check_ends_once(program, {link: GOOD_SITE})
             outcome = "an icon" if program.count(f"{ICON_SET}{link}") else "no icon"
-        resource.prlimit(
-            program.process.pid, resource.RLIMIT_NOFILE, (USUAL_DESCRIPTORS, USUAL_DESCRIPTORS)
-        )
-        check_ends_once(program, {link: address})
+        program.limit(resource.RLIMIT_NOFILE, USUAL_DESCRIPTORS)
+        check_ends_once(program, {link: GOOD_SITE})
         check_recovers(program)
         program.check_ends()
     return outcome
@@ -100,63 +124,39 @@ def start_with_few_descriptors(options, server, most):
 
 def descriptors_at_the_start(options):
     numbers = range(4, MANY_DESCRIPTORS + 1, 1 if options.full else 7)
-    with SiteServer(good_sites()) as server, concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-        outcomes = dict(
-            zip(
-                numbers,
-                pool.map(lambda most: start_with_few_descriptors(options, server, most), numbers),
-            )
-        )
+    pool = concurrent.futures.ThreadPoolExecutor(AT_ONCE)
+    with SiteServer(GOOD_SITES) as server, pool:
+        results = pool.map(lambda most: start_with_few_descriptors(options, server, most), numbers)
+        outcomes = dict(zip(numbers, results))
     check(outcomes[max(numbers)] == "an icon", f"with {max(numbers)}: {outcomes[max(numbers)]}")
-    least = {
-        outcome: min(most for most in numbers if outcomes[most] == outcome)
-        for outcome in outcomes.values()
-    }
-    return ", ".join(f"from {most} on {outcome}" for outcome, most in least.items())
+    least = {outcomes[most]: most for most in reversed(numbers)}
+    return ", ".join(f"from {most} on {outcome}" for outcome, most in reversed(least.items()))
 
 
 def descriptors_while_it_runs(options):
-    """None is left for a while; files that came meanwhile get their icons then."""
-    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
-        deep = program.downloads / "deep"
-        deep.mkdir()
-        program.start()
-        check_sets_icons(program, "before")
-        usual = resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE)
-        resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE, (3, usual[1]))
+    """For a while no descriptor is left. Files that appear meanwhile get their icons later."""
+    with healthy_program(options, "Downloads/deep") as program:
+        usual = program.limit(resource.RLIMIT_NOFILE, 3)
         order = program.faults.count("open")
-        during = program.drop("during.webloc", f"http://{GOOD}/")
-        (program.downloads / "came" / "below").mkdir(parents=True)
+        during = program.drop("during.webloc", GOOD_SITE)
+        below = program.downloads / "came" / "below"
+        below.mkdir(parents=True)
         wait_for(lambda: program.faults.seen(order) > 6, "attempts")
         check(program.count(f"{REPORTED}{during}") == 0, "could not be listed, but was reported")
-        resource.prlimit(program.process.pid, resource.RLIMIT_NOFILE, usual)
-        check_ends_once(program, {during: f"http://{GOOD}/"})
-        check(program.count(f"{ICON_SET}{during}") == 1, "no icon for what came meanwhile")
-        for folder in (deep, program.downloads / "came" / "below"):
-            (folder / "later.webloc").touch()
-            wait_for(
-                lambda: program.has_reported([folder / "later.webloc"]),
-                f"a later file in {folder.name}",
-            )
-        check_sets_icons(program, "after")
-        program.check_ends()
+        program.limit(resource.RLIMIT_NOFILE, usual)
+        check_ends_once(program, {during: GOOD_SITE})
+        check(program.count(f"{ICON_SET}{during}") == 1, "no icon for a file that came meanwhile")
+        for folder in (program.downloads / "deep", below):
+            program.check_sees(folder / "later.webloc")
     return "lives without any, and makes up for it"
 
 
 def no_more_threads(options):
-    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
-        program.start()
-        check_sets_icons(program, "before")
+    with healthy_program(options) as program:
         order = program.faults.fail("pthread_create", errno.EAGAIN, last=ALWAYS)
-        links = {
-            program.drop(f"{number}.webloc", f"http://{GOOD}/#{number}"): f"http://{GOOD}/#{number}"
-            for number in range(5)
-        }
-        check_ends_once(program, links)
+        check_ends_once(program, drop_all(program, [f"{GOOD_SITE}#{n}" for n in range(5)]))
         check(program.faults.seen(order), "no thread was asked for")
         program.faults.clear()
-        check_sets_icons(program, "after")
-        program.check_ends()
     return "lives with those that it has"
 
 
@@ -166,29 +166,22 @@ def virtual_size(pid):
 
 
 def fetch_with_little_memory(options, server, left):
-    """How it went: "failed" when the program lives on, "ended" when it ended and said so."""
+    """Returns "lives", or how the program ended, which it must log."""
     with FaultyProgram(options, server) as program:
         program.start()
         check_sets_icons(program, "before")
-        usual = resource.prlimit(program.process.pid, resource.RLIMIT_AS)
-        resource.prlimit(
-            program.process.pid,
-            resource.RLIMIT_AS,
-            (virtual_size(program.process.pid) + left, usual[1]),
-        )
+        usual = program.limit(resource.RLIMIT_AS, virtual_size(program.process.pid) + left)
         link, address = program.downloads / "large.webloc", f"http://{LARGE}/"
         program.drop(link.name, address)
-        wait_for(
-            lambda: program.ends(link, address) or program.process.poll() is not None, "an end"
-        )
-        if program.process.poll() is not None:
-            check(
-                "memory" in program.lines()[-1] or "alloc" in program.log().decode(),
-                f"ended and said nothing: {program.lines()[-2:]}",
-            )
-            return f"ended with {program.process.poll()}, {program.lines()[-2:]}"
+        process = program.process
+        wait_for(lambda: program.ends(link, address) or process.poll() is not None, "an end")
+        if process.poll() is not None:
+            lines = program.lines()[-2:]
+            logged = "memory" in lines[-1] or "alloc" in program.log().decode()
+            check(logged, f"ended and logged no reason: {lines}")
+            return f"ended with {process.poll()}, {lines}"
         check(program.ends(link, address) == 1, "more than one end")
-        resource.prlimit(program.process.pid, resource.RLIMIT_AS, usual)
+        program.limit(resource.RLIMIT_AS, usual)
         check_sets_icons(program, "after")
         program.check_ends()
         return "lives"
@@ -196,17 +189,15 @@ def fetch_with_little_memory(options, server, left):
 
 def little_memory(options):
     page = b"<html><head>" + b"<link rel=icon href=/x.png>" * 1000 + b" " * LARGE_PAGE
-    sites = {**good_sites(), LARGE: {"/": Answer(page), "/favicon.ico": Answer(page)}}
+    sites = {**GOOD_SITES, LARGE: {"/": Answer(page), "/favicon.ico": Answer(page)}}
     with SiteServer(sites) as server:
-        how = {
-            left >> 20: fetch_with_little_memory(options, server, left)
-            for left in MEMORY_LEFT[:: 1 if options.full else 3]
-        }
-    return ", ".join(f"{left} MB left: {outcome}" for left, outcome in how.items())
+        sizes = MEMORY_LEFT[:: 1 if options.full else 3]
+        outcomes = [fetch_with_little_memory(options, server, left) for left in sizes]
+    return ", ".join(f"{left >> 20} MB left: {how}" for left, how in zip(sizes, outcomes))
 
 
 def wall_clock_jumps(options):
-    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
+    with SiteServer(GOOD_SITES) as server, FaultyProgram(options, server) as program:
         program.start()
         for number, ahead in enumerate((YEAR, -YEAR, 0)):
             program.faults.set_wall_clock_ahead(ahead)
@@ -215,29 +206,29 @@ def wall_clock_jumps(options):
             check(time.monotonic() - begin < LATE, f"late after a jump to {ahead} s")
             folder = program.downloads / f"new-{number}" / "below"
             folder.mkdir(parents=True)
-            (folder / "x.webloc").touch()
-            wait_for(
-                lambda: program.has_reported([folder / "x.webloc"]),
-                f"a file in a new folder after a jump to {ahead} s",
-            )
+            program.check_sees(folder / "x.webloc")
         program.check_ends()
     return "a year forwards and two backwards change nothing"
 
 
 def clock_set_back_while_events_are_lost(options):
-    """What changed is then told by time stamps, which are earlier than those seen before."""
+    """The program then finds the changes by time stamps, which are earlier than the known ones."""
     with FaultyProgram(options) as program:
-        folders = [program.desktop / "old" / str(number) for number in range(10)]
-        for folder in folders:
-            folder.mkdir(parents=True)
+        folders = make_folders(program)
         program.faults.set_wall_clock_ahead(YEAR)
         with SystemLimit("max_queued_events", SHORT_QUEUE) as limit:
             program.start()
-        check_reports(program, [program.desktop / "before" / "x.webloc"])
+        before = program.desktop / "before"
+        before.mkdir()
+        program.check_sees(before / "x.webloc")
         program.process.send_signal(signal.SIGSTOP)
         program.faults.set_wall_clock_ahead(0)
         files = [program.desktop / f"{number}.webloc" for number in range(4 * SHORT_QUEUE)]
-        check_reports(program, files + [folder / "x.webloc" for folder in folders])
+        files += [folder / "x.webloc" for folder in folders]
+        for path in files:
+            path.touch()
+        program.process.send_signal(signal.SIGCONT)
+        program.wait_for_reports(files)
         program.check_ends()
     return "nothing lost" if limit.changed else "left out: the queue's length may not be set"
 
@@ -246,128 +237,89 @@ def clock_set_back_during_the_first_walk(options):
     """By a second, as a time service does after a boot, and by a year."""
     for seconds in (1, YEAR):
         with FaultyProgram(options) as program:
-            folders = [program.desktop / "old" / str(number) for number in range(10)]
-            for folder in folders:
-                folder.mkdir(parents=True)
+            files = [folder / "x.webloc" for folder in make_folders(program)]
             program.faults.set_wall_clock_ahead(seconds)
             held = program.faults.fail("inotify_add_watch", HOLD, "/Desktop/old")
             program.start()
             wait_for(lambda: program.faults.seen(held), "the walk")
             program.faults.set_wall_clock_ahead(0)
-            files = [folder / "x.webloc" for folder in folders]
             for path in files:
                 path.touch()
             program.faults.release(held)
-            wait_for(
-                lambda: program.has_reported(files),
-                f"reports after the clock was set back by {seconds} s",
-            )
+            program.wait_for_reports(files, f"reports after the clock was set back by {seconds} s")
             program.check_ends()
     return "nothing lost"
 
 
-def check_reports(program, paths):
-    for path in paths:
-        path.parent.mkdir(exist_ok=True)
-        path.touch()
-    program.process.send_signal(signal.SIGCONT)
-    wait_for(lambda: program.has_reported(paths), "reports")
-
-
 def suspension(options):
     """Stopped while files appear, at the top and in new and old folders below."""
-    with SiteServer(good_sites()) as server, FaultyProgram(options, server) as program:
-        old = program.desktop / "old" / "below"
-        old.mkdir(parents=True)
-        program.start()
-        check_sets_icons(program, "before")
+    with healthy_program(options, "Desktop/old/below") as program:
         program.process.send_signal(signal.SIGSTOP)
         links = {}
         for number in range(10):
             new = program.downloads / f"new-{number}" / "below"
             new.mkdir(parents=True)
-            for folder in (program.desktop, old, new):
+            for folder in (program.desktop, program.desktop / "old" / "below", new):
                 link = folder / f"{number}.webloc"
-                program.write(link, f"http://{GOOD}/#{number}-{folder.name}")
-                links[link] = f"http://{GOOD}/#{number}-{folder.name}"
+                links[link] = f"{GOOD_SITE}#{number}-{folder.name}"
+                program.write(link, links[link])
         until = time.monotonic() + SUSPENDED
-        wait_for(lambda: time.monotonic() > until, "the morning")
+        wait_for(lambda: time.monotonic() > until, "the end of the suspension")
         program.process.send_signal(signal.SIGCONT)
         check_ends_once(program, links)
-        check_sets_icons(program, "after")
-        program.check_ends()
     return f"{len(links)} files meanwhile, each once"
 
 
 def network_down(options):
-    """In a network of its own, in which not even loopback is up."""
+    """In an own network namespace, in which not even loopback is up."""
     wrapper = ("unshare", "--user", "--map-root-user", "--net")
     if subprocess.run([*wrapper, "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
-        return "left out: no network namespace to be had"
-    addresses = [
-        "http://127.0.0.1:9/",
-        "http://192.0.2.1/",
-        "https://[2001:db8::1]/",
-        "http://nowhere.example/",
-    ]
+        return "left out: network namespaces are not available"
+    hosts = ("127.0.0.1:9", "192.0.2.1", "[2001:db8::1]", "nowhere.example")
     with FaultyProgram(options, wrapper=wrapper) as program:
         program.start()
-        links = {
-            program.drop(f"{number}.webloc", address): address
-            for number, address in enumerate(addresses)
-        }
+        links = drop_all(program, [f"http://{host}/" for host in hosts])
         check_ends_once(program, links)
-        check(
-            all(program.count(f"{NO_ICON}{address}") == 1 for address in addresses),
-            "no failure line",
-        )
+        failures = [program.count(f"{NO_ICON}{address}") for address in links.values()]
+        check(failures == [1] * len(links), "no failure line")
         program.check_ends()
-    return f"{len(addresses)} links, one failure line each"
+    return f"{len(links)} links, one failure line each"
 
 
 def slow_lookup(options):
-    """Of one name, while others are answered at once."""
+    """The look-up of one name hangs, others are answered at once."""
     with SiteServer({}) as server, FaultyProgram(options) as program:
-        icon = f"http://localhost:{server.port}/icon.png"
-        server.sites["localhost"] = {
-            "/": Answer(f'<link rel="icon" href="{icon}">'.encode()),
-            "/icon.png": picture(disc_png(32, MAGENTA)),
-        }
+        site = f"http://localhost:{server.port}/"
+        page = Answer(f'<link rel="icon" href="{site}icon.png">'.encode())
+        server.sites["localhost"] = {"/": page, "/icon.png": ICON}
         program.faults.fail("getaddrinfo", HANG, "slow.example", last=ALWAYS)
         program.start()
-        slow = program.drop("slow.webloc", "http://slow.example/")
-        wait_for(
-            lambda: "Glintmark: URL → http://slow.example/" in program.lines(), "the slow link"
-        )
-        check_sets_icons(program, "other", f"http://localhost:{server.port}/")
-        check(not program.ends(slow, "http://slow.example/"), "the others wait for the slow one")
-        check_ends_once(program, {slow: "http://slow.example/"})
-        check(program.count(f"{NO_ICON}http://slow.example/") == 1, "no failure line")
-        check_sets_icons(program, "after", f"http://localhost:{server.port}/")
+        slow = program.drop("slow.webloc", SLOW_SITE)
+        wait_for(lambda: program.count(f"Glintmark: URL → {SLOW_SITE}"), "the slow link")
+        check_sets_icons(program, "other", site)
+        check(not program.ends(slow, SLOW_SITE), "the others wait for the slow one")
+        check_ends_once(program, {slow: SLOW_SITE})
+        check(program.count(f"{NO_ICON}{SLOW_SITE}") == 1, "no failure line")
+        check_sets_icons(program, "after", site)
         program.check_ends()
     return "others proceed, the slow one ends in its failure line"
 
 
 def silent_sites(options):
     """They accept and never answer. New files are seen all the while."""
-    count = 500 if options.full else 24
-    sites = {f"{number}.{SILENT}": {ANY_PATH: Answer(delay=NEVER)} for number in range(count)}
+    hosts = [f"{number}.{SILENT}" for number in range(500 if options.full else 24)]
+    sites = {host: {ANY_PATH: Answer(delay=NEVER)} for host in hosts}
     with SiteServer(sites) as server, FaultyProgram(options, server) as program:
         program.start()
-        links = {}
-        for number in range(count):
-            address = f"http://{number}.{SILENT}/"
-            links[program.drop(f"{number}.webloc", address)] = address
-        wait_for(lambda: server.urls(), "the first request")
+        links = drop_all(program, [f"http://{host}/" for host in hosts])
+        wait_for(server.urls, "the first request")
         begin = time.monotonic()
-        lively = program.downloads / "lively.webloc"
-        lively.touch()
-        wait_for(lambda: program.count(f"{REPORTED}{lively}"), "a new file")
+        program.check_sees(program.downloads / "lively.webloc")
         check(time.monotonic() - begin < LATE, "a new file was seen late")
         begin = time.monotonic()
         for link, address in links.items():
             wait_for(lambda: program.count(f"{NO_ICON}{address}"), f"the end of {link.name}", 400)
-        taken = time.monotonic() - begin
+        seconds = time.monotonic() - begin
         check_ends_once(program, links)
         program.check_ends()
-    return f"{count} links, one failure line each, after {taken:.0f} s"
+    return f"{len(links)} links, one failure line each, after {seconds:.0f} s"

@@ -1,17 +1,17 @@
-"""Every call that saving or reading the settings makes fails once, in the program that is told by its
-menu to add and remove folders."""
+"""Every call that saving or reading the settings needs fails once. Commands of the menu make the
+program save: they add and remove a folder."""
 
 import errno
 
 from tests.faults.faults import ALWAYS, CUT_SHORT, Faults
 from tests.faults.faulty_program import FaultyProgram
+from tests.harness.log_lines import FOLDER_ADDED, FOLDER_REMOVED
 from tests.harness.program import Program
 from tests.harness.session import PORTAL, DesktopSession
-from tests.harness.status_item import StatusItem
+from tests.harness.status_item import ADD_FOLDER, REMOVE, StatusItem
 from tests.harness.steps import check
 from tests.harness.waiting import wait_for
 
-ADD, REMOVE = "Add Folder…", "Stop Watching This Folder"
 FUNCTIONS = {
     "mkdir": [errno.EIO, errno.ENOSPC],
     "mkostemps": [errno.EMFILE, errno.ENOSPC],
@@ -45,20 +45,20 @@ class Settings:
         self._menu = None
 
     def start(self):
-        # Of the panel only the part that status items are told to; no picture is looked at.
+        # Of the panel only the bus service for status items matters.
         self._session.start_panel()
         self.program.start().wait_until_started()
         self._menu = StatusItem(self._session)
 
     def change(self):
-        """Adds the folder, or removes it again. What the settings have to hold then."""
+        """Adds the folder, or removes it again. Returns what the settings must contain."""
         self._changes += 1
         adds = self._changes % 2 == 1
-        self.click(ADD if adds else REMOVE)
-        line = f"Glintmark: Folder {'added' if adds else 'removed'} → {self.shared}"
+        self.click(ADD_FOLDER if adds else REMOVE)
+        line = f"{FOLDER_ADDED if adds else FOLDER_REMOVED}{self.shared}"
         wait_for(lambda: self.program.lines().count(line) == (self._changes + 1) // 2, line)
         folders = [str(self.shared)] if adds else []
-        # The menu is made anew after the settings are saved.
+        # The menu is rebuilt after the settings are saved.
         wait_for(lambda: (f"  {self.shared}" in self._menu.labels()) == adds, "the menu")
         return {"extraFolders": folders, **KEPT}
 
@@ -70,25 +70,19 @@ class Settings:
 
 
 def calls_of_a_save(settings):
-    """As (function, number of the call)."""
-    orders = {
-        function: settings.faults.count(function, str(settings.folder)) for function in FUNCTIONS
-    }
+    """A list of (function, number of the call)."""
+    folder = str(settings.folder)
+    orders = {function: settings.faults.count(function, folder) for function in FUNCTIONS}
     check(settings.change() == settings.stored(), "the settings were not stored")
     calls = {function: settings.faults.seen(order) for function, order in orders.items()}
     settings.faults.clear()
-    check(
-        all(calls[function] for function in ("mkostemps", "write", "rename"))
-        and calls["fsync"] == 2,
-        f"not a save as expected: {calls}",
-    )
-    return [
-        (function, number) for function, count in calls.items() for number in range(1, count + 1)
-    ]
+    complete = calls["mkostemps"] and calls["write"] and calls["rename"] and calls["fsync"] == 2
+    check(complete, f"not a save as expected: {calls}")
+    return [(function, n) for function, count in calls.items() for n in range(1, count + 1)]
 
 
 def check_fault(settings, function, error, number):
-    """A save that fails leaves the old or the new settings whole; the next one stores all."""
+    """A failed save leaves the old or the new settings complete; the next one stores all."""
     fault = f"{function} number {number}, error {error}"
     before = settings.stored()
     order = settings.faults.fail(function, error, str(settings.folder), number)
@@ -106,19 +100,16 @@ def each_call_of_a_save_fails(options):
         settings = Settings(session, options)
         settings.start()
         calls = calls_of_a_save(settings)
-        faults = [
-            (function, error, number)
-            for function, number in calls
-            for error in FUNCTIONS[function][: None if options.full else 1]
-        ]
-        for fault in faults:
-            check_fault(settings, *fault)
+        most = None if options.full else 1
+        faults = [(*call, error) for call in calls for error in FUNCTIONS[call[0]][:most]]
+        for function, number, error in faults:
+            check_fault(settings, function, error, number)
         check(settings.program.terminate() == 0, "the end")
     return f"{len(faults)} faults, the settings always whole, the next save always stored"
 
 
 def each_call_of_reading_fails(options):
-    """What cannot be read counts as nothing, and is not overwritten but kept aside."""
+    """Settings that cannot be read count as empty. They are kept, not overwritten."""
     faults = [(function, error) for function, errors in READING.items() for error in errors]
     for function, error in faults:
         with FaultyProgram(options) as program:

@@ -1,15 +1,15 @@
-"""Every call that watching folders makes fails once: at the start, and when the folders change."""
+"""Every call that watching needs fails once: at the start, and when the folders change."""
 
 import concurrent.futures
 import errno
 
 from tests.faults.faulty_program import FaultyProgram
 from tests.harness.steps import check
-from tests.harness.waiting import DEADLINE, TimedOut, wait_for
+from tests.harness.waiting import DEADLINE, TimedOut
 
 AT_ONCE = 8  # programs
 FEW_CALLS, MOST_CALLS = 2, 12  # of one function
-PATIENCE = 6.0  # seconds; after that a further change helps
+PATIENCE = 6.0  # seconds until another change is made
 STREAM_RUNS = "Glintmark: ファイル監視開始（バックグラウンドキュー）"
 LISTING = ("open", "getdents64")
 MAKES_STREAM = ("inotify_init1", "eventfd", "pthread_create")
@@ -41,14 +41,9 @@ def make_old_tree(program):
 
 
 def change(program):
-    """What must be reported afterwards."""
-    new = program.desktop / "new"
-    new.mkdir()
-    made = [
-        program.desktop / "top.webloc",
-        program.desktop / "a/b/c/deep.webloc",
-        new / "in.webloc",
-    ]
+    """Makes link files and returns them. All must be reported."""
+    (program.desktop / "new").mkdir()
+    made = [program.desktop / name for name in ("top.webloc", "a/b/c/deep.webloc", "new/in.webloc")]
     for path in made:
         path.touch()
     return made
@@ -63,13 +58,13 @@ def clean_run(options):
         }
         program.start()
         made = change(program)
-        wait_for(lambda: program.has_reported(made), "the reports")
+        program.wait_for_reports(made)
         return {function: program.faults.seen(order) for function, order in orders.items()}
 
 
 def check_fault(options, function, number):
-    """What comes after one call has failed is reported all the same. A folder that could not be
-    listed is listed with its next change; without the stream the folders themselves are polled."""
+    """One call fails; link files that appear later must be reported all the same. A folder that
+    could not be listed is listed at its next change; without the stream the folders are polled."""
     fault = f"{function} number {number}"
     with FaultyProgram(options) as program:
         make_old_tree(program)
@@ -78,7 +73,7 @@ def check_fault(options, function, number):
         program.start()
         made = change(program)
         top = program.desktop / "top.webloc"
-        wait_for(lambda: program.has_reported([top]), f"{fault}: the file that the poll finds")
+        program.wait_for_reports([top], f"{fault}: the file that the poll finds")
         if STREAM_RUNS in program.lines():
             wait_for_all(program, made, fault, function in LISTING)
         else:
@@ -89,17 +84,14 @@ def check_fault(options, function, number):
 
 def wait_for_all(program, made, fault, may_need_change):
     try:
-        wait_for(
-            lambda: program.has_reported(made), fault, PATIENCE if may_need_change else DEADLINE
-        )
+        program.wait_for_reports(made, fault, PATIENCE if may_need_change else DEADLINE)
     except TimedOut:
         if not may_need_change:
             raise
         later = [path.with_name("later.webloc") for path in made]
         for path in later:
             path.touch()
-        made += later
-        wait_for(lambda: program.has_reported(made), f"{fault}, after the next change")
+        program.wait_for_reports(made + later, f"{fault}, after the next change")
 
 
 def each_call_fails(options):

@@ -148,5 +148,6 @@ class BareProgram:
     def reported_paths(self):
         return [path for _, path in self.reports()]
 
-    def has_reported(self, paths):
-        return {os.fsencode(path) for path in paths} <= set(self.reported_paths())
+    def wait_for_reports(self, paths, what="the reports", timeout=DEADLINE):
+        wanted = {os.fsencode(path) for path in paths}
+        wait_for(lambda: wanted <= set(self.reported_paths()), what, timeout)

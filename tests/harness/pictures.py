@@ -6,8 +6,8 @@ import subprocess
 Box = collections.namedtuple("Box", "left top right bottom pixels")
 
 
-INK = 40  # how far a channel of text is from its background, at least; greyed text included
-LOWEST_TEXT = 5  # pixels; what is lower is a separator
+INK = 40  # the least difference of a channel between text, even grey, and its background
+LOWEST_TEXT = 5  # pixels; a lower line is a separator
 WIDEST_GAP = 2  # pixels between the parts of one line of text, such as a letter and its dot
 
 
@@ -17,18 +17,13 @@ class Picture:
     def __init__(self, png, part=None):
         """`part`: left, top, width and height."""
         crop = ["-crop", "{2}x{3}+{0}+{1}".format(*part), "+repage"] if part else []
-        size = subprocess.run(
-            ["convert", str(png), *crop, "-format", "%w %h", "info:"],
-            check=True,
-            stdout=subprocess.PIPE,
-        ).stdout.split()
-        self.width, self.height = int(size[0]), int(size[1])
-        self.data = subprocess.run(
-            ["convert", str(png), *crop, "-depth", "8", "rgb:-"], check=True, stdout=subprocess.PIPE
-        ).stdout
+        command = ["convert", png, *crop]
+        size = subprocess.check_output([*command, "-format", "%w %h", "info:"]).split()
+        self.width, self.height = map(int, size)
+        self.data = subprocess.check_output([*command, "-depth", "8", "rgb:-"])
 
     def row(self, y):
-        """The pixels of one row as a list of channel triples."""
+        """The pixels of one row as a list of (red, green, blue)."""
         data = self.data[3 * y * self.width : 3 * (y + 1) * self.width]
         return list(zip(data[0::3], data[1::3], data[2::3]))
 
@@ -37,7 +32,7 @@ class Picture:
         return collections.Counter(pixels).most_common(1)[0][0]
 
     def ink(self):
-        """How many pixels each row has that are not background."""
+        """For each row the number of pixels that are not background."""
         background = self.background()
         return [
             sum(
@@ -50,7 +45,7 @@ class Picture:
 
 
 def text_rows(picture):
-    """The middle of each line of text, from the top; separators are left out."""
+    """The y position of each line of text, without separators."""
     rows, start, last = [], None, None
     for y, ink in enumerate(picture.ink() + [0] * (WIDEST_GAP + 2)):
         if ink:
@@ -64,8 +59,8 @@ def text_rows(picture):
 
 
 def find_colour(png, rgb, tolerance=8):
-    """The bounding box of all pixels of the picture whose channels are each within `tolerance` of
-    `rgb` (right and bottom exclusive), with their number. None without such a pixel."""
+    """The bounding box (right and bottom exclusive) and the number of the pixels whose channels are
+    each within `tolerance` of `rgb`. None without any."""
     picture = Picture(png)
     width, height = picture.width, picture.height
     hits = _matches(picture.data, rgb, tolerance)
@@ -89,26 +84,14 @@ def _matches(data, rgb, tolerance):
 
 
 def crop(png, box, margin=0):
-    """Cuts the picture down to the box (left, top, width, height) and `margin` pixels around it."""
+    """Cuts the picture to the box (left, top, width, height) and `margin` pixels around it."""
     left, top, width, height = box
     left, top = max(left - margin, 0), max(top - margin, 0)
-    subprocess.run(
-        [
-            "mogrify",
-            "-crop",
-            f"{width + 2 * margin}x{height + 2 * margin}+{left}+{top}",
-            "+repage",
-            str(png),
-        ],
-        check=True,
-    )
+    area = f"{width + 2 * margin}x{height + 2 * margin}+{left}+{top}"
+    subprocess.run(["mogrify", "-crop", area, "+repage", png], check=True)
 
 
 def pixel(png, x, y):
-    """The straight RGBA value of one pixel."""
-    text = subprocess.run(
-        ["convert", str(png), "-depth", "8", "-crop", f"1x1+{x}+{y}", "rgba:-"],
-        check=True,
-        stdout=subprocess.PIPE,
-    ).stdout
-    return tuple(text)
+    """The RGBA value of one pixel; colours are not multiplied by alpha."""
+    part = ["-depth", "8", "-crop", f"1x1+{x}+{y}"]
+    return tuple(subprocess.check_output(["convert", png, *part, "rgba:-"]))

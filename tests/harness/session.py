@@ -1,8 +1,7 @@
 """A private desktop session for tests: its own X server, session bus and home folder.
 
-Only the standard library and command-line tools are used. Every program but Xvfb and dbus-daemon
-is optional: `has("thunar")` says whether it can be started, and starting an absent one raises
-`MissingProgram`, so that a caller may skip what the machine cannot show.
+Only the standard library and command-line tools are used. Every program except Xvfb and dbus-daemon
+is optional: `has("thunar")` is False without it, and starting it then raises `MissingProgram`.
 
     with DesktopSession() as session:
         session.start_desktop()
@@ -31,8 +30,8 @@ NOTIFICATIONS = "org.freedesktop.Notifications"
 PORTAL = "org.freedesktop.portal.Desktop"
 WATCHER = "org.kde.StatusNotifierWatcher"
 
-# One bar at the top: a stretch of nothing, then the tray, which serves StatusNotifierItem and the
-# older X11 tray alike.
+# One bar at the top: an empty part, then the tray, which shows status items and the older X11
+# icons. The icon size 0 leaves the choice to the panel.
 PANEL_CONFIGURATION = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0">
   <property name="configver" type="int" value="2"/>
@@ -44,7 +43,7 @@ PANEL_CONFIGURATION = """<?xml version="1.0" encoding="UTF-8"?>
       <property name="length" type="uint" value="100"/>
       <property name="position-locked" type="bool" value="true"/>
       <property name="size" type="uint" value="{size}"/>
-      <property name="icon-size" type="uint" value="{icon}"/>
+      <property name="icon-size" type="uint" value="0"/>
       <property name="plugin-ids" type="array">
         <value type="int" value="1"/>
         <value type="int" value="2"/>
@@ -69,20 +68,24 @@ class MissingProgram(Exception):
     """The machine lacks a program that a step needs."""
 
 
+def bus_command(path):
+    command = ["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog"]
+    return [*command, f"--address=unix:path={path}"]
+
+
 def has(program):
     return shutil.which(program) is not None
 
 
 class DesktopSession:
-    """Starts everything below one temporary folder and leaves nothing behind.
+    """Keeps everything below one folder. At the end all processes end.
 
-    Programs that the bus starts by itself are found again by a mark in their environment, so they
-    end with the session as well.
+    Programs that the bus starts are found by a mark in their environment.
     """
 
-    def __init__(self, root=None, screen=SCREEN, environment=None):
-        """`root`: the folder for the session's files, which stay there; without it they go into a
-        temporary folder. `environment`: additional variables."""
+    def __init__(self, server=None, root=None, screen=SCREEN, environment=None):
+        """`server`: the web that the programs see. `root`: the folder for the session's files,
+        which stay there; without it the folder is temporary. `environment`: more variables."""
         self._keep = root is not None
         self._screen = screen
         self._mark = f"GLINTMARK_DESKTOP_SESSION={uuid.uuid4()}"
@@ -101,6 +104,8 @@ class DesktopSession:
         self.cache_home = self.home / ".cache"
         self.settings = SettingsFile(self.config_home)
         self._extra_environment = dict(environment or {})
+        if server is not None:
+            self._extra_environment.update(server.proxy_environment())
         self.environment = {}
         self.processes = {}  # name -> Popen, in order of start
 
@@ -127,7 +132,7 @@ class DesktopSession:
         self.start_bus()
 
     def stop(self):
-        """Ends every process of the session by its own id and removes the folders."""
+        """Ends every process of the session by its id and removes the temporary folders."""
         for name in reversed(list(self.processes)):
             if name not in ("Xvfb", "dbus-daemon"):
                 self.end(name)
@@ -157,9 +162,9 @@ class DesktopSession:
                 "LANG": os.environ.get("LANG", "C.UTF-8"),
                 "GDK_BACKEND": "x11",
                 "QT_QPA_PLATFORM": "xcb",
-                "NO_AT_BRIDGE": "1",  # no accessibility bus: it outlives the programs that ask for it
+                "NO_AT_BRIDGE": "1",  # no accessibility bus: it would outlive its clients
                 "GTK_A11Y": "none",
-                "GSK_RENDERER": "cairo",  # GTK 4 draws nothing more on Xvfb after its first frames
+                "GSK_RENDERER": "cairo",  # with others GTK 4 stops drawing on Xvfb
                 "GVFS_DISABLE_FUSE": "1",
                 "GSETTINGS_BACKEND": "memory",
                 mark_name: mark_value,
@@ -187,33 +192,23 @@ class DesktopSession:
         )
         os.close(write_end)
         with os.fdopen(read_end) as pipe:
-            number = pipe.readline().strip()  # empty when the server ended at once
+            number = pipe.readline().strip()  # empty if the server has ended
         if not number:
             raise RuntimeError(f"Xvfb did not start: {self.log('Xvfb')}")
         self.environment["DISPLAY"] = f":{number}"
 
     def start_bus(self):
-        """Starts the session bus, again after `end("dbus-daemon")` at the same address."""
+        """Starts the session bus. After `end("dbus-daemon")` it gets the same address again."""
         path = self.runtime / "bus"
         path.unlink(missing_ok=True)
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={path}"
-        self.spawn(
-            "dbus-daemon",
-            [
-                "dbus-daemon",
-                "--session",
-                "--nofork",
-                "--nopidfile",
-                "--nosyslog",
-                f"--address=unix:path={path}",
-            ],
-        )
+        self.spawn("dbus-daemon", bus_command(path))
         wait_for(lambda: _accepts(path), "session bus")
 
     # ---- processes --------------------------------------------------------------------------
 
     def spawn(self, name, command, environment=None, **options):
-        """Starts `command` in the session under `name`; its output goes to logs/NAME.log."""
+        """Starts `command` under the name `name`; its output goes to logs/NAME.log."""
         if not has(command[0]):
             raise MissingProgram(command[0])
         with open(self.logs / f"{name}.log", "ab") as log:
@@ -231,7 +226,7 @@ class DesktopSession:
         return process
 
     def run(self, command, check=True, environment=None, timeout=DEADLINE):
-        """Runs `command` in the session to its end and returns its standard output as text."""
+        """Runs `command` to its end and returns its standard output as text."""
         if not has(command[0]):
             raise MissingProgram(command[0])
         done = subprocess.run(
@@ -251,7 +246,7 @@ class DesktopSession:
         return done.stdout.decode(errors="replace")
 
     def end(self, name, how=signal.SIGTERM, timeout=5.0):
-        """Ends the process started under `name`; harmless when it has ended. Its status."""
+        """Ends the process with this name, if it still runs, and returns its status."""
         process = self.processes.pop(name, None)
         if process is None:
             return None
@@ -279,7 +274,7 @@ class DesktopSession:
         return path.read_text(errors="replace") if path.exists() else ""
 
     def marked_processes(self):
-        """Ids of all living processes of this session, those that the bus started included."""
+        """Ids of all processes of this session, also of those that the bus started."""
         mark = self._mark.encode()
         found = []
         for entry in os.listdir("/proc"):
@@ -288,7 +283,7 @@ class DesktopSession:
             try:
                 variables = pathlib.Path("/proc", entry, "environ").read_bytes().split(b"\0")
             except OSError:
-                continue  # gone meanwhile, or another user's
+                continue  # it has ended, or belongs to another user
             if mark in variables:
                 found.append(int(entry))
         return found
@@ -354,7 +349,7 @@ class DesktopSession:
         self.start_panel()
 
     def start_window_manager(self):
-        """The first of xfwm4 and openbox that is there; its name, or none when neither is."""
+        """Starts xfwm4 or else openbox. Without both there is no window manager."""
         for name, command in (("xfwm4", ["xfwm4", "--compositor=off"]), ("openbox", ["openbox"])):
             if has(name):
                 self.spawn(name, command)
@@ -362,16 +357,13 @@ class DesktopSession:
                     lambda: "window id" in self.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"]),
                     "window manager",
                 )
-                return name
-        return None
+                return
 
-    def start_panel(self, dark=False, size=30, icon_size=0):
-        """xfce4-panel with a tray, ready to take status items. `icon_size` 0: the panel's choice."""
-        folder = self.config_home / "xfce4" / "xfconf" / "xfce-perchannel-xml"
-        folder.mkdir(parents=True, exist_ok=True)
-        (folder / "xfce4-panel.xml").write_text(
-            PANEL_CONFIGURATION.format(dark="true" if dark else "false", size=size, icon=icon_size)
-        )
+    def start_panel(self, dark=False, size=30):
+        """xfce4-panel with a tray, ready for status items."""
+        file = self.config_home / "xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml"
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(PANEL_CONFIGURATION.format(dark="true" if dark else "false", size=size))
         self.restart_panel()
 
     def restart_panel(self):
@@ -415,7 +407,7 @@ class DesktopSession:
         return path
 
     def wait_until_still(self, picture, period=1.5, timeout=DEADLINE):
-        """Photographs the screen until it has not changed for `period` seconds."""
+        """Takes screenshots until the screen has not changed for `period` seconds."""
         last = {"bytes": None, "since": 0.0}
 
         def look():
@@ -429,8 +421,8 @@ class DesktopSession:
         return picture
 
     def wait_for_colour(self, rgb, tolerance=8, minimum=100, timeout=DEADLINE, picture=None):
-        """Photographs the screen until at least `minimum` pixels of a colour are on it. Their box;
-        the last picture stays at `picture` when given."""
+        """Takes screenshots until one has at least `minimum` pixels of a colour. Returns their box.
+        `picture`: where the last screenshot stays."""
         target = picture or self.root / "colour.png"
 
         def look():

@@ -10,6 +10,9 @@ PROPERTY = "org.freedesktop.DBus.Properties.Get"
 ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
 
+ADD_FOLDER = "Add Folder…"
+REMOVE = "Stop Watching This Folder"
+
 
 def registered_items(session):
     """The addresses of all items that the panel shows."""

@@ -1,7 +1,7 @@
-"""What a release build installs and packages, held against the rules of those who read it.
+"""Checks the files that a release build installs and packages against the rules of their readers.
 
-Needs no rights and touches nothing outside `--output`. How the package behaves on a system that
-has nothing else is shown by tests/package/run.
+Needs no special rights and writes only into `--output`. tests/package/run shows how the package
+behaves on a system that has nothing else.
 """
 
 import argparse
@@ -14,6 +14,7 @@ import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
+from tests.harness.commands import output_of
 from tests.harness.options import absolute_path
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -22,28 +23,13 @@ ICON_SIZES = (16, 22, 24, 32, 48, 64, 128, 256, 512)
 XML_LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
 
 
-def run(*command, **options):
-    """The output of a command, which must succeed."""
-    done = subprocess.run(
-        [str(word) for word in command],
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
-        text=True,
-        check=False,
-        **options,
-    )
-    if done.returncode != 0:
-        raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
-    return done.stdout
-
-
 def project_version():
     text = (ROOT / "CMakeLists.txt").read_text()
     return re.search(r"^project\(glintmark VERSION (\S+)", text, re.M).group(1)
 
 
 def table_languages():
-    """The languages of the string tables but English, as locales name them."""
+    """The languages of the string tables except English, by their locale names."""
     folders = {
         path.parent.name.removesuffix(".lproj")
         for path in ROOT.glob("resources/*.lproj/Localizable.strings")
@@ -56,8 +42,8 @@ def files_below(folder):
 
 
 def expected_files():
-    """Those that are listed, and the product's page, whatever it is made of."""
-    page = run("git", "-C", ROOT, "ls-files", "site").split()
+    """The listed files, and all files of the product's page."""
+    page = output_of("git", "-C", ROOT, "ls-files", "site").split()
     return sorted(
         (ROOT / "tests/package/files.txt").read_text().split()
         + [f"usr/share/glintmark/{name}" for name in page]
@@ -73,7 +59,7 @@ class InstallTest(unittest.TestCase):
     def setUpClass(cls):
         cls.root = OPTIONS.output / "root"
         shutil.rmtree(cls.root, ignore_errors=True)
-        run(
+        output_of(
             "cmake",
             "--install",
             OPTIONS.build,
@@ -89,13 +75,13 @@ class InstallTest(unittest.TestCase):
     def test_another_prefix_has_its_own_configuration_folder(self):
         other = OPTIONS.output / "other"
         shutil.rmtree(other, ignore_errors=True)
-        run("cmake", "--install", OPTIONS.build, "--prefix", other)
+        output_of("cmake", "--install", OPTIONS.build, "--prefix", other)
         moved = sorted(name.removeprefix("usr/") for name in expected_files())
         self.assertEqual(files_below(other), moved)
 
     def test_the_desktop_entry_is_valid_and_starts_an_installed_program(self):
         entry = self.share / "applications/com.quorvel.Glintmark.desktop"
-        self.assertEqual(run("desktop-file-validate", entry), "")
+        self.assertEqual(output_of("desktop-file-validate", entry), "")
         text = entry.read_text()
         for key in ("Exec", "TryExec"):
             self.assertRegex(text, rf"(?m)^{key}=glintmark$")
@@ -104,18 +90,18 @@ class InstallTest(unittest.TestCase):
 
     def test_appstream_accepts_the_metainfo(self):
         metainfo = self.share / "metainfo/com.quorvel.Glintmark.metainfo.xml"
-        run("appstreamcli", "validate", "--no-net", "--strict", metainfo)
+        output_of("appstreamcli", "validate", "--no-net", "--strict", metainfo)
         tree = ElementTree.parse(metainfo)
         self.assertEqual(tree.findtext("id"), "com.quorvel.Glintmark")
         self.assertEqual(tree.find("releases/release").get("version"), project_version())
 
     def test_the_mime_type_is_well_formed_and_known_to_a_database(self):
-        run("xmllint", "--noout", self.share / "mime/packages/com.quorvel.Glintmark.xml")
-        run("update-mime-database", self.share / "mime")
+        output_of("xmllint", "--noout", self.share / "mime/packages/com.quorvel.Glintmark.xml")
+        output_of("update-mime-database", self.share / "mime")
         self.assertIn(
             "60:application/x-webloc:*.webloc", (self.share / "mime/globs2").read_text().split("\n")
         )
-        for path in (self.share / "mime").iterdir():  # back to what was installed
+        for path in (self.share / "mime").iterdir():  # remove the generated files
             if path.name != "packages":
                 shutil.rmtree(path) if path.is_dir() else path.unlink()
 
@@ -135,7 +121,7 @@ class InstallTest(unittest.TestCase):
     def test_icons_have_their_sizes(self):
         for size in ICON_SIZES:
             icon = self.share / f"icons/hicolor/{size}x{size}/apps/glintmark.png"
-            self.assertEqual(run("identify", "-format", "%wx%h", icon), f"{size}x{size}")
+            self.assertEqual(output_of("identify", "-format", "%wx%h", icon), f"{size}x{size}")
 
     def test_all_texts_come_in_the_same_languages(self):
         languages = table_languages()
@@ -148,7 +134,7 @@ class InstallTest(unittest.TestCase):
             self.check_xml_languages(ROOT / "resources" / name, languages)
 
     def check_xml_languages(self, path, languages):
-        """Each text without a language is followed by one in each of them."""
+        """Each text without a language must be followed by one in each language."""
         for parent in ElementTree.parse(path).iter():
             texts = [child for child in parent if child.get(XML_LANGUAGE)]
             for tag in {child.tag for child in texts}:
@@ -169,17 +155,17 @@ class PackageTest(unittest.TestCase):
     def setUpClass(cls):
         folder = OPTIONS.output / "package"
         shutil.rmtree(folder, ignore_errors=True)
-        run("cpack", "-G", "DEB", "-B", folder, cwd=OPTIONS.build)
+        output_of("cpack", "-G", "DEB", "-B", folder, cwd=OPTIONS.build)
         (cls.package,) = folder.glob("*.deb")
         cls.root = folder / "root"
-        run("dpkg-deb", "--raw-extract", cls.package, cls.root)
+        output_of("dpkg-deb", "--raw-extract", cls.package, cls.root)
 
     def field(self, name):
-        return run("dpkg-deb", "--field", self.package, name).strip()
+        return output_of("dpkg-deb", "--field", self.package, name).strip()
 
     def test_lintian_finds_no_error_and_no_warning(self):
         print(
-            run(
+            output_of(
                 "lintian",
                 "--allow-root",
                 "--profile",
@@ -239,13 +225,13 @@ class PackageTest(unittest.TestCase):
         ]
         for program in programs:
             with self.subTest(program.name):
-                self.assertNotIn(".symtab", run("readelf", "-SW", program))
-                self.assertIn("DYN (Position-Independent", run("readelf", "-hW", program))
-                self.assertIn("GNU_RELRO", run("readelf", "-lW", program))
-                self.assertIn("BIND_NOW", run("readelf", "-dW", program))
-                symbols = run("readelf", "--dyn-syms", "-W", program)
+                self.assertNotIn(".symtab", output_of("readelf", "-SW", program))
+                self.assertIn("DYN (Position-Independent", output_of("readelf", "-hW", program))
+                self.assertIn("GNU_RELRO", output_of("readelf", "-lW", program))
+                self.assertIn("BIND_NOW", output_of("readelf", "-dW", program))
+                symbols = output_of("readelf", "--dyn-syms", "-W", program)
                 self.assertIn("__stack_chk_fail", symbols)
-        self.assertRegex(run("readelf", "--dyn-syms", "-W", programs[0]), r"__\w+_chk@")
+        self.assertRegex(output_of("readelf", "--dyn-syms", "-W", programs[0]), r"__\w+_chk@")
 
     def test_no_path_of_the_build_machine_is_in_it(self):
         for path in self.root.rglob("*"):

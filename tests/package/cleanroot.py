@@ -1,5 +1,5 @@
-"""One life of the package on a clean system, step by step. Run by tests/package/run, in a mount and a process
-namespace of its own, so that nothing of it outlives the run."""
+"""One life of the package on a clean system, step by step. tests/package/run starts it in an own
+mount and process namespace, so that nothing remains after the run."""
 
 import argparse
 import configparser
@@ -12,18 +12,23 @@ import shutil
 import signal
 import subprocess
 
+from tests.harness.commands import output_of
+from tests.harness.ending import DECODER
 from tests.harness.link_file import write_link
 from tests.harness.log_lines import ICON_SET, STARTED
+from tests.harness.options import absolute_path
 from tests.harness.processes import executables
+from tests.harness.session import BUS, bus_command
 from tests.harness.sites import demo_sites
 from tests.harness.waiting import wait_for
 from tests.harness.web_server import SiteServer
 
 USER, USER_ID = "kim", 1000
+RUNTIME = f"/run/user/{USER_ID}"
 AUTOSTART = "etc/xdg/autostart/com.quorvel.Glintmark.desktop"
 BUS_NAME = "com.quorvel.Glintmark"
-# What belongs to no package's files: the package manager's own notes and caches, and what the linker and the
-# certificates' package make of the libraries that were there.
+# Files that belong to no package: notes and caches of the package manager, and files that the
+# linker and the package with the certificates generate.
 VOLATILE = re.compile(
     r"^(proc|sys|dev|run|tmp|home|root|var/(cache|log|lib/(dpkg|apt))|etc/ld\.so\.cache)(/|$)"
     r"|^var/lib/systemd/|^etc/resolv\.conf$"
@@ -40,49 +45,34 @@ def check(condition, text):
     say(text)
 
 
+ROOT_ENVIRONMENT = {
+    "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+    "LC_ALL": "C.UTF-8",
+    "DEBIAN_FRONTEND": "noninteractive",
+}
+
+
 class Root:
     """The clean system in a folder."""
 
     def __init__(self, folder):
         self.folder = folder
 
-    def run(self, *command, check_status=True, **options):
-        done = subprocess.run(
-            ["chroot", str(self.folder), *command],
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
-            text=True,
-            check=False,
-            env={
-                "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-                "LC_ALL": "C.UTF-8",
-                "DEBIAN_FRONTEND": "noninteractive",
-            },
-            **options,
-        )
-        if check_status and done.returncode != 0:
-            raise SystemExit(
-                f"FAILED: {shlex.join(command)}: status {done.returncode}\n{done.stdout}"
-            )
-        return done.stdout
+    def run(self, *command):
+        return output_of("chroot", self.folder, *command, env=ROOT_ENVIRONMENT)
 
     def apt(self, *arguments):
         return self.run("apt-get", "-y", "-qq", "--no-install-recommends", *arguments)
 
     def files(self):
-        """Every path with what it holds, but for the volatile ones."""
+        """The content of every file that is not volatile, by its path."""
         found = {}
         for path, folders, names in os.walk(self.folder):
-            relative = os.path.relpath(path, self.folder)
-            folders[:] = [
-                name
-                for name in folders
-                if not VOLATILE.search(os.path.normpath(f"{relative}/{name}"))
-            ]
-            for name in folders + names:
-                key = os.path.normpath(f"{relative}/{name}")
-                if not VOLATILE.search(key):
-                    found[key] = content(os.path.join(path, name))
+            keys = {n: os.path.relpath(os.path.join(path, n), self.folder) for n in folders + names}
+            lasting = {name: key for name, key in keys.items() if not VOLATILE.search(key)}
+            folders[:] = [name for name in folders if name in lasting]
+            for name, key in lasting.items():
+                found[key] = content(os.path.join(path, name))
         return found
 
 
@@ -95,7 +85,7 @@ def content(path):
 
 
 class Session:
-    """A login of the user inside the root: a display, a bus, and what autostart starts."""
+    """A login of the user inside the root: a display, a bus, and the programs of autostart."""
 
     def __init__(self, root, proxy):
         self.root = root
@@ -105,51 +95,31 @@ class Session:
             "USER": USER,
             "PATH": "/usr/local/bin:/usr/bin:/bin",
             "LANG": "C.UTF-8",
-            "XDG_RUNTIME_DIR": f"/run/user/{USER_ID}",
+            "XDG_RUNTIME_DIR": RUNTIME,
             "DISPLAY": ":7",
-            "DBUS_SESSION_BUS_ADDRESS": f"unix:path=/run/user/{USER_ID}/bus",
+            "DBUS_SESSION_BUS_ADDRESS": f"unix:path={RUNTIME}/bus",
             **proxy,
         }
         self.log_path = self.home / "session.log"
         self.start("Xvfb", ":7", "-screen", "0", "640x480x24", "-nolisten", "tcp")
-        self.start(
-            "dbus-daemon",
-            "--session",
-            "--nofork",
-            "--nopidfile",
-            "--nosyslog",
-            f"--address=unix:path=/run/user/{USER_ID}/bus",
-        )
-        wait_for((root.folder / f"run/user/{USER_ID}/bus").exists, "the bus")
+        self.start(*bus_command(f"{RUNTIME}/bus"))
+        wait_for((root.folder / f"{RUNTIME[1:]}/bus").exists, "the bus")
 
     def command(self, *command):
-        return [
-            shutil.which("chroot"),
-            f"--userspec={USER_ID}:{USER_ID}",
-            str(self.root.folder),
-            *command,
-        ]
+        user = f"--userspec={USER_ID}:{USER_ID}"
+        return [shutil.which("chroot"), user, str(self.root.folder), *command]
 
     def start(self, *command):
+        streams = {"stdin": subprocess.DEVNULL, "stderr": subprocess.STDOUT}
+        options = {**streams, "env": self.environment, "start_new_session": True}
         with open(self.log_path, "ab") as log:
-            return subprocess.Popen(
-                self.command(*command),
-                env=self.environment,
-                stdout=log,
-                stderr=log,
-                stdin=subprocess.DEVNULL,
-                start_new_session=True,
-            )
+            return subprocess.Popen(self.command(*command), stdout=log, **options)
 
     def output(self, *command):
-        return subprocess.run(
-            self.command(*command),
-            env=self.environment,
-            text=True,
-            check=False,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
-        ).stdout
+        """The output of a command, which may fail."""
+        streams = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
+        command = self.command(*command)
+        return subprocess.run(command, env=self.environment, text=True, **streams).stdout
 
     def lines(self):
         return self.log_path.read_text(errors="replace").splitlines()
@@ -158,24 +128,14 @@ class Session:
         wait_for(lambda: any(line.startswith(beginning) for line in self.lines()), beginning, 60)
 
     def owner(self):
-        """The process that owns the program's name on the bus; none without an owner."""
-        answer = self.output(
-            "gdbus",
-            "call",
-            "--session",
-            "--dest",
-            "org.freedesktop.DBus",
-            "--object-path",
-            "/",
-            "--method",
-            "org.freedesktop.DBus.GetConnectionUnixProcessID",
-            BUS_NAME,
-        )
+        """The id of the process that owns the program's name on the bus; None without an owner."""
+        call = ["gdbus", "call", "--session", "--dest", BUS, "--object-path", "/", "--method"]
+        answer = self.output(*call, f"{BUS}.GetConnectionUnixProcessID", BUS_NAME)
         found = re.search(r"uint32 (\d+)", answer)
         return int(found.group(1)) if found else None
 
     def autostart(self):
-        """Does what a desktop does with the entry at login; the process, or none when the entry
+        """Starts the program as a desktop does at login. Returns the process; None if the entry
         says that there is nothing to start."""
         parser = configparser.RawConfigParser(interpolation=None)
         parser.optionxform = str
@@ -211,54 +171,37 @@ def executable(pid):
 
 
 def decoders():
-    return [pid for pid, path in executables() if "glintmark-image-decoder" in path]
+    return [pid for pid, path in executables() if DECODER in path]
 
 
 def next_version(package, folder):
-    """The same package under a higher version."""
+    """The same package with a higher version."""
     tree = folder / "next"
     shutil.rmtree(tree, ignore_errors=True)
-    subprocess.run(["dpkg-deb", "--raw-extract", str(package), str(tree)], check=True)
+    output_of("dpkg-deb", "--raw-extract", package, tree)
     control = tree / "DEBIAN" / "control"
     control.write_text(re.sub(r"(?m)^Version: .*$", r"\g<0>+next", control.read_text()))
     upgrade = folder / "next.deb"
-    subprocess.run(
-        ["dpkg-deb", "--root-owner-group", "--build", str(tree), str(upgrade)],
-        check=True,
-        stdout=subprocess.DEVNULL,
-    )
+    output_of("dpkg-deb", "--root-owner-group", "--build", tree, upgrade)
     return upgrade
 
 
 def prepare(base, folder):
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
-    subprocess.run(["tar", "-C", str(folder), "-xf", str(base)], check=True)
-    subprocess.run(["mount", "--make-rprivate", "/"], check=True)
-    subprocess.run(["mount", "-t", "proc", "proc", "/proc"], check=True)
+    output_of("tar", "-C", folder, "-xf", base)
+    output_of("mount", "--make-rprivate", "/")
+    output_of("mount", "-t", "proc", "proc", "/proc")
     for name in ("proc", "dev"):
-        subprocess.run(["mount", "--rbind", f"/{name}", str(folder / name)], check=True)
+        output_of("mount", "--rbind", f"/{name}", folder / name)
     cache = folder.parent / "cleanroot.packages"
     (cache / "partial").mkdir(parents=True, exist_ok=True)
-    subprocess.run(
-        ["mount", "--bind", str(cache), str(folder / "var/cache/apt/archives")], check=True
-    )
+    output_of("mount", "--bind", cache, folder / "var/cache/apt/archives")
     shutil.copy("/etc/resolv.conf", folder / "etc/resolv.conf")
     root = Root(folder)
     root.run("useradd", "--create-home", "--uid", str(USER_ID), "--user-group", USER)
-    root.run(
-        "install",
-        "-d",
-        "-m",
-        "700",
-        "-o",
-        USER,
-        "-g",
-        USER,
-        f"/run/user/{USER_ID}",
-        f"/home/{USER}/Desktop",
-        f"/home/{USER}/Downloads",
-    )
+    owner = ["-m", "700", "-o", USER, "-g", USER]
+    root.run("install", "-d", *owner, RUNTIME, f"/home/{USER}/Desktop", f"/home/{USER}/Downloads")
     (folder / "tmp/.X11-unix").mkdir(mode=0o1777, exist_ok=True)
     os.chmod(folder / "tmp/.X11-unix", 0o1777)
     os.chmod(folder / f"home/{USER}/Downloads", 0o777)
@@ -269,96 +212,60 @@ def life(root, package):
     upgrade = next_version(package, root.folder.parent)
     for source, name in ((package, "first.deb"), (upgrade, "next.deb")):
         shutil.copy(source, root.folder / "root" / name)
-    root.apt("install", "ca-certificates")  # which autoremove keeps: other packages recommend it
+    root.apt("install", "ca-certificates")  # autoremove keeps it: other packages recommend it
     before = root.files()
 
     root.apt("install", "/root/first.deb")
-    check(
-        "ok installed" in root.run("dpkg-query", "-W", "-f", "${Status}", "glintmark"),
-        "apt installs the package with what it depends on",
-    )
-    for program in (
-        "/usr/bin/glintmark",
-        "/usr/bin/glintmark-thumbnailer",
-        "/usr/libexec/glintmark/glintmark-image-decoder",
-    ):
+    status = root.run("dpkg-query", "-W", "-f", "${Status}", "glintmark")
+    check("ok installed" in status, "apt installs the package and its dependencies")
+    for name in ("bin/glintmark", "bin/glintmark-thumbnailer", f"libexec/glintmark/{DECODER}"):
+        program = f"/usr/{name}"
         check("not found" not in root.run("ldd", program), f"{program} finds its libraries")
     check("glintmark" in root.run("man", "-w", "glintmark"), "the manual page is found")
 
     with SiteServer(demo_sites()) as server:
         session = Session(root, server.proxy_environment())
         use(root, session)
-    check(
-        (session.home / ".local/share/glintmark/icons").is_dir(), "the user's icons are still there"
-    )
+    icons = session.home / ".local/share/glintmark/icons"
+    check(icons.is_dir(), "the user's icons are still there")
 
     root.apt("autoremove", "--purge")
     after = root.files()
-    differing = sorted(
-        key for key in before.keys() | after.keys() if before.get(key) != after.get(key)
-    )
+    keys = before.keys() | after.keys()
+    differing = sorted(key for key in keys if before.get(key) != after.get(key))
     check(not differing, f"every file is as before the installation {differing[:20]}")
-    named = root.run(
-        "find",
-        "/etc",
-        "/usr",
-        "/var",
-        "/opt",
-        "-xdev",
-        "(",
-        "-iname",
-        "*glintmark*",
-        "-o",
-        "-iname",
-        "*quorvel*",
-        ")",
-        "-not",
-        "-path",
-        "/var/cache/apt/*",
-    ).split()
+    names = ["(", "-iname", "*glintmark*", "-o", "-iname", "*quorvel*", ")"]
+    folders = ["/etc", "/usr", "/var", "/opt", "-xdev"]
+    named = root.run("find", *folders, *names, "-not", "-path", "/var/cache/apt/*").split()
     check(not named, f"no name of the program is left {named}")
 
 
 def use(root, session):
     running = session.login()
-    check(
-        executable(running.pid) == f"{root.folder}/usr/bin/glintmark"
-        or executable(running.pid).endswith("/usr/bin/glintmark"),
-        "autostart starts it",
-    )
+    check(executable(running.pid).endswith("/usr/bin/glintmark"), "autostart starts it")
     link = session.icon_for("first.webloc")
     say("a dropped link gets its icon")
-    check(
-        "application/x-webloc"
-        in session.output("gio", "info", "-a", "standard::content-type", link),
-        "the type of link files is known",
-    )
+    content_type = session.output("gio", "info", "-a", "standard::content-type", link)
+    check("application/x-webloc" in content_type, "the type of link files is known")
     check_thumbnailer(root, session, link)
 
     root.apt("install", "/root/next.deb")
-    check(
-        running.poll() is None and executable(running.pid).endswith("(deleted)"),
-        "an upgrade leaves the running program alone",
-    )
+    old_one_runs = running.poll() is None and executable(running.pid).endswith("(deleted)")
+    check(old_one_runs, "an upgrade leaves the running program alone")
     for pid in decoders():
         os.kill(pid, signal.SIGKILL)
     wait_for(lambda: not decoders(), "the decoders' end")
     session.icon_for("upgraded.webloc")
-    check(
-        decoders() and all(executable(pid).endswith("(deleted)") for pid in decoders()),
-        "it goes on with the decoder of its own build",
-    )
+    own = decoders() and all(executable(pid).endswith("(deleted)") for pid in decoders())
+    check(own, "it goes on with the decoder of its own build")
     check("running already" in session.output("glintmark"), "a second start finds it")
     check(end(running) == 0, "it ends with status 0")
     running = session.login()
-    check(
-        executable(running.pid).endswith("/usr/bin/glintmark"), "a new start gets the new program"
-    )
+    new = executable(running.pid).endswith("/usr/bin/glintmark")
+    check(new, "a new start gets the new program")
     session.icon_for("new.webloc")
-    check(
-        all(executable(pid).endswith("glintmark-image-decoder") for pid in decoders()),
-        "and the new decoder",
-    )
+    new = all(executable(pid).endswith(DECODER) for pid in decoders())
+    check(new, "and the new decoder")
 
     root.apt("remove", "glintmark")
     session.icon_for("removed.webloc")
@@ -383,13 +290,12 @@ def check_thumbnailer(root, session, link):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument(
-        "--base", required=True, type=pathlib.Path, help="the clean root as a tar file"
+        "--base", required=True, type=absolute_path, help="the clean root, a tar file"
     )
-    parser.add_argument("--package", required=True, type=pathlib.Path)
+    parser.add_argument("--package", required=True, type=absolute_path)
     arguments = parser.parse_args()
-    base = arguments.base.resolve()
-    folder = base.parent / "cleanroot.root"
-    life(prepare(base, folder), arguments.package.resolve())
+    folder = arguments.base.parent / "cleanroot.root"
+    life(prepare(arguments.base, folder), arguments.package)
     print("The package keeps its promises.")
 
 

@@ -27,7 +27,7 @@ BROWSER = (
 )
 OWN_NAME = re.compile(r"Glintmark/\d+(\.\d+)+")
 COMMON = {"Accept": "*/*", "Accept-Encoding": "deflate, gzip, br, zstd"}
-AT_ONCE = 4  # sites fetched at a time
+AT_ONCE = 4  # fetches
 
 
 def environment(recorder, more):
@@ -37,9 +37,9 @@ def environment(recorder, more):
 
 
 def header_complaints(request, more):
-    """What is wrong with the header fields of a request that should have those of `more` besides."""
+    """What is wrong with a request's header fields. `more`: fields beyond the usual ones."""
     fields = dict(request.headers)
-    complaints = [] if len(fields) == len(request.headers) else ["a field twice"]
+    complaints = [] if len(fields) == len(request.headers) else ["a field occurs twice"]
     agent = fields.pop("User-Agent", "")
     address = urllib.parse.urlsplit(request.url)
     is_manifest = address.path.endswith((".json", ".webmanifest"))

@@ -1,12 +1,12 @@
-"""What a fetch asks for, rule by rule: one site, one link and exactly the requests that follow.
+"""The requests of a fetch, rule by rule: one site, one link and exactly the requests that follow.
 
-Addresses are written as they go over the wire. A site that does not say otherwise answers 404, so that
-all probes run to their end; where an argument is left out, the path takes its usual course:
+Addresses are written as they are sent. Every address without an answer gets 404, so that all probes
+run to their end. A path without an argument makes its usual requests:
 
-- `page`: the link itself, then `icons`, all of them together
-- `touch`: both Apple touch icons of `root`, the first alone where it is 1
-- `manifest`: the three places of `root`, fewer where a number says so, then `manifest_icon`
-- `service`: the favicon service, asked for `host`
+- `page`: the link itself, then all `icons` together
+- `touch`: both Apple touch icons of `root`; 1: only the first
+- `manifest`: the three places below `root`, or as many as the number says, then `manifest_icon`
+- `service`: the favicon service with `host`
 - `favicon`: "/favicon.ico" of `root`
 """
 
@@ -129,7 +129,7 @@ def numbered(count, first=1):
 
 
 def site_with_page(rule, tags, icons=(), **more):
-    """The plain site, whose page has these tags; every icon is there, 96 pixels wide."""
+    """The plain site with these tags in its page. Every icon exists and is 96 pixels wide."""
     answers = {SITE + "/": html(*tags)}
     answers.update({address: picture(96) for address in icons})
     candidates = more.pop("candidates", ["htmlIcon 96x96"] * len(icons))
@@ -141,7 +141,7 @@ def site_with_page(rule, tags, icons=(), **more):
 # fmt: off
 
 def links():
-    """How a link's address becomes that of each path."""
+    """How the link determines the addresses of each path."""
     return [
         site("A site that offers nothing is asked in every place, each once"),
         site("A link in https is followed in https", "https://site.example/",
@@ -184,7 +184,8 @@ def links():
     ] + [
         site(f"A text without a host asks for nothing: {why}", link, page=[], touch=[], manifest=[],
              service=[], favicon=[])
-        for why, link in [("a bare name", "site.example"), ("a path", "/page"), ("mail", "mailto:a@b"),
+        for why, link in [("a bare name", "site.example"), ("a path", "/page"),
+                          ("mail", "mailto:a@b"),
                           ("a blank in it", "http://site.example/a b"),
                           ("a blank before it", " http://site.example/"),
                           ("not ASCII", "http://sité.example/"), ("nothing", "")]
@@ -202,12 +203,14 @@ def page_links():
 
     return [
         resolved("A relative address is resolved against the page", "i.png", SITE + "/dir/i.png"),
-        resolved("Dot segments of an icon's address are resolved", "../x/./i.png", SITE + "/x/i.png"),
+        resolved("Dot segments of an icon's address are resolved", "../x/./i.png",
+                 SITE + "/x/i.png"),
         resolved("A query alone is resolved against the page", "?v=2", base + "?v=2"),
         resolved("Square brackets become escapes", "i[1].png", SITE + "/dir/i%5B1%5D.png"),
         resolved("An absolute address is taken as it is", "http://cdn.example:81/i.png?a#b",
                  "http://cdn.example:81/i.png?a"),
-        resolved("Scheme-relative links are forced to https", "//cdn.example/i.png", CDN + "/i.png"),
+        resolved("Scheme-relative links are forced to https", "//cdn.example/i.png",
+                 CDN + "/i.png"),
         resolved("Scheme-relative links keep port and query", "//cdn.example:81/i.png?v=2",
                  CDN + ":81/i.png?v=2"),
         resolved("A query in a root path is escaped", "/i.png?v=2", SITE + "/i.png%3Fv=2"),
@@ -303,7 +306,7 @@ def pages():
              answers={SITE + "/": untyped(b"<title>\xe9</title>" + tag.encode())}),
         site("A packed page is unpacked",
              answers={SITE + "/": untyped(gzip.compress(tag.encode()),
-                                         headers=(("Content-Encoding", "gzip"),)),
+                                          headers=(("Content-Encoding", "gzip"),)),
                       SITE + "/1.png": picture(96)},
              icons=numbered(1), candidates=["htmlIcon 96x96"]),
         site("An empty page has no icons", answers={SITE + "/": untyped(b"")}),
@@ -340,8 +343,8 @@ def images():
              candidates=["htmlIcon 96x96"]),
         touch_icons("A touch icon of 64 is taken and the second not asked for", picture(64),
                     picture(180), 1, "64x64"),
-        touch_icons("A touch icon under 64 is passed over for the second", picture(63), picture(180),
-                    2, "180x180"),
+        touch_icons("A touch icon under 64 is passed over for the second", picture(63),
+                    picture(180), 2, "180x180"),
         touch_icons("Two touch icons under 64 are none", picture(57), picture(57), 2, None),
         touch_icons("A touch icon that is no image is passed over", html("no"), picture(64), 2,
                     "64x64"),
@@ -362,7 +365,7 @@ def images():
 def manifests():
     """Which manifest counts, and which of its icons."""
     def moving_on(rule, *answers):
-        """Answers that hold no manifest, at as many places; the next has one."""
+        """`answers`: those without a manifest, at the first places; the next place has one."""
         places = [MANIFEST_1, MANIFEST_2, MANIFEST_3]
         table = dict(zip(places, answers))
         table[places[len(answers)]] = icons_json({"src": "i.png"})
@@ -384,7 +387,8 @@ def manifests():
         moving_on("What is no JSON, or no object, does not count", html("no"), untyped(b"[1]")),
         moving_on("A manifest without icons, or with icons that are no list, does not count",
                   untyped(b"{}"), untyped(b'{"icons": {"src": "no.png"}}')),
-        moving_on("One element that is no object spoils the list", icons_json({"src": "no.png"}, 1)),
+        moving_on("One element that is no object spoils the list",
+                  icons_json({"src": "no.png"}, 1)),
         moving_on("Maskable only", icons_json({"src": "a.png", "purpose": "maskable"},
                                               {"src": "b.png", "purpose": "MASKABLE"})),
         moving_on("SVG only", icons_json({"src": "a.svg"}, {"src": "b.SVG"},
@@ -397,10 +401,11 @@ def manifests():
                       CDN + "/app/m.json": icons_json({"src": "yes.png"}), beside: picture(96)},
              manifest=[[MANIFEST_1], [CDN + "/app/m.json"], [beside]],
              candidates=["manifest 96x96"]),
-        choosing("The largest icon is downloaded alone", beside, {"src": "no.png", "sizes": "192x192"},
-                 {"src": "yes.png", "sizes": "512x512"}, {"src": "no.png", "sizes": "48x48"}),
-        choosing("Of equals the first is downloaded", beside, {"src": "yes.png", "sizes": "512x512"},
-                 {"src": "no.png", "sizes": "512x512"}),
+        choosing("The largest icon is downloaded alone", beside,
+                 {"src": "no.png", "sizes": "192x192"}, {"src": "yes.png", "sizes": "512x512"},
+                 {"src": "no.png", "sizes": "48x48"}),
+        choosing("Of equals the first is downloaded", beside,
+                 {"src": "yes.png", "sizes": "512x512"}, {"src": "no.png", "sizes": "512x512"}),
         choosing("An icon without sizes counts as 64", beside, {"src": "no.png", "sizes": "63x63"},
                  {"src": "yes.png"}, {"src": "no.png", "sizes": "any"},
                  {"src": "no.png", "sizes": "512X512"}),
@@ -440,7 +445,8 @@ def services():
 
 
 def independence():
-    """No path waits for another: each in turn is answered after all others have ended."""
+    """No path waits for another: one after the other gets its answers after all others have
+    ended."""
     answers = {SITE + "/": html(icon("1.png")), SITE + "/1.png": picture(96),
                TOUCH_2: picture(97), MANIFEST_2: icons_json({"src": "2.png"}),
                SITE + "/2.png": picture(98), SERVICE: picture(99), FAVICON: picture(100)}

@@ -1,6 +1,7 @@
 """A long life of the built program: a tree that changes all the time, sites that are good, bad and
 silent, and services that stop and start again. Memory, descriptors, threads and unfinished links
-are sampled. In the end each link must have had exactly one end, and the program must not have grown.
+are sampled. In the end each link must have had exactly one end, and the program must not be larger
+than before.
 
     python3 -m tests.soak [--program PROGRAM] [--output FOLDER] [--minutes N] [--seed N] [--smoke]
 
@@ -35,19 +36,17 @@ STEP = 0.25  # seconds between two changes
 SAMPLE = 5.0
 SMOKE = 30.0
 SERVICE_CHANGE = 60.0
-WARM_UP = 60.0  # what the first minutes take, and each service's first return, is not growth
-OVERDUE = (
-    150.0  # every fetch takes less, those of silent sites included, unless the machine is busy
-)
-LAST_ANSWERS = 900.0  # after which what has no end is lost
-REST = 40.0  # after which helper and HTTP thread have ended
+WARM_UP = 60.0  # memory of the first minutes and of each service's first restart is not growth
+OVERDUE = 150.0  # every fetch takes less, even from silent sites, unless the machine is busy
+LAST_ANSWERS = 900.0  # a link without an end by then is lost
+REST = 40.0  # the decoder and the HTTP client's thread have ended by then
 
 MOST_GROWTH = 10.0  # MB
 MOST_NEW_DESCRIPTORS = 0
 MOST_NEW_THREADS = 0
 
 SERVICES = {"panel": "xfce4-panel", "notifications": "xfce4-notifyd", "bus": "dbus-daemon"}
-COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "on their way", "overdue")
+COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "unfinished", "overdue")
 
 
 def lines_with(*beginnings):
@@ -57,13 +56,13 @@ def lines_with(*beginnings):
 REPORT = lines_with(REPORTED)
 END = lines_with(ICON_SET, ICON_NOT_SET, NO_LINK)
 FAILURE = lines_with(NO_ICON)
-# Few silent ones: each keeps six requests waiting for ten seconds, and more would only queue up.
+# Few silent ones: each keeps six requests waiting for ten seconds; more would only fill the queue.
 HOSTS = 5 * [*demo_sites(), *(host for host in hostile_sites() if host != "silent.example")]
 HOSTS += ["silent.example"]
 
 
 class Life:
-    """Changes below one watched folder; remembers the links that must be reported."""
+    """Changes a watched folder at random; remembers the links that must be reported."""
 
     def __init__(self, folder, seed):
         self._random = random.Random(seed)
@@ -103,14 +102,14 @@ class Life:
 
     def _write_link(self):
         path = self._random.choice(self._folders) / f"{self._name()}.webloc"
-        # The fragment, which no site sees, tells each address's end in the log.
+        # Sites do not see the fragment. It makes each address in the log unique.
         address = f"http://{self._random.choice(HOSTS)}/#{self._number}"
         write_link(path, address)
         self.links[str(path)] = (address, time.monotonic())
 
 
 class Services:
-    """Ends one service of the session, and starts it again the next time."""
+    """Ends one service of the session, and starts it again at the next step."""
 
     def __init__(self, session, seed):
         self._session = session
@@ -146,7 +145,7 @@ class Services:
 
 
 class Ends:
-    """How often each link was reported and how often its way ended, by what the log says so far."""
+    """How often each link was reported and finished, by the log so far."""
 
     def __init__(self, path, life):
         self._log = open(path, "rb")
@@ -166,7 +165,7 @@ class Ends:
         return self
 
     def missing(self, since=0.0):
-        """Links that are older than so many seconds and have not had exactly one end."""
+        """Links older than `since` seconds that have not had exactly one end."""
         now = time.monotonic()
         return [
             path
@@ -177,7 +176,7 @@ class Ends:
 
 
 class Samples:
-    """Memory, descriptors and threads of a process over time, and the links on their way."""
+    """Memory, descriptors and threads of a process over time, and the unfinished links."""
 
     def __init__(self, pid, ends, path):
         self._pid = pid
@@ -205,7 +204,7 @@ class Samples:
 
 
 def open_files(pid):
-    """What each descriptor is, without the number of a socket or pipe."""
+    """The files of the open descriptors, without the numbers of sockets and pipes."""
     found = collections.Counter()
     for descriptor in pathlib.Path(f"/proc/{pid}/fd").iterdir():
         try:
@@ -222,7 +221,7 @@ def await_ends(ends):
 
 
 def rested(samples, ends, program):
-    """A sample after all links have had their end, and what is open then."""
+    """A sample after all links have had their end, and the files that are open then."""
     await_ends(ends)
     wait_for(
         lambda: not descendants(program.process.pid), "the end of the decoder", timeout=2 * REST
@@ -269,7 +268,7 @@ def plot(folder):
 
 
 def grow(life, services, samples, ends, program, minutes, figures):
-    """Lives for so long, and adds what grew."""
+    """Lives for some minutes and adds the growth to the figures."""
     warm_up = min(WARM_UP, minutes * 15)
     live(life, services, samples, warm_up)
     services.restart_each()
@@ -295,9 +294,8 @@ def main():
     )
     arguments.output.mkdir(parents=True, exist_ok=True)
     figures = Figures()
-    with SiteServer({**demo_sites(), **hostile_sites()}) as server, DesktopSession(
-        environment=server.proxy_environment()
-    ) as session:
+    server = SiteServer({**demo_sites(), **hostile_sites()})
+    with server, DesktopSession(server) as session:
         session.start_desktop()
         program = Program(session, arguments.program).start().wait_until_started()
         StatusItem(session)

@@ -17,7 +17,7 @@ import time
 from tests.harness.bare_program import BareProgram
 from tests.harness.inotify import SystemLimit, watches_of
 from tests.harness.options import absolute_path, parse_options
-from tests.harness.steps import Failed, run_step
+from tests.harness.steps import Failed, check, run_step
 from tests.harness.waiting import TimedOut, wait_for
 from tests.stress.folder_life import FolderLife
 
@@ -32,50 +32,47 @@ def sample(paths):
 
 
 def compare(program, must, may=None):
-    """Waits until all of `must` are reported; then nothing must be that is not in `may`."""
+    """Waits until all of `must` are reported. Nothing may be reported twice, or that is not in
+    `may` (default: `must`)."""
     must = set(must)
     may = must if may is None else may
     try:
         wait_for(lambda: must <= set(program.reported_paths()), "the reports")
     except TimedOut as late:
         missing = sorted(must - set(program.reported_paths()))
-        raise Failed(
-            f"{len(missing)} of {len(must)} not reported, such as {sample(missing)}"
-        ) from late
+        what = f"{len(missing)} of {len(must)} not reported, such as {sample(missing)}"
+        raise Failed(what) from late
     counts = collections.Counter(program.reported_paths())
     twice = [path for path, count in counts.items() if count > 1]
-    if twice:
-        raise Failed(f"reported more than once: {sample(twice)}")
+    check(not twice, f"reported more than once: {sample(twice)}")
     wrong = sorted(set(counts) - set(may))
-    if wrong:
-        raise Failed(f"{len(wrong)} reported that must not be, such as {sample(wrong)}")
+    check(not wrong, f"{len(wrong)} reported that must not be, such as {sample(wrong)}")
 
 
 def short_queue():
-    """For a program that starts meanwhile: the kernel looks at it when a queue is made."""
+    """For a program that starts meanwhile: the kernel reads the limit when a queue is created."""
     return SystemLimit("max_queued_events", SHORT_QUEUE)
 
 
 class Sentinels:
-    """Files that show by their report that what happened before them has been looked at."""
+    """Files whose reports show that the program has handled everything before them."""
 
     def __init__(self, program):
         self._program = program
-        self._folder = program.home / "Sentinels"
-        self._folder.mkdir()
-        self.folder = self._folder
+        self.folder = program.home / "Sentinels"
+        self.folder.mkdir()
         self.paths = set()
 
     def wait(self):
-        path = self._folder / str(len(self.paths)) / "x.webloc"
-        path.parent.mkdir()  # below the folder, where the poll does not look
+        path = self.folder / str(len(self.paths)) / "x.webloc"
+        path.parent.mkdir()  # not in the folder itself, which the poll scans
         path.touch()
         self.paths.add(os.fsencode(path))
-        wait_for(lambda: os.fsencode(path) in self._program.reported_paths(), "a sentinel")
+        self._program.wait_for_reports([path], "a sentinel")
 
 
 def populate(folder):
-    """What is there before the start."""
+    """Makes link files before the start."""
     for name in (
         "Old.webloc",
         "OLD.WEBLOC",
@@ -90,8 +87,8 @@ def populate(folder):
 
 
 def live(options, loses_events):
-    """A random life of four folders. With `loses_events` the program is stopped meanwhile, time
-    and again, and the kernel's queue is short."""
+    """A random life of four folders. With `loses_events` the program is stopped again and again,
+    and the kernel's queue is short."""
     with BareProgram(options.program, options.place) as program:
         real = program.root / "real"
         real.mkdir()
@@ -135,7 +132,7 @@ def live_a_while(program, life, loses_events, seconds):
         for _ in range(ACTS_AT_ONCE * (10 if loses_events else 1)):
             life.act()
         program.process.send_signal(signal.SIGCONT)
-        # Acts come in bursts with a pause in between, as long as any part of the fixed delays.
+        # Bursts of acts. The pauses between them are as long as each part of the fixed delays.
         time.sleep(life.pause())
 
 
@@ -148,7 +145,7 @@ def life_with_losses(options):
 
 
 def paths_made_at_once(options):
-    """`mkdir -p` with a file written at once at the bottom."""
+    """`mkdir -p`, and at once a file at the bottom."""
     with BareProgram(options.program, options.place) as program:
         program.start()
         made = []
@@ -162,7 +159,7 @@ def paths_made_at_once(options):
 
 
 def burst(options):
-    """Link files in many directories, made as fast as they can be."""
+    """Link files in many directories, made as fast as possible."""
     with BareProgram(options.program, options.place) as program:
         program.start()
         made = make_burst(program, options)
@@ -184,7 +181,7 @@ def make_burst(program, options):
 
 
 def burst_with_overflow(options):
-    """The same while the kernel's queue overflows, once for certain and then as it happens."""
+    """The same while the kernel's queue overflows, at least once."""
     with BareProgram(options.program, options.place) as program:
         with short_queue() as limit:
             program.start()
@@ -193,7 +190,7 @@ def burst_with_overflow(options):
             folder.mkdir(parents=True)
         program.process.send_signal(signal.SIGSTOP)
         made = make_burst(program, options)
-        for folder in old:  # at the end, when nothing is queued any more
+        for folder in old:  # the queue is full by now
             (folder / "last.webloc").touch()
             made.append(os.fsencode(folder / "last.webloc"))
         program.process.send_signal(signal.SIGCONT)
@@ -207,8 +204,8 @@ def burst_with_overflow(options):
 
 
 def few_watches(options):
-    """The kernel gives fewer watches than there are directories: what is watched keeps working,
-    and the poll finds what lies in the folders themselves."""
+    """The kernel allows fewer watches than there are directories: those that exist keep working,
+    and the poll finds the files in the folders themselves."""
     wrapper = (
         "unshare",
         "--user",
@@ -225,7 +222,7 @@ def few_watches(options):
         ).returncode
         != 0
     ):
-        return "left out: no user namespace to be had"
+        return "left out: user namespaces are not available"
     with BareProgram(options.program, options.place, wrapper) as program:
         for number in range(3 * FEW_WATCHES):
             (program.desktop / f"{number:04}" / "below").mkdir(parents=True)

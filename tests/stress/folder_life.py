@@ -1,4 +1,4 @@
-"""A random life of watched folders, and what a watcher must and must not say about it."""
+"""A random life of watched folders, and what the program must and must not report about it."""
 
 import os
 import random
@@ -20,20 +20,20 @@ NAMES = [
     b".hidden",
     b"n" * 240,
 ]
-# Ends like a link file's name to a careless reader.
+# Similar to the ending of a link file.
 OTHER_ENDINGS = [b".WEBLOC", b".Webloc", b".webloc.part", b".webloc~", b".weblo", b"webloc", b""]
 
 MOST_DIRECTORIES = 60
-LONGEST_PATH = 2000  # half of PATH_MAX, since trees are put below trees
+LONGEST_PATH = 2000  # half of PATH_MAX, since trees are moved below trees
 
 
 class FolderLife:
-    """Acts on folders and keeps the books.
+    """Acts on folders and records what must and may be reported.
 
-    A directory is noted as changed when a name appears in it, and with all below it when it appears
-    itself; all link files that lie in such a directory at the end must have been reported. What was
-    reported must at some time have lain in a directory so noted, or in one that lost a name: where
-    events were lost, no one can tell the two apart.
+    A directory is noted as changed when a name appears in it; when the directory itself appears, it
+    is noted with all directories below. All link files that are in a noted directory at the end
+    must have been reported. A reported file must at some time have been in a noted directory, or in
+    one that lost a name: after lost events the program cannot tell the two apart.
     """
 
     def __init__(self, folders, outside, link_text, seed):
@@ -50,7 +50,7 @@ class FolderLife:
         self._may = set()
         self.log = []
 
-    # ---- the books --------------------------------------------------------------------------
+    # ---- the record -------------------------------------------------------------------------
 
     def take_inventory(self, home):
         for folder in [os.fsencode(home), *self._folders]:
@@ -77,7 +77,7 @@ class FolderLife:
         }
 
     def _below(self, directory):
-        """The directory and all below it; links are not followed."""
+        """The directory and all directories below it. Symbolic links are not followed."""
         return [path for path, _, _ in os.walk(directory)]
 
     def _identity(self, directory):
@@ -101,7 +101,7 @@ class FolderLife:
     # ---- life -------------------------------------------------------------------------------
 
     def act(self):
-        """Does one thing, chosen at random."""
+        """Does one random act."""
         acts = [
             (30, self._add_file),
             (6, self._add_other_file),
@@ -128,12 +128,12 @@ class FolderLife:
         return self._random.choice([0.0, 0.05, 0.3, 0.7, 1.1])
 
     def make_folder(self, folder):
-        """One that was missing at the start."""
+        """Makes a watched folder that was missing at the start."""
         os.makedirs(folder)
         self._note_arrival(os.fsencode(folder))
 
     def come_home(self):
-        """Puts every folder back into its place."""
+        """Returns every watched folder to its place."""
         while self._away:
             self._return_folder()
 
@@ -141,7 +141,7 @@ class FolderLife:
         return self._random.choice(sequence) if sequence else None
 
     def _name(self):
-        """Sometimes one that was used before."""
+        """A name, sometimes one that was used before."""
         self._count += 1
         number = self._random.randrange(40) if self._random.random() < 0.4 else self._count + 1000
         return (self._pick(NAMES) + b"-" + str(number).encode())[-240:]
@@ -150,7 +150,7 @@ class FolderLife:
         return [folder for folder in self._folders if os.path.isdir(folder)]
 
     def _directories(self, with_folders=True):
-        """Those below the folders, in a fixed order."""
+        """All directories below the watched folders, in a fixed order."""
         found = []
         for folder in self._present_folders():
             below = self._below(folder)
@@ -179,10 +179,10 @@ class FolderLife:
             return
         how = self._random.random()
         if how < 0.5:
-            isNew = not os.path.lexists(path)
+            is_new = not os.path.lexists(path)
             self._write(path)
-            if not isNew:
-                return  # writing to what is there brings no name
+            if not is_new:
+                return  # writing to an existing file adds no name
         elif how < 0.9:  # as browsers do
             self._write(path + b".part")
             os.rename(path + b".part", path)
@@ -223,12 +223,12 @@ class FolderLife:
             return
         if self._random.random() < 0.5:
             os.link(path, target)
-        else:  # to what stays: a link whose end comes later brings no name
+        else:  # to a file that stays: a target that appears later adds no name
             os.symlink(self._lasting_file, target)
         self._note_change(directory)
 
     def _make_path(self):
-        """A file at the bottom of a path that is made at once."""
+        """Makes a path at once, with a file at the bottom."""
         directory = self._pick(self._directories())
         if (
             directory is None
@@ -258,7 +258,7 @@ class FolderLife:
             self._note_arrival(target)
 
     def _move_in(self):
-        """A tree made elsewhere, or one that was moved out before."""
+        """Moves in a tree that was made elsewhere, or one that was moved out before."""
         directory = self._pick(self._directories())
         if directory is None:
             return
@@ -307,7 +307,7 @@ class FolderLife:
             self._note_arrival(path)
 
     def _leave_folder(self):
-        """A watched folder goes: away as it is, or for good."""
+        """Moves a watched folder away, or removes it."""
         folder = self._pick(self._present_folders())
         if folder is None or len(self._away) > 1:
             return
@@ -324,7 +324,7 @@ class FolderLife:
             self._away[folder] = aside
 
     def _return_folder(self):
-        """Put back with what came meanwhile, or made anew."""
+        """Moves a watched folder back with a new file, or makes it again."""
         folder = self._pick(sorted(self._away))
         if folder is None:
             return
@@ -337,14 +337,14 @@ class FolderLife:
         self._note_arrival(folder)
 
     def _link_directory(self):
-        """What lies behind a symbolic link below a folder is not watched."""
+        """Makes a symbolic link to a directory; the program must not watch its target."""
         directory = self._pick(self._directories())
         if directory is None:
             return
-        behind = os.path.join(os.path.dirname(self._outside), b"behind-links")
-        os.makedirs(behind, exist_ok=True)
+        target = os.path.join(os.path.dirname(self._outside), b"link-targets")
+        os.makedirs(target, exist_ok=True)
         path = os.path.join(directory, self._name())
         if not os.path.lexists(path):
-            os.symlink(behind, path)
+            os.symlink(target, path)
             self._note_change(directory)
-        self._write(os.path.join(behind, self._name() + ENDING))
+        self._write(os.path.join(target, self._name() + ENDING))
