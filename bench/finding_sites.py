@@ -342,9 +342,9 @@ def completed(answer, host, path):
 
 
 def site_server(all_sites):
-    """In an own process, so that its processor time is not counted."""
+    """In a separate process, so that its processor time is not counted."""
     hosts = {host: paths for site in all_sites for host, paths in site.hosts.items()}
-    return SiteServer(hosts, own_process=True)
+    return SiteServer(hosts, separate_process=True)
 
 
 def width_of(server, address):

@@ -7,14 +7,7 @@ import re
 import subprocess
 
 OWN = "glintmark"
-COLOURS = [
-    "#1f6feb",
-    "#d29922",
-    "#2da44e",
-    "#8250df",
-    "#cf222e",
-    "#57606a",
-]  # the own program first
+COLOURS = ["#1f6feb", "#d29922", "#2da44e", "#8250df", "#cf222e", "#57606a"]  # our program first
 
 INTRODUCTION = (
     "Written by `scripts/bench`, which builds and runs everything under `bench/`. A figure in "
@@ -70,7 +63,7 @@ def rows_of(figures):
 
 def subjects_of(figures):
     names = dict.fromkeys(figure["of"] for figure in figures)
-    return sorted(names, key=lambda name: name != OWN)  # the own program first
+    return sorted(names, key=lambda name: name != OWN)  # our program first
 
 
 def most_of(row):

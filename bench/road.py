@@ -1,5 +1,5 @@
-"""The whole road of many links at once: dropped into a watched folder, each from an own site that
-answers every request after 50 ms.
+"""The whole road of many links at once: dropped into a watched folder, each from a separate site
+that answers every request after 50 ms.
 
     python3 -m bench.road [--program PROGRAM] [--links N[,N...]] [--silent] [--json FILE] [--smoke]
 
@@ -63,7 +63,7 @@ class ManySites(WebServer):
 
     def __init__(self, silent):
         """`silent`: no site ever answers, only the favicon service."""
-        super().__init__(own_process=True)
+        super().__init__(separate_process=True)
         self._silent = silent
 
     async def answer(self, request):

@@ -1,4 +1,4 @@
-"""What every test of the desktop starts from: an own session and the built program in it."""
+"""What every test of the desktop starts from: a separate session and the built program in it."""
 
 import argparse
 import pathlib
@@ -15,7 +15,7 @@ OPTIONS = argparse.Namespace(program=None, output=None)
 
 
 class DesktopTest(unittest.TestCase):
-    """A session with sites and an own home, and the program in it, not yet started."""
+    """A session with sites and a private home, and the program in it, not yet started."""
 
     maxDiff = None
 

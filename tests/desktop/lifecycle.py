@@ -12,7 +12,7 @@ import unittest
 from tests.desktop.case import OPTIONS, DesktopTest
 from tests.harness.answers import picture
 from tests.harness.bus_monitor import BusMonitor
-from tests.harness.ending import DECODER, SECOND, check_end, own_copy
+from tests.harness.ending import DECODER, SECOND, check_end, copy_program
 from tests.harness.image_files import flat_png
 from tests.harness.link_file import icon_name, write_link
 from tests.harness.log_lines import APPLIED, FOLDER_ADDED, FOLDER_REMOVED, STARTED, STOPPED
@@ -69,7 +69,7 @@ class LifecycleTest(DesktopTest):
 
     def setUp(self):
         super().setUp()
-        self.executable = own_copy(OPTIONS.program, self.session.programs)
+        self.executable = copy_program(OPTIONS.program, self.session.programs)
         self.decoder = self.session.programs / DECODER
         self.program = Program(self.session, self.executable)
         self.addCleanup(self.kill_decoders)
@@ -266,7 +266,7 @@ class SessionEndTest(LifecycleTest):
 
 @unittest.skipUnless(os.geteuid() == 0, "mounting needs root")
 class HomeTest(LifecycleTest):
-    """The program runs in an own mount namespace, in which its home is unusual."""
+    """The program runs in a private mount namespace, in which its home is unusual."""
 
     def start_with(self, preparation):
         shared = self.session.root / "shared"

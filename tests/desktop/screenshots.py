@@ -1,6 +1,6 @@
 """Pictures of the running program on real desktops, and what was seen on each.
 
-Every picture comes from an own session. Names of pictures on the command line make only those.
+Every picture comes from a separate session. Names of pictures on the command line make only those.
 """
 
 import functools

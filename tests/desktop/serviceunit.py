@@ -13,7 +13,7 @@ UNIT = "glintmark.service"
 SOURCE = pathlib.Path("resources", UNIT)
 
 # A manager starts only if systemd has booted the system. The sign is this folder, which only the
-# manager sees, in an own mount namespace.
+# manager sees, in a private mount namespace.
 MANAGER = """
 mkdir -p /run/systemd && mount -t tmpfs none /run/systemd && mkdir /run/systemd/system &&
 exec /lib/systemd/systemd --user --log-target=console

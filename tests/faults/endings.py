@@ -9,7 +9,7 @@ from tests.faults.faults import ALWAYS, HANG
 from tests.faults.faulty_program import FaultyProgram
 from tests.faults.process_faults import GOOD_SITE, GOOD_SITES, SLOW_SITE
 from tests.faults.settings_faults import Settings
-from tests.harness.ending import SECOND, check_end, own_copy
+from tests.harness.ending import SECOND, check_end, copy_program
 from tests.harness.link_file import write_link
 from tests.harness.log_lines import APPLIED
 from tests.harness.program import Program
@@ -27,7 +27,7 @@ class EndingProgram(FaultyProgram):
     def __init__(self, options, server=None):
         super().__init__(options, server)
         self.folder = self.root / "bin"
-        self.use_executable(own_copy(options.program, self.folder))
+        self.use_executable(copy_program(options.program, self.folder))
 
     def check_ends_in_time(self, state):
         check_end(self.process, self.folder, state)
@@ -98,7 +98,7 @@ def without_its_services(options):
     """In a session: a save hangs, the notification daemon is stopped, the bus is killed."""
     with SiteServer(GOOD_SITES) as server, DesktopSession(server) as session:
         settings = Settings(session, options)
-        program = Program(session, own_copy(options.program, session.programs))
+        program = Program(session, copy_program(options.program, session.programs))
         settings.program = program
         settings.start()
         order = settings.faults.fail("fsync", HANG, str(settings.folder))

@@ -1,4 +1,4 @@
-"""Every call that setting an icon needs fails once, each for an own file."""
+"""Every call that setting an icon needs fails once, each for another file."""
 
 import colorsys
 import concurrent.futures
@@ -89,7 +89,7 @@ def clean_run(options, server):
 
 
 def plan(calls):
-    """A list of (kind, function, error, number of the call), each with an own link."""
+    """A list of (kind, function, error, number of the call), each with its own link."""
     found = []
     for kind, functions in (("stored", STORED), ("link", LINK_FILE), ("thumbnail", NEW_FILE)):
         for function, errors in functions.items():

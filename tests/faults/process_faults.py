@@ -271,7 +271,7 @@ def suspension(options):
 
 
 def network_down(options):
-    """In an own network namespace, in which not even loopback is up."""
+    """In a private network namespace, in which not even loopback is up."""
     wrapper = ("unshare", "--user", "--map-root-user", "--net")
     if subprocess.run([*wrapper, "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
         return "left out: network namespaces are not available"

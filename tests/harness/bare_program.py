@@ -1,4 +1,4 @@
-"""The built program without a desktop: an own home folder, no bus, no way out of the machine.
+"""The built program without a desktop: a private home folder, no bus, no way out of the machine.
 
 Its log is read from a pipe, each piece with the time at which it came.
 """

@@ -12,7 +12,7 @@ SECOND = 1.0
 DECODER = "glintmark-image-decoder"
 
 
-def own_copy(executable, folder):
+def copy_program(executable, folder):
     """Copies the program with its decoder into a folder, so that the processes of the copy can be
     told from those of other sessions. Returns the program's path."""
     folder.mkdir(exist_ok=True)

@@ -50,14 +50,14 @@ NOT_FOUND = Answer(b"<html><title>404</title>nothing here", 404)
 class WebServer:
     """Serves HTTP in a thread. A subclass says with `answer` what it sends."""
 
-    def __init__(self, tls_context=None, own_process=False):
+    def __init__(self, tls_context=None, separate_process=False):
         """`tls_context`: the certificate for https tunnels, which are refused without it.
-        `own_process`: serve in a child process, so that its processor time is not measured."""
+        `separate_process`: serve in a child process, so that its processor time is not measured."""
         self._tls_context = tls_context
         self._socket = socket.create_server(("127.0.0.1", 0))
         self.port = self._socket.getsockname()[1]
         self._stop_reader, self._stop_writer = multiprocessing.Pipe(duplex=False)
-        runner = multiprocessing.Process if own_process else threading.Thread
+        runner = multiprocessing.Process if separate_process else threading.Thread
         self._runner = runner(target=lambda: asyncio.run(self._serve()), daemon=True)
 
     def __enter__(self):
@@ -166,10 +166,10 @@ class SiteServer(WebServer):
     `sites`: host -> path with query, or ANY_PATH -> answer. It may change while the server runs.
     """
 
-    def __init__(self, sites, own_process=False):
-        super().__init__(own_process=own_process)
+    def __init__(self, sites, separate_process=False):
+        super().__init__(separate_process=separate_process)
         self.sites = sites
-        self.requests = []  # in order of arrival; empty with `own_process`
+        self.requests = []  # in order of arrival; empty with `separate_process`
 
     async def answer(self, request):
         self.requests.append(request)

@@ -14,8 +14,8 @@ import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from tests.harness.commands import output_of
 from tests.harness.options import absolute_path
+from tests.package.commands import output_of
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 OPTIONS = argparse.Namespace(build=None, output=None)

@@ -1,4 +1,4 @@
-"""One life of the package on a clean system, step by step. tests/package/run starts it in an own
+"""One life of the package on a clean system, step by step. tests/package/run starts it in a private
 mount and process namespace, so that nothing remains after the run."""
 
 import argparse
@@ -12,7 +12,6 @@ import shutil
 import signal
 import subprocess
 
-from tests.harness.commands import output_of
 from tests.harness.ending import DECODER
 from tests.harness.link_file import write_link
 from tests.harness.log_lines import ICON_SET, STARTED
@@ -22,6 +21,7 @@ from tests.harness.session import BUS, bus_command
 from tests.harness.sites import demo_sites
 from tests.harness.waiting import wait_for
 from tests.harness.web_server import SiteServer
+from tests.package.commands import output_of
 
 USER, USER_ID = "kim", 1000
 RUNTIME = f"/run/user/{USER_ID}"
