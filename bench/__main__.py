@@ -29,7 +29,7 @@ questions = [
     Question(
         "resident",
         "What does the program cost while it waits?",
-        "Beside its limits: 1 is the limit.",
+        "As multiples of the limit.",
         "PSS after a fetch|private memory after a fetch|wake-ups a minute|start to.*median",
         "times the limit",
         beside="limit",
@@ -37,8 +37,8 @@ questions = [
     Question(
         "idle",
         "What does waiting cost beside other programs of the status bar?",
-        "All at once in one session, as multiples of glintmark's; on this account libraries "
-        "that several of them load count less for each of them.",
+        "All run at once in one session; multiples of glintmark's figure. A "
+        "library that several of them load counts less for each.",
         "PSS|private memory|wake-ups a minute|processor time a minute",
         "times glintmark's",
         beside="glintmark",
@@ -47,9 +47,10 @@ questions = [
     Question(
         "finding",
         "How many icons are found, how large, and at what cost?",
-        "Beside finders for Node, over the same sites on loopback, as multiples of "
-        "glintmark's. A finder without a service beside the site it looks at. A drawing "
-        "counts as 512 pixels; the decoder's processor time and memory are in glintmark's.",
+        "Compared with finders for Node, over the same sites on loopback; "
+        "multiples of glintmark's figure. No finder asks a service, only "
+        "the site. A vector drawing counts as 512 pixels. glintmark's "
+        "figures include the decoder's processor time and memory.",
         "icons found|of .* pixels or more|median width|time a site|processor time a site|memory",
         "times glintmark's",
         beside="glintmark",
@@ -58,8 +59,9 @@ questions = [
     Question(
         "fetching",
         "What does finding an icon cost beside libcurl alone?",
-        "A bare loop around libcurl does the same requests, each as soon as the one that it "
-        "waits for has ended, so its time is that of the longest chain.",
+        "A bare libcurl loop makes the same requests. Each starts as soon "
+        "as the one it depends on has ended, so the loop's time is that of "
+        "the longest chain.",
         "processor time, times.*|time beyond.*",
         "times the limit",
         beside="limit",
@@ -67,15 +69,16 @@ questions = [
     Question(
         "URLSessionBench",
         "What does the HTTP client cost beside libcurl alone?",
-        "The same requests through the session and through a bare loop around libcurl.",
+        "The same requests through the session and through a bare libcurl loop.",
         "processor time, times libcurl's",
         "processor time, times libcurl's",
     ),
     Question(
         "PageExtractionBench",
         "How long does the search of a page take?",
-        "Pages of 10 MB, beside the parsers of gumbo and libxml2, which read it into a tree. 1 is "
-        "the limit of a second. A parser at 10,000 ms had not ended by then, or died.",
+        "Pages of 10 MB, compared with gumbo and libxml2, which parse the "
+        "page into a tree. 1 is the limit, one second. A parser at 10,000 "
+        "ms had not finished by then, or crashed.",
         "10 MB",
         "times the limit of 1 s",
         beside="limit",
@@ -93,7 +96,7 @@ questions = [
     Question(
         "BombsBench",
         "How long do image bombs take, and how much memory?",
-        "Processor time and memory of the process tree, beside their limits.",
+        "Processor time and memory of the process tree, as multiples of their limits.",
         "processor time|memory of the process tree",
         "times the limit",
         beside="limit",
@@ -102,7 +105,8 @@ questions = [
     Question(
         "IconSettingBench",
         "How long is the main thread held while a file gets its icon?",
-        "Encoding, hashing, thumbnails and all writing, for three kinds of pictures.",
+        "Writing thumbnails and attributes, for three kinds of pictures "
+        "that were encoded and stored before.",
         "median",
         "times the limit",
         beside="limit",
@@ -118,7 +122,7 @@ questions = [
     Question(
         "PollBench",
         "What does a poll of 100,000 entries cost beside a bare read?",
-        "The limit is that of other files; known link files must be looked up besides.",
+        "Known link files must also be looked up; the limit is the same.",
         "read, times the bare one",
         "times a bare read",
     ),
@@ -134,7 +138,7 @@ questions = [
     Question(
         "road",
         "How do many links fare that are dropped at once?",
-        "Each from a site of its own that answers every request after 50 ms.",
+        "Each link has its own site, which answers every request after 50 ms.",
         "all done after|process tree, most|main thread held, longest|added.*",
         "times the limit",
         beside="limit",
@@ -155,9 +159,9 @@ def facts(arguments):
         f"Machine: {os.cpu_count()} x {model.group(1) if model else platform.machine()}, "
         f"{int(memory.group(1)) / 2**20:.0f} GiB, {system}, Linux {platform.release()}, "
         f"{shell('g++ --version | head -n 1')}",
-        f"Source: {shell('git rev-parse --short HEAD')}",
-        "Command: `" + " ".join(["scripts/bench", *arguments]) + "`",
-        f"Load of the machine at the end: {os.getloadavg()[0]:.1f}",
+        f"Last run: `{' '.join(['scripts/bench', *arguments])}`, of source "
+        f"{shell('git rev-parse --short HEAD')}; load of the machine at its end: "
+        f"{os.getloadavg()[0]:.1f}",
     ]
 
 

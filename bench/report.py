@@ -13,6 +13,10 @@ INTRODUCTION = (
     "Written by `scripts/bench`, which builds and runs everything under `bench/`. A figure in "
     "bold is over its limit."
 )
+RENEWAL = (
+    "A run renews the figures of the benchmarks that it names, or of all if it names none. The "
+    "others keep theirs."
+)
 
 LETTERS_IN_A_LINE = 64  # of labels below a plot that are not turned
 LEAST_MARGIN = 14  # letters, left of the first bar
@@ -230,6 +234,7 @@ def write(page, facts, results):
     folder = page.with_suffix("")
     folder.mkdir(exist_ok=True)
     lines = ["# Benchmarks", "", INTRODUCTION, "", *(f"- {fact}" for fact in facts), ""]
+    lines += [RENEWAL, ""]
     lines += summary(results)
     for result in results:
         lines += section(result, folder)
