@@ -28,7 +28,7 @@
 #include "linux/queues/LinuxDispatchQueues.h"
 #include "linux/queues/MainLoops.h"
 #include "linux/statusitem/StatusNotifierItem.h"
-#include "linux/watching/InotifyEventStreamFactory.h"
+#include "linux/watching/InotifyEventStream.h"
 #include "linux/workspace/DesktopWorkspace.h"
 #include "linux/workspace/FileTypeRegistration.h"
 #include "platform/Configuration.h"

@@ -220,4 +220,10 @@ bool InotifyEventStream::launch() {
     return true;
 }
 
+std::unique_ptr<EventStream> InotifyEventStreamFactory::create(std::span<const std::string> folders,
+                                                               std::chrono::nanoseconds latency,
+                                                               EventStream::Handler handler) {
+    return InotifyEventStream::make(folders, latency, std::move(handler), log_);
+}
+
 }  // namespace glintmark::platform

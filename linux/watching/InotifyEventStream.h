@@ -57,4 +57,18 @@ private:
     std::shared_ptr<Link> link_;  // to the thread; null while stopped
 };
 
+/// The program's event streams.
+class InotifyEventStreamFactory : public EventStreamFactory {
+public:
+    /// `log` must outlive the streams.
+    explicit InotifyEventStreamFactory(Log& log) : log_(log) {}
+
+    std::unique_ptr<EventStream> create(std::span<const std::string> folders,
+                                        std::chrono::nanoseconds latency,
+                                        EventStream::Handler handler) override;
+
+private:
+    Log& log_;
+};
+
 }  // namespace glintmark::platform

@@ -9,7 +9,7 @@
 #include "linux/files/PosixFileManager.h"
 #include "linux/queues/GLibTimers.h"
 #include "linux/queues/LinuxDispatchQueues.h"
-#include "linux/watching/InotifyEventStreamFactory.h"
+#include "linux/watching/InotifyEventStream.h"
 #include "tests/doubles/TestPlatform.h"
 #include "tests/linux/MainLoop.h"
 #include "tests/linux/ProcessState.h"

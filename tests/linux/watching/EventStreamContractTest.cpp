@@ -1,4 +1,4 @@
-#include "linux/watching/InotifyEventStreamFactory.h"
+#include "linux/watching/InotifyEventStream.h"
 #include "tests/linux/watching/EventStreamFixture.h"
 #include "tests/platform/EventStreamContract.h"
 

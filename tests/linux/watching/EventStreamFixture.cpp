@@ -8,7 +8,7 @@
 #include <future>
 #include <utility>
 
-#include "linux/watching/InotifyEventStreamFactory.h"
+#include "linux/watching/InotifyEventStream.h"
 #include "tests/linux/ProcessState.h"
 
 namespace {

@@ -5,7 +5,6 @@
 #include <future>
 
 #include "linux/watching/InotifyEventStream.h"
-#include "linux/watching/InotifyEventStreamFactory.h"
 #include "tests/linux/ProcessState.h"
 #include "tests/linux/watching/EventStreamFixture.h"
 
