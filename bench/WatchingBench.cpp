@@ -82,9 +82,9 @@ Milliseconds treeWatches(const std::string& folder, std::size_t& count, double& 
         std::fwrite(note.data(), 1, note.size(), stderr);
     });
     const auto begin = Clock::now();
-    trees.takeUpFolders();
+    trees.watchFolders();
     while (trees.isWalking()) {
-        trees.walkOn();
+        trees.continueWalk();
         trees.readEvents();
     }
     const Milliseconds taken = Clock::now() - begin;

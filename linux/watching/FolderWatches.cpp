@@ -36,22 +36,22 @@ bool isWithin(std::string_view path, std::string_view directory) {
 }  // namespace
 
 FolderWatches::FolderWatches(Inotify forTrees, Inotify forAncestors,
-                             std::vector<std::string> folders, TreeWatches::Note note)
+                             std::vector<std::string> folders, TreeWatches::DebugLogger logDebug)
     : folders_(std::move(folders)),
       ancestors_(std::move(forAncestors), folders_),
-      trees_(std::move(forTrees), folders_, std::move(note)) {}
+      trees_(std::move(forTrees), folders_, std::move(logDebug)) {}
 
 void FolderWatches::begin() {
     for (std::size_t i = 0; i < folders_.size(); ++i) {
         ancestors_.arm(i);
     }
-    trees_.takeUpFolders();
+    trees_.watchFolders();
 }
 
 void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
-    trees_.retryWhenDue();
+    trees_.retryIfDue();
     if (trees_.isWalking()) {
-        trees_.walkOn();
+        trees_.continueWalk();
         end = Clock::time_point();
     }
     if (const auto retryAt = trees_.retryAt()) {
@@ -94,7 +94,7 @@ bool FolderWatches::isConcernedBy(const std::vector<std::string>& mountPoints) c
 
 void FolderWatches::takeUpAnew(std::size_t folder) {
     ancestors_.arm(folder);
-    trees_.takeUpFolderAnew(folder);
+    trees_.rewatchFolder(folder);
 }
 
 }  // namespace glintmark::platform

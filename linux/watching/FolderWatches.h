@@ -19,7 +19,7 @@ public:
 
     /// Only changes after this call count. The folders are absolute paths.
     FolderWatches(Inotify forTrees, Inotify forAncestors, std::vector<std::string> folders,
-                  TreeWatches::Note note);
+                  TreeWatches::DebugLogger logDebug);
 
     /// Takes up the folders; their trees are walked by `wait()`.
     void begin();
@@ -28,7 +28,7 @@ public:
     /// one; handles what has happened. Returns sooner while there are directories to walk.
     void wait(int descriptor, std::optional<Clock::time_point> end);
 
-    std::optional<Clock::time_point> waitingSince() const { return trees_.waitingSince(); }
+    std::optional<Clock::time_point> pendingSince() const { return trees_.pendingSince(); }
     std::vector<DirectoryEvent> takeChanges() { return trees_.takeChanges(); }
 
 private:

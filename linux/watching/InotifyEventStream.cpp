@@ -155,7 +155,7 @@ public:
 
 private:
     std::optional<Clock::time_point> deadline() {
-        const auto since = watches_.waitingSince();
+        const auto since = watches_.pendingSince();
         return since && link_->delivers() ? std::optional(*since + latency_) : std::nullopt;
     }
 

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "linux/files/DirectoryReader.h"
+#include "linux/watching/ChangeCutoff.h"
 #include "linux/watching/Inotify.h"
 #include "linux/watching/WatchTree.h"
 #include "platform/EventStream.h"
@@ -22,45 +22,47 @@
 namespace glintmark::platform {
 
 /// Watches every directory below a list of folders and collects which of them changed. One thread;
-/// nothing waits.
+/// no call blocks.
 ///
-/// A change is a name that appears: made, linked or moved in. What a file holds, its attributes and
-/// its removal are none, so writing and cleaning up cost nothing.
+/// A change is a name that appears: made, linked or moved in. Writing to a file, changing its
+/// attributes and removing it are no changes, so they cost nothing.
 class TreeWatches {
 public:
-    using Clock = std::chrono::steady_clock;
-    using Note = std::function<void(std::string_view)>;
+    using Clock = ChangeCutoff::Clock;
+    using DebugLogger = std::function<void(std::string_view line)>;
 
-    /// Changes before this call do not count. `note` gets a line for those who debug the program.
-    TreeWatches(Inotify inotify, std::vector<std::string> folders, Note note);
+    /// Only changes after this call count.
+    TreeWatches(Inotify inotify, std::vector<std::string> folders, DebugLogger logDebug);
 
     int descriptor() const { return inotify_.descriptor(); }
 
-    /// Takes up the folders as they are at the beginning.
-    void takeUpFolders();
+    /// Watches the folders and begins the first walk.
+    void watchFolders();
 
-    /// Takes up what lies at a folder's path now: something may have come, gone or been replaced.
-    void takeUpFolderAnew(std::size_t folder);
+    /// Watches what lies at a folder's path now, and walks it: it may have appeared or been
+    /// replaced.
+    void rewatchFolder(std::size_t folder);
 
-    /// Walks all trees from their beginning, after something of which no event tells.
+    /// Begins to walk all trees again: something happened that no event tells of.
     void walkAgain();
 
-    /// Handles what has happened.
+    /// Handles the events that have come.
     void readEvents();
 
-    /// Whether directories wait to be walked, and walks some of them.
     bool isWalking() const { return (isFirstWalk_ && !retryAt_) || walksAgain_ || !walks_.empty(); }
-    void walkOn();
 
-    /// When all is to be walked again because the system refused something that it may grant then,
-    /// such as a descriptor; absent when it did not.
+    /// Walks some of the directories that are still to be walked.
+    void continueWalk();
+
+    /// When all trees are to be walked again, because the system refused something that it may
+    /// grant then, such as a descriptor. Absent when it refused nothing.
     std::optional<Clock::time_point> retryAt() const { return retryAt_; }
-    void retryWhenDue();
+    void retryIfDue();
 
-    /// When the oldest change that still waits was found; absent when nothing waits.
-    std::optional<Clock::time_point> waitingSince() const { return waitingSince_; }
+    /// Since when `takeChanges()` has had something to do. Absent when it has nothing to do.
+    std::optional<Clock::time_point> pendingSince() const { return pendingSince_; }
 
-    /// What changed since the last time, each directory once by each of its spellings.
+    /// The directories that changed since the last call, each once by each of its spellings.
     std::vector<DirectoryEvent> takeChanges();
 
     std::size_t watchCount() const { return tree_.size(); }
@@ -68,12 +70,12 @@ public:
 private:
     using Watch = WatchTree::Watch;
 
-    /// What the walk of a directory takes for changed.
+    /// Which of the directories that it finds a walk reports as changed.
     enum class Walk {
-        initial,  ///< Directories with a change since the beginning.
-        arrived,  ///< Directories that were not watched before.
+        initial,  ///< Those that changed since the cutoff.
+        arrived,  ///< Those not watched before.
         moved,    ///< All: each has a new path, which makes all its files new.
-        again,  ///< Directories not watched before, and those with a change since events were lost.
+        again,    ///< Those not watched before, and those that changed since events were lost.
     };
 
     struct WalkStep {
@@ -86,51 +88,64 @@ private:
         Watch watch;
         const std::string& path;
         int descriptor = -1;       // negative while the directory is not open
-        bool countsLinks = false;  // link counts on its file system tell of directories
+        bool countsLinks = false;  // its file system counts a directory in it as a link
         dev_t device = 0;
     };
 
+    // A file system that is broken for good shall cost next to nothing.
+    static constexpr std::chrono::seconds minimumRetryPause{1};
+    static constexpr std::chrono::seconds maximumRetryPause = std::chrono::hours(1);
+
+    using Identity = std::array<std::uint64_t, 3>;  // device and inode; zeros when nothing is there
+
+    static struct statx statusOf(int descriptor, const std::string& path, int flags);
+    static struct statx statusIn(const Place& place, const std::string& name);
+    static Identity identityOf(const struct statx& status);
+    static bool isLeaf(const Place& place, const struct statx& status);
+
+    // Folders and events
+    void watchFolder(std::size_t folder, Walk walk);
+    void releaseFolder(std::size_t folder);
     Watch watchDirectory(const std::string& path, std::uint32_t extraFlags);
     void handle(const InotifyEvent& event);
     void handleName(const InotifyEvent& event);
     void handleMove(Watch watch);
     void handleUnmount(Watch watch);
     void handleLoss();
-    void takeUpFolder(std::size_t folder, Walk walk);
-    void releaseFolder(std::size_t folder);
+
+    // Walks
     void walk(const WalkStep& step);
-    Watch enter(const Place& place, const std::string& name, Walk walk);
-    void enterAt(Watch parent, const std::string& name, Walk walk);
-    bool isChange(Walk& walk, bool isNew, const struct statx& status) const;
-    timespec firstStamp() const;
+    void readDirectory(const Place& place, Walk walk);
+    void visit(const Place& place, const std::string& name, Walk walk);
+    void visitIn(Watch parent, const std::string& name, Walk walk);
+    bool isChanged(Walk walk, bool isNew, StampedChange change) const;
+    Walk walkBelow(Walk walk, bool isNew, StampedChange change) const;
     void endWalk();
+
+    // Results
+    void report(Watch watch);
+    void markPending();
     void dropStrays();
     void removeUnseen();
-    void report(Watch watch);
-    void wait();
-    void noteLimit();
     void noteFailure(int error);
-    void countChangesSinceQuiet();
+    void logLimit();
 
     Inotify inotify_;
     WatchTree tree_;
-    timespec since_;                               // changes from then on count
-    Clock::time_point countsFrom_ = Clock::now();  // the same by a clock that nobody sets
-    std::vector<std::array<std::uint64_t, 3>> foldersAtFirst_;  // devices and inodes
-    Note note_;
+    ChangeCutoff cutoff_;
+    std::vector<Identity> foldersAtFirst_;
+    DebugLogger logDebug_;
     DirectoryReader reader_;
-    std::deque<WalkStep> walks_;
-    std::vector<Watch> pending_;
-    std::optional<Clock::time_point> waitingSince_;
-    timespec quietAt_;  // no event was waiting then, by the clock of the time stamps
-    Clock::time_point quietSince_ = Clock::now();
+    std::deque<WalkStep> walks_;   // the directories that are still to be walked
+    std::vector<Watch> reported_;  // the changes that `takeChanges()` has not taken yet
+    std::optional<Clock::time_point> pendingSince_;
     std::optional<Clock::time_point> retryAt_;
-    std::chrono::seconds retryPause_;
-    bool isFirstWalk_ = true;  // until one has seen everything
+    std::chrono::seconds retryPause_ = minimumRetryPause;
+    bool isFirstWalk_ = true;  // until a walk has seen everything
     bool walksAgain_ = false;
-    bool hasStrays_ = false;
+    bool hasStrays_ = false;  // watched directories that may no longer lie below a folder
     bool lostEvents_ = false;
-    bool notedLimit_ = false;
+    bool loggedLimit_ = false;
 };
 
 }  // namespace glintmark::platform

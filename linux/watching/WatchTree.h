@@ -66,8 +66,8 @@ public:
     bool isSeen(Watch watch) const { return find(watch)->seen != 0; }
     void setSeen(Watch watch, bool seen) { find(watch)->seen = seen ? 1 : 0; }
     void setAllUnseen();
-    bool isPending(Watch watch) const { return find(watch)->pending != 0; }
-    void setPending(Watch watch, bool pending) { find(watch)->pending = pending ? 1 : 0; }
+    bool isReported(Watch watch) const { return find(watch)->reported != 0; }
+    void setReported(Watch watch, bool reported) { find(watch)->reported = reported ? 1 : 0; }
 
     /// Marks as seen what lies below a watched folder, and nothing else.
     void markReachable();
@@ -79,7 +79,7 @@ private:
         std::uint32_t parent : 31;  // a watch; `noWatch` when there is no link
         std::uint32_t seen : 1;
         std::uint32_t name : 30;  // in `names_`; 0 when this place holds no directory
-        std::uint32_t pending : 1;
+        std::uint32_t reported : 1;
         std::uint32_t isFolder : 1;
     };
 

@@ -117,14 +117,14 @@ TEST_F(WatchTreeTest, WhatIsBelowNoFolderIsNotReachable) {
 }
 
 TEST_F(WatchTreeTest, MarksAreIndependent) {
-    tree_.setPending(2, true);
+    tree_.setReported(2, true);
     tree_.setSeen(3, true);
-    EXPECT_TRUE(tree_.isPending(2));
+    EXPECT_TRUE(tree_.isReported(2));
     EXPECT_FALSE(tree_.isSeen(2));
-    EXPECT_FALSE(tree_.isPending(3));
+    EXPECT_FALSE(tree_.isReported(3));
     EXPECT_THAT(tree_.unseen(), UnorderedElementsAre(1, 2));
     tree_.setAllUnseen();
-    EXPECT_TRUE(tree_.isPending(2));
+    EXPECT_TRUE(tree_.isReported(2));
     EXPECT_EQ(tree_.unseen().size(), 3U);
 }
 
