@@ -6,22 +6,22 @@
 
 namespace glintmark::platform {
 
-/// Reads the entries of open directories by getdents64(2), without an allocation per entry. One
-/// reader may read many directories, one after the other.
+/// Reads the entries of open directories by getdents64(2), without an allocation for each entry.
+/// One reader may read many directories, one after the other.
 class DirectoryReader {
 public:
     struct Entry {
         std::string_view name;  ///< Ends in a zero byte, which `size()` does not count.
-        unsigned char type;     ///< DT_DIR and so on; DT_UNKNOWN where the file system says none.
+        unsigned char type;     ///< DT_DIR and so on; DT_UNKNOWN if the file system does not say.
     };
 
     DirectoryReader();
 
-    /// Begins with the directory open at `descriptor`, which stays the caller's.
+    /// Begins to read the directory open at `descriptor`, which the caller owns.
     void begin(int descriptor);
 
-    /// The next entry but for "." and "..", valid until the next call. False at the end and when
-    /// reading fails.
+    /// Reads the next entry; "." and ".." are skipped. Its name is valid until the next call. False
+    /// at the end and when reading fails.
     bool next(Entry& entry);
 
     bool failed() const { return failed_; }

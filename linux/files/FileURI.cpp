@@ -6,18 +6,16 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/system/ReleaseWith.h"
+#include "linux/glib/GLibHandles.h"
+
 namespace glintmark::platform {
 
 namespace {
 
-// What each library leaves bare in a path besides letters and digits.
+// What each library leaves unescaped in a path, besides letters and digits.
 constexpr std::string_view glibBare = "!$&'()*+,-.:=@_~/";
 constexpr std::string_view qtBare = "!$&'()*+,-.:=@_~/;[]";
-
-struct Free {
-    void operator()(char* text) const { free(text); }  // NOLINT(cppcoreguidelines-no-malloc)
-};
-using CString = std::unique_ptr<char, Free>;
 
 bool staysBare(char byte, std::string_view bare) {
     return g_ascii_isalnum(byte) || bare.find(byte) != std::string_view::npos;
@@ -37,10 +35,9 @@ std::string escapedURI(std::string_view path, std::string_view bare) {
     return uri;
 }
 
-/// GLib's g_canonicalize_filename for an absolute path: the path's text alone decides.
+/// Simplified by its text alone, without a look at the file system.
 std::string simplified(std::string_view path) {
-    const std::unique_ptr<char, decltype(&g_free)> simple(
-        g_canonicalize_filename(std::string(path).c_str(), "/"), &g_free);
+    const GStringHandle simple(g_canonicalize_filename(std::string(path).c_str(), "/"));
     return simple.get();
 }
 
@@ -52,7 +49,9 @@ std::string qtFileURI(std::string_view path) { return escapedURI(simplified(path
 
 std::vector<std::string> fileURIs(const std::string& path) {
     std::vector<std::string> uris{glibFileURI(path)};
-    if (const CString canonical(realpath(path.c_str(), nullptr)); canonical != nullptr) {
+    const std::unique_ptr<char, ReleaseWith<std::free>> canonical(
+        ::realpath(path.c_str(), nullptr));
+    if (canonical != nullptr) {
         uris.push_back(glibFileURI(canonical.get()));
         uris.push_back(qtFileURI(canonical.get()));
     }
@@ -69,8 +68,7 @@ std::string pathOfLocation(const std::string& location) {
     if (location.starts_with('/')) {
         return location;
     }
-    const std::unique_ptr<char, decltype(&g_free)> path(
-        g_filename_from_uri(location.c_str(), nullptr, nullptr), &g_free);
+    const GStringHandle path(g_filename_from_uri(location.c_str(), nullptr, nullptr));
     return path == nullptr ? std::string() : std::string(path.get());
 }
 

@@ -6,20 +6,20 @@
 
 namespace glintmark::platform {
 
-/// The "file" URI that GLib programs make of an absolute path: the path is first simplified by
-/// its text alone ("//", "/./", "/../"), as GIO does. Bytes that are not UTF-8 are escaped as
-/// they are.
+/// The "file" URI that GLib programs make of an absolute path. As in GIO, the path is first
+/// simplified by its text alone ("//", "/./", "/../"). Bytes that are not UTF-8 are escaped one by
+/// one.
 std::string glibFileURI(std::string_view path);
 
-/// The same as Qt programs spell it: ";", "[" and "]" stay bare.
+/// The same URI as Qt programs spell it: ";", "[" and "]" stay unescaped.
 std::string qtFileURI(std::string_view path);
 
-/// All spellings under which file managers look for the file: GLib's of the path as given, then
-/// GLib's and Qt's of the path without symbolic links. Each once; the first is always there.
+/// All spellings by which file managers look for the file: GLib's of the path as given, then GLib's
+/// and Qt's of the path without symbolic links. Each once; the first is always there.
 std::vector<std::string> fileURIs(const std::string& path);
 
-/// The absolute path of `location`, a path or a "file" URI without a remote host. Empty when it is
-/// neither.
+/// The absolute path that `location`, a path or a "file" URI without a remote host, leads to. Empty
+/// if it is neither.
 std::string pathOfLocation(const std::string& location);
 
 }  // namespace glintmark::platform

@@ -44,7 +44,7 @@ bool isMissing(const std::string& path) {
 
 struct JSONFileUserDefaults::Content {
     Value values = Value::object();
-    bool mustKeepAside = false;  // the file there is not what `values` was read from
+    bool mustKeepAside = false;  // the file could not be read: rename it, do not replace it
 };
 
 JSONFileUserDefaults::JSONFileUserDefaults(std::string path)

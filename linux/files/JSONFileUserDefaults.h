@@ -6,13 +6,13 @@
 
 namespace glintmark::platform {
 
-/// The settings in one JSON object in a file of their own. Values keep their types, and keys that
-/// no one here knows are kept. A string holds bytes that are not UTF-8 in the form of
-/// `escapedAsUTF8`. The file is replaced whole at each change, and reaches the disk with it.
+/// The settings as one JSON object in a file. Values keep their types, and unknown keys are kept. A
+/// string holds bytes that are not UTF-8 in the form of `escapedAsUTF8`. Each change replaces the
+/// whole file and flushes it to the disk.
 class JSONFileUserDefaults : public UserDefaults {
 public:
-    /// `path` is absolute; the file need not exist. One that cannot be read counts as empty and
-    /// is renamed to `path` + ".bad" before it would first be replaced.
+    /// `path` is absolute; the file need not exist. A file that cannot be read counts as empty and
+    /// is renamed to `path` + ".bad" before the first change would replace it.
     explicit JSONFileUserDefaults(std::string path);
     ~JSONFileUserDefaults() override;
 

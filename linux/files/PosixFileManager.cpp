@@ -5,20 +5,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/files/DirectoryReader.h"
+#include "linux/files/WholeFile.h"
 
 namespace glintmark::platform {
 
 namespace {
 
 constexpr std::size_t passwordEntryBytes = std::size_t{16} * 1024;
-constexpr std::size_t readBytes = std::size_t{16} * 1024;  // where the size is unknown, as in /proc
 
 std::string withoutTrailingSlashes(std::string path) {
     while (path.size() > 1 && path.ends_with('/')) {
@@ -33,30 +31,6 @@ std::string homeInPasswordDatabase() {
     passwd* found = nullptr;
     ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
     return found != nullptr && found->pw_dir[0] == '/' ? found->pw_dir : "/";
-}
-
-/// What there is up to `limit`; absent on an error.
-std::optional<std::string> readUpTo(int descriptor, std::size_t size, std::size_t limit) {
-    std::string bytes;
-    std::size_t filled = 0;
-    // One byte more than the size says, so that the last read finds the end without growing.
-    bytes.resize(std::min(limit, size + 1));
-    while (filled < limit) {
-        if (filled == bytes.size()) {
-            bytes.resize(std::min(limit, filled + std::max(filled, readBytes)));
-        }
-        const auto count = ::read(descriptor, bytes.data() + filled, bytes.size() - filled);
-        if (count == 0) {
-            break;
-        }
-        if (count > 0) {
-            filled += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            return std::nullopt;
-        }
-    }
-    bytes.resize(filled);
-    return bytes;
 }
 
 }  // namespace
@@ -88,14 +62,14 @@ bool PosixFileManager::fileExists(const std::string& path) {
 }
 
 std::optional<std::string> PosixFileManager::contents(const std::string& path, std::size_t limit) {
-    // O_NONBLOCK: opening a pipe does not wait for its other end. It does not matter for files.
+    // O_NONBLOCK: opening a pipe does not wait for its other end. It has no effect on files.
     const FileDescriptor descriptor(
         ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
     if (!descriptor || ::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
     }
-    return readUpTo(descriptor.get(), static_cast<std::size_t>(status.st_size), limit);
+    return readToEnd(descriptor.get(), static_cast<std::size_t>(status.st_size), limit);
 }
 
 }  // namespace glintmark::platform

@@ -4,8 +4,8 @@
 
 namespace glintmark::platform {
 
-/// The file system by the system calls. The home directory is `$HOME` when that is absolute, else
-/// the password database's.
+/// The file system by system calls. The home directory is `$HOME` if that is absolute, else the one
+/// in the password database.
 class PosixFileManager : public FileManager {
 public:
     std::string homeDirectoryForCurrentUser() override;

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +15,9 @@ namespace glintmark::platform {
 
 namespace {
 
-/// Of `path`, which has a "/" in it; "" for the root.
+constexpr std::size_t minimumGrowth = std::size_t{16} * 1024;  // of a file of unknown size
+
+/// The directory of `path`, which has a "/" in it; "" for the root.
 std::string parentOf(const std::string& path) { return path.substr(0, path.find_last_of('/')); }
 
 bool writeWhole(int descriptor, std::string_view bytes) {
@@ -38,7 +40,7 @@ void flushDirectory(const std::string& directory) {
     }
 }
 
-/// Writes a new file of a unique name and returns that; "" when it could not be written.
+/// Writes a new file with a unique name and returns its path; "" if that failed.
 std::string writeBeside(const std::string& path, std::string_view bytes, mode_t mode,
                         Durability durability) {
     std::string temporary = path + ".XXXXXX" + std::string(unfinishedSuffix);
@@ -83,19 +85,35 @@ bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mo
 
 std::string readFile(const std::string& path) {
     const FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    std::string bytes;
-    if (!descriptor) {
-        return bytes;
+    struct stat status {};
+    if (!descriptor || ::fstat(descriptor.get(), &status) != 0) {
+        return "";
     }
-    std::array<char, 65536> chunk{};
-    ssize_t count = 0;
-    do {
-        count = ::read(descriptor.get(), chunk.data(), chunk.size());
-        if (count > 0) {
-            bytes.append(chunk.data(), static_cast<std::size_t>(count));
+    return readToEnd(descriptor.get(), static_cast<std::size_t>(status.st_size)).value_or("");
+}
+
+std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
+                                     std::size_t maximumBytes) {
+    std::string bytes;
+    std::size_t filled = 0;
+    // One byte more than expected, so that the last read finds the end without growing.
+    bytes.resize(std::min(maximumBytes, expectedBytes + 1));
+    while (filled < maximumBytes) {
+        if (filled == bytes.size()) {
+            bytes.resize(std::min(maximumBytes, filled + std::max(filled, minimumGrowth)));
         }
-    } while (count > 0 || (count < 0 && errno == EINTR));
-    return count < 0 ? std::string() : bytes;
+        const auto count = ::read(descriptor, bytes.data() + filled, bytes.size() - filled);
+        if (count == 0) {
+            break;
+        }
+        if (count > 0) {
+            filled += static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+    bytes.resize(filled);
+    return bytes;
 }
 
 bool makeDirectories(const std::string& directory, mode_t mode) {

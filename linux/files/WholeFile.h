@@ -2,32 +2,41 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace glintmark::platform {
 
 enum class Durability {
-    cache,  ///< A crash of the system may lose the new file; the old one is then still whole.
-    disk,   ///< On the disk, name included, once the call has returned.
+    cache,  ///< A crash of the system may lose the new file. The old one is then still whole.
+    disk,   ///< The file and its name are on the disk when the call returns.
 };
 
 /// Ends the names of unfinished files, which a crash may leave beside the finished ones.
 inline constexpr std::string_view unfinishedSuffix = ".part";
 
-/// Puts a file holding `bytes` in place of `path` in one step: a reader sees the old or the new
-/// file, whole, also after a failure. Writes beside it, then renames. False when nothing changed.
+/// Replaces the file at `path` with one that holds `bytes`, in one step: a reader sees the old or
+/// the new file, whole, even after a failure. Writes a file beside it, then renames that. False if
+/// the old file is still there.
 bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode = 0600,
                          Durability durability = Durability::cache);
 
-/// Fills the file at `path`, made when absent, without replacing it: who has it open reads the new
-/// bytes. A failure leaves it empty or incomplete.
+/// Writes `bytes` into the file at `path` without replacing it: whoever has the file open reads the
+/// new bytes. Makes a missing file. A failure leaves the file empty or incomplete.
 bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode = 0600);
 
-/// The whole file; empty when it cannot be read.
+/// The whole file; empty if it cannot be read.
 std::string readFile(const std::string& path);
 
-/// Makes `directory` and the missing ones above it, each with `mode`. True when it is there.
+/// Reads an open file to its end or up to `maximumBytes`. Absent on an error. `expectedBytes` is
+/// its size as far as it is known; a better guess saves reads.
+std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
+                                     std::size_t maximumBytes = std::string::npos);
+
+/// Makes `directory` and the missing directories above it, each with `mode`. True if it exists
+/// afterwards.
 bool makeDirectories(const std::string& directory, mode_t mode);
 
 }  // namespace glintmark::platform

@@ -4,16 +4,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <iterator>
+
+#include "linux/files/WholeFile.h"
 
 namespace glintmark::platform {
 
 namespace {
 
 constexpr int fieldsBeforeMountPoint = 4;  // numbers of the mount and its parent, device, root
-constexpr std::size_t readBytes = std::size_t{16} * 1024;
+constexpr std::size_t expectedBytes = std::size_t{16} * 1024;
 
 std::string_view cutUpTo(std::string_view& text, char end) {
     const auto piece = text.substr(0, text.find(end));
@@ -21,7 +22,8 @@ std::string_view cutUpTo(std::string_view& text, char end) {
     return piece;
 }
 
-/// Blanks, line ends and backslashes are written as a backslash and three octal digits.
+/// Decodes blanks, line ends and backslashes, which the table writes as a backslash and three octal
+/// digits.
 std::string unescaped(std::string_view text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -58,13 +60,8 @@ std::vector<std::string> MountTable::readChanged() {
 }
 
 MountTable::Entries MountTable::read() const {
-    std::string text;
-    std::array<char, readBytes> buffer{};
     ::lseek(file_.get(), 0, SEEK_SET);
-    for (ssize_t count = 0; (count = ::read(file_.get(), buffer.data(), buffer.size())) > 0;) {
-        text.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-    const auto entries = parseMountTable(text);
+    const auto entries = parseMountTable(readToEnd(file_.get(), expectedBytes).value_or(""));
     return {entries.begin(), entries.end()};
 }
 

@@ -16,7 +16,7 @@ TEST(ByteEscapesTest, ValidTextStandsForItself) {
     }
 }
 
-TEST(ByteEscapesTest, BytesThatAreNoTextAreEscapedAndComeBack) {
+TEST(ByteEscapesTest, InvalidBytesAreEscapedAndDecodedAgain) {
     struct Case {
         std::string bytes;
         std::string text;
@@ -55,7 +55,7 @@ TEST(ByteEscapesTest, BytesThatAreNoTextAreEscapedAndComeBack) {
     }
 }
 
-TEST(ByteEscapesTest, EveryByteComesBackInEveryPlace) {
+TEST(ByteEscapesTest, EveryByteIsDecodedAgain) {
     for (int byte = 0; byte < 256; ++byte) {
         const auto bytes = "a"s + static_cast<char>(byte) + "b" + static_cast<char>(byte);
         EXPECT_EQ(unescapedFromUTF8(escapedAsUTF8(bytes)), bytes);

@@ -50,7 +50,7 @@ TEST(FileURITest, APathThroughALinkHasTheSpellingsOfBothPaths) {
                             "file://" + (folder / "real/a;b.webloc")));
 }
 
-TEST(FileURITest, AMissingFileHasTheSpellingOfItsPathAlone) {
+TEST(FileURITest, AMissingFileHasOnlyTheSpellingOfItsPath) {
     EXPECT_THAT(fileURIs("/nowhere/a;b.webloc"), ElementsAre("file:///nowhere/a%3Bb.webloc"));
 }
 

@@ -1,12 +1,10 @@
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "linux/files/JSONFileUserDefaults.h"
 #include "linux/files/PosixFileManager.h"
 #include "tests/platform/UserDefaultsContract.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace glintmark::platform {
@@ -68,18 +66,18 @@ TEST_F(JSONFileUserDefaultsTest, ReadingWritesNothing) {
     EXPECT_NE(::access(directory_.path("glintmark").c_str(), F_OK), 0);
 }
 
-TEST_F(JSONFileUserDefaultsTest, AValueIsThereInTheNextRun) {
+TEST_F(JSONFileUserDefaultsTest, TheNextRunReadsTheValue) {
     open().set("extraFolders", {"/b", "/a"});
     EXPECT_THAT(open().stringArray("extraFolders"), Optional(ElementsAre("/b", "/a")));
     EXPECT_EQ(stored(), "{\n  \"extraFolders\": [\n    \"/b\",\n    \"/a\"\n  ]\n}\n");
 }
 
-TEST_F(JSONFileUserDefaultsTest, AnEmptyListIsThereInTheNextRun) {
+TEST_F(JSONFileUserDefaultsTest, TheNextRunReadsAnEmptyList) {
     open().set("extraFolders", {});
     EXPECT_THAT(open().stringArray("extraFolders"), Optional(IsEmpty()));
 }
 
-TEST_F(JSONFileUserDefaultsTest, FolderAndFileAreTheUsersAlone) {
+TEST_F(JSONFileUserDefaultsTest, OnlyTheUserMayReadFolderAndFile) {
     open().set("extraFolders", {});
     EXPECT_EQ(modeOf("glintmark"), 0700U);
     EXPECT_EQ(modeOf(fileName), 0600U);
@@ -96,13 +94,13 @@ TEST_F(JSONFileUserDefaultsTest, UnknownKeysKeepTheirValuesAndOrder) {
     EXPECT_LT(text.find("\"z\""), text.find("\"a\""));
 }
 
-TEST_F(JSONFileUserDefaultsTest, PathsThatAreNotUTF8ComeBackInTheNextRun) {
+TEST_F(JSONFileUserDefaultsTest, TheNextRunReadsPathsThatAreNotUTF8) {
     const std::vector<std::string> paths = {"/caf\xE9", "/\xFF\xFE", "/\xE3\x83", "/\xED\xA0\x80"};
     open().set("extraFolders", paths);
     EXPECT_THAT(open().stringArray("extraFolders"), Optional(paths));
 }
 
-TEST_F(JSONFileUserDefaultsTest, AnUnreadableFileCountsAsEmptyAndIsKeptAsideBeforeItIsReplaced) {
+TEST_F(JSONFileUserDefaultsTest, AnUnreadableFileCountsAsEmptyAndIsKeptAside) {
     const std::string deep(100'000, '[');
     const std::vector<std::string> texts = {
         R"({"extraFolders": ["/a")",
@@ -134,7 +132,7 @@ TEST_F(JSONFileUserDefaultsTest, AnUnreadableFileThatCannotBeKeptAsideIsNotRepla
     EXPECT_THAT(defaults.stringArray("extraFolders"), Optional(ElementsAre("/b")));
 }
 
-TEST_F(JSONFileUserDefaultsTest, AValueThatCannotBeStoredHoldsForThisRun) {
+TEST_F(JSONFileUserDefaultsTest, AValueThatCannotBeStoredLastsForThisRun) {
     directory_.write("glintmark");  // where the folder should be
     auto defaults = open();
     defaults.set("extraFolders", {"/a"});
@@ -142,31 +140,12 @@ TEST_F(JSONFileUserDefaultsTest, AValueThatCannotBeStoredHoldsForThisRun) {
     EXPECT_EQ(open().stringArray("extraFolders"), std::nullopt);
 }
 
-/// No file grows in its lifetime, as on a full disk.
-class FullDisk {
-public:
-    FullDisk() {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit none{0, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &none);
-        handlerBefore_ = std::signal(SIGXFSZ, SIG_IGN);
-    }
-    ~FullDisk() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        static_cast<void>(std::signal(SIGXFSZ, handlerBefore_));
-    }
-
-private:
-    rlimit before_{};
-    void (*handlerBefore_)(int) = nullptr;
-};
-
-TEST_F(JSONFileUserDefaultsTest, AFailedWriteLeavesTheOldFileWholeAndNothingBeside) {
+TEST_F(JSONFileUserDefaultsTest, AFailedWriteKeepsTheOldFileAndLeavesNoOther) {
     open().set("extraFolders", {"/old"});
     const auto before = stored();
     auto defaults = open();
     {
-        const FullDisk fullDisk;
+        const test::FileSizeLimit fullDisk(0);
         defaults.set("extraFolders", {"/new"});
     }
     EXPECT_EQ(stored(), before);

@@ -39,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(Posix, FileManagerContract,
                              return std::make_unique<PosixSubject>();
                          }));
 
-/// Sets HOME for its own lifetime; null removes it.
+/// Sets HOME while it lives; null removes it.
 class HomeScope {
 public:
     explicit HomeScope(const char* value) {
@@ -67,7 +67,7 @@ protected:
     PosixFileManager manager_;
 };
 
-TEST_F(PosixFileManagerTest, TheHomeDirectoryIsThatOfTheEnvironment) {
+TEST_F(PosixFileManagerTest, TheHomeDirectoryComesFromTheEnvironment) {
     const HomeScope home("/home/kim//");
     EXPECT_EQ(manager_.homeDirectoryForCurrentUser(), "/home/kim");
 }
@@ -77,7 +77,7 @@ TEST_F(PosixFileManagerTest, TheRootCanBeAHomeDirectory) {
     EXPECT_EQ(manager_.homeDirectoryForCurrentUser(), "/");
 }
 
-TEST_F(PosixFileManagerTest, WithoutAnAbsoluteHomeThePasswordDatabaseSaysIt) {
+TEST_F(PosixFileManagerTest, WithoutAnAbsoluteHomeThePasswordDatabaseIsAsked) {
     const passwd* entry = ::getpwuid(::getuid());
     ASSERT_NE(entry, nullptr);
     for (const char* value : {static_cast<const char*>(nullptr), "", "relative/home"}) {
@@ -106,7 +106,7 @@ TEST_F(PosixFileManagerTest, NamesAreBytes) {
 }
 
 TEST_F(PosixFileManagerTest, ManyNamesAreAllListedOnce) {
-    constexpr std::size_t count = 3000;  // more than one read of the directory holds
+    constexpr std::size_t count = 3000;  // more than one system call returns
     for (std::size_t i = 0; i < count; ++i) {
         directory_.write("a-rather-long-name-" + std::to_string(i));
     }
@@ -128,12 +128,12 @@ TEST_F(PosixFileManagerTest, WithoutPermissionNothingIsListedOrRead) {
     EXPECT_EQ(manager_.contents(directory_.path("file"), 10), std::nullopt);
 }
 
-TEST_F(PosixFileManagerTest, APipeHasNoContentsAndIsNotWaitedFor) {
+TEST_F(PosixFileManagerTest, APipeHasNoContentsAndOpeningItDoesNotWait) {
     ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
     EXPECT_EQ(manager_.contents(directory_.path("pipe"), 10), std::nullopt);
 }
 
-TEST_F(PosixFileManagerTest, AFileThatDoesNotTellItsSizeIsReadWhole) {
+TEST_F(PosixFileManagerTest, AFileWithoutASizeIsReadWhole) {
     const auto contents = manager_.contents("/proc/self/status", 1024 * 1024);
     ASSERT_TRUE(contents.has_value());
     EXPECT_THAT(*contents, testing::StartsWith("Name:"));

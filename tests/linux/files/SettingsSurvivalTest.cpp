@@ -1,4 +1,4 @@
-// Settings under a process that dies at any moment and under file systems that refuse to write.
+// Settings when the process is killed at any moment, and when the file system refuses to write.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -46,13 +46,13 @@ void save(const std::string& path) { JSONFileUserDefaults(path).set(key, newList
 
 enum class Outcome { killed, finished };
 
-/// Runs `action` in a child process and kills that when it stands at the beginning or at the end
-/// of a system call for the `stop`th time. ptrace(2), PTRACE_SYSCALL.
+/// Runs `action` in a child process and kills the child at its `stop`th stop. The child stops at
+/// the beginning and at the end of each system call: ptrace(2), PTRACE_SYSCALL.
 Outcome killAtStop(int stop, const std::function<void()>& action) {
     const pid_t child = fork();
     if (child == 0) {
         if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
-            _exit(1);  // not at any stop, so that the count of stops shows it
+            _exit(1);  // without a stop: the test's minimum of stops then fails
         }
         raise(SIGSTOP);
         action();
@@ -72,12 +72,12 @@ Outcome killAtStop(int stop, const std::function<void()>& action) {
     return Outcome::finished;
 }
 
-/// Calls `check` after each way in which a save that begins with `prepare` can be cut short, and
-/// returns how many there are.
+/// Calls `prepare`, kills a save at one of its stops, calls `check`; for each stop in turn. Returns
+/// the number of stops.
 int cutShortEverywhere(const std::function<std::string()>& prepare,
                        const std::function<void(const std::string& path)>& check) {
-    constexpr int neverThatMany = 5000;
-    for (int stop = 1; stop < neverThatMany; ++stop) {
+    constexpr int maximumStops = 5000;
+    for (int stop = 1; stop < maximumStops; ++stop) {
         const auto path = prepare();
         const auto outcome = killAtStop(stop, [&path] { save(path); });
         check(path);
@@ -90,14 +90,14 @@ int cutShortEverywhere(const std::function<std::string()>& prepare,
             return stop;
         }
     }
-    return neverThatMany;
+    return maximumStops;
 }
 
 class SettingsSurvivalTest : public testing::Test {
 protected:
     std::string path() const { return directory_.path(fileName); }
 
-    /// A folder as an earlier save has left it; without `text` as before the first one.
+    /// A folder as an earlier save left it; without `text`, as before the first save.
     std::string freshFolder(const char* text) {
         if (access(directory_.path("config").c_str(), F_OK) == 0) {
             directory_.remove("config");
@@ -108,13 +108,14 @@ protected:
         return path();
     }
 
-    /// The save makes a folder, a file and a rename, and flushes both: each twice a stop at least.
-    static constexpr int fewestStops = 2 * 6;
+    /// A save calls at least mkdir, open, write, fsync, rename and fsync (of the folder), and stops
+    /// twice at each.
+    static constexpr int minimumStops = 2 * 6;
 
     test::TemporaryDirectory directory_;
 };
 
-TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallTheFileHoldsTheOldOrTheNewListWhole) {
+TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallASaveLeavesTheOldOrTheNewList) {
     int newAlready = 0;
     const int stops =
         cutShortEverywhere([this] { return freshFolder(oldText); },
@@ -124,33 +125,33 @@ TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallTheFileHoldsTheOldOrTheNewList
                                ASSERT_TRUE(readFile(path).find("another") != std::string::npos);
                                newAlready += list == newList ? 1 : 0;
                            });
-    EXPECT_GE(stops, fewestStops);
-    EXPECT_GT(newAlready, 1);  // some deaths come after the new list is in place
+    EXPECT_GE(stops, minimumStops);
+    EXPECT_GT(newAlready, 1);  // some kills come after the rename
     EXPECT_LT(newAlready, stops);
 }
 
-TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallOfTheFirstSaveThereIsNoListOrTheNewOne) {
+TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallTheFirstSaveLeavesNoListOrTheNewOne) {
     const int stops = cutShortEverywhere(
         [this] { return freshFolder(nullptr); },
         [](const std::string& path) {
             ASSERT_THAT(listIn(path), AnyOf(Eq(std::nullopt), Optional(newList)));
             ASSERT_NE(access(path.c_str(), F_OK) == 0, !listIn(path).has_value());
         });
-    EXPECT_GE(stops, fewestStops);
+    EXPECT_GE(stops, minimumStops);
 }
 
-TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallAnUnreadableFileIsStillThereOrKeptAside) {
+TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallASaveKeepsAnUnreadableFile) {
     constexpr auto broken = R"({"extraFolders": ["/old")";
     const int stops = cutShortEverywhere(
         [&] { return freshFolder(broken); },
         [&](const std::string& path) {
             ASSERT_TRUE(readFile(path) == broken || readFile(path + ".bad") == broken);
         });
-    EXPECT_GE(stops, fewestStops);
+    EXPECT_GE(stops, minimumStops);
 }
 
-/// Runs `body` on a thread that has a mount namespace of its own, with `type` mounted at `path`;
-/// nothing of that is left when it ends.
+/// Runs `body` on a thread with its own mount namespace, in which `type` is mounted at `path`. The
+/// mount ends with the thread.
 void withMount(const std::string& path, const char* type, const char* options,
                const std::function<void()>& body) {
     bool mounted = false;
@@ -183,7 +184,7 @@ protected:
     }
 };
 
-TEST_F(SettingsOnAMountTest, AFullDiskKeepsTheOldListAndTheNextSaveAfterItStoresAll) {
+TEST_F(SettingsOnAMountTest, AFullDiskKeepsTheOldListAndALaterSaveStoresAll) {
     directory_.createDirectories("config");
     const auto test = [this] {
         directory_.write(fileName, oldText);
@@ -204,7 +205,7 @@ TEST_F(SettingsOnAMountTest, AFullDiskKeepsTheOldListAndTheNextSaveAfterItStores
     withMount(directory_.path("config"), "tmpfs", "size=32k", test);
 }
 
-TEST_F(SettingsOnAMountTest, AFullDiskAtTheFirstSaveLeavesNoHalfAFile) {
+TEST_F(SettingsOnAMountTest, AFullDiskAtTheFirstSaveLeavesNoIncompleteFile) {
     directory_.createDirectories("config");
     const auto test = [this] {
         fillUp(directory_.path("config"));
@@ -216,7 +217,7 @@ TEST_F(SettingsOnAMountTest, AFullDiskAtTheFirstSaveLeavesNoHalfAFile) {
     withMount(directory_.path("config"), "tmpfs", "size=32k", test);
 }
 
-TEST_F(SettingsOnAMountTest, AReadOnlyFileSystemKeepsTheOldListAndTheNextSaveAfterItStoresAll) {
+TEST_F(SettingsOnAMountTest, AReadOnlyFileSystemKeepsTheOldListAndALaterSaveStoresAll) {
     directory_.createDirectories("config");
     const auto test = [this] {
         const auto folder = directory_.path("config");
@@ -237,7 +238,7 @@ TEST_F(SettingsOnAMountTest, AReadOnlyFileSystemKeepsTheOldListAndTheNextSaveAft
     withMount(directory_.path("config"), "tmpfs", "size=1m", test);
 }
 
-TEST_F(SettingsSurvivalTest, AFolderThatMayNotBeWrittenKeepsTheOldListAndItsUnreadableFile) {
+TEST_F(SettingsSurvivalTest, AReadOnlyFolderKeepsTheOldListAndTheUnreadableFile) {
     directory_.write(fileName, oldText);
     directory_.write("broken/defaults.json", "broken");
     for (const auto* name : {"", "config", "config/glintmark", "broken"}) {

@@ -1,12 +1,12 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
-
+#include "base/system/FileDescriptor.h"
 #include "linux/files/WholeFile.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace glintmark::platform {
@@ -57,17 +57,11 @@ TEST_F(WholeFileTest, FailsWhereADirectoryIsAndLeavesNothingBeside) {
 
 TEST_F(WholeFileTest, AFullDiskLeavesTheOldFileAndNothingBeside) {
     directory_.write("folder/file", "old");
-    // A limit on a file's size stands for the full disk: the write is cut short, then refused.
-    struct rlimit before {};
-    ::getrlimit(RLIMIT_FSIZE, &before);
-    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit small = {1000, before.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &small);
-    const bool written =
-        writeFileAtomically(directory_.path("folder/file"), std::string(100'000, 'x'));
-    ::setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, previous);
-    EXPECT_FALSE(written);
+    {
+        const test::FileSizeLimit fullDisk(1000);
+        EXPECT_FALSE(
+            writeFileAtomically(directory_.path("folder/file"), std::string(100'000, 'x')));
+    }
     EXPECT_EQ(directory_.read("folder/file"), "old");
     directory_.remove("folder/file");
     EXPECT_EQ(::rmdir(directory_.path("folder").c_str()), 0);
@@ -78,9 +72,21 @@ TEST_F(WholeFileTest, ReadsAFileWhole) {
     EXPECT_EQ(readFile(directory_.path("file")), std::string(200'000, 'x'));
 }
 
-TEST_F(WholeFileTest, WhatCannotBeReadIsEmpty) {
+TEST_F(WholeFileTest, AFileThatCannotBeReadCountsAsEmpty) {
     EXPECT_EQ(readFile(directory_.path("missing")), "");
     EXPECT_EQ(readFile(directory_.path()), "");
+}
+
+TEST_F(WholeFileTest, ReadsAnOpenFileWhateverSizeIsExpected) {
+    const std::string bytes(100'000, 'x');
+    const auto path = directory_.write("file", bytes);
+    for (const std::size_t expected : {std::size_t{0}, bytes.size(), 2 * bytes.size()}) {
+        const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        EXPECT_EQ(readToEnd(file.get(), expected), bytes);
+    }
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(readToEnd(file.get(), bytes.size(), 1000)->size(), 1000U);
+    EXPECT_EQ(readToEnd(-1, 0), std::nullopt);
 }
 
 TEST_F(WholeFileTest, MakesMissingDirectories) {
