@@ -14,20 +14,20 @@ namespace glintmark::platform {
 
 namespace {
 
-// A directory on the way matters when the next name appears in it or is replaced, and when it is
-// itself moved; its end is told without being asked for (IN_IGNORED). That the next name goes
-// needs no event: until something takes its place there is nothing to do.
+// A directory on the way matters when the next name appears in it or is replaced, and when the
+// directory is moved. Its end has an event without being asked for (IN_IGNORED). The removal of the
+// next name needs no event: until something takes its place there is nothing to do.
 constexpr std::uint32_t stepEvents =
     IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
 constexpr std::uint32_t lastStepEvents = IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
 constexpr std::uint32_t selfEvents = IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
 
-constexpr int mostLinks = 40;  // path_resolution(7)
+constexpr int maximumLinks = 40;  // path_resolution(7)
 
 /// `directory` is empty for the root.
 std::string pathOf(const std::string& directory) { return directory.empty() ? "/" : directory; }
 
-void splitInFrontOf(std::deque<std::string>& names, std::string_view path) {
+void prependNames(std::deque<std::string>& names, std::string_view path) {
     std::vector<std::string> split;
     while (!path.empty()) {
         const auto name = path.substr(0, path.find('/'));
@@ -37,7 +37,7 @@ void splitInFrontOf(std::deque<std::string>& names, std::string_view path) {
     names.insert(names.begin(), split.begin(), split.end());
 }
 
-/// Where the symbolic link leads; "" when it cannot be read.
+/// The text of the symbolic link; "" when it cannot be read.
 std::string targetOf(const std::string& link) {
     std::array<char, PATH_MAX> target{};
     const auto length = ::readlink(link.c_str(), target.data(), target.size());
@@ -51,18 +51,18 @@ AncestorWatches::AncestorWatches(Inotify inotify, std::vector<std::string> paths
 
 void AncestorWatches::arm(std::size_t index) {
     std::erase_if(steps_, [&](const Step& step) { return step.index == index; });
-    // Watches begin anew, since their events can only grow. Nothing is missed: the way is looked at
-    // after it is watched.
+    // The watches are made anew, since the events of a watch are only ever added to. Nothing is
+    // missed: `follow()` looks at each directory after it watches it.
     dropUnusedWatches();
     follow(index);
 }
 
-/// Resolves the path as path_resolution(7) says, watching each directory before looking into it, so
-/// that nothing happens unseen in between.
+/// Resolves the path as path_resolution(7) says. Watches each directory before it looks into it, so
+/// that nothing happens unnoticed in between.
 void AncestorWatches::follow(std::size_t index) {
     std::string directory;  // no symbolic links in it; empty for the root
     std::deque<std::string> names;
-    splitInFrontOf(names, paths_[index]);
+    prependNames(names, paths_[index]);
     int links = 0;
     while (!names.empty()) {
         const auto name = std::move(names.front());
@@ -85,11 +85,11 @@ void AncestorWatches::follow(std::size_t index) {
         }
         if (S_ISLNK(status.st_mode)) {
             const auto target = targetOf(path);
-            if (++links > mostLinks || target.empty()) {
+            if (++links > maximumLinks || target.empty()) {
                 return;
             }
             directory = target.starts_with('/') ? "" : directory;
-            splitInFrontOf(names, target);
+            prependNames(names, target);
         } else if (S_ISDIR(status.st_mode)) {
             directory = path;
         } else {
@@ -103,8 +103,8 @@ void AncestorWatches::follow(std::size_t index) {
 
 int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
                                std::string_view next) {
-    // Ways share directories, so events are only added: the last step of one may be in the middle
-    // of another.
+    // Ways share directories, so events are only added: the last directory of one way may be in the
+    // middle of another.
     const auto events = (next.empty() ? lastStepEvents : stepEvents) | IN_MASK_ADD;
     const int watch = inotify_.add(pathOf(directory), events);
     if (watch >= 0) {
@@ -114,8 +114,8 @@ int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
     return watch;
 }
 
-/// A directory that must not be looked into may be one later. One that may not be read either
-/// cannot be watched, but its parent tells of it.
+/// Also watches for changed permissions: a directory that may not be searched now may be later. A
+/// directory that may not be read cannot be watched, but its parent reports the change.
 void AncestorWatches::addPermissionChanges(const std::string& directory) {
     for (const auto& watched : {directory, directory.substr(0, directory.rfind('/'))}) {
         inotify_.add(pathOf(watched), IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_MASK_ADD);

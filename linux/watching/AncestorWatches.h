@@ -10,8 +10,9 @@
 
 namespace glintmark::platform {
 
-/// Notices when what lies at a fixed path may have come, gone or been replaced, wherever on its way
-/// that happens: each existing directory on the way is watched, through symbolic links as well.
+/// Notices when fixed paths may lead elsewhere: when what lies there, or anything on the way to it,
+/// may have appeared, gone or been replaced. Watches each existing directory on the way, through
+/// symbolic links as well.
 class AncestorWatches {
 public:
     /// The paths are absolute.
@@ -19,10 +20,10 @@ public:
 
     int descriptor() const { return inotify_.descriptor(); }
 
-    /// Watches the way to path number `index` as it is now. What changes from here on is noticed.
+    /// Watches the way to path number `index` as it is now. Changes from this call on are noticed.
     void arm(std::size_t index);
 
-    /// Which paths may lead elsewhere now. Their ways must be armed again.
+    /// The numbers of the paths that may lead elsewhere now. Each must be armed again.
     std::set<std::size_t> readChanged();
 
 private:
@@ -30,7 +31,7 @@ private:
     struct Step {
         int watch;
         std::size_t index;
-        std::string next;  ///< The name on the way that lies in it; empty in the last directory.
+        std::string next;  ///< The next name on the way; empty in the last directory.
     };
 
     void follow(std::size_t index);

@@ -9,24 +9,25 @@
 #include <string_view>
 #include <utility>
 
+#include "base/system/ReleaseWith.h"
+
 namespace glintmark::platform {
 
 namespace {
 
-timespec until(FolderWatches::Clock::time_point end) {
+timespec timeUntil(FolderWatches::Clock::time_point end) {
     const auto left = std::max(end - FolderWatches::Clock::now(), std::chrono::nanoseconds(0));
     const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
     return {.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
 }
 
-/// Without symbolic links; as it is when nothing is there.
+/// `path` without symbolic links; unchanged when nothing is there.
 std::string realPath(const std::string& path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                           &std::free);
+    const std::unique_ptr<char, ReleaseWith<std::free>> real(::realpath(path.c_str(), nullptr));
     return real != nullptr ? real.get() : path;
 }
 
-/// Whether `path` is `directory` or lies below it.
+/// True if `path` is `directory` or lies below it.
 bool isWithin(std::string_view path, std::string_view directory) {
     return path.starts_with(directory) &&
            (directory.ends_with('/') || path.size() == directory.size() ||
@@ -52,7 +53,7 @@ void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
     trees_.retryIfDue();
     if (trees_.isWalking()) {
         trees_.continueWalk();
-        end = Clock::time_point();
+        end = Clock::time_point();  // past: there may be more to walk
     }
     if (const auto retryAt = trees_.retryAt()) {
         end = std::min(end.value_or(*retryAt), *retryAt);
@@ -61,13 +62,13 @@ void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
                                       {trees_.descriptor(), POLLIN, 0},
                                       {ancestors_.descriptor(), POLLIN, 0},
                                       {descriptor, POLLIN, 0}}};
-    const auto left = until(end.value_or(Clock::time_point()));
+    const auto left = timeUntil(end.value_or(Clock::time_point()));
     ::ppoll(sources.data(), sources.size(), end ? &left : nullptr, nullptr);
     if (sources[0].revents != 0) {
         handleMounts();
     }
     for (const auto folder : ancestors_.readChanged()) {
-        takeUpAnew(folder);
+        rewatch(folder);
     }
     trees_.readEvents();
 }
@@ -76,12 +77,12 @@ void FolderWatches::handleMounts() {
     if (isConcernedBy(mounts_.readChanged())) {
         trees_.walkAgain();
         for (std::size_t i = 0; i < folders_.size(); ++i) {
-            takeUpAnew(i);
+            rewatch(i);
         }
     }
 }
 
-/// Whether file systems came or went below a folder or on the way to one.
+/// True if one of the mount points lies below a folder or on the way to one.
 bool FolderWatches::isConcernedBy(const std::vector<std::string>& mountPoints) const {
     return !mountPoints.empty() &&
            std::any_of(folders_.begin(), folders_.end(), [&](const std::string& folder) {
@@ -92,7 +93,7 @@ bool FolderWatches::isConcernedBy(const std::vector<std::string>& mountPoints) c
            });
 }
 
-void FolderWatches::takeUpAnew(std::size_t folder) {
+void FolderWatches::rewatch(std::size_t folder) {
     ancestors_.arm(folder);
     trees_.rewatchFolder(folder);
 }

@@ -12,20 +12,21 @@
 namespace glintmark::platform {
 
 /// All that is watched for a list of folders: the trees below them, the ways that lead to them, and
-/// the table of mounts, since no inotify event tells of a file system that comes. One thread.
+/// the table of mounts, since a mount has no inotify event. One thread.
 class FolderWatches {
 public:
     using Clock = TreeWatches::Clock;
 
-    /// Only changes after this call count. The folders are absolute paths.
+    /// Only changes after this call count. `folders` are absolute paths.
     FolderWatches(Inotify forTrees, Inotify forAncestors, std::vector<std::string> folders,
                   TreeWatches::DebugLogger logDebug);
 
-    /// Takes up the folders; their trees are walked by `wait()`.
+    /// Watches the folders. `wait()` walks their trees.
     void begin();
 
-    /// Sleeps until something happens, `descriptor` becomes readable or `end` has come, if there is
-    /// one; handles what has happened. Returns sooner while there are directories to walk.
+    /// Sleeps until something happens, `descriptor` becomes readable or `end` has come; then
+    /// handles what has happened. Without `end` there is no timeout. Walks some directories instead
+    /// of sleeping while there are any to walk.
     void wait(int descriptor, std::optional<Clock::time_point> end);
 
     std::optional<Clock::time_point> pendingSince() const { return trees_.pendingSince(); }
@@ -34,7 +35,7 @@ public:
 private:
     bool isConcernedBy(const std::vector<std::string>& mountPoints) const;
     void handleMounts();
-    void takeUpAnew(std::size_t folder);
+    void rewatch(std::size_t folder);
 
     const std::vector<std::string> folders_;
     MountTable mounts_;

@@ -23,16 +23,16 @@ using Clock = FolderWatches::Clock;
 constexpr const char* threadName = "event-stream";
 constexpr std::size_t stackBytes = std::size_t{256} * 1024;
 
-/// The absolute ones, each once.
-std::vector<std::string> usable(std::span<const std::string> folders) {
-    std::vector<std::string> usable;
+/// The absolute paths among `folders`, each once.
+std::vector<std::string> absoluteFolders(std::span<const std::string> folders) {
+    std::vector<std::string> absolute;
     for (const auto& folder : folders) {
         if (folder.starts_with('/') &&
-            std::find(usable.begin(), usable.end(), folder) == usable.end()) {
-            usable.push_back(folder);
+            std::find(absolute.begin(), absolute.end(), folder) == absolute.end()) {
+            absolute.push_back(folder);
         }
     }
-    return usable;
+    return absolute;
 }
 
 }  // namespace
@@ -70,8 +70,8 @@ private:
     std::optional<std::thread::id> runner_;
 };
 
-/// What the stream and its thread share. The thread is never waited for, since a file system that
-/// does not answer may hold it for long; once the link is cut it touches nothing of anyone else's.
+/// What the stream and its thread share. Nobody waits for the thread, since a file system that does
+/// not answer may block it for long. Once the link is cut, the thread touches only what it owns.
 struct InotifyEventStream::Link {
     Link(std::shared_ptr<Delivery> target, Log& debugLog)
         : wake(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
@@ -127,8 +127,8 @@ struct InotifyEventStream::Link {
 
     std::mutex mutex;  // guards all below
     bool isCut = false;
-    DispatchQueue* queue = nullptr;  // null before the start and after the end
-    Log* log;
+    DispatchQueue* queue = nullptr;  // null before the start and once cut
+    Log* log;                        // null once cut
 };
 
 /// What the thread does.
@@ -174,7 +174,7 @@ std::unique_ptr<InotifyEventStream> InotifyEventStream::make(std::span<const std
 
 InotifyEventStream::InotifyEventStream(std::span<const std::string> folders,
                                        std::chrono::nanoseconds latency, Handler handler, Log& log)
-    : folders_(usable(folders)),
+    : folders_(absoluteFolders(folders)),
       latency_(latency),
       log_(log),
       delivery_(std::make_shared<Delivery>(std::move(handler))) {}
@@ -203,7 +203,7 @@ void InotifyEventStream::stop() {
 
 void InotifyEventStream::invalidate() { delivery_->shut(); }
 
-/// Makes everything that can fail here, so that the thread only has work to do.
+/// Makes everything that can fail before the thread starts.
 bool InotifyEventStream::launch() {
     auto forTrees = Inotify::make();
     auto forAncestors = Inotify::make();

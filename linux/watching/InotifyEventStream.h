@@ -10,33 +10,35 @@ namespace glintmark::platform {
 
 class Log;
 
-/// Changes below folders by inotify(7), one watch for each directory. All watching, the first walk
-/// of the trees included, is on a thread of the stream's own, which sleeps while nothing happens.
+/// Reports changes below folders by inotify(7), with one watch for each directory. The stream's own
+/// thread does all the watching, the first walk of the trees included. It sleeps while nothing
+/// happens.
 ///
 /// A change is a name that appears in a directory: made, linked or moved in. A directory that
-/// appears is itself reported, and with it those below it that were not watched before, so that
-/// nothing made in them too early is lost; all below it when it has moved, which gives them new
-/// paths. Paths begin with the folder as it was given.
+/// appears is itself reported, with each directory below it that was not watched before, so that
+/// nothing made there before the watch is lost. If the directory has moved, all below it is
+/// reported, because it has new paths. Paths begin with the folder as it was given.
 class InotifyEventStream : public EventStream {
 public:
     /// Null when the system has no inotify instance, descriptor or thread left. `log` must outlive
-    /// the stream; it gets a debug line when there are fewer watches than directories.
+    /// the stream; it gets a debug line when the system has fewer watches than there are
+    /// directories.
     static std::unique_ptr<InotifyEventStream> make(std::span<const std::string> folders,
                                                     std::chrono::nanoseconds latency,
                                                     Handler handler, Log& log);
 
-    /// Stops and invalidates, if that was not done.
+    /// Stops and invalidates the stream, if the owner has not.
     ~InotifyEventStream() override;
 
     void setDispatchQueue(DispatchQueue& queue) override;
 
-    /// After `stop()` the stream begins anew: only changes after this call count.
+    /// After `stop()`, only changes after this call count.
     bool start() override;
 
-    /// Returns at once; the thread ends by itself.
+    /// Returns at once. The thread ends by itself.
     void stop() override;
 
-    /// Waits for a handler that is running, unless that handler is the caller.
+    /// Waits for a running handler, unless that handler is the caller.
     void invalidate() override;
 
 private:

@@ -11,20 +11,21 @@
 
 namespace glintmark::platform {
 
-/// Tells where file systems come and go: proc(5), /proc/[pid]/mountinfo.
+/// Tells where file systems are mounted and unmounted: proc(5), /proc/[pid]/mountinfo.
 class MountTable {
 public:
     MountTable();
 
-    /// Has an exceptional condition (POLLPRI of poll(2)), told once, when the table has changed.
-    /// -1 where the system shows no table.
+    /// Reports an exceptional condition (POLLPRI of poll(2)) once for each change of the table. -1
+    /// where the system has no table.
     int descriptor() const { return file_.get(); }
 
-    /// The mount points that came or went since the last call or the beginning.
+    /// The mount points that came or went since the last call; the first call, since construction.
     std::vector<std::string> readChanged();
 
 private:
-    using Entries = std::set<std::pair<std::string, std::uint64_t>>;  // place and mount's number
+    using Entries =
+        std::set<std::pair<std::string, std::uint64_t>>;  // mount point and mount's number
 
     Entries read() const;
 
@@ -32,7 +33,7 @@ private:
     Entries entries_;
 };
 
-/// The mount points in a table's text, with their mounts' numbers.
+/// The mount points in the text of a table, with the numbers of their mounts.
 std::vector<std::pair<std::string, std::uint64_t>> parseMountTable(std::string_view text);
 
 }  // namespace glintmark::platform

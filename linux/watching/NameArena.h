@@ -8,23 +8,23 @@
 
 namespace glintmark::platform {
 
-/// Keeps many file names in little memory: one byte more than each is long. Names stay where they
-/// are; the room of one that is dropped comes back only with the whole arena.
+/// Keeps many file names in little memory: a name takes one byte more than its length. Names never
+/// move. The memory of a dropped name is freed only with the whole arena.
 class NameArena {
 public:
     using Offset = std::uint32_t;
 
-    static constexpr Offset maximumOffset = (Offset{1} << 30U) - 1;  ///< Owners pack offsets.
+    static constexpr Offset maximumOffset = (Offset{1} << 30U) - 1;  ///< Owners store 30 bits.
 
-    /// `name` has at most 255 bytes, as NAME_MAX says. 0, which no name has, when the arena is
-    /// full.
+    /// `name` has at most NAME_MAX (255) bytes. Returns 0, which is no name's offset, when the
+    /// arena is full.
     Offset add(std::string_view name);
     std::string_view at(Offset offset) const;
 
-    /// Notes that the name at `offset` is not needed any more.
+    /// Notes that the name at `offset` is no longer needed.
     void drop(Offset offset) { droppedBytes_ += at(offset).size() + 1; }
 
-    /// Whether so much has been dropped that a fresh arena is worth its copying.
+    /// True if more than half is dropped names, so that copying the others to a new arena pays.
     bool isWasteful() const;
 
 private:

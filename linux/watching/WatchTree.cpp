@@ -184,7 +184,8 @@ bool WatchTree::isBelow(Watch watch, Watch ancestor) const {
     return watch == ancestor;
 }
 
-/// Trusts the marks of those above, so that marking a whole tree costs little for each directory.
+/// Trusts the mark of the nearest marked directory above, so that marking a whole tree costs little
+/// for each directory.
 bool WatchTree::isReachable(Watch watch) const {
     auto above = watch;
     for (const auto* node = find(above); node != nullptr; node = find(above)) {
@@ -196,27 +197,27 @@ bool WatchTree::isReachable(Watch watch) const {
     return !aliases_.empty() && !anyPath(watch).empty();
 }
 
-void WatchTree::collectPaths(Watch watch, Names names, std::size_t most,
+void WatchTree::collectPaths(Watch watch, Names names, std::size_t maximum,
                              std::vector<std::string>& paths) const {
-    for (const auto* node = find(watch); node != nullptr && paths.size() < most;
+    for (const auto* node = find(watch); node != nullptr && paths.size() < maximum;
          node = find(watch)) {
         if (node->isFolder != 0) {
-            addFolderPaths(watch, names, most, paths);
+            addFolderPaths(watch, names, maximum, paths);
         }
         const auto [begin, end] = aliases_.equal_range(watch);
         std::for_each(begin, end, [&](const auto& alias) {
             auto longer = names;
             longer.push_back(names_.at(alias.second.name));
-            collectPaths(alias.second.parent, std::move(longer), most, paths);
+            collectPaths(alias.second.parent, std::move(longer), maximum, paths);
         });
         names.push_back(names_.at(node->name));
         watch = static_cast<Watch>(node->parent);
     }
 }
 
-void WatchTree::addFolderPaths(Watch watch, const Names& names, std::size_t most,
+void WatchTree::addFolderPaths(Watch watch, const Names& names, std::size_t maximum,
                                std::vector<std::string>& paths) const {
-    for (std::size_t i = 0; i < folders_.size() && paths.size() < most; ++i) {
+    for (std::size_t i = 0; i < folders_.size() && paths.size() < maximum; ++i) {
         if (folderWatches_[i] != watch) {
             continue;
         }

@@ -17,10 +17,10 @@ namespace glintmark::platform {
 
 /// Where each watched directory lies: its name in its parent, up to a watched folder.
 ///
-/// Takes about 17 bytes for a directory with a name of eight. A directory is known by its inotify
-/// watch, so it has one node however many paths lead to it: it may be a watched folder in several
-/// spellings, lie below another one, and have several links (a bind mount; or a move of which not
-/// all is known yet). Links never form a cycle.
+/// A directory with a name of eight bytes takes about 17 bytes. A directory is identified by its
+/// inotify watch, so it has one node however many paths lead to it: it may be a watched folder in
+/// several spellings, lie below another folder, and have several links (a bind mount, or a move of
+/// which not all events have come). Links never form a cycle.
 class WatchTree {
 public:
     using Watch = int;  ///< Positive.
@@ -43,47 +43,49 @@ public:
     bool isFolder(Watch watch) const { return find(watch)->isFolder != 0; }
     std::size_t size() const { return size_; }
 
-    /// False when it is there already.
+    /// False if the directory was there already.
     bool add(Watch watch);
 
-    /// Its links go, too. Directories below it stay, but have no path until they are linked anew.
+    /// Removes the directory and its links. The directories below it stay, but have no path until
+    /// they are linked again.
     void remove(Watch watch);
 
-    /// Notes that `watch` lies in `parent` as `name`. Refused when `parent` lies below `watch`.
+    /// Notes that `watch` lies in `parent` as `name`. Refused if `parent` is or lies below `watch`,
+    /// and when there is no room for the name.
     Linked link(Watch watch, Watch parent, std::string_view name);
     void unlink(Watch watch, Watch parent, std::string_view name);
     void unlinkAll(Watch watch);
     bool isLinked(Watch watch, Watch parent, std::string_view name) const;
     std::vector<Link> links(Watch watch) const;
 
-    /// One path of a directory; "" when none is known.
+    /// One of the directory's paths; "" if none is known.
     std::string anyPath(Watch watch) const;
 
-    /// Each path, by each spelling of each watched folder above it.
+    /// All paths of the directory, by each spelling of each watched folder above it.
     std::vector<std::string> paths(Watch watch) const;
 
-    /// Two marks for the owner's use on each directory.
+    /// Two marks on each directory, for the owner's use.
     bool isSeen(Watch watch) const { return find(watch)->seen != 0; }
     void setSeen(Watch watch, bool seen) { find(watch)->seen = seen ? 1 : 0; }
     void setAllUnseen();
     bool isReported(Watch watch) const { return find(watch)->reported != 0; }
     void setReported(Watch watch, bool reported) { find(watch)->reported = reported ? 1 : 0; }
 
-    /// Marks as seen what lies below a watched folder, and nothing else.
+    /// Marks as seen the watched folders and all below them, and nothing else.
     void markReachable();
 
     std::vector<Watch> unseen() const;
 
 private:
     struct Node {
-        std::uint32_t parent : 31;  // a watch; `noWatch` when there is no link
+        std::uint32_t parent : 31;  // a watch; `noWatch` without a link
         std::uint32_t seen : 1;
         std::uint32_t name : 30;  // in `names_`; 0 when this place holds no directory
         std::uint32_t reported : 1;
         std::uint32_t isFolder : 1;
     };
 
-    // The kernel gives out watches in ascending order, so pages fill up densely.
+    // The kernel numbers watches upwards, so pages fill up densely.
     static constexpr std::size_t pageNodes = 256;
     struct Page {
         std::array<Node, pageNodes> nodes{};
@@ -103,9 +105,9 @@ private:
     std::vector<Alias> storedLinks(Watch watch) const;
     bool isBelow(Watch watch, Watch ancestor) const;
     bool isReachable(Watch watch) const;
-    void collectPaths(Watch watch, Names names, std::size_t most,
+    void collectPaths(Watch watch, Names names, std::size_t maximum,
                       std::vector<std::string>& paths) const;
-    void addFolderPaths(Watch watch, const Names& names, std::size_t most,
+    void addFolderPaths(Watch watch, const Names& names, std::size_t maximum,
                         std::vector<std::string>& paths) const;
     void compactNames();
 
