@@ -40,9 +40,9 @@ std::vector<std::string> foldersToWatch(const std::string& home,
     return folders;
 }
 
-/// Shows the full path of each ".webloc" entry directly inside `directory` to `visit`; none when
-/// the folder cannot be listed. One buffer serves all paths, so that the thousands of names that a
-/// poll meets again and again cost no allocation.
+/// Calls `visit` with the full path of each ".webloc" entry directly inside `directory`. A folder
+/// that cannot be listed has none. All paths share one buffer: a poll sees thousands of names again
+/// and again, and none of them costs an allocation.
 template <typename Visit>
 void forEachWebloc(const std::string& directory, const Visit& visit) {
     std::string path = appendPathComponent(directory, "");
@@ -67,7 +67,7 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
       eventQueue_(services().dispatchQueues.makeSerial(eventQueueLabel)) {
     const auto home = services().fileManager.homeDirectoryForCurrentUser();
     watchDirs_ = foldersToWatch(home, paths);
-    // The home folder is not watched, yet its files belong to the inventory and its count.
+    // The home folder is not watched, but its files are part of the inventory and its count.
     FileWatcher::enumerateExistingWeblocsShallow(home);
     for (const auto& folder : watchDirs_) {
         FileWatcher::enumerateExistingWeblocsShallow(folder);
@@ -80,7 +80,7 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
 FileWatcher::~FileWatcher() { FileWatcher::stop(); }
 
 void FileWatcher::enumerateExistingWeblocsShallow(const std::string& directory) {
-    forEachWebloc(directory, [this](const std::string& path) { knownFiles_.try_emplace(path); });
+    forEachWebloc(directory, [this](const std::string& path) { knownFiles_.insert(path); });
 }
 
 void FileWatcher::start() {
@@ -94,7 +94,7 @@ void FileWatcher::start() {
 }
 
 void FileWatcher::startStream() {
-    // The handler keeps the watcher alive only while it runs: a stream does not own its receiver.
+    // Weak, since the watcher owns the stream.
     auto handler = [weak = weak_from_this()](std::span<const platform::DirectoryEvent> events) {
         if (const auto self = weak.lock()) {
             for (const auto& event : events) {
@@ -137,7 +137,7 @@ void FileWatcher::armDebounce() {
     {
         const std::lock_guard lock(debounceMutex_);
         if (isStopped_) {
-            return;  // a handler that was already running when the watcher stopped
+            return;  // the handler was already running when the watcher stopped
         }
         if (debounceWorkItem_) {
             debounceWorkItem_->cancel();
@@ -155,32 +155,14 @@ void FileWatcher::processPendingDirs() {
 
 void FileWatcher::scanDirectoryShallow(const std::string& directory) {
     forEachWebloc(directory, [this](const std::string& path) {
-        if (!isKnown(path) && services().fileManager.fileExists(path)) {
+        if (!knownFiles_.find(path) && services().fileManager.fileExists(path)) {
             report(path);
         }
     });
 }
 
-/// A search leads all over the memory that thousands of paths take, so the file that came next the
-/// last time is looked at first.
-bool FileWatcher::isKnown(const std::string& path) {
-    auto* file = listedBefore_ != nullptr ? listedBefore_->second.next : nullptr;
-    if (file == nullptr || file->first != path) {
-        const auto found = knownFiles_.find(path);
-        if (found == knownFiles_.end()) {
-            return false;
-        }
-        file = &*found;
-        if (listedBefore_ != nullptr) {
-            listedBefore_->second.next = file;
-        }
-    }
-    listedBefore_ = file;
-    return true;
-}
-
 void FileWatcher::report(const std::string& path) {
-    knownFiles_.try_emplace(path);
+    knownFiles_.insert(path);
     services().log.write("Glintmark: 新規webloc検知 → " + path);
     services().dispatchQueues.main().async(
         [self = shared_from_this(), event = FileWatcherEvent{path, 0}] { self->callback_(event); });
@@ -206,7 +188,7 @@ void FileWatcher::stop() {
 void FileWatcher::invalidatePollTimer() {
     auto& main = services().dispatchQueues.main();
     if (auto self = weak_from_this().lock()) {
-        // Submitted behind the block of `start()` that makes the timer, so it finds the timer.
+        // Runs after the block of `start()` that makes the timer, so it finds the timer.
         main.async([self = std::move(self)] {
             if (self->pollTimer_) {
                 self->pollTimer_->invalidate();
@@ -214,7 +196,7 @@ void FileWatcher::invalidatePollTimer() {
             }
         });
     } else if (pollTimer_) {
-        // The watcher is being destroyed and no block may hold it: the timer travels alone.
+        // The watcher is being destroyed, so no block may hold it. The block holds the timer alone.
         main.async([timer = std::move(pollTimer_)] { timer->invalidate(); });
     }
 }
