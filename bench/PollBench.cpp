@@ -1,9 +1,9 @@
-// The processor time of one poll of a folder of many entries, beside that of a bare read of the
-// directory: once with entries that are no link files, once with link files that are all known.
-// Fails when either takes more than 1.3 times as long.
+// The processor time of one poll of a folder with many entries, compared with a bare read of the
+// directory: once with other files only, once with known link files only. Fails if either takes
+// more than 1.3 times as long.
 //
-// PollBench [--json FILE] [--smoke] [ENTRIES [FOLDER]]: how many (100,000), and where to make them
-// ($TMPDIR).
+// PollBench [--json FILE] [--smoke] [ENTRIES [FOLDER]]: how many entries (100,000), and where to
+// make them ($TMPDIR).
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -31,7 +31,7 @@ using bench::Milliseconds;
 constexpr int rounds = 25;
 constexpr double maximumRatio = 1.3;
 
-/// Lets the bench ask for a poll.
+/// A watcher that the benchmark can poll.
 class PolledWatcher : public FileWatcher {
 public:
     using FileWatcher::FileWatcher;
@@ -46,8 +46,8 @@ void fill(const std::string& folder, int entries, const char* ending) {
     }
 }
 
-/// The least that a listing takes: read each entry, look at its name.
-std::size_t readBarely(const std::string& folder) {
+/// The minimum that a listing takes: read each entry, look at its name.
+std::size_t bareRead(const std::string& folder) {
     std::size_t count = 0;
     DIR* const directory = ::opendir(folder.c_str());
     while (const dirent* entry = ::readdir(directory)) {
@@ -57,7 +57,8 @@ std::size_t readBarely(const std::string& folder) {
     return count;
 }
 
-/// Of this thread, so that a busy machine does not blur the ratio; nothing here waits.
+/// The processor time of this thread, so that a busy machine does not blur the ratio. Nothing here
+/// waits.
 template <typename Work>
 Milliseconds timeOf(const Work& work) {
     const auto begin = bench::processorTime(CLOCK_THREAD_CPUTIME_ID);
@@ -71,7 +72,7 @@ void measure(bench::Figures& figures, const std::string& what, const std::string
     std::vector<Milliseconds> bare;
     std::vector<Milliseconds> polls;
     for (int i = 0; i < rounds; ++i) {
-        bare.push_back(timeOf([&] { readBarely(folder); }));
+        bare.push_back(timeOf([&] { bareRead(folder); }));
         polls.push_back(timeOf([&] { watcher->pollWatchDirs(); }));
     }
     figures.add({.what = "read",

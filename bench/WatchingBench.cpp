@@ -1,9 +1,9 @@
-// Watching a tree of directories: the time until all are watched, beside that of a bare loop that
-// opens, reads and watches each, and the memory that it takes. Fails when it takes more than 1.2
-// times as long, or not all are watched (fs.inotify.max_user_watches must allow that).
+// Watching a tree of directories: the memory, and the time until all are watched, compared with a
+// bare loop that opens, reads and watches each. Fails if it takes more than 1.2 times as long, or
+// if a directory is not watched (fs.inotify.max_user_watches must allow them all).
 //
-// WatchingBench [--json FILE] [--smoke] [DIRECTORIES [FOLDER]]: how many (100,000), and where to
-// make them ($TMPDIR).
+// WatchingBench [--json FILE] [--smoke] [DIRECTORIES [FOLDER]]: how many directories (100,000), and
+// where to make them ($TMPDIR).
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -36,7 +36,7 @@ constexpr int directoriesInEach = 8;
 constexpr int filesInEach = 3;
 constexpr double maximumRatio = 1.2;
 
-/// A tree of `count` directories, each with some directories, until they are used up, and files.
+/// Makes `count` directories, breadth first; each holds `directoriesInEach` of them and some files.
 void makeTree(const std::string& folder, int count) {
     std::vector<std::string> parents = {folder};
     for (std::size_t i = 0; count > 0; ++i) {
@@ -51,8 +51,8 @@ void makeTree(const std::string& folder, int count) {
     }
 }
 
-/// The least that watching takes: open, read and watch each directory.
-std::size_t watchBarely(int inotify, std::string& path) {
+/// The minimum that watching takes: open, read and watch each directory.
+std::size_t bareWatch(int inotify, std::string& path) {
     std::size_t count = 1;
     ::inotify_add_watch(inotify, path.c_str(), IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF);
     DIR* const directory = ::opendir(path.c_str());
@@ -61,7 +61,7 @@ std::size_t watchBarely(int inotify, std::string& path) {
         const std::string_view name = entry->d_name;
         if (entry->d_type == DT_DIR && name != "." && name != "..") {
             path.append("/").append(name);
-            count += watchBarely(inotify, path);
+            count += bareWatch(inotify, path);
             path.resize(length);
         }
     }
@@ -72,7 +72,7 @@ std::size_t watchBarely(int inotify, std::string& path) {
 Milliseconds bareLoop(std::string folder, std::size_t& count) {
     const FileDescriptor inotify(::inotify_init1(IN_CLOEXEC));
     const auto begin = Clock::now();
-    count = watchBarely(inotify.get(), folder);
+    count = bareWatch(inotify.get(), folder);
     return Clock::now() - begin;
 }
 
@@ -123,7 +123,7 @@ void run(const std::string& folder, int directories, bench::Figures& figures) {
                  .at = at});
 }
 
-/// Whether the system gives as many watches as are needed; says so when it does not.
+/// True if the system allows enough watches. Prints its limit if not.
 bool allowsWatches(int directories) {
     int limit = 0;
     std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> limit;

@@ -31,11 +31,11 @@ using namespace std::chrono_literals;
 
 constexpr auto patience = 60s;
 
-// As much of the queue's label as the system shows of a thread's name: pthread_setname_np(3).
+// The part of the queue's label that fits into a thread's name: pthread_setname_np(3).
 constexpr const char* queueThread = "com.quorvel.Gli";
 constexpr const char* streamThread = "event-stream";
 
-/// Timers that fire fifty times as often, so that no test waits for a poll.
+/// Timers that fire fifty times as often, so that no test waits long for a poll.
 class QuickTimers : public platform::Timers {
 public:
     std::shared_ptr<platform::Timer> scheduleRepeating(std::chrono::nanoseconds interval,
@@ -75,7 +75,7 @@ protected:
     }
 
     ~FileWatcherInotifyTest() override {
-        // The services go away while no queue has work.
+        // The services may end only when no queue has work.
         EXPECT_TRUE(waitUntil([] { return threadsNamed(queueThread) == 0; }, patience));
         platform::runPending();
     }
@@ -87,7 +87,7 @@ protected:
         return watcher;
     }
 
-    /// Waits until a file that is there now has been seen by a debounced scan and by a poll.
+    /// Waits until a debounced scan and a poll have seen each file that exists now.
     static bool bothTriggersRan(const CountingWatcher& watcher) {
         const int passes = watcher.passes;
         const int polls = watcher.polls;
@@ -168,7 +168,7 @@ TEST_F(FileWatcherInotifyTest, AnAddedFolderThatAppearsLaterIsWatched) {
 
 TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {
     home().createDirectories("Desktop/sub/deep");
-    platform::runPending();  // what the main loop itself opens is there now
+    platform::runPending();  // so that the main loop has opened its descriptors
     const auto descriptors = openDescriptors();
     std::vector<std::weak_ptr<FileWatcher>> watchers;
     for (int i = 0; i < 1000; ++i) {
@@ -179,7 +179,7 @@ TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {
             watcher->stop();
         }
         platform::runPending();
-        if (i % 20 == 0) {  // the system gives a user only so many inotify instances at a time
+        if (i % 20 == 0) {  // the system limits the inotify instances of a user
             EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) <= 1; }, patience));
         }
     }
@@ -195,12 +195,12 @@ TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {
 }
 
 TEST_F(FileWatcherInotifyTest, OneWatcherCanStartAndStopManyTimesWhileFilesCome) {
-    constexpr int mostFiles = 2000;
-    auto watcher = startedWatcher();  // before the first file, which it would count as old
+    constexpr int maximumFiles = 2000;
+    auto watcher = startedWatcher();  // before the first file, which would count as old
     std::atomic<bool> isOver = false;
     std::atomic<int> files = 0;
     std::thread browser([&] {
-        while (!isOver && files < mostFiles) {
+        while (!isOver && files < maximumFiles) {
             home().write("Desktop/" + std::to_string(++files) + ".webloc");
         }
     });

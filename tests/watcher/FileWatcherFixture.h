@@ -8,7 +8,7 @@
 
 namespace glintmark {
 
-/// A watcher that shows what it does and lets a test call its inner operations.
+/// A watcher that counts its debounced scans and lets a test call its protected operations.
 class OpenFileWatcher : public FileWatcher {
 public:
     using FileWatcher::FileWatcher;
@@ -45,7 +45,7 @@ protected:
         });
     }
 
-    /// Its timer is scheduled; the listings and lines of its making are forgotten.
+    /// Started, with its timer scheduled. Forgets the listings and log lines of the construction.
     std::shared_ptr<OpenFileWatcher> startedWatcher(const std::vector<std::string>& paths = {
                                                         links}) {
         auto watcher = makeWatcher(paths);

@@ -46,7 +46,7 @@ TEST_F(FileWatcherTest, TheScanCoversAllDirectoriesOfTheBurst) {
     queues().advance(500ms);
     EXPECT_THAT(files().allListings(), UnorderedElementsAre(links, "/home/kim/Links/sub", desktop));
 
-    files().forgetListings();  // the set was emptied
+    files().forgetListings();  // the scan emptied the set
     streams().report(downloads);
     queues().advance(500ms);
     EXPECT_THAT(files().allListings(), ElementsAre(downloads));
@@ -83,7 +83,7 @@ TEST_F(FileWatcherTest, LostChangesScanAllWatchedFoldersInsteadOfTheirOwn) {
     EXPECT_THAT(delivered(), ElementsAre("/home/kim/Desktop/a.webloc"));
 }
 
-TEST_F(FileWatcherTest, OtherFlagsAreNotLookedAt) {
+TEST_F(FileWatcherTest, OtherFlagsAreIgnored) {
     auto watcher = startedWatcher();
     streams().report("/home/kim/Links/sub", ~mustScanSubDirs);
     queues().advance(500ms);
@@ -110,7 +110,7 @@ TEST_F(FileWatcherTest, APollNeitherDelaysNorReplacesTheDebouncedScan) {
     auto watcher = startedWatcher();
     queues().advance(4800ms);
     streams().report("/home/kim/Links/sub");
-    queues().advance(499ms);  // over the poll at 5 s
+    queues().advance(499ms);  // past the poll at 5 s
     EXPECT_EQ(files().listings("/home/kim/Links/sub"), 0U);
     EXPECT_EQ(files().listings(links), 1U);
     queues().advance(1ms);
@@ -178,7 +178,7 @@ TEST_F(FileWatcherTest, AnOldFileInASubfolderIsNewAtTheFirstChangeThere) {
     EXPECT_THAT(delivered(), ElementsAre("/home/kim/Links/sub/old.webloc"));
 }
 
-TEST_F(FileWatcherTest, OnlyTheExactEndingCounts) {
+TEST_F(FileWatcherTest, OnlyTheExactSuffixCounts) {
     auto watcher = startedWatcher();
     for (const auto* name : {"A.WEBLOC", "b.Webloc", "c.webloc.tmp", "webloc", "d.webloc"}) {
         files().create(std::string(links) + "/" + name);
@@ -187,7 +187,7 @@ TEST_F(FileWatcherTest, OnlyTheExactEndingCounts) {
     EXPECT_THAT(delivered(), ElementsAre("/home/kim/Links/d.webloc"));
 }
 
-TEST_F(FileWatcherTest, ADirectoryWithTheEndingIsReportedAsAFile) {
+TEST_F(FileWatcherTest, ADirectoryWithTheSuffixIsReportedAsAFile) {
     auto watcher = startedWatcher();
     files().createDirectory("/home/kim/Links/folder.webloc");
     queues().advance(5s);
@@ -221,7 +221,7 @@ TEST_F(FileWatcherTest, ListingsThatChangeTheirOrderReportOnlyWhatIsNew) {
         files().create(path);
     }
     auto watcher = startedWatcher();
-    queues().advance(10s);  // polls that show all in one order
+    queues().advance(10s);  // polls that list all in one order
 
     files().create("/home/kim/Desktop/new.webloc");  // between two known ones
     files().remove("/home/kim/Links/a.webloc");
@@ -230,7 +230,7 @@ TEST_F(FileWatcherTest, ListingsThatChangeTheirOrderReportOnlyWhatIsNew) {
     files().create("/home/kim/Links/newer.webloc");
     files().create("/home/kim/Links/b.webloc");  // listed last now
     files().create("/home/kim/Links/a.webloc");
-    streams().report(links);  // and without the other folders before
+    streams().report(links);  // now not right after the other folders
     queues().advance(10s);
     EXPECT_THAT(delivered(),
                 ElementsAre("/home/kim/Desktop/new.webloc", "/home/kim/Links/newer.webloc"));
@@ -257,7 +257,7 @@ TEST_F(FileWatcherTest, ARenamedFileIsReportedUnderItsNewPath) {
     EXPECT_THAT(delivered(), ElementsAre("/home/kim/Links/b.webloc"));
 }
 
-TEST_F(FileWatcherTest, DirectoriesThatCannotBeListedAreSkippedInSilence) {
+TEST_F(FileWatcherTest, DirectoriesThatCannotBeListedAreSkippedWithoutALogLine) {
     auto watcher = startedWatcher();
     files().remove(links);
     files().makeUnreadable(downloads);
@@ -310,7 +310,7 @@ TEST_F(FileWatcherTest, ThePathIsJoinedWithExactlyOneSlash) {
     EXPECT_THAT(delivered(), ElementsAre("/home/kim/Links/a.webloc"));
 }
 
-TEST_F(FileWatcherTest, APercentSignInAPathIsReadAsADirectiveInTheLogAlone) {
+TEST_F(FileWatcherTest, APercentSignInAPathIsADirectiveOnlyInTheLog) {
     auto watcher = startedWatcher();
     files().create("/home/kim/Links/100%d %s.webloc");
     queues().advance(5s);

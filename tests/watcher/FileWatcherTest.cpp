@@ -1,7 +1,7 @@
 #include "tests/watcher/FileWatcherFixture.h"
 #include "watcher/FileWatcher.h"
 
-// Construction, inventory, start and stop. What the triggers lead to: FileWatcherScanTest.cpp.
+// Construction, inventory, start and stop. Triggers and scans: FileWatcherScanTest.cpp.
 
 namespace glintmark {
 namespace {
@@ -87,7 +87,7 @@ TEST_F(FileWatcherTest, FilesOfTheInventoryAreNeverReported) {
     EXPECT_THAT(log().lines(), IsEmpty());
 }
 
-TEST_F(FileWatcherTest, FoldersThatCannotBeListedAreWatchedInSilence) {
+TEST_F(FileWatcherTest, FoldersThatCannotBeListedAreWatchedWithoutAnError) {
     files().makeUnreadable(downloads);
     files().create("/home/kim/file");
     auto watcher = makeWatcher({"/missing", "/home/kim/file"});
@@ -125,7 +125,7 @@ TEST_F(FileWatcherTest, StartAttachesTheStreamToTheQueueAndThenStartsIt) {
     EXPECT_EQ(queues().liveSerialQueues(), 1U);
 }
 
-TEST_F(FileWatcherTest, AStreamThatRefusesToStartIsTakenToRun) {
+TEST_F(FileWatcherTest, AStreamThatRefusesToStartCountsAsStarted) {
     streams().refuseStart();
     makeWatcher()->start();
     EXPECT_EQ(log().lines().back(), "Glintmark: ファイル監視開始（バックグラウンドキュー）");
@@ -231,7 +231,7 @@ TEST_F(FileWatcherTest, AChangeThatArrivesWhileStoppingArmsNoScan) {
 TEST_F(FileWatcherTest, AScanQueuedBeforeStopStillReports) {
     auto watcher = startedWatcher();
     files().create("/home/kim/Links/a.webloc");
-    // At 5 s, behind the timer but before the poll that the timer submits.
+    // At 5 s, after the timer but before the poll that the timer submits.
     queues().advance(4s);
     queues().main().asyncAfter(1s, [&] { watcher->stop(); });
     queues().advance(1s);
@@ -240,7 +240,7 @@ TEST_F(FileWatcherTest, AScanQueuedBeforeStopStillReports) {
     EXPECT_EQ(files().listings(links), 1U);
 }
 
-TEST_F(FileWatcherTest, AStoppedWatcherCanStartAgainAndKnowsItsFiles) {
+TEST_F(FileWatcherTest, AStoppedWatcherCanStartAgainAndRemembersItsFiles) {
     auto watcher = startedWatcher();
     files().create("/home/kim/Links/a.webloc");
     queues().advance(5s);
@@ -271,7 +271,7 @@ TEST_F(FileWatcherTest, ReleasingAWatcherStopsIt) {
 
 TEST_F(FileWatcherTest, ATimerThatOutlivesItsWatcherForAMomentDoesNothing) {
     std::shared_ptr<OpenFileWatcher> watcher;
-    // At 5 s the watcher goes just before its timer fires, which still waits to be invalidated.
+    // At 5 s the watcher is released just before its timer fires, which is not invalidated yet.
     queues().main().asyncAfter(5s, [&] { watcher.reset(); });
     watcher = startedWatcher();
     queues().advance(5s);
@@ -289,7 +289,7 @@ TEST_F(FileWatcherTest, TheBlockThatMakesTheTimerHoldsTheWatcher) {
     EXPECT_TRUE(weak.expired());
 }
 
-TEST_F(FileWatcherTest, TheLastReferenceCanGoOnTheWatchersOwnQueue) {
+TEST_F(FileWatcherTest, TheLastReferenceCanBeReleasedOnTheWatchersOwnQueue) {
     auto watcher = startedWatcher();
     const std::weak_ptr<FileWatcher> weak = watcher;
     files().onListing = [&](const std::string&) { watcher.reset(); };  // in the middle of a poll

@@ -22,7 +22,7 @@ WatchHook watchHook;
 
 }  // namespace
 
-// Stands before the C library's own, so that a test can act just before a directory is watched.
+// Replaces the C library's function, so that a test can act just before a directory is watched.
 extern "C" int inotify_add_watch(int descriptor, const char* path, std::uint32_t mask) noexcept {
     std::function<int(const std::string&)> hook;
     {
@@ -125,7 +125,7 @@ void EventStreamFixture::watchSettled(const std::vector<std::string>& names,
 void EventStreamFixture::settle(const std::string& name) {
     static int count = 0;
     const auto probe = name + "/settle-" + std::to_string(++count);
-    // A new directory is reported after those that waited before it have been walked.
+    // Directories are walked in order, so the new one is reported after all earlier ones.
     directory_.createDirectories(probe);
     EXPECT_TRUE(isReported(probe));
     directory_.remove(probe);

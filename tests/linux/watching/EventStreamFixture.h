@@ -34,7 +34,7 @@ private:
     std::vector<std::string> lines_;
 };
 
-/// What a stream's handler has been told.
+/// The events that a stream's handler received.
 class Reports {
 public:
     using Batch = std::vector<DirectoryEvent>;
@@ -50,7 +50,7 @@ private:
     std::vector<Batch> batches_;
 };
 
-/// Holds back whoever submits work while it is closed.
+/// Blocks whoever submits work while it is closed.
 class GateQueue : public DispatchQueue {
 public:
     explicit GateQueue(DispatchQueue& target) : target_(target) {}
@@ -67,7 +67,7 @@ private:
     std::atomic<bool> wasUsed_ = false;
 };
 
-/// Streams of real inotify over a temporary directory. Names are relative to that.
+/// Real inotify streams over a temporary directory. Names are relative to that directory.
 class EventStreamFixture : public testing::Test {
 protected:
     ~EventStreamFixture() override;
@@ -76,33 +76,33 @@ protected:
     std::unique_ptr<EventStream> make(const std::vector<std::string>& folders,
                                       std::chrono::nanoseconds latency);
 
-    /// Watches the folders until the test's end.
+    /// Watches the folders until the end of the test.
     void watch(const std::vector<std::string>& names,
                std::chrono::nanoseconds latency = std::chrono::milliseconds(5));
 
-    /// The same, and waits until all that is there is watched, so that nothing counts as a change
-    /// but what the test does from here on.
+    /// Like `watch()`, but then waits until everything that exists is watched, so that only what
+    /// the test does from here on counts as a change.
     void watchSettled(const std::vector<std::string>& names,
                       std::chrono::nanoseconds latency = std::chrono::milliseconds(5));
 
-    /// Waits until the stream has gone through everything that has happened so far, and forgets
-    /// its reports. `name` is a watched folder.
+    /// Waits until the stream has handled everything that happened so far, then forgets its
+    /// reports. `name` is a watched folder.
     void settle(const std::string& name);
 
     bool isReported(const std::string& name);
 
-    /// Waits until what was submitted to the stream's queue has run.
+    /// Waits until all work submitted to the stream's queue has run.
     void drainQueue();
 
-    /// `hook` runs before a directory is watched, on the stream's thread; it returns the error
-    /// number with which that is to fail, or 0.
+    /// `hook` runs on the stream's thread before a directory is watched. It returns 0, or the error
+    /// number with which the watch fails.
     static void beforeWatching(std::function<int(const std::string& path)> hook);
 
     test::TemporaryDirectory directory_;
     DebugLog log_;
     Reports reports_;
     ThreadPoolQueue queue_{"stream-queue", 1};
-    GateQueue gate_{queue_};  ///< Here, since a stream's thread may be in it until it has ended.
+    GateQueue gate_{queue_};  ///< Lives as long as a stream's thread, which may call it.
     std::unique_ptr<EventStream> stream_;
 };
 

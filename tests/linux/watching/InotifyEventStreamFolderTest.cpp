@@ -14,7 +14,7 @@ using testing::ElementsAre;
 
 class InotifyEventStreamFolderTest : public EventStreamFixture {};
 
-TEST_F(InotifyEventStreamFolderTest, AMissingFolderIsTakenUpWhenItAppears) {
+TEST_F(InotifyEventStreamFolderTest, AMissingFolderIsWatchedWhenItAppears) {
     watch({"far/away/links"});
     directory_.createDirectories("far/away");
     directory_.createDirectories("far/away/links/a");
@@ -26,7 +26,7 @@ TEST_F(InotifyEventStreamFolderTest, AMissingFolderIsTakenUpWhenItAppears) {
     EXPECT_TRUE(isReported("far/away/links/a"));
 }
 
-TEST_F(InotifyEventStreamFolderTest, AMissingFolderMovedInWithItsParentsIsTakenUp) {
+TEST_F(InotifyEventStreamFolderTest, AMissingFolderMovedInWithItsParentsIsWatched) {
     directory_.createDirectories("prepared/away/links/a");
     watch({"far/away/links"});
     directory_.move("prepared", "far");
@@ -48,7 +48,7 @@ TEST_F(InotifyEventStreamFolderTest, AFolderMovedInBeforeItIsFirstLookedForIsNew
     EXPECT_TRUE(isReported("far/away/links/a"));
 }
 
-TEST_F(InotifyEventStreamFolderTest, AFolderThatIsDeletedAndMadeAgainIsTakenUpAgain) {
+TEST_F(InotifyEventStreamFolderTest, AFolderThatIsDeletedAndMadeAgainIsWatchedAgain) {
     directory_.createDirectories("far/links/a");
     watchSettled({"far/links"});
     for (int i = 0; i < 3; ++i) {
@@ -60,7 +60,7 @@ TEST_F(InotifyEventStreamFolderTest, AFolderThatIsDeletedAndMadeAgainIsTakenUpAg
     }
 }
 
-TEST_F(InotifyEventStreamFolderTest, AFolderThatIsReplacedIsTakenUpAndTheOldOneForgotten) {
+TEST_F(InotifyEventStreamFolderTest, AFolderThatIsReplacedIsWatchedAndTheOldOneForgotten) {
     directory_.createDirectories("links/old");
     directory_.createDirectories("prepared/new");
     watchSettled({"links"});
@@ -75,7 +75,7 @@ TEST_F(InotifyEventStreamFolderTest, AFolderThatIsReplacedIsTakenUpAndTheOldOneF
     EXPECT_THAT(reports_.paths(), ElementsAre(directory_.path("links/new")));
 }
 
-TEST_F(InotifyEventStreamFolderTest, AFolderThatIsPutBackIsTakenUpWithWhatCameMeanwhile) {
+TEST_F(InotifyEventStreamFolderTest, AFolderThatIsPutBackIsWatchedWithWhatCameMeanwhile) {
     directory_.createDirectories("far/links/a");
     watchSettled({"far/links"});
     directory_.move("far", "aside");
@@ -93,7 +93,7 @@ TEST_F(InotifyEventStreamFolderTest, AFolderThatIsPutBackAtOnceIsReportedWithAll
     directory_.write("links/a/b/x.webloc");
     ASSERT_TRUE(isReported("links/a/b"));
     reports_.forget();
-    // Whoever was told of it may have looked while it was away.
+    // The receiver of the first report may have looked while the folder was away.
     directory_.move("links", "aside");
     directory_.move("aside", "links");
     for (const auto* name : {"links", "links/a", "links/a/b"}) {
@@ -118,7 +118,7 @@ TEST_F(InotifyEventStreamFolderTest, AFolderThatIsALinkIsWatchedUnderTheLinksPat
     EXPECT_THAT(reports_.paths(), ElementsAre(directory_.path("links/a")));
 }
 
-TEST_F(InotifyEventStreamFolderTest, AFolderIsTakenUpWhenItsLinkLeadsSomewhereElse) {
+TEST_F(InotifyEventStreamFolderTest, AFolderIsWatchedWhenItsLinkLeadsSomewhereElse) {
     directory_.createDirectories("one/a");
     directory_.createDirectories("two/b");
     directory_.createLink("one", "links");
@@ -131,7 +131,7 @@ TEST_F(InotifyEventStreamFolderTest, AFolderIsTakenUpWhenItsLinkLeadsSomewhereEl
     EXPECT_TRUE(isReported("links/b"));
 }
 
-TEST_F(InotifyEventStreamFolderTest, AFolderIsTakenUpWhenWhatItsLinkLeadsToAppears) {
+TEST_F(InotifyEventStreamFolderTest, AFolderIsWatchedWhenTheTargetOfItsLinkAppears) {
     directory_.createLink("far/../far/./away", "links");
     watch({"links"});
     directory_.createDirectories("far/away/a");
@@ -186,7 +186,7 @@ TEST_F(InotifyEventStreamFolderTest, PathsAreBytes) {
     EXPECT_TRUE(isReported(name + "/\xFE"));
 }
 
-TEST_F(InotifyEventStreamFolderTest, FoldersThatAreNoAbsolutePathsAndNoFoldersAtAllAreHarmless) {
+TEST_F(InotifyEventStreamFolderTest, RelativeFoldersAndAnEmptyListAreHarmless) {
     directory_.createDirectories("links");
     watch({"links"});
     const auto empty = make({}, 1ms);

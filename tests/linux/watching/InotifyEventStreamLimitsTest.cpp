@@ -22,7 +22,7 @@ using testing::HasSubstr;
 
 class InotifyEventStreamLimitsTest : public EventStreamFixture {
 protected:
-    /// Makes more events in a directory than the system queues, while no one reads them.
+    /// Makes more events in a directory than the system queues. Nobody may read them meanwhile.
     void overflow(const std::string& name) {
         constexpr int events = 20'000;  // fs.inotify.max_queued_events is 16384 by default
         directory_.write(name + "/0");
@@ -49,7 +49,7 @@ TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatMayNotBeReadIsSkipped) {
     ASSERT_EQ(::chmod(directory_.path("links/closed").c_str(), 0755), 0);
 }
 
-TEST_F(InotifyEventStreamLimitsTest, AFolderThatMayNotBeReadIsTakenUpWhenItMay) {
+TEST_F(InotifyEventStreamLimitsTest, AFolderIsWatchedOnceItMayBeRead) {
     directory_.createDirectories("far/links/a");
     directory_.createDirectories("near");
     ASSERT_EQ(::chmod(directory_.path().c_str(), 0755), 0);
@@ -59,7 +59,7 @@ TEST_F(InotifyEventStreamLimitsTest, AFolderThatMayNotBeReadIsTakenUpWhenItMay) 
             const Unprivileged unprivileged;
             watch({"near", "far/links"});
         }
-        settle("near");  // the first look found the folder closed
+        settle("near");  // the stream found the folder closed
         ASSERT_TRUE(waitFor([&] {
             ::chmod(directory_.path(closed).c_str(), 0);
             ::chmod(directory_.path(closed).c_str(), 0755);
@@ -82,7 +82,7 @@ TEST_F(InotifyEventStreamLimitsTest, WhenWatchesRunOutTheRestWorksAndTheLogSaysS
     EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("max_user_watches")));
 }
 
-TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatTheSystemRefusesForAMomentIsTakenUpLater) {
+TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatTheSystemRefusesForAMomentIsWatchedLater) {
     directory_.createDirectories("links/a/b/c");
     std::atomic<int> refused = 0;
     beforeWatching([&](const std::string& path) {
@@ -95,11 +95,11 @@ TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatTheSystemRefusesForAMomentIsT
     EXPECT_EQ(refused, 2);
 }
 
-TEST_F(InotifyEventStreamLimitsTest, AFolderThatTheSystemRefusesForAMomentIsTakenUpLater) {
+TEST_F(InotifyEventStreamLimitsTest, AFolderThatTheSystemRefusesForAMomentIsWatchedLater) {
     directory_.createDirectories("links/a");
     std::atomic<int> refused = 0;
     beforeWatching([&](const std::string& path) {
-        // The first watch is that of the way to it.
+        // The first watch belongs to the way to the folder.
         return path == directory_.path("links") && ++refused == 2 ? ENOMEM : 0;
     });
     watch({"links"});
@@ -151,7 +151,7 @@ TEST_F(InotifyEventStreamLimitsTest, AnOverflowIsReportedAndTheTreesAreWalkedAga
     auto closed = gate_.close();
     directory_.write("links/first");
     ASSERT_TRUE(waitFor([&] { return gate_.wasUsed(); }));
-    // The stream's thread hangs in its delivery and reads nothing.
+    // The stream's thread is blocked in its delivery and reads no events.
     overflow("links/busy");
     directory_.createDirectories("links/new/newer");
     directory_.write("links/quiet/deep/x.webloc");
@@ -175,7 +175,7 @@ TEST_F(InotifyEventStreamLimitsTest, AnOverflowIsReportedAndTheTreesAreWalkedAga
     }
 }
 
-TEST_F(InotifyEventStreamLimitsTest, WhatIsMovedWhileEventsAreLostIsReportedWithAllBelowIt) {
+TEST_F(InotifyEventStreamLimitsTest, ADirectoryMovedWhileEventsAreLostIsReportedWithAllBelowIt) {
     directory_.createDirectories("links/busy");
     directory_.createDirectories("links/moving/deep/deeper");
     directory_.createDirectories("outside/deep/deeper");

@@ -18,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// A mount below the test's directory, for its own lifetime.
+/// Mounts below the test's directory while it lives.
 class Mount {
 public:
     Mount(std::string source, std::string target, const char* type, unsigned long flags)
@@ -70,7 +70,7 @@ TEST_F(InotifyEventStreamMountTest, ADirectoryMountedBelowItselfEndsTheWalk) {
     EXPECT_THAT(reports_.paths(), ElementsAre(directory_.path("links/a")));
 }
 
-TEST_F(InotifyEventStreamMountTest, AFileSystemMountedBelowAFolderIsTakenUp) {
+TEST_F(InotifyEventStreamMountTest, AFileSystemMountedBelowAFolderIsWatched) {
     directory_.createDirectories("links/mount/hidden");
     directory_.createDirectories("real/a");
     watchSettled({"links"});
@@ -80,7 +80,7 @@ TEST_F(InotifyEventStreamMountTest, AFileSystemMountedBelowAFolderIsTakenUp) {
     directory_.write("links/mount/a/x");
     EXPECT_TRUE(isReported("links/mount/a"));
     mount.unmount();
-    EXPECT_TRUE(waitFor([this] {  // nothing tells when the stream knows
+    EXPECT_TRUE(waitFor([this] {  // no event shows that the stream is ready
         directory_.write("links/mount/hidden/x");
         directory_.remove("links/mount/hidden/x");
         return reports_.has(directory_.path("links/mount/hidden"));
@@ -114,7 +114,7 @@ TEST_F(InotifyEventStreamMountTest, AFolderOnAnotherFileSystemIsWatched) {
     EXPECT_TRUE(isReported("disk/links/c/b"));
 }
 
-TEST_F(InotifyEventStreamMountTest, AFolderOnAFileSystemThatIsMountedLaterIsTakenUp) {
+TEST_F(InotifyEventStreamMountTest, AFolderOnAFileSystemThatIsMountedLaterIsWatched) {
     directory_.createDirectories("disk");
     directory_.createDirectories("prepared/links/a");
     watch({"disk/links"});
@@ -125,7 +125,7 @@ TEST_F(InotifyEventStreamMountTest, AFolderOnAFileSystemThatIsMountedLaterIsTake
         directory_.write("disk/links/a/" + std::to_string(i));
         EXPECT_TRUE(isReported("disk/links/a"));
         reports_.forget();
-        // The directory's only watch was by this path, and is given up with it.
+        // The directory's only watch was by this path. It ends with the mount.
         mount.unmount();
         directory_.write("prepared/links/a/unseen-" + std::to_string(i));
     }

@@ -64,7 +64,7 @@ TEST_F(InotifyEventStreamStressTest, FilesAtTheBottomOfPathsMadeAtOnceAreAllFoun
     EXPECT_TRUE(waitFor([this] { return found() == rounds; })) << found();
 }
 
-TEST_F(InotifyEventStreamStressTest, ABurstOfFilesInManyDirectoriesIsFoundWhole) {
+TEST_F(InotifyEventStreamStressTest, AllFilesOfABurstInManyDirectoriesAreFound) {
     constexpr std::size_t directories = 1000;
     constexpr std::size_t filesInEach = 20;
     directory_.createDirectories("links");
@@ -80,7 +80,7 @@ TEST_F(InotifyEventStreamStressTest, ABurstOfFilesInManyDirectoriesIsFoundWhole)
     EXPECT_TRUE(waitFor([this] { return found() == directories * filesInEach; })) << found();
 }
 
-TEST_F(InotifyEventStreamStressTest, FilesInDirectoriesThatAreMovedAboutAreAllFound) {
+TEST_F(InotifyEventStreamStressTest, FilesInMovedDirectoriesAreAllFound) {
     constexpr std::size_t rounds = 300;
     directory_.createDirectories("links/rest");
     watchAndList();

@@ -27,7 +27,7 @@ TEST_F(InotifyEventStreamTest, ANewFileReportsItsDirectory) {
     EXPECT_EQ(reports_.batches()[0][0].flags, 0U);
 }
 
-TEST_F(InotifyEventStreamTest, EveryWayInWhichANameAppearsIsReported) {
+TEST_F(InotifyEventStreamTest, EveryWayToMakeANameIsReported) {
     directory_.createDirectories("links/linked");
     directory_.createDirectories("links/hard");
     directory_.createDirectories("links/moved");
@@ -149,7 +149,7 @@ TEST_F(InotifyEventStreamTest, ADeliveryThatWaitsInTheQueueDoesNotBeginAfterInva
     });
     held.get_future().wait();
     stream_ = make({directory_.path("links")}, 1ms);
-    stream_->setDispatchQueue(gate_);  // which tells when the delivery has been queued
+    stream_->setDispatchQueue(gate_);  // which notes that the delivery has been queued
     stream_->start();
     directory_.write("links/a");
     ASSERT_TRUE(waitFor([&] { return gate_.wasUsed(); }));

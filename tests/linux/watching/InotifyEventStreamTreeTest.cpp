@@ -23,8 +23,8 @@ class InotifyEventStreamTreeTest : public EventStreamFixture {
 protected:
     static constexpr int levels = PATH_MAX / NAME_MAX + 3;
 
-    /// Directories of this name, each in the one before, so deep that the lowest have no path.
-    void nestBeyondLongestPath(const std::string& name) {
+    /// Nests directories of this name so deep that the paths of the lowest exceed PATH_MAX.
+    void nestBeyondMaximumPath(const std::string& name) {
         FileDescriptor directory(::open(directory_.path("links").c_str(), O_PATH | O_CLOEXEC));
         for (int i = 0; i < levels; ++i) {
             ASSERT_EQ(::mkdirat(directory.get(), name.c_str(), 0700), 0);
@@ -33,12 +33,12 @@ protected:
     }
 };
 
-TEST_F(InotifyEventStreamTreeTest, WhatWasThereBeforeIsNotReported) {
+TEST_F(InotifyEventStreamTreeTest, WhatExistedBeforeIsNotReported) {
     directory_.createDirectories("links/a/b/c");
     directory_.write("links/a/b/c/old.webloc");
     struct stat newest {};
     ASSERT_EQ(::stat(directory_.path("links/a/b/c").c_str(), &newest), 0);
-    ASSERT_TRUE(waitFor([&] {  // what is as new as the stream counts as changed
+    ASSERT_TRUE(waitFor([&] {  // a stamp as new as the stream counts as a change
         timespec now{};
         ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
         return std::tuple(now.tv_sec, now.tv_nsec) >
@@ -50,7 +50,7 @@ TEST_F(InotifyEventStreamTreeTest, WhatWasThereBeforeIsNotReported) {
     EXPECT_THAT(reports_.paths(), ElementsAre(directory_.path("links/a")));
 }
 
-TEST_F(InotifyEventStreamTreeTest, WhatChangesBeforeTheWalkHasComeToItIsReportedWhenItDoes) {
+TEST_F(InotifyEventStreamTreeTest, AChangeAheadOfTheWalkIsReportedWhenTheWalkArrives) {
     directory_.createDirectories("links/a/old");
     directory_.createDirectories("outside/tree");
     std::atomic<bool> done = false;
@@ -125,14 +125,14 @@ TEST_F(InotifyEventStreamTreeTest, AMovedDirectoryIsReportedWithAllBelowIt) {
     watchSettled({"links"});
     directory_.write("links/a/deep/deeper/x.webloc");
     ASSERT_TRUE(isReported("links/a/deep/deeper"));
-    // Whoever was told of the old path may come too late to find the file there.
+    // The receiver of the old path may come too late to find the file there.
     directory_.move("links/a", "links/b");
     for (const auto* name : {"links/b", "links/b/deep", "links/b/deep/deeper"}) {
         EXPECT_TRUE(isReported(name)) << name;
     }
 }
 
-TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedWhileItsNewPlaceIsStillToBeWalkedIsFoundThere) {
+TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedAheadOfTheWalkIsFoundInItsNewPlace) {
     directory_.createDirectories("links/early/a/deep");
     directory_.createDirectories("links/late/b/deep");
     std::atomic<bool> done = false;
@@ -159,7 +159,7 @@ TEST_F(InotifyEventStreamTreeTest, NamesAsLongAsTheSystemAllowsAndPathsBeyondTha
     watchSettled({"links"});
     const std::string name(NAME_MAX, 'n');
     std::string path = "links";
-    ASSERT_NO_FATAL_FAILURE(nestBeyondLongestPath(name));
+    ASSERT_NO_FATAL_FAILURE(nestBeyondMaximumPath(name));
     for (int depth = 0; depth < 3; ++depth) {
         path += "/" + name;
         EXPECT_TRUE(isReported(path));

@@ -82,7 +82,7 @@ TEST_F(WatchTreeTest, ACycleThroughASecondLinkIsRefused) {
     EXPECT_EQ(tree_.link(4, 3, "e"), Linked::refused);
 }
 
-TEST_F(WatchTreeTest, WhatLiesBelowARemovedDirectoryHasNoPathUntilItIsLinkedAnew) {
+TEST_F(WatchTreeTest, DirectoriesBelowARemovedOneHaveNoPathUntilTheyAreLinkedAgain) {
     tree_.remove(2);
     EXPECT_FALSE(tree_.contains(2));
     EXPECT_THAT(tree_.paths(3), IsEmpty());
@@ -92,7 +92,7 @@ TEST_F(WatchTreeTest, WhatLiesBelowARemovedDirectoryHasNoPathUntilItIsLinkedAnew
     EXPECT_EQ(tree_.anyPath(3), "/folder/a/b");
 }
 
-TEST_F(WatchTreeTest, AFolderThatGoesTakesTheBeginningOfPathsWithIt) {
+TEST_F(WatchTreeTest, WithoutItsFolderADirectoryHasNoPath) {
     tree_.setFolderWatch(0, WatchTree::noWatch);
     EXPECT_THAT(tree_.paths(3), IsEmpty());
     tree_.setFolderWatch(0, 1);
@@ -100,13 +100,13 @@ TEST_F(WatchTreeTest, AFolderThatGoesTakesTheBeginningOfPathsWithIt) {
     EXPECT_EQ(tree_.folderWatch(0), WatchTree::noWatch);
 }
 
-TEST_F(WatchTreeTest, OfTwoSpellingsOfAFolderOneMayGo) {
+TEST_F(WatchTreeTest, OneOfTwoSpellingsOfAFolderCanBeReleased) {
     tree_.setFolderWatch(2, 1);
     tree_.setFolderWatch(0, WatchTree::noWatch);
     EXPECT_THAT(tree_.paths(3), ElementsAre("/other/a/b"));
 }
 
-TEST_F(WatchTreeTest, WhatIsBelowNoFolderIsNotReachable) {
+TEST_F(WatchTreeTest, ADirectoryBelowNoFolderIsNotReachable) {
     put(4, 3, "c");
     put(5, 1, "d");
     tree_.link(4, 5, "second");
@@ -128,18 +128,18 @@ TEST_F(WatchTreeTest, MarksAreIndependent) {
     EXPECT_EQ(tree_.unseen().size(), 3U);
 }
 
-TEST_F(WatchTreeTest, NamesOfAnyBytesAndLengthsComeBack) {
+TEST_F(WatchTreeTest, NamesOfAnyBytesAndLengthsAreKept) {
     const std::string longest(255, '\xFF');
     put(4, 1, longest);
     put(5, 4, "\n%s\"");
     EXPECT_EQ(tree_.anyPath(5), "/folder/" + longest + "/\n%s\"");
 }
 
-TEST_F(WatchTreeTest, NamesSurviveTheReuseOfTheRoomOfDroppedOnes) {
+TEST_F(WatchTreeTest, NamesSurviveWhenDroppedNamesAreFreed) {
     put(4, 1, "kept");
     EXPECT_EQ(tree_.link(4, 2, "alias"), Linked::added);
     const std::string longName(200, 'x');
-    for (int i = 0; i < 5000; ++i) {  // a megabyte of names, of which none stays
+    for (int i = 0; i < 5000; ++i) {  // a megabyte of names, all of them dropped
         put(5, 1, longName + std::to_string(i));
         tree_.remove(5);
     }
@@ -147,7 +147,7 @@ TEST_F(WatchTreeTest, NamesSurviveTheReuseOfTheRoomOfDroppedOnes) {
     EXPECT_EQ(tree_.anyPath(3), "/folder/a/b");
 }
 
-TEST_F(WatchTreeTest, ManyDirectoriesAreToldApart) {
+TEST_F(WatchTreeTest, ManyDirectoriesAreDistinguished) {
     for (int i = 10; i < 5000; ++i) {
         put(i, i < 20 ? 1 : i / 2, std::to_string(i));
     }
