@@ -18,7 +18,9 @@
 
 namespace glintmark {
 
-class Image;
+namespace platform {
+class PreparedIcon;
+}  // namespace platform
 
 /// The program: owns the status item, the one watcher and the list of watched folders, answers the
 /// menu, and turns each reported file into an icon and a notification.
@@ -100,7 +102,7 @@ private:
     platform::MenuItem folderCommandItem(std::string title, FolderCommand command, long folder);
     platform::MenuItem folderItem(long folder, const std::string& home);
     bool isExtraFolder(long index) const;
-    void applyIcon(const std::shared_ptr<const Image>& image, const std::string& path);
+    void applyIcon(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path);
 
     std::unique_ptr<platform::StatusItem> statusItem_;
     std::shared_ptr<FileWatcher> fileWatcher_;

@@ -55,19 +55,19 @@ void AppDelegate::processWeblocFile(const std::string& path) {
                         return;
                     }
                     services().log.write("Glintmark: Favicon fetched → " + link);
-                    // Here rather than on the main thread, which must not be held up by a large
-                    // image.
+                    // Here rather than on the main thread, which a large image would block.
                     services().dispatchQueues.main().async(
-                        [self, path, place, image = IconApplier::prepared(image)] {
-                            self->applyIcon(image, path);
+                        [self, path, place, icon = IconApplier::prepared(image)] {
+                            self->applyIcon(icon, path);
                         });
                 });
         });
 }
 
-void AppDelegate::applyIcon(const std::shared_ptr<const Image>& image, const std::string& path) {
-    IconApplier::apply(image, path);
-    // Written whether or not that succeeded: it says so itself, in a line of its own.
+void AppDelegate::applyIcon(std::shared_ptr<const platform::PreparedIcon> icon,
+                            const std::string& path) {
+    IconApplier::apply(std::move(icon), path);
+    // Logged and notified whether or not the icon was set: `IconApplier` logs which of the two.
     services().log.write("Glintmark: Icon applied → " + path);
     showNotification(L("notification.iconApplied"), URL::fileURL(path).lastPathComponent());
 }

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/graphics/Image.h"
@@ -73,11 +74,11 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
         const auto path = folder + "/" + kind.name + std::to_string(i) + ".webloc";
         std::ofstream(path) << "link";
         pixels[0] = static_cast<std::uint8_t>(i);  // so that no picture is stored already
-        const Image image(BitmapImageRep(edge, edge, true, pixels));
-        workspace.prepareIcon(image);  // on another thread in the program
+        // The program does this on another thread.
+        auto icon = workspace.prepareIcon(Image(BitmapImageRep(edge, edge, true, pixels)));
         const auto begin = std::chrono::steady_clock::now();
         const auto thread = bench::processorTime(CLOCK_THREAD_CPUTIME_ID);
-        failed += workspace.setIcon(image, path) ? 0 : 1;
+        failed += workspace.setIcon(std::move(icon), path) ? 0 : 1;
         caller.push_back(bench::processorTime(CLOCK_THREAD_CPUTIME_ID) - thread);
         elapsed.emplace_back(std::chrono::steady_clock::now() - begin);
     }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "base/graphics/BitmapImageRep.h"
@@ -25,19 +26,22 @@ BitmapImageRep transparentCanvas(int width, int height) {
 
 }  // namespace
 
-std::shared_ptr<const Image> IconApplier::prepared(const std::shared_ptr<const Image>& image) {
-    auto resized = std::make_shared<const Image>(resizeImage(*image, iconSize));
-    services().workspace.prepareIcon(*resized);
-    return resized;
+std::shared_ptr<const platform::PreparedIcon> IconApplier::prepared(
+    const std::shared_ptr<const Image>& image) {
+    return services().workspace.prepareIcon(resizeImage(*image, iconSize));
 }
 
-void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::string& path) {
-    const Image resized = resizeImage(*image, iconSize);
-    if (services().workspace.setIcon(resized, path)) {
+void IconApplier::apply(std::shared_ptr<const platform::PreparedIcon> icon,
+                        const std::string& path) {
+    if (services().workspace.setIcon(std::move(icon), path)) {
         services().log.write("Glintmark: アイコン適用成功 → " + path);
     } else {
         services().log.write("Glintmark: アイコン適用失敗 → " + path);
     }
+}
+
+void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::string& path) {
+    apply(prepared(image), path);
 }
 
 Image IconApplier::resizeImage(const Image& image, Size size) {

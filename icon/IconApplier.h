@@ -8,18 +8,26 @@
 
 namespace glintmark {
 
+namespace platform {
+class PreparedIcon;
+}  // namespace platform
+
 /// Makes an image the custom icon of a file. Keeps no state.
 class IconApplier {
 public:
     IconApplier() = delete;
 
-    /// `image`, which must not be null, stretched and encoded, so that `apply`, which is to follow
-    /// once, has only to store it. Any thread but the main one: a large image is decoded here,
+    /// Stretches `image`, which must not be null, to 512 x 512 and lets the workspace prepare it.
+    /// Null when the workspace cannot. Any thread but the main one: a large image is decoded here,
     /// which may take seconds.
-    static std::shared_ptr<const Image> prepared(const std::shared_ptr<const Image>& image);
+    static std::shared_ptr<const platform::PreparedIcon> prepared(
+        const std::shared_ptr<const Image>& image);
 
-    /// Sets `image`, which must not be null, on the file at `path`, stretched to 512 x 512. Success
-    /// and failure are one line in the log. Main thread only.
+    /// Sets an icon from `prepared` on the file at `path`. Success and failure are one line in the
+    /// log. Main thread only.
+    static void apply(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path);
+
+    /// Both steps in one call. Main thread only.
     static void apply(const std::shared_ptr<const Image>& image, const std::string& path);
 
 private:

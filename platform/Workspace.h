@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "base/graphics/Image.h"
@@ -7,19 +8,27 @@
 
 namespace glintmark::platform {
 
+/// An icon that is ready to be set on any number of files. Only the workspace that made it can read
+/// it.
+class PreparedIcon {
+public:
+    virtual ~PreparedIcon() = default;
+};
+
 /// The desktop around the program: file icons, the file browser, the web browser. Main thread only,
-/// but for `prepareIcon`.
+/// except `prepareIcon`.
 class Workspace {
 public:
     virtual ~Workspace() = default;
 
-    /// Does ahead what takes long in the one call of `setIcon` that is to follow for these very
-    /// pixels. Any thread.
-    virtual void prepareIcon(const Image& image) = 0;
+    /// Does the slow part of setting `image` as an icon: everything that needs no file. Null when
+    /// the image has no pixels. Any thread.
+    virtual std::shared_ptr<const PreparedIcon> prepareIcon(const Image& image) = 0;
 
-    /// Makes `image` the custom icon of the file at `path`, in windows that are open as well.
-    /// False when the file does not exist or nothing could be written for it.
-    virtual bool setIcon(const Image& image, const std::string& path) = 0;
+    /// Makes `icon`, which this workspace prepared, the custom icon of the file at `path`. Windows
+    /// that are open show it, too. False when `icon` is null, the file does not exist or nothing
+    /// could be written for it.
+    virtual bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) = 0;
 
     /// Opens a file-browser window at `folder` with nothing selected. False when the request
     /// could not be made; returns before the window is there.

@@ -57,8 +57,12 @@ public:
         handler("no desktop");
     }
 
-    void prepareIcon(const Image&) override {}
-    bool setIcon(const Image&, const std::string&) override { return false; }
+    std::shared_ptr<const platform::PreparedIcon> prepareIcon(const Image&) override {
+        return nullptr;
+    }
+    bool setIcon(std::shared_ptr<const platform::PreparedIcon>, const std::string&) override {
+        return false;
+    }
     bool openFileViewer(const std::string&) override { return false; }
     bool open(const URL&) override { return false; }
 };

@@ -34,11 +34,18 @@ std::string exactSeconds(const struct stat& status) {
 
 }  // namespace
 
+struct DesktopWorkspace::EncodedIcon final : PreparedIcon {
+    explicit EncodedIcon(const BitmapImageRep& bitmap) : pictures(encodedPictures(bitmap)) {}
+
+    IconPictures pictures;
+    std::optional<std::string> name;  ///< In the store; absent when it could not be stored.
+};
+
 /// The file of one call, as it was when the call began.
 struct DesktopWorkspace::Target {
     std::string path;
     struct stat status;
-    IconPictures pictures;
+    std::shared_ptr<const EncodedIcon> icon;
 };
 
 WorkspaceFolders WorkspaceFolders::ofUser() {
@@ -58,28 +65,24 @@ DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& fold
       metadata_(std::move(metadataWriter)),
       sweeper_(IconSweep(store_, applied_, folders.home)) {}
 
-void DesktopWorkspace::prepareIcon(const Image& image) {
-    if (const auto bitmap = image.bitmap()) {
-        prepared_.add(*bitmap, preparedIcon(*bitmap, store_));
-    }
-}
-
-bool DesktopWorkspace::setIcon(const Image& image, const std::string& path) {
+std::shared_ptr<const PreparedIcon> DesktopWorkspace::prepareIcon(const Image& image) {
     const auto bitmap = image.bitmap();
     if (!bitmap) {
-        return false;
+        return nullptr;
     }
-    auto icon = prepared_.take(*bitmap);  // also when there is no file any more
+    auto icon = std::make_shared<EncodedIcon>(*bitmap);
+    icon->name = store_.put(icon->pictures.full);
+    return icon;
+}
+
+bool DesktopWorkspace::setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) {
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0) {
+    if (icon == nullptr || stat(path.c_str(), &status) != 0) {
         return false;
     }
-    if (!icon) {
-        icon = preparedIcon(*bitmap, store_);
-    }
-    const auto& name = icon->name;
-    const auto target =
-        std::make_shared<const Target>(Target{path, status, std::move(icon->pictures)});
+    auto encoded = std::static_pointer_cast<const EncodedIcon>(std::move(icon));
+    const auto target = std::make_shared<const Target>(Target{path, status, std::move(encoded)});
+    const auto& name = target->icon->name;
     if (name) {
         writeIconName(path, *name);
         applied_.add({*name, path});
@@ -108,7 +111,7 @@ bool DesktopWorkspace::writeThumbnails(const Target& target,
     bool complete = true;
     for (auto& uri : fileURIs(target.path)) {
         subject.uri = std::move(uri);
-        complete = thumbnails_.write(target.pictures, subject) && complete;
+        complete = thumbnails_.write(target.icon->pictures, subject) && complete;
     }
     return complete;
 }

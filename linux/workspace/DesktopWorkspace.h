@@ -10,7 +10,6 @@
 #include "linux/workspace/IconMetadata.h"
 #include "linux/workspace/IconStore.h"
 #include "linux/workspace/IconSweep.h"
-#include "linux/workspace/PreparedIcons.h"
 #include "linux/workspace/ThumbnailCache.h"
 #include "linux/workspace/WindowNudge.h"
 #include "platform/Workspace.h"
@@ -38,12 +37,13 @@ public:
     DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders,
                      IconMetadata::Writer metadataWriter);
 
-    void prepareIcon(const Image& image) override;
-    bool setIcon(const Image& image, const std::string& path) override;
+    std::shared_ptr<const PreparedIcon> prepareIcon(const Image& image) override;
+    bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) override;
     bool openFileViewer(const std::string& folder) override;
     bool open(const URL& url) override;
 
 private:
+    struct EncodedIcon;
     struct Target;
 
     bool writeThumbnails(const Target& target, const std::string& modificationTime) const;
@@ -53,7 +53,6 @@ private:
     IconStore store_;
     AppliedIcons applied_;
     ThumbnailCache thumbnails_;
-    PreparedIcons prepared_;
     WindowNudge nudge_;
     IconMetadata metadata_;
     IconSweeper sweeper_;

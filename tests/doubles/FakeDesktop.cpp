@@ -2,6 +2,16 @@
 
 namespace glintmark::doubles {
 
+namespace {
+
+struct ImageAsIcon final : platform::PreparedIcon {
+    explicit ImageAsIcon(Image prepared) : image(std::move(prepared)) {}
+
+    Image image;
+};
+
+}  // namespace
+
 std::optional<std::string> FakeBundle::infoString(const std::string& key) {
     const auto value = info.find(key);
     return value == info.end() ? std::nullopt : std::optional(value->second);
@@ -22,10 +32,17 @@ platform::OpenPanel::Result FakeOpenPanel::runModal(const Settings& settings) {
     return answer;
 }
 
-void FakeWorkspace::prepareIcon(const Image& image) { preparedIcons_.push_back(image); }
+std::shared_ptr<const platform::PreparedIcon> FakeWorkspace::prepareIcon(const Image& image) {
+    preparedIcons_.push_back(image);
+    return std::make_shared<const ImageAsIcon>(image);
+}
 
-bool FakeWorkspace::setIcon(const Image& image, const std::string& path) {
-    icons_.push_back({image, path});
+bool FakeWorkspace::setIcon(std::shared_ptr<const platform::PreparedIcon> icon,
+                            const std::string& path) {
+    if (icon == nullptr) {
+        return false;
+    }
+    icons_.push_back({std::static_pointer_cast<const ImageAsIcon>(icon)->image, path});
     return succeeds_;
 }
 

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -65,8 +66,9 @@ public:
         std::string path;
     };
 
-    void prepareIcon(const Image& image) override;
-    bool setIcon(const Image& image, const std::string& path) override;
+    std::shared_ptr<const platform::PreparedIcon> prepareIcon(const Image& image) override;
+    bool setIcon(std::shared_ptr<const platform::PreparedIcon> icon,
+                 const std::string& path) override;
     bool openFileViewer(const std::string& folder) override;
     bool open(const URL& url) override;
 

@@ -67,7 +67,7 @@ TEST_F(IconApplierTest, ASmallImageIsEnlarged) {
     EXPECT_EQ(pixel(icon, 312, 200), blue);
 }
 
-TEST_F(IconApplierTest, WhatIsPreparedIsSetAsItIs) {
+TEST_F(IconApplierTest, APreparedIconIsSetAsItIs) {
     for (const int edge : {16, 512, 1024}) {
         const auto image =
             std::make_shared<const Image>(bitmap(edge, edge, [](int, int) { return red; }));

@@ -62,9 +62,13 @@ protected:
         return path;
     }
 
-    /// Waits for the last step, too, which comes with the answer about the metadata.
+    bool setIcon(const Image& image, const std::string& path) {
+        return workspace_->setIcon(workspace_->prepareIcon(image), path);
+    }
+
+    /// Also waits for the last step, which follows the answer about the metadata.
     void setRedIcon(const std::string& path) {
-        ASSERT_TRUE(workspace_->setIcon(redIcon(), path));
+        ASSERT_TRUE(setIcon(redIcon(), path));
         ASSERT_TRUE(waitUntil([&] { return statusOf(path).st_mtim.tv_nsec == 0; }));
     }
 
@@ -118,23 +122,39 @@ TEST_F(DesktopWorkspaceTest, TheIconReachesStoreAttributesAndThumbnails) {
     }
 }
 
-TEST_F(DesktopWorkspaceTest, AnIconPreparedAheadIsTheSame) {
-    ASSERT_TRUE(workspace_->setIcon(redIcon(), makeLink("a.webloc")));
-    const Image icon = redIcon();
-    workspace_->prepareIcon(icon);
-    ASSERT_TRUE(workspace_->setIcon(icon, makeLink("b.webloc")));
+TEST_F(DesktopWorkspaceTest, AnIconIsEncodedAndStoredWhenItIsPrepared) {
+    ASSERT_NE(workspace_->prepareIcon(redIcon()), nullptr);
+    ASSERT_EQ(storedIcons().size(), 1U);
+    const ReadPNG stored = readPNG(test::TemporaryDirectory::readWhole(storedIcons()[0]));
+    EXPECT_THAT(stored.pixels, testing::ElementsAreArray(redIcon().bitmap()->pixels()));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "cache")) << "thumbnails need a file";
+}
+
+TEST_F(DesktopWorkspaceTest, AnIconPreparedOnceCanBeSetOnManyFiles) {
+    const auto icon = workspace_->prepareIcon(redIcon());
+    for (const char* name : {"a.webloc", "b.webloc"}) {
+        const std::string path = makeLink(name);
+        ASSERT_TRUE(workspace_->setIcon(icon, path));
+        EXPECT_EQ(thumbnail("large", "file://" + path).pixels[0], 255);
+    }
     EXPECT_EQ(storedIcons().size(), 1U);
 }
 
-TEST_F(DesktopWorkspaceTest, AnIconPreparedForAFileThatIsGoneIsForgotten) {
+TEST_F(DesktopWorkspaceTest, NothingStaysOfAnIconThatIsPreparedAndDropped) {
     const auto owner = std::make_shared<int>(0);
     const std::vector<std::uint8_t> pixels(std::size_t{512} * 512 * 4);
-    {
-        const Image icon(BitmapImageRep(512, 512, true, owner, pixels));
-        workspace_->prepareIcon(icon);
-        EXPECT_FALSE(workspace_->setIcon(icon, folder_ / "home/gone.webloc"));
-    }
-    EXPECT_EQ(owner.use_count(), 1);
+    auto icon = workspace_->prepareIcon(Image(BitmapImageRep(512, 512, true, owner, pixels)));
+    EXPECT_EQ(owner.use_count(), 1) << "the pixels are encoded by now";
+    const std::weak_ptr watched = icon;
+    icon.reset();
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(DesktopWorkspaceTest, NothingStaysOfAnIconWhoseFileIsGone) {
+    auto icon = workspace_->prepareIcon(redIcon());
+    const std::weak_ptr watched = icon;
+    EXPECT_FALSE(workspace_->setIcon(std::move(icon), folder_ / "home/gone.webloc"));
+    EXPECT_TRUE(watched.expired());
 }
 
 TEST_F(DesktopWorkspaceTest, TheTimeLosesItsFractionWhenAllElseIsThere) {
@@ -147,23 +167,25 @@ TEST_F(DesktopWorkspaceTest, TheTimeLosesItsFractionWhenAllElseIsThere) {
     EXPECT_EQ(after.st_atim.tv_nsec, 5);
 }
 
-TEST_F(DesktopWorkspaceTest, AMissingFileIsRefusedAndNothingWritten) {
-    EXPECT_FALSE(workspace_->setIcon(redIcon(), folder_ / "home/missing.webloc"));
+TEST_F(DesktopWorkspaceTest, AMissingFileIsRefusedAndNothingWrittenForIt) {
+    EXPECT_FALSE(setIcon(redIcon(), folder_ / "home/missing.webloc"));
     std::filesystem::create_directories(folder_ / "home");
     std::filesystem::create_symlink("nowhere", folder_ / "home/dangling.webloc");
-    EXPECT_FALSE(workspace_->setIcon(redIcon(), folder_ / "home/dangling.webloc"));
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "data"));
+    EXPECT_FALSE(setIcon(redIcon(), folder_ / "home/dangling.webloc"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "data/glintmark/applied"));
     EXPECT_FALSE(std::filesystem::exists(folder_ / "cache"));
+    EXPECT_TRUE(metadata_.empty());
 }
 
 TEST_F(DesktopWorkspaceTest, AnImageWithoutPixelsIsRefused) {
     const std::string path = makeLink("a.webloc");
-    EXPECT_FALSE(workspace_->setIcon(Image(Size{512, 512}), path));
+    EXPECT_EQ(workspace_->prepareIcon(Image(Size{512, 512})), nullptr);
+    EXPECT_FALSE(setIcon(Image(Size{512, 512}), path));
 }
 
 TEST_F(DesktopWorkspaceTest, TheSameIconIsStoredOnceForManyFiles) {
     for (const char* name : {"a.webloc", "b.webloc", "c.webloc"}) {
-        EXPECT_TRUE(workspace_->setIcon(redIcon(), makeLink(name)));
+        EXPECT_TRUE(setIcon(redIcon(), makeLink(name)));
     }
     EXPECT_EQ(storedIcons().size(), 1U);
 }
@@ -171,7 +193,7 @@ TEST_F(DesktopWorkspaceTest, TheSameIconIsStoredOnceForManyFiles) {
 TEST_F(DesktopWorkspaceTest, AFileCanGetAnotherIcon) {
     const std::string path = makeLink("a.webloc");
     setRedIcon(path);
-    ASSERT_TRUE(workspace_->setIcon(Image(square(512, 0, 0, 255)), path));
+    ASSERT_TRUE(setIcon(Image(square(512, 0, 0, 255)), path));
     EXPECT_EQ(thumbnail("large", "file://" + path).pixels[2], 255);
     EXPECT_TRUE(waitUntil([this] { return answers_ == 2; }));
 }
@@ -187,14 +209,14 @@ TEST_F(DesktopWorkspaceTest, NamesOfAnyBytesWork) {
 TEST_F(DesktopWorkspaceTest, AFolderCanHaveAnIconToo) {
     const std::string path = folder_ / "home/folder.webloc";
     std::filesystem::create_directories(path);
-    ASSERT_TRUE(workspace_->setIcon(redIcon(), path));
+    ASSERT_TRUE(setIcon(redIcon(), path));
     EXPECT_EQ(thumbnail("normal", "file://" + path).texts.at("Thumb::Mimetype"), "inode/directory");
 }
 
 TEST_F(DesktopWorkspaceTest, AFileReachedThroughALinkHasThumbnailsForBothPaths) {
     const std::string path = makeLink("real.webloc");
     std::filesystem::create_symlink(path, folder_ / "home/link.webloc");
-    ASSERT_TRUE(workspace_->setIcon(redIcon(), folder_ / "home/link.webloc"));
+    ASSERT_TRUE(setIcon(redIcon(), folder_ / "home/link.webloc"));
     for (const char* name : {"real.webloc", "link.webloc"}) {
         const std::string uri = "file://" + (folder_ / "home/") + name;
         EXPECT_EQ(thumbnail("large", uri).texts["Thumb::URI"], uri);
@@ -207,10 +229,10 @@ TEST_F(DesktopWorkspaceTest, AReadOnlyFileGetsItsIcon) {
     setRedIcon(path);
 }
 
-TEST_F(DesktopWorkspaceTest, ThumbnailsAloneAreASuccess) {
+TEST_F(DesktopWorkspaceTest, AnIconThatCannotBeStoredIsSetByItsThumbnailsAlone) {
     folder_.write("data", "a file where the folder should be");
     const std::string path = makeLink("a.webloc");
-    EXPECT_TRUE(workspace_->setIcon(redIcon(), path));
+    EXPECT_TRUE(setIcon(redIcon(), path));
     EXPECT_TRUE(metadata_.empty()) << "no picture, so nothing to point to";
     EXPECT_EQ(readIconName(path), std::nullopt);
     EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 0);
@@ -218,15 +240,15 @@ TEST_F(DesktopWorkspaceTest, ThumbnailsAloneAreASuccess) {
 
 TEST_F(DesktopWorkspaceTest, TheAttributeAloneIsASuccess) {
     folder_.write("cache", "a file where the folder should be");
-    EXPECT_TRUE(workspace_->setIcon(redIcon(), makeLink("a.webloc")));
+    EXPECT_TRUE(setIcon(redIcon(), makeLink("a.webloc")));
     makeWorkspace(false);
-    EXPECT_FALSE(workspace_->setIcon(redIcon(), makeLink("b.webloc")));
+    EXPECT_FALSE(setIcon(redIcon(), makeLink("b.webloc")));
 }
 
 TEST_F(DesktopWorkspaceTest, WhereNothingCanBeWrittenTheCallFails) {
     folder_.write("cache", "a file where the folder should be");
     folder_.write("data", "a file where the folder should be");
-    EXPECT_FALSE(workspace_->setIcon(redIcon(), makeLink("a.webloc")));
+    EXPECT_FALSE(setIcon(redIcon(), makeLink("a.webloc")));
 }
 
 TEST_F(DesktopWorkspaceTest, ASlowMetadataDaemonDelaysOnlyTheNudge) {
@@ -242,7 +264,7 @@ TEST_F(DesktopWorkspaceTest, ASlowMetadataDaemonDelaysOnlyTheNudge) {
         return true;
     });
     const std::string path = makeLink("a.webloc");
-    ASSERT_TRUE(workspace_->setIcon(redIcon(), path));
+    ASSERT_TRUE(setIcon(redIcon(), path));
     EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 250'000'000);
     {
         const std::scoped_lock lock(gate->mutex);
@@ -294,7 +316,7 @@ TEST_F(DesktopWorkspaceTest, AFileWhoseTimeMayNotBeSetHasThumbnailsForItsRealTim
         GTEST_SKIP() << "every file's time may be set here";
     }
     const struct stat before = statusOf(file.path());
-    ASSERT_TRUE(workspace_->setIcon(redIcon(), file.path()));
+    ASSERT_TRUE(setIcon(redIcon(), file.path()));
     EXPECT_EQ(statusOf(file.path()).st_mtim.tv_nsec, before.st_mtim.tv_nsec);
     std::array<char, 64> exact{};
     snprintf(exact.data(), exact.size(), "%lld.%06ld",
