@@ -113,10 +113,23 @@ struct LinuxPlatform {
     platform::FreedesktopNotifications notifications{bus, notificationIcon()};
     platform::DesktopWorkspace workspace{bus};
 
-    platform::Services services{application,  bundle,        configuration, dispatchQueues,
-                                eventStreams, fileManager,   imageDecoder,  log,
-                                openPanel,    statusBar,     timers,        urlSession,
-                                userDefaults, notifications, workspace};
+    platform::Services services{
+        .application = application,
+        .bundle = bundle,
+        .configuration = configuration,
+        .dispatchQueues = dispatchQueues,
+        .eventStreams = eventStreams,
+        .fileManager = fileManager,
+        .imageDecoder = imageDecoder,
+        .log = log,
+        .openPanel = openPanel,
+        .statusBar = statusBar,
+        .timers = timers,
+        .urlSession = urlSession,
+        .userDefaults = userDefaults,
+        .userNotificationCenter = notifications,
+        .workspace = workspace,
+    };
 };
 
 platform::Application* application = nullptr;

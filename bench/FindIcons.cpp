@@ -194,14 +194,23 @@ void findAll(bool withBareLoop) {
     while (std::getline(std::cin, link)) {
         const auto url = URL::parse(link);
         tools::FetchRecorder recorder(session, decoder);
-        const platform::Services services{fakes.application,  fakes.bundle,
-                                          settings,           queues,
-                                          fakes.eventStreams, files,
-                                          recorder,           fakes.log,
-                                          fakes.openPanel,    fakes.statusBar,
-                                          fakes.queues,       recorder,
-                                          fakes.userDefaults, fakes.notifications,
-                                          fakes.workspace};
+        const platform::Services services{
+            .application = fakes.application,
+            .bundle = fakes.bundle,
+            .configuration = settings,
+            .dispatchQueues = queues,
+            .eventStreams = fakes.eventStreams,
+            .fileManager = files,
+            .imageDecoder = recorder,
+            .log = fakes.log,
+            .openPanel = fakes.openPanel,
+            .statusBar = fakes.statusBar,
+            .timers = fakes.queues,
+            .urlSession = recorder,
+            .userDefaults = fakes.userDefaults,
+            .userNotificationCenter = fakes.notifications,
+            .workspace = fakes.workspace,
+        };
         const platform::ServicesScope scope(services);
         std::vector<IconCandidate> candidates;
         const Cost cost = costOf([&] { candidates = candidatesOf(*url); });

@@ -69,9 +69,23 @@ FetchReport explained(const URL& url, const std::string& host) {
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
                                      sessionOptions());
     FetchRecorder recorder(session, decoder);
-    const platform::Services services{desktop, desktop,  settings, queues,  desktop,
-                                      files,   recorder, log,      desktop, desktop,
-                                      desktop, recorder, desktop,  desktop, desktop};
+    const platform::Services services{
+        .application = desktop,
+        .bundle = desktop,
+        .configuration = settings,
+        .dispatchQueues = queues,
+        .eventStreams = desktop,
+        .fileManager = files,
+        .imageDecoder = recorder,
+        .log = log,
+        .openPanel = desktop,
+        .statusBar = desktop,
+        .timers = desktop,
+        .urlSession = recorder,
+        .userDefaults = desktop,
+        .userNotificationCenter = desktop,
+        .workspace = desktop,
+    };
     const platform::ServicesScope scope(services);
 
     // Shared, since the waiting thread goes on while the other is still inside set_value.

@@ -34,10 +34,23 @@ struct Fakes {
     FakeUserNotificationCenter notifications{queues};
     FakeWorkspace workspace;
 
-    platform::Services services{application,  bundle,        configuration, queues,
-                                eventStreams, files,         imageDecoder,  log,
-                                openPanel,    statusBar,     queues,        urlSession,
-                                userDefaults, notifications, workspace};
+    platform::Services services{
+        .application = application,
+        .bundle = bundle,
+        .configuration = configuration,
+        .dispatchQueues = queues,
+        .eventStreams = eventStreams,
+        .fileManager = files,
+        .imageDecoder = imageDecoder,
+        .log = log,
+        .openPanel = openPanel,
+        .statusBar = statusBar,
+        .timers = queues,
+        .urlSession = urlSession,
+        .userDefaults = userDefaults,
+        .userNotificationCenter = notifications,
+        .workspace = workspace,
+    };
 };
 
 /// The fakes, put in force for the lifetime of this object.

@@ -112,21 +112,23 @@ private:
     QuickTimers timers_;
     platform::PosixFileManager fileManager_;
     platform::InotifyEventStreamFactory streams_{fakes_.log};
-    platform::Services services_{fakes_.application,
-                                 fakes_.bundle,
-                                 fakes_.configuration,
-                                 queues_,
-                                 streams_,
-                                 fileManager_,
-                                 fakes_.imageDecoder,
-                                 fakes_.log,
-                                 fakes_.openPanel,
-                                 fakes_.statusBar,
-                                 timers_,
-                                 fakes_.urlSession,
-                                 fakes_.userDefaults,
-                                 fakes_.notifications,
-                                 fakes_.workspace};
+    platform::Services services_{
+        .application = fakes_.application,
+        .bundle = fakes_.bundle,
+        .configuration = fakes_.configuration,
+        .dispatchQueues = queues_,
+        .eventStreams = streams_,
+        .fileManager = fileManager_,
+        .imageDecoder = fakes_.imageDecoder,
+        .log = fakes_.log,
+        .openPanel = fakes_.openPanel,
+        .statusBar = fakes_.statusBar,
+        .timers = timers_,
+        .urlSession = fakes_.urlSession,
+        .userDefaults = fakes_.userDefaults,
+        .userNotificationCenter = fakes_.notifications,
+        .workspace = fakes_.workspace,
+    };
     platform::ServicesScope scope_{services_};
 };
 

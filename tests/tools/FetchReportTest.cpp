@@ -23,7 +23,7 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-/// The fakes' services with a recorder before session and decoder.
+/// The fakes as services, with a recorder that calls the fakes for session and decoder.
 class FetchReportTest : public testing::Test {
 protected:
     FetchReport report(const std::string& link) {
@@ -31,32 +31,32 @@ protected:
         std::optional<std::vector<IconCandidate>> found;
         FaviconFetcher::collectCandidates(url, url.host().value(),
                                           [&](auto candidates) { found = std::move(candidates); });
-        queues_.runUntilIdle();
+        fakes_.queues.runUntilIdle();
         return {recorder_.requests(), found.value()};
     }
 
-    doubles::FakeURLSession& session() { return session_; }
+    doubles::FakeURLSession& session() { return fakes_.urlSession; }
 
 private:
-    doubles::VirtualQueues queues_;
-    doubles::FakeApplication application_;
-    doubles::FakeBundle bundle_;
-    platform::Configuration configuration_{"https://icons.example", ""};
-    doubles::FakeEventStreamFactory eventStreams_;
-    doubles::FakeFileManager files_;
-    doubles::FakeImageDecoder imageDecoder_;
-    doubles::FakeLog log_;
-    doubles::FakeOpenPanel openPanel_;
-    doubles::FakeStatusBar statusBar_;
-    doubles::FakeURLSession session_{queues_};
-    doubles::FakeUserDefaults userDefaults_;
-    doubles::FakeUserNotificationCenter notifications_{queues_};
-    doubles::FakeWorkspace workspace_;
-    FetchRecorder recorder_{session_, imageDecoder_};
-    platform::Services services_{application_,  bundle_,        configuration_, queues_,
-                                 eventStreams_, files_,         recorder_,      log_,
-                                 openPanel_,    statusBar_,     queues_,        recorder_,
-                                 userDefaults_, notifications_, workspace_};
+    doubles::Fakes fakes_;
+    FetchRecorder recorder_{fakes_.urlSession, fakes_.imageDecoder};
+    platform::Services services_{
+        .application = fakes_.application,
+        .bundle = fakes_.bundle,
+        .configuration = fakes_.configuration,
+        .dispatchQueues = fakes_.queues,
+        .eventStreams = fakes_.eventStreams,
+        .fileManager = fakes_.files,
+        .imageDecoder = recorder_,
+        .log = fakes_.log,
+        .openPanel = fakes_.openPanel,
+        .statusBar = fakes_.statusBar,
+        .timers = fakes_.queues,
+        .urlSession = recorder_,
+        .userDefaults = fakes_.userDefaults,
+        .userNotificationCenter = fakes_.notifications,
+        .workspace = fakes_.workspace,
+    };
     platform::ServicesScope scope_{services_};
 };
 
