@@ -1,10 +1,10 @@
 #include <chrono>
-#include <string_view>
 #include <utility>
 
 #include "app/AppDelegate.h"
 #include "app/L.h"
 #include "base/graphics/Image.h"
+#include "base/system/LinkFile.h"
 #include "base/text/UUID.h"
 #include "base/url/URL.h"
 #include "favicon/FaviconFetcher.h"
@@ -22,13 +22,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::string_view weblocSuffix = ".webloc";
 constexpr std::chrono::nanoseconds processingDelay = 500ms;  // the file may still be written
 
 }  // namespace
 
 void AppDelegate::handleFileEvent(const FileWatcherEvent& event) {
-    if (!event.path.ends_with(weblocSuffix)) {
+    if (!event.path.ends_with(linkFileSuffix)) {
         return;
     }
     services().log.write("Glintmark: webloc detected → " + event.path);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/system/FilePath.h"
+#include "base/system/LinkFile.h"
 #include "base/text/TextDescription.h"
 #include "base/work/DispatchWorkItem.h"
 #include "platform/DispatchQueues.h"
@@ -23,7 +24,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::string_view weblocSuffix = ".webloc";
 constexpr const char* eventQueueLabel = "com.quorvel.Glintmark.fsevents";
 constexpr std::chrono::nanoseconds streamLatency = 1s;
 constexpr std::chrono::nanoseconds debounceDelay = 500ms;
@@ -48,7 +48,7 @@ void forEachWebloc(const std::string& directory, const Visit& visit) {
     std::string path = appendPathComponent(directory, "");
     const auto prefixLength = path.size();
     services().fileManager.contentsOfDirectory(directory, [&](std::string_view name) {
-        if (name.ends_with(weblocSuffix)) {
+        if (name.ends_with(linkFileSuffix)) {
             path.resize(prefixLength);
             path += name;
             visit(path);

@@ -12,6 +12,7 @@
 #include <memory>
 #include <utility>
 
+#include "base/system/LinkFile.h"
 #include "linux/files/FileURI.h"
 #include "linux/workspace/IconMetadata.h"
 
@@ -24,7 +25,6 @@ using std::chrono::seconds;
 constexpr seconds firstDelay{600};
 constexpr seconds period{24 * 3600};
 constexpr std::size_t stackBytes = std::size_t{512} * 1024;
-constexpr std::string_view linkSuffix = ".webloc";
 
 bool isFolder(const std::string& path) {
     struct stat status {};
@@ -126,7 +126,7 @@ void IconSweep::keepThoseBelowHome(std::set<std::string>& candidates,
         const std::string_view name(entry->fts_name, entry->fts_namelen);
         const bool isUnread = entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR;
         errno = isUnread ? entry->fts_errno : 0;
-        if (entry->fts_info != FTS_DP && name.find(linkSuffix) != std::string_view::npos) {
+        if (entry->fts_info != FTS_DP && name.find(linkFileSuffix) != std::string_view::npos) {
             if (const auto icon = readIconName(entry->fts_path)) {
                 candidates.erase(*icon);
             }
