@@ -19,7 +19,6 @@ using platform::services;
 namespace {
 
 constexpr const char* extraFoldersKey = "extraFolders";
-constexpr std::ptrdiff_t defaultFolderCount = 2;
 
 // Bounds the images that are held at once when thousands of links come together, and still keeps
 // every place of the HTTP client busy, also while many of the sites are silent.
@@ -67,7 +66,11 @@ std::vector<std::string>& AppDelegate::modifyWatchedFolders() { return watchedFo
 void AppDelegate::applicationDidFinishLaunching() {
     setupStatusItem();
     const auto home = services().fileManager.homeDirectoryForCurrentUser();
-    setWatchedFolders({home + "/Desktop", home + "/Downloads"});
+    std::vector<std::string> folders;
+    for (const auto* name : defaultFolders) {
+        folders.push_back(home + "/" + name);
+    }
+    setWatchedFolders(std::move(folders));
     if (const auto extraFolders = services().userDefaults.stringArray(extraFoldersKey)) {
         for (const auto& folder : *extraFolders) {
             if (!contains(watchedFolders(), folder)) {
@@ -104,7 +107,7 @@ void AppDelegate::restartWatching() {
 
 void AppDelegate::saveExtraFolders() {
     const auto& folders = watchedFolders();
-    const auto defaults = std::min(defaultFolderCount, std::ssize(folders));
+    const auto defaults = std::min<std::ptrdiff_t>(defaultFolderCount, std::ssize(folders));
     services().userDefaults.set(extraFoldersKey, {folders.begin() + defaults, folders.end()});
 }
 

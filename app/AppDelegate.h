@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -47,8 +48,8 @@ public:
     virtual std::shared_ptr<FileWatcher> fileWatcher() const;
     virtual void setFileWatcher(std::shared_ptr<FileWatcher> watcher);
 
-    /// Absolute paths in the order shown: the two default folders, then those the user added. No
-    /// two are equal as strings; whether they exist is never checked.
+    /// Absolute paths in the order shown: the default folders, then those the user added. No two
+    /// are equal as strings; whether they exist is never checked.
     virtual const std::vector<std::string>& watchedFolders() const;
     virtual void setWatchedFolders(std::vector<std::string> folders);
     virtual std::vector<std::string>& modifyWatchedFolders();
@@ -93,6 +94,10 @@ public:
     void quit() override;
 
 private:
+    /// Folders of the home folder that are always watched and come first in the list.
+    static constexpr std::array defaultFolders{"Desktop", "Downloads"};
+    static constexpr auto defaultFolderCount = static_cast<long>(defaultFolders.size());
+
     using MenuCommand = void (AppDelegate::*)();
     using FolderCommand = void (AppDelegate::*)(const platform::MenuItem&);
 

@@ -25,7 +25,6 @@ using platform::services;
 namespace {
 
 constexpr const char* creditLine = "Made by the Glintmark developers";
-constexpr long firstExtraFolder = 2;
 
 constexpr Size iconSize{18, 18};
 constexpr Point squareOrigin{1, 1};
@@ -141,7 +140,7 @@ void AppDelegate::rebuildMenu() {
 MenuItem AppDelegate::folderItem(long folder, const std::string& home) {
     const auto& path = watchedFolders().at(static_cast<std::size_t>(folder));
     auto item = captionItem("  " + replacingOccurrences(path, home, "~"));
-    if (folder >= firstExtraFolder) {
+    if (folder >= defaultFolderCount) {
         item.submenu = {
             folderCommandItem(L("menu.removeFolder"), &AppDelegate::removeFolder, folder),
             folderCommandItem(L("menu.revealInFinder"), &AppDelegate::revealFolder, folder)};
@@ -213,7 +212,7 @@ void AppDelegate::revealFolder(const MenuItem& sender) {
 }
 
 bool AppDelegate::isExtraFolder(long index) const {
-    return index >= firstExtraFolder && index < std::ssize(watchedFolders());
+    return index >= defaultFolderCount && index < std::ssize(watchedFolders());
 }
 
 void AppDelegate::openWebsite() {
