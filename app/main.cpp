@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +22,7 @@
 #include "linux/notifications/FreedesktopNotifications.h"
 #include "linux/panel/PortalOpenPanel.h"
 #include "linux/process/GLibApplication.h"
+#include "linux/process/ProgramEnvironment.h"
 #include "linux/process/SyslogLog.h"
 #include "linux/queues/GLibTimers.h"
 #include "linux/queues/LinuxDispatchQueues.h"
@@ -38,51 +38,36 @@ namespace glintmark {
 
 namespace {
 
-constexpr auto defaultFaviconServiceAddress = "https://www.google.com";
-constexpr auto decoderName = "glintmark-image-decoder";
 constexpr std::chrono::milliseconds patienceAtTheEnd{200};  // with a bus that takes nothing
 
-std::string faviconServiceAddress() {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing sets it
-    const char* address = std::getenv("GLINTMARK_FAVICON_SERVICE");
-    return address != nullptr ? address : defaultFaviconServiceAddress;
-}
+// In a build tree the program's files lie beside it. Those of an installation are found from the
+// program's folder, so that any prefix works.
 
-/// The folder that the running program lies in.
-std::string programFolder() {
-    char path[PATH_MAX];
-    const auto length = readlink("/proc/self/exe", path, sizeof path);
-    const std::string program(path, length > 0 ? static_cast<std::size_t>(length) : 0);
-    return program.substr(0, program.rfind('/'));
-}
-
-/// The decoder beside a program that was just built, else the installed one. Found from the
-/// program's own place, so that an installation works under whatever prefix it stands.
 std::string decoderPath() {
-    const auto folder = programFolder();
-    auto beside = folder + "/" + decoderName;
-    return access(beside.c_str(), X_OK) == 0
-               ? beside
-               : folder + "/" + GLINTMARK_LIBEXEC_FROM_PROGRAM + "/" + decoderName;
+    const auto folder = platform::programFolder();
+    auto built = folder + "/" + platform::imageDecoderName;
+    return access(built.c_str(), X_OK) == 0
+               ? built
+               : folder + "/" + GLINTMARK_LIBEXEC_FROM_PROGRAM + "/" + platform::imageDecoderName;
 }
 
-/// The picture beside a program that was just built, else the installed one by its name.
+/// A file URI in a build tree, else the name of the installed icon.
 std::string notificationIcon() {
-    const auto beside = programFolder() + "/site/glintmark.svg";
-    return access(beside.c_str(), R_OK) == 0 ? platform::glibFileURI(beside) : "glintmark";
+    const auto built = platform::programFolder() + "/site/glintmark.svg";
+    return access(built.c_str(), R_OK) == 0 ? platform::glibFileURI(built) : "glintmark";
 }
 
-/// The address that the build was given, else that of the page beside a program that was just
-/// built, else that of the page installed with the program.
+/// The address that the build was configured with, else the URI of the page in the build tree or
+/// of the installed page.
 std::string productPageAddress() {
     std::string address = GLINTMARK_PRODUCT_PAGE;
     if (!address.empty()) {
         return address;
     }
-    const auto folder = programFolder();
-    const auto beside = folder + "/site/index.html";
+    const auto folder = platform::programFolder();
+    const auto built = folder + "/site/index.html";
     return platform::glibFileURI(
-        access(beside.c_str(), R_OK) == 0 ? beside : folder + "/" + GLINTMARK_PAGE_FROM_PROGRAM);
+        access(built.c_str(), R_OK) == 0 ? built : folder + "/" + GLINTMARK_PAGE_FROM_PROGRAM);
 }
 
 /// Every Linux service, each after those that it uses.
@@ -94,7 +79,7 @@ struct LinuxPlatform {
     platform::MainLoops& loops;
     platform::Application& application;
     platform::SessionBus& bus;
-    platform::Configuration configuration{faviconServiceAddress(), productPageAddress()};
+    platform::Configuration configuration{platform::faviconServiceAddress(), productPageAddress()};
     platform::EmbeddedBundle bundle{
         platform::userLanguages(platform::LanguageSettings::fromEnvironment())};
     platform::SyslogLog log;
@@ -197,7 +182,7 @@ int main() {
     bus.setEndHandler(endFor);
     LinuxPlatform linuxPlatform(loops, process, bus);
     const platform::ServicesScope scope(linuxPlatform.services);
-    platform::registerFileTypeOfBuildTree(programFolder(), g_get_user_data_dir());
+    platform::registerFileTypeOfBuildTree(platform::programFolder(), g_get_user_data_dir());
     run(process);
 
     // Fetches and decodes that are under way would be waited for; what they hold is worth nothing

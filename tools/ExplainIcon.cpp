@@ -2,9 +2,6 @@
 // request, every candidate and the winner. Exit status: 0 with an icon, 1 without, 2 for wrong use.
 // Environment: what the program honours, and SSL_CERT_FILE, a file of authorities to trust instead
 // of the system's.
-#include <unistd.h>
-
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -18,6 +15,7 @@
 #include "linux/files/PosixFileManager.h"
 #include "linux/images/SandboxedImageDecoder.h"
 #include "linux/network/CurlURLSession.h"
+#include "linux/process/ProgramEnvironment.h"
 #include "linux/process/SyslogLog.h"
 #include "linux/queues/LinuxDispatchQueues.h"
 #include "platform/Configuration.h"
@@ -29,43 +27,27 @@ namespace glintmark::tools {
 
 namespace {
 
-constexpr const char* defaultFaviconService = "https://www.google.com";
-
 /// The decoder that was built beside this program.
-std::string helperPath() {
-    std::array<char, 4096> path{};
-    const auto length = readlink("/proc/self/exe", path.data(), path.size());
-    const std::string_view program(path.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
-    return std::string(program.substr(0, program.rfind('/') + 1)) + "glintmark-image-decoder";
-}
-
-/// Null when it is not set.
-const char* environmentVariable(const char* name) {
-    return std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets it
-}
-
-platform::Configuration configuration() {
-    const char* const service = environmentVariable("GLINTMARK_FAVICON_SERVICE");
-    return {service != nullptr ? service : defaultFaviconService, ""};
-}
+std::string decoderPath() { return platform::programFolder() + "/" + platform::imageDecoderName; }
 
 platform::CurlURLSessionOptions sessionOptions() {
     platform::CurlURLSessionOptions options{.version = GLINTMARK_VERSION};
-    // For a proxy that looks into https, under an authority of its own.
-    if (const char* const trusted = environmentVariable("SSL_CERT_FILE")) {
+    // A proxy that decrypts https signs with its own authority.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread sets it
+    if (const char* const trusted = std::getenv("SSL_CERT_FILE")) {
         options.certificateFile = trusted;
     }
     return options;
 }
 
-/// All that one fetch for `url` brings back, with the program's own services behind a recorder.
+/// Fetches for `url` with the program's own services, each called through a recorder.
 FetchReport explained(const URL& url, const std::string& host) {
     AbsentDesktop desktop;
-    const platform::Configuration settings = configuration();
+    const platform::Configuration settings{platform::faviconServiceAddress(), ""};
     platform::LinuxDispatchQueues queues;
     platform::PosixFileManager files;
     platform::SyslogLog log;
-    platform::SandboxedImageDecoder decoder(helperPath());
+    platform::SandboxedImageDecoder decoder(decoderPath());
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
                                      sessionOptions());
     FetchRecorder recorder(session, decoder);
