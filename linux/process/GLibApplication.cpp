@@ -4,9 +4,9 @@
 
 namespace glintmark::platform {
 
-GLibApplication::GLibApplication(MainLoops& loops, std::chrono::milliseconds patience)
-    : loops_(loops), signals_(patience) {
-    // A peer that hangs up is reported by write(2) as well.
+GLibApplication::GLibApplication(MainLoops& loops, std::chrono::milliseconds quitTimeout)
+    : loops_(loops), signals_(quitTimeout) {
+    // write(2) also reports a peer that closed the connection.
     std::signal(SIGPIPE, SIG_IGN);
 }
 

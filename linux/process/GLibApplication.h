@@ -3,24 +3,24 @@
 #include <chrono>
 
 #include "linux/glib/GLibHandles.h"
-#include "linux/process/EndingSignals.h"
+#include "linux/process/TerminationSignals.h"
 #include "linux/queues/MainLoops.h"
 #include "platform/Application.h"
 
 namespace glintmark::platform {
 
-/// The process around the default main context. From its construction on SIGPIPE is ignored, and
-/// SIGTERM, SIGINT and SIGHUP end the process with status 0: at once before it runs, and then by
-/// asking the delegate to quit.
+/// The process, which runs the default main context. From the constructor on, SIGPIPE is ignored,
+/// and SIGTERM, SIGINT and SIGHUP end the process with status 0: before `run()` at once, after that
+/// by asking the delegate to quit.
 class GLibApplication : public Application {
 public:
-    /// `patience` is how long a signal waits for the end before it forces it.
-    explicit GLibApplication(MainLoops& loops,
-                             std::chrono::milliseconds patience = std::chrono::milliseconds(500));
+    /// If the process still runs `quitTimeout` after a signal, it exits at once.
+    explicit GLibApplication(
+        MainLoops& loops, std::chrono::milliseconds quitTimeout = std::chrono::milliseconds(500));
     GLibApplication(const GLibApplication&) = delete;
     GLibApplication& operator=(const GLibApplication&) = delete;
 
-    /// Has no effect: a process without windows is an accessory on Linux already.
+    /// Does nothing: on Linux, a process without windows is an accessory.
     void setActivationPolicy(ActivationPolicy policy) override;
     void setDelegate(ApplicationDelegate& delegate) override { delegate_ = &delegate; }
     void run() override;
@@ -29,7 +29,7 @@ public:
 private:
     MainLoops& loops_;
     ApplicationDelegate* delegate_ = nullptr;
-    EndingSignals signals_;
+    TerminationSignals signals_;
     GSourceId launch_;
 };
 

@@ -16,8 +16,8 @@ namespace {
 
 constexpr const char* identity = "glintmark";
 
-/// Whether systemd connected `descriptor` to the journal: systemd.exec(5), JOURNAL_STREAM, which
-/// holds the device and inode numbers of that connection.
+/// True if systemd connected `descriptor` to the journal. JOURNAL_STREAM holds the device and inode
+/// numbers of that connection (systemd.exec(5)).
 bool isJournal(int descriptor) {
     const char* journalStream = std::getenv("JOURNAL_STREAM");  // NOLINT(concurrency-mt-unsafe)
     struct stat status {};
@@ -27,13 +27,13 @@ bool isJournal(int descriptor) {
     return journalStream == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
-void writeWhole(int descriptor, std::string_view bytes) {
+void writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const auto written = ::write(descriptor, bytes.data(), bytes.size());
         if (written >= 0) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno != EINTR) {
-            return;  // no one reads standard error any more
+            return;  // the reader of standard error is gone
         }
     }
 }
@@ -50,7 +50,7 @@ void SyslogLog::write(std::string_view message) {
     ::syslog(LOG_NOTICE, "%s", line.c_str());
     if (writesToErrorDescriptor_) {
         line += '\n';
-        writeWhole(errorDescriptor_, line);
+        writeAll(errorDescriptor_, line);
     }
 }
 

@@ -4,11 +4,12 @@
 
 namespace glintmark::platform {
 
-/// The system log by syslog(3), identity "glintmark", facility user; and the bare lines on standard
-/// error, unless that is the journal already, which would hold each line twice.
+/// Writes each line to the system log (syslog(3), identity "glintmark", facility user) and without
+/// a prefix to standard error. A standard error that systemd connected to the journal is left out,
+/// or the journal would hold each line twice.
 class SyslogLog : public Log {
 public:
-    /// `errorDescriptor` stays the caller's.
+    /// The caller keeps ownership of `errorDescriptor`.
     explicit SyslogLog(int errorDescriptor = 2);
 
     void write(std::string_view message) override;

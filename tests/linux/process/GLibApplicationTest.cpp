@@ -53,7 +53,7 @@ TEST_F(GLibApplicationTest, LaunchIsReportedOnceFromTheRunningLoop) {
     EXPECT_THAT(delegate_.calls, ElementsAre("launched"));
 }
 
-TEST_F(GLibApplicationTest, AnEndingSignalAsksTheDelegateToQuit) {
+TEST_F(GLibApplicationTest, ATerminationSignalAsksTheDelegateToQuit) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         delegate_.calls.clear();
         delegate_.atLaunch = [signal] { kill(getpid(), signal); };
@@ -69,46 +69,46 @@ TEST_F(GLibApplicationTest, TerminatingBeforeTheLoopRunsIsHarmless) {
     EXPECT_THAT(delegate_.calls, ElementsAre("launched"));
 }
 
-TEST_F(GLibApplicationTest, AnEndingSignalEndsTheLoopOfAModalDialogToo) {
+TEST_F(GLibApplicationTest, ATerminationSignalAlsoEndsTheLoopOfAModalDialog) {
     bool dialogReturned = false;
     delegate_.atLaunch = [&] {
         kill(getpid(), SIGTERM);
         const GMainLoopHandle dialog(g_main_loop_new(nullptr, FALSE));
         loops_.run(dialog.get());
         dialogReturned = true;
-        loops_.run(dialog.get());  // a dialog that opens while the program ends
+        loops_.run(dialog.get());  // a dialog that opens while the program quits
     };
     application_.run();
     EXPECT_TRUE(dialogReturned);
     EXPECT_THAT(delegate_.calls, ElementsAre("launched", "quit"));
 }
 
-void waitForEver() {
+void waitForever() {
     while (true) {
         pause();
     }
 }
 
-TEST(GLibApplicationDeathTest, ASignalBeforeItRunsEndsTheProcessInOrder) {
+TEST(GLibApplicationDeathTest, ASignalBeforeTheLoopRunsExitsWithStatusZero) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         const auto wait = [signal] {
             MainLoops loops;
             const GLibApplication application(loops);
             kill(getpid(), signal);
-            waitForEver();
+            waitForever();
         };
         EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "") << signal;
     }
 }
 
-TEST(GLibApplicationDeathTest, AMainThreadThatWaitsDoesNotHoldUpTheEnd) {
+TEST(GLibApplicationDeathTest, ABlockedMainThreadExitsAtTheTimeout) {
     const auto wait = [] {
         MainLoops loops;
         GLibApplication application(loops, std::chrono::milliseconds(20));
         RecordingDelegate delegate(application);
         delegate.atLaunch = [] {
             kill(getpid(), SIGTERM);
-            waitForEver();
+            waitForever();
         };
         application.setDelegate(delegate);
         application.run();
@@ -116,7 +116,7 @@ TEST(GLibApplicationDeathTest, AMainThreadThatWaitsDoesNotHoldUpTheEnd) {
     EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "");
 }
 
-TEST(GLibApplicationDeathTest, AnEndThatTakesTooLongIsForced) {
+TEST(GLibApplicationDeathTest, AQuitThatTakesTooLongExitsAtTheTimeout) {
     const auto end = [] {
         MainLoops loops;
         GLibApplication application(loops, std::chrono::milliseconds(20));
@@ -125,7 +125,7 @@ TEST(GLibApplicationDeathTest, AnEndThatTakesTooLongIsForced) {
         application.setDelegate(delegate);
         application.run();
         EXPECT_THAT(delegate.calls, ElementsAre("launched", "quit"));
-        waitForEver();
+        waitForever();
     };
     EXPECT_EXIT(end(), testing::ExitedWithCode(0), "");
 }

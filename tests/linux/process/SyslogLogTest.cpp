@@ -29,11 +29,11 @@ struct SystemLog {
     std::vector<Record> records;
 };
 
-SystemLog systemLog;  // what the test program's own syslog(3) received
+SystemLog systemLog;  // what the syslog(3) of this file received
 
 }  // namespace
 
-// These stand before the C library's own, so that the test sees what reaches the system log.
+// Replace the C library's functions, so that the test sees what reaches the system log.
 extern "C" {
 
 // NOLINTNEXTLINE(readability-identifier-naming)
@@ -93,14 +93,14 @@ TEST_F(SyslogLogTest, ALineReachesTheSystemLogAndStandardError) {
     EXPECT_EQ(written(), "Glintmark: one\nGlintmark: two\n");
 }
 
-TEST_F(SyslogLogTest, AMessageIsExpandedOnceAndThenIsData) {
+TEST_F(SyslogLogTest, AMessageIsExpandedExactlyOnce) {
     SyslogLog log(file_.get());
     log.write("100%% of %d at %%s\t\x1B");
     EXPECT_THAT(logged(), ElementsAre("100% of 0 at %s\t\x1B"));
     EXPECT_EQ(written(), "100% of 0 at %s\t\x1B\n");
 }
 
-TEST_F(SyslogLogTest, DebugLinesGoToTheSystemLogAloneAndAsTheyAre) {
+TEST_F(SyslogLogTest, DebugLinesGoUnexpandedToTheSystemLogOnly) {
     SyslogLog log(file_.get());
     log.debug("watches %d%%");
     EXPECT_THAT(logged(), ElementsAre("watches %d%%"));
@@ -108,7 +108,7 @@ TEST_F(SyslogLogTest, DebugLinesGoToTheSystemLogAloneAndAsTheyAre) {
     EXPECT_EQ(written(), "");
 }
 
-TEST_F(SyslogLogTest, StandardErrorThatIsTheJournalGetsNoSecondCopy) {
+TEST_F(SyslogLogTest, NothingGoesToStandardErrorIfThatIsTheJournal) {
     struct stat status {};
     ASSERT_EQ(::fstat(file_.get(), &status), 0);
     const auto journal = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
@@ -119,14 +119,14 @@ TEST_F(SyslogLogTest, StandardErrorThatIsTheJournalGetsNoSecondCopy) {
     EXPECT_EQ(written(), "");
 }
 
-TEST_F(SyslogLogTest, AJournalElsewhereDoesNotMatter) {
+TEST_F(SyslogLogTest, AJournalOnAnotherDescriptorChangesNothing) {
     ::setenv("JOURNAL_STREAM", "1:1", 1);
     SyslogLog log(file_.get());
     log.write("line");
     EXPECT_EQ(written(), "line\n");
 }
 
-TEST_F(SyslogLogTest, AClosedStandardErrorIsNoHindrance) {
+TEST_F(SyslogLogTest, AClosedStandardErrorDoesNotStopTheSystemLog) {
     SyslogLog log(-1);
     log.write("line");
     EXPECT_THAT(logged(), ElementsAre("line"));

@@ -1,4 +1,4 @@
-#include "linux/process/EndingSignals.h"
+#include "linux/process/TerminationSignals.h"
 
 #include <glib-unix.h>
 #include <sys/eventfd.h>
@@ -17,28 +17,28 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP};
+constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGHUP};
 constexpr int noDescriptor = -1;
 
-// What the handlers below may touch: signal-safety(7) allows little.
-std::atomic<int> eventCounter{noDescriptor};
-std::atomic<bool> isEnding{false};
-timer_t limit{};
-itimerspec patienceLeft{};
+// The handlers below use only these and what signal-safety(7) allows.
+std::atomic<int> counterDescriptor{noDescriptor};
+std::atomic<bool> isTerminating{false};
+timer_t timer{};
+itimerspec timerSetting{};
 
-void endHere(int /*signal*/) { _exit(EXIT_SUCCESS); }
+void exitNow(int /*signal*/) { _exit(EXIT_SUCCESS); }
 
 void noteSignal(int /*signal*/) {
-    const int counter = eventCounter;
+    const int counter = counterDescriptor;
     if (counter == noDescriptor) {
         _exit(EXIT_SUCCESS);
     }
     const int errorBefore = errno;
-    if (!isEnding.exchange(true)) {
-        timer_settime(limit, 0, &patienceLeft, nullptr);
+    if (!isTerminating.exchange(true)) {
+        timer_settime(timer, 0, &timerSetting, nullptr);
     }
     constexpr std::uint64_t one = 1;
-    static_cast<void>(!write(counter, &one, sizeof one));  // a full counter is raised already
+    static_cast<void>(!write(counter, &one, sizeof one));  // a full counter wakes the reader, too
     errno = errorBefore;
 }
 
@@ -50,7 +50,7 @@ void setHandler(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
-timespec asTimespec(std::chrono::milliseconds duration) {
+timespec timespecOf(std::chrono::milliseconds duration) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
     return {static_cast<time_t>(seconds.count()),
             static_cast<long>(std::chrono::nanoseconds(duration - seconds).count())};
@@ -58,40 +58,40 @@ timespec asTimespec(std::chrono::milliseconds duration) {
 
 }  // namespace
 
-EndingSignals::EndingSignals(std::chrono::milliseconds patience)
+TerminationSignals::TerminationSignals(std::chrono::milliseconds timeout)
     : arrived_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    patienceLeft.it_value = asTimespec(patience);
+    timerSetting.it_value = timespecOf(timeout);
     sigevent event{};
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = SIGALRM;
-    timer_create(CLOCK_MONOTONIC, &event, &limit);
-    setHandler(SIGALRM, endHere);
-    for (const int signal : endingSignals) {
+    timer_create(CLOCK_MONOTONIC, &event, &timer);
+    setHandler(SIGALRM, exitNow);
+    for (const int signal : terminationSignals) {
         setHandler(signal, noteSignal);
     }
 }
 
-EndingSignals::~EndingSignals() {
-    for (const int signal : endingSignals) {
+TerminationSignals::~TerminationSignals() {
+    for (const int signal : terminationSignals) {
         setHandler(signal, SIG_DFL);
     }
-    eventCounter = noDescriptor;
-    timer_delete(limit);
+    counterDescriptor = noDescriptor;
+    timer_delete(timer);
     setHandler(SIGALRM, SIG_DFL);
-    isEnding = false;
+    isTerminating = false;
 }
 
-void EndingSignals::handle(std::function<void()> handler) {
+void TerminationSignals::handle(std::function<void()> handler) {
     handler_ = std::move(handler);
     const auto react = [](int descriptor, GIOCondition /*condition*/, gpointer data) -> gboolean {
         std::uint64_t count = 0;
         if (read(descriptor, &count, sizeof count) == ssize_t{sizeof count}) {
-            static_cast<EndingSignals*>(data)->handler_();
+            static_cast<TerminationSignals*>(data)->handler_();
         }
         return G_SOURCE_CONTINUE;
     };
     source_ = GSourceId(g_unix_fd_add(arrived_.get(), G_IO_IN, react, this));
-    eventCounter = arrived_.get();
+    counterDescriptor = arrived_.get();
 }
 
 }  // namespace glintmark::platform
