@@ -61,7 +61,7 @@ DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& fold
       store_(folders.dataHome),
       applied_(folders.dataHome),
       thumbnails_(folders.cacheHome),
-      nudge_(bus),
+      windows_(bus),
       metadata_(std::move(metadataWriter)),
       sweeper_(IconSweep(store_, applied_, folders.home)) {}
 
@@ -118,10 +118,11 @@ bool DesktopWorkspace::writeThumbnails(const Target& target,
 
 /// Makes open windows look again. A file whose time may not be set has thumbnails for its real one.
 void DesktopWorkspace::finish(const Target& target) {
-    if (!WindowNudge::touch(target.path, target.status) && target.status.st_mtim.tv_nsec != 0) {
+    if (!WindowRefresh::dropTimeFraction(target.path, target.status) &&
+        target.status.st_mtim.tv_nsec != 0) {
         writeThumbnails(target, exactSeconds(target.status));
     }
-    nudge_.signal(target.path);
+    windows_.signalChange(target.path);
 }
 
 bool DesktopWorkspace::openFileViewer(const std::string& folder) {

@@ -11,7 +11,7 @@
 #include "linux/workspace/IconStore.h"
 #include "linux/workspace/IconSweep.h"
 #include "linux/workspace/ThumbnailCache.h"
-#include "linux/workspace/WindowNudge.h"
+#include "linux/workspace/WindowRefresh.h"
 #include "platform/Workspace.h"
 
 namespace glintmark::platform {
@@ -53,7 +53,7 @@ private:
     IconStore store_;
     AppliedIcons applied_;
     ThumbnailCache thumbnails_;
-    WindowNudge nudge_;
+    WindowRefresh windows_;
     IconMetadata metadata_;
     IconSweeper sweeper_;
 };

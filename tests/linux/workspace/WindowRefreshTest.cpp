@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "linux/workspace/WindowNudge.h"
+#include "linux/workspace/WindowRefresh.h"
 #include "tests/linux/MainLoop.h"
 #include "tests/linux/PrivateBus.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -23,11 +23,11 @@ void setTimes(const std::string& path, struct timespec read, struct timespec wri
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
 
-TEST(WindowNudgeTest, TheTimeLosesItsFractionAndNothingElse) {
+TEST(WindowRefreshTest, TheTimeLosesItsFractionAndNothingElse) {
     const test::TemporaryDirectory folder;
     const std::string path = folder.write("a.webloc");
     setTimes(path, {1'600'000'000, 123'456'789}, {1'700'000'000, 987'654'321});
-    EXPECT_TRUE(WindowNudge::touch(path, statusOf(path)));
+    EXPECT_TRUE(WindowRefresh::dropTimeFraction(path, statusOf(path)));
     const struct stat after = statusOf(path);
     EXPECT_EQ(after.st_mtim.tv_sec, 1'700'000'000);
     EXPECT_EQ(after.st_mtim.tv_nsec, 0);
@@ -35,18 +35,18 @@ TEST(WindowNudgeTest, TheTimeLosesItsFractionAndNothingElse) {
     EXPECT_EQ(after.st_atim.tv_nsec, 123'456'789);
 }
 
-TEST(WindowNudgeTest, AFileWrittenMeanwhileKeepsItsTime) {
+TEST(WindowRefreshTest, AFileWrittenMeanwhileKeepsItsTime) {
     const test::TemporaryDirectory folder;
     const std::string path = folder.write("a.webloc");
     const struct stat before = statusOf(path);
     setTimes(path, before.st_atim, {1'700'000'000, 5});
-    EXPECT_TRUE(WindowNudge::touch(path, before));
+    EXPECT_TRUE(WindowRefresh::dropTimeFraction(path, before));
     EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 5);
 }
 
-TEST(WindowNudgeTest, AFileThatIsGoneIsLeftAlone) {
+TEST(WindowRefreshTest, AFileThatIsGoneIsLeftAlone) {
     const test::TemporaryDirectory folder;
-    EXPECT_TRUE(WindowNudge::touch(folder / "a.webloc", statusOf(folder.path())));
+    EXPECT_TRUE(WindowRefresh::dropTimeFraction(folder / "a.webloc", statusOf(folder.path())));
 }
 
 /// Hears the signals that KDE's directory listers hear.
@@ -77,27 +77,27 @@ private:
     std::vector<gint64> times_;
 };
 
-TEST(WindowNudgeTest, KDEHearsThatTheFileWentAndThenCame) {
+TEST(WindowRefreshTest, KDEHearsThatTheFileWentAndThenCame) {
     const PrivateBus daemon;
     Listener listener(daemon);
     SessionBus bus;
-    WindowNudge nudge(bus);
-    nudge.signal("/nowhere/a b.webloc");
+    WindowRefresh windows(bus);
+    windows.signalChange("/nowhere/a b.webloc");
     ASSERT_TRUE(waitUntil([&] { return listener.heard().size() == 2; }));
     EXPECT_THAT(listener.heard(), ElementsAre("/ FilesRemoved(['file:///nowhere/a%20b.webloc'],)",
                                               "/ FilesAdded('file:///nowhere',)"));
     EXPECT_GT(listener.times()[1] - listener.times()[0], 200'000);
 }
 
-TEST(WindowNudgeTest, FilesOfOneFolderCloseTogetherNeedOneLook) {
+TEST(WindowRefreshTest, FilesOfOneFolderCloseTogetherNeedOneLook) {
     const PrivateBus daemon;
     Listener listener(daemon);
     SessionBus bus;
     {
-        WindowNudge nudge(bus);
-        nudge.signal("/one/a.webloc");
-        nudge.signal("/one/b.webloc");
-        nudge.signal("/two/c.webloc");
+        WindowRefresh windows(bus);
+        windows.signalChange("/one/a.webloc");
+        windows.signalChange("/one/b.webloc");
+        windows.signalChange("/two/c.webloc");
         ASSERT_TRUE(waitUntil([&] {
             return !listener.heard().empty() &&
                    listener.heard().back() == "/ FilesAdded('file:///two',)";
@@ -109,11 +109,11 @@ TEST(WindowNudgeTest, FilesOfOneFolderCloseTogetherNeedOneLook) {
     EXPECT_EQ(listener.heard()[3], "/ FilesAdded('file:///one',)");
 }
 
-TEST(WindowNudgeTest, WithoutABusNothingIsSaid) {
+TEST(WindowRefreshTest, WithoutABusNothingIsSaid) {
     const PrivateBus daemon(PrivateBus::Begin::stopped);
     SessionBus bus;
-    WindowNudge nudge(bus);
-    nudge.signal("/nowhere/a.webloc");
+    WindowRefresh windows(bus);
+    windows.signalChange("/nowhere/a.webloc");
     runPending();
     EXPECT_EQ(bus.connection(), nullptr);
 }

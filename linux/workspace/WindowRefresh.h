@@ -11,17 +11,17 @@
 namespace glintmark::platform {
 
 /// Makes windows that are open look at a file again. Main thread only, default main context.
-class WindowNudge {
+class WindowRefresh {
 public:
-    explicit WindowNudge(SessionBus& bus) : bus_(bus) {}
+    explicit WindowRefresh(SessionBus& bus) : bus_(bus) {}
 
     /// Sets the file's modification time to its whole second, which directory watchers report.
     /// `seen` is the status that the file's thumbnails were made from: a file that changed since
     /// keeps its time. False when the system does not let the time be set.
-    static bool touch(const std::string& path, const struct stat& seen);
+    static bool dropTimeFraction(const std::string& path, const struct stat& seen);
 
     /// Tells KDE's directory listers that the files went, and, a moment later, came.
-    void signal(const std::string& path);
+    void signalChange(const std::string& path);
 
 private:
     struct Arrival {

@@ -1,4 +1,4 @@
-#include "linux/workspace/WindowNudge.h"
+#include "linux/workspace/WindowRefresh.h"
 
 #include <fcntl.h>
 
@@ -26,7 +26,7 @@ std::string folderOf(const std::string& uri) { return uri.substr(0, uri.rfind('/
 
 }  // namespace
 
-bool WindowNudge::touch(const std::string& path, const struct stat& seen) {
+bool WindowRefresh::dropTimeFraction(const std::string& path, const struct stat& seen) {
     struct stat now {};
     if (stat(path.c_str(), &now) != 0 || !isSameVersion(seen, now)) {
         return true;
@@ -37,7 +37,7 @@ bool WindowNudge::touch(const std::string& path, const struct stat& seen) {
     return utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
 }
 
-void WindowNudge::signal(const std::string& path) {
+void WindowRefresh::signalChange(const std::string& path) {
     if (bus_.connection() == nullptr) {
         return;
     }
@@ -54,7 +54,7 @@ void WindowNudge::signal(const std::string& path) {
     }
 }
 
-void WindowNudge::emit(const char* name, GVariant* arguments) {
+void WindowRefresh::emit(const char* name, GVariant* arguments) {
     const GVariantHandle owned(g_variant_ref_sink(arguments));
     if (GDBusConnection* connection = bus_.connection(); connection != nullptr) {
         g_dbus_connection_emit_signal(connection, nullptr, objectPath, interfaceName, name,
@@ -62,11 +62,11 @@ void WindowNudge::emit(const char* name, GVariant* arguments) {
     }
 }
 
-void WindowNudge::armTimer() {
+void WindowRefresh::armTimer() {
     const gint64 wait = std::max<gint64>(arrivals_.front().due - g_get_monotonic_time(), 0);
     const auto fire = [](gpointer self) -> gboolean {
-        static_cast<WindowNudge*>(self)->timer_.forget();
-        static_cast<WindowNudge*>(self)->emitDueArrivals();
+        static_cast<WindowRefresh*>(self)->timer_.forget();
+        static_cast<WindowRefresh*>(self)->emitDueArrivals();
         return G_SOURCE_REMOVE;
     };
     timer_ = GSourceId(g_timeout_add(
@@ -74,7 +74,7 @@ void WindowNudge::armTimer() {
         fire, this));
 }
 
-void WindowNudge::emitDueArrivals() {
+void WindowRefresh::emitDueArrivals() {
     const gint64 now = g_get_monotonic_time();
     std::string last;
     while (!arrivals_.empty() && arrivals_.front().due <= now) {
