@@ -1,7 +1,7 @@
 // glintmark-thumbnailer INPUT OUTPUT SIZE
 //
-// What thumbnail services run for a link file: writes the icon that Glintmark gave the file. Ends
-// with status 1 when it gave none, so that nothing is cached in its place.
+// Thumbnail services run this program for a link file. It writes the file's icon. Exit status: 1 if
+// Glintmark set no icon, so that the service caches nothing; 2 for wrong use.
 
 #include <glib.h>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-/// Zero when `text` is no number.
+/// Zero when `text` is not a number.
 int edgeFrom(std::string_view text) {
     int edge = 0;
     const auto end = text.data() + text.size();

@@ -45,7 +45,7 @@ void AppliedIcons::add(const AppliedIcon& applied) {
     const off_t end = lseek(file, 0, SEEK_END);
     const auto written = write(file, line.data(), line.size());
     if (written != static_cast<ssize_t>(line.size())) {
-        // The next line must not be taken for the rest of this one.
+        // Or the next line would continue this one.
         static_cast<void>(!ftruncate(file, end));
     }
     close(file);
@@ -64,7 +64,7 @@ std::optional<std::vector<AppliedIcon>> AppliedIcons::read() const {
         return errno == ENOENT ? std::optional(entries) : std::nullopt;
     }
     std::unordered_set<std::string> seen;
-    // From the end, since the last line about a file is the one that holds.
+    // From the end: the last line about a file is the valid one.
     for (std::string_view rest = *text; !rest.empty();) {
         const auto end = rest.back() == '\n' ? rest.size() - 1 : rest.size();
         const auto newline = end == 0 ? std::string_view::npos : rest.rfind('\n', end - 1);
@@ -79,7 +79,7 @@ std::optional<std::vector<AppliedIcon>> AppliedIcons::read() const {
     return entries;
 }
 
-void AppliedIcons::reduce(const std::function<bool(const AppliedIcon&)>& keep) {
+void AppliedIcons::filter(const std::function<bool(const AppliedIcon&)>& keep) {
     const std::scoped_lock lock(mutex_);
     const auto entries = read();
     if (!entries) {

@@ -1,7 +1,7 @@
 #include "linux/workspace/DesktopLauncher.h"
 
 #include "linux/bus/DBusCall.h"
-#include "linux/glib/GLibHandles.h"
+#include "linux/workspace/Command.h"
 
 namespace glintmark::platform {
 
@@ -10,16 +10,6 @@ namespace {
 constexpr DBusTarget fileManager{"org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
                                  "org.freedesktop.FileManager1"};
 constexpr int fileManagerTimeoutMilliseconds = 10'000;  // it may have to be started first
-
-bool launchByCommand(const std::string& uri) {
-    std::string command = "xdg-open";
-    std::string argument = uri;
-    char* arguments[] = {command.data(), argument.data(), nullptr};
-    constexpr auto flags = static_cast<GSpawnFlags>(
-        G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL);
-    return g_spawn_async(nullptr, arguments, nullptr, flags, nullptr, nullptr, nullptr, nullptr) !=
-           FALSE;
-}
 
 GVariant* folderRequest(const std::string& uri) {
     GVariantBuilder folders;
@@ -32,7 +22,7 @@ GVariant* folderRequest(const std::string& uri) {
 
 bool launchDefault(const std::string& uri) {
     return g_app_info_launch_default_for_uri(uri.c_str(), nullptr, nullptr) != FALSE ||
-           launchByCommand(uri);
+           startCommand("xdg-open", uri);
 }
 
 bool showFolder(GDBusConnection* connection, const std::string& uri) {

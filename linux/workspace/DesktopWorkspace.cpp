@@ -15,16 +15,16 @@ using std::chrono::milliseconds;
 constexpr auto linkMimeType = "application/x-webloc";
 constexpr auto folderMimeType = "inode/directory";
 
-// The metadata daemon answers within a millisecond once it runs. It is waited for longer only when
-// its answer decides whether the icon is set at all.
-constexpr milliseconds usualPatience{2};
-constexpr milliseconds decisivePatience{500};
+// The metadata daemon answers within a millisecond once it runs. The long timeout is for files
+// without thumbnails: then the answer decides whether the icon is set at all.
+constexpr milliseconds shortTimeout{2};
+constexpr milliseconds longTimeout{500};
 
 std::string wholeSeconds(const struct stat& status) {
     return std::to_string(status.st_mtim.tv_sec);
 }
 
-/// With microseconds, as the thumbnail services that look at them write it.
+/// With microseconds, as thumbnail services that read them write it.
 std::string exactSeconds(const struct stat& status) {
     constexpr long nanosecondsPerMicrosecond = 1000;
     constexpr std::size_t digits = 6;
@@ -41,7 +41,7 @@ struct DesktopWorkspace::EncodedIcon final : PreparedIcon {
     std::optional<std::string> name;  ///< In the store; absent when it could not be stored.
 };
 
-/// The file of one call, as it was when the call began.
+/// The file of one `setIcon`, with its status when the call began.
 struct DesktopWorkspace::Target {
     std::string path;
     struct stat status;
@@ -94,7 +94,7 @@ bool DesktopWorkspace::setIcon(std::shared_ptr<const PreparedIcon> icon, const s
     }
     const auto hasAttribute = std::make_shared<bool>(false);
     metadata_.set(path, glibFileURI(store_.pathOf(*name)),
-                  hasThumbnails ? usualPatience : decisivePatience,
+                  hasThumbnails ? shortTimeout : longTimeout,
                   [this, target, hasAttribute](bool written) {
                       *hasAttribute = written;
                       finish(*target);
@@ -116,7 +116,7 @@ bool DesktopWorkspace::writeThumbnails(const Target& target,
     return complete;
 }
 
-/// Makes open windows look again. A file whose time may not be set has thumbnails for its real one.
+/// Refreshes open windows. If the file's time cannot be set, its thumbnails get the real time.
 void DesktopWorkspace::finish(const Target& target) {
     if (!WindowRefresh::dropTimeFraction(target.path, target.status) &&
         target.status.st_mtim.tv_nsec != 0) {

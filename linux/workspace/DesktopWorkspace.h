@@ -16,7 +16,7 @@
 
 namespace glintmark::platform {
 
-/// Where the workspace keeps things; absolute, without a trailing slash.
+/// The folders in which the workspace stores icons; absolute, without a trailing slash.
 struct WorkspaceFolders {
     std::string home;
     std::string dataHome;   ///< $XDG_DATA_HOME
@@ -25,11 +25,11 @@ struct WorkspaceFolders {
     static WorkspaceFolders ofUser();
 };
 
-/// The workspace by the freedesktop.org conventions and those of the single file managers.
+/// The workspace for freedesktop.org desktops.
 ///
-/// No one way of giving a file an icon reaches every file manager, so a file gets a thumbnail in
-/// the cache that all share, an attribute that GLib programs read, and its icon's name for the
-/// thumbnailer that the program installs.
+/// No single way to set an icon works in every file manager. So a file gets thumbnails in the
+/// cache that all programs share, an attribute that GLib programs read, and the name of its stored
+/// icon for the thumbnailer that is installed with the program.
 class DesktopWorkspace : public Workspace {
 public:
     explicit DesktopWorkspace(SessionBus& bus,

@@ -7,6 +7,7 @@
 
 #include "linux/files/WholeFile.h"
 #include "linux/glib/GLibHandles.h"
+#include "linux/workspace/Command.h"
 
 namespace glintmark::platform {
 
@@ -18,9 +19,9 @@ constexpr auto kdeServiceFile = "glintmark-webloc.desktop";
 constexpr auto thumbnailerProgram = "glintmark-thumbnailer";
 constexpr int folderMode = 0755;
 
-/// An argument of an Exec line, quoted (freedesktop.org, Desktop Entry Specification, "The Exec
-/// key"), where a percent sign stands for itself when doubled. Thumbnail services undo the quotes
-/// as a shell does.
+/// `path` quoted as an argument of an Exec line (freedesktop.org, Desktop Entry Specification, "The
+/// Exec key"). A doubled percent sign stands for one. Thumbnail services remove the quotes as a
+/// shell does.
 std::string quotedForExec(const std::string& path) {
     std::string doubled;
     for (const char byte : path) {
@@ -30,7 +31,7 @@ std::string quotedForExec(const std::string& path) {
     return quoted.get();
 }
 
-/// The description of the thumbnailer with the place of the program in `folder` filled in.
+/// The description of the thumbnailer with the path of the program in `folder`.
 std::string withProgramIn(const std::string& folder, std::string description) {
     const std::string program = folder + "/" + thumbnailerProgram;
     const auto fillIn = [&](const std::string& key, const std::string& value) {
@@ -44,25 +45,16 @@ std::string withProgramIn(const std::string& folder, std::string description) {
     return description;
 }
 
-enum class Placing { unchanged, written, failed };
+enum class Placement { unchanged, written, failed };
 
-Placing place(const std::string& folder, const std::string& name, const std::string& text) {
+Placement place(const std::string& folder, const std::string& name, const std::string& text) {
     const std::string path = folder + "/" + name;
     if (readFile(path) == text) {
-        return Placing::unchanged;
+        return Placement::unchanged;
     }
     const bool written =
         g_mkdir_with_parents(folder.c_str(), folderMode) == 0 && writeFileAtomically(path, text);
-    return written ? Placing::written : Placing::failed;
-}
-
-void updateTypeDatabase(const std::string& folder) {
-    std::string command = "update-mime-database";
-    std::string argument = folder;
-    char* arguments[] = {command.data(), argument.data(), nullptr};
-    constexpr auto flags = static_cast<GSpawnFlags>(
-        G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL);
-    g_spawn_async(nullptr, arguments, nullptr, flags, nullptr, nullptr, nullptr, nullptr);
+    return written ? Placement::written : Placement::failed;
 }
 
 }  // namespace
@@ -73,21 +65,21 @@ bool registerFileTypeOfBuildTree(const std::string& programFolder, const std::st
     if (type.empty()) {
         return false;
     }
-    const Placing placed[] = {
+    const Placement placed[] = {
         place(dataHome + "/thumbnailers", thumbnailerFile,
               withProgramIn(programFolder, readFile(source + thumbnailerFile))),
         place(dataHome + "/kservices5", kdeServiceFile, readFile(source + kdeServiceFile)),
         place(dataHome + "/mime/packages", typeFile, type),
     };
     bool changed = false;
-    for (const Placing result : placed) {
-        if (result == Placing::failed) {
+    for (const Placement result : placed) {
+        if (result == Placement::failed) {
             return false;
         }
-        changed = changed || result == Placing::written;
+        changed = changed || result == Placement::written;
     }
     if (changed) {
-        updateTypeDatabase(dataHome + "/mime");
+        startCommand("update-mime-database", dataHome + "/mime");
         std::fprintf(stderr,
                      "glintmark runs from its build tree: the type of link files is registered "
                      "below %s\n",

@@ -30,7 +30,7 @@ struct IconMetadata::Request {
     std::optional<bool> written;  ///< Guarded by the worker's mutex.
 };
 
-/// The thread's side. Outlives the service while a call is stuck.
+/// What the thread uses. Outlives the service while a call is stuck.
 struct IconMetadata::Worker : std::enable_shared_from_this<IconMetadata::Worker> {
     Writer writer;
     IconMetadata* owner = nullptr;  ///< Main thread only; null when the service is gone.
@@ -41,13 +41,13 @@ struct IconMetadata::Worker : std::enable_shared_from_this<IconMetadata::Worker>
     bool running = false;
 
     void submit(const std::shared_ptr<Request>& request);
-    bool isAnswered(const Request& request, std::chrono::milliseconds patience);
+    bool isAnswered(const Request& request, std::chrono::milliseconds timeout);
     void run();
-    void tellMainThread();
+    void notifyMainThread();
 };
 
-/// A file whose call of `done` is still to come.
-struct IconMetadata::Owed {
+/// A file for which `done` has not been called yet.
+struct IconMetadata::Pending {
     IconMetadata* owner;
     std::shared_ptr<Request> request;
     Done done;
@@ -68,9 +68,9 @@ void IconMetadata::Worker::submit(const std::shared_ptr<Request>& request) {
     }
 }
 
-bool IconMetadata::Worker::isAnswered(const Request& request, std::chrono::milliseconds patience) {
+bool IconMetadata::Worker::isAnswered(const Request& request, std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex);
-    return answered.wait_for(lock, patience, [&] { return request.written.has_value(); });
+    return answered.wait_for(lock, timeout, [&] { return request.written.has_value(); });
 }
 
 void IconMetadata::Worker::run() {
@@ -83,12 +83,12 @@ void IconMetadata::Worker::run() {
         lock.lock();
         request->written = written;
         answered.notify_all();
-        tellMainThread();
+        notifyMainThread();
     }
     running = false;
 }
 
-void IconMetadata::Worker::tellMainThread() {
+void IconMetadata::Worker::notifyMainThread() {
     using Shared = std::shared_ptr<Worker>;
     g_idle_add_full(
         G_PRIORITY_DEFAULT,
@@ -101,8 +101,8 @@ void IconMetadata::Worker::tellMainThread() {
         new Shared(shared_from_this()), [](gpointer data) { delete static_cast<Shared*>(data); });
 }
 
-IconMetadata::IconMetadata(Writer writer, std::chrono::milliseconds limit)
-    : limit_(limit), worker_(std::make_shared<Worker>()) {
+IconMetadata::IconMetadata(Writer writer, std::chrono::milliseconds answerTimeout)
+    : answerTimeout_(answerTimeout), worker_(std::make_shared<Worker>()) {
     worker_->writer = std::move(writer);
     worker_->owner = this;
 }
@@ -114,47 +114,47 @@ IconMetadata::~IconMetadata() {
 }
 
 void IconMetadata::set(const std::string& path, const std::string& iconURI,
-                       std::chrono::milliseconds patience, Done done) {
+                       std::chrono::milliseconds blockFor, Done done) {
     auto request = std::make_shared<Request>(Request{path, iconURI, std::nullopt});
     worker_->submit(request);
-    if (worker_->isAnswered(*request, overdue_ ? std::chrono::milliseconds(0) : patience)) {
+    if (worker_->isAnswered(*request, isOverdue_ ? std::chrono::milliseconds(0) : blockFor)) {
         done(*request->written);
         return;
     }
-    auto owed = std::make_unique<Owed>(Owed{this, request, std::move(done), GSourceId()});
-    const auto giveUpOnIt = [](gpointer data) -> gboolean {
-        auto* late = static_cast<Owed*>(data);
+    auto pending = std::make_unique<Pending>(Pending{this, request, std::move(done), GSourceId()});
+    const auto atTimeout = [](gpointer data) -> gboolean {
+        auto* late = static_cast<Pending*>(data);
         late->timeout.forget();
         late->owner->giveUp(late->request.get());
         return G_SOURCE_REMOVE;
     };
-    owed->timeout =
-        GSourceId(g_timeout_add(static_cast<guint>(limit_.count()), giveUpOnIt, owed.get()));
-    owed_.push_back(std::move(owed));
+    pending->timeout = GSourceId(
+        g_timeout_add(static_cast<guint>(answerTimeout_.count()), atTimeout, pending.get()));
+    pending_.push_back(std::move(pending));
 }
 
 void IconMetadata::collectAnswers() {
-    overdue_ = false;
-    std::vector<std::unique_ptr<Owed>> settled;
-    const auto isOpen = [this](const auto& owed) {
-        return !worker_->isAnswered(*owed->request, std::chrono::milliseconds(0));
+    isOverdue_ = false;
+    std::vector<std::unique_ptr<Pending>> settled;
+    const auto isOpen = [this](const auto& pending) {
+        return !worker_->isAnswered(*pending->request, std::chrono::milliseconds(0));
     };
-    const auto firstSettled = std::stable_partition(owed_.begin(), owed_.end(), isOpen);
-    std::move(firstSettled, owed_.end(), std::back_inserter(settled));
-    owed_.erase(firstSettled, owed_.end());
-    for (const auto& owed : settled) {
-        owed->done(*owed->request->written);
+    const auto firstSettled = std::stable_partition(pending_.begin(), pending_.end(), isOpen);
+    std::move(firstSettled, pending_.end(), std::back_inserter(settled));
+    pending_.erase(firstSettled, pending_.end());
+    for (const auto& pending : settled) {
+        pending->done(*pending->request->written);
     }
 }
 
 void IconMetadata::giveUp(const Request* request) {
-    overdue_ = true;
-    const auto found = std::find_if(owed_.begin(), owed_.end(), [&](const auto& owed) {
-        return owed->request.get() == request;
+    isOverdue_ = true;
+    const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const auto& pending) {
+        return pending->request.get() == request;
     });
-    const auto owed = std::move(*found);
-    owed_.erase(found);
-    owed->done(false);
+    const auto pending = std::move(*found);
+    pending_.erase(found);
+    pending->done(false);
 }
 
 bool IconMetadata::writeThroughGIO(const std::string& path, const std::string& iconURI) {

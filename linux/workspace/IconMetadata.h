@@ -9,31 +9,31 @@
 
 namespace glintmark::platform {
 
-/// The file attribute `metadata::custom-icon`, which GVfs keeps in a database of its own. Its
-/// daemon may be absent, slow or stuck, so a thread apart asks it, one file after the other; the
-/// thread is there only while something is to be asked.
+/// The file attribute `metadata::custom-icon`, which GVfs keeps in its own database. The daemon of
+/// GVfs may be absent, slow or stuck. A separate thread calls it, one file after the other, and
+/// ends when no file waits.
 ///
 /// Main thread only, default main context.
 class IconMetadata {
 public:
-    /// Stores the attribute, however long it takes; whether it could. Called on another thread.
+    /// Stores the attribute and returns true on success. May block; called on another thread.
     using Writer = std::function<bool(const std::string& path, const std::string& iconURI)>;
     using Done = std::function<void(bool written)>;
 
-    static constexpr std::chrono::milliseconds defaultLimit{2000};
+    static constexpr std::chrono::milliseconds defaultAnswerTimeout{2000};
 
-    /// After `limit` a file goes on without an answer.
+    /// A file without an answer after `answerTimeout` counts as not written.
     explicit IconMetadata(Writer writer = &IconMetadata::writeThroughGIO,
-                          std::chrono::milliseconds limit = defaultLimit);
-    ~IconMetadata();  ///< Calls that are still owed are not made any more.
+                          std::chrono::milliseconds answerTimeout = defaultAnswerTimeout);
+    ~IconMetadata();  ///< Pending calls of `done` are dropped.
     IconMetadata(const IconMetadata&) = delete;
     IconMetadata& operator=(const IconMetadata&) = delete;
 
-    /// Calls `done` exactly once: within the call when the answer comes within `patience`, else
-    /// later, with false when it has not come within the limit. While an answer is overdue,
-    /// nothing is waited for within the call.
+    /// Sets the attribute and calls `done` exactly once: before `set` returns if the answer comes
+    /// within `blockFor`, else later from the main loop. While another answer is overdue, `set`
+    /// does not block.
     void set(const std::string& path, const std::string& iconURI,
-             std::chrono::milliseconds patience, Done done);
+             std::chrono::milliseconds blockFor, Done done);
 
     static bool writeThroughGIO(const std::string& path, const std::string& iconURI);
 
@@ -43,15 +43,15 @@ public:
 private:
     struct Worker;
     struct Request;
-    struct Owed;
+    struct Pending;
 
     void collectAnswers();
     void giveUp(const Request* request);
 
-    std::chrono::milliseconds limit_;
+    std::chrono::milliseconds answerTimeout_;
     std::shared_ptr<Worker> worker_;
-    std::vector<std::unique_ptr<Owed>> owed_;
-    bool overdue_ = false;
+    std::vector<std::unique_ptr<Pending>> pending_;
+    bool isOverdue_ = false;
 };
 
 }  // namespace glintmark::platform

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "linux/files/WholeFile.h"
+#include "linux/glib/GLibHandles.h"
 
 namespace glintmark::platform {
 
@@ -25,14 +26,12 @@ constexpr int folderMode = 0700;
 constexpr std::time_t day = 86'400;  // seconds
 
 std::string nameOf(std::string_view png) {
-    const std::unique_ptr<char, decltype(&g_free)> digits(
-        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(png.data()),
-                                    png.size()),
-        &g_free);
+    const GStringHandle digits(g_compute_checksum_for_data(
+        G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(png.data()), png.size()));
     return digits.get();
 }
 
-/// A file left short by a power cut has another size.
+/// True if the picture is stored whole. After a power cut its file may be short.
 bool isStored(const std::string& path, std::size_t size) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
@@ -49,8 +48,8 @@ std::vector<std::string> entriesOf(const std::string& folder) {
     return names;
 }
 
-/// The later of the times of reading, which file systems keep to a day, and of writing. A file
-/// without a status counts as used for ever.
+/// The later of the times of the last read and write. File systems keep the time of a read to about
+/// a day. A file whose status cannot be read counts as in use.
 std::time_t lastUse(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
@@ -122,7 +121,7 @@ bool writeIconName(const std::string& path, const std::string& name) {
 }
 
 std::optional<std::string> readIconName(const std::string& path) {
-    std::array<char, nameLength> value{};  // a longer value does not fit and is no name
+    std::array<char, nameLength> value{};  // a longer value does not fit and is not a name
     const ssize_t length = getxattr(path.c_str(), attribute, value.data(), value.size());
     if (length <= 0) {
         return std::nullopt;

@@ -15,14 +15,14 @@ class IconStore {
 public:
     explicit IconStore(const std::string& dataHome);
 
-    /// The name under which `png` is stored now; absent when it cannot be. A picture that is there
+    /// Stores `png` and returns its name; absent when it cannot be stored. A picture that is stored
     /// already is only marked as used now.
     std::optional<std::string> put(std::string_view png);
 
     std::string pathOf(std::string_view name) const;
     const std::string& folder() const { return folder_; }
 
-    /// Whether `text` has the form of a name, so that a path made of it stays in the folder.
+    /// True if `text` has the form of a name. A path made from it stays in the folder.
     static bool isName(std::string_view text);
 
     /// The names of the pictures that were neither read nor marked as used since `time` (seconds
@@ -32,7 +32,7 @@ public:
     /// Removes a picture, unless it was used since `time` after all.
     void removeUnused(const std::string& name, std::time_t time);
 
-    /// Removes what a crash in the middle of writing left behind more than a day before `now`.
+    /// Removes unfinished files, left by a crash while writing, that are more than a day old.
     void removeUnfinished(std::time_t now);
 
 private:
@@ -40,11 +40,11 @@ private:
     std::mutex mutex_;  ///< Held while a picture is marked as used or removed.
 };
 
-/// Which stored picture is the icon of a file, kept with the file in its extended attribute
-/// `user.glintmark.icon`, so that it moves with it.
+/// Writes the name of a file's stored icon into the file's extended attribute
+/// `user.glintmark.icon`, which moves with the file. False when that fails.
 bool writeIconName(const std::string& path, const std::string& name);
 
-/// Absent when the file has no such attribute, or one that is no name.
+/// Absent when the file has no such attribute or its value is not a name.
 std::optional<std::string> readIconName(const std::string& path);
 
 }  // namespace glintmark::platform

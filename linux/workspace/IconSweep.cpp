@@ -31,22 +31,22 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// In doubt yes.
+/// True if in doubt.
 bool exists(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
-/// Whether a look at a file or folder failed in a way that tells nothing about it. What the user
-/// may not read shows no icon either.
-bool tellsNothing(int error) {
+/// True if reading a file or folder failed with an error that does not show whether it uses an
+/// icon. What the user may not read shows no icon, so these errors count as an answer.
+bool isInconclusive(int error) {
     constexpr std::array answers = {0,       ENODATA, ENOTSUP, ERANGE, ENOENT,
                                     ENOTDIR, EACCES,  EPERM,   ELOOP};
     return std::find(answers.begin(), answers.end(), error) == answers.end();
 }
 
-/// Whether the file on record has the icon still, or cannot be asked at present: a disk that is
-/// not mounted now may be tomorrow.
+/// True if the recorded file still has the icon or cannot be read now. A disk that is not mounted
+/// today may be mounted tomorrow.
 bool mayHaveIcon(const AppliedIcon& applied, const std::string& iconURI) {
     if (!exists(applied.path)) {
         return !isFolder(applied.path.substr(0, applied.path.rfind('/') + 1));
@@ -55,7 +55,7 @@ bool mayHaveIcon(const AppliedIcon& applied, const std::string& iconURI) {
     if (const auto name = readIconName(applied.path)) {
         return *name == applied.name;
     }
-    return tellsNothing(errno) || IconMetadata::readThroughGIO(applied.path) == iconURI;
+    return isInconclusive(errno) || IconMetadata::readThroughGIO(applied.path) == iconURI;
 }
 
 struct CloseTree {
@@ -63,8 +63,8 @@ struct CloseTree {
 };
 using Tree = std::unique_ptr<FTS, CloseTree>;
 
-/// Leaves processor and disk to everybody else (setpriority(2), ioprio_set(2)).
-void becomeUnimportant() {
+/// Lets everything else use processor and disk first (setpriority(2), ioprio_set(2)).
+void lowerPriority() {
     constexpr int ioprioWhoProcess = 1;
     constexpr int ioprioIdle = 3 << 13;
     constexpr int lowest = 19;
@@ -77,8 +77,8 @@ void becomeUnimportant() {
 void IconSweep::run(std::time_t now, const std::atomic<bool>& stopping) const {
     const std::time_t before = now - std::chrono::duration_cast<seconds>(unusedFor).count();
     std::set<std::string> candidates = store_.unusedSince(before);
-    keepThoseOnRecord(candidates);
-    keepThoseBelowHome(candidates, stopping);
+    keepRecordedIcons(candidates);
+    keepIconsBelowHome(candidates, stopping);
     if (stopping) {
         return;
     }
@@ -86,13 +86,13 @@ void IconSweep::run(std::time_t now, const std::atomic<bool>& stopping) const {
         store_.removeUnused(name, before);
     }
     if (!candidates.empty()) {
-        applied_.reduce(
+        applied_.filter(
             [&](const AppliedIcon& entry) { return exists(store_.pathOf(entry.name)); });
     }
     store_.removeUnfinished(now);
 }
 
-void IconSweep::keepThoseOnRecord(std::set<std::string>& candidates) const {
+void IconSweep::keepRecordedIcons(std::set<std::string>& candidates) const {
     if (candidates.empty()) {
         return;
     }
@@ -109,14 +109,14 @@ void IconSweep::keepThoseOnRecord(std::set<std::string>& candidates) const {
     }
 }
 
-void IconSweep::keepThoseBelowHome(std::set<std::string>& candidates,
+void IconSweep::keepIconsBelowHome(std::set<std::string>& candidates,
                                    const std::atomic<bool>& stopping) const {
     if (candidates.empty()) {
         return;
     }
     std::string root = home_;
     char* roots[] = {root.data(), nullptr};
-    // Other file systems below the home folder may be remote and hang.
+    // FTS_XDEV: other file systems below the home folder may be remote and hang.
     constexpr int options = FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV;
     const Tree tree(isFolder(home_) ? fts_open(roots, options, nullptr) : nullptr);
     while (const FTSENT* entry = tree ? fts_read(tree.get()) : nullptr) {
@@ -131,12 +131,12 @@ void IconSweep::keepThoseBelowHome(std::set<std::string>& candidates,
                 candidates.erase(*icon);
             }
         }
-        if (tellsNothing(errno)) {
+        if (isInconclusive(errno)) {
             candidates.clear();
             return;
         }
     }
-    const bool isWholeTree = tree != nullptr && errno == 0;  // as fts_read(3) leaves it
+    const bool isWholeTree = tree != nullptr && errno == 0;  // fts_read(3) sets it to 0 at the end
     if (!isWholeTree) {
         candidates.clear();
     }
@@ -150,7 +150,7 @@ void IconSweeper::sweepNow() {
     stop();
     stopping_ = false;
     thread_ = Thread::start("icon-sweep", stackBytes, [this] {
-        becomeUnimportant();
+        lowerPriority();
         sweep_.run(std::time(nullptr), stopping_);
     });
 }

@@ -14,12 +14,12 @@
 
 namespace glintmark::platform {
 
-/// Removes stored icons that no file has any more.
+/// Removes stored icons that no file uses.
 ///
-/// An icon goes when nothing has read or written it for thirty days, no file on record has it,
-/// each of those files' folders is there to look into, and no link file below the home folder has
-/// it (a file keeps its icon's name wherever it is moved). What cannot be read for another reason
-/// than that the user may not read it may have any icon. Blocks for as long as it takes to look.
+/// An icon is removed if all of this is true: nothing has read or written it for thirty days; no
+/// file that got it, by the record, still has it; the folders of these files can be read; and no
+/// link file below the home folder has it (the icon's name moves with the file). If reading a file
+/// fails for any reason but permission, assume that it uses the icon. Blocks while it searches.
 class IconSweep {
 public:
     static constexpr std::chrono::hours unusedFor{24 * 30};
@@ -27,13 +27,13 @@ public:
     IconSweep(IconStore& store, AppliedIcons& applied, std::string home)
         : store_(store), applied_(applied), home_(std::move(home)) {}
 
-    /// `now` in seconds since 1970. Ends early, having removed nothing, when `stopping` becomes
-    /// true.
+    /// `now` is in seconds since 1970. When `stopping` becomes true while it searches, it returns
+    /// without removing anything.
     void run(std::time_t now, const std::atomic<bool>& stopping) const;
 
 private:
-    void keepThoseOnRecord(std::set<std::string>& candidates) const;
-    void keepThoseBelowHome(std::set<std::string>& candidates,
+    void keepRecordedIcons(std::set<std::string>& candidates) const;
+    void keepIconsBelowHome(std::set<std::string>& candidates,
                             const std::atomic<bool>& stopping) const;
 
     IconStore& store_;
@@ -41,12 +41,12 @@ private:
     std::string home_;
 };
 
-/// Sweeps ten minutes after the start and then once a day, on a thread of lowest priority that is
-/// there only meanwhile. Main thread only, default main context.
+/// Sweeps ten minutes after the start and then once a day. Each sweep has its own thread of lowest
+/// priority. Main thread only, default main context.
 class IconSweeper {
 public:
     explicit IconSweeper(IconSweep sweep);
-    ~IconSweeper();  ///< Waits for a sweep under way, which ends at its next step.
+    ~IconSweeper();  ///< Stops a running sweep and waits for it.
     IconSweeper(const IconSweeper&) = delete;
     IconSweeper& operator=(const IconSweeper&) = delete;
 

@@ -13,12 +13,11 @@
 #include "linux/files/WholeFile.h"
 #include "linux/images/PNGWriter.h"
 #include "linux/workspace/IconStore.h"
+#include "linux/workspace/ThumbnailCache.h"
 
 namespace glintmark::platform {
 
 namespace {
-
-constexpr png_uint_32 longestStoredEdge = 512;
 
 std::optional<BitmapImageRep> decodedPNG(const std::string& file) {
     png_image image{};
@@ -26,7 +25,7 @@ std::optional<BitmapImageRep> decodedPNG(const std::string& file) {
     if (png_image_begin_read_from_memory(&image, file.data(), file.size()) == 0) {
         return std::nullopt;
     }
-    if (image.width > longestStoredEdge || image.height > longestStoredEdge) {
+    if (image.width > IconPictures::fullEdge || image.height > IconPictures::fullEdge) {
         png_image_free(&image);
         return std::nullopt;
     }
@@ -39,7 +38,7 @@ std::optional<BitmapImageRep> decodedPNG(const std::string& file) {
                           std::move(pixels));
 }
 
-/// `bitmap` in its proportions, no larger than it is.
+/// `bitmap`, scaled down in its proportions if it is larger than `edge`.
 BitmapImageRep fitted(const BitmapImageRep& bitmap, int edge) {
     const int longest = std::max(bitmap.pixelsWide(), bitmap.pixelsHigh());
     if (longest <= edge) {

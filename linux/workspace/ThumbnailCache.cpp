@@ -2,19 +2,15 @@
 
 #include <glib.h>
 
-#include <memory>
-
 #include "base/graphics/ImageScaling.h"
 #include "linux/files/WholeFile.h"
+#include "linux/glib/GLibHandles.h"
 #include "linux/images/PNGWriter.h"
 
 namespace glintmark::platform {
 
 namespace {
 
-constexpr int fullEdge = 512;
-constexpr int largeEdge = 256;
-constexpr int normalEdge = 128;
 constexpr int folderMode = 0700;
 constexpr auto software = "Glintmark";
 
@@ -24,17 +20,17 @@ BitmapImageRep stretched(const BitmapImageRep& bitmap, int edge) {
 }
 
 std::string fileName(const std::string& uri) {
-    const std::unique_ptr<char, decltype(&g_free)> digits(
-        g_compute_checksum_for_string(G_CHECKSUM_MD5, uri.c_str(), -1), &g_free);
+    const GStringHandle digits(g_compute_checksum_for_string(G_CHECKSUM_MD5, uri.c_str(), -1));
     return std::string(digits.get()) + ".png";
 }
 
 }  // namespace
 
 IconPictures encodedPictures(const BitmapImageRep& bitmap) {
-    const BitmapImageRep full = stretched(bitmap, fullEdge);
-    return {encodedPNG(full), encodedPNG(scaled(full, largeEdge, largeEdge)),
-            encodedPNG(scaled(full, normalEdge, normalEdge))};
+    const BitmapImageRep full = stretched(bitmap, IconPictures::fullEdge);
+    return {encodedPNG(full),
+            encodedPNG(scaled(full, IconPictures::largeEdge, IconPictures::largeEdge)),
+            encodedPNG(scaled(full, IconPictures::normalEdge, IconPictures::normalEdge))};
 }
 
 bool ThumbnailCache::write(const IconPictures& pictures, const ThumbnailSubject& subject) const {
@@ -45,7 +41,7 @@ bool ThumbnailCache::write(const IconPictures& pictures, const ThumbnailSubject&
         {"Thumb::Mimetype", subject.mimeType},
         {"Software", software},
     }};
-    // The largest size is an upper bound: a picture that has no more to show is not enlarged.
+    // "xx-large" is at most 1024 pixels. Enlarging the picture would show nothing more.
     const std::string full = withTexts(pictures.full, texts);
     const std::string large = withTexts(pictures.large, texts);
     const std::string normal = withTexts(pictures.normal, texts);

@@ -8,17 +8,21 @@
 
 namespace glintmark::platform {
 
-/// One icon as encoded pictures, ready to be stored for any number of files.
+/// One icon as PNG files of three sizes, for any number of files.
 struct IconPictures {
-    std::string full;    ///< 512 pixels wide and high.
-    std::string large;   ///< 256.
-    std::string normal;  ///< 128.
+    static constexpr int fullEdge = 512;  ///< Pixels, as the next two.
+    static constexpr int largeEdge = 256;
+    static constexpr int normalEdge = 128;
+
+    std::string full;
+    std::string large;
+    std::string normal;
 };
 
-/// Encodes `bitmap`, stretched to 512 x 512 when it measures otherwise.
+/// Encodes `bitmap`, stretched to each of the three sizes.
 IconPictures encodedPictures(const BitmapImageRep& bitmap);
 
-/// What a thumbnail says about its file; readers drop one that is out of date.
+/// What a thumbnail says about its file. Readers ignore a thumbnail that is out of date.
 struct ThumbnailSubject {
     std::string uri;
     std::string modificationTime;  ///< Seconds since 1970, in decimal.
@@ -32,7 +36,7 @@ class ThumbnailCache {
 public:
     explicit ThumbnailCache(const std::string& cacheHome) : folder_(cacheHome + "/thumbnails") {}
 
-    /// Writes the pictures of all four sizes. False when one could not be written.
+    /// Writes the thumbnails of all four sizes. False when one of them could not be written.
     bool write(const IconPictures& pictures, const ThumbnailSubject& subject) const;
 
 private:

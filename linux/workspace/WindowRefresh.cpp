@@ -10,7 +10,7 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr gint64 arrivalDelayMicroseconds = 300'000;
+constexpr gint64 additionDelayMicroseconds = 300'000;
 constexpr gint64 microsecondsPerMillisecond = 1000;
 
 constexpr auto objectPath = "/";
@@ -41,14 +41,14 @@ void WindowRefresh::signalChange(const std::string& path) {
     if (bus_.connection() == nullptr) {
         return;
     }
-    // A view of a folder that was reached through a link knows it under the link's name.
-    GVariantBuilder gone;
-    g_variant_builder_init(&gone, G_VARIANT_TYPE("as"));
+    // A window that shows a folder through a symbolic link knows the folder by the link's path.
+    GVariantBuilder removed;
+    g_variant_builder_init(&removed, G_VARIANT_TYPE("as"));
     for (const auto& uri : fileURIs(path)) {
-        g_variant_builder_add(&gone, "s", uri.c_str());
-        arrivals_.push_back({g_get_monotonic_time() + arrivalDelayMicroseconds, folderOf(uri)});
+        g_variant_builder_add(&removed, "s", uri.c_str());
+        additions_.push_back({g_get_monotonic_time() + additionDelayMicroseconds, folderOf(uri)});
     }
-    emit("FilesRemoved", g_variant_new("(as)", &gone));
+    emit("FilesRemoved", g_variant_new("(as)", &removed));
     if (!timer_) {
         armTimer();
     }
@@ -63,10 +63,10 @@ void WindowRefresh::emit(const char* name, GVariant* arguments) {
 }
 
 void WindowRefresh::armTimer() {
-    const gint64 wait = std::max<gint64>(arrivals_.front().due - g_get_monotonic_time(), 0);
+    const gint64 wait = std::max<gint64>(additions_.front().due - g_get_monotonic_time(), 0);
     const auto fire = [](gpointer self) -> gboolean {
         static_cast<WindowRefresh*>(self)->timer_.forget();
-        static_cast<WindowRefresh*>(self)->emitDueArrivals();
+        static_cast<WindowRefresh*>(self)->emitDueAdditions();
         return G_SOURCE_REMOVE;
     };
     timer_ = GSourceId(g_timeout_add(
@@ -74,18 +74,18 @@ void WindowRefresh::armTimer() {
         fire, this));
 }
 
-void WindowRefresh::emitDueArrivals() {
+void WindowRefresh::emitDueAdditions() {
     const gint64 now = g_get_monotonic_time();
     std::string last;
-    while (!arrivals_.empty() && arrivals_.front().due <= now) {
-        // Many files of one folder at once need one look at it.
-        if (arrivals_.front().folderURI != last) {
-            last = arrivals_.front().folderURI;
+    while (!additions_.empty() && additions_.front().due <= now) {
+        // One signal is enough for many files of one folder.
+        if (additions_.front().folderURI != last) {
+            last = additions_.front().folderURI;
             emit("FilesAdded", g_variant_new("(s)", last.c_str()));
         }
-        arrivals_.pop_front();
+        additions_.pop_front();
     }
-    if (!arrivals_.empty()) {
+    if (!additions_.empty()) {
         armTimer();
     }
 }

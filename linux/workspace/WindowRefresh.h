@@ -10,31 +10,33 @@
 
 namespace glintmark::platform {
 
-/// Makes windows that are open look at a file again. Main thread only, default main context.
+/// Makes open windows of file managers read a file's icon again. Main thread only, default main
+/// context.
 class WindowRefresh {
 public:
     explicit WindowRefresh(SessionBus& bus) : bus_(bus) {}
 
-    /// Sets the file's modification time to its whole second, which directory watchers report.
-    /// `seen` is the status that the file's thumbnails were made from: a file that changed since
-    /// keeps its time. False when the system does not let the time be set.
+    /// Sets the file's modification time to its whole second. Programs that watch the directory
+    /// notice this. `seen` is the status for which the file's thumbnails were made; a file that
+    /// changed since then keeps its time. False when the system refuses to set the time.
     static bool dropTimeFraction(const std::string& path, const struct stat& seen);
 
-    /// Tells KDE's directory listers that the files went, and, a moment later, came.
+    /// Signals KDE's directory listers that the file was removed and, 0.3 s later, that it was
+    /// added.
     void signalChange(const std::string& path);
 
 private:
-    struct Arrival {
+    struct Addition {
         gint64 due;  ///< Microseconds of GLib's monotonic clock.
         std::string folderURI;
     };
 
     void emit(const char* name, GVariant* arguments);
     void armTimer();
-    void emitDueArrivals();
+    void emitDueAdditions();
 
     SessionBus& bus_;
-    std::deque<Arrival> arrivals_;  ///< In order of their due times.
+    std::deque<Addition> additions_;  ///< To be signalled, by due time.
     GSourceId timer_;
 };
 

@@ -40,7 +40,7 @@ TEST(AppliedIconsTest, PathsOfAnyBytesComeBack) {
     EXPECT_THAT(applied.all(), Optional(ElementsAre(FieldsAre(nameA, path))));
 }
 
-TEST(AppliedIconsTest, LinesThatAreNoneAreLeftOut) {
+TEST(AppliedIconsTest, MalformedLinesAreSkipped) {
     const test::TemporaryDirectory folder;
     folder.write("glintmark/applied", "\n\nnonsense\n" + nameA + "\n" + nameA + " relative\n" +
                                           "short file:///x\n" + nameA + " file:///kept\n" + nameB +
@@ -56,29 +56,29 @@ TEST(AppliedIconsTest, AMissingListIsEmptyAndAMissingFolderIsHarmless) {
     EXPECT_THAT(applied.all(), Optional(IsEmpty()));
 }
 
-TEST(AppliedIconsTest, AListThatCannotBeReadIsNoEmptyOneAndStays) {
+TEST(AppliedIconsTest, AListThatCannotBeReadIsAbsentAndNotRewritten) {
     const test::TemporaryDirectory folder;
     folder.createDirectories("glintmark/applied");
     AppliedIcons applied(folder.path());
     EXPECT_EQ(applied.all(), std::nullopt);
-    applied.reduce([](const AppliedIcon&) { return true; });
+    applied.filter([](const AppliedIcon&) { return true; });
     EXPECT_TRUE(std::filesystem::is_directory(folder / "glintmark/applied"));
 }
 
-/// While it lives, no file may be larger, as on a disk that is almost full.
-class LargestFile {
+/// Limits the size of files while it lives, as a disk that is almost full does.
+class FileSizeLimit {
 public:
-    explicit LargestFile(rlim_t bytes) {
+    explicit FileSizeLimit(rlim_t bytes) {
         getrlimit(RLIMIT_FSIZE, &before_);
         const rlimit little{bytes, before_.rlim_max};
         setrlimit(RLIMIT_FSIZE, &little);
     }
-    ~LargestFile() {
+    ~FileSizeLimit() {
         setrlimit(RLIMIT_FSIZE, &before_);
         std::signal(SIGXFSZ, handler_);
     }
-    LargestFile(const LargestFile&) = delete;
-    LargestFile& operator=(const LargestFile&) = delete;
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
 private:
     void (*handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
@@ -91,7 +91,7 @@ TEST(AppliedIconsTest, ALineThatDoesNotFitOnTheDiskDoesNotSpoilTheNext) {
     AppliedIcons applied(folder.path());
     applied.add({nameA, "/one.webloc"});
     {
-        const LargestFile almostFull(folder.read("glintmark/applied").size() + nameA.size() + 20);
+        const FileSizeLimit almostFull(folder.read("glintmark/applied").size() + nameA.size() + 20);
         applied.add({nameA, "/does/not/fit.webloc"});
     }
     applied.add({nameB, "/three.webloc"});
@@ -99,13 +99,13 @@ TEST(AppliedIconsTest, ALineThatDoesNotFitOnTheDiskDoesNotSpoilTheNext) {
                                                     FieldsAre(nameB, "/three.webloc"))));
 }
 
-TEST(AppliedIconsTest, ReducingKeepsWhatIsAskedFor) {
+TEST(AppliedIconsTest, FilteringKeepsTheChosenEntries) {
     const test::TemporaryDirectory folder;
     folder.write("glintmark/applied", "");
     AppliedIcons applied(folder.path());
     applied.add({nameA, "/one.webloc"});
     applied.add({nameB, "/two.webloc"});
-    applied.reduce([](const AppliedIcon& entry) { return entry.name == nameB; });
+    applied.filter([](const AppliedIcon& entry) { return entry.name == nameB; });
     EXPECT_EQ(folder.read("glintmark/applied"), nameB + " file:///two.webloc\n");
 }
 

@@ -23,7 +23,7 @@ constexpr auto fileManagerXml = R"(<node><interface name="org.freedesktop.FileMa
   <method name="ShowFolders"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
 </interface></node>)";
 
-/// A user's settings in a folder: programs that note what they are asked to open.
+/// A user's settings in a folder, with programs that record what they are asked to open.
 class Settings {
 public:
     Settings() {
@@ -42,7 +42,7 @@ public:
         chmod(path.c_str(), 0755);
     }
 
-    /// Makes `program` the one for folders and https addresses.
+    /// Makes `program` the default for folders and https addresses.
     void makeDefault(const std::string& program) const {
         addProgram(program);
         folder_.write("applications/test.desktop",
@@ -65,7 +65,7 @@ private:
     test::TemporaryDirectory folder_;
 };
 
-// GLib reads a user's settings once, so each of the following runs in a process of its own.
+// GLib reads a user's settings once, so each of these functions runs in its own process.
 [[noreturn]] void finish(bool passed) { std::exit(passed ? 0 : 1); }
 
 [[noreturn]] void openAddressWithDefault() {
@@ -127,7 +127,7 @@ private:
     finish(passed);
 }
 
-TEST(DesktopLauncherTest, AnAddressGoesToTheUsersProgramForIt) {
+TEST(DesktopLauncherTest, AnAddressIsOpenedByTheDefaultProgram) {
     EXPECT_EXIT(openAddressWithDefault(), ExitedWithCode(0), "");
 }
 

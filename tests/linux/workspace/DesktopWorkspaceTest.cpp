@@ -157,7 +157,7 @@ TEST_F(DesktopWorkspaceTest, NothingStaysOfAnIconWhoseFileIsGone) {
     EXPECT_TRUE(watched.expired());
 }
 
-TEST_F(DesktopWorkspaceTest, TheTimeLosesItsFractionWhenAllElseIsThere) {
+TEST_F(DesktopWorkspaceTest, TheTimeLosesItsFractionInTheLastStep) {
     const std::string path = makeLink("a.webloc");
     setRedIcon(path);
     EXPECT_EQ(seenTime_.tv_nsec, 250'000'000);
@@ -238,7 +238,7 @@ TEST_F(DesktopWorkspaceTest, AnIconThatCannotBeStoredIsSetByItsThumbnailsAlone) 
     EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 0);
 }
 
-TEST_F(DesktopWorkspaceTest, TheAttributeAloneIsASuccess) {
+TEST_F(DesktopWorkspaceTest, TheMetadataAloneIsASuccess) {
     folder_.write("cache", "a file where the folder should be");
     EXPECT_TRUE(setIcon(redIcon(), makeLink("a.webloc")));
     makeWorkspace(false);
@@ -251,7 +251,7 @@ TEST_F(DesktopWorkspaceTest, WhereNothingCanBeWrittenTheCallFails) {
     EXPECT_FALSE(setIcon(redIcon(), makeLink("a.webloc")));
 }
 
-TEST_F(DesktopWorkspaceTest, ASlowMetadataDaemonDelaysOnlyTheNudge) {
+TEST_F(DesktopWorkspaceTest, ASlowMetadataDaemonDelaysOnlyTheRefresh) {
     struct Gate {
         std::mutex mutex;
         std::condition_variable changed;
@@ -274,8 +274,8 @@ TEST_F(DesktopWorkspaceTest, ASlowMetadataDaemonDelaysOnlyTheNudge) {
     EXPECT_TRUE(waitUntil([&] { return statusOf(path).st_mtim.tv_nsec == 0; }));
 }
 
-/// A file whose time may not be set: by the immutable flag (ioctl_iflags(2)) for who may set that,
-/// else somebody else's file.
+/// A file whose time this process may not set: its own file with the immutable flag
+/// (ioctl_iflags(2)) if it may set that, else another user's file.
 class FixedFile {
 public:
     explicit FixedFile(const std::string& ownPath) : path_("/etc/passwd") {
@@ -349,7 +349,7 @@ TEST_F(DesktopWorkspaceTest, FoldersAreShownByTheFileManagerOnTheBus) {
     EXPECT_EQ(call, "(['file:///home/kim/%FFLinks'], '')");
 }
 
-TEST_F(DesktopWorkspaceTest, AnAddressThatNoProgramIsForIsNotOpened) {
+TEST_F(DesktopWorkspaceTest, AnAddressWithoutAProgramIsNotOpened) {
     const std::string path = g_getenv("PATH");
     g_setenv("PATH", folder_.path().c_str(), TRUE);
     const bool opened = workspace_->open(*URL::parse("glintmark-unknown:nothing"));

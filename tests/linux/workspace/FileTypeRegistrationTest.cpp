@@ -33,7 +33,7 @@ protected:
     test::TemporaryDirectory folder_;
 };
 
-TEST_F(FileTypeRegistrationTest, AProgramInItsBuildTreeRegistersBelowTheDataFolderAndSaysSo) {
+TEST_F(FileTypeRegistrationTest, AProgramInItsBuildTreeRegistersAndReportsIt) {
     makeBuildTree("build");
     testing::internal::CaptureStderr();
     EXPECT_TRUE(registerFrom("build"));
@@ -58,7 +58,7 @@ TEST_F(FileTypeRegistrationTest, TheTypeIsKnownAfterwards) {
                 HasSubstr("application/x-webloc:text-html"));
 }
 
-TEST_F(FileTypeRegistrationTest, ASecondStartChangesAndSaysNothing) {
+TEST_F(FileTypeRegistrationTest, ASecondStartChangesAndReportsNothing) {
     makeBuildTree("build");
     registerFrom("build");
     testing::internal::CaptureStderr();
@@ -66,7 +66,7 @@ TEST_F(FileTypeRegistrationTest, ASecondStartChangesAndSaysNothing) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), IsEmpty());
 }
 
-TEST_F(FileTypeRegistrationTest, APathWithBlanksAndQuotesIsOneWordOfTheCommand) {
+TEST_F(FileTypeRegistrationTest, APathWithSpacesAndQuotesIsOneWordOfTheCommand) {
     makeBuildTree("it's a 100% tree");
     ASSERT_TRUE(registerFrom("it's a 100% tree"));
     GKeyFile* keys = g_key_file_new();

@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-/// A daemon that answers when it is told to. Any thread.
+/// A daemon that answers when the test releases it. Any thread.
 class Daemon {
 public:
     IconMetadata::Writer writer() {
@@ -58,7 +58,7 @@ TEST(IconMetadataTest, APromptAnswerComesWithinTheCall) {
     EXPECT_THAT(daemon.asked(), ElementsAre("/a file:///icon"));
 }
 
-TEST(IconMetadataTest, ARefusalIsPassedOn) {
+TEST(IconMetadataTest, ARefusalIsReported) {
     Daemon daemon;
     daemon.release(false);
     IconMetadata metadata(daemon.writer());
@@ -78,24 +78,24 @@ TEST(IconMetadataTest, ALateAnswerComesThroughTheMainLoop) {
     EXPECT_THAT(answers, ElementsAre(true));
 }
 
-TEST(IconMetadataTest, AStuckDaemonIsGivenUpAndNotWaitedForAgain) {
+TEST(IconMetadataTest, AfterATimeoutTheNextCallDoesNotBlock) {
     Daemon daemon;
     IconMetadata metadata(daemon.writer(), 5ms);
     std::vector<bool> answers;
     const auto note = [&](bool written) { answers.push_back(written); };
     metadata.set("/a", "file:///icon", 1ms, note);
     ASSERT_TRUE(waitUntil([&] { return answers.size() == 1; }));
-    // With a patience beyond every test's time-out: a wait would show.
+    // One hour: if this call blocked, the test would time out.
     metadata.set("/b", "file:///icon", 1h, note);
     ASSERT_TRUE(waitUntil([&] { return answers.size() == 2; }));
     EXPECT_THAT(answers, ElementsAre(false, false));
 
-    daemon.release(true);  // both are stored in the end, though nobody waits any more
+    daemon.release(true);  // both are stored in the end, after their timeouts
     ASSERT_TRUE(waitUntil([&] { return daemon.asked().size() == 2; }));
     EXPECT_EQ(answers.size(), 2U);
 }
 
-TEST(IconMetadataTest, FilesAreAskedForOneAfterTheOther) {
+TEST(IconMetadataTest, TheDaemonIsCalledForOneFileAfterTheOther) {
     Daemon daemon;
     IconMetadata metadata(daemon.writer(), 60s);
     int answers = 0;
@@ -109,7 +109,7 @@ TEST(IconMetadataTest, FilesAreAskedForOneAfterTheOther) {
     EXPECT_THAT(daemon.asked(), ElementsAre("/a file:///i", "/b file:///i", "/c file:///i"));
 }
 
-TEST(IconMetadataTest, AnAnswerAfterTheEndReachesNobody) {
+TEST(IconMetadataTest, AnAnswerAfterTheServiceIsGoneIsDropped) {
     Daemon daemon;
     bool answered = false;
     {

@@ -74,7 +74,7 @@ TEST(IconStoreTest, ANameIsSixtyFourLowerCaseDigits) {
     }
 }
 
-TEST(IconStoreTest, OnlyPicturesThatNobodyReadOrWroteAreUnused) {
+TEST(IconStoreTest, OnlyPicturesNeitherReadNorWrittenAreUnused) {
     const test::TemporaryDirectory folder;
     IconStore store(folder.path());
     const auto idle = store.put("idle");
@@ -100,7 +100,7 @@ TEST(IconStoreTest, APictureUsedMeanwhileIsNotRemoved) {
     setTimes(store.pathOf(*name), 100, 100);
     store.removeUnused(*name, 500);
     EXPECT_FALSE(std::filesystem::exists(store.pathOf(*name)));
-    store.removeUnused(*name, 500);  // harmless when it is gone
+    store.removeUnused(*name, 500);  // does nothing when the picture is gone
 }
 
 TEST(IconStoreTest, WhatACrashLeftUnfinishedIsRemovedAfterADay) {
@@ -127,7 +127,7 @@ TEST(IconStoreTest, AFileKeepsItsIconsNameWhenItMoves) {
     EXPECT_EQ(readIconName(folder / "elsewhere/c.webloc"), name);
 }
 
-TEST(IconStoreTest, AnAttributeThatIsNoNameCountsAsNone) {
+TEST(IconStoreTest, AnAttributeThatIsNotANameIsAbsent) {
     const test::TemporaryDirectory folder;
     const std::string file = folder.write("a.webloc");
     EXPECT_EQ(readIconName(file), std::nullopt);

@@ -13,11 +13,11 @@
 
 namespace {
 
-int attributeError = 0;  // what reading an attribute fails with, if any
+int attributeError = 0;  // the errno with which reading an attribute fails; 0: it works
 
 }  // namespace
 
-// In place of the C library's, for all that is linked into this program.
+// Replaces the C library's function in this whole program.
 extern "C" ssize_t getxattr(const char* path, const char* name, void* value,
                             std::size_t size) noexcept {
     if (attributeError != 0) {
@@ -52,7 +52,7 @@ protected:
         return name;
     }
 
-    /// A link file with a picture as its icon, as the program leaves them.
+    /// Makes a link file whose icon is the picture `name`, as the program does.
     std::string applyTo(const std::string& file, const std::string& name) {
         std::string path = folder_.write(file);
         writeIconName(path, name);
@@ -84,7 +84,7 @@ TEST_F(IconSweepTest, AnIconWhoseFileIsGoneIsRemovedAfterThirtyDays) {
     EXPECT_TRUE(applied_.all().value().empty());
 }
 
-TEST_F(IconSweepTest, AnIconThatAFileHasIsKept) {
+TEST_F(IconSweepTest, AnIconThatAFileUsesIsKept) {
     const std::string name = storePicture("picture");
     applyTo("elsewhere/a.webloc", name);
     std::filesystem::create_directories(folder_ / "home");
@@ -92,7 +92,7 @@ TEST_F(IconSweepTest, AnIconThatAFileHasIsKept) {
     EXPECT_TRUE(isStored(name));
 }
 
-TEST_F(IconSweepTest, AnIconThatEveryFileReplacedIsRemoved) {
+TEST_F(IconSweepTest, AnIconThatWasReplacedInEveryFileIsRemoved) {
     const std::string first = storePicture("first");
     const std::string second = storePicture("second");
     applyTo("home/Desktop/a.webloc", first);
@@ -102,7 +102,7 @@ TEST_F(IconSweepTest, AnIconThatEveryFileReplacedIsRemoved) {
     EXPECT_TRUE(isStored(second));
 }
 
-TEST_F(IconSweepTest, AnIconOfSeveralFilesStaysForTheLastOfThem) {
+TEST_F(IconSweepTest, AnIconStaysWhileOneOfItsFilesIsLeft) {
     const std::string name = storePicture("picture");
     std::filesystem::remove(applyTo("home/Desktop/a.webloc", name));
     applyTo("other/b.webloc", name);
@@ -119,7 +119,7 @@ TEST_F(IconSweepTest, AFileMovedWithinTheHomeFolderKeepsItsIcon) {
     EXPECT_TRUE(isStored(name));
 }
 
-TEST_F(IconSweepTest, AFolderThatIsALinkFileKeepsItsIconToo) {
+TEST_F(IconSweepTest, AFolderNamedLikeALinkFileKeepsItsIcon) {
     const std::string name = storePicture("picture");
     std::filesystem::create_directories(folder_ / "home/folder.webloc");
     writeIconName(folder_ / "home/folder.webloc", name);
@@ -136,7 +136,7 @@ TEST_F(IconSweepTest, AnIconOnADiskThatIsNotMountedIsKept) {
     EXPECT_TRUE(isStored(name));
 }
 
-TEST_F(IconSweepTest, NothingIsRemovedWhenTheHomeFolderCannotBeLookedInto) {
+TEST_F(IconSweepTest, NothingIsRemovedWhenTheHomeFolderCannotBeRead) {
     const std::string name = storePicture("picture");
     std::filesystem::remove(applyTo("other/a.webloc", name));
     sweep(longAfter);
@@ -151,7 +151,7 @@ TEST_F(IconSweepTest, NothingIsRemovedWhenTheListOfFilesCannotBeRead) {
     EXPECT_TRUE(isStored(name));
 }
 
-TEST_F(IconSweepTest, NothingIsRemovedWhenAFileDoesNotTellItsIcon) {
+TEST_F(IconSweepTest, NothingIsRemovedWhenReadingAnIconsNameFails) {
     const std::string name = storePicture("picture");
     std::filesystem::remove(applyTo("other/a.webloc", name));
     folder_.write("home/unread.webloc");
@@ -163,7 +163,7 @@ TEST_F(IconSweepTest, NothingIsRemovedWhenAFileDoesNotTellItsIcon) {
     EXPECT_FALSE(isStored(name));
 }
 
-TEST_F(IconSweepTest, AFileOnRecordThatDoesNotTellItsIconKeepsIt) {
+TEST_F(IconSweepTest, ARecordedFileWhoseIconCannotBeReadKeepsIt) {
     const std::string name = storePicture("picture");
     applyTo("other/a.webloc", name);
     folder_.createDirectories("home");
@@ -180,7 +180,7 @@ TEST_F(IconSweepTest, ASweepThatIsStoppedRemovesNothing) {
     EXPECT_TRUE(isStored(name));
 }
 
-TEST_F(IconSweepTest, TheSweeperWorksOnAThreadOfItsOwn) {
+TEST_F(IconSweepTest, TheSweeperRemovesIconsOnItsOwnThread) {
     const std::string name = storePicture("picture");
     std::filesystem::remove(applyTo("home/Desktop/a.webloc", name));
     IconSweeper sweeper(sweep_);

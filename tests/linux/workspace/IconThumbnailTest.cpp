@@ -76,7 +76,7 @@ TEST_F(IconThumbnailTest, AReaderThatHasTheOutputOpenGetsThePicture) {
     EXPECT_EQ(readPNG(bytes).width, 64);
 }
 
-TEST_F(IconThumbnailTest, AFileURINamesTheFileToo) {
+TEST_F(IconThumbnailTest, TheFileMayBeNamedByItsURI) {
     EXPECT_TRUE(writeIconThumbnail(store_, glibFileURI(file_), output_, 64));
     EXPECT_EQ(readPNG(folder_.read("out.png")).height, 64);
 }
@@ -87,7 +87,7 @@ TEST_F(IconThumbnailTest, AFileWithoutAnIconHasNoThumbnail) {
     EXPECT_FALSE(hasOutput());
 }
 
-TEST_F(IconThumbnailTest, APictureThatIsGoneBrokenOrTooLargeMakesNoThumbnail) {
+TEST_F(IconThumbnailTest, AMissingBrokenOrTooLargePictureMakesNoThumbnail) {
     giveIcon("no picture");
     EXPECT_FALSE(writeThumbnail(64));
     giveIcon(encodedPNG(square(512, 1, 2, 3)).substr(0, 900));
@@ -109,7 +109,7 @@ TEST_F(IconThumbnailTest, TheProgramTakesPathOutputAndSize) {
     EXPECT_EQ(readPNG(folder_.read("out.png")).width, 128);
 }
 
-TEST_F(IconThumbnailTest, TheProgramFailsWhereThereIsNoIconOrNoSense) {
+TEST_F(IconThumbnailTest, TheProgramFailsWithoutAnIconOrWithWrongArguments) {
     EXPECT_EQ(runProgram({folder_.write("plain.webloc"), output_, "128"}), 1);
     EXPECT_EQ(runProgram({file_, output_, "wide"}), 1);
     EXPECT_EQ(runProgram({file_, output_, "128px"}), 1);

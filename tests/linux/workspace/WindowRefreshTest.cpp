@@ -23,7 +23,7 @@ void setTimes(const std::string& path, struct timespec read, struct timespec wri
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
 
-TEST(WindowRefreshTest, TheTimeLosesItsFractionAndNothingElse) {
+TEST(WindowRefreshTest, OnlyTheFractionOfTheTimeIsDropped) {
     const test::TemporaryDirectory folder;
     const std::string path = folder.write("a.webloc");
     setTimes(path, {1'600'000'000, 123'456'789}, {1'700'000'000, 987'654'321});
@@ -49,47 +49,48 @@ TEST(WindowRefreshTest, AFileThatIsGoneIsLeftAlone) {
     EXPECT_TRUE(WindowRefresh::dropTimeFraction(folder / "a.webloc", statusOf(folder.path())));
 }
 
-/// Hears the signals that KDE's directory listers hear.
+/// Receives the signals that KDE's directory listers receive.
 class Listener {
 public:
     explicit Listener(const PrivateBus& bus) : connection_(bus.connect()) {
-        const auto hear = [](GDBusConnection*, const gchar*, const gchar* path, const gchar*,
-                             const gchar* signal, GVariant* arguments, gpointer self) {
+        const auto receive = [](GDBusConnection*, const gchar*, const gchar* path, const gchar*,
+                                const gchar* signal, GVariant* arguments, gpointer self) {
             const GStringHandle text(g_variant_print(arguments, FALSE));
-            static_cast<Listener*>(self)->heard_.push_back(std::string(path) + " " + signal +
-                                                           text.get());
+            static_cast<Listener*>(self)->received_.push_back(std::string(path) + " " + signal +
+                                                              text.get());
             static_cast<Listener*>(self)->times_.push_back(g_get_monotonic_time());
         };
         g_dbus_connection_signal_subscribe(connection_.get(), nullptr, "org.kde.KDirNotify",
                                            nullptr, nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-                                           hear, this, nullptr);
-        // The bus knows of the subscription when it answers a later call.
+                                           receive, this, nullptr);
+        // When the bus answers this call, it has processed the subscription.
         const GVariantHandle answer(g_dbus_connection_call_sync(
             connection_.get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId",
             nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
     }
-    const std::vector<std::string>& heard() const { return heard_; }
+    const std::vector<std::string>& received() const { return received_; }
     const std::vector<gint64>& times() const { return times_; }
 
 private:
     GObjectHandle<GDBusConnection> connection_;
-    std::vector<std::string> heard_;
+    std::vector<std::string> received_;
     std::vector<gint64> times_;
 };
 
-TEST(WindowRefreshTest, KDEHearsThatTheFileWentAndThenCame) {
+TEST(WindowRefreshTest, KDEIsSignalledARemovalAndThenAnAddition) {
     const PrivateBus daemon;
     Listener listener(daemon);
     SessionBus bus;
     WindowRefresh windows(bus);
     windows.signalChange("/nowhere/a b.webloc");
-    ASSERT_TRUE(waitUntil([&] { return listener.heard().size() == 2; }));
-    EXPECT_THAT(listener.heard(), ElementsAre("/ FilesRemoved(['file:///nowhere/a%20b.webloc'],)",
-                                              "/ FilesAdded('file:///nowhere',)"));
+    ASSERT_TRUE(waitUntil([&] { return listener.received().size() == 2; }));
+    EXPECT_THAT(listener.received(),
+                ElementsAre("/ FilesRemoved(['file:///nowhere/a%20b.webloc'],)",
+                            "/ FilesAdded('file:///nowhere',)"));
     EXPECT_GT(listener.times()[1] - listener.times()[0], 200'000);
 }
 
-TEST(WindowRefreshTest, FilesOfOneFolderCloseTogetherNeedOneLook) {
+TEST(WindowRefreshTest, FilesOfOneFolderShareOneSignalOfAddition) {
     const PrivateBus daemon;
     Listener listener(daemon);
     SessionBus bus;
@@ -99,17 +100,17 @@ TEST(WindowRefreshTest, FilesOfOneFolderCloseTogetherNeedOneLook) {
         windows.signalChange("/one/b.webloc");
         windows.signalChange("/two/c.webloc");
         ASSERT_TRUE(waitUntil([&] {
-            return !listener.heard().empty() &&
-                   listener.heard().back() == "/ FilesAdded('file:///two',)";
+            return !listener.received().empty() &&
+                   listener.received().back() == "/ FilesAdded('file:///two',)";
         }));
     }
-    EXPECT_EQ(listener.heard()[0], "/ FilesRemoved(['file:///one/a.webloc'],)");
-    EXPECT_EQ(listener.heard()[1], "/ FilesRemoved(['file:///one/b.webloc'],)");
-    EXPECT_EQ(listener.heard()[2], "/ FilesRemoved(['file:///two/c.webloc'],)");
-    EXPECT_EQ(listener.heard()[3], "/ FilesAdded('file:///one',)");
+    EXPECT_EQ(listener.received()[0], "/ FilesRemoved(['file:///one/a.webloc'],)");
+    EXPECT_EQ(listener.received()[1], "/ FilesRemoved(['file:///one/b.webloc'],)");
+    EXPECT_EQ(listener.received()[2], "/ FilesRemoved(['file:///two/c.webloc'],)");
+    EXPECT_EQ(listener.received()[3], "/ FilesAdded('file:///one',)");
 }
 
-TEST(WindowRefreshTest, WithoutABusNothingIsSaid) {
+TEST(WindowRefreshTest, WithoutABusNothingIsSignalled) {
     const PrivateBus daemon(PrivateBus::Begin::stopped);
     SessionBus bus;
     WindowRefresh windows(bus);
