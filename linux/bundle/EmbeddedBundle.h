@@ -14,11 +14,11 @@
 
 namespace glintmark::platform {
 
-/// The information dictionary and the string tables that are built into the program. Each is read
+/// The information dictionary and the string tables that are built into the program. Each is parsed
 /// when it is first needed.
 class EmbeddedBundle : public Bundle {
 public:
-    /// `languages` is in the user's order, as the tables are named.
+    /// `languages` are the names of the tables to search, in this order.
     explicit EmbeddedBundle(
         std::vector<std::string> languages,
         std::span<const resources::EmbeddedFile> files = resources::embeddedFiles());
@@ -34,7 +34,7 @@ private:
     const std::vector<std::string> languages_;
     const std::span<const resources::EmbeddedFile> files_;
     std::mutex mutex_;
-    std::map<std::string, Dictionary> read_;  ///< By file name; empty for one that is missing.
+    std::map<std::string, Dictionary> read_;  ///< By file name; empty if the file is missing.
 };
 
 }  // namespace glintmark::platform

@@ -12,11 +12,11 @@ namespace {
 constexpr auto lastResort = "en";
 
 std::string variable(const char* name) {
-    const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets it
+    const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): no thread sets it
     return value != nullptr ? value : "";
 }
 
-/// Territories and scripts whose Chinese is written with traditional characters.
+/// Territories and the script of Chinese with traditional characters.
 constexpr std::array traditionalChinese{"TW", "HK", "MO", "Hant"};
 
 void add(std::vector<std::string>& languages, std::string language) {
@@ -25,7 +25,7 @@ void add(std::vector<std::string>& languages, std::string language) {
     }
 }
 
-/// `locale` is "language[_territory][.codeset][@modifier]"; a hyphen serves as well.
+/// `locale` is "language[_territory][.codeset][@modifier]". A hyphen may replace the underscore.
 void addLocale(std::vector<std::string>& languages, std::string_view locale) {
     locale = locale.substr(0, locale.find_first_of(".@"));
     if (locale.empty() || locale == "C" || locale == "POSIX") {

@@ -5,21 +5,21 @@
 
 namespace glintmark::platform {
 
-/// The variables of the environment that name the user's languages; empty ones count as unset.
+/// The environment variables that name the user's languages. An empty one counts as unset.
 struct LanguageSettings {
     static LanguageSettings fromEnvironment();
 
-    std::string language;    ///< LANGUAGE, a list with colons.
+    std::string language;    ///< LANGUAGE, a list separated by colons.
     std::string lcAll;       ///< LC_ALL
     std::string lcMessages;  ///< LC_MESSAGES
     std::string lang;        ///< LANG
 };
 
-/// The user's languages, best first and "en" last, as string tables name them: "pt-BR", "pt",
-/// "zh-Hans". A language with a territory is followed by the bare one.
+/// The user's languages, best first and "en" last, as string tables are named: "pt-BR", "pt",
+/// "zh-Hans". After a language with a territory comes the language without it.
 ///
 /// The order is that of the GNU gettext manual, "Locale Environment Variables" and "Specifying a
-/// Priority List of Languages": LANGUAGE first unless the locale is C, then the first of LC_ALL,
+/// Priority List of Languages": first LANGUAGE, unless the locale is C; then the first of LC_ALL,
 /// LC_MESSAGES and LANG that is set.
 std::vector<std::string> userLanguages(const LanguageSettings& settings);
 

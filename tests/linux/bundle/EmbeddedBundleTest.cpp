@@ -4,6 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
 #include <string_view>
 
 #include "linux/bundle/EmbeddedBundle.h"
@@ -14,28 +19,24 @@ namespace {
 using testing::IsSupersetOf;
 using testing::UnorderedElementsAreArray;
 
-const std::vector<std::string> keys{
-    "menu.watching",  "menu.folders", "menu.removeFolder",  "menu.revealInFinder",
-    "menu.addFolder", "menu.quit",    "panel.selectFolder", "notification.iconApplied"};
-
 constexpr auto tableSuffix = ".lproj/Localizable.strings";
 
-/// A column is about 7 pixels in the 10-point fonts of desktops. 44 of them with the menu's margins
-/// are 340 pixels: a menu and its submenu beside it fill little more than half of a 1280-pixel
+/// A column is about 7 pixels wide in the 10-point fonts of desktops. 44 columns and the menu's
+/// margins are 340 pixels: a menu and its submenu fill little more than half of a 1280-pixel
 /// screen.
-constexpr glong longestMenuText = 44;
-constexpr glong longestPanelMessage = 60;       // one line of a folder dialog
-constexpr glong longestNotificationTitle = 32;  // one line of a bubble, set in bold
+constexpr glong maximumMenuColumns = 44;
+constexpr glong maximumPanelColumns = 60;         // one line of a folder dialog
+constexpr glong maximumNotificationColumns = 32;  // one line of a bubble, set in bold
 
-glong longest(std::string_view key) {
+glong maximumColumns(std::string_view key) {
     if (key.starts_with("panel.")) {
-        return longestPanelMessage;
+        return maximumPanelColumns;
     }
-    return key.starts_with("notification.") ? longestNotificationTitle : longestMenuText;
+    return key.starts_with("notification.") ? maximumNotificationColumns : maximumMenuColumns;
 }
 
-/// The columns that a terminal would need, which comes near to the width in any font: two for each
-/// ideograph, kana or hangul.
+/// The columns that `text` takes in a terminal, two for each ideograph, kana or hangul. In any font
+/// the width is close to that.
 glong columns(const std::string& text) {
     glong sum = 0;
     for (const char* at = text.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
@@ -57,7 +58,7 @@ std::vector<std::string> placeholders(const std::string& text) {
     return found;
 }
 
-/// The keys of a table's lines in order, with any that comes twice.
+/// The keys of a table's lines, in order. A key that stands twice is there twice.
 std::vector<std::string> keysOf(std::string_view table) {
     std::vector<std::string> found;
     for (std::size_t begin = 0; begin < table.size();) {
@@ -82,12 +83,43 @@ std::vector<std::string> builtInLanguages() {
     return languages;
 }
 
+/// All keys: those of the English table.
+std::vector<std::string> allKeys() {
+    for (const auto& file : resources::embeddedFiles()) {
+        if (file.name == std::string("en") + tableSuffix) {
+            return keysOf(file.bytes);
+        }
+    }
+    ADD_FAILURE() << "no English table";
+    return {};
+}
+
 TEST(EmbeddedBundleTest, HasATableForEachLanguage) {
     EXPECT_THAT(builtInLanguages(),
                 IsSupersetOf({"en", "ja", "de", "fr", "es", "pt", "it", "zh-Hans", "ko", "ru"}));
 }
 
-TEST(EmbeddedBundleTest, NoTableLacksAKeyOrHasAnUnknownOneOrOneTwice) {
+/// The keys that the sources of app/ look up, each once.
+std::set<std::string> keysInSources() {
+    std::set<std::string> found;
+    const std::regex lookup(R"re(\bL\("([^"]+)"\))re");
+    for (const auto& entry :
+         std::filesystem::directory_iterator(GLINTMARK_TEST_DATA "/../../app")) {
+        std::ifstream file(entry.path());
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        for (std::sregex_iterator at(text.begin(), text.end(), lookup), end; at != end; ++at) {
+            found.insert((*at)[1]);
+        }
+    }
+    return found;
+}
+
+TEST(EmbeddedBundleTest, TheEnglishTableHasExactlyTheKeysThatTheProgramLooksUp) {
+    EXPECT_THAT(allKeys(), UnorderedElementsAreArray(keysInSources()));
+}
+
+TEST(EmbeddedBundleTest, EachTableHasEveryKeyOfTheEnglishOneOnceAndNoOther) {
+    const auto keys = allKeys();
     for (const auto& file : resources::embeddedFiles()) {
         if (file.name.ends_with(tableSuffix)) {
             EXPECT_THAT(keysOf(file.bytes), UnorderedElementsAreArray(keys)) << file.name;
@@ -98,7 +130,8 @@ TEST(EmbeddedBundleTest, NoTableLacksAKeyOrHasAnUnknownOneOrOneTwice) {
     }
 }
 
-TEST(EmbeddedBundleTest, NoTextOutgrowsItsPlace) {
+TEST(EmbeddedBundleTest, NoTextIsTooWideForItsPlace) {
+    const auto keys = allKeys();
     for (const auto& language : builtInLanguages()) {
         EmbeddedBundle bundle({language});
         for (const auto& key : keys) {
@@ -106,7 +139,7 @@ TEST(EmbeddedBundleTest, NoTextOutgrowsItsPlace) {
             EXPECT_NE(text, key) << language;
             ASSERT_TRUE(g_utf8_validate(text.c_str(), -1, nullptr)) << language << " " << key;
             EXPECT_GT(columns(text), 0) << language << " " << key;
-            EXPECT_LE(columns(text), longest(key)) << language << " " << key << ": " << text;
+            EXPECT_LE(columns(text), maximumColumns(key)) << language << " " << key << ": " << text;
         }
     }
 }
@@ -119,6 +152,7 @@ TEST(EmbeddedBundleTest, ColumnsCountWideCharactersTwiceAndMarksNotAtAll) {
 }
 
 TEST(EmbeddedBundleTest, TextsHaveThePlaceholdersOfEnglishAndNothingThatSplitsALine) {
+    const auto keys = allKeys();
     EmbeddedBundle english({"en"});
     for (const auto& language : builtInLanguages()) {
         EmbeddedBundle bundle({language});
@@ -136,6 +170,7 @@ TEST(EmbeddedBundleTest, TextsHaveThePlaceholdersOfEnglishAndNothingThatSplitsAL
 }
 
 TEST(EmbeddedBundleTest, LanguagesOtherThanEnglishAreTranslated) {
+    const auto keys = allKeys();
     EmbeddedBundle english({"en"});
     for (const auto& language : builtInLanguages()) {
         if (language != "en") {
@@ -174,14 +209,14 @@ TEST(EmbeddedBundleTest, TheFirstLanguageThatHasTheTextWins) {
     EXPECT_EQ(EmbeddedBundle({"en", "de"}, exampleFiles).localizedString("both"), "both!");
 }
 
-TEST(EmbeddedBundleTest, AKeyWithoutATextStandsForItself) {
+TEST(EmbeddedBundleTest, AKeyWithoutATextIsReturnedItself) {
     EmbeddedBundle bundle({"de", "en"}, exampleFiles);
     EXPECT_EQ(bundle.localizedString("menu.none"), "menu.none");
     EXPECT_EQ(bundle.localizedString("broken"), "broken");
     EXPECT_EQ(bundle.localizedString(""), "");
 }
 
-TEST(EmbeddedBundleTest, AnInformationValueThatIsNoStringIsAbsent) {
+TEST(EmbeddedBundleTest, AnInformationValueThatIsNotAStringIsAbsent) {
     EmbeddedBundle bundle({"en"}, exampleFiles);
     EXPECT_EQ(bundle.infoString("CFBundleShortVersionString"), std::nullopt);
     EXPECT_EQ(EmbeddedBundle({"en"}, {}).infoString("CFBundleShortVersionString"), std::nullopt);
