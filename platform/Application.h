@@ -2,18 +2,18 @@
 
 namespace glintmark::platform {
 
-/// How the program shows among others: an accessory has no window list entry of its own.
+/// How the desktop lists the program. An accessory is not in the list of windows.
 enum class ActivationPolicy { accessory = 1 };
 
-/// What an application tells its owner, on the main thread.
+/// What an application reports to its owner, on the main thread.
 class ApplicationDelegate {
 public:
     virtual ~ApplicationDelegate() = default;
 
-    /// Once, when the event loop has begun.
+    /// Called once, when the event loop runs.
     virtual void applicationDidFinishLaunching() = 0;
 
-    /// The system asks the program to end (a termination signal, the session's end).
+    /// The system asks the program to quit (a termination signal, the end of the session).
     virtual void quit() = 0;
 };
 
@@ -28,7 +28,7 @@ public:
     /// Runs the event loop until `terminate()`.
     virtual void run() = 0;
 
-    /// Ends the event loop; harmless when it is not running.
+    /// Ends the event loop. Does nothing when it is not running.
     virtual void terminate() = 0;
 };
 

@@ -4,7 +4,7 @@
 
 namespace glintmark::platform {
 
-/// What the one who starts or builds the program may set.
+/// What the environment or the build can configure.
 struct Configuration {
     std::string faviconServiceAddress;  ///< Scheme and host; empty switches the service off.
     std::string productPageAddress;     ///< A URL.

@@ -9,7 +9,7 @@ namespace glintmark::platform {
 
 enum class QualityOfService { userInitiated };
 
-/// Where queues come from.
+/// Gives access to the main and the global queue, and makes serial ones.
 class DispatchQueues {
 public:
     virtual ~DispatchQueues() = default;
@@ -17,7 +17,7 @@ public:
     /// The queue of the main thread's event loop.
     virtual DispatchQueue& main() = 0;
 
-    /// The shared concurrent queue; work on it must not wait for other work on it.
+    /// The shared concurrent queue. Its work must not wait for other work on it.
     virtual DispatchQueue& global(QualityOfService quality) = 0;
 
     /// A new serial queue of default quality. `label` names its thread where the system shows one.

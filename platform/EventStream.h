@@ -25,11 +25,11 @@ struct DirectoryEvent {
 /// overflowed): anything below the watched folders may have changed.
 inline constexpr std::uint32_t mustScanSubDirs = 0x00000001;
 
-/// A live report of changes anywhere below a fixed list of folders.
+/// Reports changes anywhere below a fixed list of folders.
 ///
-/// Create, set the queue, start; later stop, invalidate, destroy, in that order. The calls come
-/// from one thread at a time, the stream's queue included. The handler runs only on the stream's
-/// queue, never twice at once, and does not begin after `invalidate()` has returned.
+/// The order of calls: create, set the queue, start; later stop, invalidate, destroy. Only one
+/// thread at a time may call; it may be that of the stream's queue. The handler runs only on the
+/// stream's queue, never twice at once, and is not called after `invalidate()` has returned.
 class EventStream {
 public:
     using Handler = std::function<void(std::span<const DirectoryEvent>)>;
@@ -37,8 +37,8 @@ public:
     virtual ~EventStream() = default;
 
     virtual void setDispatchQueue(DispatchQueue& queue) = 0;  ///< Must outlive `invalidate()`.
-    virtual bool start() = 0;  ///< False when the system refuses; harmless to ignore.
-    virtual void stop() = 0;   ///< No further changes are gathered.
+    virtual bool start() = 0;  ///< False when the system refuses. The caller may ignore it.
+    virtual void stop() = 0;   ///< Later changes are not collected.
     virtual void invalidate() = 0;
 };
 
@@ -47,11 +47,11 @@ class EventStreamFactory {
 public:
     virtual ~EventStreamFactory() = default;
 
-    /// Watches the trees below `folders`, which need not exist (yet). Only changes after this call
-    /// count. Changes are gathered for `latency`, counted from the first of a batch, and delivered
-    /// as one call, each directory once. Returns at once, before large trees are walked; what
-    /// changes in a part of a tree before the walk has reached it is reported when it does. Null
-    /// when the system has no more streams to give.
+    /// Watches the trees below `folders`, which need not exist yet. Changes before this call are
+    /// not reported. Changes are collected for `latency`, counted from the first of a batch, and
+    /// delivered in one call, each directory once. Returns at once and walks the trees later. A
+    /// change in a part that is not walked yet is reported when the walk reaches that part. Null
+    /// when the system has no more streams.
     virtual std::unique_ptr<EventStream> create(std::span<const std::string> folders,
                                                 std::chrono::nanoseconds latency,
                                                 EventStream::Handler handler) = 0;

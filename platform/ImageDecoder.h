@@ -9,12 +9,13 @@ class Image;
 
 namespace glintmark::platform {
 
-/// Turns image files into images. May be called from any thread; callers wait for the result.
+/// Turns image files into images. May be called from any thread; calls block until the result is
+/// there.
 class ImageDecoder {
 public:
     virtual ~ImageDecoder() = default;
 
-    /// Null when `data` is no image of a known format, is broken, or goes beyond the limits on
+    /// Null when `data` is not an image of a known format, is broken, or exceeds the limits on
     /// size, time or memory.
     virtual std::shared_ptr<const Image> decode(std::string data) = 0;
 };

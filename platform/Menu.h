@@ -7,7 +7,7 @@
 
 namespace glintmark::platform {
 
-/// One line of a menu. Plain data; the status bar shows it and calls `action` on the main thread.
+/// One line of a menu. The status bar shows it and calls `action` on the main thread.
 struct MenuItem {
     using Action = std::function<void(const MenuItem&)>;  ///< Receives the item that was chosen.
 
@@ -19,13 +19,13 @@ struct MenuItem {
 
     std::string title;
     Action action;              ///< Empty for an item that does nothing.
-    std::string keyEquivalent;  ///< A plain letter, pressed with the platform's modifier; or empty.
+    std::string keyEquivalent;  ///< A letter, pressed with the platform's modifier; or empty.
     long tag = 0;
     bool enabled = true;
     bool isSeparator = false;
     std::vector<MenuItem> submenu;
 
-    /// Whether the user can choose it: without an action and a submenu a line is greyed.
+    /// True if the user can choose it. A line without action and submenu is greyed.
     bool isSelectable() const {
         return !isSeparator && enabled && (action != nullptr || !submenu.empty());
     }

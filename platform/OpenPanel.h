@@ -7,7 +7,7 @@ namespace glintmark::platform {
 
 enum class ModalResponse { cancel = 0, ok = 1 };
 
-/// A dialog that asks the user for a file or folder. Main thread only.
+/// A dialog in which the user chooses a file or folder. Main thread only.
 class OpenPanel {
 public:
     struct Settings {
@@ -18,13 +18,13 @@ public:
     };
     struct Result {
         ModalResponse response = ModalResponse::cancel;
-        std::optional<std::string> path;  ///< The chosen path's bytes, as the desktop gave them.
+        std::optional<std::string> path;  ///< The bytes of the path as the desktop sent them.
     };
 
     virtual ~OpenPanel() = default;
 
-    /// Shows the dialog and runs an event loop of its own until it is answered. Counts as
-    /// cancelled when the desktop offers no dialog or the dialog's service goes away.
+    /// Shows the dialog and runs a nested event loop until the user answers. If the desktop has no
+    /// dialog or its service goes away, the result is `cancel`.
     virtual Result runModal(const Settings& settings) = 0;
 };
 

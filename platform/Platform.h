@@ -18,7 +18,7 @@ class UserNotificationCenter;
 class Workspace;
 struct Configuration;
 
-/// Everything through which the program reaches out of its own process or waits for time.
+/// Everything by which the program reaches out of its process or waits for time.
 struct Services {
     Application& application;
     Bundle& bundle;
@@ -37,12 +37,12 @@ struct Services {
     Workspace& workspace;
 };
 
-/// The services in force. Without a `ServicesScope` this is a programming error and ends the
-/// process. Any thread.
+/// The services of the current `ServicesScope`. Ends the process when there is none, which is a
+/// programming error. Any thread.
 const Services& services();
 
-/// Puts `services` in force for its own lifetime. Scopes do not nest; one begins and ends while no
-/// queue has work.
+/// Makes `services()` return `services` as long as it lives. Scopes do not nest. A scope begins and
+/// ends while no queue has work.
 class ServicesScope {
 public:
     explicit ServicesScope(const Services& services);

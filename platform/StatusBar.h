@@ -7,7 +7,7 @@
 
 namespace glintmark::platform {
 
-/// An item's length that makes it as wide as the bar is high.
+/// The length of an item that is as wide as the bar is high.
 inline constexpr double squareStatusItemLength = -2;
 
 /// What is drawn of a status item. Main thread only.
@@ -18,15 +18,15 @@ public:
     virtual void setImage(const TemplateImage& image) = 0;
 };
 
-/// One item of the desktop's status bar. It shows whenever the desktop has such a bar, now or
-/// later, until it is destroyed. Main thread only.
+/// One item of the desktop's status bar. Until it is destroyed, it is shown whenever the desktop
+/// has such a bar, now or later. Main thread only.
 class StatusItem {
 public:
     virtual ~StatusItem() = default;
 
     virtual StatusBarButton* button() = 0;  ///< Null when the item has none. Owned by the item.
 
-    /// Replaces the whole menu. A choice made in an earlier menu has no effect any more.
+    /// Replaces the whole menu. From now on a choice in an earlier menu does nothing.
     virtual void setMenu(Menu menu) = 0;
 };
 
@@ -34,7 +34,7 @@ class StatusBar {
 public:
     virtual ~StatusBar() = default;
 
-    /// Never null: an item without a bar waits for one.
+    /// Never null: without a bar the item waits for one.
     virtual std::unique_ptr<StatusItem> statusItem(double length) = 0;
 };
 

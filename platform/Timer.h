@@ -6,13 +6,13 @@
 
 namespace glintmark::platform {
 
-/// A repeating timer on the main run loop. Main thread only.
+/// A repeating timer of the main loop. Main thread only.
 class Timer {
 public:
-    /// Destroying a timer does not stop it: the run loop keeps it until it is invalidated.
+    /// Destroying a timer does not stop it: the main loop keeps it until it is invalidated.
     virtual ~Timer() = default;
 
-    /// The block does not run any more and is released. Harmless when done already.
+    /// Stops the timer and releases the block. A second call does nothing.
     virtual void invalidate() = 0;
 };
 
@@ -22,7 +22,7 @@ public:
     virtual ~Timers() = default;
 
     /// Runs `block` on the main thread every `interval`, first after one interval, until the timer
-    /// is invalidated. Firings that fall due while the thread is busy collapse into one.
+    /// is invalidated. While the thread is busy, all firings that fall due become one.
     virtual std::shared_ptr<Timer> scheduleRepeating(std::chrono::nanoseconds interval,
                                                      std::function<void()> block) = 0;
 };

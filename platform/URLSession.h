@@ -12,7 +12,7 @@
 
 namespace glintmark::platform {
 
-/// A GET request. Header fields that are not set are the session's defaults.
+/// A GET request. The session sends its defaults for header fields that are not set.
 struct URLRequest {
     explicit URLRequest(URL target) : url(std::move(target)) {}
 
@@ -22,7 +22,7 @@ struct URLRequest {
 
     URL url;
     std::chrono::nanoseconds timeoutInterval =
-        std::chrono::seconds(60);                              ///< Longest wait without data.
+        std::chrono::seconds(60);                              ///< Maximum time without data.
     std::vector<std::pair<std::string, std::string>> headers;  ///< Name and value.
 };
 
@@ -31,9 +31,9 @@ struct URLResponse {
     std::optional<int> statusCode;
 };
 
-/// What came of a request. A body can be there without any usable response and the reverse.
+/// The outcome of a request. There can be a body without a usable response, and the reverse.
 struct URLResult {
-    std::optional<std::string> body;  ///< Whole, decompressed; absent when the transfer failed.
+    std::optional<std::string> body;  ///< Complete, decompressed; absent when the transfer failed.
     std::optional<URLResponse> response;
     std::optional<std::string> error;  ///< A description, when the transfer failed.
 };
@@ -46,8 +46,8 @@ public:
     virtual ~URLSession() = default;
 
     /// Starts a request and returns at once. `completion` is called exactly once, on a background
-    /// thread, several at a time for different requests. Redirects are followed; only http and
-    /// https are spoken, on every hop.
+    /// thread; completions of different requests may run at the same time. Follows redirects, each
+    /// only to http or https.
     virtual void startDataTask(URLRequest request, Completion completion) = 0;
 };
 

@@ -11,11 +11,11 @@ class UserDefaults {
 public:
     virtual ~UserDefaults() = default;
 
-    /// Absent when there is no such key or its value is not a list made only of strings.
+    /// Absent when the key is missing or its value is not a list of only strings.
     virtual std::optional<std::vector<std::string>> stringArray(const std::string& key) = 0;
 
-    /// Stores a value, replacing one of any type. What was stored before stays whole when the
-    /// system fails meanwhile; the new value then holds for this run only.
+    /// Stores a value and replaces one of any type. If writing fails, the file keeps its old
+    /// contents undamaged, and the new value is valid for this run only.
     virtual void set(const std::string& key, const std::vector<std::string>& value) = 0;
 };
 

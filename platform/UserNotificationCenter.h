@@ -18,19 +18,19 @@ struct UserNotificationRequest {
 /// Shows notifications to the user. May be called from any thread; handlers run on any.
 class UserNotificationCenter {
 public:
-    /// `granted` is whether notifications will be shown; `error` says why not, when known.
+    /// `granted`: notifications will be shown. `error`: why not, when known.
     using AuthorizationHandler =
         std::function<void(bool granted, const std::optional<std::string>& error)>;
     using AddHandler = std::function<void(const std::optional<std::string>& error)>;
 
     virtual ~UserNotificationCenter() = default;
 
-    /// Asks whether the program may notify, and returns at once. `options` is a set of
+    /// Asks whether the program may show notifications, and returns at once. `options` is a set of
     /// `AuthorizationOptions`. The handler is called exactly once.
     virtual void requestAuthorization(unsigned options, AuthorizationHandler handler) = 0;
 
-    /// Hands a notification over and returns at once. The handler is called exactly once, with the
-    /// error's description when the notification was rejected.
+    /// Sends a notification and returns at once. The handler is called exactly once, with the error
+    /// if the notification was rejected.
     virtual void add(UserNotificationRequest request, AddHandler handler) = 0;
 };
 

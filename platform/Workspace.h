@@ -30,11 +30,11 @@ public:
     /// could be written for it.
     virtual bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) = 0;
 
-    /// Opens a file-browser window at `folder` with nothing selected. False when the request
-    /// could not be made; returns before the window is there.
+    /// Opens a file-browser window at `folder` with nothing selected, and returns before it is
+    /// shown. False when no request could be made.
     virtual bool openFileViewer(const std::string& folder) = 0;
 
-    /// Opens `url` with the user's program for it. False when the request could not be made.
+    /// Opens `url` with the user's program for it. False when no request could be made.
     virtual bool open(const URL& url) = 0;
 };
 
