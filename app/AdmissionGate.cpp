@@ -9,16 +9,17 @@
 
 namespace glintmark {
 
-/// Outlives the gate while there are places.
+/// Each place keeps it alive, so it can outlive the gate.
 struct AdmissionGate::State : std::enable_shared_from_this<AdmissionGate::State> {
     explicit State(std::size_t places) : free(places) {}
 
     Place makePlace() {
-        return {static_cast<void*>(this), [self = shared_from_this()](void*) { self->passOn(); }};
+        return {static_cast<void*>(this),
+                [self = shared_from_this()](void*) { self->releasePlace(); }};
     }
 
-    /// Gives the place that became free to the run that has waited longest.
-    void passOn() {
+    /// Gives a place that became free to the run that has waited longest.
+    void releasePlace() {
         Run next;
         {
             const std::lock_guard lock(mutex);

@@ -6,18 +6,17 @@
 
 namespace glintmark {
 
-/// Lets a bounded number of runs go on at once; the others wait, in the order they came. Any
+/// Limits how many runs are active at once. The others wait in a queue, first in, first out. Any
 /// thread.
 class AdmissionGate {
 public:
-    /// A run's place. It is free again with the last copy.
+    /// A run's place, which is free again when its last copy is destroyed.
     using Place = std::shared_ptr<void>;
     using Run = std::function<void(Place)>;
 
     explicit AdmissionGate(std::size_t places);
 
-    /// Calls `run` with its place: at once when one is free, else on the global queue as soon as
-    /// one is.
+    /// Calls `run` with a place: at once if one is free, else later on the global queue.
     void enter(Run run);
 
 private:

@@ -20,13 +20,9 @@ namespace {
 
 constexpr const char* extraFoldersKey = "extraFolders";
 
-// Bounds the images that are held at once when thousands of links come together, and still keeps
-// every place of the HTTP client busy, also while many of the sites are silent.
-constexpr std::size_t fetchesAtOnce = 128;
-
-bool contains(const std::vector<std::string>& folders, const std::string& folder) {
-    return std::find(folders.begin(), folders.end(), folder) != folders.end();
-}
+// Limits the images in memory when thousands of links come at once. Large enough to keep all
+// connections of the HTTP client busy while many sites do not answer.
+constexpr std::size_t maximumFetches = 128;
 
 void requestAuthorization() {
     services().userNotificationCenter.requestAuthorization(
@@ -40,7 +36,7 @@ void requestAuthorization() {
 
 }  // namespace
 
-AppDelegate::AppDelegate() : fetches_(fetchesAtOnce) {}
+AppDelegate::AppDelegate() : fetches_(maximumFetches) {}
 AppDelegate::~AppDelegate() = default;
 
 platform::StatusItem* AppDelegate::statusItem() const { return statusItem_.get(); }
@@ -63,6 +59,11 @@ void AppDelegate::setWatchedFolders(std::vector<std::string> folders) {
 
 std::vector<std::string>& AppDelegate::modifyWatchedFolders() { return watchedFolders_; }
 
+bool AppDelegate::isWatched(const std::string& folder) const {
+    const auto& folders = watchedFolders();
+    return std::find(folders.begin(), folders.end(), folder) != folders.end();
+}
+
 void AppDelegate::applicationDidFinishLaunching() {
     setupStatusItem();
     const auto home = services().fileManager.homeDirectoryForCurrentUser();
@@ -73,7 +74,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     setWatchedFolders(std::move(folders));
     if (const auto extraFolders = services().userDefaults.stringArray(extraFoldersKey)) {
         for (const auto& folder : *extraFolders) {
-            if (!contains(watchedFolders(), folder)) {
+            if (!isWatched(folder)) {
                 modifyWatchedFolders().push_back(folder);
             }
         }

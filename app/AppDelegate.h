@@ -26,15 +26,15 @@ class PreparedIcon;
 /// The program: owns the status item, the one watcher and the list of watched folders, answers the
 /// menu, and turns each reported file into an icon and a notification.
 ///
-/// Exactly one exists, made by `std::make_shared`. Main thread only, but for `processWeblocFile`.
-/// Every operation can be overridden and is reached only as such. The sources are split by concern:
+/// Exactly one exists, made by `std::make_shared`. Main thread only, except `processWeblocFile`.
+/// Every operation is virtual and is always called as such. The sources are split by concern:
 /// AppDelegate.cpp (launch, folder list), AppDelegateMenu.cpp, AppDelegatePipeline.cpp.
 class AppDelegate : public platform::ApplicationDelegate,
                     public std::enable_shared_from_this<AppDelegate> {
 public:
     AppDelegate();
 
-    /// Does not stop the watcher; that stops itself with its last reference.
+    /// Does not stop the watcher, which stops when its last reference goes.
     ~AppDelegate() override;
 
     AppDelegate(const AppDelegate&) = delete;
@@ -56,33 +56,33 @@ public:
 
     void applicationDidFinishLaunching() override;
 
-    /// Puts the item with the drawn icon and an empty menu into the status bar.
+    /// Shows an item with the drawn icon and an empty menu in the status bar.
     virtual void setupStatusItem();
     virtual TemplateImage createMenuBarIcon();
 
-    /// A closed star of twice `points` vertices, anticlockwise from straight above `center`,
-    /// alternating between the two radii. A negative number of points ends the process.
+    /// A closed star of twice `points` vertices, which alternate between the two radii. It begins
+    /// straight above `center` and runs anticlockwise. A negative `points` ends the process.
     virtual BezierPath createStarPath(Point center, double outerRadius, double innerRadius,
                                       std::int64_t points);
 
-    /// Gives the status item, which must exist, a new menu for the current list of folders.
+    /// Gives the status item, which must exist, a new menu with the current folders.
     virtual void rebuildMenu();
 
-    /// Replaces the watcher by a new one over the current list, without stopping the old one.
+    /// Replaces the watcher by one for the current folders. Does not stop the old one.
     virtual void startWatching();
 
-    /// What every change of the list of folders ends with: new watcher, list saved, new menu.
+    /// Follows every change of the list of folders: new watcher, saved list, new menu.
     virtual void restartWatching();
     virtual void saveExtraFolders();
 
-    /// Schedules the work on a file that the watcher reported, if it is a link file.
+    /// Schedules `processWeblocFile` for a reported file if it is a link file.
     virtual void handleFileEvent(const FileWatcherEvent& event);
 
     /// Reads the link, finds the site's icon, sets it and notifies. Runs on the global queue.
     virtual void processWeblocFile(const std::string& path);
     virtual void showNotification(const std::string& title, const std::string& body);
 
-    /// Lets the user choose a folder and watches it too.
+    /// Lets the user choose a folder and adds it to the watched ones.
     virtual void addFolder();
 
     /// Stops watching the folder whose position in the list is the item's tag.
@@ -94,7 +94,7 @@ public:
     void quit() override;
 
 private:
-    /// Folders of the home folder that are always watched and come first in the list.
+    /// Folders in the home folder that are always watched and come first in the list.
     static constexpr std::array defaultFolders{"Desktop", "Downloads"};
     static constexpr auto defaultFolderCount = static_cast<long>(defaultFolders.size());
 
@@ -106,13 +106,14 @@ private:
                                    std::string keyEquivalent = "");
     platform::MenuItem folderCommandItem(std::string title, FolderCommand command, long folder);
     platform::MenuItem folderItem(long folder, const std::string& home);
+    bool isWatched(const std::string& folder) const;
     bool isExtraFolder(long index) const;
     void applyIcon(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path);
 
     std::unique_ptr<platform::StatusItem> statusItem_;
     std::shared_ptr<FileWatcher> fileWatcher_;
     std::vector<std::string> watchedFolders_;
-    AdmissionGate fetches_;  ///< A fetch keeps its place until its image is applied.
+    AdmissionGate fetches_;  ///< A fetch keeps its place until its icon is set.
 };
 
 }  // namespace glintmark

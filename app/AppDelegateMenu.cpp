@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <string_view>
@@ -35,7 +34,7 @@ constexpr double starOuterRadius = 5.8;
 constexpr double starInnerRadius = 2.5;
 constexpr std::int64_t starPoints = 5;
 
-/// `text` with every occurrence of `part` replaced; an empty `part` occurs nowhere.
+/// `text` with every occurrence of `part` replaced. An empty `part` does not occur.
 std::string replacingOccurrences(const std::string& text, std::string_view part,
                                  std::string_view replacement) {
     std::string result;
@@ -182,8 +181,7 @@ void AppDelegate::addFolder() {
         return;
     }
     const auto& path = *result.path;
-    const auto& folders = watchedFolders();
-    if (std::find(folders.begin(), folders.end(), path) != folders.end()) {
+    if (isWatched(path)) {
         return;
     }
     modifyWatchedFolders().push_back(path);

@@ -4,7 +4,7 @@
 
 namespace glintmark {
 
-/// The text for `key` in the user's language; `key` itself when there is none. Any thread.
+/// The text for `key` in the user's language, else `key` itself. Any thread.
 std::string L(const std::string& key);
 
 }  // namespace glintmark

@@ -38,7 +38,7 @@ namespace glintmark {
 
 namespace {
 
-constexpr std::chrono::milliseconds patienceAtTheEnd{200};  // with a bus that takes nothing
+constexpr std::chrono::milliseconds flushTimeout{200};  // for a bus that accepts no data
 
 // In a build tree the program's files lie beside it. Those of an installation are found from the
 // program's folder, so that any prefix works.
@@ -70,7 +70,7 @@ std::string productPageAddress() {
         access(built.c_str(), R_OK) == 0 ? built : folder + "/" + GLINTMARK_PAGE_FROM_PROGRAM);
 }
 
-/// Every Linux service, each after those that it uses.
+/// Every Linux service, each declared after those that it uses.
 struct LinuxPlatform {
     LinuxPlatform(platform::MainLoops& mainLoops, platform::Application& self,
                   platform::SessionBus& sessionBus)
@@ -128,19 +128,20 @@ void run(platform::Application& sharedApplication) {
     application->run();
 }
 
-void sayThatItRuns() { std::fputs("Glintmark is running already.\n", stderr); }
+void reportRunningInstance() { std::fputs("Glintmark is running already.\n", stderr); }
 
-/// Ends the program as a signal from outside does.
-void endFor(platform::SessionBus::End why) {
-    if (why == platform::SessionBus::End::nameIsTaken) {
-        sayThatItRuns();
+/// Quits as for a termination signal from outside.
+void quitBecauseOf(platform::SessionBus::End reason) {
+    if (reason == platform::SessionBus::End::nameIsTaken) {
+        reportRunningInstance();
     }
     std::raise(SIGTERM);
 }
 
-/// GLib takes folders from the environment as they are. Relative ones, which the XDG Base Directory
-/// Specification says to ignore, would put files wherever the program was started.
-void forgetRelativeFolders() {
+/// Sets HOME to the user's home folder and unsets folders that are relative. GLib would take these
+/// as they are and write files below the current directory; the XDG Base Directory Specification
+/// says to ignore them.
+void correctFoldersInEnvironment() {
     // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
     const auto home = platform::PosixFileManager().homeDirectoryForCurrentUser();
     setenv("HOME", home.c_str(), 1);
@@ -153,14 +154,15 @@ void forgetRelativeFolders() {
     // NOLINTEND(concurrency-mt-unsafe)
 }
 
-/// Left to itself, the C library keeps ever larger buffers for later once one of them has been
-/// freed, and makes an arena for each thread: a page of 32 MB would stay for good. See mallopt(3).
-void giveMemoryBack() {
-    constexpr int mappedFrom = 1 << 20;  // bytes; buffers of pages and pictures
-    constexpr int arenas = 2;
+/// By default, the C library raises its threshold for mapped buffers whenever a larger one is
+/// freed, and makes an arena for each thread. The buffer of a page of 32 MB would never be returned
+/// to the system. See mallopt(3).
+void limitAllocator() {
+    constexpr int minimumMappedBytes = 1 << 20;  // buffers of pages and pictures are mapped
+    constexpr int maximumArenas = 2;
     // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
-    mallopt(M_MMAP_THRESHOLD, mappedFrom);
-    mallopt(M_ARENA_MAX, arenas);
+    mallopt(M_MMAP_THRESHOLD, minimumMappedBytes);
+    mallopt(M_ARENA_MAX, maximumArenas);
     // NOLINTEND(concurrency-mt-unsafe)
 }
 
@@ -170,24 +172,24 @@ void giveMemoryBack() {
 
 int main() {
     using namespace glintmark;
-    giveMemoryBack();
-    forgetRelativeFolders();
+    limitAllocator();
+    correctFoldersInEnvironment();
     platform::MainLoops loops;
-    platform::GLibApplication process(loops);  // first: from here on signals end it in order
+    platform::GLibApplication process(loops);  // first: from here on, signals exit with status 0
     platform::SessionBus bus;
     if (bus.acquireName() == platform::NameOwnership::takenByAnother) {
-        sayThatItRuns();
+        reportRunningInstance();
         return 0;
     }
-    bus.setEndHandler(endFor);
+    bus.setEndHandler(quitBecauseOf);
     LinuxPlatform linuxPlatform(loops, process, bus);
     const platform::ServicesScope scope(linuxPlatform.services);
     platform::registerFileTypeOfBuildTree(platform::programFolder(), g_get_user_data_dir());
     run(process);
 
-    // Fetches and decodes that are under way would be waited for; what they hold is worth nothing
-    // any more, and all that is kept was written when it changed.
+    // Destructors would wait for running fetches and decodes, whose results are not needed any
+    // more. Everything that is kept was written when it changed.
     delegate->setStatusItem(nullptr);
-    bus.flush(patienceAtTheEnd);
+    bus.flush(flushTimeout);
     std::_Exit(0);
 }

@@ -33,7 +33,7 @@ TEST_F(AdmissionGateTest, ARunWithAPlaceBeginsAtOnce) {
     EXPECT_THAT(began_, ElementsAre("1", "2"));
 }
 
-TEST_F(AdmissionGateTest, TheOthersWaitInOrderAndBeginOnTheGlobalQueue) {
+TEST_F(AdmissionGateTest, OtherRunsWaitInOrderAndBeginOnTheGlobalQueue) {
     AdmissionGate gate(1);
     for (const int number : {1, 2, 3}) {
         gate.enter(keepPlace(number));
@@ -47,7 +47,7 @@ TEST_F(AdmissionGateTest, TheOthersWaitInOrderAndBeginOnTheGlobalQueue) {
     EXPECT_THAT(began_, ElementsAre("1", "global2", "global3"));
 }
 
-TEST_F(AdmissionGateTest, APlaceIsFreeWithItsLastCopy) {
+TEST_F(AdmissionGateTest, APlaceIsFreeAfterItsLastCopy) {
     AdmissionGate gate(1);
     gate.enter(keepPlace(1));
     gate.enter(keepPlace(2));

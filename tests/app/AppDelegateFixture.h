@@ -18,7 +18,7 @@ protected:
         PlatformTest::TearDown();
     }
 
-    /// Made, launched, everything due has run. Its lines of the launch are kept.
+    /// A launched delegate. Everything due has run; the log keeps the lines of the launch.
     std::shared_ptr<AppDelegate> launched() { return launch(std::make_shared<AppDelegate>()); }
 
     template <typename Delegate>
@@ -29,7 +29,7 @@ protected:
         return delegate;
     }
 
-    /// As an earlier run of the program left them.
+    /// Stores them as an earlier run of the program does.
     void storeExtraFolders(const std::vector<std::string>& folders) {
         JSON::Array array;
         for (const auto& folder : folders) {

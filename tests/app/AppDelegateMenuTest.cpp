@@ -60,7 +60,7 @@ protected:
     }
 };
 
-TEST_F(AppDelegateMenuTest, WithTheTwoDefaultFolders) {
+TEST_F(AppDelegateMenuTest, TheMenuWithTheDefaultFolders) {
     launched();
     EXPECT_THAT(described(menu()),
                 ElementsAre("Glintmark v2.5 !", "Made by the Glintmark developers !", separator,
@@ -69,7 +69,7 @@ TEST_F(AppDelegateMenuTest, WithTheTwoDefaultFolders) {
                             "menu.quit [q] !"));
 }
 
-TEST_F(AppDelegateMenuTest, WithThreeAddedFolders) {
+TEST_F(AppDelegateMenuTest, TheMenuWithThreeAddedFolders) {
     storeExtraFolders({"/home/kim/Links", "/srv/links", "/mnt/home/kim/x/home/kim"});
     launched();
     EXPECT_THAT(described(menu()),
@@ -260,7 +260,7 @@ TEST_F(AppDelegateMenuTest, RemovingTheThirdFolderRemovesExactlyThat) {
             "Glintmark: ファイル監視開始（バックグラウンドキュー）"));
 }
 
-TEST_F(AppDelegateMenuTest, TheRevealCommandOpensTheFolderAndIgnoresRefusal) {
+TEST_F(AppDelegateMenuTest, TheRevealCommandOpensTheFolderAndIgnoresAFailure) {
     storeExtraFolders({"/a", "/b"});
     launched();
     platform().workspace.refuse();

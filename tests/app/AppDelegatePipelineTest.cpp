@@ -75,13 +75,14 @@ TEST_F(AppDelegatePipelineTest, NoImageIsDecodedOnTheMainQueue) {
     EXPECT_THAT(where, testing::Each(testing::Ne("main")));
 }
 
-TEST_F(AppDelegatePipelineTest, ManyLinksAreFetchedInTurnsAndNoneIsLost) {
+TEST_F(AppDelegatePipelineTest, AtMost128LinksAreFetchedAtOnceAndNoneIsLost) {
     constexpr std::size_t links = 150;
-    constexpr std::size_t requestsOfOne = 8;  // page, touch icons, manifests, service, favicon.ico
-    std::size_t most = 0;
+    constexpr std::size_t requestsPerLink =
+        8;  // page, touch icons, manifests, service, favicon.ico
+    std::size_t maximum = 0;
     platform().imageDecoder.bitmapMade = [&] {
-        const std::size_t begun = session().requestedURLs().size() / requestsOfOne;
-        most = std::max(most, begun - platform().workspace.icons().size());
+        const std::size_t started = session().requestedURLs().size() / requestsPerLink;
+        maximum = std::max(maximum, started - platform().workspace.icons().size());
     };
     for (std::size_t i = 0; i < links; ++i) {
         const std::string site = "https://site-" + std::to_string(i) + ".example";
@@ -93,11 +94,11 @@ TEST_F(AppDelegatePipelineTest, ManyLinksAreFetchedInTurnsAndNoneIsLost) {
     queues().runUntilIdle();
     EXPECT_EQ(platform().workspace.icons().size(), links);
     EXPECT_EQ(notifications().requests().size(), links);
-    EXPECT_GT(most, 64U);
-    EXPECT_LE(most, 128U);
+    EXPECT_GT(maximum, 64U);
+    EXPECT_LE(maximum, 128U);
 }
 
-TEST_F(AppDelegatePipelineTest, OtherPathsAreDroppedWithoutAWord) {
+TEST_F(AppDelegatePipelineTest, OtherPathsAreIgnoredAndNotLogged) {
     for (const auto* other : {"/home/kim/Desktop/a.webloc.tmp", "/home/kim/Desktop/A.WEBLOC",
                               "/home/kim/Desktop/webloc", ""}) {
         process(other);
@@ -106,7 +107,7 @@ TEST_F(AppDelegatePipelineTest, OtherPathsAreDroppedWithoutAWord) {
     EXPECT_EQ(queues().now(), 0s);
 }
 
-TEST_F(AppDelegatePipelineTest, TheFlagsOfAnEventAreNotLookedAt) {
+TEST_F(AppDelegatePipelineTest, TheFlagsOfAnEventAreIgnored) {
     delegate()->handleFileEvent({path, 0xffffffff});
     queues().runUntilIdle();
     EXPECT_EQ(platform().workspace.icons().size(), 1U);
@@ -204,7 +205,7 @@ TEST_F(AppDelegatePipelineTest, TheLinkIsPassedOnAsItWasRead) {
     EXPECT_THAT(session().requests(), IsEmpty());
 }
 
-TEST_F(AppDelegatePipelineTest, AnIconThatCannotBeSetIsNotifiedAllTheSame) {
+TEST_F(AppDelegatePipelineTest, AnIconThatCannotBeSetIsStillNotified) {
     platform().workspace.refuse();
     process(path);
     const auto lines = log().lines();
@@ -243,7 +244,7 @@ TEST_F(AppDelegatePipelineTest, WithoutATranslationTheKeyIsTheTitle) {
     EXPECT_EQ(notifications().requests().front().title, "notification.iconApplied");
 }
 
-TEST_F(AppDelegatePipelineTest, ANewFileInAWatchedFolderGoesTheWholeWay) {
+TEST_F(AppDelegatePipelineTest, ANewFileInAWatchedFolderGetsItsIcon) {
     files().remove(path);
     const auto whole = launched();
     files().create(path, weblocWith(link));

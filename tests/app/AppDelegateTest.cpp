@@ -11,7 +11,7 @@ using testing::Not;
 using testing::Optional;
 using namespace std::chrono_literals;
 
-/// Writes down which of its operations are called.
+/// Records which of its operations are called.
 class TracingDelegate : public AppDelegate {
 public:
     std::vector<std::string> calls;
@@ -48,7 +48,7 @@ public:
     void handleFileEvent(const FileWatcherEvent& event) override { events.push_back(event); }
 };
 
-TEST_F(AppDelegateTest, BeforeTheLaunchThereIsNothing) {
+TEST_F(AppDelegateTest, BeforeTheLaunchEverythingIsEmpty) {
     const auto delegate = std::make_shared<AppDelegate>();
     EXPECT_EQ(delegate->statusItem(), nullptr);
     EXPECT_EQ(delegate->fileWatcher(), nullptr);
@@ -70,7 +70,7 @@ TEST_F(AppDelegateTest, TheLaunchTakesItsStepsInOrder) {
     EXPECT_THAT(notifications().authorizationRequests(), ElementsAre(6U));
 }
 
-TEST_F(AppDelegateTest, TheLaunchReplacesWhateverTheFolderListHeld) {
+TEST_F(AppDelegateTest, TheLaunchReplacesTheFolderList) {
     auto delegate = std::make_shared<AppDelegate>();
     delegate->setWatchedFolders({"/elsewhere"});
     launch(delegate);
@@ -110,7 +110,7 @@ TEST_F(AppDelegateTest, AStoredFolderThatIsMissingIsKeptAndWatched) {
 
 class UnusableDefaultsTest : public AppDelegateTest, public testing::WithParamInterface<JSON> {};
 
-TEST_P(UnusableDefaultsTest, AValueThatIsNoListOfStringsIsIgnoredAndOverwritten) {
+TEST_P(UnusableDefaultsTest, AValueThatIsNotAListOfStringsIsIgnoredAndOverwritten) {
     defaults().store("extraFolders", GetParam());
     const auto delegate = launched();
     EXPECT_THAT(delegate->watchedFolders(), ElementsAre(desktop, downloads));
@@ -132,7 +132,7 @@ TEST_F(AppDelegateTest, RemovingTheLastFolderStoresAnEmptyList) {
     EXPECT_THAT(storedExtraFolders(), Optional(IsEmpty()));
 }
 
-TEST_F(AppDelegateTest, SavingGoesByPosition) {
+TEST_F(AppDelegateTest, SavingSkipsTheFirstTwoFoldersWhateverTheyAre) {
     const auto delegate = std::make_shared<AppDelegate>();
     delegate->setWatchedFolders({"/a", "/b", desktop, "/c"});
     delegate->saveExtraFolders();
@@ -160,7 +160,7 @@ TEST_F(AppDelegateTest, RestartingStopsStartsSavesAndRebuildsTheMenu) {
     EXPECT_EQ(queues().activeTimers(), 1U);
 }
 
-TEST_F(AppDelegateTest, StartWatchingAloneDoesNotStopTheWatcherBefore) {
+TEST_F(AppDelegateTest, StartWatchingAloneDoesNotStopThePreviousWatcher) {
     const auto delegate = launched();
     const auto first = delegate->fileWatcher();
     delegate->startWatching();
@@ -184,7 +184,7 @@ TEST_F(AppDelegateTest, EventsOfTheWatcherReachTheDelegateUnchanged) {
     EXPECT_THAT(delegate->events, ElementsAre(FileWatcherEvent{"/home/kim/Desktop/a.webloc", 0}));
 }
 
-TEST_F(AppDelegateTest, AnEventThatComesAfterTheDelegateIsDropped) {
+TEST_F(AppDelegateTest, AnEventAfterTheDelegateIsGoneIsDropped) {
     auto delegate = std::make_shared<AppDelegate>();
     files().createDirectory(desktop);
     delegate->applicationDidFinishLaunching();
@@ -192,7 +192,7 @@ TEST_F(AppDelegateTest, AnEventThatComesAfterTheDelegateIsDropped) {
     auto watcher = delegate->fileWatcher();
     const std::weak_ptr<AppDelegate> weak = delegate;
     delegate.reset();
-    EXPECT_TRUE(weak.expired());  // the watcher does not hold it
+    EXPECT_TRUE(weak.expired());  // the watcher does not keep it alive
 
     log().forget();
     files().create("/home/kim/Desktop/a.webloc");
@@ -209,7 +209,7 @@ TEST_F(AppDelegateTest, TheLaunchDoesNotWaitForTheNotificationPermission) {
     EXPECT_EQ(log().lines().back(), "Glintmark: Notification authorized");
 }
 
-TEST_F(AppDelegateTest, ARefusedPermissionIsSilentAndNotificationsAreStillTried) {
+TEST_F(AppDelegateTest, ARefusedPermissionIsNotLoggedAndNotificationsAreStillSent) {
     const auto delegate = launched();
     log().forget();
     notifications().answerAuthorization(false);
@@ -220,7 +220,7 @@ TEST_F(AppDelegateTest, ARefusedPermissionIsSilentAndNotificationsAreStillTried)
     EXPECT_EQ(notifications().requests().size(), 1U);
 }
 
-TEST_F(AppDelegateTest, AnErrorInsteadOfAPermissionIsSilent) {
+TEST_F(AppDelegateTest, AnErrorInsteadOfAPermissionIsNotLogged) {
     for (const bool granted : {false, true}) {
         launched();
         log().forget();

@@ -8,12 +8,12 @@ namespace {
 
 class LTest : public doubles::PlatformTest {};
 
-TEST_F(LTest, LooksTheTextUp) {
+TEST_F(LTest, ReturnsTheTextForAKey) {
     platform().bundle.texts = {{"menu.quit", "終了"}};
     EXPECT_EQ(L("menu.quit"), "終了");
 }
 
-TEST_F(LTest, AKeyWithoutATextIsItsOwnText) {
+TEST_F(LTest, AKeyWithoutATextIsReturnedItself) {
     EXPECT_EQ(L("menu.quit"), "menu.quit");
     EXPECT_EQ(L(""), "");
 }
