@@ -12,7 +12,7 @@ namespace platform {
 class PreparedIcon;
 }  // namespace platform
 
-/// Makes an image the custom icon of a file. Keeps no state.
+/// Sets an image as the custom icon of a file. Keeps no state.
 class IconApplier {
 public:
     IconApplier() = delete;
@@ -31,8 +31,8 @@ public:
     static void apply(const std::shared_ptr<const Image>& image, const std::string& path);
 
 private:
-    /// A new image of exactly `size` (points, whole numbers) into which all of `image` is
-    /// stretched. Transparent all over when `image` has no pixels.
+    /// A new image of exactly `size` (points, whole numbers), into which `image` is stretched.
+    /// Fully transparent when `image` has no pixels.
     static Image resizeImage(const Image& image, Size size);
 };
 

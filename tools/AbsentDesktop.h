@@ -12,8 +12,8 @@
 
 namespace glintmark::tools {
 
-/// The services that a fetch does not use, for a tool that has no desktop: each answers with
-/// absence and does nothing.
+/// The services that a fetch does not use, for a tool without a desktop. They do nothing and return
+/// absence.
 class AbsentDesktop final : public platform::Application,
                             public platform::Bundle,
                             public platform::EventStreamFactory,

@@ -1,7 +1,7 @@
 // explain-icon [--json] LINK: runs one fetch through the program's own code and shows every
 // request, every candidate and the winner. Exit status: 0 with an icon, 1 without, 2 for wrong use.
-// Environment: what the program honours, and SSL_CERT_FILE, a file of authorities to trust instead
-// of the system's.
+// Environment: the program's variables, and SSL_CERT_FILE, a file of certificate authorities to
+// trust instead of the system's.
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -70,7 +70,7 @@ FetchReport explained(const URL& url, const std::string& host) {
     };
     const platform::ServicesScope scope(services);
 
-    // Shared, since the waiting thread goes on while the other is still inside set_value.
+    // Shared: the waiting thread may continue while the other thread is still in `set_value`.
     const auto found = std::make_shared<std::promise<std::vector<IconCandidate>>>();
     FaviconFetcher::collectCandidates(url, host, [found](std::vector<IconCandidate> candidates) {
         found->set_value(std::move(candidates));
@@ -81,11 +81,11 @@ FetchReport explained(const URL& url, const std::string& host) {
 
 int explain(const std::string& link, bool asLines) {
     const auto url = URL::parse(link);
-    const bool isAskedFor = url && url->host();
-    if (!isAskedFor) {
-        std::fputs("No URL with a host, so the program asks for nothing.\n", stderr);
+    const bool hasHost = url && url->host();
+    if (!hasHost) {
+        std::fputs("No URL with a host, so the program sends no request.\n", stderr);
     }
-    const FetchReport report = isAskedFor ? explained(*url, *url->host()) : FetchReport({}, {});
+    const FetchReport report = hasHost ? explained(*url, *url->host()) : FetchReport({}, {});
     const std::string text = asLines ? asJSONLines(report) : asTable(report);
     std::fwrite(text.data(), 1, text.size(), stdout);
     return report.winner ? 0 : 1;

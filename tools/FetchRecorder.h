@@ -14,20 +14,20 @@
 
 namespace glintmark::tools {
 
-/// One request of a fetch and what came of it.
+/// One request of a fetch and its outcome.
 struct RequestRecord {
     std::string url;
-    std::optional<std::string> userAgent;         ///< Absent for the client's own name.
+    std::optional<std::string> userAgent;         ///< Absent for the client's default.
     std::chrono::nanoseconds begin{0};            ///< Since the recorder was made.
     std::optional<std::chrono::nanoseconds> end;  ///< Absent while it runs.
     std::optional<int> status;
     std::optional<std::size_t> bytes;  ///< Of the body; absent without one.
     std::optional<std::string> error;
-    bool wasDecoded = false;             ///< Whether the body was taken for an image.
-    std::shared_ptr<const Image> image;  ///< Null when it was none.
+    bool wasDecoded = false;             ///< The body was passed to the decoder.
+    std::shared_ptr<const Image> image;  ///< Null when the body was not an image.
 };
 
-/// Stands before a session and a decoder, passes everything on and writes it down. Any thread.
+/// Passes all calls on to a session and a decoder, and records them. Any thread.
 class FetchRecorder final : public platform::URLSession, public platform::ImageDecoder {
 public:
     FetchRecorder(platform::URLSession& session, platform::ImageDecoder& decoder)

@@ -19,7 +19,7 @@ double milliseconds(std::chrono::nanoseconds time) {
     return std::chrono::duration<double, std::milli>(time).count();
 }
 
-/// Where the candidate's image came from; empty when no recorded request brought it.
+/// The address of the request that returned the candidate's image; empty when none did.
 std::string addressOf(const IconCandidate& candidate, const std::vector<RequestRecord>& requests) {
     const auto request = std::ranges::find(requests, candidate.image, &RequestRecord::image);
     return request != requests.end() ? request->url : "";
@@ -39,12 +39,12 @@ std::string outcomeText(const RequestRecord& request) {
     return request.error ? text + ", " + *request.error : text;
 }
 
-std::string toTheLeft(std::string text, std::size_t width) {
+std::string leftAligned(std::string text, std::size_t width) {
     text.resize(std::max(width, text.size()), ' ');
     return text + " ";
 }
 
-std::string toTheRight(std::string text, std::size_t width) {
+std::string rightAligned(std::string text, std::size_t width) {
     text.insert(0, std::max(width, text.size()) - text.size(), ' ');
     return text + " ";
 }
@@ -62,8 +62,9 @@ constexpr std::size_t outcomeIndent = 2 * (timeWidth + 1) + agentWidth + 1;
 /// A request takes two lines, since addresses are long.
 std::string requestText(const RequestRecord& request) {
     const auto took = request.end ? millisecondsText(*request.end - request.begin) : "unfinished";
-    return toTheRight(millisecondsText(request.begin), timeWidth) + toTheRight(took, timeWidth) +
-           toTheLeft(request.userAgent ? "browser" : "own", agentWidth) + request.url + "\n" +
+    return rightAligned(millisecondsText(request.begin), timeWidth) +
+           rightAligned(took, timeWidth) +
+           leftAligned(request.userAgent ? "browser" : "own", agentWidth) + request.url + "\n" +
            std::string(outcomeIndent, ' ') + outcomeText(request) + "\n";
 }
 
@@ -71,8 +72,8 @@ std::string requestText(const RequestRecord& request) {
 std::string candidateText(const std::string& mark, const std::string& source,
                           const std::string& size, const std::string& transparent,
                           const std::string& score, const std::string& address) {
-    return mark + " " + toTheLeft(source, 18) + toTheRight(size, 9) + toTheLeft(transparent, 11) +
-           toTheRight(score, 5) + address + "\n";
+    return mark + " " + leftAligned(source, 18) + rightAligned(size, 9) +
+           leftAligned(transparent, 11) + rightAligned(score, 5) + address + "\n";
 }
 
 ordered_json asJSON(const RequestRecord& request) {
@@ -98,7 +99,7 @@ ordered_json asJSON(const IconCandidate& candidate, const FetchReport& report) {
         {"transparent", candidate.hasTransparency}, {"score", candidate.score()}};
 }
 
-/// Texts of a server may be in any encoding; what is no UTF-8 is replaced.
+/// A server's texts may be in any encoding. Bytes that are not UTF-8 are replaced.
 std::string line(const ordered_json& object) {
     return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
@@ -116,8 +117,8 @@ FetchReport::FetchReport(std::vector<RequestRecord> requestRecords,
 }
 
 std::string asTable(const FetchReport& report) {
-    std::string text = toTheRight("begin ms", timeWidth) + toTheRight("took ms", timeWidth) +
-                       toTheLeft("agent", agentWidth) + "request and outcome\n";
+    std::string text = rightAligned("begin ms", timeWidth) + rightAligned("took ms", timeWidth) +
+                       leftAligned("agent", agentWidth) + "request and outcome\n";
     for (const RequestRecord& request : report.requests) {
         text += requestText(request);
     }

@@ -12,7 +12,7 @@ namespace glintmark::tools {
 
 /// Everything that one fetch did.
 struct FetchReport {
-    /// `candidates` in the order of their arrival; the winner is the program's own choice of them.
+    /// `found` in the order of arrival. The winner is the one that the program chooses.
     FetchReport(std::vector<RequestRecord> requestRecords, std::vector<IconCandidate> found);
 
     std::vector<RequestRecord> requests;

@@ -11,7 +11,7 @@ using platform::services;
 
 namespace {
 
-/// The string under `key` in a root dictionary; null for anything else.
+/// The string under `key` in the dictionary `root`; null when there is none.
 const std::string* stringUnder(std::string_view key, const PropertyList& root) {
     const auto* const dictionary = root.dictionary();
     if (dictionary == nullptr) {
@@ -25,7 +25,7 @@ const std::string* stringUnder(std::string_view key, const PropertyList& root) {
 
 std::optional<std::string> WeblocParser::extractURL(const URL& file) {
     const std::string path = file.path();
-    // One byte more than is ever parsed, so that a huge file is refused instead of cut.
+    // One byte more than the parser accepts, so that a huge file is refused, not truncated.
     const auto bytes = services().fileManager.contents(path, PropertyList::maximumBytes + 1);
     if (!bytes) {
         services().log.write("Glintmark: ファイル読み込み失敗 → " + path);

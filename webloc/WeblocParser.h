@@ -13,7 +13,7 @@ public:
     WeblocParser() = delete;
 
     /// The string under "URL" in the property list at `file` (a file URL), exactly as stored and
-    /// unchecked. Absent, with one line in the log, when the file cannot be read or holds no such
+    /// not checked. Absent, with one line in the log, when the file cannot be read or has no such
     /// string.
     static std::optional<std::string> extractURL(const URL& file);
 };

@@ -99,7 +99,7 @@ TEST_F(IconApplierTest, TransparentPixelsStayTransparent) {
     EXPECT_EQ(pixel(icon, 256, 511), red);
 }
 
-TEST_F(IconApplierTest, TheIconMeasures512PointsWhateverTheImage) {
+TEST_F(IconApplierTest, TheIconAlwaysMeasures512Points) {
     for (const auto& [width, height] :
          std::array<std::array<int, 2>, 3>{{{1, 1}, {3, 700}, {700, 3}}}) {
         const auto icon = applied(Image(bitmap(width, height, [](int, int) { return red; })));

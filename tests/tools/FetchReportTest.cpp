@@ -103,7 +103,7 @@ TEST_F(FetchReportTest, AWinnerWithoutTheHighestScoreIsExplained) {
     EXPECT_THAT(table, HasSubstr("\nWinner: faviconICO http://h/favicon.ico\n" + explanation));
 }
 
-TEST_F(FetchReportTest, EachJSONLineIsOneThing) {
+TEST_F(FetchReportTest, EachJSONLineIsOneObject) {
     session().answer("http://h/favicon.ico", 200, "image 16x16 transparent");
     session().fail("http://h/manifest.json", "a \"quoted\" \xFF error");
     const auto lines = linesOf(asJSONLines(report("http://h/")));

@@ -71,7 +71,7 @@ TEST_F(WeblocParserTest, ALinkInTheOldTextFormGivesItsAddress) {
     EXPECT_EQ(extracted("{ URL = \"https://h/a\"; }"), "https://h/a");
 }
 
-/// `text`, which is ASCII, in UTF-16 with its mark, low byte first.
+/// `text`, which is ASCII, in UTF-16 with a byte order mark, low byte first.
 std::string inUTF16(std::string_view text) {
     std::string bytes = "\xFF\xFE";
     for (const char c : text) {
@@ -103,14 +103,14 @@ TEST_F(WeblocParserTest, FilesAsOtherProgramsWriteThemGiveTheirAddress) {
         {"line ends of two characters", replaced(plain, "\n", "\r\n")},
         {"old line ends", replaced(plain, "\n", "\r")},
         {"on one line", replaced(plain, "\n", "")},
-        {"mark", "\xEF\xBB\xBF" + plain},
-        {"mark and blank lines", "\xEF\xBB\xBF\n \n" + plain},
+        {"byte order mark", "\xEF\xBB\xBF" + plain},
+        {"byte order mark and blank lines", "\xEF\xBB\xBF\n \n" + plain},
         {"UTF-16", inUTF16(replaced(plain, "UTF-8", "UTF-16"))},
         {"UTF-16 that calls itself UTF-8", inUTF16(plain)},
         {"encoding misspelt", replaced(plain, "UTF-8", "utf8")},
         {"encoding of old systems", replaced(plain, "UTF-8", "macintosh")},
         {"no declaration", plain.substr(plain.find("<plist"))},
-        {"zeros behind the end", plain + std::string(100, '\0')},
+        {"zeros after the end", plain + std::string(100, '\0')},
         {"attributes", replaced(plain, "<string>", "<string id=\"1\">")},
         {"unparsed text", replaced(plain, "https://h/", "<![CDATA[https://h/]]>")},
         {"comment", replaced(plain, "https://h/", "https:<!-- : -->//h/")},
@@ -142,7 +142,7 @@ TEST_F(WeblocParserTest, OtherKeysAreIgnored) {
               "b");
 }
 
-TEST_F(WeblocParserTest, AFileWithoutAStringUnderURLGivesOneLine) {
+TEST_F(WeblocParserTest, AFileWithoutAStringUnderURLLogsOneLine) {
     for (const auto& bytes : {
              std::string(),
              std::string("URL=https://h/\n"),
@@ -165,25 +165,25 @@ TEST_F(WeblocParserTest, AFileWithoutAStringUnderURLGivesOneLine) {
     }
 }
 
-TEST_F(WeblocParserTest, AMissingFileGivesTheLineOfAFileThatCannotBeRead) {
+TEST_F(WeblocParserTest, AMissingFileIsLoggedAsUnreadable) {
     EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(linkFile)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
-TEST_F(WeblocParserTest, AFileWithoutPermissionGivesTheLineOfAFileThatCannotBeRead) {
+TEST_F(WeblocParserTest, AFileWithoutPermissionIsLoggedAsUnreadable) {
     files().create(linkFile, propertyList("<dict><key>URL</key><string>a</string></dict>"));
     files().makeUnreadable(linkFile);
     EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(linkFile)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
-TEST_F(WeblocParserTest, AFolderGivesTheLineOfAFileThatCannotBeRead) {
+TEST_F(WeblocParserTest, AFolderIsLoggedAsUnreadable) {
     files().createDirectory(linkFile);
     EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(linkFile)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
-TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotCut) {
+TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotTruncated) {
     std::string list = propertyList("<dict><key>URL</key><string>https://h/</string></dict>");
     list.resize(PropertyList::maximumBytes, ' ');
     EXPECT_EQ(extracted(list), "https://h/");
@@ -194,13 +194,13 @@ TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotCut) {
     EXPECT_EQ(extracted(list), std::nullopt);
 }
 
-TEST_F(WeblocParserTest, ThePathStandsInTheLineAsPlainBytes) {
+TEST_F(WeblocParserTest, ThePathIsLoggedAsItsBytes) {
     const std::string path = "/home/kim/Desktop/日本 100%d #\xFF.webloc";
     EXPECT_EQ(WeblocParser::extractURL(URL::fileURL(path)), std::nullopt);
     EXPECT_THAT(log().messages(), ElementsAre("Glintmark: ファイル読み込み失敗 → " + path));
 }
 
-TEST_F(WeblocParserTest, EachCallReadsTheFileAfresh) {
+TEST_F(WeblocParserTest, EachCallReadsTheFileAgain) {
     EXPECT_EQ(extracted("{ URL = a; }"), "a");
     EXPECT_EQ(extracted("{ URL = b; }"), "b");
 }
