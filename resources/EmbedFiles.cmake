@@ -1,5 +1,5 @@
-# Writes OUTPUT, the source that holds FILES (a list of name=path) for EmbeddedFiles.h. Run by the
-# build whenever one of the files changes.
+# Writes OUTPUT, the source that defines EmbeddedFiles.h with FILES (a list of name=path). The build
+# runs this script whenever one of the files changes.
 set(entries "")
 foreach(entry IN LISTS FILES)
   string(REGEX MATCH "^([^=]*)=(.*)$" matched "${entry}")

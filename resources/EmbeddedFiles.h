@@ -5,7 +5,7 @@
 
 namespace glintmark::resources {
 
-/// A file that the build puts into the program.
+/// A file that the build embeds in the program.
 struct EmbeddedFile {
     std::string_view name;  ///< Its path below resources/, such as "de.lproj/Localizable.strings".
     std::string_view bytes;
