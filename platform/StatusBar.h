@@ -10,7 +10,7 @@ namespace glintmark::platform {
 /// The length of an item that is as wide as the bar is high.
 inline constexpr double squareStatusItemLength = -2;
 
-/// What is drawn of a status item. Main thread only.
+/// The visible part of a status item. Main thread only.
 class StatusBarButton {
 public:
     virtual ~StatusBarButton() = default;

@@ -4,7 +4,7 @@
 
 namespace glintmark::platform {
 
-/// The file name of the image decoder, a program of its own.
+/// The file name of the image decoder, which is a separate program.
 inline constexpr auto imageDecoderName = "glintmark-image-decoder";
 
 /// The folder of the running program's file, without a trailing slash.
