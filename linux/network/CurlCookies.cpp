@@ -1,5 +1,7 @@
 #include "linux/network/CurlCookies.h"
 
+#include "linux/network/CurlOptions.h"
+
 namespace glintmark::platform {
 
 namespace {
@@ -14,14 +16,14 @@ CurlCookies::CurlCookies() : share_(curl_share_init()) {
 }
 
 void CurlCookies::attach(CURL* handle) {
-    curl_easy_setopt(handle, CURLOPT_SHARE, share_.get());
-    curl_easy_setopt(handle, CURLOPT_COOKIEFILE, "");  // no file: in memory
+    setCurlOption<CURLOPT_SHARE>(handle, share_.get());
+    setCurlOption<CURLOPT_COOKIEFILE>(handle, "");  // no file: in memory
 }
 
 void CurlCookies::received(CURL* handle, std::size_t bytes) {
     bytes_ += bytes;
     if (bytes_ > mostCookieBytes) {
-        curl_easy_setopt(handle, CURLOPT_COOKIELIST, "ALL");
+        setCurlOption<CURLOPT_COOKIELIST>(handle, "ALL");
         bytes_ = 0;
     }
 }

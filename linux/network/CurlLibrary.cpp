@@ -1,6 +1,6 @@
-// Stands in for libcurl, which is loaded when one of its functions is called for the first time. It
-// brings thirty libraries with it, a third of the program's memory and half of its start, and a
-// program that waits for links needs none of them.
+// libcurl's functions, which load libcurl when one of them is called for the first time. libcurl
+// brings thirty libraries with it, a third of the program's memory and half of its start-up time.
+// A program that waits for links needs none of them.
 
 #include <curl/curl.h>
 #include <dlfcn.h>
@@ -9,7 +9,7 @@
 
 #include "base/system/FatalError.h"
 
-// Macros over the functions with variable arguments.
+// libcurl defines macros of the same names over its functions with variable arguments.
 #undef curl_easy_getinfo
 #undef curl_easy_setopt
 #undef curl_multi_setopt
@@ -23,26 +23,85 @@ void* symbol(const char* name) {
     static void* const library = ::dlopen(libraryName, RTLD_LAZY | RTLD_LOCAL);
     void* const found = library == nullptr ? nullptr : ::dlsym(library, name);
     if (found == nullptr) {
-        // As where a linked library is missing. NOLINTNEXTLINE(concurrency-mt-unsafe)
+        // A linked library that is missing also ends the program.
+        // NOLINTNEXTLINE(concurrency-mt-unsafe)
         glintmark::fatalError(::dlerror());
     }
     return found;
 }
 
-template <auto StandIn>
+/// libcurl's own function `name`, which has the type of `function`.
+template <auto function>
 auto real(const char* name) {
-    static const auto function = reinterpret_cast<decltype(StandIn)>(symbol(name));
-    return function;
+    static const auto found = reinterpret_cast<decltype(function)>(symbol(name));
+    return found;
 }
 
-/// The first argument's type of a function.
+/// Its result is the type of the first argument of `function`.
 template <typename Result, typename First, typename... Rest>
 First firstOf(Result (*function)(First, Rest...));
 using ReadURL = decltype(firstOf(&curl_url_get));  // to a constant in later versions
 
+// The functions with variable arguments take one argument more than they name. A va_list does not
+// say of which type it is; the number of the option does.
+
+/// Calls `function` with the next of `arguments`, which is an `Argument`.
+template <typename Argument, typename Function, typename Object, typename Option>
+auto call(Function function, Object object, Option option, std::va_list arguments) {
+    return function(object, option, va_arg(arguments, Argument));
+}
+
+/// For curl_easy_setopt(3) and curl_multi_setopt(3), whose numbers begin at those of their types.
+template <typename Function, typename Object, typename Option>
+auto setOption(Function function, Object object, Option option, std::va_list arguments) {
+    switch (option - option % CURLOPTTYPE_OBJECTPOINT) {
+        case CURLOPTTYPE_LONG:
+            return call<long>(function, object, option, arguments);
+        case CURLOPTTYPE_FUNCTIONPOINT:
+            return call<void (*)()>(function, object, option, arguments);
+        case CURLOPTTYPE_OFF_T:
+            return call<curl_off_t>(function, object, option, arguments);
+        default:
+            return call<void*>(function, object, option, arguments);
+    }
+}
+
+/// For curl_easy_getinfo(3), which writes through a pointer to the type of the information.
+template <typename Function>
+CURLcode getInfo(Function function, CURL* handle, CURLINFO info, std::va_list arguments) {
+    switch (info & CURLINFO_TYPEMASK) {
+        case CURLINFO_LONG:
+            return call<long*>(function, handle, info, arguments);
+        case CURLINFO_DOUBLE:
+            return call<double*>(function, handle, info, arguments);
+        case CURLINFO_SOCKET:
+            return call<curl_socket_t*>(function, handle, info, arguments);
+        case CURLINFO_OFF_T:
+            return call<curl_off_t*>(function, handle, info, arguments);
+        default:  // to a text or a list
+            return call<void*>(function, handle, info, arguments);
+    }
+}
+
+/// For curl_share_setopt(3). Its numbers say nothing, its manual does.
+template <typename Function>
+CURLSHcode setShareOption(Function function, CURLSH* share, CURLSHoption option,
+                          std::va_list arguments) {
+    switch (option) {
+        case CURLSHOPT_SHARE:
+        case CURLSHOPT_UNSHARE:
+            return call<int>(function, share, option, arguments);  // a curl_lock_data
+        case CURLSHOPT_LOCKFUNC:
+        case CURLSHOPT_UNLOCKFUNC:
+            return call<void (*)()>(function, share, option, arguments);
+        default:
+            return call<void*>(function, share, option, arguments);
+    }
+}
+
 }  // namespace
 
-// What follows has libcurl's names and types, so it has no others to give.
+// The names and types are libcurl's.
 // NOLINTBEGIN(readability-identifier-naming, cert-dcl50-cpp)
 #define REAL(name) real<&name>(#name)
 
@@ -99,25 +158,23 @@ CURLUcode curl_url_set(CURLU* url, CURLUPart part, const char* text, unsigned fl
 // libcurl's.
 #pragma GCC diagnostic ignored "-Wvarargs"
 
-// Each takes one argument more, a long, a pointer or a 64-bit number, which all travel alike.
-#define PASS_ON(name, object, option)                \
-    std::va_list arguments;                          \
-    va_start(arguments, option);                     \
-    void* const argument = va_arg(arguments, void*); \
-    va_end(arguments);                               \
-    return REAL(name)(object, option, argument)
-static_assert(sizeof(long) == sizeof(void*) && sizeof(curl_off_t) == sizeof(void*));
+#define PASS_ON(how, name, object, option)                          \
+    std::va_list arguments;                                         \
+    va_start(arguments, option);                                    \
+    const auto result = how(REAL(name), object, option, arguments); \
+    va_end(arguments);                                              \
+    return result
 
 CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
-    PASS_ON(curl_easy_setopt, handle, option);
+    PASS_ON(setOption, curl_easy_setopt, handle, option);
 }
 CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...) {
-    PASS_ON(curl_easy_getinfo, handle, info);
+    PASS_ON(getInfo, curl_easy_getinfo, handle, info);
 }
 CURLMcode curl_multi_setopt(CURLM* multi, CURLMoption option, ...) {
-    PASS_ON(curl_multi_setopt, multi, option);
+    PASS_ON(setOption, curl_multi_setopt, multi, option);
 }
 CURLSHcode curl_share_setopt(CURLSH* share, CURLSHoption option, ...) {
-    PASS_ON(curl_share_setopt, share, option);
+    PASS_ON(setShareOption, curl_share_setopt, share, option);
 }
 // NOLINTEND(readability-identifier-naming, cert-dcl50-cpp)

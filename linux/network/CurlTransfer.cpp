@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "linux/network/CurlCookies.h"
+#include "linux/network/CurlOptions.h"
 #include "linux/network/CurlRedirect.h"
 #include "linux/network/CurlURLSession.h"
 #include "linux/network/LowerCase.h"
@@ -64,36 +65,36 @@ CURL* CurlTransfer::beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& bud
 CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     CurlEasyHandle owner(curl_easy_init());
     CURL* handle = owner.get();
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, hop_->error.data());
+    setCurlOption<CURLOPT_ERRORBUFFER>(handle, hop_->error.data());
 
-    curl_easy_setopt(handle, CURLOPT_URL, url_.c_str());
-    curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can undo
-    curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    setCurlOption<CURLOPT_URL>(handle, url_.c_str());
+    setCurlOption<CURLOPT_PATH_AS_IS>(handle, 1L);
+    setCurlOption<CURLOPT_PROTOCOLS_STR>(handle, "http,https");
+    setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // all that libcurl can undo
+    setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
     setHeaders(handle);
     cookies.attach(handle);
     if (!options_.certificateFile.empty()) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, options_.certificateFile.c_str());
-        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+        setCurlOption<CURLOPT_CAINFO>(handle, options_.certificateFile.c_str());
+        setCurlOption<CURLOPT_CAPATH>(handle, nullptr);
     }
 
-    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, headerArrived);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, bodyArrived);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, progressed);
-    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
-    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+    setCurlOption<CURLOPT_HEADERFUNCTION>(handle, headerArrived);
+    setCurlOption<CURLOPT_HEADERDATA>(handle, this);
+    setCurlOption<CURLOPT_WRITEFUNCTION>(handle, bodyArrived);
+    setCurlOption<CURLOPT_WRITEDATA>(handle, this);
+    setCurlOption<CURLOPT_XFERINFOFUNCTION>(handle, progressed);
+    setCurlOption<CURLOPT_XFERINFODATA>(handle, this);
+    setCurlOption<CURLOPT_NOPROGRESS>(handle, 0L);
 
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    setCurlOption<CURLOPT_NOSIGNAL>(handle, 1L);
     // Ending a hop whose host name is still being looked up must not wait for the look-up.
-    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
+    setCurlOption<CURLOPT_QUICK_EXIT>(handle, 1L);
     return owner;
 }
 
 void CurlTransfer::setHeaders(CURL* handle) {
-    curl_easy_setopt(handle, CURLOPT_USERAGENT, ("Glintmark/" + options_.version).c_str());
+    setCurlOption<CURLOPT_USERAGENT>(handle, ("Glintmark/" + options_.version).c_str());
     for (const auto& [name, value] : headers_) {
         std::string line = name;
         // A name followed by ";" is libcurl's way to write a field without a value.
@@ -102,7 +103,7 @@ void CurlTransfer::setHeaders(CURL* handle) {
         static_cast<void>(hop_->headers.release());
         hop_->headers.reset(longer);
     }
-    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, hop_->headers.get());
+    setCurlOption<CURLOPT_HTTPHEADER>(handle, hop_->headers.get());
 }
 
 bool CurlTransfer::endHop(CURLcode outcome) {
