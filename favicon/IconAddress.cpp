@@ -4,13 +4,9 @@
 #include <charconv>
 #include <system_error>
 
+#include "base/text/TextCase.h"
+
 namespace glintmark {
-
-namespace {
-
-char lowercasedASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-}  // namespace
 
 bool containsIgnoringCase(std::string_view text, std::string_view word) {
     return std::search(text.begin(), text.end(), word.begin(), word.end(),
@@ -24,7 +20,7 @@ bool endsWithSVG(std::string_view address) {
     }
     // No character outside ASCII has one of these letters as its lower case.
     return std::ranges::equal(address.substr(address.size() - ending.size()), ending, {},
-                              lowercasedASCII);
+                              [](char c) { return lowercasedASCII(c); });
 }
 
 std::optional<std::int64_t> decimalInteger(std::string_view text) {

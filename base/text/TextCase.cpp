@@ -15,4 +15,11 @@ std::string lowercased(std::string_view text) {
     return result;
 }
 
+std::string lowercasedASCII(std::string text) {
+    for (char& character : text) {
+        character = lowercasedASCII(character);
+    }
+    return text;
+}
+
 }  // namespace glintmark

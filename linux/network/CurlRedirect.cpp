@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/text/TextCase.h"
 #include "linux/network/CurlHandles.h"
-#include "linux/network/LowerCase.h"
 
 namespace glintmark::platform {
 
@@ -25,7 +25,7 @@ bool accepts(const CurlURLHandle& url, const std::string& address) {
 
 std::string origin(const CurlURLHandle& url) {
     return part(url, CURLUPART_SCHEME).value_or("") + "://" +
-           lowerCase(part(url, CURLUPART_HOST).value_or("")) + ":" +
+           lowercasedASCII(part(url, CURLUPART_HOST).value_or("")) + ":" +
            part(url, CURLUPART_PORT, CURLU_DEFAULT_PORT).value_or("");
 }
 
@@ -65,7 +65,7 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
     if (!url || !accepts(base, *url)) {
         return std::nullopt;
     }
-    return RedirectTarget{std::move(*url), lowerCase(*host), sameOrigin};
+    return RedirectTarget{std::move(*url), lowercasedASCII(*host), sameOrigin};
 }
 
 }  // namespace glintmark::platform

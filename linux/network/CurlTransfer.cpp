@@ -5,11 +5,11 @@
 #include <new>
 #include <string_view>
 
+#include "base/text/TextCase.h"
 #include "linux/network/CurlCookies.h"
 #include "linux/network/CurlOptions.h"
 #include "linux/network/CurlRedirect.h"
 #include "linux/network/CurlURLSession.h"
-#include "linux/network/LowerCase.h"
 
 namespace glintmark::platform {
 
@@ -23,7 +23,7 @@ constexpr std::size_t mostRedirectBodyBytes = std::size_t{64} << 10;
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view lowerCasePrefix) {
     return text.size() >= lowerCasePrefix.size() &&
-           lowerCase(std::string(text.substr(0, lowerCasePrefix.size()))) == lowerCasePrefix;
+           lowercasedASCII(std::string(text.substr(0, lowerCasePrefix.size()))) == lowerCasePrefix;
 }
 
 bool isRedirect(long status) {
@@ -33,8 +33,8 @@ bool isRedirect(long status) {
 /// The host of an address that may be asked for, in lower case; otherwise empty. libcurl itself is
 /// more lenient: it would read "http:/a" as "http://a".
 std::string hostToAsk(const URL& url) {
-    const std::string scheme = lowerCase(url.scheme().value_or(""));
-    return scheme == "http" || scheme == "https" ? lowerCase(url.host().value_or("")) : "";
+    const std::string scheme = lowercasedASCII(url.scheme().value_or(""));
+    return scheme == "http" || scheme == "https" ? lowercasedASCII(url.host().value_or("")) : "";
 }
 
 }  // namespace
@@ -162,7 +162,7 @@ bool CurlTransfer::follow(const std::string& location) {
     host_ = std::move(target->host);
     if (!target->sameOrigin) {
         std::erase_if(headers_, [](const auto& field) {
-            const std::string name = lowerCase(field.first);
+            const std::string name = lowercasedASCII(field.first);
             return name == "authorization" || name == "cookie";
         });
     }

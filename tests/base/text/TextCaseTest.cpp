@@ -23,5 +23,11 @@ TEST(TextCaseTest, AZeroByteIsACharacterLikeOthers) {
     EXPECT_EQ(lowercased(std::string_view("A\0B", 3)), std::string_view("a\0b", 3));
 }
 
+TEST(TextCaseTest, LowercasedASCIIChangesOnlyTheLettersOfASCII) {
+    EXPECT_EQ(lowercasedASCII("@AZ[`az{ 09"), "@az[`az{ 09");
+    EXPECT_EQ(lowercasedASCII("\xc3\x80\xc1 \u212A"), "\xc3\x80\xc1 \u212A");
+    EXPECT_EQ(lowercasedASCII('Q'), 'q');
+}
+
 }  // namespace
 }  // namespace glintmark
