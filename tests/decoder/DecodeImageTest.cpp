@@ -21,22 +21,16 @@ TEST_P(RefusedTest, DoesNotDecode) {
 }
 
 std::string testName(const testing::TestParamInfo<std::string>& info) {
-    std::string name = info.param;
-    for (char& c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
-            c = '_';
-        }
-    }
-    return name;
+    return testNameOf(info.param);
 }
 
+INSTANTIATE_TEST_SUITE_P(Truncated, RefusedTest, testing::ValuesIn(imageFileNames("truncated.")),
+                         testName);
+
 INSTANTIATE_TEST_SUITE_P(Broken, RefusedTest,
-                         testing::Values("truncated.png", "wrong-checksum.png", "truncated.jpg",
-                                         "truncated.gif", "without-frame.gif",
-                                         "without-colours.gif", "truncated.tiff",
-                                         "strip-outside.tiff", "truncated.webp", "truncated.avif",
-                                         "truncated.bmp", "bmp8-rle-truncated.bmp", "truncated.ico",
-                                         "without-entries.ico", "truncated.icns",
+                         testing::Values("wrong-checksum.png", "without-frame.gif",
+                                         "without-colours.gif", "strip-outside.tiff",
+                                         "bmp8-rle-truncated.bmp", "without-entries.ico",
                                          "runs-end-early.icns", "not-an-image.html"),
                          testName);
 
@@ -52,13 +46,7 @@ TEST_P(BombTest, ShowsNothingLarge) {
     EXPECT_TRUE(!bitmap || bitmap->pixels().size() < 1000);
 }
 
-std::vector<std::string> bombs() {
-    std::vector<std::string> names = imageFileNames();
-    std::erase_if(names, [](const std::string& name) { return !name.starts_with("bomb-"); });
-    return names;
-}
-
-INSTANTIATE_TEST_SUITE_P(Bombs, BombTest, testing::ValuesIn(bombs()), testName);
+INSTANTIATE_TEST_SUITE_P(Bombs, BombTest, testing::ValuesIn(imageFileNames("bomb-")), testName);
 
 TEST(DecodeImageTest, NothingIsNoImage) { EXPECT_FALSE(decoded(Bytes{})); }
 
@@ -77,10 +65,7 @@ TEST(DecodeImageTest, FiftyMillionPixelsAreAllowed) {
 }
 
 TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
-    for (const std::string& name : imageFileNames()) {
-        if (name.starts_with("bomb-") || name.starts_with("large-")) {
-            continue;
-        }
+    for (const std::string& name : smallImageFileNames()) {
         const Bytes file = imageFile(name);
         const std::size_t step = std::max<std::size_t>(1, file.size() / 100);
         for (std::size_t length = 0; length < file.size(); length += step) {
@@ -91,10 +76,7 @@ TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
 
 TEST(DecodeImageTest, DamagedImagesAreSurvived) {
     std::mt19937 random(1);
-    for (const std::string& name : imageFileNames()) {
-        if (name.starts_with("bomb-") || name.starts_with("large-")) {
-            continue;
-        }
+    for (const std::string& name : smallImageFileNames()) {
         const Bytes file = imageFile(name);
         for (int round = 0; round < 20; ++round) {
             Bytes damaged = file;

@@ -92,13 +92,7 @@ TEST_P(FormatsTest, ShowsItsPattern) {
 }
 
 std::string testName(const testing::TestParamInfo<FileCase>& info) {
-    std::string name = info.param.name;
-    for (char& c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
-            c = '_';
-        }
-    }
-    return name;
+    return testNameOf(info.param.name);
 }
 
 INSTANTIATE_TEST_SUITE_P(

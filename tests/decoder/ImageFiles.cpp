@@ -1,6 +1,7 @@
 #include "tests/decoder/ImageFiles.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -22,13 +23,30 @@ Bytes imageFile(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-std::vector<std::string> imageFileNames() {
+std::vector<std::string> imageFileNames(const std::string& prefix) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename());
+        std::string name = entry.path().filename();
+        if (name.starts_with(prefix)) {
+            names.push_back(std::move(name));
+        }
     }
     std::ranges::sort(names);
     return names;
+}
+
+std::vector<std::string> smallImageFileNames() {
+    std::vector<std::string> names = imageFileNames();
+    std::erase_if(names, [](const std::string& name) {
+        return name.starts_with("bomb-") || name.starts_with("large-");
+    });
+    return names;
+}
+
+std::string testNameOf(std::string name) {
+    std::ranges::replace_if(
+        name, [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    return name;
 }
 
 std::optional<BitmapImageRep> decoded(const Bytes& file) {

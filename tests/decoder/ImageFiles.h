@@ -14,7 +14,15 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// The file `name` of the test images.
 Bytes imageFile(const std::string& name);
-std::vector<std::string> imageFileNames();
+
+/// The names of the test images that begin with `prefix`, sorted.
+std::vector<std::string> imageFileNames(const std::string& prefix = "");
+
+/// Without those that take much time or memory.
+std::vector<std::string> smallImageFileNames();
+
+/// `name` as the name of a parameter of a test, which has letters, digits and "_" only.
+std::string testNameOf(std::string name);
 
 /// `file` decoded here, without a sandbox.
 std::optional<BitmapImageRep> decoded(const Bytes& file);

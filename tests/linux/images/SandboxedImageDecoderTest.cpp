@@ -16,6 +16,7 @@
 #include "base/graphics/Image.h"
 #include "base/system/FileDescriptor.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "tests/doubles/InProcessImageDecoder.h"
 #include "tests/linux/ProcessState.h"
 #include "tests/linux/Waiting.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -33,6 +34,18 @@ std::string contents(const fs::path& path) {
 
 std::string imageFile(const std::string& name) {
     return contents(fs::path(GLINTMARK_TEST_DATA "/images") / name);
+}
+
+/// The test images, broken ones among them, without those that take much time or memory.
+std::vector<std::string> smallImageFiles() {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(GLINTMARK_TEST_DATA "/images")) {
+        std::string name = entry.path().filename();
+        if (!name.starts_with("bomb-") && !name.starts_with("large-")) {
+            names.push_back(std::move(name));
+        }
+    }
+    return names;
 }
 
 /// The processes that run the executable at `path`.
@@ -144,21 +157,19 @@ TEST_F(SandboxedImageDecoderTest, AnImageComesThroughUnchanged) {
                 testing::ElementsAre(200, 200, 200, 225));
 }
 
-TEST_F(SandboxedImageDecoderTest, EveryFormatDecodesInsideTheSandbox) {
+TEST_F(SandboxedImageDecoderTest, EveryImageDecodesInTheSandboxAsItDoesOutside) {
     SandboxedImageDecoder& decoder = realDecoder();
-    for (const char* name : {"rgb8.png",          "rgba16-interlaced.png",
-                             "palette4-trns.png", "baseline.jpg",
-                             "progressive.jpg",   "cmyk-adobe.jpg",
-                             "opaque87a.gif",     "animated.gif",
-                             "bilevel-g4.tiff",   "rgba-unassociated.tiff",
-                             "deflate.tiff",      "lossless-alpha.webp",
-                             "lossy.webp",        "animated.webp",
-                             "lossless.avif",     "lossy-alpha.avif",
-                             "ten-bit.avif",      "bmp8-rle.bmp",
-                             "bmp24.bmp",         "all-depths.ico",
-                             "png.ico",           "cursor.cur",
-                             "it32-mask.icns",    "ic07-png.icns"}) {
-        EXPECT_TRUE(decoder.decode(imageFile(name))) << name;
+    doubles::InProcessImageDecoder outside;
+    for (const std::string& name : smallImageFiles()) {
+        const std::string file = imageFile(name);
+        const auto expected = outside.decode(file);
+        const auto image = decoder.decode(file);
+        ASSERT_EQ(image != nullptr, expected != nullptr) << name;
+        if (image) {
+            EXPECT_EQ(image->size(), expected->size()) << name;
+            EXPECT_TRUE(std::ranges::equal(image->bitmap()->pixels(), expected->bitmap()->pixels()))
+                << name;
+        }
     }
 }
 
