@@ -6,13 +6,14 @@
 
 namespace glintmark::platform {
 
-/// Bounds what several growing bodies hold together, at the cost of the largest: whoever sends far
-/// more than the others loses, not who happens to send the last byte. A `Holder` has `heldBytes()`
-/// and `giveUp()`, after which it holds none and takes none. For one thread.
+/// Limits the memory of all growing bodies together. Beyond the limit the largest body is
+/// cancelled, so that a server that sends far too much fails and not the one that sends the last
+/// byte. A `Holder` has `heldBytes()` and `cancel()`; a cancelled one holds no bytes and accepts
+/// none. For one thread.
 template <typename Holder>
 class BodyBudget {
 public:
-    explicit BodyBudget(std::size_t limit) : limit_(limit) {}
+    explicit BodyBudget(std::size_t maximum) : maximum_(maximum) {}
 
     void join(Holder& holder) { holders_.push_back(&holder); }
     void leave(Holder& holder) {
@@ -20,20 +21,20 @@ public:
         std::erase(holders_, &holder);
     }
 
-    /// A holder, which may be given up by this very call, has grown.
+    /// Call when a holder has grown by `bytes`. The call may cancel that holder.
     void grown(std::size_t bytes) {
         used_ += bytes;
-        while (used_ > limit_) {
+        while (used_ > maximum_) {
             Holder& largest = **std::max_element(
                 holders_.begin(), holders_.end(),
                 [](const Holder* a, const Holder* b) { return a->heldBytes() < b->heldBytes(); });
             used_ -= largest.heldBytes();
-            largest.giveUp();
+            largest.cancel();
         }
     }
 
 private:
-    std::size_t limit_;
+    std::size_t maximum_;
     std::size_t used_ = 0;
     std::vector<Holder*> holders_;
 };

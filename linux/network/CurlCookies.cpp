@@ -6,7 +6,7 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::size_t mostCookieBytes = std::size_t{1} << 20;
+constexpr std::size_t maximumCookieBytes = std::size_t{1} << 20;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ void CurlCookies::attach(CURL* handle) {
 
 void CurlCookies::received(CURL* handle, std::size_t bytes) {
     bytes_ += bytes;
-    if (bytes_ > mostCookieBytes) {
+    if (bytes_ > maximumCookieBytes) {
         setCurlOption<CURLOPT_COOKIELIST>(handle, "ALL");
         bytes_ = 0;
     }

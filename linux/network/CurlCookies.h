@@ -6,16 +6,16 @@
 
 namespace glintmark::platform {
 
-/// The session's cookies and TLS tickets, in memory only. For one thread at a time.
+/// The session's cookies and TLS tickets, kept in memory only. For one thread at a time.
 class CurlCookies {
 public:
     CurlCookies();
 
-    /// Makes the transfer use them.
+    /// Makes the transfer of `handle` use them.
     void attach(CURL* handle);
 
-    /// Set-Cookie fields of that many bytes came with the transfer of `handle`. libcurl puts no
-    /// bound on their number, so all are forgotten when too much has come.
+    /// Call when the transfer of `handle` has received Set-Cookie fields of `bytes` bytes. libcurl
+    /// does not limit the number of cookies, so too many bytes clear them all.
     void received(CURL* handle, std::size_t bytes);
 
 private:

@@ -5,25 +5,27 @@
 #include <string>
 #include <utility>
 
+#include "linux/network/CurlOptions.h"
 #include "linux/network/CurlURLSession.h"
 
 namespace glintmark::platform {
 
 namespace {
 
-constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
+constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
 
 }  // namespace
 
 CurlLoop::CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies)
     : options_(options),
       cookies_(cookies),
-      budget_(options.arrivingLimit),
-      queue_(options.placesPerHost, options.placesInAll),
+      budget_(options.maximumArrivingBytes),
+      queue_(options.maximumTransfersPerHost, options.maximumTransfers),
       multi_(curl_multi_init()) {
-    // Connections kept open for later count too; the oldest of them makes room for a new one.
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS,
-                      static_cast<long>(options.placesInAll));
+    // Idle connections that are kept open count too. libcurl closes the oldest of them to make
+    // room.
+    setCurlOption<CURLMOPT_MAX_TOTAL_CONNECTIONS>(multi_.get(),
+                                                  static_cast<long>(options.maximumTransfers));
 }
 
 CurlLoop::~CurlLoop() {
@@ -38,19 +40,19 @@ void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) {
     queue_.push(host, std::move(transfer));
 }
 
-CurlLoop::Transfers CurlLoop::turn(bool mayBegin) {
+CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
     Transfers ended;
-    if (mayBegin) {
-        beginTransfers();
+    if (mayStart) {
+        startTransfers();
     }
     int stillRunning = 0;
     curl_multi_perform(multi_.get(), &stillRunning);
-    collectEnded(ended);
-    endOverdue(ended);
+    collectFinished(ended);
+    endTimedOut(ended);
     return ended;
 }
 
-void CurlLoop::beginTransfers() {
+void CurlLoop::startTransfers() {
     while (auto transfer = queue_.take()) {
         CURL* handle = (*transfer)->beginHop(cookies_, budget_);
         curl_multi_add_handle(multi_.get(), handle);
@@ -58,7 +60,7 @@ void CurlLoop::beginTransfers() {
     }
 }
 
-void CurlLoop::collectEnded(Transfers& ended) {
+void CurlLoop::collectFinished(Transfers& ended) {
     int left = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
         const CURLcode outcome = message->data.result;
@@ -66,7 +68,7 @@ void CurlLoop::collectEnded(Transfers& ended) {
     }
 }
 
-void CurlLoop::endOverdue(Transfers& ended) {
+void CurlLoop::endTimedOut(Transfers& ended) {
     const auto now = options_.now();
     for (std::size_t i = running_.size(); i-- > 0;) {
         if (running_[i].transfer->deadline() <= now) {
@@ -81,10 +83,10 @@ void CurlLoop::endHop(std::size_t index, CURLcode outcome, Transfers& ended) {
     running_[index] = std::move(running_.back());
     running_.pop_back();
     queue_.release(transfer->host());
-    const bool leadsOn = transfer->endHop(outcome);
-    if (leadsOn) {
+    const bool hasNextHop = transfer->endHop(outcome);
+    if (hasNextHop) {
         const std::string host = transfer->host();
-        queue_.pushFirst(host, std::move(transfer));
+        queue_.pushFront(host, std::move(transfer));
     } else {
         ended.push_back(std::move(transfer));
     }
@@ -105,9 +107,9 @@ void CurlLoop::wait(TransferClock::Time latest) {
     if (latest <= now) {
         return;
     }
-    // Rounded up, or the last fraction of a millisecond would be spent spinning.
+    // Rounded up: rounded down, the loop would spin through the last fraction of a millisecond.
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-        std::min<std::chrono::nanoseconds>(latest - now, longestWait));
+        std::min<std::chrono::nanoseconds>(latest - now, maximumWait));
     curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(left.count()), nullptr);
 }
 

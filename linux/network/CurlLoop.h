@@ -13,36 +13,36 @@ namespace glintmark::platform {
 class CurlCookies;
 struct CurlURLSessionOptions;
 
-/// The transfers that run and those that wait their turn, with the connections they share. For one
-/// thread, `wake` apart.
+/// The running and the queued transfers, and the connections that they share. For one thread,
+/// except `wake`.
 class CurlLoop {
 public:
     using Transfers = std::vector<std::unique_ptr<CurlTransfer>>;
 
     CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies);
-    ~CurlLoop();  ///< Breaks off what runs.
+    ~CurlLoop();  ///< Aborts the running transfers.
 
     CurlLoop(const CurlLoop&) = delete;
     CurlLoop& operator=(const CurlLoop&) = delete;
 
     void add(std::unique_ptr<CurlTransfer> transfer);
 
-    /// Does what can be done without waiting and returns the transfers that have ended. Those in
-    /// the queue begin only when `mayBegin`.
-    Transfers turn(bool mayBegin);
+    /// Does all work that needs no waiting. Returns the transfers that have ended. Queued
+    /// transfers start only if `mayStart`.
+    Transfers runOnce(bool mayStart);
 
-    /// Waits until there is something to do, at most until `latest`.
+    /// Waits until there is work, at most until `latest`.
     void wait(TransferClock::Time latest);
 
-    void wake();  ///< Ends a `wait` that runs, or else the next one. Any thread.
+    void wake();  ///< Ends the running `wait`, or the next one if none runs. Any thread.
 
     bool idle() const { return queue_.empty(); }
-    bool canBegin() const { return queue_.canTake(); }  ///< The next turn can, if it may.
+    bool canStart() const { return queue_.canTake(); }  ///< A queued transfer could start.
 
 private:
-    void beginTransfers();
-    void collectEnded(Transfers& ended);
-    void endOverdue(Transfers& ended);
+    void startTransfers();
+    void collectFinished(Transfers& ended);
+    void endTimedOut(Transfers& ended);
     void endHop(std::size_t index, CURLcode outcome, Transfers& ended);
     std::size_t find(const CURL* handle) const;
 

@@ -33,4 +33,11 @@ void setCurlOption(CURL* handle, Argument argument) {
     curl_easy_setopt(handle, option, argument);
 }
 
+/// The same for curl_multi_setopt(3).
+template <CURLMoption option, typename Argument>
+void setCurlOption(CURLM* multi, Argument argument) {
+    static_assert(fitsCurlOption<Argument>(option));
+    curl_multi_setopt(multi, option, argument);
+}
+
 }  // namespace glintmark::platform

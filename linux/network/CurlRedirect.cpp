@@ -18,7 +18,7 @@ std::optional<std::string> part(const CurlURLHandle& url, CURLUPart which, unsig
     return std::string(CurlStringHandle(text).get());
 }
 
-/// Sets the whole address, as a request will.
+/// Sets the whole address in the way a request does. False if libcurl refuses it.
 bool accepts(const CurlURLHandle& url, const std::string& address) {
     return curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_PATH_AS_IS) == CURLUE_OK;
 }
@@ -49,7 +49,7 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
                      CURLU_URLENCODE | CURLU_ALLOW_SPACE) != CURLUE_OK) {
         return std::nullopt;
     }
-    // Nobody is asked for it, and blanks in it are not escaped but refused in the next request.
+    // A request does not send the fragment, and libcurl would refuse one with unescaped spaces.
     curl_url_set(target.get(), CURLUPART_FRAGMENT, nullptr, 0);
     const auto scheme = part(target, CURLUPART_SCHEME);
     const auto host = part(target, CURLUPART_HOST);
@@ -61,7 +61,7 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
         carryCredentials(base, target);
     }
     auto url = part(target, CURLUPART_URL);
-    // Blanks in a user's name are not escaped either, and such an address cannot be asked for.
+    // libcurl does not escape spaces in a user's name, and refuses a request for such an address.
     if (!url || !accepts(base, *url)) {
         return std::nullopt;
     }

@@ -5,16 +5,17 @@
 
 namespace glintmark::platform {
 
-/// Where a redirect leads.
+/// The address that a redirect names.
 struct RedirectTarget {
     std::string url;
     std::string host;  ///< In lower case.
-    bool sameOrigin;   ///< Scheme, host and port are those of the redirecting address.
+    bool sameOrigin;   ///< Scheme, host and port equal those of the redirecting address.
 };
 
-/// What a Location field says, seen from the address that answered with it (RFC 9110, section
-/// 10.2.2). Blanks and bytes beyond ASCII, which servers do write, are escaped. User and password
-/// stay within their origin. Absent when it leads nowhere, or to another scheme than http or https.
+/// Resolves the Location field `location` against `from`, the address that answered with it
+/// (RFC 9110, section 10.2.2). Spaces and bytes beyond ASCII, which servers do send, are escaped.
+/// User and password are kept only within their origin. Absent if the address is not valid or its
+/// scheme is not http or https.
 std::optional<RedirectTarget> redirectTarget(const std::string& from, const std::string& location);
 
 }  // namespace glintmark::platform

@@ -15,11 +15,12 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr int mostRedirects = 20;
-/// Heads, with those of interim answers and the trailers, of one hop.
-constexpr std::size_t mostHeadBytes = std::size_t{256} << 10;
-/// Reading a short body to its end keeps the connection usable; a long one is not worth it.
-constexpr std::size_t mostRedirectBodyBytes = std::size_t{64} << 10;
+constexpr int maximumRedirects = 20;
+/// All heads of one hop together: those of interim answers, of the answer, and the trailers.
+constexpr std::size_t maximumHeadBytes = std::size_t{256} << 10;
+/// The rest of a short body is read, so that the connection can be reused. For a long body a new
+/// connection is cheaper.
+constexpr std::size_t maximumRedirectBodyBytes = std::size_t{64} << 10;
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view lowerCasePrefix) {
     return text.size() >= lowerCasePrefix.size() &&
@@ -30,9 +31,9 @@ bool isRedirect(long status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-/// The host of an address that may be asked for, in lower case; otherwise empty. libcurl itself is
-/// more lenient: it would read "http:/a" as "http://a".
-std::string hostToAsk(const URL& url) {
+/// The host of `url` in lower case; empty if the session does not request such addresses. libcurl
+/// is more lenient: it reads "http:/a" as "http://a".
+std::string requestableHost(const URL& url) {
     const std::string scheme = lowercasedASCII(url.scheme().value_or(""));
     return scheme == "http" || scheme == "https" ? lowercasedASCII(url.host().value_or("")) : "";
 }
@@ -44,9 +45,9 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion
     : options_(options),
       completion_(std::move(completion)),
       url_(request.url.absoluteString()),
-      host_(hostToAsk(request.url)),
+      host_(requestableHost(request.url)),
       headers_(std::move(request.headers)),
-      clock_(request.timeoutInterval, options.wholeTransfer) {
+      clock_(request.timeoutInterval, options.transferTimeout) {
     if (host_.empty()) {
         refuse("Only http and https addresses with a host are asked for.");
     }
@@ -70,7 +71,7 @@ CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     setCurlOption<CURLOPT_URL>(handle, url_.c_str());
     setCurlOption<CURLOPT_PATH_AS_IS>(handle, 1L);
     setCurlOption<CURLOPT_PROTOCOLS_STR>(handle, "http,https");
-    setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // all that libcurl can undo
+    setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // every encoding that libcurl can decode
     setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
     setHeaders(handle);
     cookies.attach(handle);
@@ -88,7 +89,7 @@ CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     setCurlOption<CURLOPT_NOPROGRESS>(handle, 0L);
 
     setCurlOption<CURLOPT_NOSIGNAL>(handle, 1L);
-    // Ending a hop whose host name is still being looked up must not wait for the look-up.
+    // Ending a hop must not wait for a name lookup that still runs.
     setCurlOption<CURLOPT_QUICK_EXIT>(handle, 1L);
     return owner;
 }
@@ -97,7 +98,7 @@ void CurlTransfer::setHeaders(CURL* handle) {
     setCurlOption<CURLOPT_USERAGENT>(handle, ("Glintmark/" + options_.version).c_str());
     for (const auto& [name, value] : headers_) {
         std::string line = name;
-        // A name followed by ";" is libcurl's way to write a field without a value.
+        // libcurl sends a field without a value if ";" follows the name.
         line.append(value.empty() ? ";" : ": ").append(value);
         curl_slist* longer = curl_slist_append(hop_->headers.get(), line.c_str());
         static_cast<void>(hop_->headers.release());
@@ -107,7 +108,7 @@ void CurlTransfer::setHeaders(CURL* handle) {
 }
 
 bool CurlTransfer::endHop(CURLcode outcome) {
-    if (hop_->leadsOn) {  // whatever became of its body
+    if (hop_->isRedirect) {  // even if its body failed
         const std::string where = location().value_or("");
         leaveHop();
         return follow(where);
@@ -126,7 +127,7 @@ bool CurlTransfer::endHop(CURLcode outcome) {
 }
 
 std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
-    if (hop_->givenUp) {
+    if (hop_->cancelled) {
         return "Too much data arrived at once.";
     }
     if (outcome == CURLE_OPERATION_TIMEDOUT) {
@@ -149,7 +150,7 @@ void CurlTransfer::leaveHop() {
 }
 
 bool CurlTransfer::follow(const std::string& location) {
-    if (++redirects_ > mostRedirects) {
+    if (++redirects_ > maximumRedirects) {
         failHop("Too many redirects.");
         return false;
     }
@@ -175,11 +176,11 @@ void CurlTransfer::failHop(std::string error) {
 }
 
 TransferClock::Time CurlTransfer::deadline() const {
-    return hop_->givenUp ? TransferClock::Time::min() : clock_.deadline();
+    return hop_->cancelled ? TransferClock::Time::min() : clock_.deadline();
 }
 
-void CurlTransfer::giveUp() {
-    hop_->givenUp = true;
+void CurlTransfer::cancel() {
+    hop_->cancelled = true;
     body_ = {};
 }
 
@@ -189,7 +190,7 @@ std::optional<std::string> CurlTransfer::location() const {
         CURLHE_OK) {
         return std::nullopt;
     }
-    const std::string_view value(field->value);  // of an empty one libcurl leaves the line's end
+    const std::string_view value(field->value);  // libcurl leaves the line's end in an empty one
     const std::size_t end = value.find_last_not_of(" \t\r\n");
     return end == std::string_view::npos ? std::nullopt
                                          : std::optional<std::string>(value.substr(0, end + 1));
@@ -205,7 +206,7 @@ bool CurlTransfer::takeHeader(std::string_view line) {
     if (headEnds && !hop_->status) {
         noteStatus();
     }
-    return hop_->headBytes <= mostHeadBytes && !(hop_->status && declaresTooMuch());
+    return hop_->headBytes <= maximumHeadBytes && !(hop_->status && declaresTooMuch());
 }
 
 void CurlTransfer::noteStatus() {
@@ -213,7 +214,7 @@ void CurlTransfer::noteStatus() {
     curl_easy_getinfo(hop_->handle.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status >= 200) {  // otherwise an interim answer (RFC 9110, section 15.2)
         hop_->status = static_cast<int>(status);
-        hop_->leadsOn = isRedirect(status) && location();
+        hop_->isRedirect = isRedirect(status) && location();
     }
 }
 
@@ -224,27 +225,28 @@ std::size_t CurlTransfer::declaredLength() const {
 }
 
 bool CurlTransfer::declaresTooMuch() const {
-    return declaredLength() > (hop_->leadsOn ? mostRedirectBodyBytes : options_.bodyLimit);
+    return declaredLength() >
+           (hop_->isRedirect ? maximumRedirectBodyBytes : options_.maximumBodyBytes);
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
-    if (hop_->leadsOn) {
+    if (hop_->isRedirect) {
         hop_->redirectBodyBytes += bytes.size();
-        return hop_->redirectBodyBytes <= mostRedirectBodyBytes;
+        return hop_->redirectBodyBytes <= maximumRedirectBodyBytes;
     }
-    if (hop_->givenUp || bytes.size() > options_.bodyLimit - body_.size()) {
+    if (hop_->cancelled || bytes.size() > options_.maximumBodyBytes - body_.size()) {
         return false;
     }
     try {
         if (body_.empty()) {
-            body_.reserve(declaredLength());  // less than it will be if it is packed
+            body_.reserve(declaredLength());  // too little for a compressed body, which then grows
         }
         body_.append(bytes);
     } catch (const std::bad_alloc&) {
         return false;
     }
     hop_->budget->grown(bytes.size());
-    return !hop_->givenUp;
+    return !hop_->cancelled;
 }
 
 std::size_t CurlTransfer::headerArrived(const char* bytes, std::size_t size, std::size_t count,
@@ -261,7 +263,7 @@ std::size_t CurlTransfer::bodyArrived(const char* bytes, std::size_t size, std::
 
 int CurlTransfer::progressed(void* self, curl_off_t /*toReceive*/, curl_off_t received,
                              curl_off_t /*toSend*/, curl_off_t /*sent*/) {
-    // Seen here, data counts as it comes from the network, even if nothing can be unpacked yet.
+    // Counts bytes from the network, also those of a compressed body that yields no output yet.
     auto* transfer = static_cast<CurlTransfer*>(self);
     if (received != transfer->hop_->received) {
         transfer->hop_->received = received;

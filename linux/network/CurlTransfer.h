@@ -19,34 +19,34 @@ namespace glintmark::platform {
 class CurlCookies;
 struct CurlURLSessionOptions;
 
-/// One request on its way through its redirects. Each hop is a transfer of its own to libcurl, so
-/// that each waits for a place at the host it goes to. Lives on the session's thread once begun.
+/// One request and its redirects. Each hop is a separate transfer to libcurl, so that each hop
+/// waits in the queue of its own host. Used on the session's thread once the first hop has begun.
 class CurlTransfer {
 public:
     CurlTransfer(URLRequest request, URLSession::Completion completion,
                  const CurlURLSessionOptions& options);
 
-    /// The host of the next hop in lower case; empty when the address cannot be asked for.
+    /// The host of the next hop in lower case; empty if the address cannot be requested.
     const std::string& host() const { return host_; }
 
-    /// Sets the next hop up and returns its handle, which stays valid until `endHop`.
-    /// `cookies` and `budget` must live until then.
+    /// Prepares the next hop and returns its handle, which is valid until `endHop`. `cookies` and
+    /// `budget` must live until then.
     CURL* beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& budget);
 
-    /// Ends the hop as libcurl reports it, or as timed out when it is overdue. True when it leads
-    /// to another, which may begin.
+    /// Ends the hop with libcurl's result, or CURLE_OPERATION_TIMEDOUT after its deadline. True if
+    /// a redirect leads to another hop, which can then begin.
     bool endHop(CURLcode outcome);
 
-    /// Ends a request that has not begun.
+    /// Fails a request that has not begun.
     void refuse(std::string error) { result_.error = std::move(error); }
 
-    TransferClock::Time deadline() const;
+    TransferClock::Time deadline() const;  ///< Of the running hop.
 
     URLResult takeResult() { return std::move(result_); }
     URLSession::Completion takeCompletion() { return std::move(completion_); }
 
     std::size_t heldBytes() const { return body_.size(); }
-    void giveUp();  ///< Drops the body; the hop is then overdue.
+    void cancel();  ///< Drops the body and makes the deadline pass.
 
 private:
     static std::size_t headerArrived(const char* bytes, std::size_t size, std::size_t count,
@@ -58,7 +58,7 @@ private:
 
     bool takeHeader(std::string_view line);
     void noteStatus();
-    std::size_t declaredLength() const;  ///< Of the packed body; 0 when unknown.
+    std::size_t declaredLength() const;  ///< Of the body before decompression; 0 if unknown.
     bool declaresTooMuch() const;
     bool takeBody(std::string_view bytes);
 
@@ -79,7 +79,7 @@ private:
     TransferClock clock_;
     URLResult result_;
 
-    /// What only a running hop has.
+    /// The state of the running hop.
     struct Hop {
         CurlEasyHandle handle;
         CurlListHandle headers;
@@ -89,9 +89,9 @@ private:
         std::size_t cookieBytes = 0;
         curl_off_t received = 0;
         std::size_t redirectBodyBytes = 0;
-        std::optional<int> status;  ///< Once the head is whole.
-        bool leadsOn = false;       ///< The head is that of a redirect.
-        bool givenUp = false;
+        std::optional<int> status;  ///< Set when the whole head has arrived.
+        bool isRedirect = false;    ///< The status is a redirect's, with a Location field.
+        bool cancelled = false;
         std::array<char, CURL_ERROR_SIZE> error{};
     };
     std::unique_ptr<Hop> hop_;

@@ -22,19 +22,18 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{512} << 10;
 
-/// The longest body of an answer other than a success that is worked off on the session's thread,
-/// in bytes. All transfers wait meanwhile.
-constexpr std::size_t mostWorkedOffHere = std::size_t{16} << 10;
+/// The largest error page that is completed on the session's thread. All transfers wait meanwhile.
+constexpr std::size_t maximumErrorPageBytes = std::size_t{16} << 10;
 
 void initialiseLibrary() {
-    // Not before the first request: OpenSSL's start costs memory and time. Never undone, since the
-    // process's other users of these libraries cannot be known.
+    // Only when there is a request: initialising OpenSSL costs memory and time. It is never undone,
+    // since other code in the process may use these libraries.
     static const CURLcode outcome = curl_global_init(CURL_GLOBAL_DEFAULT);
     static_cast<void>(outcome);
 }
 
-/// Threads started while this lives leave all signals to the others. That also turns the SIGPIPE of
-/// a connection that went away into an error code.
+/// A thread that is started during the lifetime of this object blocks all signals, so other threads
+/// handle them. Writing to a closed connection then returns an error instead of raising SIGPIPE.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -50,15 +49,15 @@ private:
     sigset_t before_{};
 };
 
-/// Unlike a page or an image.
-bool isSoonWorkedOff(const URLResult& result) {
+/// Cheap enough to complete on the session's thread: failures and small error pages.
+bool isCheapToComplete(const URLResult& result) {
     const bool isSuccess = result.response && result.response->statusCode.value_or(0) / 100 == 2;
-    return !result.body || (!isSuccess && result.body->size() <= mostWorkedOffHere);
+    return !result.body || (!isSuccess && result.body->size() <= maximumErrorPageBytes);
 }
 
 }  // namespace
 
-/// What the callers, the session's thread and the completions under way share.
+/// The state that callers, the session's thread and running completions share.
 class CurlURLSession::Worker : public std::enable_shared_from_this<Worker> {
 public:
     Worker(DispatchQueue& completionQueue, CurlURLSessionOptions options)
@@ -68,7 +67,7 @@ public:
     void close();
 
 private:
-    /// A request's end on its way to the caller.
+    /// A result that has not been passed to the caller yet.
     struct Delivery {
         Completion completion;
         URLResult result;
@@ -78,9 +77,9 @@ private:
     bool startThread();
     void run();
     void serve();
-    bool takeArrived(CurlLoop& loop, bool& mayBegin);
-    bool retire();
-    bool hasArrived();
+    bool takeNewRequests(CurlLoop& loop, bool& mayStart);
+    bool stopIfDone();
+    bool hasNewRequests();
     void finish(CurlTransfer& transfer);
     std::shared_ptr<Delivery> deliveryOf(CurlTransfer& transfer);
     void submit(std::shared_ptr<Delivery> delivery);
@@ -88,17 +87,17 @@ private:
 
     DispatchQueue& completionQueue_;
     const CurlURLSessionOptions options_;
-    std::optional<CurlCookies> cookies_;  ///< The thread's; made by its first run.
+    std::optional<CurlCookies> cookies_;  ///< Used and created by the session's thread only.
 
     std::mutex mutex_;
     std::condition_variable completionEnded_;
-    // The rest is guarded by the mutex.
+    // The mutex guards the rest.
     std::optional<Thread> thread_;
     bool threadRuns_ = false;
     bool closed_ = false;
-    CurlLoop* loop_ = nullptr;  ///< While the thread has one.
-    std::vector<std::unique_ptr<CurlTransfer>> arrived_;
-    std::size_t deliveredBytes_ = 0;  ///< Of completions that have not returned.
+    CurlLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
+    std::vector<std::unique_ptr<CurlTransfer>> newRequests_;
+    std::size_t deliveredBytes_ = 0;  ///< Bodies whose completions have not returned.
     int runningCompletions_ = 0;
 };
 
@@ -121,8 +120,8 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
     {
         const std::lock_guard lock(mutex_);
         if (threadRuns_ || startThread()) {
-            arrived_.push_back(std::move(transfer));
-            if (loop_ != nullptr && arrived_.size() == 1 && !thread_->isCurrent()) {
+            newRequests_.push_back(std::move(transfer));
+            if (loop_ != nullptr && newRequests_.size() == 1 && !thread_->isCurrent()) {
                 loop_->wake();
             }
             return;
@@ -134,7 +133,7 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
 
 bool CurlURLSession::Worker::startThread() {
     const SignalsBlocked blocked;
-    // One that ran before is joined here; it holds no lock any more and is about to end.
+    // Assigning joins the previous thread, which holds no lock any more and is about to end.
     thread_ = Thread::start("http", stackBytes, [self = shared_from_this()] { self->run(); });
     threadRuns_ = thread_.has_value();
     return threadRuns_;
@@ -148,25 +147,25 @@ void CurlURLSession::Worker::run() {
     }
     do {
         serve();
-    } while (!retire());
+    } while (!stopIfDone());
 }
 
-/// Until nothing has been asked for during the idle time, or the session closes.
+/// Runs transfers until none has been requested for the idle timeout, or the session closes.
 void CurlURLSession::Worker::serve() {
     CurlLoop loop(options_, *cookies_);
-    auto idleUntil = options_.now() + options_.idleTime;
-    bool mayBegin = true;
-    while (takeArrived(loop, mayBegin)) {
-        for (const auto& transfer : loop.turn(mayBegin)) {
+    auto idleUntil = options_.now() + options_.idleTimeout;
+    bool mayStart = true;
+    while (takeNewRequests(loop, mayStart)) {
+        for (const auto& transfer : loop.runOnce(mayStart)) {
             finish(*transfer);
         }
-        if (hasArrived()) {
+        if (hasNewRequests()) {
             continue;
         }
         const auto now = options_.now();
         if (!loop.idle()) {
-            idleUntil = now + options_.idleTime;
-            if (!mayBegin || !loop.canBegin()) {
+            idleUntil = now + options_.idleTimeout;
+            if (!mayStart || !loop.canStart()) {
                 loop.wait(TransferClock::Time::max());
             }
         } else if (now < idleUntil) {
@@ -179,45 +178,45 @@ void CurlURLSession::Worker::serve() {
     loop_ = nullptr;
 }
 
-/// False when the session closes.
-bool CurlURLSession::Worker::takeArrived(CurlLoop& loop, bool& mayBegin) {
-    std::vector<std::unique_ptr<CurlTransfer>> arrived;
+/// Moves the new requests into `loop`. False if the session is closed.
+bool CurlURLSession::Worker::takeNewRequests(CurlLoop& loop, bool& mayStart) {
+    std::vector<std::unique_ptr<CurlTransfer>> taken;
     {
         const std::lock_guard lock(mutex_);
         if (closed_) {
             return false;
         }
         loop_ = &loop;
-        arrived.swap(arrived_);
-        mayBegin = deliveredBytes_ <= options_.deliveredLimit;
+        taken.swap(newRequests_);
+        mayStart = deliveredBytes_ <= options_.maximumDeliveredBytes;
     }
-    for (auto& transfer : arrived) {
+    for (auto& transfer : taken) {
         loop.add(std::move(transfer));
     }
     return true;
 }
 
-/// Whether the thread is to end.
-bool CurlURLSession::Worker::retire() {
-    malloc_trim(0);  // the connections, certificates and bodies are gone: give their pages back
+/// Marks the thread as ended and returns true if the session is closed or no request is new.
+bool CurlURLSession::Worker::stopIfDone() {
+    malloc_trim(0);  // returns the memory of the connections, certificates and bodies
     const std::lock_guard lock(mutex_);
-    if (!closed_ && !arrived_.empty()) {
+    if (!closed_ && !newRequests_.empty()) {
         return false;
     }
     threadRuns_ = false;
     return true;
 }
 
-bool CurlURLSession::Worker::hasArrived() {
+bool CurlURLSession::Worker::hasNewRequests() {
     const std::lock_guard lock(mutex_);
-    return !arrived_.empty();
+    return !newRequests_.empty();
 }
 
-/// Most requests of a fetch are for what the site does not have. To wake another thread for the
-/// answer, and this one again for the request that follows from it, takes longer than the rest.
+/// Most requests of a fetch are for icons that the site does not have. Waking a thread of the queue
+/// for such an answer, and this thread again for the next request, takes longer than all the rest.
 void CurlURLSession::Worker::finish(CurlTransfer& transfer) {
     auto delivery = deliveryOf(transfer);
-    if (isSoonWorkedOff(delivery->result)) {
+    if (isCheapToComplete(delivery->result)) {
         complete(*delivery);
     } else {
         submit(std::move(delivery));
@@ -254,9 +253,9 @@ void CurlURLSession::Worker::complete(Delivery& delivery) {
     delivery.completion = nullptr;
 
     const std::lock_guard lock(mutex_);
-    const bool heldUp = deliveredBytes_ > options_.deliveredLimit;
+    const bool wasPaused = deliveredBytes_ > options_.maximumDeliveredBytes;
     deliveredBytes_ -= delivery.bytes;
-    if (heldUp && deliveredBytes_ <= options_.deliveredLimit && loop_ != nullptr) {
+    if (wasPaused && deliveredBytes_ <= options_.maximumDeliveredBytes && loop_ != nullptr) {
         loop_->wake();
     }
     --runningCompletions_;
@@ -273,7 +272,7 @@ void CurlURLSession::Worker::close() {
     completionEnded_.wait(lock, [this] { return runningCompletions_ == 0; });
     lock.unlock();
     thread.reset();
-    arrived_.clear();
+    newRequests_.clear();
 }
 
 }  // namespace glintmark::platform

@@ -9,30 +9,30 @@
 
 namespace glintmark::platform {
 
-/// Items that wait until their host, and the whole, have a place free. Hosts take turns, so that a
-/// host with thousands of items does not hold up the others; items of one host keep their order.
-/// For one thread.
+/// A queue that limits how many items run at a time, per host and in total. Hosts take turns, so
+/// that a host with thousands of items does not delay the others. Items of one host keep their
+/// order. For one thread.
 template <typename Item>
 class HostQueue {
 public:
-    HostQueue(std::size_t placesPerHost, std::size_t placesInAll)
-        : placesPerHost_(placesPerHost), placesInAll_(placesInAll) {}
+    HostQueue(std::size_t maximumPerHost, std::size_t maximumInTotal)
+        : maximumPerHost_(maximumPerHost), maximumInTotal_(maximumInTotal) {}
 
     void push(const std::string& host, Item item) {
         hosts_[host].waiting.push_back(std::move(item));
         lineUp(host);
     }
 
-    /// For an item that has had a place before.
-    void pushFirst(const std::string& host, Item item) {
+    /// Adds an item before the others of its host, for an item that ran before.
+    void pushFront(const std::string& host, Item item) {
         hosts_[host].waiting.push_front(std::move(item));
         lineUp(host);
     }
 
-    /// Whether an item has a place.
-    bool canTake() const { return taken_ < placesInAll_ && !turns_.empty(); }
+    /// True if `take` would return an item.
+    bool canTake() const { return running_ < maximumInTotal_ && !turns_.empty(); }
 
-    /// The next item that has a place; absent when none has. It keeps the place until `release`.
+    /// The next item that may run; absent if none may. It counts as running until `release`.
     std::optional<Item> take() {
         if (!canTake()) {
             return std::nullopt;
@@ -43,47 +43,47 @@ public:
         host.hasTurn = false;
         Item item = std::move(host.waiting.front());
         host.waiting.pop_front();
-        ++host.taken;
-        ++taken_;
+        ++host.running;
+        ++running_;
         lineUp(name);
         return item;
     }
 
-    /// Gives back the place of an item taken for `host`.
+    /// Call when an item that was taken for `host` no longer runs.
     void release(const std::string& host) {
         const auto found = hosts_.find(host);
-        --found->second.taken;
-        --taken_;
-        if (found->second.taken == 0 && found->second.waiting.empty()) {
+        --found->second.running;
+        --running_;
+        if (found->second.running == 0 && found->second.waiting.empty()) {
             hosts_.erase(found);
         } else {
             lineUp(host);
         }
     }
 
-    /// No item waits and none holds a place.
+    /// True if no item waits and none runs.
     bool empty() const { return hosts_.empty(); }
 
 private:
     struct Host {
         std::deque<Item> waiting;
-        std::size_t taken = 0;
-        bool hasTurn = false;  ///< It is in `turns_`, once.
+        std::size_t running = 0;
+        bool hasTurn = false;  ///< True if the host is in `turns_`, where it is at most once.
     };
 
     void lineUp(const std::string& name) {
         Host& host = hosts_[name];
-        if (!host.hasTurn && !host.waiting.empty() && host.taken < placesPerHost_) {
+        if (!host.hasTurn && !host.waiting.empty() && host.running < maximumPerHost_) {
             host.hasTurn = true;
             turns_.push_back(name);
         }
     }
 
-    std::size_t placesPerHost_;
-    std::size_t placesInAll_;
-    std::size_t taken_ = 0;
+    std::size_t maximumPerHost_;
+    std::size_t maximumInTotal_;
+    std::size_t running_ = 0;
     std::unordered_map<std::string, Host> hosts_;
-    std::deque<std::string> turns_;  ///< Hosts that have a place free and an item for it.
+    std::deque<std::string> turns_;  ///< Hosts with a waiting item that may run.
 };
 
 }  // namespace glintmark::platform

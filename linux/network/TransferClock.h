@@ -5,16 +5,16 @@
 
 namespace glintmark::platform {
 
-/// Tells when a transfer has been silent or has lasted too long. Time between `stop` and `start`,
-/// in which the transfer waits its turn, counts for neither.
+/// The deadline of a transfer, from a timeout between two arrivals of data and one for the whole
+/// transfer. The time between `stop` and `start`, in which the transfer is queued, does not count.
 class TransferClock {
 public:
     using Time = std::chrono::steady_clock::time_point;
     using Duration = std::chrono::nanoseconds;
 
-    /// `silence`: the longest wait without data; `whole`: all running time together.
-    TransferClock(Duration silence, Duration whole)
-        : silence_(std::min(silence, whole)), left_(whole) {}
+    /// `dataTimeout`: without data; `transferTimeout`: all running time together.
+    TransferClock(Duration dataTimeout, Duration transferTimeout)
+        : dataTimeout_(std::min(dataTimeout, transferTimeout)), left_(transferTimeout) {}
 
     void start(Time now) {
         startedAt_ = now;
@@ -23,11 +23,11 @@ public:
     void dataArrived(Time now) { lastDataAt_ = now; }
     void stop(Time now) { left_ -= now - startedAt_; }
 
-    /// For a running transfer.
-    Time deadline() const { return std::min(lastDataAt_ + silence_, startedAt_ + left_); }
+    /// Only between `start` and `stop`.
+    Time deadline() const { return std::min(lastDataAt_ + dataTimeout_, startedAt_ + left_); }
 
 private:
-    Duration silence_;
+    Duration dataTimeout_;
     Duration left_;
     Time startedAt_;
     Time lastDataAt_;

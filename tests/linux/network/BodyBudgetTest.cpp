@@ -18,14 +18,14 @@ public:
         budget_.grown(bytes);
     }
     std::size_t heldBytes() const { return bytes_; }
-    void giveUp() { bytes_ = 0; }
+    void cancel() { bytes_ = 0; }
 
 private:
     BodyBudget<Body>& budget_;
     std::size_t bytes_ = 0;
 };
 
-TEST(BodyBudgetTest, TheLargestIsGivenUpWhenTheLimitIsExceeded) {
+TEST(BodyBudgetTest, TheLargestIsCancelledBeyondTheLimit) {
     BodyBudget<Body> budget(100);
     Body large(budget);
     Body small(budget);
@@ -38,7 +38,7 @@ TEST(BodyBudgetTest, TheLargestIsGivenUpWhenTheLimitIsExceeded) {
     EXPECT_EQ(small.heldBytes(), 41U);
 }
 
-TEST(BodyBudgetTest, TheOneThatGrowsMayBeTheLargest) {
+TEST(BodyBudgetTest, TheGrowingBodyItselfMayBeCancelled) {
     BodyBudget<Body> budget(100);
     Body other(budget);
     Body large(budget);
@@ -48,7 +48,7 @@ TEST(BodyBudgetTest, TheOneThatGrowsMayBeTheLargest) {
     EXPECT_EQ(other.heldBytes(), 30U);
 }
 
-TEST(BodyBudgetTest, WhatLeavesMakesRoom) {
+TEST(BodyBudgetTest, ALeavingBodyMakesRoom) {
     BodyBudget<Body> budget(100);
     Body staying(budget);
     staying.grow(50);

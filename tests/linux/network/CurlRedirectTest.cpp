@@ -14,7 +14,7 @@ struct Case {
     bool sameOrigin;
 };
 
-TEST(CurlRedirectTest, ResolvesWhatServersWrite) {
+TEST(CurlRedirectTest, ResolvesLocationsAsServersSendThem) {
     const std::vector<Case> cases = {
         {"http://h/a/b", "http://other/x", "http://other/x", "other", false},
         {"http://h/a/b", "https://h/a/b", "https://h/a/b", "h", false},
@@ -51,7 +51,7 @@ TEST(CurlRedirectTest, CredentialsStayWithinTheirOrigin) {
     EXPECT_EQ(redirectTarget(from, "//other/b")->url, "http://other/b");
 }
 
-TEST(CurlRedirectTest, LeadsNowhereElseThanToHTTP) {
+TEST(CurlRedirectTest, RefusesOtherSchemesAndBrokenAddresses) {
     for (const char* location : {"ftp://h/", "file:///etc/hostname", "data:text/plain,x",
                                  "javascript:alert(1)", "gopher://h/", "mailto:kim@h",
                                  "http://h:99999/", "https://", "http://a b/", "http://a b@h/"}) {

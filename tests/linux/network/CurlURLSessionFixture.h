@@ -23,7 +23,7 @@ using test::LoopbackRequest;
 using test::LoopbackServer;
 using test::redirectingTo;
 
-/// What comes of a request that was started.
+/// The result of a started request, once it has arrived.
 struct PendingAnswer {
     Event arrived;
     URLResult result;
@@ -35,8 +35,7 @@ struct PendingAnswer {
     }
 };
 
-/// A session against servers on loopback, with no proxy from the environment. Its clock stands
-/// still in tests that set one.
+/// A session and servers on loopback, without the environment's proxies.
 class CurlURLSessionTest : public testing::Test {
 protected:
     CurlURLSessionTest() {
@@ -47,7 +46,7 @@ protected:
         options_.version = "1.2.3";
     }
 
-    /// Made with `options` and `queue` on first use.
+    /// Created with `options_` and `completionQueue()` on first use.
     CurlURLSession& session() {
         if (!session_) {
             session_ = std::make_unique<CurlURLSession>(completionQueue(), options_);
@@ -77,20 +76,20 @@ protected:
 
     URLResult get(const std::string& url) { return start(url)->wait(); }
 
-    /// What a request is answered that needs nothing but the session's thread to run once.
-    void letSessionTurn() { EXPECT_EQ(get(other_.url("/ping")).error, std::nullopt); }
+    /// Returns when the session's thread has run its loop at least once since the call.
+    void letSessionRunOnce() { EXPECT_EQ(get(other_.url("/ping")).error, std::nullopt); }
 
     CurlURLSessionOptions options_;
     LoopbackServer server_;
-    LoopbackServer other_{{.address = "127.0.0.2"}};  ///< Another host.
+    LoopbackServer other_{{.address = "127.0.0.2"}};  ///< On another host.
 
 private:
     test::InlineQueue inlineQueue_;
     std::unique_ptr<CurlURLSession> session_;
 };
 
-/// A clock that only moves when told.
-class StandingClock {
+/// A clock that moves only in `advance`.
+class ManualClock {
 public:
     using Time = std::chrono::steady_clock::time_point;
 

@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Threads, beginning and end.
+/// The session's start, its end and its thread.
 class CurlURLSessionLifeTest : public CurlURLSessionTest {
 protected:
     static std::size_t threadsOfSessions() { return threadsNamed("http"); }
@@ -27,14 +27,14 @@ protected:
 TEST_F(CurlURLSessionLifeTest, HasNoThreadBeforeTheFirstRequest) {
     session();
     EXPECT_EQ(threadsOfSessions(), 0U);
-    letSessionTurn();
+    letSessionRunOnce();
     EXPECT_EQ(threadsOfSessions(), 1U);
     endSession();
     EXPECT_EQ(threadsOfSessions(), 0U);
 }
 
-TEST_F(CurlURLSessionLifeTest, ThreadAndConnectionsEndWhenNothingIsAskedFor) {
-    options_.idleTime = 1ms;
+TEST_F(CurlURLSessionLifeTest, AnIdleSessionEndsItsThreadAndConnections) {
+    options_.idleTimeout = 1ms;
     server_.on("/", answering(200, "x", {{"Set-Cookie", "still=there"}}));
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(get(server_.url("/")).body, "x");
@@ -44,8 +44,8 @@ TEST_F(CurlURLSessionLifeTest, ThreadAndConnectionsEndWhenNothingIsAskedFor) {
     EXPECT_EQ(server_.requests().at(2).header("Cookie"), "still=there");
 }
 
-TEST_F(CurlURLSessionLifeTest, RequestsThatComeWhileTheThreadEndsAreAnswered) {
-    options_.idleTime = 0ns;
+TEST_F(CurlURLSessionLifeTest, RequestsDuringTheEndOfTheThreadAreAnswered) {
+    options_.idleTimeout = 0ns;
     server_.on("/", answering(200, "x"));
     for (int i = 0; i < 200; ++i) {
         ASSERT_EQ(get(server_.url("/")).body, "x");
@@ -106,7 +106,7 @@ TEST_F(CurlURLSessionLifeTest, ACompletionMayStartTheNextRequest) {
     EXPECT_EQ(server_.requests().size(), length);
 }
 
-TEST_F(CurlURLSessionLifeTest, TheEndBreaksOffWhatRunsAndWaitsWithoutCompletingIt) {
+TEST_F(CurlURLSessionLifeTest, TheDestructorAbortsRunningAndQueuedRequestsWithoutCompletion) {
     const test::HostNames names;
     server_.onAnythingElse([](const LoopbackRequest&, LoopbackConnection& connection) {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
@@ -123,7 +123,7 @@ TEST_F(CurlURLSessionLifeTest, TheEndBreaksOffWhatRunsAndWaitsWithoutCompletingI
     EXPECT_TRUE(server_.waitForOpenConnections(0));
     for (const auto& one : pending) {
         EXPECT_EQ(one->completions, 0);
-        EXPECT_EQ(one.use_count(), 1);  // the completion is gone too
+        EXPECT_EQ(one.use_count(), 1);  // the session destroyed the completion
     }
 }
 
@@ -136,7 +136,7 @@ protected:
     test::HeldQueue queue_;
 };
 
-TEST_F(CurlURLSessionEndTest, NoCompletionBeginsAfterTheEnd) {
+TEST_F(CurlURLSessionEndTest, NoCompletionStartsAfterTheDestructor) {
     const auto pending = start(server_.url("/"));
     ASSERT_TRUE(queue_.waitFor(1));
     endSession();
@@ -144,7 +144,7 @@ TEST_F(CurlURLSessionEndTest, NoCompletionBeginsAfterTheEnd) {
     EXPECT_EQ(pending->completions, 0);
 }
 
-TEST_F(CurlURLSessionEndTest, TheEndWaitsForACompletionThatRuns) {
+TEST_F(CurlURLSessionEndTest, TheDestructorWaitsForARunningCompletion) {
     Event entered;
     Event mayLeave;
     std::atomic<bool> left = false;
@@ -165,12 +165,12 @@ TEST_F(CurlURLSessionEndTest, TheEndWaitsForACompletionThatRuns) {
     completing.join();
 }
 
-TEST_F(CurlURLSessionEndTest, WhatNeedsLittleWorkIsCompletedWithoutTheQueue) {
-    constexpr std::size_t longest = std::size_t{16} << 10;
-    server_.on("/missing", answering(404, std::string(longest, 'x')));
-    server_.on("/long", answering(404, std::string(longest + 1, 'x')));
-    EXPECT_EQ(get(server_.url("/missing")).body->size(), longest);
-    EXPECT_NE(get("http://127.0.0.1:1/").error, std::nullopt);  // nobody listens
+TEST_F(CurlURLSessionEndTest, FailuresAndSmallErrorPagesAreCompletedWithoutTheQueue) {
+    constexpr std::size_t maximum = std::size_t{16} << 10;
+    server_.on("/missing", answering(404, std::string(maximum, 'x')));
+    server_.on("/long", answering(404, std::string(maximum + 1, 'x')));
+    EXPECT_EQ(get(server_.url("/missing")).body->size(), maximum);
+    EXPECT_NE(get("http://127.0.0.1:1/").error, std::nullopt);  // no server
     EXPECT_EQ(queue_.size(), 0U);
 
     const auto delayed = start(server_.url("/long"));
@@ -180,7 +180,7 @@ TEST_F(CurlURLSessionEndTest, WhatNeedsLittleWorkIsCompletedWithoutTheQueue) {
     EXPECT_EQ(delayed->wait().response->statusCode, 404);
 }
 
-TEST_F(CurlURLSessionEndTest, ARequestThatFollowsFromAFailureBeginsAtOnce) {
+TEST_F(CurlURLSessionEndTest, ARequestFromTheCompletionOfAFailureStartsAtOnce) {
     server_.on("/missing", answering(404, ""));
     std::shared_ptr<PendingAnswer> next;
     Event asked;
@@ -196,10 +196,10 @@ TEST_F(CurlURLSessionEndTest, ARequestThatFollowsFromAFailureBeginsAtOnce) {
 TEST_F(CurlURLSessionEndTest, CompletionsAreSubmittedOneByOne) {
     start(server_.url("/1"));
     start(server_.url("/2"));
-    EXPECT_TRUE(queue_.waitFor(2));  // so that the queue may run both at once
+    EXPECT_TRUE(queue_.waitFor(2));  // a queue with two threads can run both at once
 }
 
-/// In a process of its own: where no thread can be made, a request ends with an error.
+/// Runs in a child process in which no thread can start. Prints the error of a request and exits.
 [[noreturn]] void askWithoutThreads() {
     constexpr uid_t nobody = 65534;
     if (::getuid() == 0 && ::setuid(nobody) != 0) {  // the limit does not bind root

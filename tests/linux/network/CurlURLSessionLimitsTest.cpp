@@ -19,10 +19,10 @@ using namespace std::string_literals;
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
-/// Time, places and memory.
+/// The limits on time, on transfers at a time and on memory.
 class CurlURLSessionLimitsTest : public CurlURLSessionTest {
 protected:
-    void useStandingClock() {
+    void useManualClock() {
         options_.now = [this] { return clock_.now(); };
     }
 
@@ -32,7 +32,7 @@ protected:
         return asked;
     }
 
-    StandingClock clock_;
+    ManualClock clock_;
     const test::HostNames names_;
 };
 
@@ -46,7 +46,7 @@ TEST_F(CurlURLSessionLimitsTest, ASilentServerTimesOut) {
     EXPECT_FALSE(result.response);
 }
 
-TEST_F(CurlURLSessionLimitsTest, AServerThatFallsSilentInTheBodyTimesOut) {
+TEST_F(CurlURLSessionLimitsTest, AServerThatStopsSendingInTheBodyTimesOut) {
     server_.on("/", [](const LoopbackRequest&, LoopbackConnection& connection) {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
         connection.holdUntilClosed();
@@ -56,7 +56,7 @@ TEST_F(CurlURLSessionLimitsTest, AServerThatFallsSilentInTheBodyTimesOut) {
     EXPECT_EQ(result.body, std::nullopt);
 }
 
-TEST_F(CurlURLSessionLimitsTest, ARedirectThatFallsSilentInItsBodyIsStillFollowed) {
+TEST_F(CurlURLSessionLimitsTest, ARedirectWhoseBodyTimesOutIsStillFollowed) {
     server_.on("/", [](const LoopbackRequest&, LoopbackConnection& connection) {
         connection.send("HTTP/1.1 302 Found\r\nLocation: /end\r\nContent-Length: 10\r\n\r\nhalf");
         connection.holdUntilClosed();
@@ -65,20 +65,20 @@ TEST_F(CurlURLSessionLimitsTest, ARedirectThatFallsSilentInItsBodyIsStillFollowe
     EXPECT_EQ(start(withTimeout(server_.url("/"), 100ms))->wait().body, "there");
 }
 
-TEST_F(CurlURLSessionLimitsTest, ALookUpThatTakesTooLongTimesOutWithoutHoldingUpTheOthers) {
+TEST_F(CurlURLSessionLimitsTest, ASlowNameLookupTimesOutWithoutDelayingOtherRequests) {
     const auto stuck = start(withTimeout(server_.urlOf("stuck.test", "/"), 30ms));
     EXPECT_EQ(stuck->wait().error, "The request timed out.");
-    letSessionTurn();
+    letSessionRunOnce();
     test::HostNames::release();
 }
 
-/// A handler that sends the parts one by one, each when it is told to. What it shares with the
-/// server's thread outlives both.
+/// A server's handler that sends each part of an answer when the test calls `send`. Its state may
+/// outlive this object: the server's thread shares it.
 class Dribble {
 public:
     explicit Dribble(std::vector<std::string> parts) { state_->parts = std::move(parts); }
     ~Dribble() {
-        for (Event& event : state_->told) {
+        for (Event& event : state_->allowed) {
             event.set();
         }
     }
@@ -88,7 +88,7 @@ public:
     LoopbackServer::Handler handler() {
         return [state = state_](const LoopbackRequest&, LoopbackConnection& connection) {
             for (std::size_t i = 0; i < state->parts.size(); ++i) {
-                state->told.at(i).wait();
+                state->allowed.at(i).wait();
                 connection.send(state->parts[i]);
                 state->sent.at(i).set();
             }
@@ -96,25 +96,25 @@ public:
     }
     std::size_t size() const { return state_->parts.size(); }
     void send(std::size_t part) {
-        state_->told.at(part).set();
+        state_->allowed.at(part).set();
         EXPECT_TRUE(state_->sent.at(part).wait());
     }
 
 private:
-    static constexpr std::size_t mostParts = 16;
+    static constexpr std::size_t maximumParts = 16;
 
     struct State {
         std::vector<std::string> parts;
-        std::array<Event, mostParts> told;
-        std::array<Event, mostParts> sent;
+        std::array<Event, maximumParts> allowed;
+        std::array<Event, maximumParts> sent;
     };
     std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
-TEST_F(CurlURLSessionLimitsTest, AnyDataPutsTheTimeOutOff) {
-    useStandingClock();
-    // Interim heads, the head line by line, and the beginning of a packed body, which unpacks to
-    // nothing yet: all of it is data.
+TEST_F(CurlURLSessionLimitsTest, AnyDataRestartsTheTimeout) {
+    useManualClock();
+    // Every part is data: interim heads, single lines of the head, and the beginning of a
+    // compressed body that yields no output yet.
     const std::string packed =
         "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\x4b\xcf\xc9\xcc\x2b\x49\x47\x25\x00"
         "\xcc\x93\x67\xa9\x14\x00\x00\x00"s;
@@ -125,35 +125,35 @@ TEST_F(CurlURLSessionLimitsTest, AnyDataPutsTheTimeOutOff) {
     server_.on("/", dribble.handler());
     const auto pending = start(withTimeout(server_.url("/"), 10s));
     for (std::size_t i = 0; i < dribble.size(); ++i) {
-        letSessionTurn();  // what has been sent has been received
+        letSessionRunOnce();  // so that it receives what has been sent
         clock_.advance(9s);
         dribble.send(i);
     }
     EXPECT_EQ(pending->wait().body, "glintglintglintglint") << pending->result.error.value_or("");
 }
 
-TEST_F(CurlURLSessionLimitsTest, ATransferEndsAfterAMinuteWhateverArrives) {
-    useStandingClock();
+TEST_F(CurlURLSessionLimitsTest, ATransferEndsAfterAMinuteEvenIfDataArrives) {
+    useManualClock();
     Dribble dribble(
         {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n", "1", "2", "3", "4", "5", "6"});
     server_.on("/", dribble.handler());
     const auto pending = start(withTimeout(server_.url("/"), 10s));
     for (std::size_t i = 0; i < 6; ++i) {
         dribble.send(i);
-        letSessionTurn();
+        letSessionRunOnce();
         clock_.advance(9s);
-        letSessionTurn();
+        letSessionRunOnce();
         EXPECT_EQ(pending->completions, 0) << i;
     }
     clock_.advance(6s);  // the sixtieth second
-    letSessionTurn();
+    letSessionRunOnce();
     EXPECT_EQ(pending->wait().error, "The request timed out.");
     EXPECT_EQ(pending->result.body, std::nullopt);
 }
 
-TEST_F(CurlURLSessionLimitsTest, TheTimeOutDoesNotRunWhileARequestWaitsItsTurn) {
-    useStandingClock();
-    options_.placesPerHost = 1;
+TEST_F(CurlURLSessionLimitsTest, TheTimeoutDoesNotRunWhileARequestIsQueued) {
+    useManualClock();
+    options_.maximumTransfersPerHost = 1;
     Dribble first({"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"});
     server_.on("/first", first.handler());
     server_.on("/second", answering(200, "in its turn"));
@@ -163,9 +163,9 @@ TEST_F(CurlURLSessionLimitsTest, TheTimeOutDoesNotRunWhileARequestWaitsItsTurn) 
     const auto redirected = start(withTimeout(other_.url("/elsewhere"), 10s));
     ASSERT_TRUE(server_.waitForRequests(1));
     ASSERT_TRUE(other_.waitForRequests(1));
-    letSessionTurn();
+    letSessionRunOnce();
     clock_.advance(50s);
-    letSessionTurn();
+    letSessionRunOnce();
     EXPECT_EQ(server_.requests().size(), 1U);
 
     first.send(0);
@@ -174,15 +174,15 @@ TEST_F(CurlURLSessionLimitsTest, TheTimeOutDoesNotRunWhileARequestWaitsItsTurn) 
     EXPECT_EQ(redirected->wait().body, "in its turn");
 }
 
-/// Counts the requests that are being answered, and holds each until told. What it shares with the
-/// server's threads outlives them all.
+/// A server's handler that counts the requests that run at a time and answers them after `release`.
+/// Its state may outlive this object: the server's threads share it.
 class Crowd {
 public:
     LoopbackServer::Handler handler() {
         return [state = state_](const LoopbackRequest&, LoopbackConnection& connection) {
             {
                 std::unique_lock lock(state->mutex);
-                state->most = std::max(state->most, ++state->present);
+                state->maximum = std::max(state->maximum, ++state->present);
                 state->changed.notify_all();
                 state->changed.wait_for(lock, test::patience, [&] { return state->released; });
                 --state->present;
@@ -201,9 +201,9 @@ public:
         state_->released = true;
         state_->changed.notify_all();
     }
-    int most() {
+    int maximum() {
         const std::lock_guard lock(state_->mutex);
-        return state_->most;
+        return state_->maximum;
     }
 
 private:
@@ -211,7 +211,7 @@ private:
         std::mutex mutex;
         std::condition_variable changed;
         int present = 0;
-        int most = 0;
+        int maximum = 0;
         bool released = false;
     };
     std::shared_ptr<State> state_ = std::make_shared<State>();
@@ -226,17 +226,17 @@ TEST_F(CurlURLSessionLimitsTest, SixRequestsRunAtOnceOnOneHost) {
         pending.push_back(start(server_.url("/" + std::to_string(i))));
     }
     EXPECT_TRUE(crowd.waitFor(6));
-    letSessionTurn();
+    letSessionRunOnce();
     EXPECT_EQ(server_.requests().size(), 6U);
     crowd.release();
     for (const auto& one : pending) {
         EXPECT_EQ(one->wait().body, "x");
     }
-    EXPECT_EQ(crowd.most(), 6);
+    EXPECT_EQ(crowd.maximum(), 6);
     EXPECT_LE(server_.acceptedConnections(), 6);
 }
 
-TEST_F(CurlURLSessionLimitsTest, TheLimitOfAHostHoldsForThoseWhoAreRedirectedToIt) {
+TEST_F(CurlURLSessionLimitsTest, TheLimitOfAHostHoldsForRedirectsToIt) {
     Crowd crowd;
     LoopbackServer target({.address = "127.0.0.3"});
     target.on("/", crowd.handler());
@@ -248,15 +248,15 @@ TEST_F(CurlURLSessionLimitsTest, TheLimitOfAHostHoldsForThoseWhoAreRedirectedToI
     }
     EXPECT_TRUE(server_.waitForRequests(12));
     EXPECT_TRUE(crowd.waitFor(6));
-    letSessionTurn();
+    letSessionRunOnce();
     crowd.release();
     for (const auto& one : pending) {
         EXPECT_EQ(one->wait().body, "x");
     }
-    EXPECT_EQ(crowd.most(), 6);
+    EXPECT_EQ(crowd.maximum(), 6);
 }
 
-TEST_F(CurlURLSessionLimitsTest, TwoHundredAndFiftySixRequestsRunAtOnceInAll) {
+TEST_F(CurlURLSessionLimitsTest, TwoHundredFiftySixRequestsRunAtOnceInTotal) {
     Crowd crowd;
     server_.onAnythingElse(crowd.handler());
     std::vector<std::shared_ptr<PendingAnswer>> pending;
@@ -269,7 +269,7 @@ TEST_F(CurlURLSessionLimitsTest, TwoHundredAndFiftySixRequestsRunAtOnceInAll) {
     for (const auto& one : pending) {
         EXPECT_EQ(one->wait().body, "x");
     }
-    EXPECT_EQ(crowd.most(), 256);
+    EXPECT_EQ(crowd.maximum(), 256);
 }
 
 TEST_F(CurlURLSessionLimitsTest, ABodyMayHaveThirtyTwoMebibytes) {
@@ -297,28 +297,28 @@ TEST_F(CurlURLSessionLimitsTest, ABodyMayHaveThirtyTwoMebibytes) {
     }
 }
 
-TEST_F(CurlURLSessionLimitsTest, ABodyIsMeasuredUnpacked) {
-    // 5,000 times "a", packed by gzip(1).
+TEST_F(CurlURLSessionLimitsTest, TheLimitHoldsForTheDecompressedBody) {
+    // 5,000 times "a", compressed by gzip(1).
     const std::string packed =
         "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xed\xc1\x31\x01\x00\x00\x00\xc2\xa0\xac\xeb"
         "\x5f\xc2\x14\x7e\x40\x01\x00\x00\x00\x00\x6f\x03\x76\x59\xf4\x4c\x88\x13\x00\x00"s;
     server_.on("/", answering(200, packed, {{"Content-Encoding", "gzip"}}));
-    options_.bodyLimit = 5000;
+    options_.maximumBodyBytes = 5000;
     EXPECT_EQ(get(server_.url("/")).body, std::string(5000, 'a'));
     endSession();
-    options_.bodyLimit = 4999;
+    options_.maximumBodyBytes = 4999;
     EXPECT_EQ(get(server_.url("/")).body, std::nullopt);
 }
 
-TEST_F(CurlURLSessionLimitsTest, TheLargestBodyFailsWhenTooMuchArrivesAtOnce) {
-    options_.arrivingLimit = 100'000;
+TEST_F(CurlURLSessionLimitsTest, TheLargestBodyFailsIfAllTogetherAreTooLarge) {
+    options_.maximumArrivingBytes = 100'000;
     Dribble large({"HTTP/1.1 200 OK\r\nContent-Length: 95000\r\n\r\n" + std::string(90'000, 'x'),
                    std::string(5'000, 'x')});
     server_.on("/large", large.handler());
     server_.on("/small", answering(200, std::string(20'000, 'x')));
     const auto pending = start(server_.url("/large"));
     large.send(0);
-    letSessionTurn();
+    letSessionRunOnce();
     EXPECT_EQ(pending->completions, 0);
 
     EXPECT_EQ(get(server_.url("/small")).body, std::string(20'000, 'x'));
@@ -327,7 +327,7 @@ TEST_F(CurlURLSessionLimitsTest, TheLargestBodyFailsWhenTooMuchArrivesAtOnce) {
     EXPECT_EQ(get(server_.url("/small")).body, std::string(20'000, 'x'));
 }
 
-TEST_F(CurlURLSessionLimitsTest, AHeadHasABound) {
+TEST_F(CurlURLSessionLimitsTest, TheSizeOfAHeadIsLimited) {
     const auto endlessly = [](const std::string& beginning, const std::string& part) {
         return [=](const LoopbackRequest&, LoopbackConnection& connection) {
             connection.send(beginning);
@@ -357,8 +357,8 @@ protected:
     test::HeldQueue queue_;
 };
 
-TEST_F(CurlURLSessionHeldTest, NothingBeginsWhileTooMuchIsDeliveredAndNotTaken) {
-    options_.deliveredLimit = 1000;
+TEST_F(CurlURLSessionHeldTest, NoTransferStartsWhileTooManyBodiesWaitForTheirCompletion) {
+    options_.maximumDeliveredBytes = 1000;
     Dribble held({"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"});
     server_.on("/held", held.handler());
     server_.on("/body", answering(200, std::string(1001, 'x')));
@@ -369,7 +369,7 @@ TEST_F(CurlURLSessionHeldTest, NothingBeginsWhileTooMuchIsDeliveredAndNotTaken) 
 
     const auto waiting = start(server_.url("/body"));
     held.send(0);
-    ASSERT_TRUE(queue_.waitFor(2));  // the session has turned since
+    ASSERT_TRUE(queue_.waitFor(2));  // so the session's loop has run since
     EXPECT_EQ(server_.requests().size(), 2U);
 
     queue_.runNext();

@@ -19,7 +19,7 @@ TEST_F(CurlURLSessionRedirectTest, FollowsARedirect) {
     }
 }
 
-TEST_F(CurlURLSessionRedirectTest, OtherAnswersWithALocationAreAnswers) {
+TEST_F(CurlURLSessionRedirectTest, OnlyRedirectStatusesFollowALocation) {
     for (const int status : {200, 201, 300, 305, 404}) {
         server_.on("/start", redirectingTo("/end", status));
         const URLResult result = get(server_.url("/start"));
@@ -29,7 +29,7 @@ TEST_F(CurlURLSessionRedirectTest, OtherAnswersWithALocationAreAnswers) {
     }
 }
 
-TEST_F(CurlURLSessionRedirectTest, ARedirectThatNamesNoPlaceIsAnAnswer) {
+TEST_F(CurlURLSessionRedirectTest, ARedirectWithoutALocationIsAnAnswer) {
     server_.on("/none", answering(302, "no place"));
     server_.on("/empty", redirectingTo(""));
     EXPECT_EQ(get(server_.url("/none")).body, "no place");
@@ -37,7 +37,7 @@ TEST_F(CurlURLSessionRedirectTest, ARedirectThatNamesNoPlaceIsAnAnswer) {
     EXPECT_EQ(empty.body, "moved") << empty.error.value_or("");
 }
 
-TEST_F(CurlURLSessionRedirectTest, EachHopIsAskedLikeTheFirst) {
+TEST_F(CurlURLSessionRedirectTest, EachHopSendsTheSameRequest) {
     server_.on("/start", redirectingTo(other_.url("/end")));
     other_.on("/end", answering(200, "there"));
     URLRequest asked = request(server_.url("/start"));
@@ -49,7 +49,7 @@ TEST_F(CurlURLSessionRedirectTest, EachHopIsAskedLikeTheFirst) {
     EXPECT_EQ(other_.requests()[0].header("Referer"), std::nullopt);
 }
 
-TEST_F(CurlURLSessionRedirectTest, SecretsDoNotGoToAnotherOrigin) {
+TEST_F(CurlURLSessionRedirectTest, CredentialsAreNotSentToAnotherOrigin) {
     server_.on("/near", redirectingTo("/end"));
     server_.on("/far", redirectingTo(other_.url("/end")));
     for (const char* target : {"/near", "/far"}) {
@@ -64,31 +64,31 @@ TEST_F(CurlURLSessionRedirectTest, SecretsDoNotGoToAnotherOrigin) {
     EXPECT_EQ(other_.requests().at(0).header("Cookie"), std::nullopt);
 }
 
-TEST_F(CurlURLSessionRedirectTest, CookiesOfARedirectAreKnownOnTheNextHop) {
+TEST_F(CurlURLSessionRedirectTest, TheNextHopSendsTheCookiesOfARedirect) {
     server_.on("/start", answering(302, "", {{"Location", "/end"}, {"Set-Cookie", "been=here"}}));
     get(server_.url("/start"));
     EXPECT_EQ(server_.requests().at(1).header("Cookie"), "been=here");
 }
 
-TEST_F(CurlURLSessionRedirectTest, FollowsTwentyRedirectsAndNoMore) {
+TEST_F(CurlURLSessionRedirectTest, FollowsAtMostTwentyRedirects) {
     for (int i = 0; i < 21; ++i) {
         server_.on("/" + std::to_string(i), redirectingTo("/" + std::to_string(i + 1)));
     }
     server_.on("/21", answering(200, "there"));
-    EXPECT_EQ(get(server_.url("/1")).body, "there");  // 20 of them
+    EXPECT_EQ(get(server_.url("/1")).body, "there");  // 20 redirects
 
     const URLResult result = get(server_.url("/0"));
     EXPECT_EQ(result.body, std::nullopt);
     EXPECT_EQ(result.error, "Too many redirects.");
 }
 
-TEST_F(CurlURLSessionRedirectTest, ALoopEnds) {
+TEST_F(CurlURLSessionRedirectTest, ARedirectLoopEnds) {
     server_.on("/", redirectingTo("/"));
     EXPECT_EQ(get(server_.url("/")).error, "Too many redirects.");
     EXPECT_EQ(server_.requests().size(), 21U);
 }
 
-TEST_F(CurlURLSessionRedirectTest, AnotherSchemeOnAnyHopIsAnErrorWithoutBody) {
+TEST_F(CurlURLSessionRedirectTest, ARedirectToAnotherSchemeIsAnErrorWithoutBody) {
     server_.on("/second", redirectingTo("ftp://127.0.0.1/"));
     for (const char* location :
          {"file:///etc/hostname", "ftp://127.0.0.1/x", "data:text/plain,x", "/second"}) {

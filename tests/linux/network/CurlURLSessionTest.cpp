@@ -16,8 +16,8 @@ struct Packing {
     std::string bytes;
 };
 
-// "glint" four times. The last two are framed without compression (RFC 7932, section 9.2; RFC 8878,
-// section 3.1.1).
+// "glint" four times. The formats of the last two also hold uncompressed data, as here (RFC 7932,
+// section 9.2; RFC 8878, section 3.1.1).
 const std::string packedText = "glintglintglintglint";
 const std::vector<Packing> packings = {
     {"gzip",
@@ -61,7 +61,7 @@ TEST_F(CurlURLSessionTest, AnAnswerWithoutContentHasAnEmptyBody) {
     EXPECT_EQ(get(server_.url("/")).body, "");
 }
 
-TEST_F(CurlURLSessionTest, AsksForTheAddressUnchanged) {
+TEST_F(CurlURLSessionTest, RequestsTheAddressUnchanged) {
     server_.onAnythingElse(answering(200, "x"));
     get(server_.url("/a/../b/./c%3Fx=%7e?q=1&R=/../#part"));
     get(server_.url("?only=query"));
@@ -112,7 +112,7 @@ TEST_F(CurlURLSessionTest, SendsTheCredentialsOfTheAddress) {
     EXPECT_EQ(server_.requests()[0].target, "/");
 }
 
-TEST_F(CurlURLSessionTest, UnpacksWhatTheServerPacked) {
+TEST_F(CurlURLSessionTest, DecompressesABody) {
     for (const auto& [name, bytes] : packings) {
         server_.on("/", answering(200, bytes, {{"Content-Encoding", name}}));
         const URLResult result = get(server_.url("/"));
@@ -120,7 +120,7 @@ TEST_F(CurlURLSessionTest, UnpacksWhatTheServerPacked) {
     }
 }
 
-TEST_F(CurlURLSessionTest, ABodyThatDoesNotUnpackIsNoBody) {
+TEST_F(CurlURLSessionTest, ABodyThatDoesNotDecompressIsAnError) {
     server_.on("/", answering(200, "not packed at all", {{"Content-Encoding", "gzip"}}));
     const URLResult result = get(server_.url("/"));
     EXPECT_EQ(result.body, std::nullopt);
@@ -144,7 +144,7 @@ TEST_F(CurlURLSessionTest, ReadsChunkedBodiesAndBodiesThatEndWithTheConnection) 
     EXPECT_EQ(get(server_.url("/until-end")).body, "all there is");
 }
 
-TEST_F(CurlURLSessionTest, PassesOverInterimAnswers) {
+TEST_F(CurlURLSessionTest, SkipsInterimAnswers) {
     server_.on("/", [](const LoopbackRequest&, LoopbackConnection& connection) {
         connection.send("HTTP/1.1 103 Early Hints\r\nLink: </a.css>\r\n\r\n");
         connection.answer(200, "real");
@@ -210,7 +210,7 @@ TEST_F(CurlURLSessionTest, ARefusedConnectionIsAnErrorWithoutResponse) {
     EXPECT_NE(result.error, std::nullopt);
 }
 
-TEST_F(CurlURLSessionTest, AsksForHTTPAddressesWithAHostOnly) {
+TEST_F(CurlURLSessionTest, RequestsOnlyHTTPAddressesWithAHost) {
     server_.onAnythingElse(answering(200, "x"));
     const std::string authority = "127.0.0.1:" + std::to_string(server_.port());
     for (const std::string& url :
@@ -234,16 +234,16 @@ TEST_F(CurlURLSessionTest, AnAddressThatLibcurlRefusesIsAnError) {
     EXPECT_NE(get("http://127.0.0.1:99999/").error, std::nullopt);
 }
 
-TEST_F(CurlURLSessionTest, UsesAConnectionAgain) {
+TEST_F(CurlURLSessionTest, ReusesAConnection) {
     server_.on("/", answering(200, "x"));
     get(server_.url("/"));
     get(server_.url("/"));
     EXPECT_EQ(server_.acceptedConnections(), 1);
 }
 
-TEST_F(CurlURLSessionTest, ReplacesAConnectionThatTheServerClosedMeanwhile) {
+TEST_F(CurlURLSessionTest, ReplacesAConnectionThatTheServerClosed) {
     server_.on("/", [](const LoopbackRequest&, LoopbackConnection& connection) {
-        connection.answer(200, "x");  // as if the connection stayed
+        connection.answer(200, "x");  // announces an open connection
         connection.close();
     });
     for (int i = 0; i < 5; ++i) {
@@ -262,7 +262,7 @@ TEST_F(CurlURLSessionTest, KeepsCookiesForTheirHost) {
     EXPECT_EQ(other_.requests().at(0).header("Cookie"), std::nullopt);
 }
 
-TEST_F(CurlURLSessionTest, ForgetsCookiesWhenFarTooManyCome) {
+TEST_F(CurlURLSessionTest, ForgetsCookiesWhenTooManyCome) {
     server_.on("/set", answering(200, "x", {{"Set-Cookie", "taste=sweet; Path=/"}}));
     get(server_.url("/set"));
     std::vector<std::pair<std::string, std::string>> many;

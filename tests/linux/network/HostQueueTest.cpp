@@ -16,7 +16,7 @@ std::vector<std::string> takeAll(HostQueue<std::string>& queue) {
     return taken;
 }
 
-TEST(HostQueueTest, AHostHasItsPlacesOnly) {
+TEST(HostQueueTest, TheNumberPerHostIsLimited) {
     HostQueue<std::string> queue(2, 10);
     for (const char* item : {"a1", "a2", "a3", "a4"}) {
         queue.push("a", item);
@@ -29,7 +29,7 @@ TEST(HostQueueTest, AHostHasItsPlacesOnly) {
     EXPECT_THAT(takeAll(queue), ElementsAre("a4"));
 }
 
-TEST(HostQueueTest, AllHostsShareThePlacesInAll) {
+TEST(HostQueueTest, TheNumberInTotalIsLimited) {
     HostQueue<std::string> queue(2, 3);
     for (const char* host : {"a", "b", "c", "d"}) {
         queue.push(host, host);
@@ -49,19 +49,19 @@ TEST(HostQueueTest, HostsTakeTurns) {
     EXPECT_THAT(takeAll(queue), ElementsAre("a1", "b1", "a2", "b2"));
 }
 
-TEST(HostQueueTest, AnItemPushedFirstGoesBeforeTheOthersOfItsHost) {
+TEST(HostQueueTest, AnItemPushedToTheFrontIsTakenBeforeTheOthersOfItsHost) {
     HostQueue<std::string> queue(1, 10);
     queue.push("a", "a1");
     EXPECT_EQ(queue.take(), "a1");
     queue.push("a", "a2");
-    queue.pushFirst("a", "a1 again");
+    queue.pushFront("a", "a1 again");
     queue.release("a");
     EXPECT_THAT(takeAll(queue), ElementsAre("a1 again"));
     queue.release("a");
     EXPECT_THAT(takeAll(queue), ElementsAre("a2"));
 }
 
-TEST(HostQueueTest, IsEmptyWhenNothingWaitsOrHoldsAPlace) {
+TEST(HostQueueTest, IsEmptyIfNothingWaitsOrRuns) {
     HostQueue<std::string> queue(1, 10);
     EXPECT_TRUE(queue.empty());
     queue.push("a", "a1");

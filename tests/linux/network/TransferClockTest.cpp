@@ -10,27 +10,27 @@ using namespace std::chrono_literals;
 
 constexpr TransferClock::Time noon{std::chrono::hours(12)};
 
-TEST(TransferClockTest, SilenceEndsATransfer) {
+TEST(TransferClockTest, ATransferWithoutDataTimesOut) {
     TransferClock clock(10s, 60s);
     clock.start(noon);
     EXPECT_EQ(clock.deadline(), noon + 10s);
 }
 
-TEST(TransferClockTest, DataPutsTheEndOff) {
+TEST(TransferClockTest, DataMovesTheDeadline) {
     TransferClock clock(10s, 60s);
     clock.start(noon);
     clock.dataArrived(noon + 9s);
     EXPECT_EQ(clock.deadline(), noon + 19s);
 }
 
-TEST(TransferClockTest, DataDoesNotPutTheEndOffBeyondTheWhole) {
+TEST(TransferClockTest, DataDoesNotMoveTheDeadlineBeyondTheTransferTimeout) {
     TransferClock clock(10s, 60s);
     clock.start(noon);
     clock.dataArrived(noon + 55s);
     EXPECT_EQ(clock.deadline(), noon + 60s);
 }
 
-TEST(TransferClockTest, WaitingBetweenTwoRunsCountsForNothing) {
+TEST(TransferClockTest, TimeBetweenStopAndStartDoesNotCount) {
     TransferClock clock(10s, 60s);
     clock.start(noon);
     clock.dataArrived(noon + 55s);
@@ -39,7 +39,7 @@ TEST(TransferClockTest, WaitingBetweenTwoRunsCountsForNothing) {
     EXPECT_EQ(clock.deadline(), noon + 1005s);
 }
 
-TEST(TransferClockTest, ASilenceWithoutEndIsTheWhole) {
+TEST(TransferClockTest, AnEndlessDataTimeoutLeavesTheTransferTimeout) {
     TransferClock clock(std::chrono::nanoseconds::max(), 60s);
     clock.start(noon);
     EXPECT_EQ(clock.deadline(), noon + 60s);
