@@ -1,6 +1,6 @@
-// What pictures made to cost much cost: for each of the bombs in the test data the processor time
-// of decoding it, and a bound of the memory that the whole process tree has while it is decoded
-// in the sandbox. Fails when a bomb takes more than 50 ms or 300 MB.
+// The cost of bombs: pictures made to need much time or memory. For each bomb of the test data it
+// measures the processor time of decoding, and an upper bound for the memory of the process tree
+// while the sandbox decodes it. Fails if a bomb takes more than 50 ms or 300 MB.
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -33,7 +33,7 @@ constexpr int callersAtOnce = 8;
 struct Cost {
     double milliseconds = 0;
     double megabytes = 0;
-    double width = 0;  ///< Of what is shown; 0 for a refused picture.
+    double width = 0;  ///< Of the decoded picture; 0 if it is refused.
 };
 
 using Names = std::vector<std::string>;
@@ -55,10 +55,10 @@ std::string contents(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// The most that any round took.
+/// The maximum of all rounds.
 Cost timeToDecode(const Names& names) {
     doubles::InProcessImageDecoder decoder;
-    decoder.decode(contents("icon-256.png"));  // as the helper warms up before it forks
+    decoder.decode(contents("icon-256.png"));  // the helper warms up before it forks, too
     Cost cost;
     for (const std::string& name : names) {
         const std::string data = contents(name);
@@ -81,10 +81,10 @@ double peakMegabytes(int whose) {
     return static_cast<double>(usage.ru_maxrss) * 1024 / 1e6;
 }
 
-/// The greatest resident size of this process and the helper's, and of the helper's children as if
-/// each were the largest: pages that they share count several times.
+/// An upper bound: the peak resident sizes of this process and of the helper, and for each child
+/// the peak of the largest one. Shared pages count several times.
 Cost memoryToDecode(const Names& names) {
-    prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that the helper's figures come to this process
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // this process then reaps the helper and gets its figures
     {
         platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER);
         std::vector<std::thread> callers;
@@ -105,16 +105,16 @@ Cost memoryToDecode(const Names& names) {
                 peakMegabytes(RUSAGE_SELF) + (1 + decodersAtOnce) * peakMegabytes(RUSAGE_CHILDREN)};
 }
 
-/// `measure` in a process of its own, so that nothing of another measurement counts.
-Cost apart(Cost (*measure)(const Names&), const Names& names) {
+/// Runs `measure` in a separate process, so that other measurements do not count.
+Cost inSeparateProcess(Cost (*measure)(const Names&), const Names& names) {
     int ends[2] = {};
     if (pipe(ends) != 0) {
         std::abort();
     }
     if (fork() == 0) {
         const Cost cost = measure(names);
-        const bool told = write(ends[1], &cost, sizeof cost) == ssize_t{sizeof cost};
-        _exit(told ? 0 : 1);
+        const bool written = write(ends[1], &cost, sizeof cost) == ssize_t{sizeof cost};
+        _exit(written ? 0 : 1);
     }
     close(ends[1]);
     Cost cost{.milliseconds = maximumMilliseconds + 1, .megabytes = maximumMegabytes + 1};
@@ -127,8 +127,8 @@ Cost apart(Cost (*measure)(const Names&), const Names& names) {
 }
 
 void measure(const std::string& what, const Names& names, bench::Figures& figures) {
-    const Cost time = apart(timeToDecode, names);
-    const Cost memory = apart(memoryToDecode, names);
+    const Cost time = inSeparateProcess(timeToDecode, names);
+    const Cost memory = inSeparateProcess(memoryToDecode, names);
     figures.add({.what = "processor time",
                  .value = time.milliseconds,
                  .unit = "ms",

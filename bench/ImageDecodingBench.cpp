@@ -1,6 +1,6 @@
-// What decoding an icon and scaling it to 512 pixels takes: in the sandbox, in the calling process,
-// and with gdk-pixbuf, which has no sandbox. Fails when the sandboxed median of the 256-pixel PNG
-// is above 4 ms or its 99th percentile above 15 ms.
+// The time to decode an icon and scale it to 512 pixels: in the sandbox, in the calling process,
+// and with gdk-pixbuf, which has no sandbox. Fails if the 256-pixel PNG takes more than 4 ms in the
+// sandbox in the median, or more than 15 ms in the 99th percentile.
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
@@ -24,8 +24,8 @@ namespace {
 
 using bench::Milliseconds;
 
-constexpr double maximumMedian = 4;  // in milliseconds, as the next
-constexpr double maximumPercentile = 15;
+constexpr double maximumMedian = 4;       // milliseconds
+constexpr double maximumPercentile = 15;  // milliseconds
 constexpr std::string_view limitedKind = "PNG of 256";
 constexpr int iconSize = 512;
 
@@ -40,7 +40,7 @@ constexpr std::array kinds{Kind{"PNG of 32", "png", 32},     Kind{"PNG of 180", 
                            Kind{"JPEG of 256", "jpeg", 256}, Kind{"ICO of 48", "ico", 48},
                            Kind{"BMP of 256", "bmp", 256},   Kind{"TIFF of 256", "tiff", 256}};
 
-/// The one icon, in another format and size.
+/// The test icon in the format and size of `kind`.
 std::string picture(const Kind& kind) {
     GdkPixbuf* const scaled = gdk_pixbuf_new_from_file_at_size(
         GLINTMARK_TEST_DATA "/images/icon-256.png", kind.edge, kind.edge, nullptr);
@@ -91,22 +91,22 @@ void measure(const Kind& kind, int samples, bench::Figures& figures) {
         {"unboxed", [](const std::string& data) { return decodeAndScale(inProcess, data); }},
         {"gdk-pixbuf", decodeAndScaleWithGdkPixbuf}};
     const std::string data = picture(kind);
-    for (int i = 0; i < samples; ++i) {  // in turns, so that all meet the same machine
+    for (int i = 0; i < samples; ++i) {  // alternately, so that all meet the same load
         for (Way& way : ways) {
             const auto begin = std::chrono::steady_clock::now();
             if (!way.decode(data)) {
-                std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): nobody else ends it
+                std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): no other thread exits
             }
             way.times.emplace_back(std::chrono::steady_clock::now() - begin);
         }
     }
-    const auto add = [&](const char* what, double share, double most) {
+    const auto add = [&](const char* what, double share, double maximum) {
         for (const Way& way : ways) {
             const bool isLimited = kind.name == limitedKind && &way == ways.data();
             figures.add({.what = what,
                          .value = bench::quantile(way.times, share).count(),
                          .unit = "ms",
-                         .most = isLimited ? most : bench::Figures::noLimit,
+                         .most = isLimited ? maximum : bench::Figures::noLimit,
                          .of = way.name,
                          .at = kind.name});
         }

@@ -1,7 +1,6 @@
-// What the HTTP client costs beyond libcurl: processor time and elapsed time of the same requests
-// through the session and through a bare loop around libcurl's multi interface, both against a
-// server in a process of its own. Fails when the session takes more than 1.5 times the processor
-// time.
+// The cost of the HTTP client beyond libcurl: processor time and elapsed time of the same requests
+// through the session and through a bare loop around libcurl's multi interface. The server runs in
+// a separate process. Fails if the session takes more than 1.5 times the processor time.
 #include <curl/curl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,12 +25,12 @@
 namespace glintmark {
 namespace {
 
-constexpr std::size_t atOnce = 6;  // what one host is asked at a time
-constexpr int repetitions = 9;     // the quickest counts: everything else is the machine's doing
+constexpr std::size_t atOnce = 6;  // the session's maximum per host
+constexpr int repetitions = 9;     // the fastest counts: the others were delayed by the machine
 constexpr double maximumRatio = 1.5;
 
 struct Cost {
-    double processor = 1e300;  ///< Microseconds a request.
+    double processor = 1e300;  ///< In microseconds per request.
     double elapsed = 1e300;
 };
 
@@ -165,7 +164,7 @@ void compare(std::size_t bodyBytes, int requests, bench::Figures& figures) {
     }
     Cost bare;
     Cost session;
-    for (int i = 0; i < repetitions; ++i) {  // in turns, so that both meet the same machine
+    for (int i = 0; i < repetitions; ++i) {  // alternately, so that both meet the same load
         measure(bare, texts.size(), [&] { askBare(texts); });
         measure(session, texts.size(), [&] { askSession(urls); });
     }

@@ -48,7 +48,7 @@ std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, Pixel
 
     avifRGBImage rgb;
     avifRGBImageSetDefaults(&rgb, decoder->image);
-    // The size told by the container may have given way to that of the coded picture.
+    // The size in the container may differ from that of the coded picture, which replaces it.
     const bool fits = rgb.width == static_cast<std::uint32_t>(canvas->width()) &&
                       rgb.height == static_cast<std::uint32_t>(canvas->height());
     rgb.format = AVIF_RGB_FORMAT_RGBA;

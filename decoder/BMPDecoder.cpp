@@ -19,7 +19,7 @@ std::optional<DecodedImage> decodeBMP(std::span<const std::uint8_t> file, PixelS
     if (!header) {
         return std::nullopt;
     }
-    // Without bit fields the fourth byte of a pixel has no meaning here, unlike in icons.
+    // Without bit fields the fourth byte of a pixel has no meaning in a BMP file. In icons it has.
     if (header->compression == DIBHeader::Compression::none) {
         header->masks[3] = 0;
     }

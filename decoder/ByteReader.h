@@ -8,8 +8,8 @@
 
 namespace glintmark::decoder {
 
-/// Numbers in a file that is not trusted. What lies beyond its end reads as 0, so that a parser
-/// checks lengths where they decide something and cannot read outside otherwise.
+/// Reads numbers from an untrusted file. Bytes beyond its end read as 0, so that a parser can never
+/// read outside. It checks lengths only where the result depends on them.
 class ByteReader {
 public:
     explicit ByteReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
@@ -48,7 +48,7 @@ public:
         return true;
     }
 
-    /// The bytes from `offset` on, at most `length`; fewer, or none, where the file ends earlier.
+    /// At most `length` bytes from `offset` on; fewer, or none, if the file ends earlier.
     std::span<const std::uint8_t> part(std::size_t offset, std::size_t length) const {
         if (offset > bytes_.size()) {
             return {};

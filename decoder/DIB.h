@@ -11,9 +11,9 @@
 
 namespace glintmark::decoder {
 
-/// The header of a device-independent bitmap, the picture inside BMP, ICO and CUR files: what
-/// `BITMAPINFOHEADER`, its longer versions 2 to 5, and the two headers of OS/2 say (Microsoft,
-/// "Bitmap Storage"; OS/2 2.0 Technical Library).
+/// The header of a device-independent bitmap, the picture inside BMP, ICO and CUR files. In the
+/// file it is a `BITMAPINFOHEADER`, one of its longer versions 2 to 5, or one of the two headers of
+/// OS/2 (Microsoft, "Bitmap Storage"; OS/2 2.0 Technical Library).
 struct DIBHeader {
     enum class Compression : std::uint8_t { none, runs8, runs4, bitFields };
     struct Colour {
@@ -23,25 +23,25 @@ struct DIBHeader {
     };
 
     std::int64_t width = 0;
-    std::int64_t height = 0;  ///< As written, without its sign; in ICO and CUR twice the picture's.
+    std::int64_t height = 0;  ///< Without its sign. In ICO and CUR files twice the picture's.
     bool topDown = false;
     unsigned bitsPerPixel = 0;
     Compression compression = Compression::none;
     std::array<std::uint32_t, 4> masks{};  ///< Red, green, blue, alpha; for 16 and 32 bits.
     std::vector<Colour> palette;           ///< For up to 8 bits.
-    std::size_t end = 0;  ///< Where the palette ends and, but for BMP's own offset, pixels begin.
+    std::size_t end = 0;  ///< Where the palette ends. Pixels begin here, or at BMP's own offset.
 
     /// Bytes from one row to the next.
     std::size_t bytesPerRow() const;
 };
 
-/// `dib` begins with the header. Absent when it is not one, or names a compression that is none of
-/// the above, or masks and a palette that are not there.
+/// Parses the header at the beginning of `dib`. Absent if it is not valid, names an unsupported
+/// compression, or if its masks or palette are missing.
 std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib);
 
-/// Writes the picture of `pixels`, laid out as `header` says, into `canvas`, which has its size.
-/// A channel of alpha counts only where any pixel uses it; `hasAlpha` is set accordingly. False
-/// when `pixels` ends early.
+/// Draws `pixels`, in the layout of `header`, into `canvas`, which has the picture's size. Sets
+/// `hasAlpha`; an alpha channel that is 0 in all pixels does not count as one. False if `pixels`
+/// ends early.
 bool drawDIB(const DIBHeader& header, std::span<const std::uint8_t> pixels, const Canvas& canvas,
              bool& hasAlpha);
 

@@ -8,13 +8,13 @@ namespace glintmark::decoder {
 
 namespace {
 
-constexpr std::size_t coreHeaderSize = 12;      // OS/2 1.x, with 16-bit sizes and 3-byte colours
-constexpr std::size_t shortestHeaderSize = 16;  // OS/2 2.x may leave off the rest
+constexpr std::size_t coreHeaderSize = 12;     // OS/2 1.x, with 16-bit sizes and 3-byte colours
+constexpr std::size_t minimumHeaderSize = 16;  // an OS/2 2.x header may end here
 constexpr std::size_t infoHeaderSize = 40;
 constexpr std::size_t headerWithAlphaMaskSize = 56;  // version 3
 constexpr std::size_t os2HeaderSize = 64;
-constexpr std::size_t longestHeaderSize = 124;  // version 5
-constexpr std::size_t masksOffset = 40;         // after the first 40 bytes, in the header or behind
+constexpr std::size_t maximumHeaderSize = 124;  // version 5
+constexpr std::size_t masksOffset = 40;  // after the first 40 bytes, inside the header or after it
 
 constexpr std::uint32_t biRGB = 0;
 constexpr std::uint32_t biRLE8 = 1;
@@ -28,6 +28,15 @@ constexpr std::array<std::uint32_t, 4> masksOf32Bits = {0xFF0000, 0x00FF00, 0x00
 bool isKnownDepth(unsigned bits) {
     static constexpr unsigned depths[] = {1, 2, 4, 8, 16, 24, 32};
     return std::ranges::find(depths, bits) != std::end(depths);
+}
+
+bool readSize(const ByteReader& fields, DIBHeader& header) {
+    header.width = static_cast<std::int32_t>(fields.little32(4));
+    const auto height = static_cast<std::int32_t>(fields.little32(8));
+    header.height = std::abs(std::int64_t{height});
+    header.topDown = height < 0;
+    header.bitsPerPixel = fields.little16(14);
+    return header.width >= 1 && header.height >= 1 && isKnownDepth(header.bitsPerPixel);
 }
 
 bool readMasks(const ByteReader& dib, std::size_t headerSize, std::uint32_t compression,
@@ -54,16 +63,16 @@ bool readMasks(const ByteReader& dib, std::size_t headerSize, std::uint32_t comp
 bool readPalette(const ByteReader& dib, std::uint32_t used, std::size_t colourSize,
                  DIBHeader& header) {
     if (header.bitsPerPixel > 8) {
-        // A palette beside full colours is a hint for old displays; it is only skipped.
+        // A palette of a picture without indices is a hint for old displays, and is skipped.
         header.end += used * colourSize;
         return dib.has(0, header.end);
     }
-    const std::uint32_t most = 1U << header.bitsPerPixel;
-    const std::uint32_t count = used == 0 ? most : used;
+    const std::uint32_t maximumCount = 1U << header.bitsPerPixel;
+    const std::uint32_t count = used == 0 ? maximumCount : used;
     if (count > 256 || !dib.has(header.end, count * colourSize)) {
         return false;
     }
-    for (std::uint32_t i = 0; i < std::min(count, most); ++i) {
+    for (std::uint32_t i = 0; i < std::min(count, maximumCount); ++i) {
         const std::size_t at = header.end + i * colourSize;
         header.palette.push_back({dib.byte(at + 2), dib.byte(at + 1), dib.byte(at)});
     }
@@ -89,7 +98,7 @@ std::optional<DIBHeader> parseCoreHeader(const ByteReader& dib) {
 
 bool readCompression(std::uint32_t compression, std::size_t headerSize, DIBHeader& header) {
     using enum DIBHeader::Compression;
-    // OS/2 2.x gives the numbers from 3 on other meanings (Huffman and 24-bit runs).
+    // In OS/2 2.x the numbers from 3 on have other meanings (Huffman and 24-bit runs).
     const bool os2 = headerSize == os2HeaderSize || headerSize < infoHeaderSize;
     switch (compression) {
         case biRGB:
@@ -124,29 +133,18 @@ std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {
     if (size == coreHeaderSize) {
         return parseCoreHeader(bytes);
     }
-    if (size < shortestHeaderSize || size > longestHeaderSize) {
+    if (size < minimumHeaderSize || size > maximumHeaderSize) {
         return std::nullopt;
     }
 
-    // An OS/2 2.x header may end after any field; what it leaves off is 0.
+    // An OS/2 2.x header may end after any field; a missing field is 0.
     const ByteReader fields(dib.first(size));
-    DIBHeader header;
-    header.width = static_cast<std::int32_t>(fields.little32(4));
-    const auto height = static_cast<std::int32_t>(fields.little32(8));
-    header.height = std::abs(std::int64_t{height});
-    header.topDown = height < 0;
-    header.bitsPerPixel = fields.little16(14);
-    if (header.width < 1 || header.height < 1 || !isKnownDepth(header.bitsPerPixel)) {
-        return std::nullopt;
-    }
     const std::uint32_t compression = fields.little32(16);
-    if (!readCompression(compression, size, header)) {
-        return std::nullopt;
-    }
-    if (!readMasks(bytes, size, compression, header)) {
-        return std::nullopt;
-    }
-    if (!readPalette(bytes, fields.little32(32), 4, header)) {
+    const std::uint32_t usedColours = fields.little32(32);
+    DIBHeader header;
+    if (!readSize(fields, header) || !readCompression(compression, size, header) ||
+        !readMasks(bytes, size, compression, header) ||
+        !readPalette(bytes, usedColours, 4, header)) {
         return std::nullopt;
     }
     return header;

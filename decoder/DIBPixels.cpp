@@ -8,13 +8,13 @@ namespace glintmark::decoder {
 
 namespace {
 
-/// One channel of a pixel, cut out by a mask and stretched to 8 bits.
+/// One channel of a pixel: the bits under a mask, scaled to 8 bits.
 class Channel {
 public:
     explicit Channel(std::uint32_t mask)
         : mask_(mask),
           shift_(mask == 0 ? 0 : static_cast<unsigned>(std::countr_zero(mask))),
-          greatest_(mask >> shift_) {}
+          maximum_(mask >> shift_) {}
 
     bool exists() const { return mask_ != 0; }
 
@@ -23,13 +23,13 @@ public:
             return 0;
         }
         const std::uint64_t value = (pixel & mask_) >> shift_;
-        return static_cast<std::uint8_t>((value * 255 + greatest_ / 2) / greatest_);
+        return static_cast<std::uint8_t>((value * 255 + maximum_ / 2) / maximum_);
     }
 
 private:
     std::uint32_t mask_;
     unsigned shift_;
-    std::uint32_t greatest_;
+    std::uint32_t maximum_;
 };
 
 std::uint8_t* rowOf(const DIBHeader& header, const Canvas& canvas, int y) {
@@ -43,7 +43,7 @@ void put(std::uint8_t* rgba, DIBHeader::Colour colour) {
     rgba[3] = 255;
 }
 
-// An index beyond the palette has no colour: black.
+// An index beyond the palette is black.
 DIBHeader::Colour colourOf(const DIBHeader& header, std::size_t index) {
     return index < header.palette.size() ? header.palette[index] : DIBHeader::Colour{};
 }
@@ -64,7 +64,7 @@ void draw24BitRow(std::span<const std::uint8_t> row, std::uint8_t* rgba, int wid
     }
 }
 
-/// Draws rows of 16 or 32 bits a pixel; remembers whether any pixel is not fully transparent.
+/// Draws rows with 16 or 32 bits per pixel. Remembers if any pixel is not fully transparent.
 class MaskedRows {
 public:
     explicit MaskedRows(const DIBHeader& header)
@@ -129,8 +129,8 @@ void makeOpaque(const Canvas& canvas) {
     }
 }
 
-/// Runs of 8-bit or 4-bit indices (Microsoft, "Bitmap Compression"). Places that no run reaches
-/// show the first colour.
+/// Draws runs of 8-bit or 4-bit indices (Microsoft, "Bitmap Compression"). Pixels outside all runs
+/// get the first colour.
 class RunReader {
 public:
     RunReader(const DIBHeader& header, std::span<const std::uint8_t> runs, const Canvas& canvas)
@@ -172,7 +172,7 @@ private:
         ++x_;
     }
 
-    // Two 4-bit indices share a byte, the left one in the high half.
+    // A byte holds two 4-bit indices, the left one in the upper half.
     unsigned indexIn(std::uint8_t byte, unsigned position) const {
         if (header_.bitsPerPixel == 8) {
             return byte;

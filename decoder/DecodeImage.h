@@ -9,9 +9,9 @@
 
 namespace glintmark::decoder {
 
-/// Decodes a file of any of the known formats, which its first bytes tell apart. Absent when it is
-/// none of them, is broken, or goes beyond the limits. Of several images in a file it yields the
-/// best that decodes: largest area first, then deepest.
+/// Decodes a file of any known format, which it recognises by the first bytes. Absent if the format
+/// is unknown, the file is broken, or the image exceeds the limits. From a file of several images
+/// it decodes the best one that it can: the largest area first, then the most bits per pixel.
 std::optional<DecodedImage> decodeImage(std::span<const std::uint8_t> file, PixelStore& pixels);
 
 }  // namespace glintmark::decoder

@@ -8,27 +8,28 @@ namespace glintmark::decoder {
 
 namespace {
 
-// With all that a decode maps beside what the decoder itself has mapped: the encoded bytes, the
-// pixels, the library's working memory. The large slot bounds what the whole program ever takes.
+// What a decode may map beyond the helper's own memory: the encoded bytes, the pixels and the
+// library's working memory. The large slot determines the maximum for the whole program.
 constexpr std::size_t smallSlotMemory = std::size_t{72} << 20U;
 constexpr std::size_t largeSlotMemory = std::size_t{224} << 20U;
-constexpr std::size_t largeSlotPixels = maximumPixels * BitmapImageRep::bytesPerPixel;
+constexpr std::size_t largeSlotPixelBytes = maximumPixels * BitmapImageRep::bytesPerPixel;
 
 constexpr unsigned cpuSeconds = 5;
 
-std::size_t pixelsOf(DecodeSlot slot) {
-    return slot == DecodeSlot::small ? smallSlotPixels : largeSlotPixels;
+std::size_t maximumPixelBytes(DecodeSlot slot) {
+    return slot == DecodeSlot::small ? smallSlotPixelBytes : largeSlotPixelBytes;
 }
 
-/// Keeps the pixels in a memory file whose length follows the canvas.
+/// Keeps the pixels in a memory file, which has the length of the last canvas.
 class MemoryFilePixels : public PixelStore {
 public:
-    MemoryFilePixels(int file, std::size_t most) : file_(file), most_(most) {}
+    MemoryFilePixels(int file, std::size_t maximumBytes)
+        : file_(file), maximumBytes_(maximumBytes) {}
     ~MemoryFilePixels() override { release(); }
     MemoryFilePixels(const MemoryFilePixels&) = delete;
     MemoryFilePixels& operator=(const MemoryFilePixels&) = delete;
 
-    /// Whether pixels were asked for that the slot has no room for.
+    /// True if a canvas was requested that is too large for the slot.
     bool overflowed() const { return overflowed_; }
 
     void release() {
@@ -41,19 +42,17 @@ public:
 private:
     std::span<std::uint8_t> provide(std::size_t size) override {
         release();
-        overflowed_ = overflowed_ || size > most_;
+        overflowed_ = overflowed_ || size > maximumBytes_;
         if (overflowed_) {
             return {};
         }
-        // Through length 0, so that nothing of an earlier canvas shows.
-        if (ftruncate(file_, 0) != 0) {
+        // Length 0 first, which discards the pixels of an earlier canvas.
+        if (ftruncate(file_, 0) != 0 || ftruncate(file_, static_cast<off_t>(size)) != 0) {
             return {};
         }
-        if (ftruncate(file_, static_cast<off_t>(size)) != 0) {
-            return {};
-        }
-        // All pages of a small bitmap are written soon; one by one they would cost more.
-        const int flags = size <= smallSlotPixels ? MAP_SHARED | MAP_POPULATE : MAP_SHARED;
+        // All pages of a small bitmap will be written. Mapping them at once costs less than one
+        // page fault each.
+        const int flags = size <= smallSlotPixelBytes ? MAP_SHARED | MAP_POPULATE : MAP_SHARED;
         void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, file_, 0);
         if (memory == MAP_FAILED) {
             return {};
@@ -63,7 +62,7 @@ private:
     }
 
     int file_;
-    std::size_t most_;
+    std::size_t maximumBytes_;
     std::span<std::uint8_t> mapped_;
     bool overflowed_ = false;
 };
@@ -81,7 +80,7 @@ std::span<const std::uint8_t> mapEncoded(const FileDescriptor& file) {
     return {static_cast<const std::uint8_t*>(memory), size};
 }
 
-// The task's descriptors have higher numbers, so that neither overwrites the other.
+// The task's descriptors have higher numbers than these, so dup2 overwrites none of them.
 bool keepOnlyTwoDescriptors(const DecodeTask& task) {
     if (dup2(task.answer.get(), childAnswer) < 0 || dup2(task.pixels.get(), childPixels) < 0) {
         return false;
@@ -100,7 +99,7 @@ void decodeAndAnswer(std::span<const std::uint8_t> encoded, DecodeSlot slot, int
                      DecodeFunction decode) {
     DecodeAnswer outcome;
     {
-        MemoryFilePixels store(pixels, pixelsOf(slot));
+        MemoryFilePixels store(pixels, maximumPixelBytes(slot));
         const auto image = decode(encoded, store);
         if (store.overflowed()) {
             outcome.status = DecodeAnswer::Status::needsLargeSlot;
@@ -109,7 +108,7 @@ void decodeAndAnswer(std::span<const std::uint8_t> encoded, DecodeSlot slot, int
                        image->hasAlpha ? 1U : 0U};
         }
     }
-    // Nobody is left to tell when this fails: the program takes the missing answer for a failure.
+    // If this fails, the program sees no answer and treats the image as undecodable.
     [[maybe_unused]] const auto written = write(answer, &outcome, sizeof outcome);
 }
 
@@ -118,10 +117,10 @@ void runDecoderChild(const DecodeTask& task, const Sandbox& sandbox, std::size_t
     const std::span<const std::uint8_t> encoded = mapEncoded(task.encoded);
     const bool large = task.slot == DecodeSlot::large;
     const SandboxLimits limits{mappedBefore + (large ? largeSlotMemory : smallSlotMemory),
-                               pixelsOf(task.slot), cpuSeconds};
+                               maximumPixelBytes(task.slot), cpuSeconds};
     if (!encoded.empty() && keepOnlyTwoDescriptors(task) && sandbox.enter(limits)) {
         decodeAndAnswer(encoded, task.slot, childPixels, childAnswer, decode);
-        close(childAnswer);  // the program need not wait until all memory has been given back
+        close(childAnswer);  // the program continues without waiting until all memory is freed
     }
     _exit(0);
 }

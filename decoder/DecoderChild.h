@@ -11,11 +11,11 @@ namespace glintmark::decoder {
 
 using DecodeFunction = std::optional<DecodedImage> (*)(std::span<const std::uint8_t>, PixelStore&);
 
-/// The numbers at which the child finds its two descriptors once it has closed all others.
+/// The numbers of the two descriptors that the child keeps.
 inline constexpr int childAnswer = 0;
 inline constexpr int childPixels = 1;
 
-/// One image to decode and where the outcome goes.
+/// One image to decode, and where the pixels and the answer go.
 struct DecodeTask {
     DecodeSlot slot = DecodeSlot::small;
     FileDescriptor encoded;
@@ -23,12 +23,13 @@ struct DecodeTask {
     FileDescriptor answer;
 };
 
-/// Runs in a process that was forked for one image, and ends it: enters the sandbox, only then
-/// looks at the image, decodes, answers. `mappedBefore` is the size of the process before the task.
+/// Runs in a process that was forked for one image, and exits: enters the sandbox, and only then
+/// reads the image, decodes it and answers. `mappedBefore` is the number of bytes that the process
+/// had mapped before the task.
 [[noreturn]] void runDecoderChild(const DecodeTask& task, const Sandbox& sandbox,
                                   std::size_t mappedBefore, DecodeFunction decode);
 
-/// The part of it that happens inside the sandbox, with the descriptors named.
+/// The part that runs inside the sandbox. `pixels` and `answer` are descriptors.
 void decodeAndAnswer(std::span<const std::uint8_t> encoded, DecodeSlot slot, int pixels, int answer,
                      DecodeFunction decode);
 

@@ -9,26 +9,26 @@
 #include "base/graphics/BitmapImageRep.h"
 #include "decoder/ImageLimits.h"
 
-// How the resident program and its image decoder talk. Both run on the same machine and come from
-// the same build, so that plain structs do.
+// The messages between the program and its image decoder, which runs in another process. Both run
+// on the same machine and come from the same build, so the messages are plain structs.
 //
 // The program sends a `DecodeRequest` over the decoder's socket (SOCK_SEQPACKET), with three
 // descriptors: a sealed memory file of the encoded bytes, an empty memory file for the pixels, and
-// the writing end of a pipe. A process that the decoder has forked for one image takes it from
-// there and writes one byte into the pipe, `accepted`, then a `DecodeAnswer`. The pipe ends without
-// an answer when that process dies, and without even the first byte when the decoder was gone
-// before it saw the request.
+// the writing end of a pipe. A child that the decoder forked for one image receives the request. It
+// writes one byte, `accepted`, into the pipe, and later a `DecodeAnswer`. If the child dies, the
+// pipe ends without an answer. If the decoder ended before it received the request, the pipe ends
+// without `accepted`, too.
 
 namespace glintmark::decoder {
 
-/// The number at which the decoder finds its socket.
+/// The number of the socket's descriptor in the decoder.
 inline constexpr int decoderSocket = 3;
 
-/// How much memory a decode may take. The large slot is for one image at a time.
+/// How much memory a decode may use. Only one image at a time uses the large slot.
 enum class DecodeSlot : std::uint32_t { small = 1, large = 2 };
 
-/// The bytes of pixels that fit the small slot; an `Image` keeps as many.
-inline constexpr std::size_t smallSlotPixels = std::size_t{4} << 20U;
+/// The maximum in the small slot. An `Image` keeps bitmaps of up to this size.
+inline constexpr std::size_t smallSlotPixelBytes = std::size_t{4} << 20U;
 
 struct DecodeRequest {
     DecodeSlot slot = DecodeSlot::small;
@@ -37,13 +37,13 @@ struct DecodeRequest {
 inline constexpr std::size_t requestDescriptors = 3;
 inline constexpr std::uint8_t accepted = 'a';
 
-/// Sent over the socket by a decoder that ends because it was idle, as its last message.
+/// The last message of a decoder that ends because it was idle, sent over the socket.
 inline constexpr std::uint8_t goodbye = 'g';
 
 struct DecodeAnswer {
     enum class Status : std::uint32_t {
-        decoded = 1,         ///< The pixels are in their memory file, which has just their size.
-        needsLargeSlot = 2,  ///< Not decoded: the pixels do not fit the slot.
+        decoded = 1,         ///< The pixels are in their memory file, which has exactly their size.
+        needsLargeSlot = 2,  ///< Not decoded: too many pixels for the small slot.
         undecodable = 3,
     };
 
@@ -58,8 +58,16 @@ struct DecodeAnswer {
     }
 };
 
-/// What a child wrote, after `accepted`. Absent unless it is one whole answer whose every value is
-/// in range for `slot`: a child that was taken over may write anything.
+/// True if the size of a decoded image is in range for `slot`.
+inline bool fitsSlot(const DecodeAnswer& answer, DecodeSlot slot) {
+    const auto isSide = [](std::int32_t side) { return side >= 1 && side <= maximumSide; };
+    return isSide(answer.width) && isSide(answer.height) &&
+           std::int64_t{answer.width} * answer.height <= maximumPixels &&
+           (slot == DecodeSlot::large || answer.pixelBytes() <= smallSlotPixelBytes);
+}
+
+/// Reads the bytes that a child wrote after `accepted`. Absent unless they are one whole answer and
+/// every value is in range for `slot`: an attacker who controls the child can write anything.
 inline std::optional<DecodeAnswer> parseAnswer(std::span<const std::uint8_t> bytes,
                                                DecodeSlot slot) {
     using Status = DecodeAnswer::Status;
@@ -68,31 +76,11 @@ inline std::optional<DecodeAnswer> parseAnswer(std::span<const std::uint8_t> byt
         return std::nullopt;
     }
     std::memcpy(&answer, bytes.data(), sizeof answer);
-    if (answer.status == Status::undecodable) {
-        return answer;
-    }
-    if (answer.status == Status::needsLargeSlot && slot == DecodeSlot::small) {
-        return answer;
-    }
-    if (answer.status != Status::decoded) {
-        return std::nullopt;
-    }
-    if (answer.width < 1 || answer.width > maximumSide) {
-        return std::nullopt;
-    }
-    if (answer.height < 1 || answer.height > maximumSide) {
-        return std::nullopt;
-    }
-    if (std::int64_t{answer.width} * answer.height > maximumPixels) {
-        return std::nullopt;
-    }
-    if (slot == DecodeSlot::small && answer.pixelBytes() > smallSlotPixels) {
-        return std::nullopt;
-    }
-    if (answer.hasAlpha > 1) {
-        return std::nullopt;
-    }
-    return answer;
+    const bool isValid =
+        answer.status == Status::undecodable ||
+        (answer.status == Status::needsLargeSlot && slot == DecodeSlot::small) ||
+        (answer.status == Status::decoded && fitsSlot(answer, slot) && answer.hasAlpha <= 1);
+    return isValid ? std::optional(answer) : std::nullopt;
 }
 
 }  // namespace glintmark::decoder

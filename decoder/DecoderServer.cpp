@@ -24,7 +24,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// As many as the program asks for at a time; further requests wait in the socket.
+// The program sends no more at a time. Further requests would wait in the socket.
 constexpr std::size_t maximumChildren = 2;
 
 std::size_t mappedBytes() {
@@ -53,7 +53,7 @@ public:
     void serve() {
         idleSince_ = Clock::now();
         forkSpare();
-        while (wait()) {
+        while (handleNextEvent()) {
         }
         for (const Child& child : children_) {
             kill(child.process.pid, SIGKILL);
@@ -65,57 +65,63 @@ private:
         ForkedProcess process;
         FileDescriptor channel;
         DecodeSlot slot;
-        bool began;
+        bool started;
         Clock::time_point deadline;
     };
 
-    /// Waits for one thing to happen and deals with it. False when there is nothing more to do.
-    bool wait() {
+    /// Waits for one event and handles it. False if no work is left.
+    bool handleNextEvent() {
         if (spare_ && hasRoom()) {
             spare_->allow();
         }
-        std::vector<pollfd> watched;
-        for (const Child& child : children_) {
-            watched.push_back({child.process.descriptor.get(), POLLIN, 0});
-        }
-        watched.push_back({spare_ ? spare_->channel() : -1, POLLIN, 0});
-        const bool listens = !spare_ && !leaving_ && hasRoom();
-        watched.push_back({decoderSocket, static_cast<short>(listens ? POLLIN : 0), 0});
+        std::vector<pollfd> watched = watchedDescriptors();
         poll(watched.data(), watched.size(), millisecondsUntil(nextDeadline()));
 
-        const int heard = watched.back().revents;
-        const bool spareMoved = watched[watched.size() - 2].revents != 0;
-        endAndReap();
-        // Nobody waits for an answer any more.
-        if ((heard & POLLHUP) != 0) {
-            return false;
+        const int socketEvents = watched.back().revents;
+        const bool spareIsReady = watched[watched.size() - 2].revents != 0;
+        killLateAndReap();
+        if ((socketEvents & POLLHUP) != 0) {
+            return false;  // the program has closed its end
         }
-        if (spareMoved) {
-            followSpare();
+        if (spareIsReady) {
+            handleSpare();
         }
-        if ((heard & POLLIN) != 0) {
+        if ((socketEvents & POLLIN) != 0) {
             replaceSpare();
         }
-        beginLarge();
+        startLarge();
         if (isIdleForLong()) {
             leave();
         }
         return !leaving_ || spare_ || !children_.empty();
     }
 
+    /// The ends of the children, then the spare child's channel, and the socket last. Requests on
+    /// the socket count only while no spare child takes them itself.
+    std::vector<pollfd> watchedDescriptors() const {
+        std::vector<pollfd> watched;
+        for (const Child& child : children_) {
+            watched.push_back({child.process.descriptor.get(), POLLIN, 0});
+        }
+        watched.push_back({spare_ ? spare_->channel() : -1, POLLIN, 0});
+        const bool acceptsRequests = !spare_ && !leaving_ && hasRoom();
+        watched.push_back({decoderSocket, static_cast<short>(acceptsRequests ? POLLIN : 0), 0});
+        return watched;
+    }
+
     Clock::time_point nextDeadline() const {
         if (!children_.empty()) {
             return children_.front().deadline;  // the oldest
         }
-        return leaving_ ? Clock::now() + options_.wallLimit : idleSince_ + options_.idleLimit;
+        return leaving_ ? Clock::now() + options_.decodeTimeout : idleSince_ + options_.idleTimeout;
     }
 
     bool isIdleForLong() const {
-        return !leaving_ && children_.empty() && Clock::now() >= idleSince_ + options_.idleLimit;
+        return !leaving_ && children_.empty() && Clock::now() >= idleSince_ + options_.idleTimeout;
     }
 
-    /// No request arrives after this: sending one fails, and by the message the program sees that
-    /// nothing died. One that came before is still taken.
+    /// Stops accepting requests: sending one fails from now on. The message shows the program that
+    /// no process died. A request that arrived before is still served.
     void leave() {
         leaving_ = true;
         send(decoderSocket, &goodbye, sizeof goodbye, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -125,20 +131,20 @@ private:
         }
     }
 
-    // A child may have answered and still have its memory, or be one that was taken over and stays:
-    // what all have together is bounded here as well as in the program.
+    // A child that has answered may still hold its memory, and one that an attacker controls may
+    // stay alive. So the memory of all children is limited here as well as in the program.
     bool hasRoom() const {
         return children_.size() < maximumChildren &&
                std::ranges::none_of(
                    children_, [](const Child& child) { return child.slot == DecodeSlot::large; });
     }
 
-    void followSpare() {
+    void handleSpare() {
         const auto slot = spare_->takenSlot();
         if (slot) {
             idleSince_ = Clock::now();
             children_.push_back({spare_->release(), spare_->releaseChannel(), *slot,
-                                 *slot == DecodeSlot::small, idleSince_ + options_.wallLimit});
+                                 *slot == DecodeSlot::small, idleSince_ + options_.decodeTimeout});
             forkSpare();
         } else {
             spare_ = nullptr;
@@ -154,7 +160,8 @@ private:
                                        : nullptr;
     }
 
-    /// For the request that waits, since the last one was killed or none could be made.
+    /// Forks a spare child for a request that already waits. Needed if the spare child was killed
+    /// or could not be forked.
     void replaceSpare() {
         forkSpare();
         isReplacement_ = spare_ != nullptr;
@@ -163,7 +170,8 @@ private:
         }
     }
 
-    /// Without its sandbox, or a process, no image is decoded: the pipe ends with no answer.
+    /// Receives the waiting request and closes its pipe without an answer, because there is no
+    /// sandbox or no process for it.
     void refuseRequest() {
         idleSince_ = Clock::now();
         DecodeTask task;
@@ -173,18 +181,18 @@ private:
         }
     }
 
-    void beginLarge() {
-        if (children_.size() != 1 || children_.front().began) {
+    void startLarge() {
+        if (children_.size() != 1 || children_.front().started) {
             return;
         }
-        children_.front().began = true;
-        children_.front().deadline = Clock::now() + options_.wallLimit;
-        giveWord(children_.front().channel);
+        children_.front().started = true;
+        children_.front().deadline = Clock::now() + options_.decodeTimeout;
+        sendGoAhead(children_.front().channel);
     }
 
-    void endAndReap() {
+    void killLateAndReap() {
         std::erase_if(children_, [this](const Child& child) {
-            const bool late = child.began && Clock::now() >= child.deadline;
+            const bool late = child.started && Clock::now() >= child.deadline;
             if (late) {
                 kill(child.process.pid, SIGKILL);
             }
@@ -209,7 +217,7 @@ private:
 }  // namespace
 
 int runDecoder(const DecoderServerOptions& options) {
-    // Its child is nobody's to wait for, so that the program needs no look-out for its end.
+    // Double fork: the program never has to reap the helper.
     const pid_t pid = fork();
     if (pid != 0) {
         _exit(pid > 0 ? 0 : 1);

@@ -8,16 +8,16 @@ namespace glintmark::decoder {
 
 class PixelStore;
 
-/// What was decoded; the pixels are in the last canvas that the `PixelStore` handed out.
+/// A decoded image. Its pixels are in the last canvas of the `PixelStore`.
 struct DecodedImage {
     int width = 0;
     int height = 0;
-    bool hasAlpha = false;  ///< Whether the file carries an alpha channel or a transparent colour.
+    bool hasAlpha = false;  ///< True if the file has an alpha channel or a transparent colour.
 };
 
-/// A decoder of one format: absent when `file` is not of that format, is broken or incomplete, or
-/// goes beyond the limits. An animation yields its first frame. Colour profiles, gamma and
-/// densities are ignored, and so is Exif orientation: the pixels come as they are stored.
+/// Decodes one format. Absent if `file` has another format, is broken or incomplete, or exceeds the
+/// limits. Of an animation it decodes the first frame. It returns the pixels as they are stored:
+/// colour profiles, gamma, densities and Exif orientation are ignored.
 using FormatDecoder = std::optional<DecodedImage>(std::span<const std::uint8_t> file, PixelStore&);
 
 FormatDecoder decodePNG;
@@ -27,9 +27,10 @@ FormatDecoder decodeTIFF;
 FormatDecoder decodeWebP;
 FormatDecoder decodeAVIF;
 FormatDecoder decodeBMP;
-FormatDecoder
-    decodeICO;  ///< ICO and CUR: the largest entry that decodes, the deepest among equals.
-FormatDecoder decodeICNS;  ///< Likewise.
+/// ICO and CUR. Decodes the largest entry that it can; of equal sizes, the one with most bits.
+FormatDecoder decodeICO;
+/// Chooses like `decodeICO`.
+FormatDecoder decodeICNS;
 
 /// Width, height and bits per pixel from the header of a PNG file, unchecked.
 struct PNGHeader {

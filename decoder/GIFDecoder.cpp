@@ -34,7 +34,7 @@ bool readExtension(GifFileType* gif, int& transparentIndex) {
     }
     while (block != nullptr) {
         GraphicsControlBlock control{};
-        // A block begins with its length.
+        // The first byte of a block is its length.
         if (code == GRAPHICS_EXT_FUNC_CODE &&
             DGifExtensionToGCB(block[0], block + 1, &control) == GIF_OK) {
             transparentIndex = control.TransparentColor;
@@ -46,8 +46,8 @@ bool readExtension(GifFileType* gif, int& transparentIndex) {
     return true;
 }
 
-/// Reads on until the header of the first frame has been read; `transparentIndex` stays -1 when
-/// the frame has no transparent colour.
+/// Reads up to the end of the first frame's header. Leaves `transparentIndex` alone if the frame
+/// has no transparent colour.
 bool readToFirstFrame(GifFileType* gif, int& transparentIndex) {
     for (;;) {
         GifRecordType type = UNDEFINED_RECORD_TYPE;
@@ -85,7 +85,7 @@ std::vector<int> rowOrder(int height, bool interlaced) {
 void drawRow(const std::vector<GifPixelType>& indices, const ColorMapObject& colours,
              int transparentIndex, std::uint8_t* rgba) {
     for (const GifPixelType index : indices) {
-        // An index beyond the table has no colour: black.
+        // An index beyond the table is black.
         if (index != transparentIndex) {
             const GifColorType colour =
                 index < colours.ColorCount ? colours.Colors[index] : GifColorType{0, 0, 0};
@@ -115,7 +115,8 @@ std::optional<DecodedImage> decodeGIF(std::span<const std::uint8_t> file, PixelS
         return std::nullopt;
     }
 
-    // A first frame that does not fit the screen enlarges it; what it leaves is transparent.
+    // A first frame that does not fit the screen enlarges it. Pixels outside the frame are
+    // transparent.
     const auto canvas = pixels.allocate(std::max(gif->SWidth, frame.Left + frame.Width),
                                         std::max(gif->SHeight, frame.Top + frame.Height));
     if (!canvas) {

@@ -10,7 +10,7 @@
 
 namespace glintmark::decoder {
 
-/// Keeps the pixels of an image that is decoded where it is used.
+/// Keeps the pixels on the heap, for images that are decoded in the process that uses them.
 class HeapPixels : public PixelStore {
 public:
     /// The pixels of the last canvas.

@@ -9,8 +9,9 @@
 #include "decoder/ImageLimits.h"
 #include "decoder/PixelStore.h"
 
-// The icon family file as Apple's <IconStorage.h> lists its elements: a type of four letters, the
-// length of the element with these eight bytes, its data. Masks are elements of their own.
+// The icon family file, with the elements that Apple's <IconStorage.h> lists. An element is a type
+// of four letters, the element's length including these eight bytes, and data. Masks are separate
+// elements.
 
 namespace glintmark::decoder {
 
@@ -19,11 +20,11 @@ namespace {
 constexpr std::size_t elementHeaderSize = 8;
 
 enum class Coding : std::uint8_t {
-    file,       // a PNG, or a JPEG 2000 that counts as one that does not decode
+    file,       // a PNG, or a JPEG 2000, which is not supported
     argb,       // "ARGB" and four channels of runs; or a file
-    rgb,        // three channels of runs; the mask has eight bits
-    indexed8,   // indices into the system's 256 colours, eight-bit or one-bit mask
-    indexed4,   // likewise 16 colours, left pixel in the high half
+    rgb,        // three channels of runs, with an eight-bit mask
+    indexed8,   // indices into the system's 256 colours, with an eight-bit or one-bit mask
+    indexed4,   // the same with 16 colours, left pixel in the upper half of a byte
     oneBit,     // one bit, 1 is black, opaque
     maskedBit,  // the same, followed by its mask
 };
@@ -34,7 +35,7 @@ struct ElementType {
     int height;
     Coding coding;
     std::string_view mask;     // eight bits a pixel
-    std::string_view bitMask;  // used where that is absent; stands behind that element's picture
+    std::string_view bitMask;  // used if that is absent; the mask follows this element's picture
 };
 
 constexpr ElementType elementTypes[] = {
@@ -86,7 +87,7 @@ struct Picture {
     std::int64_t height;
 };
 
-/// Absent when an element ends outside the file or there are too many.
+/// Absent if an element ends outside the file or there are too many.
 std::optional<std::vector<Element>> readElements(std::span<const std::uint8_t> file) {
     const ByteReader bytes(file);
     std::vector<Element> elements;
@@ -112,7 +113,7 @@ std::span<const std::uint8_t> find(const std::vector<Element>& elements, std::st
     return found == elements.end() ? std::span<const std::uint8_t>() : found->data;
 }
 
-// Among equal sizes the table's order, which is by depth.
+// Equal sizes keep the order of the table, which is by depth.
 std::vector<Picture> picturesBestFirst(const std::vector<Element>& elements) {
     std::vector<Picture> pictures;
     for (const ElementType& type : elementTypes) {
@@ -120,7 +121,7 @@ std::vector<Picture> picturesBestFirst(const std::vector<Element>& elements) {
         if (data.empty()) {
             continue;
         }
-        const auto png = pngHeader(data);  // may have another size than its element's type says
+        const auto png = pngHeader(data);  // its size may differ from that of the element's type
         if (png && (png->width > maximumSide || png->height > maximumSide)) {
             continue;
         }
@@ -133,8 +134,8 @@ std::vector<Picture> picturesBestFirst(const std::vector<Element>& elements) {
     return pictures;
 }
 
-// Runs as in these elements: below 128, that many bytes and one more follow; otherwise the next
-// byte stands that many times less 125. Absent when the data ends before `count` bytes were made.
+// Unpacks the runs of these elements. After a control byte n below 128, n + 1 literal bytes follow;
+// otherwise the next byte is repeated n - 125 times. Absent if the data ends before `count` bytes.
 std::optional<std::vector<std::uint8_t>> unpack(std::span<const std::uint8_t> runs,
                                                 std::size_t count) {
     const ByteReader bytes(runs);
@@ -182,7 +183,7 @@ bool drawARGB(const Picture& picture, const Canvas& canvas) {
 bool drawRGB(const Picture& picture, const Canvas& canvas) {
     const std::size_t count = pixelCount(*picture.type);
     const ByteReader bytes(picture.data);
-    // The largest of these begins with four zero bytes.
+    // An it32 element begins with four zero bytes.
     const std::size_t skipped = picture.type->name == "it32" && bytes.big32(0) == 0 ? 4 : 0;
     auto planes = unpack(bytes.from(skipped), count * 3);
     if (!planes) {
@@ -235,7 +236,7 @@ bool drawIndexed(const Picture& picture, const Canvas& canvas) {
     return true;
 }
 
-/// False when the picture has no mask, or one that is too short.
+/// False if the picture has no mask or its mask is too short.
 bool applyMask(const ElementType& type, const std::vector<Element>& elements,
                const Canvas& canvas) {
     const std::size_t count = pixelCount(type);

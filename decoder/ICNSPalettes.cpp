@@ -12,7 +12,7 @@ constexpr std::array<std::uint32_t, 16> colours = {
     0x1FB714, 0x006411, 0x562C05, 0x90713A, 0xC0C0C0, 0x808080, 0x404040, 0x000000,
 };
 
-constexpr unsigned cubeSize = 215;  // 6 x 6 x 6 without black, which comes last of all
+constexpr unsigned cubeSize = 215;  // 6 x 6 x 6 without black, which is the last of the 256
 constexpr std::uint32_t cubeStep = 0x33;
 constexpr unsigned rampLength = 10;
 constexpr std::array<std::uint32_t, rampLength> ramp = {0xEE, 0xDD, 0xBB, 0xAA, 0x88,
@@ -27,7 +27,7 @@ std::uint32_t systemColourOf8Bits(unsigned index) {
         const std::uint32_t blue = 0xFF - index % 6 * cubeStep;
         return red << 16U | green << 8U | blue;
     }
-    // Then ramps of red, green, blue and grey through the values that the cube leaves out.
+    // After the cube: ramps of red, green, blue and grey with the values that the cube lacks.
     const unsigned place = index - cubeSize;
     if (place >= 4 * rampLength) {
         return 0x000000;

@@ -18,11 +18,11 @@ constexpr std::size_t entrySize = 16;
 constexpr std::size_t lengthField = 8;
 constexpr std::size_t offsetField = 12;
 
-/// An image of the file. Size and depth are those of the image itself: the directory's are often
-/// wrong and cannot tell sizes above 256.
+/// An image of the file. Size and depth come from the image itself, since those of the directory
+/// are often wrong and end at 256 pixels.
 struct Entry {
     std::span<const std::uint8_t> bytes;
-    std::optional<DIBHeader> dib;  // otherwise a PNG
+    std::optional<DIBHeader> dib;  // absent for a PNG
     std::int64_t width = 0;
     std::int64_t height = 0;
     unsigned depth = 0;
@@ -37,7 +37,7 @@ std::optional<Entry> readEntry(std::span<const std::uint8_t> bytes) {
     if (!dib) {
         return std::nullopt;
     }
-    dib->height /= 2;  // counts the rows of the mask as well
+    dib->height /= 2;  // the header also counts the rows of the mask
     Entry entry{bytes, std::nullopt, dib->width, dib->height, dib->bitsPerPixel};
     entry.dib = std::move(dib);
     return entry;
@@ -62,8 +62,8 @@ std::vector<Entry> entriesBestFirst(const ByteReader& file, std::size_t count) {
     return entries;
 }
 
-// The mask behind the picture: one bit a pixel, set where it is transparent, rows like those of a
-// one-bit picture. Masks that files leave off or cut short hide nothing.
+// The mask follows the picture. It has one bit per pixel, set for a transparent one, in rows like
+// those of a one-bit picture. Pixels beyond the end of a missing or short mask are opaque.
 void applyMask(const DIBHeader& header, std::span<const std::uint8_t> mask, const Canvas& canvas) {
     const ByteReader bytes(mask);
     const std::size_t stride = (static_cast<std::size_t>(canvas.width()) + 31) / 32 * 4;
@@ -93,7 +93,7 @@ std::optional<DecodedImage> decodeDIBEntry(const Entry& entry, PixelStore& pixel
     if (!drawDIB(header, bytes.from(header.end), *canvas, usesAlpha)) {
         return std::nullopt;
     }
-    // Where the picture has an alpha channel of its own, the mask is for old displays.
+    // A picture with an alpha channel has the mask only for old displays.
     if (!usesAlpha) {
         const std::size_t picture = header.bytesPerRow() * static_cast<std::size_t>(entry.height);
         applyMask(header, bytes.from(header.end + picture), *canvas);

@@ -5,9 +5,9 @@
 
 namespace glintmark::decoder {
 
-// Beyond these an image counts as one that does not decode.
+// An image beyond these limits is not decoded.
 inline constexpr int maximumEntries = 64;  ///< Images in one ICO, CUR or ICNS file.
-inline constexpr int maximumSide = 16384;  ///< In pixels, either direction.
+inline constexpr int maximumSide = 16384;  ///< Width or height, in pixels.
 inline constexpr std::int64_t maximumPixels = 50'000'000;
 
 }  // namespace glintmark::decoder

@@ -16,7 +16,7 @@ namespace glintmark::decoder {
 
 namespace {
 
-// Real progressive files have about ten; each costs a pass over the whole image.
+// Real progressive files have about ten scans. Each is a pass over the whole image.
 constexpr int maximumScans = 100;
 
 struct JPEGReader {
@@ -30,12 +30,12 @@ struct JPEGReader {
     jpeg_progress_mgr progress{};
     std::jmp_buf leave{};
     bool ended = false;    // the bytes ran out
-    bool starved = false;  // pixels were made up for want of data
+    bool starved = false;  // the library made up pixels because data was missing
 };
 
 JPEGReader& readerOf(j_common_ptr jpeg) { return *static_cast<JPEGReader*>(jpeg->client_data); }
 
-// The library asks to leave by a jump: by an exception it would have to unwind C frames.
+// The library requires a jump: an exception would unwind its C frames.
 [[noreturn]] void onError(j_common_ptr jpeg) { std::longjmp(readerOf(jpeg).leave, 1); }
 
 void onMessage(j_common_ptr jpeg, int /*level*/) {
@@ -55,7 +55,7 @@ void onProgress(j_common_ptr jpeg) {
 
 bool isFourColour(J_COLOR_SPACE space) { return space == JCS_CMYK || space == JCS_YCCK; }
 
-// The functions with setjmp own nothing, so that a jump out of the library skips no destructor.
+// The functions that call setjmp own nothing, so a jump out of the library skips no destructor.
 
 bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     jpeg_decompress_struct& jpeg = reader.jpeg;
@@ -77,8 +77,8 @@ bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     return true;
 }
 
-// Adobe's files hold the four colours inverted, as light instead of ink (Adobe technical note
-// 5116); no file says otherwise without also lacking Adobe's marker.
+// Files with Adobe's marker store the four colours inverted, as light instead of ink (Adobe
+// technical note 5116). Files without it store them as ink.
 void convertFromFourColours(const std::uint8_t* cmyk, bool inverted, std::uint8_t* rgba,
                             int width) {
     const unsigned flip = inverted ? 0 : 255;
@@ -130,7 +130,7 @@ std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, Pixel
     if (!readRows(reader, *canvas, fourColours.empty() ? nullptr : fourColours.data())) {
         return std::nullopt;
     }
-    // A file that merely lacks its end mark is whole; one whose last pixels are made up is not.
+    // A file that lacks only its end mark is complete; one with made-up pixels is not.
     if (reader.ended && reader.starved) {
         return std::nullopt;
     }

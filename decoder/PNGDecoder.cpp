@@ -13,7 +13,7 @@ namespace glintmark::decoder {
 
 namespace {
 
-// Chunks besides the image itself are skipped unread, so that these only bound what is left.
+// All chunks that the pixels do not need are skipped unread, so these limits concern the others.
 constexpr png_uint_32 maximumChunkCount = 256;
 constexpr png_alloc_size_t maximumChunkSize = 1U << 20U;
 constexpr png_uint_32 opaque = 0xFF;
@@ -39,7 +39,7 @@ void readBytes(png_structp png, png_bytep destination, std::size_t length) {
     bytes = bytes.subspan(length);
 }
 
-// The library asks to leave by a jump: by an exception it would have to unwind C frames.
+// The library requires a jump: an exception would unwind its C frames.
 void onError(png_structp png, png_const_charp /*message*/) { png_longjmp(png, 1); }
 void onWarning(png_structp /*png*/, png_const_charp /*message*/) {}
 
@@ -52,7 +52,7 @@ bool create(PNGReader& reader) {
     return reader.info != nullptr;
 }
 
-// The functions with setjmp own nothing, so that a jump out of the library skips no destructor.
+// The functions that call setjmp own nothing, so a jump out of the library skips no destructor.
 
 bool readHeader(PNGReader& reader) {
     if (setjmp(png_jmpbuf(reader.png)) != 0) {
@@ -62,7 +62,7 @@ bool readHeader(PNGReader& reader) {
     png_set_user_limits(reader.png, maximumSide, maximumSide);
     png_set_chunk_cache_max(reader.png, maximumChunkCount);
     png_set_chunk_malloc_max(reader.png, maximumChunkSize);
-    // Negative: everything but what the pixels need, compressed texts and profiles included.
+    // -1 stands for all chunks that the pixels do not need, with compressed texts and profiles.
     png_set_keep_unknown_chunks(reader.png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
     png_read_info(reader.png, reader.info);
 

@@ -7,8 +7,8 @@
 
 namespace glintmark::decoder {
 
-/// Room for the straight RGBA pixels of one image, transparent until written. Refers to memory of
-/// the `PixelStore` that made it.
+/// The RGBA pixels of one image, not multiplied by alpha, transparent until written. Refers to
+/// memory of the `PixelStore` that made it.
 class Canvas {
 public:
     Canvas(int width, int height, std::span<std::uint8_t> pixels)
@@ -26,17 +26,18 @@ private:
     std::span<std::uint8_t> pixels_;
 };
 
-/// Where decoders put pixels. Keeps the limits on sizes, so that no decoder can forget them.
+/// Gives decoders memory for pixels. Checks the limits on sizes, so that no decoder can forget
+/// them.
 class PixelStore {
 public:
     virtual ~PixelStore() = default;
 
-    /// Absent when the size is empty or beyond the limits, or there is no memory for it. Replaces
-    /// the canvas handed out before, if any.
+    /// Absent if the size is empty or beyond the limits, or if memory is missing. An earlier canvas
+    /// becomes invalid.
     std::optional<Canvas> allocate(std::int64_t width, std::int64_t height);
 
 private:
-    /// `size` zeroed bytes, valid until the next call; empty when they cannot be had.
+    /// `size` zeroed bytes, valid until the next call; empty if there is no memory.
     virtual std::span<std::uint8_t> provide(std::size_t size) = 0;
 };
 

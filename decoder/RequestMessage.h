@@ -11,8 +11,8 @@ namespace glintmark::decoder {
 
 using RequestDescriptors = std::array<int, requestDescriptors>;
 
-/// Sends a request with its descriptors over `socket`, waiting for room. False when the other end
-/// is gone.
+/// Sends a request with its descriptors over `socket`. Blocks while the socket's buffer is full.
+/// False if the other end is closed.
 inline bool sendRequest(int socket, DecodeRequest request, const RequestDescriptors& descriptors) {
     iovec content{&request, sizeof request};
     alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof descriptors)> control{};

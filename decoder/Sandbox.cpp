@@ -30,7 +30,7 @@ bool limit(__rlimit_resource resource, rlim_t value) {
 }
 
 bool applyLimits(const SandboxLimits& limits) {
-    // The sanitizers reserve terabytes of addresses for their own bookkeeping.
+    // The sanitizers reserve terabytes of addresses.
     if (!sanitizedBuild && !limit(RLIMIT_AS, limits.addressSpace)) {
         return false;
     }
@@ -38,7 +38,7 @@ bool applyLimits(const SandboxLimits& limits) {
            limit(RLIMIT_CORE, 0) && limit(RLIMIT_NPROC, 0) && limit(RLIMIT_NOFILE, 0);
 }
 
-// landlock(7): rights that a later version than the kernel's knows must not be named.
+// landlock(7): the kernel refuses rights that its version does not know.
 std::uint64_t fileRights(long version) {
     std::uint64_t rights = (LANDLOCK_ACCESS_FS_MAKE_SYM << 1U) - 1;  // all of version 1
     if (version >= 2) {
@@ -53,7 +53,7 @@ std::uint64_t fileRights(long version) {
     return rights;
 }
 
-// A rule set without any rule: no file can be opened, made or changed by its name.
+// A rule set without any rule: no file can be opened, created or changed by its name.
 void denyFiles() {
     const long version =
         syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
@@ -78,7 +78,7 @@ bool allowOn(void* filter, int call, int descriptor) {
     return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &onlyIt) == 0;
 }
 
-// Memory, but none that can be executed.
+// Allows calls for memory that is not executable.
 bool allowUnlessExecutable(void* filter, int call) {
     const scmp_arg_cmp notExecutable{2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
     return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &notExecutable) == 0;
@@ -98,12 +98,12 @@ bool allowDecoding(void* filter, int answer, int pixels) {
            allowUnlessExecutable(filter, SCMP_SYS(mprotect)) &&
            allowOn(filter, SCMP_SYS(ftruncate), pixels) &&
            allowOn(filter, SCMP_SYS(write), answer) && allowOn(filter, SCMP_SYS(close), answer) &&
-           // Where libraries write their warnings: closed, which they do not mind.
+           // Libraries write warnings there. The descriptor is closed, so these calls just fail.
            allowOn(filter, SCMP_SYS(write), STDERR_FILENO);
 }
 
-// What the sanitizers do at any time on their own behalf: look at their stacks and maps, write
-// their report, wait for their own threads.
+// The sanitizers call these at any time: to look at stacks and maps, to write a report, to wait for
+// their own threads.
 bool allowSanitizer(void* filter) {
     static constexpr int calls[] = {
         SCMP_SYS(sigaltstack),     SCMP_SYS(rt_sigaction), SCMP_SYS(rt_sigprocmask),
@@ -120,7 +120,7 @@ bool allowSanitizer(void* filter) {
     return true;
 }
 
-/// What the kernel is given: the library has no way to write it but into a file. Empty on failure.
+/// The filter in the kernel's form, which the library can write only to a file. Empty on failure.
 std::vector<sock_filter> compiled(void* filter) {
     const FileDescriptor file(memfd_create("filter", MFD_CLOEXEC));
     if (!file || seccomp_export_bpf(filter, file.get()) != 0) {

@@ -10,28 +10,28 @@
 namespace glintmark::decoder {
 
 struct SandboxLimits {
-    std::size_t addressSpace = 0;  ///< In bytes, with all that is mapped already.
-    std::size_t fileSize = 0;      ///< Of any file that is written, in bytes.
+    std::size_t addressSpace = 0;  ///< In bytes, including what is already mapped.
+    std::size_t fileSize = 0;      ///< Maximum length of a written file, in bytes.
     unsigned cpuSeconds = 0;
 };
 
-/// A state in which a process has given up, for good, all that decoding an image does not need: no
-/// new files (also by Landlock where the kernel has it), no new privileges, little memory and time,
-/// and an allow-list of system calls whose breach kills the process.
+/// Takes from a process, for good, everything that decoding an image does not need. The process
+/// gets no new files (also by Landlock where the kernel has it), no new privileges, little memory
+/// and time, and an allow-list of system calls; any other call kills it.
 class Sandbox {
 public:
-    /// What can be made ready ahead of time. `answer` is the one descriptor that may be written to,
-    /// `pixels` the one whose length may be changed. Absent when the system lacks seccomp.
+    /// Compiles the list of system calls. Only `answer` may be written to and closed, only the
+    /// length of `pixels` may change. Absent if the system lacks seccomp.
     static std::optional<Sandbox> prepare(int answer, int pixels);
 
-    /// Enters it. False when it is not wholly in force (a kernel without Landlock apart): then
-    /// nothing untrusted may be touched. Only for a process with a single thread.
+    /// Restricts the calling process, which must have one thread. False if any restriction but
+    /// Landlock failed: then the process must not read untrusted data.
     bool enter(const SandboxLimits& limits) const;
 
 private:
     explicit Sandbox(std::vector<sock_filter> filter) : filter_(std::move(filter)) {}
 
-    std::vector<sock_filter> filter_;  // of system calls, ready for the kernel
+    std::vector<sock_filter> filter_;  // the list of system calls in the kernel's form
 };
 
 }  // namespace glintmark::decoder

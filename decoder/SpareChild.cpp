@@ -16,25 +16,25 @@ namespace glintmark::decoder {
 
 namespace {
 
-constexpr std::uint8_t word = 'w';
+constexpr std::uint8_t goAhead = 'w';
 
 // pidfd_open(2), which the C library's header declares without C linkage.
 FileDescriptor processDescriptor(pid_t pid) {
     return FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
 }
 
-// Next to the socket; of its parent's other descriptors it keeps none.
+// The number after the socket's. The child closes all higher ones.
 constexpr int childChannel = decoderSocket + 1;
 
-/// Ends the process when the parent has ended instead.
-void awaitWord() {
+/// Exits if the parent has ended.
+void awaitGoAhead() {
     std::uint8_t received = 0;
     if (read(childChannel, &received, sizeof received) != sizeof received) {
         _exit(0);
     }
 }
 
-/// Ends the process when there will be none.
+/// Exits if no task can arrive any more.
 DecodeTask awaitTask() {
     DecodeTask task;
     for (;;) {
@@ -53,20 +53,20 @@ DecodeTask awaitTask() {
                            std::size_t mappedBefore, DecodeFunction decode) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
-        _exit(0);  // it ended before that
+        _exit(0);  // the parent ended before the call
     }
     if (dup2(channel.get(), childChannel) < 0 || close_range(childChannel + 1, ~0U, 0) != 0) {
         _exit(0);
     }
     warmUpForPNG();
-    awaitWord();
+    awaitGoAhead();
     const DecodeTask task = awaitTask();
-    // Said first: a child that is killed before the program knows of its acceptance is no harm.
+    // Before `accepted`: if the child is killed in between, the program sends the request again.
     if (write(childChannel, &task.slot, sizeof task.slot) != sizeof task.slot) {
         _exit(0);
     }
     if (task.slot == DecodeSlot::large) {
-        awaitWord();
+        awaitGoAhead();
     }
     if (write(task.answer.get(), &accepted, sizeof accepted) != sizeof accepted) {
         _exit(0);
@@ -76,8 +76,8 @@ DecodeTask awaitTask() {
 
 }  // namespace
 
-void giveWord(const FileDescriptor& channel) {
-    send(channel.get(), &word, sizeof word, MSG_NOSIGNAL | MSG_DONTWAIT);
+void sendGoAhead(const FileDescriptor& channel) {
+    send(channel.get(), &goAhead, sizeof goAhead, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 std::unique_ptr<SpareChild> SpareChild::fork(const Sandbox& sandbox, std::size_t mappedBefore,
@@ -110,7 +110,7 @@ SpareChild::~SpareChild() {
 
 void SpareChild::allow() {
     if (!allowed_) {
-        giveWord(channel_);
+        sendGoAhead(channel_);
     }
     allowed_ = true;
 }

@@ -13,37 +13,39 @@ namespace glintmark::decoder {
 
 struct ForkedProcess {
     pid_t pid = -1;
-    FileDescriptor descriptor;  ///< Readable when it has ended; see pidfd_open(2).
+    FileDescriptor descriptor;  ///< Readable once the process has ended; see pidfd_open(2).
 };
 
-/// A child that is forked before there is an image for it, so that no image waits for that, and
-/// takes its request from `decoderSocket` itself, so that none is handed on. Until then it has no
-/// other descriptor but that and its channel to the parent. It ends with its parent.
+/// A child that is forked before its request arrives, so that no request waits for a fork. It
+/// receives the request from `decoderSocket` itself, so that the parent need not forward it.
+/// Besides the standard streams it has only that socket and a channel to the parent. It ends if the
+/// parent ends.
 ///
-/// It waits for its parent's word before it takes a request, and after that says which slot that is
-/// for. With the large slot it waits for the word once more before it begins.
+/// The child waits for the parent's go-ahead before it receives a request. It then sends the
+/// request's slot to the parent. For the large slot it waits for a second go-ahead before it
+/// starts.
 class SpareChild {
 public:
-    /// Null when the system has no more processes or descriptors.
+    /// Null if the system has no more processes or descriptors.
     static std::unique_ptr<SpareChild> fork(const Sandbox& sandbox, std::size_t mappedBefore,
                                             DecodeFunction decode);
 
-    ~SpareChild();  ///< Kills it, unless it was released.
+    ~SpareChild();  ///< Kills the child, unless it was released.
     SpareChild(const SpareChild&) = delete;
     SpareChild& operator=(const SpareChild&) = delete;
 
-    /// Lets it take a request. Once is enough.
+    /// Sends the first go-ahead. Further calls do nothing.
     void allow();
 
-    int channel() const { return channel_.get(); }  ///< Readable when it has taken one or died.
+    int channel() const { return channel_.get(); }  ///< Readable if it has a request or died.
 
-    /// The slot of the request it has taken; absent when it died before.
+    /// The slot of the child's request; absent if the child died before it had one.
     std::optional<DecodeSlot> takenSlot() const;
 
-    /// What to wait for; the child is spare no more.
+    /// The caller must reap the child from now on.
     ForkedProcess release() { return std::exchange(process_, {}); }
 
-    /// Where the word goes for which a child with a large image waits.
+    /// The channel for the second go-ahead.
     FileDescriptor releaseChannel() { return std::move(channel_); }
 
 private:
@@ -55,7 +57,7 @@ private:
     bool allowed_ = false;
 };
 
-/// Gives the word over a channel.
-void giveWord(const FileDescriptor& channel);
+/// Sends a go-ahead to the child at the other end of `channel`.
+void sendGoAhead(const FileDescriptor& channel);
 
 }  // namespace glintmark::decoder

@@ -53,9 +53,9 @@ toff_t seek(thandle_t handle, toff_t offset, int whence) {
 int closeNothing(thandle_t /*handle*/) { return 0; }
 toff_t sizeOf(thandle_t handle) { return sourceOf(handle).bytes.size(); }
 
-// The library then reads strips and tiles where they lie instead of copying them.
+// With a mapping the library reads strips and tiles in place instead of copying them.
 int map(thandle_t handle, tdata_t* base, toff_t* size) {
-    // It promises not to write to the mapping of a file opened for reading.
+    // The library does not write to the mapping of a file that is open for reading.
     *base = const_cast<std::uint8_t*>(sourceOf(handle).bytes.data());
     *size = sourceOf(handle).bytes.size();
     return 1;
@@ -63,8 +63,8 @@ int map(thandle_t handle, tdata_t* base, toff_t* size) {
 
 void unmap(thandle_t /*handle*/, tdata_t /*base*/, toff_t /*size*/) {}
 
-// TIFF 6.0, section 18: colours may be stored multiplied by their alpha or not. The library would
-// multiply those that are not; declared as multiplied they come out as they are stored.
+// TIFF 6.0, section 18: colours are stored multiplied by alpha or not. The library multiplies those
+// that are not. Declared as multiplied, they come out as stored.
 bool takeColoursAsStored(TIFF* tiff) {
     std::uint16_t count = 0;
     std::uint16_t* kinds = nullptr;
@@ -99,11 +99,11 @@ void divideByAlpha(const Canvas& canvas) {
     }
 }
 
-/// The library's converter to RGBA, ended with its owner.
+/// The library's converter to RGBA. The destructor ends it.
 class Converter {
 public:
     explicit Converter(TIFF* tiff) {
-        char message[1024];  // the library's promise about its length
+        char message[1024];  // the length that the library requires
         begun_ = TIFFRGBAImageOK(tiff, message) == 1 &&
                  TIFFRGBAImageBegin(&image_, tiff, /*stop=*/1, message) == 1;
         image_.req_orientation = ORIENTATION_TOPLEFT;
@@ -148,8 +148,8 @@ std::optional<DecodedImage> decodeTIFF(std::span<const std::uint8_t> file, Pixel
     if (!canvas) {
         return std::nullopt;
     }
-    // Its pixels are 32-bit words with red in the lowest byte: on little-endian machines, bytes in
-    // our order.
+    // The library's pixels are 32-bit words with red in the lowest byte. On little-endian machines
+    // these are RGBA bytes.
     auto* raster = reinterpret_cast<std::uint32_t*>(canvas->pixels().data());
     if (TIFFRGBAImageGet(&image, raster, image.width, image.height) != 1) {
         return std::nullopt;

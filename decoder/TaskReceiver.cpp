@@ -13,8 +13,8 @@ namespace {
 
 using Descriptors = std::array<FileDescriptor, requestDescriptors>;
 
-/// Takes the descriptors that arrived with `message` into `owned` and says how many there were; the
-/// alignment of the message leaves room for one more than fits, which is closed.
+/// Moves the descriptors that arrived with `message` into `owned` and returns their number. Because
+/// of the message's alignment one more may have arrived than `owned` holds. That one is closed.
 std::size_t takeDescriptors(msghdr& message, Descriptors& owned) {
     std::size_t taken = 0;
     for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;

@@ -8,11 +8,11 @@ namespace glintmark::decoder {
 
 enum class Received : std::uint8_t {
     task,
-    nothing,  ///< Nothing that can be used.
-    end,      ///< The other end is gone.
+    nothing,  ///< No message, or a malformed one.
+    end,      ///< The other end is closed.
 };
 
-/// Takes the next task that was sent over `socket` into `task`. `flags` are those of recvmsg(2).
+/// Receives the next task from `socket` into `task`. `flags` are those of recvmsg(2).
 Received receiveTask(int socket, DecodeTask& task, int flags = 0);
 
 }  // namespace glintmark::decoder

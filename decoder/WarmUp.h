@@ -2,12 +2,12 @@
 
 namespace glintmark::decoder {
 
-/// Decodes a tiny picture with each library, so that what they set up once, and the pages this
-/// touches, are there before a child is forked. False when a library cannot read its sample.
+/// Decodes every sample, so that the libraries have set up their tables and touched their pages
+/// before a child is forked. False if a sample does not decode.
 bool warmUp();
 
-/// The same for the most common format alone: in a child, before its image is there, so that the
-/// child's own copies of those pages are.
+/// Decodes only the sample of the most common format. A child does this while it waits for its
+/// image, so that its own copies of the pages exist when the image arrives.
 bool warmUpForPNG();
 
 }  // namespace glintmark::decoder

@@ -14,7 +14,7 @@ struct DeleteDemuxer {
     void operator()(WebPDemuxer* demuxer) const { WebPDemuxDelete(demuxer); }
 };
 
-/// A frame of the file, released with its owner.
+/// A frame of the file. The destructor releases it.
 struct Frame {
     Frame() = default;
     ~Frame() { WebPDemuxReleaseIterator(&iterator); }

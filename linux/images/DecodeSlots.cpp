@@ -18,7 +18,7 @@ DecodeSlots::LargeHold DecodeSlots::takeLarge() {
     std::unique_lock lock(mutex_);
     const std::uint64_t ticket = nextTicket_++;
     changed_.wait(lock, [&] { return served_ == ticket && decoding_ == 0; });
-    changed_.wait_for(lock, patience_, [&] { return largeBitmaps_ == 0; });
+    changed_.wait_for(lock, maximumWait_, [&] { return largeBitmaps_ == 0; });
     ++served_;
     changed_.notify_all();
     return {hold(&DecodeSlots::decoding_, slots), hold(&DecodeSlots::largeBitmaps_, 1)};

@@ -8,26 +8,26 @@
 
 namespace glintmark::platform {
 
-/// Bounds what decoding takes at a time: two small images, or a single large one, or a small one
-/// beside the bitmap of a large one. Callers are served in the order in which they come. Any
-/// thread; always held by a `shared_ptr`.
+/// Limits what is decoded at a time: two small images, or one large image, or one small image while
+/// the bitmap of a large one is in use. Callers are served in order. Any thread. Always owned by a
+/// `shared_ptr`.
 class DecodeSlots : public std::enable_shared_from_this<DecodeSlots> {
 public:
-    /// Given back when the last copy goes away.
+    /// Releases the slot when the last copy is destroyed.
     using Hold = std::shared_ptr<const void>;
 
     struct LargeHold {
         Hold decoding;
-        Hold bitmap;  ///< To be kept as long as the pixels that were decoded.
+        Hold bitmap;  ///< Keep it as long as the decoded pixels.
     };
 
-    explicit DecodeSlots(std::chrono::milliseconds patience = std::chrono::seconds(2))
-        : patience_(patience) {}
+    explicit DecodeSlots(std::chrono::milliseconds maximumWait = std::chrono::seconds(2))
+        : maximumWait_(maximumWait) {}
 
     Hold takeSmall();
 
-    /// Also waits until the bitmap of the large image before is gone, but not for ever: a caller
-    /// that keeps one slows others down and does not stop them.
+    /// Also waits until the bitmap of the previous large image is released, but at most
+    /// `maximumWait`: a caller that keeps a bitmap delays others and does not block them.
     LargeHold takeLarge();
 
 private:
@@ -35,10 +35,11 @@ private:
 
     Hold hold(int DecodeSlots::*counter, int count);  // with the mutex held
 
-    const std::chrono::milliseconds patience_;
+    const std::chrono::milliseconds maximumWait_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::uint64_t nextTicket_ = 0;  // the four from here on are guarded by the mutex
+    // The mutex guards the rest.
+    std::uint64_t nextTicket_ = 0;
     std::uint64_t served_ = 0;
     int decoding_ = 0;
     int largeBitmaps_ = 0;

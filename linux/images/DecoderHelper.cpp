@@ -19,8 +19,8 @@ namespace glintmark::platform {
 namespace {
 
 /// posix_spawn(3) with an empty environment, the null device as standard streams and `socket` as
-/// the only other descriptor, in a session of its own so that no terminal's signals reach it. Safe
-/// while other threads run, unlike fork(2).
+/// the only other descriptor. The process gets a new session, so that no terminal's signals reach
+/// it. Unlike fork(2) this is safe while other threads run.
 std::optional<pid_t> spawn(const std::string& path, int socket) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -54,13 +54,13 @@ std::optional<pid_t> spawn(const std::string& path, int socket) {
     return error == 0 ? std::optional(pid) : std::nullopt;
 }
 
-/// What was started leaves the work to a process of its own and ends at once, so that nobody has to
-/// look out for the end of the one that works.
-bool handedOver(pid_t pid) {
+/// Reaps the started process, which forks the helper and exits at once. The program never has to
+/// reap the helper itself. False if the fork failed.
+bool startedHelper(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0) {
         if (errno != EINTR) {
-            return errno == ECHILD;  // gone already where SIGCHLD is ignored
+            return errno == ECHILD;  // reaped by the kernel if SIGCHLD is ignored
         }
     }
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
@@ -73,7 +73,7 @@ DecoderHelper::DecoderHelper(std::string path)
 
 DecoderHelper::Connection DecoderHelper::send(const Request& request) {
     const std::lock_guard lock(mutex_);
-    if (connection_ && !stillThere()) {
+    if (connection_ && !isConnected()) {
         drop();
     }
     if (connection_ && transmit(request)) {
@@ -110,14 +110,15 @@ bool DecoderHelper::start() {
     }
     auto ours = std::make_shared<const FileDescriptor>(ends[0]);
     const FileDescriptor theirs(ends[1]);
-    // By way of this process, since the new one has closed its copy before it executes the file.
+    // The path goes through this process: the new one closes its copies before it executes the
+    // file.
     const auto held =
         "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(executable_.get());
     auto pid = executable_ ? spawn(held, theirs.get()) : std::nullopt;
     if (!pid) {
         pid = spawn(path_, theirs.get());
     }
-    if (!pid || !handedOver(*pid)) {
+    if (!pid || !startedHelper(*pid)) {
         pause_.died(RestartPause::Clock::now());
         return false;
     }
@@ -126,18 +127,19 @@ bool DecoderHelper::start() {
 }
 
 void DecoderHelper::drop() {
-    std::uint8_t word = 0;
-    const ssize_t length = recv(connection_->get(), &word, sizeof word, MSG_DONTWAIT);
-    if (length != 1 || word != decoder::goodbye) {
+    std::uint8_t message = 0;
+    const ssize_t length = recv(connection_->get(), &message, sizeof message, MSG_DONTWAIT);
+    if (length != 1 || message != decoder::goodbye) {
         pause_.died(RestartPause::Clock::now());
     }
     connection_ = nullptr;
 }
 
-// The decoder sends nothing over the socket but its goodbye.
-bool DecoderHelper::stillThere() const {
-    std::uint8_t word = 0;
-    const ssize_t length = recv(connection_->get(), &word, sizeof word, MSG_DONTWAIT | MSG_PEEK);
+// The helper sends nothing over the socket except its goodbye.
+bool DecoderHelper::isConnected() const {
+    std::uint8_t message = 0;
+    const ssize_t length =
+        recv(connection_->get(), &message, sizeof message, MSG_DONTWAIT | MSG_PEEK);
     return length < 0 && (errno == EAGAIN || errno == EINTR);
 }
 

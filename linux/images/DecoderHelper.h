@@ -11,9 +11,9 @@
 
 namespace glintmark::platform {
 
-/// The process that decodes images: started when there is something to decode, let go when it says
-/// goodbye, replaced when it dies. Any thread. It ends by itself when this object, or the program,
-/// goes away, since its socket then ends.
+/// The process that decodes images. It is started for the first request, and again for the next
+/// request after it has ended. Any thread. The process ends when this object is destroyed or the
+/// program ends, because its socket is then closed.
 class DecoderHelper {
 public:
     using Connection = std::shared_ptr<const FileDescriptor>;
@@ -25,27 +25,30 @@ public:
         int answer;
     };
 
-    /// `path` is that of the executable, which is held open: when an upgrade replaces it, the one
-    /// of this program's own build is started all the same.
+    /// `path` names the executable. It is kept open, so that the file of this program's own build
+    /// is started even after an upgrade has replaced it.
     explicit DecoderHelper(std::string path);
 
-    /// Hands `request` over and says to which process. Null when none can be started now.
+    /// Sends `request` and returns the connection to the process that received it. Null if none can
+    /// be started now.
     Connection send(const Request& request);
 
-    void worked();                            ///< A request was answered.
-    void lost(const Connection& connection);  ///< A request was not even accepted, or not in time.
+    void worked();  ///< A request was answered.
+    void lost(
+        const Connection& connection);  ///< A request was not accepted, or not answered in time.
 
 private:
-    // These four need the mutex held.
+    // The caller of these four holds the mutex.
     bool start();
     void drop();
-    bool stillThere() const;
+    bool isConnected() const;
     bool transmit(const Request& request) const;
 
     const std::string path_;
     const FileDescriptor executable_;
     std::mutex mutex_;
-    Connection connection_;  // guarded by the mutex, and so is the pause
+    // The mutex guards the rest.
+    Connection connection_;
     RestartPause pause_;
 };
 

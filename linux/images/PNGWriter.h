@@ -16,7 +16,7 @@ struct PNGText {
 /// `bitmap` as a PNG file, compressed for speed rather than size. Any thread.
 std::string encodedPNG(const BitmapImageRep& bitmap);
 
-/// `png`, a file that `encodedPNG` made, with one tEXt chunk per text before its pixels (PNG,
+/// `png`, a file from `encodedPNG`, with one tEXt chunk per text inserted before the pixels (PNG,
 /// third edition, 11.3.3.2). The pixels are not compressed again.
 std::string withTexts(std::string_view png, std::span<const PNGText> texts);
 

@@ -6,14 +6,14 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::chrono::seconds shortestPause{1};
-constexpr std::chrono::seconds longestPause = std::chrono::minutes(5);
+constexpr std::chrono::seconds minimumPause{1};
+constexpr std::chrono::seconds maximumPause = std::chrono::minutes(5);
 
 }  // namespace
 
 void RestartPause::died(Clock::time_point now) {
     notBefore_ = now + next_;
-    next_ = std::clamp(next_ * 2, shortestPause, longestPause);
+    next_ = std::clamp(next_ * 2, minimumPause, maximumPause);
 }
 
 void RestartPause::worked() {

@@ -4,15 +4,15 @@
 
 namespace glintmark::platform {
 
-/// When a process that dies may be started again: at once after a first death, then after pauses
-/// that double from 1 s to 5 min while deaths repeat. Not synchronised.
+/// Limits how often a process that dies is started again: at once after the first death, then after
+/// pauses that double from 1 s to 5 min. Not synchronised.
 class RestartPause {
 public:
     using Clock = std::chrono::steady_clock;
 
     bool mayStart(Clock::time_point now) const { return now >= notBefore_; }
     void died(Clock::time_point now);
-    void worked();  ///< The next death is a first one again.
+    void worked();  ///< The next death counts as the first.
 
 private:
     std::chrono::seconds next_{0};

@@ -31,7 +31,7 @@ FileDescriptor memoryFile() {
     return FileDescriptor(memfd_create("image", MFD_CLOEXEC | MFD_ALLOW_SEALING));
 }
 
-/// Fixes length and contents for good. Fails while anybody has it mapped for writing.
+/// Makes length and contents final. Fails while any process has the file mapped for writing.
 bool seal(const FileDescriptor& file) {
     constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
     return fcntl(file.get(), F_ADD_SEALS, seals) == 0;
@@ -49,12 +49,12 @@ FileDescriptor sealedFileOf(std::string_view bytes) {
     return file && seal(file) ? std::move(file) : FileDescriptor();
 }
 
-/// A copy of the pixels. To seal a file that was written just now the kernel has to look whether
-/// any processor still works on it, which takes longer than to copy a small one. Absent unless the
-/// file has exactly the length that `answer` needs.
+/// A copy of the pixels. Sealing a file that has just been written takes longer than copying a
+/// small one, because the kernel checks that no processor still writes to it. Absent unless the
+/// file has exactly the length that `answer` requires.
 std::optional<BitmapImageRep> copyPixels(const FileDescriptor& file, const DecodeAnswer& answer) {
     const std::size_t size = answer.pixelBytes();
-    // Read beyond the end as well, so that a longer file shows.
+    // One byte more, to notice a file that is too long.
     void* memory = mmap(nullptr, size + 1, PROT_READ | PROT_WRITE,
                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
     if (memory == MAP_FAILED) {
@@ -69,8 +69,8 @@ std::optional<BitmapImageRep> copyPixels(const FileDescriptor& file, const Decod
                           {static_cast<const std::uint8_t*>(memory), size});
 }
 
-/// The pixels where they are, mapped as long as the result lives, and `hold` with them. Absent
-/// unless the file has exactly the length that `answer` needs.
+/// The pixels mapped from the file, without a copy. The result keeps the mapping and `hold`. Absent
+/// unless the file has exactly the length that `answer` requires.
 std::optional<BitmapImageRep> mapPixels(const FileDescriptor& file, const DecodeAnswer& answer,
                                         DecodeSlots::Hold hold) {
     struct stat status {};
@@ -91,9 +91,9 @@ std::optional<BitmapImageRep> mapPixels(const FileDescriptor& file, const Decode
                           {static_cast<const std::uint8_t*>(memory), size});
 }
 
-/// What came through the pipe of one request.
+/// The bytes from the pipe of one request.
 struct Received {
-    // One byte longer than it may be, so that too long an answer shows.
+    // One byte more, to notice an answer that is too long.
     std::array<std::uint8_t, sizeof decoder::accepted + sizeof(DecodeAnswer) + 1> bytes{};
     std::size_t length = 0;
     bool inTime = true;
@@ -104,9 +104,9 @@ struct Received {
     }
 };
 
-/// Waits for the end of the pipe, which the child closes when it has unmapped the pixels and
-/// answered; its death does the same. To wake up for each thing it writes would take longer. One
-/// that writes more than the pipe holds is kept waiting until its parent kills it.
+/// Waits for the end of the pipe. The child closes it after unmapping the pixels and answering, or
+/// by dying. Waking up for each write would take longer. A child that writes more than the pipe's
+/// buffer blocks until the helper kills it. False after `deadline`.
 bool awaitEnd(const FileDescriptor& pipe, Clock::time_point deadline) {
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
@@ -139,11 +139,11 @@ Received receive(const FileDescriptor& pipe, Clock::time_point deadline) {
 
 }  // namespace
 
-/// What the decoder and the large images it has made have in common.
+/// The state that the decoder shares with its large images.
 class SandboxedImageDecoder::Client : public std::enable_shared_from_this<Client> {
 public:
-    Client(std::string helperPath, std::chrono::milliseconds answerLimit)
-        : helper_(std::move(helperPath)), answerLimit_(answerLimit) {}
+    Client(std::string helperPath, std::chrono::milliseconds answerTimeout)
+        : helper_(std::move(helperPath)), answerTimeout_(answerTimeout) {}
 
     std::shared_ptr<const Image> decode(std::string data) {
         const FileDescriptor pixels = memoryFile();
@@ -185,7 +185,7 @@ private:
         return mapPixels(pixels, *answer, std::move(turn.bitmap));
     }
 
-    /// Absent when the image does not decode.
+    /// Absent if the image does not decode.
     std::optional<DecodeAnswer> ask(std::string_view data, const FileDescriptor& pixels,
                                     DecodeSlot slot) {
         const FileDescriptor encoded = sealedFileOf(data);
@@ -193,7 +193,7 @@ private:
             return std::nullopt;
         }
         auto received = askOnce(encoded, pixels, slot);
-        // A decoder that ended just now never saw the request; another one will.
+        // The helper ended before it received the request. Send it to a new one.
         if (received && received->inTime && !received->wasAccepted()) {
             received = askOnce(encoded, pixels, slot);
         }
@@ -207,7 +207,7 @@ private:
         return answer;
     }
 
-    /// Absent when there is no decoder to ask.
+    /// Absent if there is no helper.
     std::optional<Received> askOnce(const FileDescriptor& encoded, const FileDescriptor& pixels,
                                     DecodeSlot slot) {
         std::array<int, 2> ends{};
@@ -221,7 +221,7 @@ private:
             return std::nullopt;
         }
         theirs = FileDescriptor();
-        const Received received = receive(ours, Clock::now() + answerLimit_);
+        const Received received = receive(ours, Clock::now() + answerTimeout_);
         if (received.inTime && received.wasAccepted()) {
             helper_.worked();
         } else {
@@ -232,12 +232,12 @@ private:
 
     const std::shared_ptr<DecodeSlots> slots_ = std::make_shared<DecodeSlots>();
     DecoderHelper helper_;
-    const std::chrono::milliseconds answerLimit_;
+    const std::chrono::milliseconds answerTimeout_;
 };
 
 SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath,
-                                             std::chrono::milliseconds answerLimit)
-    : client_(std::make_shared<Client>(std::move(helperPath), answerLimit)) {}
+                                             std::chrono::milliseconds answerTimeout)
+    : client_(std::make_shared<Client>(std::move(helperPath), answerTimeout)) {}
 
 SandboxedImageDecoder::~SandboxedImageDecoder() = default;
 

@@ -10,18 +10,18 @@ namespace glintmark::platform {
 
 class DecoderHelper;
 
-/// Decodes images in a sandboxed process of its own; no byte of an image is looked at in this one.
+/// Decodes images in a separate, sandboxed process. This process never reads an image's bytes.
 ///
-/// Bitmaps of up to 4 MiB are kept; of a larger image the encoded bytes are, and each request for
-/// its pixels decodes it again. Images may outlive the decoder. Any thread; a caller waits for its
-/// turn and its result. No thread and no event source of its own, and the process goes away when
-/// it was idle for 30 s.
+/// An image of up to 4 MiB keeps its bitmap. A larger one keeps its encoded bytes and is decoded
+/// again whenever its pixels are needed. Images may outlive the decoder. Any thread; calls block
+/// until the result is there. The decoder has no thread and no event source, and its process ends
+/// after 30 s without a request.
 class SandboxedImageDecoder : public ImageDecoder {
 public:
-    /// `helperPath` is that of `glintmark-image-decoder`. A child that does not answer is killed by
-    /// its parent after 5 s; `answerLimit` is how long to wait in case the parent fails too.
-    explicit SandboxedImageDecoder(std::string helperPath,
-                                   std::chrono::milliseconds answerLimit = std::chrono::seconds(7));
+    /// `helperPath` names `glintmark-image-decoder`. The helper kills a child that does not answer
+    /// within 5 s. `answerTimeout` applies if the helper fails too.
+    explicit SandboxedImageDecoder(
+        std::string helperPath, std::chrono::milliseconds answerTimeout = std::chrono::seconds(7));
     ~SandboxedImageDecoder() override;
 
     std::shared_ptr<const Image> decode(std::string data) override;

@@ -48,7 +48,7 @@ TEST_P(BombTest, ShowsNothingLarge) {
 
 INSTANTIATE_TEST_SUITE_P(Bombs, BombTest, testing::ValuesIn(imageFileNames("bomb-")), testName);
 
-TEST(DecodeImageTest, NothingIsNoImage) { EXPECT_FALSE(decoded(Bytes{})); }
+TEST(DecodeImageTest, AnEmptyFileIsNoImage) { EXPECT_FALSE(decoded(Bytes{})); }
 
 TEST(DecodeImageTest, ASignatureAloneIsNoImage) {
     for (const std::string& name : imageFileNames()) {
@@ -64,7 +64,7 @@ TEST(DecodeImageTest, FiftyMillionPixelsAreAllowed) {
     EXPECT_EQ(bitmap->pixelsWide(), 10000);
 }
 
-TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
+TEST(DecodeImageTest, NoTruncatedImageDoesHarm) {
     for (const std::string& name : smallImageFileNames()) {
         const Bytes file = imageFile(name);
         const std::size_t step = std::max<std::size_t>(1, file.size() / 100);
@@ -74,7 +74,7 @@ TEST(DecodeImageTest, EveryCutOfEveryImageIsSurvived) {
     }
 }
 
-TEST(DecodeImageTest, DamagedImagesAreSurvived) {
+TEST(DecodeImageTest, NoDamagedImageDoesHarm) {
     std::mt19937 random(1);
     for (const std::string& name : smallImageFileNames()) {
         const Bytes file = imageFile(name);

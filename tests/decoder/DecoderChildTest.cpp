@@ -14,7 +14,7 @@ namespace {
 
 using Status = DecodeAnswer::Status;
 
-/// What a child does inside its sandbox, done here.
+/// The part of a child that runs inside the sandbox, called in this process.
 class DecoderChildTest : public testing::Test {
 protected:
     DecoderChildTest() {
@@ -47,7 +47,7 @@ protected:
     FileDescriptor pixels_;
 };
 
-TEST_F(DecoderChildTest, ThePixelsLieInTheirFileWhichHasJustTheirSize) {
+TEST_F(DecoderChildTest, ThePixelFileHasExactlyTheSizeOfThePixels) {
     const auto answer = answerTo(imageFile("rgba8.png"), DecodeSlot::small);
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->status, Status::decoded);
@@ -60,13 +60,13 @@ TEST_F(DecoderChildTest, ThePixelsLieInTheirFileWhichHasJustTheirSize) {
     EXPECT_EQ(last, (std::array<std::uint8_t, 4>{200, 200, 200, 225}));
 }
 
-TEST_F(DecoderChildTest, WhatDoesNotDecodeIsSaidSo) {
+TEST_F(DecoderChildTest, ABrokenImageIsAnsweredAsUndecodable) {
     const auto answer = answerTo(imageFile("truncated.png"), DecodeSlot::small);
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->status, Status::undecodable);
 }
 
-TEST_F(DecoderChildTest, ALargeImageAsksForTheLargeSlot) {
+TEST_F(DecoderChildTest, ALargeImageNeedsTheLargeSlot) {
     const Bytes file = imageFile("large-1025x1024.png");
     const auto small = answerTo(file, DecodeSlot::small);
     ASSERT_TRUE(small);
@@ -78,7 +78,7 @@ TEST_F(DecoderChildTest, ALargeImageAsksForTheLargeSlot) {
     EXPECT_EQ(pixelFileSize(), large->pixelBytes());
 }
 
-TEST_F(DecoderChildTest, ALargeImageIsNotPassedOverForASmallerOne) {
+TEST_F(DecoderChildTest, ALargeImageIsNotReplacedByASmallerOneOfTheFile) {
     const auto answer = answerTo(
         imageFile("rgba8.png"), DecodeSlot::small,
         [](std::span<const std::uint8_t> file, PixelStore& pixels) -> std::optional<DecodedImage> {
@@ -91,7 +91,7 @@ TEST_F(DecoderChildTest, ALargeImageIsNotPassedOverForASmallerOne) {
     EXPECT_EQ(answer->status, Status::needsLargeSlot);
 }
 
-TEST_F(DecoderChildTest, ASecondCanvasIsTransparentAgain) {
+TEST_F(DecoderChildTest, ASecondCanvasIsTransparent) {
     const auto answer = answerTo(
         {1}, DecodeSlot::small,
         [](std::span<const std::uint8_t>, PixelStore& pixels) -> std::optional<DecodedImage> {
@@ -106,7 +106,7 @@ TEST_F(DecoderChildTest, ASecondCanvasIsTransparentAgain) {
     EXPECT_EQ(pixelFileSize(), 8U);
 }
 
-TEST_F(DecoderChildTest, WithoutAFileForPixelsNothingDecodes) {
+TEST_F(DecoderChildTest, WithoutAPixelFileNothingDecodes) {
     pixels_ = FileDescriptor();
     const auto answer = answerTo(imageFile("rgba8.png"), DecodeSlot::small);
     ASSERT_TRUE(answer);

@@ -19,7 +19,7 @@ bool isAccepted(const DecodeAnswer& answer, DecodeSlot slot) {
     return parseAnswer(bytes(answer), slot).has_value();
 }
 
-TEST(DecoderProtocolTest, AnAnswerComesBackAsItWasWritten) {
+TEST(DecoderProtocolTest, AnAnswerIsReadAsItWasWritten) {
     const auto answer = parseAnswer(bytes({Status::decoded, 3, 2, 1}), DecodeSlot::small);
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->status, Status::decoded);
@@ -29,7 +29,7 @@ TEST(DecoderProtocolTest, AnAnswerComesBackAsItWasWritten) {
     EXPECT_EQ(answer->pixelBytes(), 24U);
 }
 
-TEST(DecoderProtocolTest, ItsLengthIsExact) {
+TEST(DecoderProtocolTest, AnAnswerOfAnotherLengthIsRefused) {
     auto text = bytes({Status::decoded, 1, 1, 0});
     text.push_back(0);
     EXPECT_FALSE(parseAnswer(text, DecodeSlot::small));
@@ -38,7 +38,7 @@ TEST(DecoderProtocolTest, ItsLengthIsExact) {
     EXPECT_FALSE(parseAnswer({}, DecodeSlot::small));
 }
 
-TEST(DecoderProtocolTest, EveryValueIsInRange) {
+TEST(DecoderProtocolTest, ValuesOutOfRangeAreRefused) {
     EXPECT_TRUE(isAccepted({Status::decoded, 16384, 1, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::decoded, 16385, 1, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::decoded, 1, 16385, 0}, DecodeSlot::small));
@@ -50,14 +50,14 @@ TEST(DecoderProtocolTest, EveryValueIsInRange) {
     EXPECT_TRUE(isAccepted({Status::undecodable, -5, 0, 9}, DecodeSlot::small));
 }
 
-TEST(DecoderProtocolTest, TheSlotBoundsThePixels) {
+TEST(DecoderProtocolTest, TheSlotLimitsThePixels) {
     EXPECT_TRUE(isAccepted({Status::decoded, 1024, 1024, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::decoded, 1024, 1025, 0}, DecodeSlot::small));
     EXPECT_TRUE(isAccepted({Status::decoded, 10000, 5000, 0}, DecodeSlot::large));
     EXPECT_FALSE(isAccepted({Status::decoded, 10000, 5001, 0}, DecodeSlot::large));
 }
 
-TEST(DecoderProtocolTest, OnlyTheSmallSlotCanBeTooSmall) {
+TEST(DecoderProtocolTest, OnlyTheSmallSlotCanNeedTheLargeOne) {
     EXPECT_TRUE(isAccepted({Status::needsLargeSlot, 0, 0, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::needsLargeSlot, 0, 0, 0}, DecodeSlot::large));
 }

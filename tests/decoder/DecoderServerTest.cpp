@@ -24,7 +24,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int patienceMilliseconds = 60'000;  // only a failing test waits for so long
+constexpr int patienceMilliseconds = 60'000;  // only a failing test waits that long
 
 std::vector<pid_t> childrenOf(pid_t process) {
     const std::string id = std::to_string(process);
@@ -36,19 +36,19 @@ std::vector<pid_t> childrenOf(pid_t process) {
     return found;
 }
 
-/// Whether it lives and has not entered its sandbox.
+/// True if the process runs and has not entered its sandbox.
 bool isWaiting(pid_t process) {
     std::ifstream file("/proc/" + std::to_string(process) + "/status");
     const std::string status{std::istreambuf_iterator<char>(file), {}};
     return status.find("\nSeccomp:\t0\n") != std::string::npos;
 }
 
-/// The decoder as the process of its own that it is, with the test as the program.
+/// The decoder in a separate process. The test is the program.
 class DecoderServerTest : public testing::Test {
 protected:
     static void SetUpTestSuite() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
 
-    void startDecoder(std::chrono::milliseconds idleLimit) {
+    void startDecoder(std::chrono::milliseconds idleTimeout) {
         std::array<int, 2> ends{};
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
         program_ = FileDescriptor(ends[0]);
@@ -57,7 +57,7 @@ protected:
         if (starter == 0) {
             dup2(theirs.get(), decoderSocket);
             close_range(decoderSocket + 1, ~0U, 0);
-            _exit(runDecoder({.idleLimit = idleLimit}));
+            _exit(runDecoder({.idleTimeout = idleTimeout}));
         }
         ASSERT_EQ(waitpid(starter, nullptr, 0), starter);
         const auto left = childrenOf(getpid());
@@ -80,13 +80,14 @@ protected:
         decoder_ = -1;
     }
 
-    /// Those whose parent has ended are the test's. It ends only if they do.
+    /// Reaps all processes whose parent has ended; the test is their parent then. Blocks until they
+    /// have ended.
     static void waitForLeftChildren() {
         while (waitpid(-1, nullptr, 0) > 0) {
         }
     }
 
-    /// The child that waits for the next request, while there is no other.
+    /// The child that waits for the next request, when all other children have ended.
     pid_t spare() const {
         std::vector<pid_t> found;
         do {
@@ -95,7 +96,8 @@ protected:
         return found.front();
     }
 
-    /// The reading end of a new request's pipe; empty when it could not be sent.
+    /// Sends a request and returns the reading end of its pipe. Empty if the request cannot be
+    /// sent.
     FileDescriptor ask(const Bytes& file) {
         const FileDescriptor encoded(memfd_create("encoded", MFD_CLOEXEC));
         const FileDescriptor pixels(memfd_create("pixels", MFD_CLOEXEC));
@@ -109,7 +111,7 @@ protected:
         return sent ? std::move(reading) : FileDescriptor();
     }
 
-    /// All that comes through a pipe.
+    /// All bytes from a pipe.
     static std::vector<std::uint8_t> readAll(const FileDescriptor& pipe) {
         std::vector<std::uint8_t> all;
         std::array<std::uint8_t, 100> bytes{};
@@ -136,10 +138,10 @@ protected:
     }
 
     bool saysGoodbye() const {
-        std::uint8_t word = 0;
+        std::uint8_t message = 0;
         pollfd readable{program_.get(), POLLIN, 0};
         return poll(&readable, 1, patienceMilliseconds) == 1 &&
-               recv(program_.get(), &word, sizeof word, 0) == 1 && word == goodbye;
+               recv(program_.get(), &message, sizeof message, 0) == 1 && message == goodbye;
     }
 
     FileDescriptor program_;
@@ -147,7 +149,7 @@ protected:
     const Bytes good_ = imageFile("rgba8.png");
 };
 
-TEST_F(DecoderServerTest, ARequestThatCameBeforeTheDecoderLeftIsServedAndNoneIsTakenAfter) {
+TEST_F(DecoderServerTest, ARequestFromBeforeTheGoodbyeIsServedAndALaterOneFails) {
     startDecoder(100ms);
     ASSERT_TRUE(isDecoded(ask(good_)));
     const pid_t waiting = spare();
@@ -160,7 +162,7 @@ TEST_F(DecoderServerTest, ARequestThatCameBeforeTheDecoderLeftIsServedAndNoneIsT
     EXPECT_FALSE(ask(good_));
 }
 
-TEST_F(DecoderServerTest, WithoutDescriptorsARequestIsRefusedAndThoseAfterAreServed) {
+TEST_F(DecoderServerTest, ARequestWithoutFreeDescriptorsIsRefusedAndLaterOnesAreServed) {
     startDecoder(1h);
     ASSERT_TRUE(isDecoded(ask(good_)));
     const pid_t waiting = spare();
@@ -175,7 +177,7 @@ TEST_F(DecoderServerTest, WithoutDescriptorsARequestIsRefusedAndThoseAfterAreSer
     EXPECT_TRUE(isDecoded(ask(good_)));
 }
 
-TEST_F(DecoderServerTest, ItEndsWithTheProgramAndLeavesNoChild) {
+TEST_F(DecoderServerTest, TheDecoderEndsWithTheProgramAndLeavesNoChild) {
     startDecoder(1h);
     const FileDescriptor running = ask(good_);
     program_ = FileDescriptor();

@@ -7,8 +7,8 @@
 namespace glintmark::decoder {
 namespace {
 
-// What the test images show. Most are 6 x 5 pixels of `colours` or of one of its relatives; those
-// of lossy formats are 32 x 24 pixels of `smooth`.
+// The patterns of the test images. Most images have 6 x 5 pixels; those of lossy formats have
+// 32 x 24 pixels of `smooth`.
 
 Colour colours(int x, int y) { return {x * 40, y * 50, x * y * 10}; }
 Colour coloursWithAlpha(int x, int y) { return {x * 40, y * 50, x * y * 10, (x + y) * 25}; }
@@ -55,14 +55,14 @@ Colour checksWithMask(int x, int y) {
     return colour;
 }
 
-/// `pattern` with `transparent` pixels wherever `hidden` says so.
+/// `pattern` with transparent pixels where `hidden` is true.
 Pattern hiding(const Pattern& pattern, std::function<bool(int, int)> hidden) {
     return [pattern, hidden = std::move(hidden)](int x, int y) {
         return hidden(x, y) ? Colour{0, 0, 0, 0} : pattern(x, y);
     };
 }
 
-/// `pattern` moved into a larger canvas that is transparent around it.
+/// 6 x 5 pixels of `pattern` at (`left`, `top`) of a larger canvas that is otherwise transparent.
 Pattern inside(const Pattern& pattern, int left, int top) {
     return [=](int x, int y) {
         const bool covered = x >= left && x < left + 6 && y >= top && y < top + 5;
@@ -88,7 +88,7 @@ TEST_P(FormatsTest, ShowsItsPattern) {
     EXPECT_EQ(bitmap->pixelsWide(), file.width);
     EXPECT_EQ(bitmap->pixelsHigh(), file.height);
     EXPECT_EQ(bitmap->hasAlpha(), file.hasAlpha);
-    EXPECT_LE(greatestDifference(*bitmap, file.pattern), file.tolerance);
+    EXPECT_LE(maximumDifference(*bitmap, file.pattern), file.tolerance);
 }
 
 std::string testName(const testing::TestParamInfo<FileCase>& info) {
@@ -121,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
                              hiding(colours, [](int x, int y) { return x == 2 && y == 1; })},
                     FileCase{"gray8-trns.png", 6, 5, true,
                              hiding(grey, [](int x, int y) { return shade(x, y) == shade(3, 2); })},
-                    // Texts and profiles are skipped unread, bombs among them.
+                    // Texts and profiles are skipped unread, also oversized ones.
                     FileCase{"bomb-ztxt.png", 6, 5, false, colours},
                     FileCase{"bomb-iccp.png", 6, 5, false, colours}),
     testName);
@@ -155,7 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     TIFF, FormatsTest,
     testing::Values(FileCase{"rgba-unassociated.tiff", 6, 5, true, coloursWithAlpha},
-                    // Dividing by a small alpha brings back few of the digits.
+                    // Division by a small alpha loses precision.
                     FileCase{"rgba-associated.tiff", 6, 5, true, coloursWithAlpha, 3},
                     FileCase{"rgba-unspecified.tiff", 6, 5, true, coloursWithAlpha, 3},
                     FileCase{"rgb-big-endian.tiff", 6, 5, false, colours},

@@ -58,8 +58,8 @@ std::optional<BitmapImageRep> decoded(const Bytes& file) {
     return BitmapImageRep(image->width, image->height, image->hasAlpha, pixels.take());
 }
 
-int greatestDifference(const BitmapImageRep& bitmap, const Pattern& pattern) {
-    int greatest = 0;
+int maximumDifference(const BitmapImageRep& bitmap, const Pattern& pattern) {
+    int maximum = 0;
     std::size_t at = 0;
     for (int y = 0; y < bitmap.pixelsHigh(); ++y) {
         for (int x = 0; x < bitmap.pixelsWide(); ++x, at += 4) {
@@ -68,12 +68,12 @@ int greatestDifference(const BitmapImageRep& bitmap, const Pattern& pattern) {
             if (expected.alpha == 0 && pixel[3] == 0) {
                 continue;
             }
-            greatest = std::max(
-                {greatest, std::abs(expected.red - pixel[0]), std::abs(expected.green - pixel[1]),
+            maximum = std::max(
+                {maximum, std::abs(expected.red - pixel[0]), std::abs(expected.green - pixel[1]),
                  std::abs(expected.blue - pixel[2]), std::abs(expected.alpha - pixel[3])});
         }
     }
-    return greatest;
+    return maximum;
 }
 
 }  // namespace glintmark::decoder

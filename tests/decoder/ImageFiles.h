@@ -24,7 +24,7 @@ std::vector<std::string> smallImageFileNames();
 /// `name` as the name of a parameter of a test, which has letters, digits and "_" only.
 std::string testNameOf(std::string name);
 
-/// `file` decoded here, without a sandbox.
+/// Decodes `file` in this process, without a sandbox.
 std::optional<BitmapImageRep> decoded(const Bytes& file);
 inline std::optional<BitmapImageRep> decoded(const std::string& name) {
     return decoded(imageFile(name));
@@ -39,8 +39,8 @@ struct Colour {
 
 using Pattern = std::function<Colour(int x, int y)>;
 
-/// The greatest difference between `bitmap` and `pattern` in any channel. Where both are fully
-/// transparent the colour does not count.
-int greatestDifference(const BitmapImageRep& bitmap, const Pattern& pattern);
+/// The largest difference between `bitmap` and `pattern` in any channel. The colours of a pixel
+/// that is fully transparent in both do not count.
+int maximumDifference(const BitmapImageRep& bitmap, const Pattern& pattern);
 
 }  // namespace glintmark::decoder

@@ -21,7 +21,7 @@ protected:
         decoder_ = FileDescriptor(ends[1]);
     }
 
-    /// Sends any bytes with so many descriptors.
+    /// Sends `bytes` with `descriptors` descriptors.
     void send(std::string bytes, std::size_t descriptors) {
         iovec part{bytes.data(), bytes.size()};
         msghdr message{};
@@ -44,7 +44,7 @@ protected:
 
     Received receive() { return receiveTask(decoder_.get(), task_, MSG_DONTWAIT); }
 
-    /// The lowest number that no descriptor has.
+    /// The lowest free descriptor number.
     static int nextDescriptor() {
         return FileDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)).get();
     }
@@ -70,7 +70,7 @@ TEST_F(TaskReceiverTest, ARequestArrivesWithItsDescriptors) {
     EXPECT_EQ(receive(), Received::nothing);
 }
 
-TEST_F(TaskReceiverTest, OnlyAWholeRequestIsATask) {
+TEST_F(TaskReceiverTest, OnlyACompleteRequestIsATask) {
     const std::string request = requestFor(1);
     send(request.substr(1), requestDescriptors);
     send(request + '\0', requestDescriptors);
@@ -85,7 +85,7 @@ TEST_F(TaskReceiverTest, OnlyAWholeRequestIsATask) {
     EXPECT_EQ(receive(), Received::task);
 }
 
-TEST_F(TaskReceiverTest, WhatIsRefusedLeavesNoDescriptorOpen) {
+TEST_F(TaskReceiverTest, ARefusedRequestLeavesNoDescriptorOpen) {
     const int next = nextDescriptor();
     for (const std::size_t descriptors : {1U, 4U, 5U, 9U}) {
         send(requestFor(1), descriptors);
@@ -97,7 +97,7 @@ TEST_F(TaskReceiverTest, WhatIsRefusedLeavesNoDescriptorOpen) {
     EXPECT_EQ(nextDescriptor(), next);
 }
 
-TEST_F(TaskReceiverTest, TheOtherEndMayBeGone) {
+TEST_F(TaskReceiverTest, TheOtherEndMayBeClosed) {
     program_ = FileDescriptor();
     EXPECT_EQ(receive(), Received::end);
     EXPECT_FALSE(sendRequest(decoder_.get(), {}, {0, 1, 2}));

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Takes something on a thread of its own, so that a test can see whether it has to wait.
+/// Takes a slot on a separate thread, so that a test can see if it blocks.
 template <typename Hold>
 class Taker {
 public:
@@ -50,7 +50,7 @@ protected:
     std::shared_ptr<DecodeSlots> slots_ = std::make_shared<DecodeSlots>(24h);
 };
 
-TEST_F(DecodeSlotsTest, TwoSmallImagesAtATime) {
+TEST_F(DecodeSlotsTest, TwoSmallImagesAreDecodedAtATime) {
     auto first = slots_->takeSmall();
     auto second = slots_->takeSmall();
     const auto third = small();
@@ -59,7 +59,7 @@ TEST_F(DecodeSlotsTest, TwoSmallImagesAtATime) {
     EXPECT_TRUE(third->gets());
 }
 
-TEST_F(DecodeSlotsTest, ALargeImageIsAlone) {
+TEST_F(DecodeSlotsTest, NothingElseIsDecodedBesideALargeImage) {
     auto first = slots_->takeLarge();
     const auto second = small();
     EXPECT_FALSE(second->has());
@@ -85,7 +85,7 @@ TEST_F(DecodeSlotsTest, ALargeBitmapLeavesRoomForOneSmallImage) {
     EXPECT_TRUE(second->gets());
 }
 
-TEST_F(DecodeSlotsTest, ALargeImageWaitsUntilTheBitmapBeforeIsGone) {
+TEST_F(DecodeSlotsTest, ALargeImageWaitsUntilThePreviousBitmapIsReleased) {
     auto first = slots_->takeLarge();
     first.decoding = nullptr;
     const auto second = large();
@@ -94,20 +94,20 @@ TEST_F(DecodeSlotsTest, ALargeImageWaitsUntilTheBitmapBeforeIsGone) {
     EXPECT_TRUE(second->gets());
 }
 
-TEST_F(DecodeSlotsTest, ABitmapThatIsKeptDoesNotStopLargeImagesForEver) {
+TEST_F(DecodeSlotsTest, AKeptBitmapDelaysTheNextLargeImageOnlyForAWhile) {
     slots_ = std::make_shared<DecodeSlots>(1ms);
     auto first = slots_->takeLarge();
     first.decoding = nullptr;
     EXPECT_TRUE(large()->gets());
 }
 
-TEST_F(DecodeSlotsTest, AHoldMayOutliveItsOwner) {
+TEST_F(DecodeSlotsTest, AHoldMayOutliveTheSlots) {
     auto hold = slots_->takeLarge();
     slots_ = nullptr;
     hold = {};
 }
 
-TEST_F(DecodeSlotsTest, ManyTakersAllGetTheirTurn) {
+TEST_F(DecodeSlotsTest, ManyThreadsAllGetASlot) {
     std::atomic<int> decoding = 0;
     std::atomic<int> served = 0;
     std::vector<std::thread> threads;

@@ -22,7 +22,7 @@ BitmapImageRep noise(int width, int height) {
     return {width, height, true, std::move(pixels)};
 }
 
-TEST(PNGWriterTest, EveryPixelComesBack) {
+TEST(PNGWriterTest, EveryPixelIsReadBack) {
     for (const auto& bitmap : {noise(512, 512), noise(1, 7), square(64, 1, 2, 3, 0)}) {
         const ReadPNG read = readPNG(encodedPNG(bitmap));
         EXPECT_EQ(read.width, bitmap.pixelsWide());
@@ -35,7 +35,7 @@ TEST(PNGWriterTest, EqualPicturesMakeEqualFiles) {
     EXPECT_EQ(encodedPNG(noise(40, 30)), encodedPNG(noise(40, 30)));
 }
 
-TEST(PNGWriterTest, TextsAreAddedWithoutTouchingThePicture) {
+TEST(PNGWriterTest, TextsAreAddedWithoutChangingThePixels) {
     const BitmapImageRep bitmap = noise(33, 5);
     const std::string plain = encodedPNG(bitmap);
     const PNGText texts[] = {{"Thumb::URI", "file:///a%20b"}, {"Software", "Glintmark"}};
@@ -47,7 +47,7 @@ TEST(PNGWriterTest, TextsAreAddedWithoutTouchingThePicture) {
     EXPECT_TRUE(file.ends_with(plain.substr(33)));
 }
 
-TEST(PNGWriterTest, ALongTextStaysWhole) {
+TEST(PNGWriterTest, ALongTextIsReadBack) {
     const std::string uri = "file:///" + std::string(12'000, 'a');
     const PNGText texts[] = {{"Thumb::URI", uri}};
     EXPECT_EQ(readPNG(withTexts(encodedPNG(square(2, 9, 9, 9)), texts)).texts["Thumb::URI"], uri);

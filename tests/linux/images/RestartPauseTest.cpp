@@ -7,11 +7,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(RestartPauseTest, TheFirstStartIsAtOnce) {
+TEST(RestartPauseTest, TheFirstStartIsImmediate) {
     EXPECT_TRUE(RestartPause().mayStart(RestartPause::Clock::time_point{}));
 }
 
-TEST(RestartPauseTest, AfterTheFirstDeathTheNextStartIsAtOnce) {
+TEST(RestartPauseTest, TheStartAfterTheFirstDeathIsImmediate) {
     RestartPause pause;
     const RestartPause::Clock::time_point now{1h};
     pause.died(now);
@@ -30,7 +30,7 @@ TEST(RestartPauseTest, PausesDoubleFromOneSecondToFiveMinutes) {
     }
 }
 
-TEST(RestartPauseTest, WorkMakesTheNextDeathAFirstOne) {
+TEST(RestartPauseTest, AfterWorkTheNextDeathCountsAsTheFirst) {
     RestartPause pause;
     const RestartPause::Clock::time_point now{1h};
     for (int i = 0; i < 5; ++i) {

@@ -60,8 +60,8 @@ std::vector<pid_t> processesOf(const fs::path& path) {
     return found;
 }
 
-/// The fourth field of proc(5)'s "stat"; the names of these processes have no blanks.
-/// Negative when the process has ended meanwhile.
+/// The fourth field of proc(5)'s "stat"; the names of these processes have no spaces. Negative if
+/// the process has ended.
 pid_t parentOf(pid_t process) {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
     std::string skipped;
@@ -70,14 +70,14 @@ pid_t parentOf(pid_t process) {
     return parent;
 }
 
-/// Whether it lives and is not in its sandbox, which a child is from its image on.
+/// True if the process runs outside the sandbox, which a child enters when it has its image.
 bool isWaiting(pid_t process) {
     const fs::path status = fs::path("/proc") / std::to_string(process) / "status";
     return contents(status).find("\nSeccomp:\t0\n") != std::string::npos;
 }
 
-/// Returns when the process, with all its threads, has let go of what it had. Its parent need not
-/// have heard of that. See pidfd_open(2).
+/// Returns when the process has ended with all its threads. Its parent may not have reaped it yet.
+/// See pidfd_open(2).
 void killAndWait(pid_t process) {
     const FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
     kill(process, SIGKILL);
@@ -87,7 +87,7 @@ void killAndWait(pid_t process) {
 
 class SandboxedImageDecoderTest : public testing::Test {
 protected:
-    /// A decoder whose executable is a copy of `helper`, so that its processes can be told from
+    /// A decoder with a copy of `helper` as its executable, which distinguishes its processes from
     /// those of other tests.
     SandboxedImageDecoder& decoderOf(const char* helper) {
         helper_ = fs::canonical(directory_.path()) / "decoder";
@@ -110,7 +110,7 @@ protected:
     bool decodes(const std::string& data) { return decoder_->decode(data) != nullptr; }
     bool decodesGoodImage() { return decodes(imageFile("rgba8.png")); }
 
-    /// Without their children.
+    /// The decoder's processes without their children.
     std::vector<pid_t> helpers() const {
         const std::vector<pid_t> all = processesOf(helper_);
         std::vector<pid_t> found;
@@ -124,7 +124,7 @@ protected:
         return waitFor([this] { return processesOf(helper_).empty(); });
     }
 
-    /// The child that waits for the next image, once there is no other.
+    /// The child that waits for the next image, when all other children have ended.
     std::optional<pid_t> spareChild() const {
         std::optional<pid_t> spare;
         waitFor([&] {
@@ -145,7 +145,7 @@ protected:
     std::unique_ptr<SandboxedImageDecoder> decoder_;
 };
 
-TEST_F(SandboxedImageDecoderTest, AnImageComesThroughUnchanged) {
+TEST_F(SandboxedImageDecoderTest, AnImageArrivesUnchanged) {
     const auto image = realDecoder().decode(imageFile("rgba8.png"));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (Size{6, 5}));
@@ -173,7 +173,7 @@ TEST_F(SandboxedImageDecoderTest, EveryImageDecodesInTheSandboxAsItDoesOutside) 
     }
 }
 
-TEST_F(SandboxedImageDecoderTest, WhatIsNoImageIsRefused) {
+TEST_F(SandboxedImageDecoderTest, BrokenFilesAndBombsAreRefused) {
     SandboxedImageDecoder& decoder = realDecoder();
     EXPECT_FALSE(decoder.decode(""));
     EXPECT_FALSE(decoder.decode("x"));
@@ -194,12 +194,12 @@ TEST_F(SandboxedImageDecoderTest, ALargeImageIsDecodedAgainForEachUse) {
     ASSERT_TRUE(first);
     EXPECT_EQ(first->pixelsWide(), 1025);
     const std::uint8_t* before = first->pixels().data();
-    const auto second = image->bitmap();  // while the first is kept: waits, but not for ever
+    const auto second = image->bitmap();  // waits for a while, since the first is kept
     ASSERT_TRUE(second);
     EXPECT_NE(second->pixels().data(), before);
 }
 
-#ifndef GLINTMARK_SANITIZED  // which slows the child beyond its five seconds on a busy machine
+#ifndef GLINTMARK_SANITIZED  // too slow for the five seconds of a child on a busy machine
 TEST_F(SandboxedImageDecoderTest, FiftyMillionPixelsFitTheLargeSlot) {
     const auto image = realDecoder().decode(imageFile("large-10000x5000.png"));
     ASSERT_TRUE(image);
@@ -240,7 +240,7 @@ TEST_F(SandboxedImageDecoderTest, SeveralThreadsDecodeAtOnce) {
     EXPECT_EQ(helpers().size(), 1U);
 }
 
-TEST_F(SandboxedImageDecoderTest, NoDescriptorsAreLeft) {
+TEST_F(SandboxedImageDecoderTest, NoDescriptorIsLeftOpen) {
     SandboxedImageDecoder& decoder = realDecoder();
     ASSERT_TRUE(decodesGoodImage());
     const std::size_t before = openDescriptors();
@@ -252,7 +252,7 @@ TEST_F(SandboxedImageDecoderTest, NoDescriptorsAreLeft) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(SandboxedImageDecoderTest, TheHelperHasNothingButItsSocket) {
+TEST_F(SandboxedImageDecoderTest, TheHelperHasOnlyItsSocket) {
     realDecoder();
     ASSERT_TRUE(decodesGoodImage());
     ASSERT_EQ(helpers().size(), 1U);
@@ -261,17 +261,17 @@ TEST_F(SandboxedImageDecoderTest, TheHelperHasNothingButItsSocket) {
     EXPECT_EQ(fs::read_symlink(process / "cwd"), "/");
     EXPECT_EQ(fs::read_symlink(process / "fd/0"), "/dev/null");
     EXPECT_TRUE(fs::read_symlink(process / "fd/3").string().starts_with("socket:"));
-#ifndef GLINTMARK_SANITIZED  // the sanitizers keep a thread and descriptors of their own
+#ifndef GLINTMARK_SANITIZED  // the sanitizers have a thread and descriptors
     EXPECT_EQ(std::distance(fs::directory_iterator(process / "task"), {}), 1);
-    // Two more belong to the child that waits, and until the one before has been reaped there is
-    // also what watches it.
+    // The standard streams, the socket, and two for the waiting child. Until the previous child has
+    // been reaped there is one more for it.
     EXPECT_TRUE(
         waitFor([&] { return std::distance(fs::directory_iterator(process / "fd"), {}) == 6; }));
 #endif
 }
 
-#ifndef GLINTMARK_SANITIZED  // the sanitizers keep descriptors of their own
-TEST_F(SandboxedImageDecoderTest, TheWaitingChildHasNothingButTheSocketAndItsChannel) {
+#ifndef GLINTMARK_SANITIZED  // the sanitizers have descriptors
+TEST_F(SandboxedImageDecoderTest, TheWaitingChildHasOnlyTheSocketAndItsChannel) {
     realDecoder();
     ASSERT_TRUE(decodesGoodImage());
     const auto spare = spareChild();
@@ -282,7 +282,7 @@ TEST_F(SandboxedImageDecoderTest, TheWaitingChildHasNothingButTheSocketAndItsCha
 }
 #endif
 
-TEST_F(SandboxedImageDecoderTest, AWaitingChildThatWasKilledIsReplaced) {
+TEST_F(SandboxedImageDecoderTest, AKilledWaitingChildIsReplaced) {
     realDecoder();
     for (int round = 0; round < 3; ++round) {
         ASSERT_TRUE(decodesGoodImage()) << round;
@@ -295,21 +295,21 @@ TEST_F(SandboxedImageDecoderTest, AWaitingChildThatWasKilledIsReplaced) {
     }
 }
 
-TEST_F(SandboxedImageDecoderTest, AChildThatStaysHoldsALargeImageUpUntilItIsKilled) {
+TEST_F(SandboxedImageDecoderTest, AChildThatDoesNotExitDelaysALargeImageUntilItIsKilled) {
     misbehavingDecoder();
     EXPECT_FALSE(decodes("close and stay"));
     EXPECT_TRUE(decodesGoodImage());
     EXPECT_TRUE(decodes(imageFile("large-1025x1024.png")));
 }
 
-TEST_F(SandboxedImageDecoderTest, NobodyHasToWaitForTheHelper) {
+TEST_F(SandboxedImageDecoderTest, TheProgramNeverHasToReapTheHelper) {
     realDecoder();
     ASSERT_TRUE(decodesGoodImage());
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(SandboxedImageDecoderTest, TheHelperEndsWithTheProgram) {
+TEST_F(SandboxedImageDecoderTest, TheHelperEndsWhenTheDecoderIsDestroyed) {
     realDecoder();
     ASSERT_TRUE(decodesGoodImage());
     EXPECT_EQ(helpers().size(), 1U);
@@ -317,16 +317,16 @@ TEST_F(SandboxedImageDecoderTest, TheHelperEndsWithTheProgram) {
     EXPECT_TRUE(helpersAreGone());
 }
 
-TEST_F(SandboxedImageDecoderTest, AnIdleHelperEndsAndAnotherTakesOver) {
-    misbehavingDecoder();  // which is soon idle
+TEST_F(SandboxedImageDecoderTest, AnIdleHelperEndsAndTheNextImageStartsAnother) {
+    misbehavingDecoder();  // its helper ends after 300 ms
     for (int round = 0; round < 4; ++round) {
         EXPECT_TRUE(decodesGoodImage()) << round;
         EXPECT_TRUE(helpersAreGone());
     }
 }
 
-TEST_F(SandboxedImageDecoderTest, AnUpgradeThatReplacesTheHelperChangesNothing) {
-    misbehavingDecoder();  // which is soon idle
+TEST_F(SandboxedImageDecoderTest, AnUpgradeThatReplacesTheHelperDoesNoHarm) {
+    misbehavingDecoder();  // its helper ends after 300 ms
     ASSERT_TRUE(decodesGoodImage());
     ASSERT_TRUE(helpersAreGone());
     fs::remove(helper_);
@@ -336,7 +336,7 @@ TEST_F(SandboxedImageDecoderTest, AnUpgradeThatReplacesTheHelperChangesNothing) 
     EXPECT_TRUE(decodesGoodImage());
 }
 
-TEST_F(SandboxedImageDecoderTest, AHelperThatWasKilledIsStartedAgain) {
+TEST_F(SandboxedImageDecoderTest, AKilledHelperIsStartedAgain) {
     realDecoder();
     for (int round = 0; round < 4; ++round) {
         ASSERT_TRUE(decodesGoodImage()) << round;
@@ -372,7 +372,7 @@ INSTANTIATE_TEST_SUITE_P(Lied, MisdeedTest,
                                          "more pixels than there are", "negative width", "too wide",
                                          "odd boolean", "unknown status", "always too large"),
                          testName);
-#ifndef GLINTMARK_SANITIZED  // whose builds have no limit on addresses
+#ifndef GLINTMARK_SANITIZED  // sanitized builds do not limit addresses
 INSTANTIATE_TEST_SUITE_P(Greedy, MisdeedTest, testing::Values("eat memory"), testName);
 #endif
 
@@ -399,7 +399,7 @@ TEST_F(SandboxedImageDecoderTest, AHelperThatKeepsDyingIsStartedRarely) {
     EXPECT_LE(count, 8U);  // few, however long the loop took
 }
 
-TEST_F(SandboxedImageDecoderTest, AHelperThatIsStuckIsGivenUp) {
+TEST_F(SandboxedImageDecoderTest, AHelperThatDoesNotAnswerIsAbandoned) {
     decoderOf(GLINTMARK_SILENT_DECODER);
     decoder_ = std::make_unique<SandboxedImageDecoder>(helper_, 50ms);
     EXPECT_FALSE(decodesGoodImage());

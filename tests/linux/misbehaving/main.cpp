@@ -1,5 +1,5 @@
-// An image decoder that does as the image says: the real one's process, sandbox and protocol around
-// a decoder that was taken over.
+// An image decoder that an attacker controls: the image names what it does. Process, sandbox and
+// protocol are those of the real one.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -65,7 +65,7 @@ void writeLongFile() {
     }
 }
 
-// After each of these the decoder would go on to decode a fine image.
+// If a misdeed returns, the decoder goes on and decodes one pixel.
 const std::map<std::string, std::function<void()>> misdeeds = {
     {"open", [] { open("/etc/passwd", O_RDONLY | O_CLOEXEC); }},
     {"create", [] { open("/tmp/glintmark-escaped", O_WRONLY | O_CREAT | O_CLOEXEC, 0600); }},
@@ -109,7 +109,7 @@ const std::map<std::string, std::function<void()>> misdeeds = {
     {"warn", [] { std::fputs("warning\n", stderr); }},
 };
 
-// These end with an answer of their own.
+// Forged answers. The decoder exits after each.
 const std::map<std::string, DecodeAnswer> lies = {
     {"more pixels than there are", {DecodeAnswer::Status::decoded, 9, 9, 1}},
     {"negative width", {DecodeAnswer::Status::decoded, -1, -1, 1}},
@@ -149,5 +149,6 @@ std::optional<DecodedImage> misbehave(std::span<const std::uint8_t> encoded, Pix
 int main() {
     using namespace std::chrono_literals;
     namespace decoder = glintmark::decoder;
-    return decoder::runDecoder({.decode = decoder::misbehave, .wallLimit = 2s, .idleLimit = 300ms});
+    return decoder::runDecoder(
+        {.decode = decoder::misbehave, .decodeTimeout = 2s, .idleTimeout = 300ms});
 }

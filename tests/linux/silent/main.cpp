@@ -1,4 +1,4 @@
-// An image decoder that takes no request and ends only with the program that started it.
+// An image decoder that accepts no request and ends when the program closes the socket.
 
 #include <poll.h>
 #include <unistd.h>
