@@ -31,8 +31,14 @@ struct DIBHeader {
     std::vector<Colour> palette;           ///< For up to 8 bits.
     std::size_t end = 0;  ///< Where the palette ends. Pixels begin here, or at BMP's own offset.
 
-    /// Bytes from one row to the next.
-    std::size_t bytesPerRow() const;
+    /// Bytes from one row to the next, with `bits` per pixel.
+    std::size_t bytesPerRow(unsigned bits) const;
+    std::size_t bytesPerRow() const { return bytesPerRow(bitsPerPixel); }
+
+    /// The row of `canvas` that shows row `y` of the file.
+    std::uint8_t* row(const Canvas& canvas, int y) const {
+        return canvas.row(topDown ? y : canvas.height() - 1 - y);
+    }
 };
 
 /// Parses the header at the beginning of `dib`. Absent if it is not valid, names an unsupported

@@ -120,8 +120,8 @@ bool readCompression(std::uint32_t compression, std::size_t headerSize, DIBHeade
 
 }  // namespace
 
-std::size_t DIBHeader::bytesPerRow() const {
-    return (static_cast<std::size_t>(width) * bitsPerPixel + 31) / 32 * 4;
+std::size_t DIBHeader::bytesPerRow(unsigned bits) const {
+    return (static_cast<std::size_t>(width) * bits + 31) / 32 * 4;
 }
 
 std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {

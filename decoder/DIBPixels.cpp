@@ -32,10 +32,6 @@ private:
     std::uint32_t maximum_;
 };
 
-std::uint8_t* rowOf(const DIBHeader& header, const Canvas& canvas, int y) {
-    return canvas.row(header.topDown ? y : canvas.height() - 1 - y);
-}
-
 void put(std::uint8_t* rgba, DIBHeader::Colour colour) {
     rgba[0] = colour.red;
     rgba[1] = colour.green;
@@ -109,7 +105,7 @@ bool drawUncompressed(const DIBHeader& header, std::span<const std::uint8_t> pix
             return false;
         }
         const std::span<const std::uint8_t> row = pixels.subspan(at, used);
-        std::uint8_t* rgba = rowOf(header, canvas, y);
+        std::uint8_t* rgba = header.row(canvas, y);
         if (header.bitsPerPixel <= 8) {
             drawIndexedRow(header, row, rgba, canvas.width());
         } else if (header.bitsPerPixel == 24) {
@@ -167,7 +163,7 @@ private:
         if (x_ >= canvas_.width()) {
             return;
         }
-        put(rowOf(header_, canvas_, y_) + static_cast<std::ptrdiff_t>(x_) * 4,
+        put(header_.row(canvas_, y_) + static_cast<std::ptrdiff_t>(x_) * 4,
             colourOf(header_, index));
         ++x_;
     }

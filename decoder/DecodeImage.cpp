@@ -34,18 +34,12 @@ FormatDecoder* decoderFor(const ByteReader& file) {
         FormatDecoder* decoder;
     };
     static constexpr Signature signatures[] = {
-        {"\x89PNG\r\n\x1a\n"sv, decodePNG},
-        {"\xff\xd8\xff"sv, decodeJPEG},
-        {"GIF87a"sv, decodeGIF},
-        {"GIF89a"sv, decodeGIF},
-        {"II\x2a\0"sv, decodeTIFF},
-        {"MM\0\x2a"sv, decodeTIFF},
-        {"II\x2b\0"sv, decodeTIFF},
-        {"MM\0\x2b"sv, decodeTIFF},
-        {"\0\0\1\0"sv, decodeICO},
-        {"\0\0\2\0"sv, decodeICO},
-        {"BM"sv, decodeBMP},
-        {"icns"sv, decodeICNS},
+        {pngSignature, decodePNG},  {"\xff\xd8\xff"sv, decodeJPEG},
+        {"GIF87a"sv, decodeGIF},    {"GIF89a"sv, decodeGIF},
+        {"II\x2a\0"sv, decodeTIFF}, {"MM\0\x2a"sv, decodeTIFF},
+        {"II\x2b\0"sv, decodeTIFF}, {"MM\0\x2b"sv, decodeTIFF},
+        {"\0\0\1\0"sv, decodeICO},  {"\0\0\2\0"sv, decodeICO},
+        {"BM"sv, decodeBMP},        {"icns"sv, decodeICNS},
     };
     for (const auto& [bytes, decoder] : signatures) {
         if (file.matches(0, bytes)) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string_view>
 
 namespace glintmark::decoder {
 
@@ -31,6 +32,8 @@ FormatDecoder decodeBMP;
 FormatDecoder decodeICO;
 /// Chooses like `decodeICO`.
 FormatDecoder decodeICNS;
+
+inline constexpr std::string_view pngSignature = "\x89PNG\r\n\x1a\n";
 
 /// Width, height and bits per pixel from the header of a PNG file, unchecked.
 struct PNGHeader {

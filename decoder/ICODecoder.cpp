@@ -66,9 +66,9 @@ std::vector<Entry> entriesBestFirst(const ByteReader& file, std::size_t count) {
 // those of a one-bit picture. Pixels beyond the end of a missing or short mask are opaque.
 void applyMask(const DIBHeader& header, std::span<const std::uint8_t> mask, const Canvas& canvas) {
     const ByteReader bytes(mask);
-    const std::size_t stride = (static_cast<std::size_t>(canvas.width()) + 31) / 32 * 4;
+    const std::size_t stride = header.bytesPerRow(1);
     for (int y = 0; y < canvas.height(); ++y) {
-        std::uint8_t* rgba = canvas.row(header.topDown ? y : canvas.height() - 1 - y);
+        std::uint8_t* rgba = header.row(canvas, y);
         for (unsigned x = 0; x < static_cast<unsigned>(canvas.width()); ++x) {
             const unsigned byte = bytes.byte(static_cast<std::size_t>(y) * stride + x / 8);
             if ((byte >> (7 - x % 8) & 1U) != 0) {

@@ -94,7 +94,7 @@ std::optional<PNGHeader> pngHeader(std::span<const std::uint8_t> file) {
     // W3C Portable Network Graphics, section 11.2.1: channels by colour type.
     static constexpr int channels[] = {1, 0, 3, 1, 2, 0, 4};
     const ByteReader bytes(file);
-    if (!bytes.matches(0, "\x89PNG\r\n\x1a\n") || !bytes.matches(12, "IHDR")) {
+    if (!bytes.matches(0, pngSignature) || !bytes.matches(12, "IHDR")) {
         return std::nullopt;
     }
     const std::size_t colourType = bytes.byte(25);

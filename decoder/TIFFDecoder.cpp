@@ -63,26 +63,18 @@ int map(thandle_t handle, tdata_t* base, toff_t* size) {
 
 void unmap(thandle_t /*handle*/, tdata_t /*base*/, toff_t /*size*/) {}
 
-// TIFF 6.0, section 18: colours are stored multiplied by alpha or not. The library multiplies those
-// that are not. Declared as multiplied, they come out as stored.
-bool takeColoursAsStored(TIFF* tiff) {
-    std::uint16_t count = 0;
-    std::uint16_t* kinds = nullptr;
-    if (TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds) != 1 || count == 0) {
-        return true;
-    }
-    if (kinds[0] != EXTRASAMPLE_UNASSALPHA) {
-        return true;
-    }
-    std::uint16_t kind = EXTRASAMPLE_ASSOCALPHA;
-    return TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind) == 1;
-}
-
+// TIFF 6.0, section 18: colours are stored multiplied by alpha or not.
 bool isMultiplied(TIFF* tiff) {
     std::uint16_t count = 0;
     std::uint16_t* kinds = nullptr;
     return TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds) != 1 || count == 0 ||
            kinds[0] != EXTRASAMPLE_UNASSALPHA;
+}
+
+// The library multiplies colours that are not. Declared as multiplied, they come out as stored.
+bool declareMultiplied(TIFF* tiff) {
+    std::uint16_t kind = EXTRASAMPLE_ASSOCALPHA;
+    return TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind) == 1;
 }
 
 void divideByAlpha(const Canvas& canvas) {
@@ -136,7 +128,7 @@ std::optional<DecodedImage> decodeTIFF(std::span<const std::uint8_t> file, Pixel
         return std::nullopt;
     }
     const bool multiplied = isMultiplied(tiff.get());
-    if (!takeColoursAsStored(tiff.get())) {
+    if (!multiplied && !declareMultiplied(tiff.get())) {
         return std::nullopt;
     }
     Converter converter(tiff.get());
