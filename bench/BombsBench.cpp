@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/graphics/Image.h"
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
 #include "tests/doubles/InProcessImageDecoder.h"

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/graphics/Image.h"
 #include "base/graphics/ImageScaling.h"
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
