@@ -11,7 +11,7 @@
 
 #include "linux/bus/DBusCall.h"
 #include "linux/queues/Thread.h"
-#include "linux/queues/UnhurriedTimeout.h"
+#include "linux/queues/CoalescedTimeout.h"
 
 namespace glintmark::platform {
 
@@ -199,7 +199,7 @@ void SessionBus::retryLater() {
         self->retry();
         return G_SOURCE_REMOVE;
     };
-    retry_ = GSourceId(addUnhurriedTimeout(pause_, retry, this));
+    retry_ = GSourceId(addCoalescedTimeout(pause_, retry, this));
     pause_ = std::min(pause_ * growth, longestPause);
 }
 

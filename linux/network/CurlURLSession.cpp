@@ -140,7 +140,7 @@ bool CurlURLSession::Worker::startThread() {
 }
 
 void CurlURLSession::Worker::run() {
-    yieldToMainThread();
+    lowerPriorityBelowMainThread();
     initialiseLibrary();
     if (!cookies_) {
         cookies_.emplace();

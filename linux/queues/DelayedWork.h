@@ -9,20 +9,20 @@
 
 namespace glintmark::platform {
 
-/// Work that waits for its time: a heap by due time, equal times in order of submission. The clock
-/// is CLOCK_MONOTONIC. Not synchronised; its owner's lock guards it.
+/// A heap of delayed work, ordered by due time, then by order of submission. The clock is
+/// CLOCK_MONOTONIC. Not thread-safe: the owner's lock guards it.
 class DelayedWork {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// The time `delay` from now. A delay too long for the clock counts as its last moment.
+    /// Now plus `delay`; the clock's maximum if that would overflow.
     static Clock::time_point dueAfter(std::chrono::nanoseconds delay);
 
     void add(Clock::time_point due, DispatchQueue::Work work);
     bool empty() const { return heap_.empty(); }
-    Clock::time_point nextDue() const { return heap_.front().due; }  ///< Only when not empty.
+    Clock::time_point nextDue() const { return heap_.front().due; }  ///< Must not be empty.
 
-    /// Appends what is due at `now` to `ready`.
+    /// Moves the work that is due at `now` to the end of `ready`.
     void moveDue(Clock::time_point now, std::deque<DispatchQueue::Work>& ready);
 
 private:

@@ -9,7 +9,7 @@
 
 namespace glintmark::platform {
 
-/// Outlives the queue when the queue is destroyed from its own work, until that work has returned.
+/// If the queue's own work destroys the queue, the state lives until that work has returned.
 struct GLibMainQueue::State {
     void runOne();
     void updateReadyTime();
@@ -30,7 +30,7 @@ GLibMainQueue::GLibMainQueue(GMainContext* context) : state_(std::make_shared<St
 }
 
 GLibMainQueue::~GLibMainQueue() {
-    std::deque<Work> droppedReady;  // destroyed outside the lock: work may own much
+    std::deque<Work> droppedReady;  // destroyed after unlocking: work may own much
     DelayedWork droppedDelayed;
     std::unique_ptr<ReadyTimeSource> source;
     const std::lock_guard lock(state_->mutex);

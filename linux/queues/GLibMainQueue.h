@@ -8,14 +8,14 @@
 
 namespace glintmark::platform {
 
-/// The queue of a GLib main context: its work runs wherever that context is iterated, nested loops
-/// included, one piece of work per iteration so that other sources get their turn.
+/// The queue of a GLib main context. The work runs wherever that context is iterated, also in
+/// nested loops. One iteration runs one piece of work, so that other sources get their turn.
 class GLibMainQueue : public DispatchQueue {
 public:
     /// `context` is null for the default one, the main thread's.
     explicit GLibMainQueue(GMainContext* context = nullptr);
 
-    /// On the thread that iterates the context.
+    /// Call it on the thread that iterates the context.
     ~GLibMainQueue() override;
 
     GLibMainQueue(const GLibMainQueue&) = delete;

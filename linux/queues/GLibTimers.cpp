@@ -11,16 +11,16 @@ namespace {
 
 using Clock = ReadyTimeSource::Clock;
 
-constexpr std::chrono::nanoseconds shortestInterval = std::chrono::milliseconds(1);
+constexpr std::chrono::nanoseconds minimumInterval = std::chrono::milliseconds(1);
 
 class GLibTimer : public Timer, public std::enable_shared_from_this<GLibTimer> {
 public:
     GLibTimer(std::chrono::nanoseconds interval, std::function<void()> block)
-        : interval_(std::max(interval, shortestInterval)),
+        : interval_(std::max(interval, minimumInterval)),
           due_(Clock::now() + interval_),
           block_(std::make_shared<std::function<void()>>(std::move(block))) {}
 
-    /// From here on the source keeps the timer and the timer the source, until `invalidate()`.
+    /// From now until `invalidate()`, the source and the timer keep each other alive.
     void schedule(GMainContext* context) {
         source_ = std::make_unique<ReadyTimeSource>(context, "GLibTimer",
                                                     [self = shared_from_this()] { self->fire(); });
@@ -28,7 +28,7 @@ public:
     }
 
     void invalidate() override {
-        const auto block = std::move(block_);  // released last: it may own the timer
+        const auto block = std::move(block_);  // destroyed last: it may own the timer
         const auto source = std::move(source_);
     }
 
@@ -36,7 +36,7 @@ private:
     void fire() {
         due_ += interval_ * ((Clock::now() - due_) / interval_ + 1);
         source_->setReadyTime(due_);
-        const auto block = block_;  // outlives an invalidation from within
+        const auto block = block_;  // stays alive if it invalidates the timer
         (*block)();
     }
 

@@ -6,8 +6,8 @@
 
 namespace glintmark::platform {
 
-/// Timers on a GLib main context. They fire at whole multiples of their interval after they were
-/// made, however late a firing was.
+/// Timers on a GLib main context. They fire at whole multiples of their interval after their
+/// creation, even if an earlier firing was late.
 class GLibTimers : public Timers {
 public:
     /// `context` is null for the default one, the main thread's.

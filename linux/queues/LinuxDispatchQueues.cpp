@@ -7,17 +7,18 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::size_t fewestThreads = 4;
-constexpr std::size_t mostThreads = 16;
+constexpr std::size_t minimumThreads = 4;
+constexpr std::size_t maximumThreads = 16;
 
 std::size_t poolThreads() {
-    return std::clamp<std::size_t>(std::thread::hardware_concurrency(), fewestThreads, mostThreads);
+    return std::clamp<std::size_t>(std::thread::hardware_concurrency(), minimumThreads,
+                                   maximumThreads);
 }
 
 }  // namespace
 
 LinuxDispatchQueues::LinuxDispatchQueues()
-    : global_("user-initiated", poolThreads(), ThreadPriority::behindMainThread) {}
+    : global_("user-initiated", poolThreads(), ThreadPriority::belowMainThread) {}
 
 DispatchQueue& LinuxDispatchQueues::global(QualityOfService /*quality*/) { return global_; }
 

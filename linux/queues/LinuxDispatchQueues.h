@@ -6,8 +6,8 @@
 
 namespace glintmark::platform {
 
-/// The main thread's GLib queue, one pool of as many threads as there are cores (at least 4, at
-/// most 16), and serial queues of one thread each. Created and destroyed on the main thread.
+/// The main thread's GLib queue, one global pool with a thread for each core (at least 4, at most
+/// 16), and serial queues of one thread each. Create and destroy it on the main thread.
 class LinuxDispatchQueues : public DispatchQueues {
 public:
     LinuxDispatchQueues();

@@ -6,23 +6,23 @@
 
 namespace glintmark::platform {
 
-/// The main loops that run inside each other on the main thread: the program's own and, within it,
-/// those of modal dialogs. Ending the program ends them all.
+/// The nested main loops of the main thread: the program's own and, inside it, those of modal
+/// dialogs. When the program ends, they all end.
 class MainLoops {
 public:
     MainLoops() = default;
     MainLoops(const MainLoops&) = delete;
     MainLoops& operator=(const MainLoops&) = delete;
 
-    /// Runs `loop` until it is quit. Returns at once while the program is ending.
+    /// Runs `loop` until it is quit. Returns at once if the program is ending.
     void run(GMainLoop* loop);
 
-    /// Ends every running loop, and those that start before the outermost has returned. Harmless
-    /// when none runs.
+    /// Quits every running loop. A loop that starts before the outermost has returned ends at once.
+    /// Does nothing if no loop runs.
     void quitAll();
 
 private:
-    std::vector<GMainLoop*> running_;  ///< The innermost is last.
+    std::vector<GMainLoop*> running_;  ///< Innermost last.
     bool ending_ = false;
 };
 

@@ -19,7 +19,7 @@ void deleteDispatch(gpointer data) {
     const std::unique_ptr<Dispatch> owner(static_cast<Dispatch*>(data));
 }
 
-// g_source_new(3) keeps a pointer to it and takes it without const.
+// Not const: g_source_new(3) takes and keeps a plain pointer.
 GSourceFuncs readyTimeFunctions = {
     .prepare = nullptr,
     .check = nullptr,
@@ -36,9 +36,9 @@ ReadyTimeSource::ReadyTimeSource(GMainContext* context, const char* name,
     : source_(g_source_new(&readyTimeFunctions, sizeof(GSource))) {
     auto owned = std::make_unique<Dispatch>(std::move(dispatch));
     g_source_set_static_name(source_, name);
-    // A nested loop, such as that of a dialog, goes on with what comes next.
+    // So that a nested loop, such as a dialog's, dispatches the source too.
     g_source_set_can_recurse(source_, TRUE);
-    // GLib keeps the callback's data until a dispatch that is under way has returned.
+    // If the source is destroyed during a dispatch, GLib keeps the data until it has returned.
     g_source_set_callback(source_, runDispatch, owned.release(), deleteDispatch);
     g_source_attach(source_, context);
 }

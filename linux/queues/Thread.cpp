@@ -10,9 +10,8 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::size_t shownNameBytes = 15;  // pthread_setname_np(3)
-
-constexpr int nicerThanMain = 5;
+constexpr std::size_t maximumNameBytes = 15;  // pthread_setname_np(3)
+constexpr int addedNiceness = 5;
 
 struct Start {
     std::string name;
@@ -28,7 +27,7 @@ void* run(void* argument) {
 
 bool create(pthread_t& handle, int detachState, const std::string& name, std::size_t stackBytes,
             std::function<void()> body) {
-    auto start = std::make_unique<Start>(Start{name.substr(0, shownNameBytes), std::move(body)});
+    auto start = std::make_unique<Start>(Start{name.substr(0, maximumNameBytes), std::move(body)});
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, stackBytes);
@@ -84,10 +83,10 @@ void Thread::detach() {
     joinable_ = false;
 }
 
-void yieldToMainThread() {
-    // Niceness is a thread's own on Linux; that of the process's id is the main thread's.
-    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
-    setpriority(PRIO_PROCESS, 0, ofMain + nicerThanMain);
+void lowerPriorityBelowMainThread() {
+    // On Linux each thread has its own niceness, and the process's id names the main thread.
+    const int nicenessOfMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    setpriority(PRIO_PROCESS, 0, nicenessOfMain + addedNiceness);
 }
 
 }  // namespace glintmark::platform

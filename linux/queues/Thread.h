@@ -9,23 +9,23 @@
 
 namespace glintmark::platform {
 
-/// A thread with a name and a stack of a chosen size, which `std::thread` cannot give. Stacks
-/// smaller than 2 MiB never become huge pages, so a sleeping thread costs a few kilobytes.
+/// A thread with a name and a chosen stack size, which `std::thread` cannot set. A stack below
+/// 2 MiB never becomes a huge page, so a sleeping thread costs a few kilobytes.
 class Thread {
 public:
     Thread() = default;
 
-    /// Absent when the system has no thread left. It shows the first 15 bytes of `name`.
+    /// Absent if the system has no thread left. Tools show the first 15 bytes of `name`.
     static std::optional<Thread> start(const std::string& name, std::size_t stackBytes,
                                        std::function<void()> body);
 
-    /// Starts a thread that nobody joins. False when the system has none left.
+    /// Starts a thread that nobody joins. False if the system has no thread left.
     static bool startDetached(const std::string& name, std::size_t stackBytes,
                               std::function<void()> body);
 
     Thread(Thread&& other) noexcept;
     Thread& operator=(Thread&& other) noexcept;
-    ~Thread();  ///< Joins, unless joined or detached already.
+    ~Thread();  ///< Joins, unless already joined or detached.
 
     bool isCurrent() const;
     void join();
@@ -36,8 +36,8 @@ private:
     bool joinable_ = false;
 };
 
-/// Puts the calling thread behind the main thread, which the user waits for. Its timed waits end up
-/// to 2 ms late. setpriority(2).
-void yieldToMainThread();
+/// Makes the calling thread nicer than the main thread, which the user waits for: setpriority(2).
+/// The timed waits of a nicer thread end up to 2 ms late.
+void lowerPriorityBelowMainThread();
 
 }  // namespace glintmark::platform

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{1024} * 1024;
 
-/// Whom to notify, if anybody, once the lock is free: whoever wakes up needs it at once.
+/// What to notify after unlocking, or null. The woken thread needs the lock at once.
 using Wake = std::condition_variable*;
 
 void notify(Wake wake) {
@@ -26,14 +26,14 @@ void notify(Wake wake) {
 
 }  // namespace
 
-/// Outlives the queue when the queue is destroyed from its own work, until that work has returned.
+/// If the queue's own work destroys the queue, the state lives until that work has returned.
 struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::State> {
-    State(std::string name, std::size_t most, ThreadPriority ofThreads)
-        : label(std::move(name)), maximumThreads(most), priority(ofThreads) {}
+    State(std::string name, std::size_t threadLimit, ThreadPriority ofThreads)
+        : label(std::move(name)), maximumThreads(threadLimit), priority(ofThreads) {}
 
-    Wake provideForReady();
-    Wake provideForDelayed();
-    Wake callSleeper();
+    Wake findThreadForReady();
+    Wake findThreadForDelayed();
+    Wake wakeSleeper();
     void addThread();
     void runThread();
     void sleepUntilNeeded(std::unique_lock<std::mutex>& lock);
@@ -43,15 +43,15 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
     const ThreadPriority priority;
 
     std::mutex mutex;  // guards all below
-    std::condition_variable workCame;
-    std::condition_variable earlierDueTimeCame;
+    std::condition_variable workAdded;
+    std::condition_variable earlierDueTimeAdded;
     std::deque<Work> ready;
     DelayedWork delayed;
     std::vector<Thread> threads;
-    std::size_t sleeping = 0;   // threads that wait for `workCame` and were not called
-    std::size_t called = 0;     // threads that were and have not looked yet
+    std::size_t sleeping = 0;   // threads that wait for `workAdded`, without the waking ones
+    std::size_t waking = 0;     // threads that are to wake up and have not yet
     bool watchesClock = false;  // one thread waits for the earliest due time
-    bool isThreadBeginning = false;
+    bool isThreadStarting = false;
     bool ending = false;
 };
 
@@ -60,7 +60,7 @@ ThreadPoolQueue::ThreadPoolQueue(std::string label, std::size_t maximumThreads,
     : state_(std::make_shared<State>(std::move(label), maximumThreads, priority)) {}
 
 ThreadPoolQueue::~ThreadPoolQueue() {
-    std::deque<Work> droppedReady;  // destroyed outside the lock: work may own much
+    std::deque<Work> droppedReady;  // destroyed after unlocking: work may own much
     DelayedWork droppedDelayed;
     std::vector<Thread> threads;
     {
@@ -70,8 +70,8 @@ ThreadPoolQueue::~ThreadPoolQueue() {
         std::swap(droppedDelayed, state_->delayed);
         threads.swap(state_->threads);
     }
-    state_->workCame.notify_all();
-    state_->earlierDueTimeCame.notify_all();
+    state_->workAdded.notify_all();
+    state_->earlierDueTimeAdded.notify_all();
     for (auto& thread : threads) {
         if (thread.isCurrent()) {
             thread.detach();
@@ -87,7 +87,7 @@ void ThreadPoolQueue::async(Work work) {
     {
         const std::lock_guard lock(state->mutex);
         state->ready.push_back(std::move(work));
-        wake = state->provideForReady();
+        wake = state->findThreadForReady();
     }
     notify(wake);
 }
@@ -101,53 +101,53 @@ void ThreadPoolQueue::asyncAfter(std::chrono::nanoseconds delay, Work work) {
         const bool isEarliest = state->delayed.empty() || due < state->delayed.nextDue();
         state->delayed.add(due, std::move(work));
         if (isEarliest) {
-            wake = state->provideForDelayed();
+            wake = state->findThreadForDelayed();
         }
     }
     notify(wake);
 }
 
-/// Sees to it that a thread takes the ready work: one that sleeps, else a new one. When all are
-/// busy, the next to become free does. Whoever was called already takes one piece each.
-Wake ThreadPoolQueue::State::provideForReady() {
-    if (ready.size() <= called) {
+/// Makes sure that a thread takes the ready work: a sleeping one, or else a new one. If all threads
+/// are busy, the next free one takes it. Each waking thread takes one piece of work.
+Wake ThreadPoolQueue::State::findThreadForReady() {
+    if (ready.size() <= waking) {
         return nullptr;
     }
     if (sleeping > 0) {
-        return callSleeper();
+        return wakeSleeper();
     }
     if (watchesClock) {
-        return &earlierDueTimeCame;
+        return &earlierDueTimeAdded;
     }
     addThread();
     return nullptr;
 }
 
-/// The same for a thread that waits for the earliest due time.
-Wake ThreadPoolQueue::State::provideForDelayed() {
+/// Makes sure that a thread waits for the earliest due time.
+Wake ThreadPoolQueue::State::findThreadForDelayed() {
     if (watchesClock) {
-        return &earlierDueTimeCame;
+        return &earlierDueTimeAdded;
     }
     if (sleeping > 0) {
-        return callSleeper();
+        return wakeSleeper();
     }
     addThread();
     return nullptr;
 }
 
-Wake ThreadPoolQueue::State::callSleeper() {
+Wake ThreadPoolQueue::State::wakeSleeper() {
     --sleeping;
-    ++called;
-    return &workCame;
+    ++waking;
+    return &workAdded;
 }
 
-/// None while another is about to begin: that one looks at all there is. When the system has no
-/// thread left, those that are there do the work, or it waits until more is submitted.
+/// Adds no thread while another starts, because the starting one looks at all work. If the system
+/// has no thread left, the existing threads do the work; without any, it waits for the next call.
 void ThreadPoolQueue::State::addThread() {
-    if (!isThreadBeginning && threads.size() < maximumThreads && !ending) {
+    if (!isThreadStarting && threads.size() < maximumThreads && !ending) {
         auto thread =
             Thread::start(label, stackBytes, [self = shared_from_this()] { self->runThread(); });
-        isThreadBeginning = thread.has_value();
+        isThreadStarting = thread.has_value();
         if (thread) {
             threads.push_back(*std::move(thread));
         }
@@ -155,11 +155,11 @@ void ThreadPoolQueue::State::addThread() {
 }
 
 void ThreadPoolQueue::State::runThread() {
-    if (priority == ThreadPriority::behindMainThread) {
-        yieldToMainThread();
+    if (priority == ThreadPriority::belowMainThread) {
+        lowerPriorityBelowMainThread();
     }
     std::unique_lock lock(mutex);
-    isThreadBeginning = false;
+    isThreadStarting = false;
     while (!ending) {
         delayed.moveDue(DelayedWork::Clock::now(), ready);
         if (ready.empty()) {
@@ -170,14 +170,14 @@ void ThreadPoolQueue::State::runThread() {
         ready.pop_front();
         Wake wake = nullptr;
         if (!ready.empty()) {
-            wake = provideForReady();
+            wake = findThreadForReady();
         } else if (!delayed.empty() && !watchesClock) {
-            wake = provideForDelayed();
+            wake = findThreadForDelayed();
         }
         lock.unlock();
         notify(wake);
         work();
-        work = nullptr;  // what it owns goes outside the lock, too
+        work = nullptr;  // destroys what it owns, also without the lock
         lock.lock();
     }
 }
@@ -185,11 +185,11 @@ void ThreadPoolQueue::State::runThread() {
 void ThreadPoolQueue::State::sleepUntilNeeded(std::unique_lock<std::mutex>& lock) {
     if (delayed.empty() || watchesClock) {
         ++sleeping;
-        workCame.wait(lock, [this] { return called > 0 || ending; });
-        called -= ending ? 0 : 1;
+        workAdded.wait(lock, [this] { return waking > 0 || ending; });
+        waking -= ending ? 0 : 1;
     } else {
         watchesClock = true;
-        earlierDueTimeCame.wait_until(lock, delayed.nextDue());
+        earlierDueTimeAdded.wait_until(lock, delayed.nextDue());
         watchesClock = false;
     }
 }

@@ -8,14 +8,14 @@
 
 namespace glintmark::platform {
 
-enum class ThreadPriority { normal, behindMainThread };
+enum class ThreadPriority { normal, belowMainThread };
 
-/// Runs work on threads of its own, made when first needed and kept until the queue goes away.
-/// With one thread at most it is a serial queue. Delayed work costs no thread: whichever thread
-/// is free sleeps until the earliest due time. A queue without work never wakes up.
+/// Runs work on its own threads, which it makes when needed and keeps until it is destroyed. With
+/// at most one thread it is a serial queue. Delayed work takes no thread: one free thread sleeps
+/// until the earliest due time. Idle threads never wake up.
 class ThreadPoolQueue : public DispatchQueue {
 public:
-    /// Each thread shows `label`, as far as the system shows names.
+    /// Each thread is named `label`; tools show its first 15 bytes.
     ThreadPoolQueue(std::string label, std::size_t maximumThreads,
                     ThreadPriority priority = ThreadPriority::normal);
     ~ThreadPoolQueue() override;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "linux/bus/DBusCall.h"
-#include "linux/queues/UnhurriedTimeout.h"
+#include "linux/queues/CoalescedTimeout.h"
 #include "linux/statusitem/StatusNotifierItemXml.h"
 
 // The roles of item, watcher and host, and the names of the properties, are those of the
@@ -231,7 +231,7 @@ void StatusNotifierItem::registerLater() {
         self->registerItem();
         return G_SOURCE_REMOVE;
     };
-    retry_ = GSourceId(addUnhurriedTimeout(pause_, again, this));
+    retry_ = GSourceId(addCoalescedTimeout(pause_, again, this));
     pause_ = std::min(pause_ * 2, longestPause);
 }
 

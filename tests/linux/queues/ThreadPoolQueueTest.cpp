@@ -19,12 +19,12 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(ThreadPoolQueueTest, WorkRunsOnAsManyThreadsAsAllowed) {
-    constexpr int most = 4;
-    ThreadPoolQueue queue("pool", most);
+    constexpr int maximum = 4;
+    ThreadPoolQueue queue("pool", maximum);
     std::atomic<int> running = 0;
     std::atomic<bool> release = false;
     std::atomic<int> done = 0;
-    for (int i = 0; i < 3 * most; ++i) {
+    for (int i = 0; i < 3 * maximum; ++i) {
         queue.async([&] {
             ++running;
             EXPECT_TRUE(waitFor([&] { return release.load(); }));
@@ -32,18 +32,18 @@ TEST(ThreadPoolQueueTest, WorkRunsOnAsManyThreadsAsAllowed) {
             ++done;
         });
     }
-    EXPECT_TRUE(waitFor([&] { return running == most; }));
+    EXPECT_TRUE(waitFor([&] { return running == maximum; }));
     release = true;
-    EXPECT_TRUE(waitFor([&] { return done == 3 * most; }));
+    EXPECT_TRUE(waitFor([&] { return done == 3 * maximum; }));
 }
 
-TEST(ThreadPoolQueueTest, AsManyThreadsWakeUpAsThereIsWorkFor) {
-    constexpr int most = 4;
+TEST(ThreadPoolQueueTest, AsManyThreadsWakeUpAsHaveWork) {
+    constexpr int maximum = 4;
     std::atomic<int> begun = 0;
     std::atomic<int> done = 0;
-    ThreadPoolQueue queue("pool", most);
-    for (int wanted = most; wanted <= 50 * most; wanted += most) {
-        for (int i = 0; i < most; ++i) {
+    ThreadPoolQueue queue("pool", maximum);
+    for (int wanted = maximum; wanted <= 50 * maximum; wanted += maximum) {
+        for (int i = 0; i < maximum; ++i) {
             queue.async([&, wanted] {
                 ++begun;
                 EXPECT_TRUE(waitFor([&] { return begun >= wanted; }));
@@ -56,17 +56,17 @@ TEST(ThreadPoolQueueTest, AsManyThreadsWakeUpAsThereIsWorkFor) {
 
 TEST(ThreadPoolQueueTest, DelayedWorkRunsWhileOtherWorkRuns) {
     ThreadPoolQueue queue("pool", 2);
-    std::promise<void> came;
+    std::promise<void> due;
     std::atomic<bool> done = false;
     queue.async([&] {
-        came.get_future().wait();
+        due.get_future().wait();
         done = true;
     });
-    queue.asyncAfter(5ms, [&] { came.set_value(); });
+    queue.asyncAfter(5ms, [&] { due.set_value(); });
     EXPECT_TRUE(waitFor([&] { return done.load(); }));
 }
 
-TEST(ThreadPoolQueueTest, DelayedWorkCostsNoThreadEach) {
+TEST(ThreadPoolQueueTest, DelayedWorkTakesNoThreads) {
     ThreadPoolQueue queue("delayed-work", 16);
     for (int i = 0; i < 100; ++i) {
         queue.asyncAfter(1h + i * 1s, [] {});
@@ -77,7 +77,8 @@ TEST(ThreadPoolQueueTest, DelayedWorkCostsNoThreadEach) {
     EXPECT_LE(threadsNamed("delayed-work"), 2);  // one ran the work, one watches the clock
 }
 
-/// In a process of its own: work that came while no thread could be made runs with the next.
+/// Runs in a separate process. Work that is submitted while no thread can be made runs when the
+/// next work is submitted.
 [[noreturn]] void submitWithoutThreads() {
     constexpr uid_t nobody = 65534;
     if (::getuid() == 0 && ::setuid(nobody) != 0) {  // the limit does not bind root
@@ -99,7 +100,7 @@ TEST(ThreadPoolQueueTest, DelayedWorkCostsNoThreadEach) {
     std::_Exit(0);
 }
 
-TEST(ThreadPoolQueueDeathTest, WorkWaitsWhereNoThreadCanBeMade) {
+TEST(ThreadPoolQueueDeathTest, WorkWaitsIfNoThreadCanBeMade) {
     EXPECT_EXIT(submitWithoutThreads(), testing::ExitedWithCode(0), "^first, second$");
 }
 
@@ -111,16 +112,16 @@ TEST(ThreadPoolQueueTest, AnEarlierDueTimeOvertakesALaterOne) {
     EXPECT_TRUE(waitFor([&] { return ran.load(); }));
 }
 
-TEST(ThreadPoolQueueTest, ThreadsMayStandBehindTheMainThreadWhoeverStartsThem) {
-    ThreadPoolQueue outer("outer", 1, ThreadPriority::behindMainThread);
-    ThreadPoolQueue inner("inner", 1, ThreadPriority::behindMainThread);
+TEST(ThreadPoolQueueTest, LowPriorityIsRelativeToTheMainThreadEvenInNestedPools) {
+    ThreadPoolQueue outer("outer", 1, ThreadPriority::belowMainThread);
+    ThreadPoolQueue inner("inner", 1, ThreadPriority::belowMainThread);
     std::promise<int> niceness;
     outer.async([&] { inner.async([&] { niceness.set_value(getpriority(PRIO_PROCESS, 0)); }); });
-    const int ofMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
-    EXPECT_EQ(niceness.get_future().get(), ofMain + 5);
+    const int nicenessOfMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    EXPECT_EQ(niceness.get_future().get(), nicenessOfMain + 5);
 }
 
-TEST(ThreadPoolQueueTest, ThreadsShowTheBeginningOfTheLabel) {
+TEST(ThreadPoolQueueTest, ThreadsAreNamedByTheBeginningOfTheLabel) {
     ThreadPoolQueue queue("com.example.program.events", 1);
     queue.async([] {});
     EXPECT_TRUE(waitFor([] { return threadsNamed("com.example.pro") == 1; }));

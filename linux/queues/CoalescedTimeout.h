@@ -1,0 +1,14 @@
+#pragma once
+
+#include <glib.h>
+
+#include <chrono>
+
+namespace glintmark::platform {
+
+/// Like g_timeout_add(3), for work that is not urgent. After `pause`, `callback` runs with the next
+/// wake-up of the main loop. If there is none until twice the pause, the timeout wakes the loop
+/// itself. So a program that wakes up often anyway gets no extra wake-ups. Default main context.
+guint addCoalescedTimeout(std::chrono::milliseconds pause, GSourceFunc callback, gpointer data);
+
+}  // namespace glintmark::platform
