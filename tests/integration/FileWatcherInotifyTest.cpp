@@ -29,8 +29,6 @@ using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 using namespace std::chrono_literals;
 
-constexpr auto patience = 60s;
-
 // The part of the queue's label that fits into a thread's name: pthread_setname_np(3).
 constexpr const char* queueThread = "com.quorvel.Gli";
 constexpr const char* streamThread = "event-stream";
@@ -76,7 +74,7 @@ protected:
 
     ~FileWatcherInotifyTest() override {
         // The services may end only when no queue has work.
-        EXPECT_TRUE(waitUntil([] { return threadsNamed(queueThread) == 0; }, patience));
+        EXPECT_TRUE(waitUntil([] { return threadsNamed(queueThread) == 0; }));
         platform::runPending();
     }
 
@@ -92,12 +90,11 @@ protected:
         const int passes = watcher.passes;
         const int polls = watcher.polls;
         // The first poll to end from now on may have begun before.
-        return waitUntil([&] { return watcher.passes > passes && watcher.polls > polls + 1; },
-                         patience);
+        return waitUntil([&] { return watcher.passes > passes && watcher.polls > polls + 1; });
     }
 
     bool deliveredAtLeast(std::size_t count) {
-        return waitUntil([&] { return delivered_.size() >= count; }, patience);
+        return waitUntil([&] { return delivered_.size() >= count; });
     }
 
     test::TemporaryDirectory& home() { return home_; }
@@ -182,17 +179,17 @@ TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {
         }
         platform::runPending();
         if (i % 20 == 0) {  // the system limits the inotify instances of a user
-            EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) <= 1; }, patience));
+            EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) <= 1; }));
         }
     }
     const auto allAreGone = [&] {
         return std::all_of(watchers.begin(), watchers.end(),
                            [](const auto& watcher) { return watcher.expired(); });
     };
-    EXPECT_TRUE(waitUntil(allAreGone, patience));
-    EXPECT_TRUE(waitUntil([] { return threadsNamed(queueThread) == 0; }, patience));
-    EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) == 0; }, patience));
-    EXPECT_TRUE(waitUntil([&] { return openDescriptors() <= descriptors; }, patience));
+    EXPECT_TRUE(waitUntil(allAreGone));
+    EXPECT_TRUE(waitUntil([] { return threadsNamed(queueThread) == 0; }));
+    EXPECT_TRUE(waitUntil([] { return threadsNamed(streamThread) == 0; }));
+    EXPECT_TRUE(waitUntil([&] { return openDescriptors() <= descriptors; }));
     EXPECT_EQ(inotifyWatches(), 0U);
 }
 
@@ -208,7 +205,7 @@ TEST_F(FileWatcherInotifyTest, OneWatcherCanStartAndStopManyTimesWhileFilesCome)
     });
     for (int i = 0; i < 20; ++i) {
         const int polls = watcher->polls;
-        EXPECT_TRUE(waitUntil([&] { return watcher->polls > polls; }, patience));
+        EXPECT_TRUE(waitUntil([&] { return watcher->polls > polls; }));
         watcher->stop();
         watcher->start();
     }
@@ -228,7 +225,7 @@ TEST_F(FileWatcherInotifyTest, AWatcherCanGoAwayInTheMiddleOfAScan) {
     for (int i = 0; i < 10; ++i) {
         auto watcher = startedWatcher();
         auto* const counting = watcher.get();
-        ASSERT_TRUE(waitUntil([&] { return counting->polls > 0; }, patience));
+        ASSERT_TRUE(waitUntil([&] { return counting->polls > 0; }));
         watcher.reset();
     }
 }

@@ -7,29 +7,32 @@
 #include <utility>
 
 #include "linux/glib/GLibHandles.h"
+#include "tests/linux/Waiting.h"
 
 namespace glintmark::platform {
 
-/// Runs the default main context until `condition` holds; false when it does not within `limit`,
-/// which only a failing test waits for.
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::seconds limit = std::chrono::seconds(20)) {
-    // Conditions outside the context (another process, a file) are looked at every few
-    // milliseconds.
-    const GSourceId tick(g_timeout_add(
-        2, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr));
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        g_main_context_iteration(nullptr, TRUE);
+/// Iterates `context`, which is the default one if null, until `condition` holds. False after
+/// `waitingLimit`.
+inline bool waitUntil(const std::function<bool()>& condition, GMainContext* context = nullptr) {
+    // Nothing wakes the context for a condition outside it, such as a file or another process.
+    // So the condition is also checked every two milliseconds.
+    GSource* const tick = g_timeout_source_new(2);
+    g_source_set_callback(
+        tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+    g_source_attach(tick, context);
+    const auto deadline = std::chrono::steady_clock::now() + waitingLimit;
+    bool holds = condition();
+    while (!holds && std::chrono::steady_clock::now() <= deadline) {
+        g_main_context_iteration(context, TRUE);
+        holds = condition();
     }
-    return true;
+    g_source_destroy(tick);
+    g_source_unref(tick);
+    return holds;
 }
 
-/// Runs `action` once from the main context, as soon as `condition` holds: what happens while the
-/// code under test runs a loop of its own.
+/// Runs `action` once from the default main context, as soon as `condition` holds. For tests whose
+/// code under test runs a nested loop.
 class DoWhen {
 public:
     DoWhen(std::function<bool()> condition, std::function<void()> action)
@@ -52,7 +55,7 @@ private:
     GSourceId source_;
 };
 
-/// Runs what is ready now, without waiting.
+/// Runs what is ready in the default main context, without waiting.
 inline void runPending() {
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
     }

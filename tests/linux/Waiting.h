@@ -6,10 +6,13 @@
 
 namespace glintmark::platform {
 
-/// Waits until `condition` holds, looking again and again. False when it does not for so long that
-/// it never will, on however busy a machine.
+/// How long a test waits for a condition before it fails: long enough for a busy machine.
+inline constexpr std::chrono::seconds waitingLimit{60};
+
+/// Blocks the thread until `condition` holds, and checks it every millisecond. False after
+/// `waitingLimit`. Where a main context must run meanwhile, use `waitUntil` in MainLoop.h.
 inline bool waitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const auto deadline = std::chrono::steady_clock::now() + waitingLimit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;

@@ -2,6 +2,7 @@
 #include "linux/queues/GLibMainQueue.h"
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/base/work/DispatchQueueContract.h"
+#include "tests/linux/MainLoop.h"
 #include "tests/linux/Waiting.h"
 
 namespace glintmark::platform {
@@ -29,10 +30,7 @@ public:
     DispatchQueue& queue() override { return *queue_; }
     void destroyQueue() override { queue_.reset(); }
     bool runUntil(const std::function<bool()>& condition) override {
-        return waitFor([&] {
-            g_main_context_iteration(context_.get(), FALSE);
-            return condition();
-        });
+        return waitUntil(condition, context_.get());
     }
 
 private:

@@ -5,18 +5,15 @@
 #include <functional>
 
 #include "linux/glib/GLibHandles.h"
-#include "tests/linux/Waiting.h"
+#include "tests/linux/MainLoop.h"
 
 namespace glintmark::platform {
 
-/// A main context of the test's own, which runs only while the test lets it.
+/// A private main context, which runs only while the test iterates it.
 class GLibContextFixture : public testing::Test {
 protected:
     void iterateUntil(const std::function<bool()>& condition) {
-        EXPECT_TRUE(waitFor([&] {
-            g_main_context_iteration(context_.get(), FALSE);
-            return condition();
-        }));
+        EXPECT_TRUE(waitUntil(condition, context_.get()));
     }
 
     GMainContextHandle context_{g_main_context_new()};

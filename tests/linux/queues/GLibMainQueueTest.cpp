@@ -26,7 +26,7 @@ TEST_F(GLibMainQueueTest, WorkFromAnotherThreadWakesTheSleepingLoop) {
     other.join();
 }
 
-TEST_F(GLibMainQueueTest, WorkGoesOnInANestedLoop) {
+TEST_F(GLibMainQueueTest, WorkAlsoRunsInANestedLoop) {
     bool ended = false;
     queue_.async([&] {
         GMainLoopHandle dialog(g_main_loop_new(context_.get(), FALSE));

@@ -17,7 +17,7 @@ protected:
     GLibTimers timers_{context_.get()};
 };
 
-TEST_F(GLibTimersTest, FiresAgainAndAgainAtWholeMultiplesOfTheInterval) {
+TEST_F(GLibTimersTest, FiresRepeatedlyAtWholeMultiplesOfTheInterval) {
     const auto interval = 5ms;
     const auto begin = Clock::now();
     int fired = 0;
@@ -29,7 +29,7 @@ TEST_F(GLibTimersTest, FiresAgainAndAgainAtWholeMultiplesOfTheInterval) {
     timer->invalidate();
 }
 
-TEST_F(GLibTimersTest, FiringsThatFellDueWhileTheThreadWasBusyCollapseIntoOne) {
+TEST_F(GLibTimersTest, FiringsMissedWhileTheThreadWasBusyCollapseIntoOne) {
     const auto interval = 10ms;
     const auto begin = Clock::now();
     int fired = 0;
@@ -37,7 +37,7 @@ TEST_F(GLibTimersTest, FiringsThatFellDueWhileTheThreadWasBusyCollapseIntoOne) {
     EXPECT_TRUE(waitFor([&] { return Clock::now() - begin > 5 * interval; }));
     g_main_context_iteration(context_.get(), FALSE);
     EXPECT_EQ(fired, 1);
-    const auto due = (Clock::now() - begin) / interval;  // the schedule has not moved
+    const auto due = (Clock::now() - begin) / interval;  // the schedule has not shifted
     iterateUntil([&] { return fired == 2; });
     EXPECT_GE((Clock::now() - begin) / interval, due);
     timer->invalidate();
@@ -67,7 +67,7 @@ TEST_F(GLibTimersTest, MayBeInvalidatedByItsOwnBlock) {
     EXPECT_FALSE(g_main_context_iteration(context_.get(), FALSE));
 }
 
-TEST_F(GLibTimersTest, ATimerThatNobodyHoldsGoesOnFiring) {
+TEST_F(GLibTimersTest, ATimerThatNobodyHoldsKeepsFiring) {
     int fired = 0;
     std::weak_ptr<Timer> timer = timers_.scheduleRepeating(1ms, [&] { ++fired; });
     iterateUntil([&] { return fired == 2; });

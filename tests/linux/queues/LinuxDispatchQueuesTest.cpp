@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "linux/queues/LinuxDispatchQueues.h"
+#include "tests/linux/MainLoop.h"
 #include "tests/linux/ProcessState.h"
 #include "tests/linux/Waiting.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 TEST(LinuxDispatchQueuesTest, TheGlobalQueueRunsAtLeastFourPiecesOfWorkAtOnce) {
     std::atomic<int> running = 0;
-    LinuxDispatchQueues queues;  // waits for its work, which uses the number
+    LinuxDispatchQueues queues;  // after `running`: its destructor waits for the work
     for (int i = 0; i < 4; ++i) {
         queues.global(QualityOfService::userInitiated).async([&] {
             ++running;
@@ -34,10 +35,7 @@ TEST(LinuxDispatchQueuesTest, TheMainQueueRunsInTheDefaultContext) {
     LinuxDispatchQueues queues;
     std::thread::id ranOn;
     queues.main().async([&] { ranOn = std::this_thread::get_id(); });
-    EXPECT_TRUE(waitFor([&] {
-        g_main_context_iteration(nullptr, FALSE);
-        return ranOn == std::this_thread::get_id();
-    }));
+    EXPECT_TRUE(waitUntil([&] { return ranOn == std::this_thread::get_id(); }));
 }
 
 }  // namespace
