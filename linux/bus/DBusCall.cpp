@@ -31,8 +31,21 @@ void callDBus(GDBusConnection* connection, const DBusTarget& target, const char*
                            std::make_unique<DBusReply>(std::move(reply)).release());
 }
 
-bool isCancelled(const GError* error) {
-    return error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+void getDBusProperty(GDBusConnection* connection, const DBusTarget& target, const char* property,
+                     int timeoutMilliseconds, GCancellable* cancellable, DBusReply reply) {
+    const DBusTarget properties{target.name, target.path, "org.freedesktop.DBus.Properties"};
+    callDBus(connection, properties, "Get", g_variant_new("(ss)", target.interface, property),
+             "(v)", timeoutMilliseconds, cancellable,
+             [reply = std::move(reply)](GVariant* result, const GError* error) {
+                 if (result == nullptr) {
+                     reply(nullptr, error);
+                     return;
+                 }
+                 GVariant* value = nullptr;
+                 g_variant_get(result, "(v)", &value);
+                 const GVariantHandle owner(value);
+                 reply(value, nullptr);
+             });
 }
 
 std::string errorText(const GError* error) {

@@ -7,26 +7,30 @@
 
 namespace glintmark::platform {
 
-/// The peer, the object and the interface that a D-Bus call goes to.
+/// The peer, object and interface that a D-Bus call goes to.
 struct DBusTarget {
     const char* name;
     const char* path;
     const char* interface;
 };
 
-/// Exactly one of the two is set. Both are borrowed for the call.
+/// Exactly one of the two is set. Both are valid only during the call.
 using DBusReply = std::function<void(GVariant* result, const GError* error)>;
 
-/// Calls `method` and returns at once; `reply` runs exactly once, later, in the caller's main
-/// context. `arguments` may be floating; `cancellable` may be null. Whoever guards an object with
-/// it must leave the object alone when `error` is `isCancelled`.
+/// Calls `method` and returns at once. `reply` runs exactly once, later, in the caller's main
+/// context, also after a cancellation. So if the owner of `reply` cancels in its destructor,
+/// `reply` must not use the owner when `isCancelled(error)`. `arguments` may be floating;
+/// `cancellable` may be null.
 void callDBus(GDBusConnection* connection, const DBusTarget& target, const char* method,
               GVariant* arguments, const char* resultType, int timeoutMilliseconds,
               GCancellable* cancellable, DBusReply reply);
 
-bool isCancelled(const GError* error);
+/// Reads a property of the target's interface, as `callDBus` calls a method. The result is the bare
+/// value, of any type.
+void getDBusProperty(GDBusConnection* connection, const DBusTarget& target, const char* property,
+                     int timeoutMilliseconds, GCancellable* cancellable, DBusReply reply);
 
-/// The error's text as the peer wrote it.
+/// The error's message as the peer sent it, without GLib's prefix.
 std::string errorText(const GError* error);
 
 }  // namespace glintmark::platform

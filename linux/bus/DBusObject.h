@@ -10,27 +10,27 @@
 
 namespace glintmark::platform {
 
-/// One interface of one object that the program offers on the bus, until it is destroyed.
+/// One interface of one object that the program exports on the bus while this exists.
 ///
-/// The handlers run in the main context that was the default of the constructing thread. Calls of
-/// unknown methods or with arguments of the wrong types are answered before they reach a handler.
+/// The handlers run in the main context that was the default of the constructing thread. GDBus
+/// itself refuses unknown methods and arguments of the wrong types; they reach no handler.
 class DBusObject {
 public:
-    /// `invocation` is to be answered exactly once, which also releases it; `arguments` has the
-    /// types that the interface declares.
+    /// Must answer `invocation` exactly once, which also releases it. `arguments` has the types
+    /// that the interface declares.
     using Call = std::function<void(const std::string& method, GVariant* arguments,
                                     GDBusMethodInvocation* invocation)>;
-    /// The value of a declared property, with a reference for the caller or floating; never null.
+    /// Returns the value of a declared property: a new reference or floating, never null.
     using Property = std::function<GVariant*(const std::string& name)>;
 
-    /// `xml` is introspection data whose first interface is offered.
+    /// Exports the first interface of `xml`, which is introspection data.
     DBusObject(GDBusConnection* connection, const char* path, const char* xml, Call call,
                Property property);
     ~DBusObject();
     DBusObject(const DBusObject&) = delete;
     DBusObject& operator=(const DBusObject&) = delete;
 
-    /// Sends a signal to whoever listens. `arguments` is a tuple or null and may be floating.
+    /// Broadcasts a signal. `arguments` is a tuple or null, and may be floating.
     void emit(const char* signal, GVariant* arguments) const;
 
 private:
@@ -43,7 +43,7 @@ private:
     NodeInfo info_;
     Call call_;
     Property property_;
-    guint registration_ = 0;  ///< Zero when the path is taken, which nothing can do about.
+    guint registration_ = 0;  ///< Zero if the path was taken; then nothing is exported.
 };
 
 /// Answers with "org.freedesktop.DBus.Error.InvalidArgs".

@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "linux/bus/DBusCall.h"
-#include "linux/queues/Thread.h"
 #include "linux/queues/CoalescedTimeout.h"
+#include "linux/queues/Thread.h"
 
 namespace glintmark::platform {
 
@@ -20,21 +20,22 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds firstPause{250};
-constexpr milliseconds longestPause{60'000};
-constexpr int growth = 3;  // of the pause, from one try to the next
+constexpr milliseconds maximumPause{60'000};
+constexpr int pauseGrowth = 3;
 constexpr int nameTimeoutMilliseconds = 5000;
 constexpr std::size_t flushStackBytes = std::size_t{64} * 1024;
 
 constexpr DBusTarget busDaemon{"org.freedesktop.DBus", "/org/freedesktop/DBus",
                                "org.freedesktop.DBus"};
 
-// The codes of RequestName in the D-Bus specification, "org.freedesktop.DBus.RequestName".
+// Flags and results of RequestName in the D-Bus specification.
 constexpr guint doNotQueue = 4;
 constexpr guint primaryOwner = 1;
 constexpr guint alreadyOwner = 4;
 
-/// Without an address GLib would start a bus of its own for the display, which no one else is on.
-bool busIsExpected() {
+/// False if the environment names no session bus. GLib would then start one for the display, where
+/// no other program is connected.
+bool isBusExpected() {
     const char* address = g_getenv("DBUS_SESSION_BUS_ADDRESS");
     if (address != nullptr && *address != '\0') {
         return true;
@@ -44,9 +45,9 @@ bool busIsExpected() {
            g_file_test((std::string(runtime) + "/bus").c_str(), G_FILE_TEST_EXISTS) != FALSE;
 }
 
-/// Keeps GLib from ending the process when a connection that it shares is lost. Done for all of
-/// them, and at the last moment, since modules of GIO open some, and one can be lost while it is
-/// still being made.
+/// Keeps GLib from ending the process when a shared connection is lost. The hook applies to every
+/// connection, because modules of GIO open some too, and it runs when one closes, because a
+/// connection can be lost before anybody has got it.
 void surviveLostConnections() {
     static const gulong hook = [] {
         const auto keepRunning = [](GSignalInvocationHint*, guint, const GValue* values,
@@ -56,7 +57,7 @@ void surviveLostConnections() {
             constexpr gboolean stayInstalled = TRUE;
             return stayInstalled;
         };
-        g_type_class_ref(g_dbus_connection_get_type());  // makes the signal; kept for ever
+        g_type_class_ref(g_dbus_connection_get_type());  // registers the signal; never released
         return g_signal_add_emission_hook(g_signal_lookup("closed", g_dbus_connection_get_type()),
                                           0, keepRunning, nullptr, nullptr);
     }();
@@ -72,27 +73,27 @@ NameOwnership ownershipFrom(GVariant* reply) {
                                                         : NameOwnership::takenByAnother;
 }
 
-/// Whether the process that leads this one's session, see setsid(2), has ended: at a login that is
-/// the desktop's session manager or what has started it. The system gives its number to no other
-/// process while this one lives.
+/// True if the leader of this process's session, see setsid(2), has ended. At a desktop login the
+/// leader is the session manager or the process that started it. The kernel does not reuse its
+/// process id while the session has members.
 bool isSessionLeaderGone() {
-    const pid_t leader = ::getsid(0);  // 0: it lies outside this process's namespace
+    const pid_t leader = ::getsid(0);  // 0 if it is in another PID namespace
     return leader > 0 && ::kill(leader, 0) != 0 && errno == ESRCH;
 }
 
 }  // namespace
 
-SessionBus::SessionBus(milliseconds patience)
+SessionBus::SessionBus(milliseconds timeout)
     : cancellable_(g_cancellable_new()), pause_(firstPause) {
     surviveLostConnections();
     open();
-    bool late = false;
-    const auto becomeLate = [](gpointer flag) -> gboolean {
+    bool timedOut = false;
+    const auto timeOut = [](gpointer flag) -> gboolean {
         *static_cast<bool*>(flag) = true;
         return G_SOURCE_CONTINUE;
     };
-    const GSourceId limit(g_timeout_add(static_cast<guint>(patience.count()), becomeLate, &late));
-    while (opening_ && !late) {
+    const GSourceId timer(g_timeout_add(static_cast<guint>(timeout.count()), timeOut, &timedOut));
+    while (opening_ && !timedOut) {
         g_main_context_iteration(nullptr, TRUE);
     }
 }
@@ -103,12 +104,12 @@ SessionBus::~SessionBus() {
 }
 
 void SessionBus::open() {
-    if (!busIsExpected()) {
+    if (!isBusExpected()) {
         retryLater();
         return;
     }
     opening_ = true;
-    // The connection that GIO's own modules share.
+    // Shared with the modules of GIO.
     g_bus_get(
         G_BUS_TYPE_SESSION, cancellable_.get(),
         [](GObject* /*source*/, GAsyncResult* result, gpointer self) {
@@ -126,7 +127,8 @@ void SessionBus::open() {
         this);
 }
 
-/// GLib keeps handing out the shared connection, dead as it is, while anyone holds it.
+/// For the time when another module still holds the closed shared connection: GLib returns that one
+/// until nobody holds it.
 void SessionBus::openPrivately() {
     const GStringHandle address(
         g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
@@ -162,7 +164,7 @@ void SessionBus::opened(GObjectHandle<GDBusConnection> connection) {
                            GError* /*error*/,
                            gpointer self) { static_cast<SessionBus*>(self)->lost(); };
     closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(+closed), this);
-    wasLed_ = !isSessionLeaderGone();
+    hadSessionLeader_ = !isSessionLeaderGone();
     if (wantsName_) {
         requestName();
     }
@@ -200,20 +202,20 @@ void SessionBus::retryLater() {
         return G_SOURCE_REMOVE;
     };
     retry_ = GSourceId(addCoalescedTimeout(pause_, retry, this));
-    pause_ = std::min(pause_ * growth, longestPause);
+    pause_ = std::min(pause_ * pauseGrowth, maximumPause);
 }
 
-/// A desktop's end, unlike that of a terminal, is told by no signal. Its bus ends with it unless
-/// that belongs to the user's systemd.
+/// Unlike a terminal, a desktop that ends sends no signal to its programs. Its bus ends with it,
+/// unless the bus belongs to the user's systemd.
 void SessionBus::retry() {
-    if (wasLed_ && isSessionLeaderGone()) {
+    if (hadSessionLeader_ && isSessionLeaderGone()) {
         end(End::sessionIsOver);
     }
     open();
 }
 
-/// On a thread that can be left behind: GLib's flush takes no time limit.
-void SessionBus::flush(milliseconds patience) const {
+/// On a detached thread, which may outlive the call: GLib's flush has no timeout.
+void SessionBus::flush(milliseconds timeout) const {
     if (connection_ == nullptr) {
         return;
     }
@@ -224,7 +226,7 @@ void SessionBus::flush(milliseconds patience) const {
         flushed->set_value();
     });
     if (started) {
-        flushed->get_future().wait_for(patience);
+        flushed->get_future().wait_for(timeout);
     }
 }
 
@@ -245,7 +247,7 @@ SessionBus::Subscription SessionBus::observe(Observer observer) {
 
 void SessionBus::notify() {
     std::erase_if(observers_, [](const auto& observer) { return observer.expired(); });
-    const auto observers = observers_;  // an observer may add another
+    const auto observers = observers_;  // an observer may add one
     for (const auto& observer : observers) {
         if (const auto subscription = observer.lock()) {
             (*subscription)(connection_.get());

@@ -17,46 +17,44 @@ enum class NameOwnership { owned, takenByAnother, noBus };
 
 /// The program's one connection to the session bus, which may be absent, go away and come back.
 ///
-/// Main thread only, default main context. Losing the bus does not end the process. While there is
-/// none, a new connection is tried after a pause that triples up to a minute, and then as soon as
-/// the main loop wakes up anyway, at the latest when as long again has passed.
+/// Main thread only, default main context. Losing the bus does not end the process. Without a bus,
+/// it tries again after a pause, which triples up to a minute (`addCoalescedTimeout`).
 class SessionBus {
 public:
-    /// Receives each new connection, and null when it is lost.
+    /// Receives each new connection, and null when the connection is lost.
     using Observer = std::function<void(GDBusConnection* connection)>;
-    using Subscription = std::shared_ptr<const Observer>;  ///< Ends when the last copy goes away.
+    using Subscription = std::shared_ptr<const Observer>;  ///< Ends with its last copy.
 
     static constexpr auto programName = "com.quorvel.Glintmark";
 
-    /// Connects. Waits for that at most `patience` and otherwise goes on without a bus, which is
-    /// then taken up like one that appears later.
-    explicit SessionBus(std::chrono::milliseconds patience = std::chrono::seconds(5));
+    /// Waits at most `timeout` for a connection. A later one is reported to the observers.
+    explicit SessionBus(std::chrono::milliseconds timeout = std::chrono::seconds(5));
     ~SessionBus();
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    /// The present connection, null without a bus. Borrowed: valid until control returns to the
+    /// The current connection, or null without a bus. Borrowed: valid until control returns to the
     /// main loop.
     GDBusConnection* connection() const { return connection_.get(); }
 
-    /// Calls `observer` at once when there is a connection, then at every change.
+    /// Calls `observer` at once if there is a connection, then at each change.
     Subscription observe(Observer observer);
 
-    /// Asks for `programName`, which one process of a session can own; asks again by itself on
-    /// each later connection. Waits for the bus's answer, at most five seconds.
+    /// Requests `programName`, which only one process of a session can own. Waits for the bus's
+    /// answer, at most five seconds. Requests the name again on each later connection.
     NameOwnership acquireName();
 
-    /// Waits until what was sent has gone to the bus, at most `patience`. What a process has not
-    /// sent when it ends, such as the answer to the call that ended it, is lost.
-    void flush(std::chrono::milliseconds patience) const;
+    /// Waits at most `timeout` until all messages are written to the bus. Messages that are still
+    /// queued when the process ends are lost, such as the answer to the call that ended it.
+    void flush(std::chrono::milliseconds timeout) const;
 
-    /// Why the program should not go on.
+    /// Why the program should end.
     enum class End {
-        sessionIsOver,  ///< The bus is lost, and so is whoever led the process's session.
-        nameIsTaken,    ///< Another process has the name on a bus that came later.
+        sessionIsOver,  ///< The bus is lost, and the leader of the process's session has ended.
+        nameIsTaken,    ///< Another process owns the name on a later connection.
     };
 
-    /// `handler` runs from the main loop. Without one there are no such ends.
+    /// `handler` runs from the main loop. Without a handler the program goes on.
     void setEndHandler(std::function<void(End)> handler) { endHandler_ = std::move(handler); }
 
 private:
@@ -71,7 +69,7 @@ private:
     void requestName();
     void end(End why) const;
 
-    GObjectHandle<GCancellable> cancellable_;  ///< Guards `this` in the calls under way.
+    GObjectHandle<GCancellable> cancellable_;  ///< Cancels the pending calls, which use `this`.
     GObjectHandle<GDBusConnection> connection_;
     gulong closedHandler_ = 0;
     std::vector<std::weak_ptr<const Observer>> observers_;
@@ -79,7 +77,7 @@ private:
     GSourceId retry_;
     std::function<void(End)> endHandler_;
     bool opening_ = false;
-    bool wasLed_ = false;  ///< The session had its leader when the last connection came.
+    bool hadSessionLeader_ = false;  ///< When the last connection was made.
     bool wantsName_ = false;
 };
 

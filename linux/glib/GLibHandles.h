@@ -27,8 +27,8 @@ GObjectHandle<T> shareGObject(T* object) {
     return GObjectHandle<T>(static_cast<T*>(g_object_ref(object)));
 }
 
-/// A source of the default main context, removed when the handle goes away. A callback that ends
-/// its own source (by returning G_SOURCE_REMOVE) calls `forget()`.
+/// A source of the default main context, removed when the handle is destroyed. A callback that
+/// returns G_SOURCE_REMOVE must call `forget()` first, since GLib then removes the source itself.
 class GSourceId {
 public:
     GSourceId() = default;
@@ -73,5 +73,10 @@ public:
 private:
     GError* error_ = nullptr;
 };
+
+/// True for the error of a cancelled operation; false for null.
+inline bool isCancelled(const GError* error) {
+    return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+}
 
 }  // namespace glintmark::platform

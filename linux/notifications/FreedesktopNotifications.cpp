@@ -18,7 +18,7 @@ namespace {
 
 constexpr DBusTarget server{"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
                             "org.freedesktop.Notifications"};
-constexpr int defaultTimeout = -1;  // GDBus's 25 seconds: a server may have to be started first
+constexpr int defaultTimeout = -1;  // GDBus's 25 s: the bus may have to start the service
 constexpr auto programTitle = "Glintmark";
 constexpr guint replacesNothing = 0;
 constexpr int serverDecidesWhenItExpires = -1;
@@ -34,14 +34,14 @@ void runOnMainThread(std::function<void()> work) {
     g_idle_add_full(G_PRIORITY_DEFAULT, run, new Work(std::move(work)), release);
 }
 
-bool readsMarkup(GVariant* capabilities) {
+bool supportsMarkup(GVariant* capabilities) {
     const GVariantHandle list(g_variant_get_child_value(capabilities, 0));
     const std::unique_ptr<const gchar*, ReleaseWith<g_free>> names(
         g_variant_get_strv(list.get(), nullptr));
     return g_strv_contains(names.get(), "body-markup") != FALSE;
 }
 
-/// The title never holds markup; the body does where the server reads it.
+/// The title never has markup. The body has, if the server supports it.
 std::string bodyText(const std::string& body, bool markup) {
     std::string text = dbusText(body);
     if (!markup) {
@@ -81,7 +81,7 @@ struct FreedesktopNotifications::Shared {
                  });
     }
 
-    SessionBus* bus;  ///< Null when the notification centre is gone.
+    SessionBus* bus;  ///< Null once the notification centre is destroyed.
     std::string icon;
     GObjectHandle<GCancellable> cancellable;
 };
@@ -113,7 +113,7 @@ void FreedesktopNotifications::requestAuthorization(unsigned /*options*/,
     });
 }
 
-/// The server is asked each time whether it reads markup, since another may have taken its place.
+/// Asks each time if the server supports markup, since another server may have replaced it.
 void FreedesktopNotifications::add(UserNotificationRequest request, AddHandler handler) {
     runOnMainThread([shared = shared_, request = std::move(request), handler = std::move(handler)] {
         if (shared->connection() == nullptr) {
@@ -123,7 +123,7 @@ void FreedesktopNotifications::add(UserNotificationRequest request, AddHandler h
         callDBus(shared->connection(), server, "GetCapabilities", nullptr, "(as)", defaultTimeout,
                  shared->cancellable.get(),
                  [shared, request, handler](GVariant* capabilities, const GError*) {
-                     const bool markup = capabilities != nullptr && readsMarkup(capabilities);
+                     const bool markup = capabilities != nullptr && supportsMarkup(capabilities);
                      shared->notify(request, markup, handler);
                  });
     });

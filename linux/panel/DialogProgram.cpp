@@ -71,8 +71,7 @@ DialogProgram::DialogProgram(GObjectHandle<GSubprocess> process, Done done)
         g_subprocess_communicate_finish(G_SUBPROCESS(source), result, &output, nullptr,
                                         error.out());
         const GBytesHandle owner(output);
-        if (error.get() == nullptr ||
-            g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) == FALSE) {
+        if (!isCancelled(error.get())) {
             static_cast<DialogProgram*>(self)->ended(output);
         }
     };
@@ -81,10 +80,10 @@ DialogProgram::DialogProgram(GObjectHandle<GSubprocess> process, Done done)
 
 DialogProgram::~DialogProgram() {
     g_cancellable_cancel(cancellable_.get());
-    g_subprocess_send_signal(process_.get(), SIGTERM);  // no effect on one that has ended
+    g_subprocess_send_signal(process_.get(), SIGTERM);  // no effect if it has ended
 }
 
-/// Both programs print the path and a line feed, and end with status 0 only when one was chosen.
+/// If the user chose a path, both programs print it with a line feed and exit with status 0.
 void DialogProgram::ended(GBytes* output) {
     OpenPanel::Result result;
     if (output != nullptr && g_subprocess_get_successful(process_.get()) != FALSE) {

@@ -10,13 +10,13 @@
 
 namespace glintmark::platform {
 
-/// A dialog shown by a program of its own, zenity or kdialog, which ends when this goes away. Main
-/// thread only.
+/// A dialog that a separate program shows, zenity or kdialog. Destroying this ends the program.
+/// Main thread only.
 class DialogProgram {
 public:
     using Done = std::function<void(OpenPanel::Result)>;
 
-    /// Null when neither program is installed. `done` is called once, from the main loop.
+    /// Null if neither program is installed. `done` runs once, from the main loop.
     static std::unique_ptr<DialogProgram> start(const OpenPanel::Settings& settings, Done done);
 
     ~DialogProgram();

@@ -15,15 +15,14 @@ namespace {
 constexpr DBusTarget fileChooser{"org.freedesktop.portal.Desktop",
                                  "/org/freedesktop/portal/desktop",
                                  "org.freedesktop.portal.FileChooser"};
-constexpr DBusTarget properties{fileChooser.name, fileChooser.path,
-                                "org.freedesktop.DBus.Properties"};
 constexpr auto requestInterface = "org.freedesktop.portal.Request";
 constexpr auto handleToken = "glintmark";
-constexpr guint firstVersionWithDirectories = 3;
-constexpr int timeoutMilliseconds = 60'000;  // the portal and its backend may have to be started
+constexpr guint minimumVersion = 3;          // the first that can choose folders
+constexpr int timeoutMilliseconds = 60'000;  // the bus may have to start the portal and its backend
 constexpr guint responseSuccess = 0;
 
-/// Where the dialog's answer will come from: known before the call, or the answer could be missed.
+/// The object that will send the dialog's response. It is computed before the call, because the
+/// response may come before the call returns.
 std::string expectedRequestPath(GDBusConnection* connection) {
     std::string sender = g_dbus_connection_get_unique_name(connection) + 1;  // without the colon
     std::replace(sender.begin(), sender.end(), '.', '_');
@@ -49,7 +48,7 @@ PortalFileChooser::PortalFileChooser(GDBusConnection* connection, OpenPanel::Set
       cancellable_(g_cancellable_new()),
       settings_(std::move(settings)),
       done_(std::move(done)) {
-    askVersion();
+    checkVersion();
 }
 
 PortalFileChooser::~PortalFileChooser() {
@@ -67,33 +66,26 @@ PortalFileChooser::~PortalFileChooser() {
     }
 }
 
-/// An older portal would ignore "directory" and show a dialog for files. All that know it use the
-/// request path that the caller expects.
-void PortalFileChooser::askVersion() {
-    callDBus(connection_.get(), properties, "Get",
-             g_variant_new("(ss)", fileChooser.interface, "version"), "(v)", timeoutMilliseconds,
-             cancellable_.get(), [this](GVariant* result, const GError* error) {
-                 if (isCancelled(error)) {
-                     return;
-                 }
-                 GVariantHandle version;
-                 if (result != nullptr) {
-                     GVariant* value = nullptr;
-                     g_variant_get(result, "(v)", &value);
-                     version.reset(value);
-                 }
-                 if (version == nullptr ||
-                     g_variant_is_of_type(version.get(), G_VARIANT_TYPE_UINT32) == FALSE ||
-                     g_variant_get_uint32(version.get()) < firstVersionWithDirectories) {
-                     finish(std::nullopt);
-                     return;
-                 }
-                 open();
-             });
+/// An older portal would ignore "directory" and show a dialog for files. Portals from this version
+/// on also use the expected request path.
+void PortalFileChooser::checkVersion() {
+    getDBusProperty(connection_.get(), fileChooser, "version", timeoutMilliseconds,
+                    cancellable_.get(), [this](GVariant* version, const GError* error) {
+                        if (isCancelled(error)) {
+                            return;
+                        }
+                        if (version == nullptr ||
+                            g_variant_is_of_type(version, G_VARIANT_TYPE_UINT32) == FALSE ||
+                            g_variant_get_uint32(version) < minimumVersion) {
+                            finish(std::nullopt);
+                            return;
+                        }
+                        open();
+                    });
 }
 
 void PortalFileChooser::open() {
-    listen();
+    subscribeToResponse();
     GVariantBuilder options;
     g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
     const auto add = [&options](const char* name, GVariant* value) {
@@ -120,15 +112,15 @@ void PortalFileChooser::open() {
         });
 }
 
-void PortalFileChooser::listen() {
+void PortalFileChooser::subscribeToResponse() {
     requestPath_ = expectedRequestPath(connection_.get());
-    const auto heard = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
-                          GVariant* response, gpointer self) {
-        static_cast<PortalFileChooser*>(self)->answered(response);
+    const auto received = [](GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                             const gchar*, GVariant* response, gpointer self) {
+        static_cast<PortalFileChooser*>(self)->handleResponse(response);
     };
     responseSignal_ = g_dbus_connection_signal_subscribe(
         connection_.get(), fileChooser.name, requestInterface, "Response", requestPath_.c_str(),
-        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, heard, this, nullptr);
+        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, received, this, nullptr);
 }
 
 void PortalFileChooser::watchPortal() {
@@ -142,8 +134,8 @@ void PortalFileChooser::watchPortal() {
                                             nullptr);
 }
 
-void PortalFileChooser::answered(GVariant* response) {
-    requestPath_.clear();  // the portal has closed the dialog
+void PortalFileChooser::handleResponse(GVariant* response) {
+    requestPath_.clear();  // the dialog is closed
     if (g_variant_is_of_type(response, G_VARIANT_TYPE("(ua{sv})")) == FALSE) {
         finish(OpenPanel::Result{});
         return;

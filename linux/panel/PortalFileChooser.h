@@ -11,11 +11,11 @@
 
 namespace glintmark::platform {
 
-/// One dialog of the desktop portal's file chooser, closed when this goes away. Main thread only.
+/// One dialog of the desktop portal's file chooser. Destroying this closes it. Main thread only.
 class PortalFileChooser {
 public:
-    /// Called once, from the main loop: with the answer, or with nothing when the portal cannot
-    /// show such a dialog. Losing the portal while the dialog is open counts as cancelled.
+    /// Runs once, from the main loop. Absent if the portal cannot show the dialog. If the portal
+    /// dies while the dialog is open, the result is a cancellation.
     using Done = std::function<void(std::optional<OpenPanel::Result>)>;
 
     PortalFileChooser(GDBusConnection* connection, OpenPanel::Settings settings, Done done);
@@ -24,18 +24,18 @@ public:
     PortalFileChooser& operator=(const PortalFileChooser&) = delete;
 
 private:
-    void askVersion();
+    void checkVersion();
     void open();
-    void listen();
+    void subscribeToResponse();
     void watchPortal();
-    void answered(GVariant* response);
+    void handleResponse(GVariant* response);
     void finish(std::optional<OpenPanel::Result> result);
 
     GObjectHandle<GDBusConnection> connection_;
     GObjectHandle<GCancellable> cancellable_;
     OpenPanel::Settings settings_;
     Done done_;
-    std::string requestPath_;  ///< Empty while there is no dialog to close.
+    std::string requestPath_;  ///< Empty if there is no dialog to close.
     guint responseSignal_ = 0;
     guint watch_ = 0;
 };

@@ -11,7 +11,7 @@ namespace glintmark::platform {
 
 namespace {
 
-/// One dialog from its start to its answer.
+/// One dialog, from its start to its result.
 class Dialog {
 public:
     Dialog(GDBusConnection* connection, const OpenPanel::Settings& settings)

@@ -6,10 +6,11 @@
 
 namespace glintmark::platform {
 
-/// The desktop portal's file chooser; where there is none, zenity or kdialog.
+/// The desktop portal's file chooser, or zenity or kdialog where there is no portal.
 ///
-/// One panel at a time: a second one asked for from the loop of the first counts as cancelled, and
-/// so does one that is open when the program ends (`MainLoops::quitAll`).
+/// Only one panel is open at a time: a second one, requested from the first one's loop, is
+/// cancelled at once. A panel that is open when the program ends (`MainLoops::quitAll`) is
+/// cancelled too.
 class PortalOpenPanel : public OpenPanel {
 public:
     PortalOpenPanel(SessionBus& bus, MainLoops& loops) : bus_(bus), loops_(loops) {}

@@ -12,8 +12,8 @@ namespace {
 constexpr std::uint32_t protocolVersion = 3;
 constexpr auto unknownEntry = "The menu has no such entry";
 
-/// Far above what one layout needs, and far enough below the largest number for another.
-constexpr DBusMenuLayout::Id lastFirstId = std::numeric_limits<DBusMenuLayout::Id>::max() / 2;
+/// Above it the numbers begin again at 1. It leaves enough numbers for one more layout.
+constexpr DBusMenuLayout::Id maximumFirstId = std::numeric_limits<DBusMenuLayout::Id>::max() / 2;
 
 DBusMenuLayout::Names namesFrom(GVariant* strings) {
     DBusMenuLayout::Names names;
@@ -55,7 +55,8 @@ void DBusMenu::offer(GDBusConnection* connection) {
 }
 
 void DBusMenu::setMenu(Menu menu) {
-    layout_ = DBusMenuLayout(std::move(menu), layout_.next() < lastFirstId ? layout_.next() : 1);
+    layout_ =
+        DBusMenuLayout(std::move(menu), layout_.nextId() < maximumFirstId ? layout_.nextId() : 1);
     ++revision_;
     if (object_) {
         object_->emit("LayoutUpdated", g_variant_new("(ui)", revision_, DBusMenuLayout::root));
@@ -72,7 +73,7 @@ GVariant* DBusMenu::property(const std::string& name) const {
     if (name == "Status") {
         return g_variant_new_string("normal");
     }
-    return g_variant_new_strv(nullptr, 0);  // IconThemePath: no entry has an icon
+    return g_variant_new_strv(nullptr, 0);  // IconThemePath: entries have no icons
 }
 
 void DBusMenu::call(const std::string& method, GVariant* arguments,
@@ -152,7 +153,7 @@ void DBusMenu::event(GVariant* arguments, GDBusMethodInvocation* invocation) {
         return;
     }
     g_dbus_method_invocation_return_value(invocation, nullptr);
-    take(id, event);
+    handleEvent(id, event);
 }
 
 void DBusMenu::eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation) {
@@ -177,7 +178,7 @@ void DBusMenu::eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation
     }
     g_dbus_method_invocation_return_value(invocation, g_variant_new("(@ai)", idArray(unknown)));
     for (const auto& [entry, name] : known) {
-        take(entry, name);
+        handleEvent(entry, name);
     }
 }
 
@@ -208,25 +209,25 @@ void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invo
                                           g_variant_new("(@ai@ai)", idArray({}), idArray(unknown)));
 }
 
-/// The action runs from the main loop, since it may run a loop of its own (a dialog) and the panel
-/// must have its answer before.
-void DBusMenu::take(Id id, const std::string& event) {
+/// The action runs later, from the main loop. It may open a dialog with a nested loop, and the
+/// panel must have its answer before that.
+void DBusMenu::handleEvent(Id id, const std::string& event) {
     if (event != "clicked") {
         return;
     }
-    chosen_.push_back(id);
+    clicked_.push_back(id);
     const auto run = [](gpointer data) -> gboolean {
         auto* self = static_cast<DBusMenu*>(data);
-        self->running_.forget();
-        self->runChosen();
+        self->actionSource_.forget();
+        self->runActions();
         return G_SOURCE_REMOVE;
     };
-    running_ = GSourceId(g_idle_add_full(G_PRIORITY_DEFAULT, run, this, nullptr));
+    actionSource_ = GSourceId(g_idle_add_full(G_PRIORITY_DEFAULT, run, this, nullptr));
 }
 
-void DBusMenu::runChosen() {
-    for (const Id id : std::exchange(chosen_, {})) {
-        const MenuItem* item = layout_.item(id);  // null when an action has replaced the menu
+void DBusMenu::runActions() {
+    for (const Id id : std::exchange(clicked_, {})) {
+        const MenuItem* item = layout_.item(id);  // null if an earlier action replaced the menu
         if (item != nullptr && item->isSelectable() && item->action) {
             const MenuItem copy = *item;  // the action may replace the menu
             copy.action(copy);

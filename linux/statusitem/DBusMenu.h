@@ -14,9 +14,9 @@
 
 namespace glintmark::platform {
 
-/// A menu that a desktop panel shows on the program's behalf: com.canonical.dbusmenu.
+/// The com.canonical.dbusmenu object: a menu that the desktop's panel shows for the program.
 ///
-/// Main thread only. The menu outlives bus connections: it is offered on at most one at a time.
+/// Main thread only. The menu outlives bus connections. It is exported on at most one at a time.
 class DBusMenu {
 public:
     static constexpr auto path = "/MenuBar";
@@ -25,10 +25,10 @@ public:
     DBusMenu(const DBusMenu&) = delete;
     DBusMenu& operator=(const DBusMenu&) = delete;
 
-    /// Offers the menu on `connection`, or nowhere when it is null.
+    /// Exports the menu on `connection`; on none if null.
     void offer(GDBusConnection* connection);
 
-    /// Replaces the whole menu and tells the panel. Entries chosen before have no effect any more.
+    /// Replaces the whole menu and notifies the panel. Pending clicks on the old menu are dropped.
     void setMenu(Menu menu);
 
 private:
@@ -44,13 +44,13 @@ private:
     void aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation) const;
     void aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation) const;
 
-    void take(Id id, const std::string& event);
-    void runChosen();
+    void handleEvent(Id id, const std::string& event);
+    void runActions();
 
     DBusMenuLayout layout_;
     std::uint32_t revision_ = 1;
-    std::vector<Id> chosen_;  ///< Entries whose action waits until the panel has its answer.
-    GSourceId running_;
+    std::vector<Id> clicked_;  ///< Their actions wait until the panel has its answer.
+    GSourceId actionSource_;
     std::optional<DBusObject> object_;
 };
 

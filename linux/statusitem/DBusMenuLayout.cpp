@@ -16,11 +16,11 @@ constexpr auto shortcutModifier = "Control";
 
 struct Property {
     const char* name;
-    GVariant* (*value)(const MenuItem* item, bool hasChildren);  ///< Null when it is the default.
+    GVariant* (*value)(const MenuItem* item, bool hasChildren);  ///< Null if it is the default.
     GVariant* (*defaultValue)();
 };
 
-/// In a label "_" marks the access key and "__" stands for itself.
+/// In a label, "_" marks the access key and "__" means one "_".
 std::string escapedLabel(const std::string& title) {
     std::string label;
     for (const char character : dbusText(title)) {
@@ -69,23 +69,24 @@ const std::array<Property, 6> knownProperties{{
      [] { return g_variant_new_string(""); }},
 }};
 
-bool wanted(const DBusMenuLayout::Names& names, const char* name) {
+bool isWanted(const DBusMenuLayout::Names& names, const char* name) {
     return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
 }
 
 }  // namespace
 
-DBusMenuLayout::DBusMenuLayout(Menu menu, Id first) : menu_(std::move(menu.items)), next_(first) {
-    rootChildren_ = number(menu_);
+DBusMenuLayout::DBusMenuLayout(Menu menu, Id firstId)
+    : menu_(std::move(menu.items)), nextId_(firstId) {
+    rootChildren_ = assignIds(menu_);
 }
 
-std::vector<DBusMenuLayout::Id> DBusMenuLayout::number(const std::vector<MenuItem>& items) {
+std::vector<DBusMenuLayout::Id> DBusMenuLayout::assignIds(const std::vector<MenuItem>& items) {
     std::vector<Id> ids;
     for (const MenuItem& item : items) {
-        const Id id = next_++;
+        const Id id = nextId_++;
         ids.push_back(id);
         items_[id] = Entry{&item, {}};
-        items_[id].children = number(item.submenu);
+        items_[id].children = assignIds(item.submenu);
     }
     return ids;
 }
@@ -108,21 +109,21 @@ const std::vector<DBusMenuLayout::Id>& DBusMenuLayout::children(Id id) const {
 }
 
 GVariant* DBusMenuLayout::tree(Id id, int depth, const Names& names) const {
-    GVariantBuilder below;
-    g_variant_builder_init(&below, G_VARIANT_TYPE("av"));
+    GVariantBuilder subtrees;
+    g_variant_builder_init(&subtrees, G_VARIANT_TYPE("av"));
     if (depth != 0) {
         for (const Id child : children(id)) {
-            g_variant_builder_add(&below, "v", tree(child, std::max(depth, 0) - 1, names));
+            g_variant_builder_add(&subtrees, "v", tree(child, std::max(depth, 0) - 1, names));
         }
     }
-    return g_variant_new("(i@a{sv}av)", id, properties(id, names), &below);
+    return g_variant_new("(i@a{sv}av)", id, properties(id, names), &subtrees);
 }
 
 GVariant* DBusMenuLayout::properties(Id id, const Names& names) const {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
     for (const Property& property : knownProperties) {
-        if (!wanted(names, property.name)) {
+        if (!isWanted(names, property.name)) {
             continue;
         }
         if (GVariant* value = property.value(item(id), !children(id).empty())) {

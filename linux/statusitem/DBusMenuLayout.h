@@ -11,40 +11,41 @@
 
 namespace glintmark::platform {
 
-/// One version of a menu as com.canonical.dbusmenu describes it: a tree of numbered entries whose
-/// root, number 0, is no entry itself.
+/// One version of a menu in the form of com.canonical.dbusmenu: a tree of numbered entries. The
+/// root, number 0, stands for the menu itself.
 ///
-/// Numbers are never used twice, so that a number from an earlier layout names nothing here.
+/// If each layout numbers its entries from the last one's `nextId()` on, a number from an earlier
+/// layout names nothing in this one.
 class DBusMenuLayout {
 public:
     using Id = std::int32_t;
-    using Names = std::vector<std::string>;  ///< Which properties; all of them when empty.
+    using Names = std::vector<std::string>;  ///< The wanted properties; all if empty.
 
     static constexpr Id root = 0;
 
     DBusMenuLayout() = default;
-    /// Numbers the entries from `first` on, which is above 0.
-    DBusMenuLayout(Menu menu, Id first);
+    /// Numbers the entries from `firstId` on, which must be above 0.
+    DBusMenuLayout(Menu menu, Id firstId);
     DBusMenuLayout(const DBusMenuLayout&) = delete;
     DBusMenuLayout& operator=(const DBusMenuLayout&) = delete;
     DBusMenuLayout(DBusMenuLayout&&) = default;
     DBusMenuLayout& operator=(DBusMenuLayout&&) = default;
 
-    Id next() const { return next_; }  ///< The first number that is still free.
+    Id nextId() const { return nextId_; }  ///< The first unused number.
     bool contains(Id id) const { return id == root || items_.contains(id); }
     std::vector<Id> ids() const;
 
-    /// The entry; null for the root and for numbers that this layout does not have.
+    /// The entry; null for the root and for unknown numbers.
     const MenuItem* item(Id id) const;
 
-    /// The entry with its children as "(ia{sv}av)", `depth` levels of them; all when negative.
-    /// `id` must be contained, here and below. Results are floating.
+    /// The entry with `depth` levels of children as "(ia{sv}av)"; all levels if `depth` is
+    /// negative. `id` must be contained, here and below. The results are floating.
     GVariant* tree(Id id, int depth, const Names& names) const;
 
     /// The properties that differ from their defaults, as "a{sv}".
     GVariant* properties(Id id, const Names& names) const;
 
-    /// One property, its default included; null for a name that is no property.
+    /// One property, or its default if unset; null for an unknown name.
     GVariant* property(Id id, const std::string& name) const;
 
 private:
@@ -53,13 +54,13 @@ private:
         std::vector<Id> children;
     };
 
-    std::vector<Id> number(const std::vector<MenuItem>& items);
+    std::vector<Id> assignIds(const std::vector<MenuItem>& items);
     const std::vector<Id>& children(Id id) const;
 
-    std::vector<MenuItem> menu_;  ///< What the entries point into; never changed.
+    std::vector<MenuItem> menu_;  ///< The entries point into it, so it never changes.
     std::map<Id, Entry> items_;
     std::vector<Id> rootChildren_;
-    Id next_ = 1;
+    Id nextId_ = 1;
 };
 
 }  // namespace glintmark::platform

@@ -9,8 +9,8 @@
 #include "linux/queues/CoalescedTimeout.h"
 #include "linux/statusitem/StatusNotifierItemXml.h"
 
-// The roles of item, watcher and host, and the names of the properties, are those of the
-// freedesktop.org StatusNotifierItem text, as KDE serves it.
+// Item, watcher and host, and the names of the properties: freedesktop.org's StatusNotifierItem
+// specification, as KDE implements it.
 
 namespace glintmark::platform {
 
@@ -20,11 +20,9 @@ using std::chrono::milliseconds;
 
 constexpr DBusTarget watcher{"org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
                              "org.kde.StatusNotifierWatcher"};
-constexpr DBusTarget watcherProperties{watcher.name, watcher.path,
-                                       "org.freedesktop.DBus.Properties"};
 constexpr int timeoutMilliseconds = 10'000;
 constexpr milliseconds firstPause{1000};
-constexpr milliseconds longestPause{60'000};
+constexpr milliseconds maximumPause{60'000};
 
 constexpr auto programTitle = "Glintmark";
 constexpr std::array pixmapSizes{18, 22, 24, 32, 36, 48, 64};
@@ -45,8 +43,8 @@ GVariant* noPixmaps() { return g_variant_new_array(G_VARIANT_TYPE("(iiay)"), nul
 
 GVariant* toolTip() { return g_variant_new("(s@a(iiay)ss)", "", noPixmaps(), programTitle, ""); }
 
-/// Whether `items`, a watcher's list, has the item of the connection with this unique name.
-/// Watchers write it with or without the object's path.
+/// True if `items`, a watcher's list, contains the item of the connection `uniqueName`. Watchers
+/// list items with or without the object's path.
 bool listsItemOf(GVariant* items, const char* uniqueName) {
     GVariantIter iterator;
     g_variant_iter_init(&iterator, items);
@@ -61,8 +59,8 @@ bool listsItemOf(GVariant* items, const char* uniqueName) {
     return false;
 }
 
-/// The menu is all there is to open, and the panel opens it by itself. One that asks for an
-/// activation first, whatever `ItemIsMenu` says, opens the menu when that is refused.
+/// The item has only a menu, and panels open it themselves. A panel that ignores `ItemIsMenu` and
+/// sends an activation first opens the menu when the activation is refused.
 void answer(const std::string& method, GDBusMethodInvocation* invocation) {
     if (method == "Activate" || method == "SecondaryActivate") {
         g_dbus_method_invocation_return_error_literal(
@@ -104,7 +102,7 @@ void StatusNotifierItem::offer(GDBusConnection* connection) {
             answer(method, invocation);
         },
         [this](const std::string& name) { return property(name); });
-    watchWatcher(connection);
+    followWatcher(connection);
 }
 
 void StatusNotifierItem::stopOffering() {
@@ -160,10 +158,10 @@ GVariant* StatusNotifierItem::property(const std::string& name) const {
     if (name == "Menu") {
         return g_variant_new_object_path(DBusMenu::path);
     }
-    return g_variant_new_string("");  // names of an overlay, attention icon or movie: there is none
+    return g_variant_new_string("");  // the names of overlay, attention icon and movie: none
 }
 
-void StatusNotifierItem::watchWatcher(GDBusConnection* connection) {
+void StatusNotifierItem::followWatcher(GDBusConnection* connection) {
     const auto appeared = [](GDBusConnection*, const gchar*, const gchar*, gpointer data) {
         auto* self = static_cast<StatusNotifierItem*>(data);
         self->cancellable_.reset(g_cancellable_new());
@@ -188,30 +186,24 @@ void StatusNotifierItem::watchWatcher(GDBusConnection* connection) {
                                             appeared, vanished, this, nullptr);
 }
 
-/// A watcher that outlives its hosts may have dropped the item with the last one. It is asked
-/// first, since some complain about an item that registers twice.
+/// A watcher that outlives its last host may have dropped the item with it. Registers only if the
+/// watcher does not list the item, since some watchers complain about a second registration.
 void StatusNotifierItem::hostAppeared() {
     if (cancellable_ == nullptr) {
-        return;  // the watcher's own appearance, still to be reported, registers the item
+        return;  // `appeared` has not run yet and will register the item
     }
-    callDBus(connection_.get(), watcherProperties, "Get",
-             g_variant_new("(ss)", watcher.interface, "RegisteredStatusNotifierItems"), "(v)",
-             timeoutMilliseconds, cancellable_.get(),
-             [this](GVariant* result, const GError* error) {
-                 if (result == nullptr) {
-                     if (!isCancelled(error)) {
-                         registerItem();
-                     }
-                     return;
-                 }
-                 GVariant* items = nullptr;
-                 g_variant_get(result, "(v)", &items);
-                 const GVariantHandle owner(items);
-                 if (g_variant_is_of_type(items, G_VARIANT_TYPE_STRING_ARRAY) == FALSE ||
-                     !listsItemOf(items, g_dbus_connection_get_unique_name(connection_.get()))) {
-                     registerItem();
-                 }
-             });
+    getDBusProperty(
+        connection_.get(), watcher, "RegisteredStatusNotifierItems", timeoutMilliseconds,
+        cancellable_.get(), [this](GVariant* items, const GError* error) {
+            if (isCancelled(error)) {
+                return;
+            }
+            if (items == nullptr ||
+                g_variant_is_of_type(items, G_VARIANT_TYPE_STRING_ARRAY) == FALSE ||
+                !listsItemOf(items, g_dbus_connection_get_unique_name(connection_.get()))) {
+                registerItem();
+            }
+        });
 }
 
 void StatusNotifierItem::registerItem() {
@@ -232,11 +224,11 @@ void StatusNotifierItem::registerLater() {
         return G_SOURCE_REMOVE;
     };
     retry_ = GSourceId(addCoalescedTimeout(pause_, again, this));
-    pause_ = std::min(pause_ * 2, longestPause);
+    pause_ = std::min(pause_ * 2, maximumPause);
 }
 
 std::unique_ptr<StatusItem> StatusNotifierBar::statusItem(double /*length*/) {
-    // Without a runtime directory GLib names the cache directory.
+    // Without a runtime directory, GLib returns the cache directory.
     const GStringHandle folder(g_build_filename(g_get_user_runtime_dir(), "glintmark", nullptr));
     return std::make_unique<StatusNotifierItem>(bus_, folder.get());
 }

@@ -15,13 +15,13 @@
 
 namespace glintmark::platform {
 
-/// A status item on the bus: org.kde.StatusNotifierItem with its menu, registered with whichever
-/// panel is there, and again when that or the bus restarts. Main thread only.
+/// A status item on the bus: org.kde.StatusNotifierItem with its menu. It registers with the
+/// panel's watcher, and again whenever that or the bus restarts. Main thread only.
 class StatusNotifierItem : public StatusItem, private StatusBarButton {
 public:
     static constexpr auto path = "/StatusNotifierItem";
 
-    /// `iconFolder` is where the symbolic icon goes while the item exists.
+    /// `iconFolder` holds the symbolic icon while the item exists.
     StatusNotifierItem(SessionBus& bus, std::string iconFolder);
     ~StatusNotifierItem() override;
     StatusNotifierItem(const StatusNotifierItem&) = delete;
@@ -36,7 +36,7 @@ private:
     void offer(GDBusConnection* connection);
     void stopOffering();
     GVariant* property(const std::string& name) const;
-    void watchWatcher(GDBusConnection* connection);
+    void followWatcher(GDBusConnection* connection);
     void hostAppeared();
     void registerItem();
     void registerLater();
@@ -47,7 +47,7 @@ private:
     DBusMenu menu_;
     std::optional<DBusObject> object_;
     GObjectHandle<GDBusConnection> connection_;
-    GObjectHandle<GCancellable> cancellable_;  ///< For the calls to the present watcher.
+    GObjectHandle<GCancellable> cancellable_;  ///< For the calls to the current watcher.
     guint watch_ = 0;
     guint hostSignal_ = 0;
     std::chrono::milliseconds pause_{};
@@ -55,12 +55,12 @@ private:
     SessionBus::Subscription subscription_;
 };
 
-/// The panels' status areas behind StatusNotifierItem.
+/// The status area of any panel that supports StatusNotifierItem.
 class StatusNotifierBar : public StatusBar {
 public:
     explicit StatusNotifierBar(SessionBus& bus) : bus_(bus) {}
 
-    /// The panel decides how wide an item is, so `length` has no effect.
+    /// `length` has no effect: the panel chooses the item's width.
     std::unique_ptr<StatusItem> statusItem(double length) override;
 
 private:

@@ -2,7 +2,8 @@
 
 namespace glintmark::platform {
 
-/// The interface of the freedesktop.org StatusNotifierItem text, under KDE's name.
+/// The interface of freedesktop.org's StatusNotifierItem specification, under the name that KDE
+/// uses.
 inline constexpr auto statusNotifierItemXml = R"xml(<node>
   <interface name="org.kde.StatusNotifierItem">
     <property name="Category" type="s" access="read"/>

@@ -21,13 +21,13 @@ namespace {
 using CairoSurface = std::unique_ptr<cairo_surface_t, ReleaseWith<cairo_surface_destroy>>;
 using Cairo = std::unique_ptr<cairo_t, ReleaseWith<cairo_destroy>>;
 
-/// Hands each element of the path to a function of its kind.
+/// For std::visit: one function for each kind of path element.
 template <typename... Visitors>
 struct Overloaded : Visitors... {
     using Visitors::operator()...;
 };
 template <typename... Visitors>
-Overloaded(Visitors...) -> Overloaded<Visitors...>;  // Clang 14 does not deduce it by itself
+Overloaded(Visitors...) -> Overloaded<Visitors...>;  // Clang 14 needs the deduction guide
 
 void trace(cairo_t* cairo, const BezierPath& path) {
     const Overloaded draw{
@@ -47,7 +47,7 @@ void trace(cairo_t* cairo, const BezierPath& path) {
 CairoSurface renderMask(const TemplateImage& image, int pixels) {
     CairoSurface surface(cairo_image_surface_create(CAIRO_FORMAT_A8, pixels, pixels));
     const Cairo cairo(cairo_create(surface.get()));
-    // Upwards is downwards in cairo.
+    // The image's y axis points up, cairo's down.
     cairo_translate(cairo.get(), 0, pixels);
     cairo_scale(cairo.get(), pixels / image.size.width, -pixels / image.size.height);
     trace(cairo.get(), image.filledPath);
@@ -59,7 +59,7 @@ CairoSurface renderMask(const TemplateImage& image, int pixels) {
     return surface;
 }
 
-/// Independent of the locale, unlike the printf family.
+/// Does not depend on the locale, unlike printf(3).
 std::string number(double value) {
     std::array<char, 32> text{};
     constexpr int significantDigits = 6;
@@ -68,7 +68,7 @@ std::string number(double value) {
     return {text.data(), end.ptr};
 }
 
-/// The "d" attribute of an SVG path, whose y runs downwards.
+/// The "d" attribute of an SVG path. SVG's y axis points down.
 std::string svgPathData(const TemplateImage& image) {
     const auto at = [&](Point point) {
         return number(point.x) + " " + number(image.size.height - point.y);
@@ -93,7 +93,7 @@ std::string neutralColour() {
     return text.get();
 }
 
-/// Where the icon lies below an icon theme folder.
+/// The folders to make below an icon theme folder. The icon is in the last.
 const std::array<const char*, 3> themeFolders{"/hicolor", "/hicolor/scalable",
                                               "/hicolor/scalable/apps"};
 constexpr mode_t ownerOnly = 0700;
@@ -120,8 +120,8 @@ std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels)
     return argb;
 }
 
-/// GTK overrides the fill of every path; KDE replaces the style sheet of this id, which paths of
-/// this class then take their colour from.
+/// GTK overrides the fill of every path. KDE replaces the style sheet with this id, and thereby the
+/// colour of paths with this class.
 std::string symbolicSVG(const TemplateImage& image) {
     const std::string width = number(image.size.width);
     const std::string height = number(image.size.height);

@@ -8,23 +8,23 @@
 
 namespace glintmark::platform {
 
-/// The grey of a template image where the desktop does not recolour it: its contrast is 3.6 to 1
-/// and better on usual light and dark panels alike.
+/// The grey of a template image where the desktop does not recolour it. Its contrast is at
+/// least 3.6 to 1 on usual light and dark panels.
 inline constexpr std::uint8_t neutralGrey = 0x80;
 
-/// The image scaled into a square of `pixels`, row by row from the top: alpha, red, green, blue,
-/// one byte each, not premultiplied, as StatusNotifierItem publishes pictures.
+/// The image scaled to a square of `pixels`, row by row from the top: alpha, red, green, blue, one
+/// byte each, not premultiplied. This is the format of StatusNotifierItem.
 std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels);
 
 /// The image as a symbolic icon that GTK and KDE recolour.
 std::string symbolicSVG(const TemplateImage& image);
 
-/// An icon theme folder with one symbolic icon in it, there as long as this exists.
+/// An icon theme folder with one symbolic icon, on disk while this exists.
 class SymbolicIconFolder {
 public:
     static constexpr auto iconName = "glintmark-symbolic";
 
-    /// `path` is made when it is missing. When that or writing fails, `path()` is empty.
+    /// Makes `path` if it is missing. If that or writing fails, `path()` is empty.
     SymbolicIconFolder(std::string path, const TemplateImage& image);
     ~SymbolicIconFolder();
     SymbolicIconFolder(const SymbolicIconFolder&) = delete;
