@@ -10,39 +10,69 @@ namespace glintmark::platform {
 
 namespace {
 
-std::string text(GVariant* value) {
+constexpr auto busName = "org.freedesktop.DBus";
+constexpr auto busPath = "/org/freedesktop/DBus";
+
+}  // namespace
+
+std::string variantText(GVariant* value) {
     const GStringHandle printed(g_variant_print(value, FALSE));
     return printed.get();
 }
 
-}  // namespace
-
 std::string PeerReply::part(gsize index) const {
-    return text(GVariantHandle(g_variant_get_child_value(value.get(), index)).get());
+    return variantText(GVariantHandle(g_variant_get_child_value(value.get(), index)).get());
 }
 
 FakePeer::FakePeer(const PrivateBus& bus) : connection_(bus.connect()) {}
+
+FakePeer::~FakePeer() {
+    if (subscription_ != 0) {
+        g_dbus_connection_signal_unsubscribe(connection_.get(), subscription_);
+    }
+}
 
 std::string FakePeer::uniqueName() const {
     return g_dbus_connection_get_unique_name(connection_.get());
 }
 
 void FakePeer::ownName(const std::string& name) {
-    const auto reply = call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                            "RequestName", "('" + name + "', uint32 0)");
-    EXPECT_EQ(reply.part(0), "1");
+    constexpr auto primaryOwner = "1";
+    const PeerReply reply{callBus("RequestName", g_variant_new("(su)", name.c_str(), 0U)), {}};
+    ASSERT_NE(reply.value, nullptr);
+    EXPECT_EQ(reply.part(0), primaryOwner);
 }
 
-void FakePeer::giveUpName(const std::string& name) {
-    const auto reply = call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                            "ReleaseName", "('" + name + "',)");
-    EXPECT_EQ(reply.part(0), "1");
+std::string FakePeer::ownerOf(const std::string& name) const {
+    const auto reply = callBus("GetNameOwner", g_variant_new("(s)", name.c_str()));
+    const char* owner = "";
+    if (reply != nullptr) {
+        g_variant_get(reply.get(), "(&s)", &owner);
+    }
+    return owner;
+}
+
+GVariantHandle FakePeer::callBus(const char* method, GVariant* arguments) const {
+    return GVariantHandle(
+        g_dbus_connection_call_sync(connection_.get(), busName, busPath, busName, method, arguments,
+                                    nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
 }
 
 void FakePeer::offer(const char* path, const char* xml, DBusObject::Call call,
                      DBusObject::Property property) {
     objects_.push_back(std::make_unique<DBusObject>(connection_.get(), path, xml, std::move(call),
                                                     std::move(property)));
+}
+
+void FakePeer::listen(const char* interface) {
+    const auto received = [](GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                             const gchar* name, GVariant* arguments, gpointer self) {
+        static_cast<FakePeer*>(self)->signals_.push_back({name, variantText(arguments)});
+    };
+    subscription_ = g_dbus_connection_signal_subscribe(
+        connection_.get(), nullptr, interface, nullptr, nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        received, this, nullptr);
+    callBus("GetId", nullptr);  // when it returns, the bus has the subscription
 }
 
 PeerReply FakePeer::call(const std::string& name, const std::string& path,
@@ -82,15 +112,12 @@ std::string FakePeer::property(const std::string& name, const std::string& path,
     }
     GVariant* value = nullptr;
     g_variant_get(reply.value.get(), "(v)", &value);
-    return text(GVariantHandle(value).get());
+    return variantText(GVariantHandle(value).get());
 }
 
 void FakePeer::die() {
     objects_.clear();
-    // A round trip, so that the bus has taken in all that was said before.
-    const GVariantHandle id(g_dbus_connection_call_sync(
-        connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    callBus("GetId", nullptr);  // when it returns, the bus has all earlier messages
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 

@@ -6,6 +6,8 @@
 #include <array>
 #include <csignal>
 
+#include "tests/linux/MainLoop.h"
+
 namespace glintmark::platform {
 
 namespace {
@@ -51,7 +53,7 @@ void PrivateBus::start() {
                                    ("--config-file=" + folder_ + "/bus.conf").c_str(), "--nofork",
                                    "--nopidfile", "--print-address=1", nullptr));
     ASSERT_NE(daemon_, nullptr) << error.get()->message;
-    // The address comes when the socket listens.
+    // The daemon prints its address once its socket listens.
     std::array<char, 1> byte{};
     EXPECT_EQ(g_input_stream_read(g_subprocess_get_stdout_pipe(daemon_.get()), byte.data(), 1,
                                   nullptr, nullptr),
@@ -65,6 +67,11 @@ void PrivateBus::stop() {
         daemon_.reset();
         g_unlink((folder_ + "/bus").c_str());
     }
+}
+
+void PrivateBus::stop(const SessionBus& program) {
+    stop();
+    EXPECT_TRUE(waitUntil([&] { return program.connection() == nullptr; }));
 }
 
 void PrivateBus::pause() { g_subprocess_send_signal(daemon_.get(), SIGSTOP); }

@@ -4,12 +4,13 @@
 
 #include <string>
 
+#include "linux/bus/SessionBus.h"
 #include "linux/glib/GLibHandles.h"
 
 namespace glintmark::platform {
 
-/// A message bus of the test's own, which DBUS_SESSION_BUS_ADDRESS names while this exists. It can
-/// end and start again at the same address.
+/// A private message bus. DBUS_SESSION_BUS_ADDRESS names it while this exists. It can end and start
+/// again at the same address.
 class PrivateBus {
 public:
     enum class Begin { started, stopped };
@@ -21,11 +22,11 @@ public:
 
     void start();
     void stop();
-    void pause();  ///< It reads nothing any more, until it is stopped.
-    const std::string& address() const { return address_; }
-    const std::string& folder() const { return folder_; }  ///< Empty but for the bus's files.
+    void stop(const SessionBus& program);  ///< Also waits until the program has lost it.
+    void pause();                          ///< It reads nothing until it is stopped.
+    const std::string& folder() const { return folder_; }  ///< Only the bus's files are removed.
 
-    /// A connection for a peer of the program under test.
+    /// A connection for another program.
     GObjectHandle<GDBusConnection> connect() const;
 
 private:

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "linux/bus/SessionBus.h"
+#include "tests/linux/FakePeer.h"
 #include "tests/linux/MainLoop.h"
 #include "tests/linux/PrivateBus.h"
 
@@ -12,20 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Owner of the program's name as the bus sees it; empty when nobody is.
-std::string ownerOfProgramName(GDBusConnection* connection) {
-    const GVariantHandle reply(g_dbus_connection_call_sync(
-        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "GetNameOwner", g_variant_new("(s)", SessionBus::programName), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-    const char* owner = "";
-    if (reply != nullptr) {
-        g_variant_get(reply.get(), "(&s)", &owner);
-    }
-    return owner;
-}
-
-TEST(SessionBusTest, ConnectsAtOnceAndTellsAnObserverAtOnce) {
+TEST(SessionBusTest, ConnectsAtOnceAndCallsANewObserverAtOnce) {
     PrivateBus daemon;
     SessionBus bus;
     ASSERT_NE(bus.connection(), nullptr);
@@ -59,7 +47,7 @@ TEST(SessionBusTest, WithoutAnAddressNoBusIsStarted) {
     }
 }
 
-TEST(SessionBusTest, ABusThatAppearsLaterIsTakenUp) {
+TEST(SessionBusTest, ConnectsToABusThatAppearsLater) {
     PrivateBus daemon(PrivateBus::Begin::stopped);
     SessionBus bus;
     GDBusConnection* seen = nullptr;
@@ -69,25 +57,23 @@ TEST(SessionBusTest, ABusThatAppearsLaterIsTakenUp) {
     EXPECT_EQ(seen, bus.connection());
 }
 
-TEST(SessionBusTest, ABusThatRestartsIsLostAndTakenUpAgain) {
+TEST(SessionBusTest, ReconnectsToABusThatRestarts) {
     PrivateBus daemon;
     SessionBus bus;
     std::vector<bool> changes;
     const auto subscription =
         bus.observe([&](GDBusConnection* connection) { changes.push_back(connection != nullptr); });
-    daemon.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus.connection() == nullptr; }));
+    daemon.stop(bus);
     daemon.start();
     ASSERT_TRUE(waitUntil([&] { return bus.connection() != nullptr; }));
     EXPECT_EQ(changes, (std::vector<bool>{true, false, true}));
 }
 
-TEST(SessionBusTest, ABusIsTakenUpAgainWhileAnotherModuleHoldsTheDeadConnection) {
+TEST(SessionBusTest, ReconnectsWhileAnotherModuleHoldsTheClosedConnection) {
     PrivateBus daemon;
     SessionBus bus;
     const auto held = shareGObject(bus.connection());
-    daemon.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus.connection() == nullptr; }));
+    daemon.stop(bus);
     daemon.start();
     ASSERT_TRUE(waitUntil([&] { return bus.connection() != nullptr; }));
     EXPECT_NE(bus.connection(), held.get());
@@ -108,14 +94,13 @@ TEST(SessionBusTest, LosingAConnectionOfAnotherModuleDoesNotEndTheProcess) {
     EXPECT_TRUE(waitUntil([&] { return closed; }));
 }
 
-TEST(SessionBusTest, ASubscriptionThatEndedHearsNothing) {
+TEST(SessionBusTest, AnEndedSubscriptionIsNotCalled) {
     PrivateBus daemon;
     SessionBus bus;
     int calls = 0;
     auto subscription = bus.observe([&](GDBusConnection*) { ++calls; });
     subscription.reset();
-    daemon.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus.connection() == nullptr; }));
+    daemon.stop(bus);
     EXPECT_EQ(calls, 1);
 }
 
@@ -124,94 +109,78 @@ TEST(SessionBusTest, TheNameIsOwnedByOneProcessOfTheSession) {
     SessionBus bus;
     EXPECT_EQ(bus.acquireName(), NameOwnership::owned);
     EXPECT_EQ(bus.acquireName(), NameOwnership::owned);
-    EXPECT_EQ(ownerOfProgramName(bus.connection()),
+    EXPECT_EQ(FakePeer(daemon).ownerOf(SessionBus::programName),
               g_dbus_connection_get_unique_name(bus.connection()));
-}
-
-void takeProgramName(GDBusConnection* connection) {
-    const GVariantHandle reply(g_dbus_connection_call_sync(
-        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", SessionBus::programName, 0U), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
 }
 
 TEST(SessionBusTest, ANameThatAnotherOwnsIsNotTaken) {
     PrivateBus daemon;
-    const auto other = daemon.connect();
-    takeProgramName(other.get());
+    FakePeer other(daemon);
+    other.ownName(SessionBus::programName);
     SessionBus bus;
     EXPECT_EQ(bus.acquireName(), NameOwnership::takenByAnother);
 }
 
-TEST(SessionBusTest, ANameThatAnotherTookBeforeTheBusCameBackIsTold) {
+TEST(SessionBusTest, ANameThatAnotherTookBeforeTheReconnectionIsReported) {
     PrivateBus daemon;
     SessionBus bus;
     ASSERT_EQ(bus.acquireName(), NameOwnership::owned);
     std::vector<SessionBus::End> ends;
     bus.setEndHandler([&](SessionBus::End why) { ends.push_back(why); });
-    daemon.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus.connection() == nullptr; }));
+    daemon.stop(bus);
     daemon.start();
-    const auto other = daemon.connect();
-    takeProgramName(other.get());
+    FakePeer other(daemon);
+    other.ownName(SessionBus::programName);
     ASSERT_TRUE(waitUntil([&] { return !ends.empty(); }));
     EXPECT_EQ(ends, std::vector{SessionBus::End::nameIsTaken});
 }
 
-TEST(SessionBusTest, TheNameIsAskedForAgainOnTheNextConnection) {
+TEST(SessionBusTest, TheNameIsRequestedAgainOnTheNextConnection) {
     PrivateBus daemon;
     SessionBus bus;
     ASSERT_EQ(bus.acquireName(), NameOwnership::owned);
-    daemon.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus.connection() == nullptr; }));
+    daemon.stop(bus);
     daemon.start();
     ASSERT_TRUE(waitUntil([&] { return bus.connection() != nullptr; }));
-    EXPECT_TRUE(waitUntil([&] { return !ownerOfProgramName(bus.connection()).empty(); }));
+    const FakePeer other(daemon);
+    EXPECT_TRUE(waitUntil([&] { return !other.ownerOf(SessionBus::programName).empty(); }));
 }
 
-constexpr int largeSignals = 16;
+constexpr std::size_t largeSignals = 16;
 
-/// More than the socket takes at once.
+/// More bytes than the socket takes at once.
 void emitLargeSignals(GDBusConnection* connection) {
     const std::string text(std::size_t{1} << 20, 'x');
-    for (int i = 0; i < largeSignals; ++i) {
+    for (std::size_t i = 0; i < largeSignals; ++i) {
         g_dbus_connection_emit_signal(connection, nullptr, "/", "org.example.Test", "Said",
                                       g_variant_new("(s)", text.c_str()), nullptr);
     }
 }
 
-TEST(SessionBusTest, WhatWasFlushedArrivesThoughTheConnectionIsCutThen) {
+TEST(SessionBusTest, FlushedSignalsArriveEvenIfTheConnectionIsCutAfterwards) {
     PrivateBus daemon;
     const SessionBus bus;
-    const auto listener = daemon.connect();
-    int heard = 0;
-    const auto count = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
-                          GVariant*, gpointer number) { ++*static_cast<int*>(number); };
-    g_dbus_connection_signal_subscribe(listener.get(), nullptr, "org.example.Test", nullptr,
-                                       nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, +count, &heard,
-                                       nullptr);
-    const GVariantHandle subscribed(g_dbus_connection_call_sync(
-        listener.get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer", "Ping", nullptr,
-        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    FakePeer listener(daemon);
+    listener.listen("org.example.Test");
     emitLargeSignals(bus.connection());
     bus.flush(20s);
     g_socket_shutdown(g_socket_connection_get_socket(
                           G_SOCKET_CONNECTION(g_dbus_connection_get_stream(bus.connection()))),
                       FALSE, TRUE, nullptr);
-    EXPECT_TRUE(waitUntil([&] { return heard == largeSignals; })) << heard;
+    EXPECT_TRUE(waitUntil([&] { return listener.signals().size() == largeSignals; }));
 }
 
-TEST(SessionBusTest, ABusThatTakesNothingHoldsAFlushOnlyForTheGivenPatience) {
+TEST(SessionBusTest, ABusThatReadsNothingBlocksAFlushOnlyForItsTimeout) {
     PrivateBus daemon;
     const SessionBus bus;
     daemon.pause();
     emitLargeSignals(bus.connection());
     const auto start = std::chrono::steady_clock::now();
     bus.flush(50ms);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);  // it did wait, and returns
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);  // it waited and returned
 }
 
-/// Accepts connections and never says a word.
+/// Accepts connections and never sends a byte.
 class SilentBus {
 public:
     SilentBus() {
@@ -235,7 +204,7 @@ private:
     GObjectHandle<GSocketListener> listener_;
 };
 
-TEST(SessionBusTest, ASilentBusHoldsTheStartOnlyForTheGivenPatience) {
+TEST(SessionBusTest, ASilentBusBlocksTheStartOnlyForItsTimeout) {
     const SilentBus daemon;
     const auto start = std::chrono::steady_clock::now();
     const SessionBus bus(50ms);

@@ -43,7 +43,7 @@ public:
 
     FakePeer& peer() { return peer_; }
 
-    bool markup = false;
+    bool supportsMarkup = false;
     bool refuses = false;
     std::string silentAt;  ///< A method that is never answered.
     int unanswered = 0;
@@ -60,12 +60,12 @@ private:
             g_dbus_method_invocation_return_value(invocation,
                                                   g_variant_new("(ssss)", "fake", "", "1", "1.2"));
         } else if (method == "GetCapabilities") {
-            const std::vector<const char*> names{"body", markup ? "body-markup" : "actions"};
+            const std::vector<const char*> names{"body",
+                                                 supportsMarkup ? "body-markup" : "actions"};
             g_dbus_method_invocation_return_value(
                 invocation, g_variant_new("(@as)", g_variant_new_strv(names.data(), 2)));
         } else {
-            const GStringHandle text(g_variant_print(arguments, FALSE));
-            shown.emplace_back(text.get());
+            shown.push_back(variantText(arguments));
             g_dbus_method_invocation_return_value(invocation, g_variant_new("(u)", 1U));
         }
     }
@@ -78,7 +78,7 @@ class FreedesktopNotificationsTest : public testing::Test {
 protected:
     void startServer() { server_ = std::make_unique<FakeNotificationDaemon>(daemon_); }
 
-    /// What the handler was given: "granted", "refused" or "refused: " and the error.
+    /// The handler's result: "granted", "refused" or "refused: " and the error.
     std::string authorize() {
         std::string answer;
         center_->requestAuthorization(authorizationAlert | authorizationSound,
@@ -91,19 +91,25 @@ protected:
         return answer;
     }
 
-    /// The error; "none" without one.
-    std::string add(const std::string& title, const std::string& body) {
-        std::vector<std::string> errors;
-        center_->add({"id", title, body}, [&](const std::optional<std::string>& error) {
-            errors.push_back(error.value_or("none"));
+    /// Adds a notification. `errors_` gets its error, or "none".
+    void begin(const std::string& title, const std::string& body) {
+        center_->add({"id", title, body}, [this](const std::optional<std::string>& error) {
+            errors_.push_back(error.value_or("none"));
         });
-        EXPECT_THAT(errors, ElementsAre());
-        EXPECT_TRUE(waitUntil([&] { return !errors.empty(); }));
-        runPending();
-        EXPECT_EQ(errors.size(), 1U);
-        return errors.back();
     }
 
+    /// Adds a notification and waits for its error, or "none".
+    std::string add(const std::string& title, const std::string& body) {
+        errors_.clear();
+        begin(title, body);
+        EXPECT_THAT(errors_, ElementsAre());  // never before the call has returned
+        EXPECT_TRUE(waitUntil([&] { return !errors_.empty(); }));
+        runPending();
+        EXPECT_EQ(errors_.size(), 1U);
+        return errors_.back();
+    }
+
+    std::vector<std::string> errors_;
     PrivateBus daemon_;
     std::unique_ptr<FakeNotificationDaemon> server_;
     SessionBus bus_;
@@ -137,19 +143,19 @@ TEST_F(FreedesktopNotificationsTest, ShowsNameIconTitleBodyAndDesktopEntry) {
             "{'desktop-entry': <'com.quorvel.Glintmark'>}, -1)"));
 }
 
-TEST_F(FreedesktopNotificationsTest, TheBodyIsEscapedWhereTheServerReadsMarkup) {
+TEST_F(FreedesktopNotificationsTest, TheBodyIsEscapedIfTheServerSupportsMarkup) {
     startServer();
-    server_->markup = true;
+    server_->supportsMarkup = true;
     add("a & b", "<b>Tom & Jerry</b>.webloc");
     EXPECT_THAT(server_->shown.at(0), HasSubstr("'a & b'"));
     EXPECT_THAT(server_->shown.at(0), HasSubstr("'&lt;b&gt;Tom &amp; Jerry&lt;/b&gt;.webloc'"));
 
-    server_->markup = false;
+    server_->supportsMarkup = false;
     add("a", "Tom & Jerry");
     EXPECT_THAT(server_->shown.at(1), HasSubstr("'Tom & Jerry'"));
 }
 
-TEST_F(FreedesktopNotificationsTest, NamesThatAreNotUTF8AreShownAllTheSame) {
+TEST_F(FreedesktopNotificationsTest, NamesThatAreNotUTF8AreStillShown) {
     startServer();
     EXPECT_EQ(add("t", "a\xff.webloc"), "none");
     EXPECT_THAT(server_->shown.at(0), HasSubstr("'a\xef\xbf\xbd.webloc'"));
@@ -157,7 +163,7 @@ TEST_F(FreedesktopNotificationsTest, NamesThatAreNotUTF8AreShownAllTheSame) {
     EXPECT_THAT(server_->shown.at(1), HasSubstr("'a'"));
 }
 
-TEST_F(FreedesktopNotificationsTest, AnErrorReachesTheHandlerInTheServersWords) {
+TEST_F(FreedesktopNotificationsTest, TheHandlerGetsTheServersErrorMessage) {
     startServer();
     server_->refuses = true;
     EXPECT_EQ(add("t", "b"), "no room");
@@ -168,8 +174,7 @@ TEST_F(FreedesktopNotificationsTest, WithoutAServerTheHandlerGetsAnError) {
 }
 
 TEST_F(FreedesktopNotificationsTest, WithoutABusTheHandlersGetAnError) {
-    daemon_.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus_.connection() == nullptr; }));
+    daemon_.stop(bus_);
     EXPECT_EQ(add("t", "b"), "There is no session bus");
     EXPECT_EQ(authorize(), "refused: There is no session bus");
 }
@@ -188,41 +193,34 @@ TEST_F(FreedesktopNotificationsTest, AServerThatDiesBeforeItAnswersIsAnError) {
     for (const auto* method : {"GetCapabilities", "Notify"}) {
         startServer();
         server_->silentAt = method;
-        std::vector<std::string> errors;
-        center_->add({"id", "t", "b"}, [&](const std::optional<std::string>& error) {
-            errors.push_back(error.value_or("none"));
-        });
+        errors_.clear();
+        begin("t", "b");
         ASSERT_TRUE(waitUntil([&] { return server_->unanswered == 1; }));
-        EXPECT_THAT(errors, ElementsAre());  // a slow server holds nobody
+        EXPECT_THAT(errors_, ElementsAre());  // a slow server blocks nothing
         server_->peer().die();
-        ASSERT_TRUE(waitUntil([&] { return !errors.empty(); }));
-        EXPECT_THAT(errors, ElementsAre(testing::Ne("none")));
+        ASSERT_TRUE(waitUntil([&] { return !errors_.empty(); }));
+        EXPECT_THAT(errors_, ElementsAre(testing::Ne("none")));
     }
 }
 
-TEST_F(FreedesktopNotificationsTest, ABusThatGoesAwayBetweenTheTwoCallsIsAnError) {
+TEST_F(FreedesktopNotificationsTest, ABusThatIsLostBetweenTheTwoCallsIsAnError) {
     startServer();
     server_->silentAt = "GetCapabilities";
-    std::vector<std::string> errors;
-    center_->add({"id", "t", "b"}, [&](const std::optional<std::string>& error) {
-        errors.push_back(error.value_or("none"));
-    });
+    begin("t", "b");
     ASSERT_TRUE(waitUntil([&] { return server_->unanswered == 1; }));
     daemon_.stop();
-    ASSERT_TRUE(waitUntil([&] { return !errors.empty(); }));
-    EXPECT_THAT(errors, ElementsAre(testing::Ne("none")));
+    ASSERT_TRUE(waitUntil([&] { return !errors_.empty(); }));
+    EXPECT_THAT(errors_, ElementsAre(testing::Ne("none")));
 }
 
-TEST_F(FreedesktopNotificationsTest, HandlersAreCalledWhenTheCentreGoesAway) {
+TEST_F(FreedesktopNotificationsTest, HandlersAreCalledWhenTheCentreIsDestroyed) {
     startServer();
     server_->silentAt = "Notify";
-    int calls = 0;
-    const auto count = [&](const std::optional<std::string>&) { ++calls; };
-    center_->add({"id", "t", "b"}, count);
+    begin("t", "b");
     ASSERT_TRUE(waitUntil([&] { return server_->unanswered == 1; }));
-    center_->add({"id", "t", "b"}, count);  // not begun when the centre goes
+    begin("t", "b");  // has made no call yet when the centre is destroyed
     center_.reset();
-    EXPECT_TRUE(waitUntil([&] { return calls == 2; }));
+    EXPECT_TRUE(waitUntil([&] { return errors_.size() == 2; }));
 }
 
 TEST_F(FreedesktopNotificationsTest, AnyThreadMayAdd) {

@@ -26,8 +26,8 @@ constexpr auto requestXml = R"xml(<node>
   <interface name="org.freedesktop.portal.Request"><method name="Close"/></interface>
 </node>)xml";
 
-/// What a fake portal does when a dialog is asked for.
-enum class PortalManner {
+/// What a fake portal does with OpenFile.
+enum class PortalBehaviour {
     answers,
     answersBeforeItReturns,
     refuses,
@@ -57,16 +57,15 @@ public:
                                       nullptr);
     }
 
-    PortalManner manner = PortalManner::answers;
+    PortalBehaviour behaviour = PortalBehaviour::answers;
     guint version = 3;
     std::string answerText = "(uint32 0, {'uris': <['file:///home/kim/My%20Links']>})";
-    std::string asked;  ///< The arguments of OpenFile.
-    int closed = 0;
+    std::string openFileArguments;  ///< Empty until the call.
+    int closed = 0;                 ///< How often its dialog was closed.
 
 private:
     void open(GVariant* arguments, GDBusMethodInvocation* invocation) {
-        const GStringHandle text(g_variant_print(arguments, FALSE));
-        asked = text.get();
+        openFileArguments = variantText(arguments);
         std::string sender = g_dbus_method_invocation_get_sender(invocation) + 1;
         std::replace(sender.begin(), sender.end(), '.', '_');
         path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/glintmark";
@@ -75,24 +74,24 @@ private:
                         ++closed;
                         g_dbus_method_invocation_return_value(close, nullptr);
                     });
-        switch (manner) {
-            case PortalManner::refuses:
+        switch (behaviour) {
+            case PortalBehaviour::refuses:
                 refuse(invocation, "no backend");
                 return;
-            case PortalManner::diesWithoutReturning:
+            case PortalBehaviour::diesWithoutReturning:
                 g_object_unref(invocation);
                 dieSoon();
                 return;
-            case PortalManner::answersBeforeItReturns:
+            case PortalBehaviour::answersBeforeItReturns:
                 answer();
                 break;
-            case PortalManner::answers:
+            case PortalBehaviour::answers:
                 later_.emplace([] { return true; }, [this] { answer(); });
                 break;
-            case PortalManner::diesWithTheDialogOpen:
+            case PortalBehaviour::diesWithTheDialogOpen:
                 dieSoon();
                 break;
-            case PortalManner::waits:
+            case PortalBehaviour::waits:
                 break;
         }
         g_dbus_method_invocation_return_value(invocation, g_variant_new("(o)", path_.c_str()));
@@ -107,7 +106,7 @@ private:
     std::optional<DoWhen> later_;
 };
 
-/// A folder of fake programs that alone are on the PATH.
+/// A folder of fake programs. It is the whole PATH.
 class FakePrograms {
 public:
     FakePrograms() : path_(g_getenv("PATH")) {
@@ -138,9 +137,9 @@ private:
 
 class PortalOpenPanelTest : public testing::Test {
 protected:
-    FakePortal& startPortal(PortalManner manner) {
+    FakePortal& startPortal(PortalBehaviour behaviour) {
         portal_ = std::make_unique<FakePortal>(daemon_);
-        portal_->manner = manner;
+        portal_->behaviour = behaviour;
         return *portal_;
     }
 
@@ -152,7 +151,7 @@ protected:
         return panel_.runModal(settings);
     }
 
-    /// The chosen path; "cancelled", or "nothing" for an answer without one.
+    /// The chosen path, "cancelled", or "nothing" if the answer has no path.
     std::string outcome() {
         const auto result = choose();
         return result.response == ModalResponse::cancel ? "cancelled"
@@ -167,23 +166,23 @@ protected:
     PortalOpenPanel panel_{bus_, loops_};
 };
 
-TEST_F(PortalOpenPanelTest, AsksThePortalForOneFolder) {
-    startPortal(PortalManner::answers);
+TEST_F(PortalOpenPanelTest, RequestsOneFolderFromThePortal) {
+    startPortal(PortalBehaviour::answers);
     EXPECT_EQ(outcome(), "/home/kim/My Links");
-    EXPECT_EQ(portal_->asked,
+    EXPECT_EQ(portal_->openFileArguments,
               "('', 'Choose a folder', {'handle_token': <'glintmark'>, 'modal': <true>, "
               "'directory': <true>, 'multiple': <false>})");
     runPending();
-    EXPECT_EQ(portal_->closed, 0);  // it was answered, so there is nothing to close
+    EXPECT_EQ(portal_->closed, 0);  // the portal has closed it
 }
 
-TEST_F(PortalOpenPanelTest, AnAnswerThatComesBeforeTheCallReturnsIsNotMissed) {
-    startPortal(PortalManner::answersBeforeItReturns);
+TEST_F(PortalOpenPanelTest, AnAnswerBeforeTheCallReturnsIsNotMissed) {
+    startPortal(PortalBehaviour::answersBeforeItReturns);
     EXPECT_EQ(outcome(), "/home/kim/My Links");
 }
 
 TEST_F(PortalOpenPanelTest, ThePathIsTheBytesOfTheURI) {
-    startPortal(PortalManner::answers).answerText =
+    startPortal(PortalBehaviour::answers).answerText =
         "(uint32 0, {'uris': <['file:///a%0Ab%FFc%25', 'file:///second']>})";
     EXPECT_EQ(outcome(),
               "/a\nb\xff"
@@ -201,7 +200,7 @@ TEST_F(PortalOpenPanelTest, AnswersThatChooseNothing) {
         {"('not', 'a response')", "cancelled"},
     };
     for (const auto& [answer, expected] : table) {
-        startPortal(PortalManner::answers).answerText = answer;
+        startPortal(PortalBehaviour::answers).answerText = answer;
         EXPECT_EQ(outcome(), expected) << answer;
         portal_->die();
     }
@@ -209,42 +208,41 @@ TEST_F(PortalOpenPanelTest, AnswersThatChooseNothing) {
 
 TEST_F(PortalOpenPanelTest, APortalThatDiesWithTheDialogOpenCountsAsCancelled) {
     programs_.add("zenity", "echo /not/asked");
-    startPortal(PortalManner::diesWithTheDialogOpen);
+    startPortal(PortalBehaviour::diesWithTheDialogOpen);
     EXPECT_EQ(outcome(), "cancelled");
 }
 
 TEST_F(PortalOpenPanelTest, ABusThatDiesWithTheDialogOpenCountsAsCancelled) {
-    startPortal(PortalManner::waits);
-    const DoWhen stop([&] { return !portal_->asked.empty(); }, [&] { daemon_.stop(); });
+    startPortal(PortalBehaviour::waits);
+    const DoWhen stop([&] { return !portal_->openFileArguments.empty(); }, [&] { daemon_.stop(); });
     EXPECT_EQ(outcome(), "cancelled");
 }
 
-TEST_F(PortalOpenPanelTest, AProgramStandsInWhereThePortalCannotShowFolders) {
+TEST_F(PortalOpenPanelTest, ReplacesAPortalThatCannotShowFoldersByAProgram) {
     programs_.add("zenity", "echo /from/zenity");
-    startPortal(PortalManner::answers).version = 2;
+    startPortal(PortalBehaviour::answers).version = 2;
     EXPECT_EQ(outcome(), "/from/zenity");
     portal_->die();
-    startPortal(PortalManner::refuses);
+    startPortal(PortalBehaviour::refuses);
     EXPECT_EQ(outcome(), "/from/zenity");
     portal_->die();
-    startPortal(PortalManner::diesWithoutReturning);
+    startPortal(PortalBehaviour::diesWithoutReturning);
     EXPECT_EQ(outcome(), "/from/zenity");
-    EXPECT_EQ(outcome(), "/from/zenity");  // and where there is no portal at all
-    daemon_.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus_.connection() == nullptr; }));
-    EXPECT_EQ(outcome(), "/from/zenity");  // nor a bus
+    EXPECT_EQ(outcome(), "/from/zenity");  // without a portal
+    daemon_.stop(bus_);
+    EXPECT_EQ(outcome(), "/from/zenity");  // without a bus
 }
 
-TEST_F(PortalOpenPanelTest, WithoutAPortalAndAProgramThePanelIsCancelled) {
+TEST_F(PortalOpenPanelTest, WithoutPortalAndProgramThePanelIsCancelled) {
     EXPECT_EQ(outcome(), "cancelled");
 }
 
-TEST_F(PortalOpenPanelTest, ZenityIsAskedForAFolder) {
+TEST_F(PortalOpenPanelTest, ZenityGetsTheOptionsForAFolder) {
     programs_.add("zenity", R"(printf '%s\n' "$*")");
     EXPECT_EQ(outcome(), "--file-selection --title=Choose a folder --directory");
 }
 
-TEST_F(PortalOpenPanelTest, KdialogStandsInForZenity) {
+TEST_F(PortalOpenPanelTest, KdialogReplacesAMissingZenity) {
     programs_.add("kdialog", R"(printf '%s\n' "$*")");
     EXPECT_EQ(outcome(),
               std::string("--title Choose a folder --getexistingdirectory ") + g_get_home_dir());
@@ -267,8 +265,9 @@ TEST_F(PortalOpenPanelTest, AProgramThatFailsOrPrintsNothingChoosesNothing) {
 }
 
 TEST_F(PortalOpenPanelTest, EndingTheProgramClosesThePortalsDialog) {
-    startPortal(PortalManner::waits);
-    const DoWhen end([&] { return !portal_->asked.empty(); }, [&] { loops_.quitAll(); });
+    startPortal(PortalBehaviour::waits);
+    const DoWhen end([&] { return !portal_->openFileArguments.empty(); },
+                     [&] { loops_.quitAll(); });
     EXPECT_EQ(outcome(), "cancelled");
     EXPECT_TRUE(waitUntil([&] { return portal_->closed == 1; }));
 }
@@ -287,9 +286,9 @@ TEST_F(PortalOpenPanelTest, EndingTheProgramEndsTheDialogsProgram) {
 }
 
 TEST_F(PortalOpenPanelTest, ASecondPanelInsideTheFirstIsCancelled) {
-    startPortal(PortalManner::waits);
+    startPortal(PortalBehaviour::waits);
     std::string second;
-    const DoWhen inner([&] { return !portal_->asked.empty(); },
+    const DoWhen inner([&] { return !portal_->openFileArguments.empty(); },
                        [&] {
                            second = outcome();
                            portal_->answer();

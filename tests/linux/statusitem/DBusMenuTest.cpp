@@ -11,6 +11,7 @@ namespace glintmark::platform {
 namespace {
 
 using testing::ElementsAre;
+using testing::FieldsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -23,11 +24,11 @@ protected:
     MenuItem item(std::string title) {
         MenuItem item;
         item.title = std::move(title);
-        item.action = [this](const MenuItem& chosen) { chosen_.push_back(chosen.title); };
+        item.action = [this](const MenuItem& clicked) { clicked_.push_back(clicked.title); };
         return item;
     }
 
-    /// Entries 1 to 6, where 4 and 5 lie in the submenu of 3.
+    /// Entries 1 to 6. 4 and 5 are in the submenu of 3.
     Menu example() {
         Menu menu;
         menu.addItem(item("Version"));
@@ -51,7 +52,7 @@ protected:
     SessionBus bus_;
     FakePeer panel_{daemon_};
     DBusMenu menu_;
-    std::vector<std::string> chosen_;
+    std::vector<std::string> clicked_;
 };
 
 TEST_F(DBusMenuTest, AnEmptyMenuIsARootWithoutChildren) {
@@ -69,7 +70,7 @@ TEST_F(DBusMenuTest, TheLayoutGivesEachEntrysProperties) {
               "<(6, {'label': <'Quit'>, 'shortcut': <[['Control', 'q']]>}, @av [])>])");
 }
 
-TEST_F(DBusMenuTest, ALineThatCannotBeChosenIsGreyed) {
+TEST_F(DBusMenuTest, AnEntryThatCannotBeClickedIsGreyed) {
     Menu menu;
     MenuItem withoutAction;
     withoutAction.title = "Caption";
@@ -83,7 +84,7 @@ TEST_F(DBusMenuTest, ALineThatCannotBeChosenIsGreyed) {
 
     EXPECT_EQ(call("Event", "(2, 'clicked', <0>, uint32 0)").errorName, "");
     runPending();
-    EXPECT_THAT(chosen_, ElementsAre());
+    EXPECT_THAT(clicked_, ElementsAre());
 }
 
 TEST_F(DBusMenuTest, TheDepthLimitsTheLayout) {
@@ -108,14 +109,14 @@ TEST_F(DBusMenuTest, ANameThatIsNotUTF8IsStillShown) {
               "b'>");
 }
 
-TEST_F(DBusMenuTest, GroupPropertiesKeepToTheAskedEntriesAndNames) {
+TEST_F(DBusMenuTest, GroupPropertiesAreThoseOfTheRequestedEntriesAndNames) {
     menu_.setMenu(example());
     EXPECT_EQ(call("GetGroupProperties", "([1, 99, 6], ['label'])").part(0),
               "[(1, {'label': <'Version'>}), (6, {'label': <'Quit'>})]");
     EXPECT_THAT(call("GetGroupProperties", "(@ai [], @as [])").part(0), HasSubstr("(5, {"));
 }
 
-TEST_F(DBusMenuTest, APropertyThatIsNotSetHasItsDefault) {
+TEST_F(DBusMenuTest, AnUnsetPropertyHasItsDefault) {
     menu_.setMenu(example());
     EXPECT_EQ(call("GetProperty", "(1, 'type')").part(0), "<'standard'>");
     EXPECT_EQ(call("GetProperty", "(2, 'label')").part(0), "<''>");
@@ -136,11 +137,11 @@ TEST_F(DBusMenuTest, TheMenuDescribesItself) {
     EXPECT_EQ(property("IconThemePath"), "[]");
 }
 
-TEST_F(DBusMenuTest, AClickRunsTheActionAfterItsAnswer) {
+TEST_F(DBusMenuTest, AClickRunsTheActionAfterTheAnswer) {
     menu_.setMenu(example());
     EXPECT_EQ(call("Event", "(4, 'clicked', <''>, uint32 7)").errorName, "");
-    ASSERT_TRUE(waitUntil([&] { return !chosen_.empty(); }));
-    EXPECT_THAT(chosen_, ElementsAre("Remove"));
+    ASSERT_TRUE(waitUntil([&] { return !clicked_.empty(); }));
+    EXPECT_THAT(clicked_, ElementsAre("Remove"));
 }
 
 TEST_F(DBusMenuTest, OtherEventsRunNothing) {
@@ -150,17 +151,17 @@ TEST_F(DBusMenuTest, OtherEventsRunNothing) {
     }
     EXPECT_EQ(call("Event", "(0, 'clicked', <0>, uint32 0)").errorName, "");
     runPending();
-    EXPECT_THAT(chosen_, ElementsAre());
+    EXPECT_THAT(clicked_, ElementsAre());
 }
 
-TEST_F(DBusMenuTest, AGroupOfEventsNamesTheEntriesThatAreUnknown) {
+TEST_F(DBusMenuTest, TheAnswerToAGroupOfEventsListsTheUnknownEntries) {
     menu_.setMenu(example());
     const auto reply =
         call("EventGroup",
              "([(1, 'clicked', <0>, uint32 0), (77, 'clicked', <0>, 0), (6, 'clicked', <0>, 0)],)");
     EXPECT_EQ(reply.part(0), "[77]");
-    ASSERT_TRUE(waitUntil([&] { return chosen_.size() == 2; }));
-    EXPECT_THAT(chosen_, ElementsAre("Version", "Quit"));
+    ASSERT_TRUE(waitUntil([&] { return clicked_.size() == 2; }));
+    EXPECT_THAT(clicked_, ElementsAre("Version", "Quit"));
 
     EXPECT_EQ(call("EventGroup", "([(77, 'clicked', <0>, uint32 0)],)").errorName,
               invalidArguments);
@@ -178,49 +179,40 @@ TEST_F(DBusMenuTest, NothingNeedsUpdatingBeforeItShows) {
 }
 
 TEST_F(DBusMenuTest, EachNewMenuIsOneNewRevision) {
-    std::vector<std::string> revisions;
-    const auto updated = [](GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                            const gchar*, GVariant* arguments, gpointer list) {
-        const GStringHandle text(g_variant_print(arguments, FALSE));
-        static_cast<std::vector<std::string>*>(list)->emplace_back(text.get());
-    };
-    const guint subscription = g_dbus_connection_signal_subscribe(
-        panel_.connection(), nullptr, "com.canonical.dbusmenu", "LayoutUpdated", DBusMenu::path,
-        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, updated, &revisions, nullptr);
-    call("GetLayout", "(0, 0, @as [])");  // by then the bus knows of the subscription
-
+    panel_.listen("com.canonical.dbusmenu");
     menu_.setMenu(example());
     menu_.setMenu(example());
-    ASSERT_TRUE(waitUntil([&] { return revisions.size() >= 2; }));
+    const auto& signals = panel_.signals();
+    ASSERT_TRUE(waitUntil([&] { return signals.size() >= 2; }));
     EXPECT_EQ(call("GetLayout", "(0, 0, @as [])").part(0), "3");
-    EXPECT_THAT(revisions, ElementsAre("(2, 0)", "(3, 0)"));
-    g_dbus_connection_signal_unsubscribe(panel_.connection(), subscription);
+    EXPECT_THAT(signals, ElementsAre(FieldsAre("LayoutUpdated", "(2, 0)"),
+                                     FieldsAre("LayoutUpdated", "(3, 0)")));
 }
 
-TEST_F(DBusMenuTest, AnEntryOfAnEarlierLayoutCannotBeChosen) {
+TEST_F(DBusMenuTest, AnEntryOfAnEarlierLayoutCannotBeClicked) {
     menu_.setMenu(example());
     menu_.setMenu(example());
     EXPECT_EQ(call("Event", "(1, 'clicked', <0>, uint32 0)").errorName, invalidArguments);
     EXPECT_EQ(call("Event", "(7, 'clicked', <0>, uint32 0)").errorName, "");
-    ASSERT_TRUE(waitUntil([&] { return !chosen_.empty(); }));
-    EXPECT_THAT(chosen_, ElementsAre("Version"));
+    ASSERT_TRUE(waitUntil([&] { return !clicked_.empty(); }));
+    EXPECT_THAT(clicked_, ElementsAre("Version"));
 }
 
-TEST_F(DBusMenuTest, AChoiceIsDroppedWhenTheMenuChangesBeforeItsActionRuns) {
+TEST_F(DBusMenuTest, AClickIsDroppedIfTheMenuChangesBeforeItsActionRuns) {
     Menu menu;
     MenuItem replacing;
     replacing.title = "Replace";
     replacing.action = [this](const MenuItem& self) {
         menu_.setMenu({});
-        chosen_.push_back(self.title);
+        clicked_.push_back(self.title);
     };
     menu.addItem(replacing);
     menu.addItem(item("Late"));
     menu_.setMenu(menu);
     call("EventGroup", "([(1, 'clicked', <0>, uint32 0), (2, 'clicked', <0>, 0)],)");
-    ASSERT_TRUE(waitUntil([&] { return !chosen_.empty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !clicked_.empty(); }));
     runPending();
-    EXPECT_THAT(chosen_, ElementsAre("Replace"));
+    EXPECT_THAT(clicked_, ElementsAre("Replace"));
 }
 
 TEST_F(DBusMenuTest, BadCallsAreAnsweredWithErrors) {
@@ -235,12 +227,12 @@ TEST_F(DBusMenuTest, BadCallsAreAnsweredWithErrors) {
     EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").errorName, "");
 }
 
-TEST_F(DBusMenuTest, AMenuThatIsNoLongerOfferedIsGone) {
+TEST_F(DBusMenuTest, AMenuThatIsNoLongerExportedIsGone) {
     menu_.setMenu(example());
     menu_.offer(nullptr);
     EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").errorName,
               "org.freedesktop.DBus.Error.UnknownMethod");
-    menu_.setMenu(example());  // with nobody to tell
+    menu_.setMenu(example());  // while it is not exported
     menu_.offer(bus_.connection());
     EXPECT_EQ(call("GetLayout", "(0, 0, @as [])").part(0), "3");
 }

@@ -13,6 +13,7 @@ namespace glintmark::platform {
 namespace {
 
 using testing::ElementsAre;
+using testing::FieldsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -26,17 +27,17 @@ constexpr auto watcherXml = R"xml(<node>
   </interface>
 </node>)xml";
 
-constexpr auto listlessWatcherXml = R"xml(<node>
+constexpr auto watcherWithoutListXml = R"xml(<node>
   <interface name="org.kde.StatusNotifierWatcher">
     <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
     <signal name="StatusNotifierHostRegistered"/>
   </interface>
 </node>)xml";
 
-/// A panel: keeps the items that register, unless it is told to refuse them or to stay silent.
+/// A panel that lists the items that register, unless a test sets another answer.
 class FakePanel {
 public:
-    enum class Answers { welcome, refusal, none };
+    enum class Answer { accept, refuse, none };
 
     explicit FakePanel(const PrivateBus& bus) : peer_(bus) {
         peer_.offer(
@@ -45,9 +46,9 @@ public:
                 ++calls;
                 const char* service = nullptr;
                 g_variant_get(arguments, "(&s)", &service);
-                if (answers == Answers::refusal) {
+                if (answer == Answer::refuse) {
                     refuse(invocation, "not now");
-                } else if (answers == Answers::welcome) {
+                } else if (answer == Answer::accept) {
                     items.emplace_back(service);
                     g_dbus_method_invocation_return_value(invocation, nullptr);
                 } else {
@@ -65,7 +66,7 @@ public:
         peer_.ownName(watcherName);
     }
 
-    void hostRestarts() { peer_.emit("StatusNotifierHostRegistered", nullptr); }
+    void restartHost() { peer_.emit("StatusNotifierHostRegistered", nullptr); }
 
     std::string property(const std::string& name) const { return property(items.back(), name); }
     std::string property(const std::string& item, const std::string& name) const {
@@ -74,9 +75,9 @@ public:
 
     FakePeer& peer() { return peer_; }
 
-    Answers answers = Answers::welcome;
+    Answer answer = Answer::accept;
     int calls = 0;
-    int reads = 0;  ///< How often its list was asked for.
+    int reads = 0;  ///< How often the list of items was read.
     std::vector<std::string> items;
 
 private:
@@ -108,7 +109,7 @@ protected:
     std::unique_ptr<StatusNotifierItem> item_;
 };
 
-TEST_F(StatusNotifierItemTest, RegistersWithThePanelThatIsThere) {
+TEST_F(StatusNotifierItemTest, RegistersWithARunningPanel) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
@@ -143,33 +144,33 @@ TEST_F(StatusNotifierItemTest, DescribesItself) {
         G_FILE_TEST_EXISTS));
 }
 
-TEST_F(StatusNotifierItemTest, PublishesItsPictureInEverySize) {
+TEST_F(StatusNotifierItemTest, PublishesItsImageInEverySize) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
     const auto reply = panel_->peer().call(panel_->items.back(), StatusNotifierItem::path,
                                            "org.freedesktop.DBus.Properties", "Get",
                                            "('" + std::string(itemInterface) + "', 'IconPixmap')");
-    GVariantIter* pictures = nullptr;
+    GVariantIter* images = nullptr;
     GVariant* value = nullptr;
     g_variant_get(reply.value.get(), "(v)", &value);
     const GVariantHandle owner(value);
-    g_variant_get(value, "a(iiay)", &pictures);
+    g_variant_get(value, "a(iiay)", &images);
     std::vector<int> sizes;
     int width = 0;
     int height = 0;
     GVariant* bytes = nullptr;
-    while (g_variant_iter_next(pictures, "(ii@ay)", &width, &height, &bytes) != FALSE) {
+    while (g_variant_iter_next(images, "(ii@ay)", &width, &height, &bytes) != FALSE) {
         const GVariantHandle bytesOwner(bytes);
         EXPECT_EQ(width, height);
         EXPECT_EQ(g_variant_get_size(bytes), static_cast<gsize>(width * height * 4));
         sizes.push_back(width);
     }
-    g_variant_iter_free(pictures);
+    g_variant_iter_free(images);
     EXPECT_THAT(sizes, ElementsAre(18, 22, 24, 32, 36, 48, 64));
 }
 
-TEST_F(StatusNotifierItemTest, AnActivationIsRefusedSoThatPanelsOpenTheMenu) {
+TEST_F(StatusNotifierItemTest, RefusesActivationsSoThatPanelsOpenTheMenu) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
@@ -215,17 +216,17 @@ TEST_F(StatusNotifierItemTest, APanelThatDiesAndRestartsGetsTheItemAgain) {
     EXPECT_TRUE(registered());
 }
 
-TEST_F(StatusNotifierItemTest, APanelThatRefusesIsAskedAgain) {
-    startPanel().answers = FakePanel::Answers::refusal;
+TEST_F(StatusNotifierItemTest, RegistersAgainAfterARefusal) {
+    startPanel().answer = FakePanel::Answer::refuse;
     makeItem();
     ASSERT_TRUE(waitUntil([&] { return panel_->calls == 1; }));
-    panel_->answers = FakePanel::Answers::welcome;
+    panel_->answer = FakePanel::Answer::accept;
     EXPECT_TRUE(registered());
     EXPECT_EQ(panel_->calls, 2);
 }
 
-TEST_F(StatusNotifierItemTest, APanelThatDiesBeforeItAnswersIsForgotten) {
-    startPanel().answers = FakePanel::Answers::none;
+TEST_F(StatusNotifierItemTest, DoesNotRetryWithAPanelThatDiedBeforeItAnswered) {
+    startPanel().answer = FakePanel::Answer::none;
     makeItem();
     ASSERT_TRUE(waitUntil([&] { return panel_->calls == 1; }));
     panel_->peer().die();
@@ -234,7 +235,7 @@ TEST_F(StatusNotifierItemTest, APanelThatDiesBeforeItAnswersIsForgotten) {
     EXPECT_EQ(panel_->calls, 1);
 }
 
-TEST_F(StatusNotifierItemTest, AHostThatRestartsGetsTheItemAgainOnlyWhenItWasDropped) {
+TEST_F(StatusNotifierItemTest, RegistersAgainForARestartedHostOnlyIfTheItemWasDropped) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
@@ -242,46 +243,45 @@ TEST_F(StatusNotifierItemTest, AHostThatRestartsGetsTheItemAgainOnlyWhenItWasDro
     for (const auto& listed : {name, name + "/StatusNotifierItem"}) {
         panel_->items = {":9.99", listed};
         const int reads = panel_->reads;
-        panel_->hostRestarts();
+        panel_->restartHost();
         ASSERT_TRUE(waitUntil([&] { return panel_->reads > reads; }));
     }
-    EXPECT_EQ(panel_->property(name, "Id"), "'glintmark'");  // by then it has read the lists
+    EXPECT_EQ(panel_->property(name, "Id"),
+              "'glintmark'");  // when it answers, it has read the lists
     EXPECT_EQ(panel_->calls, 1);
 
     panel_->items.clear();
-    panel_->hostRestarts();
+    panel_->restartHost();
     EXPECT_TRUE(registered());
     EXPECT_EQ(panel_->calls, 2);
 }
 
-TEST_F(StatusNotifierItemTest, AHostWhoseWatcherKeepsNoListGetsTheItemAgain) {
+TEST_F(StatusNotifierItemTest, RegistersAgainForARestartedHostIfTheWatcherHasNoList) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
     panel_->peer().withdraw();
     int calls = 0;
-    panel_->peer().offer("/StatusNotifierWatcher", listlessWatcherXml,
+    panel_->peer().offer("/StatusNotifierWatcher", watcherWithoutListXml,
                          [&](const std::string&, GVariant*, GDBusMethodInvocation* invocation) {
                              ++calls;
                              g_dbus_method_invocation_return_value(invocation, nullptr);
                          });
-    panel_->hostRestarts();
+    panel_->restartHost();
     EXPECT_TRUE(waitUntil([&] { return calls == 1; }));
 }
 
-TEST_F(StatusNotifierItemTest, TheItemComesBackWithTheBus) {
+TEST_F(StatusNotifierItemTest, RegistersAgainWhenTheBusIsBack) {
     makeItem();
-    daemon_.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus_->connection() == nullptr; }));
+    daemon_.stop(*bus_);
     daemon_.start();
     startPanel();
     ASSERT_TRUE(registered());
     EXPECT_EQ(panel_->property("Id"), "'glintmark'");
 }
 
-TEST_F(StatusNotifierItemTest, WithoutABusTheItemWaitsForOne) {
-    daemon_.stop();
-    ASSERT_TRUE(waitUntil([&] { return bus_->connection() == nullptr; }));
+TEST_F(StatusNotifierItemTest, RegistersWhenABusAppears) {
+    daemon_.stop(*bus_);
     makeItem();
     item_->setMenu({});
     daemon_.start();
@@ -289,26 +289,19 @@ TEST_F(StatusNotifierItemTest, WithoutABusTheItemWaitsForOne) {
     EXPECT_TRUE(registered());
 }
 
-TEST_F(StatusNotifierItemTest, ANewPictureIsAnnounced) {
+TEST_F(StatusNotifierItemTest, ANewImageIsSignalled) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
-    std::vector<std::string> signals;
-    const auto heard = [](GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                          const gchar* name, GVariant*, gpointer list) {
-        static_cast<std::vector<std::string>*>(list)->emplace_back(name);
-    };
-    const guint subscription = g_dbus_connection_signal_subscribe(
-        panel_->peer().connection(), nullptr, itemInterface, nullptr, StatusNotifierItem::path,
-        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, heard, &signals, nullptr);
-    panel_->property("Id");  // by then the bus knows of the subscription
+    panel_->peer().listen(itemInterface);
     item_->button()->setImage(square());
+    const auto& signals = panel_->peer().signals();
     EXPECT_TRUE(waitUntil([&] { return signals.size() == 2; }));
-    EXPECT_THAT(signals, ElementsAre("NewIconThemePath", "NewIcon"));
-    g_dbus_connection_signal_unsubscribe(panel_->peer().connection(), subscription);
+    EXPECT_THAT(signals, ElementsAre(FieldsAre("NewIconThemePath", HasSubstr("/icons")),
+                                     FieldsAre("NewIcon", "()")));
 }
 
-TEST_F(StatusNotifierItemTest, AnItemWithoutAPictureNamesNone) {
+TEST_F(StatusNotifierItemTest, AnItemWithoutAnIconFileNamesNone) {
     startPanel();
     item_ = std::make_unique<StatusNotifierItem>(*bus_, "/dev/null/icons");
     ASSERT_TRUE(registered());
@@ -319,7 +312,7 @@ TEST_F(StatusNotifierItemTest, AnItemWithoutAPictureNamesNone) {
     EXPECT_THAT(panel_->property("IconPixmap"), StartsWith("[(18, 18, ["));
 }
 
-TEST_F(StatusNotifierItemTest, AnItemThatIsGoneLeavesTheBus) {
+TEST_F(StatusNotifierItemTest, ADestroyedItemLeavesTheBus) {
     startPanel();
     makeItem();
     ASSERT_TRUE(registered());
