@@ -133,12 +133,12 @@ void measure(const std::string& what, const Names& names, bench::Figures& figure
     figures.add({.what = "processor time",
                  .value = time.milliseconds,
                  .unit = "ms",
-                 .most = maximumMilliseconds,
+                 .maximum = maximumMilliseconds,
                  .at = what});
     figures.add({.what = "memory of the process tree",
                  .value = memory.megabytes,
                  .unit = "MB",
-                 .most = maximumMegabytes,
+                 .maximum = maximumMegabytes,
                  .at = what});
     figures.add(
         {.what = "width shown, 0 when refused", .value = time.width, .unit = "pixels", .at = what});

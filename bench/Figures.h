@@ -11,12 +11,13 @@
 #include <string>
 #include <vector>
 
-/// What the benchmarks share: their options, the processor's time, and keeping figures.
+/// What the benchmarks share: options, processor time, and figures.
 namespace glintmark::bench {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-/// `--json FILE`, where the figures go; `--smoke`, a short run whose limits do not count; the rest.
+/// `--json FILE` also writes the figures there. `--smoke` makes a short run, whose limits do not
+/// count.
 struct Options {
     Options(int argc, char** argv) {
         for (int i = 1; i < argc; ++i) {
@@ -30,10 +31,10 @@ struct Options {
         }
     }
 
-    /// The first of the rest as a number, where it is given.
-    int count(int usual) const { return rest.empty() ? usual : std::atoi(rest[0].c_str()); }
+    /// The first of `rest` as a number, or `byDefault` if it is not given.
+    int count(int byDefault) const { return rest.empty() ? byDefault : std::atoi(rest[0].c_str()); }
 
-    /// The second of the rest, a folder; the system's for temporary files where it is not given.
+    /// The second of `rest`, a folder, or the folder for temporary files if it is not given.
     std::filesystem::path place() const {
         return rest.size() > 1 ? std::filesystem::path(rest[1])
                                : std::filesystem::temp_directory_path();
@@ -44,14 +45,14 @@ struct Options {
     std::vector<std::string> rest;
 };
 
-/// Of this process, or with `CLOCK_THREAD_CPUTIME_ID` of this thread alone.
+/// Of this process; with `CLOCK_THREAD_CPUTIME_ID` of this thread only.
 inline Milliseconds processorTime(clockid_t clock = CLOCK_PROCESS_CPUTIME_ID) {
     timespec time{};
     ::clock_gettime(clock, &time);
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-/// The value below which `share` of all lie.
+/// The value that `share` of all values are below.
 template <typename Value>
 Value quantile(std::vector<Value> values, double share) {
     std::sort(values.begin(), values.end());
@@ -63,8 +64,8 @@ Value median(std::vector<Value> values) {
     return quantile(std::move(values), 0.5);
 }
 
-/// Prints each figure as it comes, notes the limits that were passed, and keeps all for a file.
-/// Texts hold nothing that JSON escapes.
+/// Prints each figure at once, checks its limit, and keeps all figures for a file. Texts must need
+/// no JSON escapes.
 class Figures {
 public:
     static constexpr double noLimit = std::numeric_limits<double>::infinity();
@@ -73,32 +74,33 @@ public:
         std::string what;
         double value = 0;
         std::string unit = {};
-        double most = noLimit;
-        std::string of = "glintmark";  ///< Whose figure it is.
-        std::string at = {};           ///< The case, where there are several.
+        double maximum = noLimit;
+        std::string of = "glintmark";  ///< The program or peer that was measured.
+        std::string at = {};           ///< The case, if there are several.
     };
 
     void add(const Figure& figure) {
         const std::string name = (figure.at.empty() ? "" : figure.at + ": ") + figure.what;
         std::printf("%-12s %-52s %12.3f %s", figure.of.c_str(), name.c_str(), figure.value,
                     figure.unit.c_str());
-        if (figure.most != noLimit) {
-            std::printf(figure.value <= figure.most ? "  (at most %g)" : "  OVER %g", figure.most);
+        if (figure.maximum != noLimit) {
+            std::printf(figure.value <= figure.maximum ? "  (at most %g)" : "  OVER %g",
+                        figure.maximum);
         }
         std::printf("\n");
         std::fflush(stdout);
         figures_.push_back(figure);
     }
 
-    /// Writes the figures where the options say; the status to end with.
+    /// Writes the file that the options name. Returns the exit status.
     int finish(const Options& options) const {
         if (options.json != nullptr && !write(options.json)) {
             std::perror(options.json);
             return EXIT_FAILURE;
         }
-        const bool held = std::all_of(figures_.begin(), figures_.end(),
-                                      [](const Figure& f) { return f.value <= f.most; });
-        return held || options.smoke ? EXIT_SUCCESS : EXIT_FAILURE;
+        const bool withinLimits = std::all_of(figures_.begin(), figures_.end(),
+                                              [](const Figure& f) { return f.value <= f.maximum; });
+        return withinLimits || options.smoke ? EXIT_SUCCESS : EXIT_FAILURE;
     }
 
 private:
@@ -114,7 +116,7 @@ private:
                          "\"unit\": \"%s\", \"most\": ",
                          separator, figure.what.c_str(), figure.of.c_str(), figure.at.c_str(),
                          figure.value, figure.unit.c_str());
-            std::fprintf(file, figure.most == noLimit ? "null}" : "%g}", figure.most);
+            std::fprintf(file, figure.maximum == noLimit ? "null}" : "%g}", figure.maximum);
             separator = ",";
         }
         std::fprintf(file, "\n]\n");

@@ -1,7 +1,7 @@
-// Preloaded into the program, this tells how long its main thread was away from its events: the
-// time from the return of one poll(2) to the call of the next, with and without what it waited
-// meanwhile for a processor that others had. The figures go to the file that HELD_TIME names, which
-// must be as long as Figures; whoever zeroes it begins anew.
+// Preloaded into the program, this measures how long its main thread does not look at its events:
+// from the return of one poll(2) to the call of the next. It measures with and without the time
+// that the thread waited for a processor. The figures go to the file that HELD_TIME names. The file
+// must be as long as Figures, and zeroing it restarts the measurement.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -17,13 +17,14 @@
 
 namespace {
 
-constexpr double tooLong = 0.050;  // seconds
+constexpr double limit = 0.050;  // seconds
 
+/// road.py reads it. Times are in seconds; `own` times are without the waits for a processor.
 struct Figures {
-    double longest = 0;          // seconds
-    double longestByItself = 0;  // seconds, without the waits for a processor
-    std::uint64_t times = 0;
-    std::uint64_t timesTooLong = 0;
+    double maximum = 0;
+    double maximumOwn = 0;
+    std::uint64_t count = 0;
+    std::uint64_t countOwnOverLimit = 0;
 };
 
 Figures* mappedFigures() {
@@ -33,10 +34,10 @@ Figures* mappedFigures() {
     return memory == MAP_FAILED ? nullptr : static_cast<Figures*>(memory);
 }
 
-/// All in seconds.
+/// In seconds.
 struct Moment {
     double time = 0;
-    double waited = 0;  ///< For a processor, by proc(5), /proc/PID/schedstat.
+    double waited = 0;  ///< For a processor so far: /proc/PID/schedstat, proc(5).
 };
 
 double secondsWaited() {
@@ -57,7 +58,7 @@ Moment now() {
             secondsWaited()};
 }
 
-/// Of the main thread only.
+/// For the main thread only.
 class Stopwatch {
 public:
     void stop() {
@@ -66,11 +67,11 @@ public:
         }
         const Moment end = now();
         const double held = end.time - began_.time;
-        const double byItself = held - (end.waited - began_.waited);
-        figures_->longest = std::max(figures_->longest, held);
-        figures_->longestByItself = std::max(figures_->longestByItself, byItself);
-        ++figures_->times;
-        figures_->timesTooLong += byItself > tooLong ? 1 : 0;
+        const double own = held - (end.waited - began_.waited);
+        figures_->maximum = std::max(figures_->maximum, held);
+        figures_->maximumOwn = std::max(figures_->maximumOwn, own);
+        ++figures_->count;
+        figures_->countOwnOverLimit += own > limit ? 1 : 0;
     }
     void start() { began_ = now(); }
 

@@ -1,6 +1,7 @@
-// How long the main thread is held while a file gets its icon: encoding, hashing, thumbnails, and
-// all writing, for a flat icon, a drawn one and noise at every pixel, which no enlarged icon has.
-// The metadata daemon is left out. Fails when the median of a kind is above 20 ms.
+// How long `setIcon` blocks the main thread: it writes the thumbnails and the file's attributes.
+// The image was encoded and stored before, by `prepareIcon`, which the program calls on another
+// thread. The images are a flat icon, a drawn one, and noise, which no enlarged icon has in every
+// pixel. The metadata daemon is left out. Fails if the median for an image is above 20 ms.
 
 #include <stdlib.h>  // NOLINT(modernize-deprecated-headers): setenv
 
@@ -36,7 +37,7 @@ void flat(Pixels& pixels) {
     }
 }
 
-/// A disc with a gradient and soft edges, as drawn icons have.
+/// A disc with a gradient and soft edges, like a drawn icon.
 void drawn(Pixels& pixels) {
     for (int y = 0; y < edge; ++y) {
         for (int x = 0; x < edge; ++x) {
@@ -73,7 +74,7 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
     for (int i = 0; i < files; ++i) {
         const auto path = folder + "/" + kind.name + std::to_string(i) + ".webloc";
         std::ofstream(path) << "link";
-        pixels[0] = static_cast<std::uint8_t>(i);  // so that no picture is stored already
+        pixels[0] = static_cast<std::uint8_t>(i);  // so that no picture is stored yet
         // The program does this on another thread.
         auto icon = workspace.prepareIcon(Image(BitmapImageRep(edge, edge, true, pixels)));
         const auto begin = std::chrono::steady_clock::now();
@@ -85,7 +86,7 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
     figures.add({.what = "median",
                  .value = bench::median(elapsed).count(),
                  .unit = "ms",
-                 .most = maximumMilliseconds,
+                 .maximum = maximumMilliseconds,
                  .at = kind.name});
     figures.add({.what = "processor time of the main thread, median",
                  .value = bench::median(caller).count(),
@@ -93,7 +94,7 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
                  .at = kind.name});
     figures.add({.what = "files without their icon",
                  .value = static_cast<double>(failed),
-                 .most = 0,
+                 .maximum = 0,
                  .at = kind.name});
 }
 
@@ -102,7 +103,7 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
 
 int main(int argc, char** argv) {
     using namespace glintmark;
-    // No desktop takes part: the windows of a real one would be told of files that soon are gone.
+    // No desktop takes part: a real one would be notified of files that are soon deleted.
     ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
     const bench::Options options(argc, argv);
     const bench::TemporaryFolder folder;

@@ -107,7 +107,7 @@ void measure(const Kind& kind, int samples, bench::Figures& figures) {
             figures.add({.what = what,
                          .value = bench::quantile(way.times, share).count(),
                          .unit = "ms",
-                         .most = isLimited ? maximum : bench::Figures::noLimit,
+                         .maximum = isLimited ? maximum : bench::Figures::noLimit,
                          .of = way.name,
                          .at = kind.name});
         }

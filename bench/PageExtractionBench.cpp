@@ -236,13 +236,16 @@ void measureHuge(const Kind& kind, bench::Figures& figures) {
         before = after;
     }
     const char* const what = "10 MB";
-    figures.add(
-        {.what = what, .value = least, .unit = "ms", .most = maximumMilliseconds, .at = kind.name});
+    figures.add({.what = what,
+                 .value = least,
+                 .unit = "ms",
+                 .maximum = maximumMilliseconds,
+                 .at = kind.name});
     comparePeers(kind, wholePage, what, 1, figures);
     // Below 20 ms the ratio is that of the clock's noise.
     figures.add({.what = "10 MB, times 5 MB",
                  .value = least < 20 ? 1.0 : bench::median(ratios),
-                 .most = maximumRatio,
+                 .maximum = maximumRatio,
                  .at = kind.name});
 }
 

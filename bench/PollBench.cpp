@@ -83,7 +83,7 @@ void measure(bench::Figures& figures, const std::string& what, const std::string
     figures.add({.what = "read", .value = median(polls).count(), .unit = "ms", .at = what});
     figures.add({.what = "read, times the bare one",
                  .value = median(polls) / median(bare),
-                 .most = maximumRatio,
+                 .maximum = maximumRatio,
                  .at = what});
 }
 

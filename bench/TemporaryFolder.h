@@ -9,7 +9,7 @@
 
 namespace glintmark::bench {
 
-/// A folder below `place` that goes away with all that it holds.
+/// A new folder below `place`. The destructor deletes it with its contents.
 class TemporaryFolder {
 public:
     explicit TemporaryFolder(
@@ -17,7 +17,7 @@ public:
         : path_((place / "glintmark-bench.XXXXXX").string()) {
         if (::mkdtemp(path_.data()) == nullptr) {
             std::perror(path_.c_str());
-            std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): nothing else runs yet
+            std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): no threads yet
         }
     }
     ~TemporaryFolder() {

@@ -177,7 +177,7 @@ void compare(std::size_t bodyBytes, int requests, bench::Figures& figures) {
     addBoth("elapsed time a request", &Cost::elapsed);
     figures.add({.what = "processor time, times libcurl's",
                  .value = session.processor / bare.processor,
-                 .most = maximumRatio,
+                 .maximum = maximumRatio,
                  .at = at});
 }
 

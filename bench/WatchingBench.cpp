@@ -108,14 +108,14 @@ void run(const std::string& folder, int directories, bench::Figures& figures) {
     const std::string at = std::to_string(directories) + " directories";
     figures.add({.what = "not watched",
                  .value = static_cast<double>(bareCount - count),
-                 .most = 0,
+                 .maximum = 0,
                  .at = at});
     figures.add(
         {.what = "walk", .value = median(bare).count(), .unit = "ms", .of = "bare loop", .at = at});
     figures.add({.what = "walk", .value = median(ours).count(), .unit = "ms", .at = at});
     figures.add({.what = "walk, times the bare loop's",
                  .value = median(ours) / median(bare),
-                 .most = maximumRatio,
+                 .maximum = maximumRatio,
                  .at = at});
     figures.add({.what = "memory a directory",
                  .value = bytes / static_cast<double>(count),

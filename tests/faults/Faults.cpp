@@ -1,5 +1,6 @@
-// Preloaded into the program (ld.so(8), LD_PRELOAD): makes calls of the C library fail, hang or lie
-// about the time, as the orders in a file say that a test maps and changes meanwhile (faults.py).
+// Preloaded into the program (ld.so(8), LD_PRELOAD): makes calls of the C library fail, hang or
+// return a wrong time. The orders are in a file that the test has mapped too and changes meanwhile
+// (faults.py).
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -30,15 +31,15 @@
 namespace {
 
 constexpr const char* variable = "GLINTMARK_FAULTS";
-constexpr std::size_t mostOrders = 128;
+constexpr std::size_t maximumOrders = 128;
 
-// In place of errors.
+// Instead of an error number.
 constexpr int hang = -1;
 constexpr int cutShort = -2;  // write(2) writes half of the bytes
-constexpr int hold = -3;      // until the test releases it
+constexpr int hold = -3;      // waits until the test changes the order
 
-/// The calls of `function` about a path that contains `subject` are counted, and those from number
-/// `first` to `last` fail. As faults.py packs them.
+/// Counts the calls of `function` on paths that contain `subject`. Those from number `first` to
+/// `last` fail. faults.py packs it.
 struct Order {
     std::array<char, 24> function;
     std::array<char, 96> subject;
@@ -50,8 +51,8 @@ struct Order {
 
 struct Orders {
     std::atomic<std::uint32_t> count;
-    std::atomic<std::int32_t> secondsAhead;  // of what the wall clock says
-    std::array<Order, mostOrders> list;
+    std::atomic<std::int32_t> secondsAhead;  // added to the wall clock
+    std::array<Order, maximumOrders> list;
 };
 
 Orders* mapOrders() {
@@ -72,14 +73,14 @@ Orders* orders() {
     return mapped;
 }
 
-[[noreturn]] void hangForEver() {
+[[noreturn]] void hangForever() {
     for (;;) {
         syscall(SYS_pause);
     }
 }
 
-/// Zero once it is released.
-int holdBy(const Order& order) {
+/// Waits while the order holds. Returns the error then; zero if the test released the call.
+int waitWhileHeld(const Order& order) {
     while (order.error == hold) {
         constexpr timespec pause{0, 1'000'000};
         syscall(SYS_nanosleep, &pause, nullptr);
@@ -87,7 +88,7 @@ int holdBy(const Order& order) {
     return order.error;
 }
 
-/// Zero, or the error that this call has to fail with.
+/// The error that this call must fail with; zero if it must not.
 int errorFor(const char* function, const char* subject) {
     int error = 0;
     const auto count = orders() == nullptr ? 0 : orders()->count.load();
@@ -97,12 +98,12 @@ int errorFor(const char* function, const char* subject) {
             std::strstr(subject, order.subject.data()) != nullptr) {
             const auto number = ++order.seen;
             if (number >= order.first && number <= order.last) {
-                error = holdBy(order);
+                error = waitWhileHeld(order);
             }
         }
     }
     if (error == hang) {
-        hangForEver();
+        hangForever();
     }
     return error;
 }
@@ -114,7 +115,7 @@ bool fails(const char* function, const char* subject) {
     return error != 0;
 }
 
-/// For calls about a descriptor, whose path proc(5) knows.
+/// For calls with a descriptor. Its path comes from /proc/self/fd, proc(5).
 bool fails(const char* function, int descriptor) {
     if (orders() == nullptr || orders()->count == 0) {
         return false;
@@ -136,7 +137,7 @@ std::int32_t secondsAhead() { return orders() == nullptr ? 0 : orders()->seconds
 
 }  // namespace
 
-// What follows has the names of the C library, and its declarations.
+// The functions below replace those of the C library, so they have its names and declarations.
 #define REAL(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
 #define STAND_IN(result, name, parameters, subject, failure, arguments) \
     result name parameters {                                            \
@@ -158,7 +159,7 @@ extern "C" {
 OPEN(open)
 OPEN(open64)
 
-/// What open(2) becomes where the compiler does not know the flags.
+/// The fortified open(2), where the compiler does not know the flags.
 int __open_2(const char* path, int flags) { return open(path, flags); }
 STAND_IN(int, mkostemps, (char* path, int length, int flags), path, -1, (path, length, flags))
 STAND_IN(int, mkdir, (const char* path, mode_t mode) noexcept, path, -1, (path, mode))
@@ -213,16 +214,16 @@ ssize_t write(int file, const void* bytes, size_t size) {
     return errno == cutShort ? real(file, bytes, size / 2) : -1;
 }
 
-/// It closes all the same, as on Linux a close(2) that fails has done.
+/// It closes the descriptor even if it fails, as close(2) on Linux does.
 int close(int file) {
     static const auto real = REAL(close);
-    const bool isToFail = fails("close", file);
+    const bool mustFail = fails("close", file);
     const int error = errno;
     const int result = real(file);
-    if (isToFail) {
+    if (mustFail) {
         errno = error;
     }
-    return isToFail ? -1 : result;
+    return mustFail ? -1 : result;
 }
 
 int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
