@@ -138,7 +138,7 @@ void DBusMenu::getProperty(GVariant* arguments, GDBusMethodInvocation* invocatio
     g_variant_get(arguments, "(i&s)", &id, &name);
     GVariant* value = layout_.contains(id) ? layout_.property(id, name) : nullptr;
     if (value == nullptr) {
-        refuse(invocation, "The menu has no such entry, or an entry no such property");
+        refuse(invocation, "The menu has no such entry or property");
         return;
     }
     g_dbus_method_invocation_return_value(invocation, g_variant_new("(v)", value));

@@ -30,7 +30,7 @@ ReadPNG readPNG(const std::string& bytes) {
     png_structp reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(reader);
     std::vector<png_bytep> rows;
-    if (setjmp(png_jmpbuf(reader)) == 0) {  // NOLINT(cert-err52-cpp): libpng's way
+    if (setjmp(png_jmpbuf(reader)) == 0) {  // NOLINT(cert-err52-cpp): libpng's error handling
         png_set_read_fn(reader, &source, &take);
         png_set_crc_action(reader, PNG_CRC_ERROR_QUIT, PNG_CRC_ERROR_QUIT);
         png_read_info(reader, info);

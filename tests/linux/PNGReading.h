@@ -9,11 +9,11 @@
 
 namespace glintmark::platform {
 
-/// A PNG file as libpng reads it.
+/// What libpng reads from a PNG file.
 struct ReadPNG {
-    int width = 0;  ///< Zero when the file is no PNG file.
+    int width = 0;  ///< Zero if the file is not a valid PNG file.
     int height = 0;
-    std::vector<std::uint8_t> pixels;  ///< Straight RGBA.
+    std::vector<std::uint8_t> pixels;  ///< RGBA, not premultiplied.
     std::map<std::string, std::string> texts;
 };
 

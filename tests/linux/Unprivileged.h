@@ -5,8 +5,10 @@
 
 namespace glintmark::platform {
 
-/// While this lives, the thread has no more rights to files than a user who owns none of them,
-/// even when root runs the test; threads that it starts inherit that. See credentials(7).
+inline constexpr uid_t nobody = 65534;  ///< A user who owns no files.
+
+/// While this exists, the thread has the file rights of a user who owns no files, even if root runs
+/// the test. Threads that it starts inherit them. See credentials(7).
 class Unprivileged {
 public:
     Unprivileged() { ::setfsuid(nobody); }
@@ -14,9 +16,6 @@ public:
 
     Unprivileged(const Unprivileged&) = delete;
     Unprivileged& operator=(const Unprivileged&) = delete;
-
-private:
-    static constexpr uid_t nobody = 65534;
 };
 
 }  // namespace glintmark::platform

@@ -11,6 +11,7 @@
 
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/linux/ProcessState.h"
+#include "tests/linux/Unprivileged.h"
 #include "tests/linux/Waiting.h"
 
 namespace glintmark::platform {
@@ -80,7 +81,6 @@ TEST(ThreadPoolQueueTest, DelayedWorkTakesNoThreads) {
 /// Runs in a separate process. Work that is submitted while no thread can be made runs when the
 /// next work is submitted.
 [[noreturn]] void submitWithoutThreads() {
-    constexpr uid_t nobody = 65534;
     if (::getuid() == 0 && ::setuid(nobody) != 0) {  // the limit does not bind root
         std::_Exit(2);
     }

@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// A 4 by 4 square at the lower left of an 8 by 8 image.
+/// A square of 4 by 4 at the lower left of an 8 by 8 image.
 TemplateImage lowerLeftSquare() {
     BezierPath path;
     path.moveTo({0, 0});
@@ -47,8 +47,8 @@ TEST(TemplateIconTest, TheOriginIsAtTheLowerLeft) {
     EXPECT_EQ(pixelAt(argb, 8, 0, 0)[0], 0);
 }
 
-TEST(TemplateIconTest, TheImageFillsWhateverSizeIsAsked) {
-    const auto argb = renderTemplate(lowerLeftSquare(), 18);  // rows need padding in memory
+TEST(TemplateIconTest, TheImageFillsTheRequestedSize) {
+    const auto argb = renderTemplate(lowerLeftSquare(), 18);  // cairo pads rows of this size
     ASSERT_EQ(argb.size(), 18U * 18U * 4U);
     EXPECT_EQ(pixelAt(argb, 18, 8, 9)[0], 255);
     EXPECT_EQ(pixelAt(argb, 18, 9, 9)[0], 0);
@@ -78,7 +78,7 @@ TEST(TemplateIconTest, CurvesBecomeCurves) {
     EXPECT_THAT(symbolicSVG({{2, 2}, path}), HasSubstr("d=\"M0 2C0 0.5 0.25 0 2 0\""));
 }
 
-TEST(TemplateIconTest, TheIconFolderExistsAsLongAsItsOwner) {
+TEST(TemplateIconTest, TheIconFolderIsDeletedWithItsOwner) {
     const GStringHandle base(g_dir_make_tmp("glintmark-icon-XXXXXX", nullptr));
     const std::string folder = std::string(base.get()) + "/icons";
     const std::string file = folder + "/hicolor/scalable/apps/glintmark-symbolic.svg";
@@ -91,7 +91,7 @@ TEST(TemplateIconTest, TheIconFolderExistsAsLongAsItsOwner) {
     EXPECT_EQ(g_rmdir(base.get()), 0);
 }
 
-TEST(TemplateIconTest, AFolderThatCannotBeMadeLeavesNoIcon) {
+TEST(TemplateIconTest, WithoutAFolderThereIsNoIcon) {
     const SymbolicIconFolder icon("/dev/null/icons", lowerLeftSquare());
     EXPECT_EQ(icon.path(), "");
 }
