@@ -51,7 +51,7 @@ AncestorWatches::AncestorWatches(Inotify inotify, std::vector<std::string> paths
 
 void AncestorWatches::arm(std::size_t index) {
     std::erase_if(steps_, [&](const Step& step) { return step.index == index; });
-    // The watches are made anew, since the events of a watch are only ever added to. Nothing is
+    // `follow()` only adds events to a watch, so unused watches are dropped first. Nothing is
     // missed: `follow()` looks at each directory after it watches it.
     dropUnusedWatches();
     follow(index);
