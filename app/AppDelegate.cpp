@@ -68,6 +68,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     setupStatusItem();
     const auto home = services().fileManager.homeDirectoryForCurrentUser();
     std::vector<std::string> folders;
+    folders.reserve(defaultFolders.size());
     for (const auto* name : defaultFolders) {
         folders.push_back(home + "/" + name);
     }
