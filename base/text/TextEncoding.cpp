@@ -7,14 +7,12 @@
 #include <cstddef>
 #include <memory>
 
+#include "base/system/ReleaseWith.h"
+
 namespace glintmark {
 namespace {
 
-struct Freer {
-    void operator()(void* memory) const { g_free(memory); }
-};
-
-constexpr std::size_t longestCharacter = 6;  // bytes that g_unichar_to_utf8 may write
+constexpr std::size_t maximumCharacterBytes = 6;  // that g_unichar_to_utf8 may write
 
 /// Converters take more than a name ("NAME//TRANSLIT"), and those of encodings that switch by
 /// escape sequences are large, unused on the web, and have been broken into.
@@ -35,7 +33,7 @@ bool isAcceptable(const std::string& encoding) {
 }  // namespace
 
 void appendUTF8(std::string& text, char32_t character) {
-    std::array<char, longestCharacter> bytes{};
+    std::array<char, maximumCharacterBytes> bytes{};
     const auto length = g_unichar_to_utf8(character, bytes.data());
     text.append(bytes.data(), static_cast<std::size_t>(length));
 }
@@ -57,9 +55,9 @@ std::optional<std::string> decodedText(std::string_view bytes, const std::string
         return std::nullopt;
     }
     gsize length = 0;
-    const std::unique_ptr<char, Freer> text(g_convert(bytes.empty() ? "" : bytes.data(),
-                                                      static_cast<gssize>(bytes.size()), "UTF-8",
-                                                      encoding.c_str(), nullptr, &length, nullptr));
+    const std::unique_ptr<char, ReleaseWith<g_free>> text(
+        g_convert(bytes.empty() ? "" : bytes.data(), static_cast<gssize>(bytes.size()), "UTF-8",
+                  encoding.c_str(), nullptr, &length, nullptr));
     return text ? std::optional(std::string(text.get(), length)) : std::nullopt;
 }
 
