@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -104,10 +105,15 @@ private:
     /// `path` at the root of the page's site, without the page's port; absent when it forms no URL.
     static std::optional<URL> siteURL(const URL& page, std::string path);
 
-    /// Tries the paths of their list from `index` on, one after the other.
-    static void tryNextManifest(const URL& url, std::size_t index, ImageCompletion completion);
-    static void tryNextAppleTouchIcon(const URL& url, std::size_t index,
-                                      ImageCompletion completion);
+    /// One try at a fixed address. Calls either `finish`, which ends the tries with its image or
+    /// null, or `moveOn`, which starts the next try.
+    using Attempt = std::function<void(const URL& address, ImageCompletion finish,
+                                       std::function<void()> moveOn)>;
+
+    /// Tries `paths` at the root of the page's site one after the other. Completes with null when
+    /// the last try has moved on. `paths` must live forever.
+    static void tryInTurn(const URL& page, std::span<const char* const> paths,
+                          const Attempt& attempt, ImageCompletion completion);
 };
 
 }  // namespace glintmark

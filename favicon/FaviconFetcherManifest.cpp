@@ -83,36 +83,26 @@ std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const
 }  // namespace
 
 void FaviconFetcher::fetchFromManifest(const URL& url, ImageCompletion completion) {
-    tryNextManifest(url, 0, std::move(completion));
-}
-
-void FaviconFetcher::tryNextManifest(const URL& url, std::size_t index,
-                                     ImageCompletion completion) {
-    if (index >= manifestPaths.size()) {
-        completion(nullptr);
-        return;
-    }
-    const auto manifestURL = siteURL(url, manifestPaths.at(index));
-    if (!manifestURL) {
-        tryNextManifest(url, index + 1, std::move(completion));
-        return;
-    }
-    // Unlike pages and images, manifests are asked for under the client's own name.
-    platform::URLRequest request(*manifestURL);
-    request.timeoutInterval = manifestTimeout;
-    services().urlSession.startDataTask(
-        std::move(request),
-        [url, index, completion = std::move(completion)](const platform::URLResult& result) {
-            std::optional<ManifestIcon> icon;
-            if (isOK(result)) {
-                icon = chooseManifestIcon(*result.body, url);
-            }
-            if (icon) {
-                downloadImage(icon->url, completion);
-            } else {
-                tryNextManifest(url, index + 1, completion);
-            }
-        });
+    const Attempt attempt = [url](const URL& address, ImageCompletion finish,
+                                  std::function<void()> moveOn) {
+        // Unlike pages and images, manifests are requested under the client's own name.
+        platform::URLRequest request(address);
+        request.timeoutInterval = manifestTimeout;
+        services().urlSession.startDataTask(
+            std::move(request), [url, finish = std::move(finish),
+                                 moveOn = std::move(moveOn)](const platform::URLResult& result) {
+                std::optional<ManifestIcon> icon;
+                if (isOK(result)) {
+                    icon = chooseManifestIcon(*result.body, url);
+                }
+                if (icon) {
+                    downloadImage(icon->url, finish);
+                } else {
+                    moveOn();
+                }
+            });
+    };
+    tryInTurn(url, manifestPaths, attempt, std::move(completion));
 }
 
 std::optional<FaviconFetcher::ManifestIcon> FaviconFetcher::chooseManifestIcon(

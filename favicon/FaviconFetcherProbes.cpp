@@ -46,35 +46,38 @@ std::optional<URL> FaviconFetcher::siteURL(const URL& page, std::string path) {
 void FaviconFetcher::downloadImage(const URL& url, ImageCompletion completion) {
     services().urlSession.startDataTask(browserRequest(url), [completion = std::move(completion)](
                                                                  platform::URLResult result) {
-        const bool hasImage = result.body && !result.body->empty() && result.response &&
-                              result.response->statusCode == statusOK;
-        completion(hasImage ? services().imageDecoder.decode(std::move(*result.body)) : nullptr);
+        const bool mayBeImage = isOK(result) && !result.body->empty();
+        completion(mayBeImage ? services().imageDecoder.decode(std::move(*result.body)) : nullptr);
     });
 }
 
-void FaviconFetcher::fetchAppleTouchIcon(const URL& url, ImageCompletion completion) {
-    tryNextAppleTouchIcon(url, 0, std::move(completion));
-}
-
-void FaviconFetcher::tryNextAppleTouchIcon(const URL& url, std::size_t index,
-                                           ImageCompletion completion) {
-    if (index >= appleTouchIconPaths.size()) {
+void FaviconFetcher::tryInTurn(const URL& page, std::span<const char* const> paths,
+                               const Attempt& attempt, ImageCompletion completion) {
+    if (paths.empty()) {
         completion(nullptr);
         return;
     }
-    const auto iconURL = siteURL(url, appleTouchIconPaths.at(index));
-    if (!iconURL) {
-        tryNextAppleTouchIcon(url, index + 1, std::move(completion));
-        return;
+    const auto moveOn = [=] { tryInTurn(page, paths.subspan(1), attempt, completion); };
+    if (const auto address = siteURL(page, paths.front())) {
+        attempt(*address, std::move(completion), moveOn);
+    } else {
+        moveOn();
     }
-    downloadImage(*iconURL, [url, index, completion = std::move(completion)](
-                                std::shared_ptr<const Image> image) {
-        if (image && image->size().width >= minimumAppleTouchIconWidth) {
-            completion(std::move(image));
-        } else {
-            tryNextAppleTouchIcon(url, index + 1, completion);
-        }
-    });
+}
+
+void FaviconFetcher::fetchAppleTouchIcon(const URL& url, ImageCompletion completion) {
+    const Attempt attempt = [](const URL& address, ImageCompletion finish,
+                               std::function<void()> moveOn) {
+        downloadImage(address, [finish = std::move(finish),
+                                moveOn = std::move(moveOn)](std::shared_ptr<const Image> image) {
+            if (image && image->size().width >= minimumAppleTouchIconWidth) {
+                finish(std::move(image));
+            } else {
+                moveOn();
+            }
+        });
+    };
+    tryInTurn(url, appleTouchIconPaths, attempt, std::move(completion));
 }
 
 void FaviconFetcher::fetchFromGoogleAPI(const std::string& host, int size,
