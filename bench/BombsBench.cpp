@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -21,6 +19,7 @@
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
 #include "tests/doubles/InProcessImageDecoder.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark {
 namespace {
@@ -52,8 +51,7 @@ Names bombs() {
 }
 
 std::string contents(const std::string& name) {
-    std::ifstream file(GLINTMARK_TEST_DATA "/images/" + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return test::wholeFile(GLINTMARK_TEST_DATA "/images/" + name);
 }
 
 /// The maximum of all rounds.

@@ -11,13 +11,13 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "decoder/DecoderServer.h"
 #include "decoder/RequestMessage.h"
 #include "tests/decoder/ImageFiles.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::decoder {
 namespace {
@@ -38,8 +38,7 @@ std::vector<pid_t> childrenOf(pid_t process) {
 
 /// True if the process runs and has not entered its sandbox.
 bool isWaiting(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/status");
-    const std::string status{std::istreambuf_iterator<char>(file), {}};
+    const std::string status = test::wholeFile("/proc/" + std::to_string(process) + "/status");
     return status.find("\nSeccomp:\t0\n") != std::string::npos;
 }
 

@@ -4,11 +4,10 @@
 #include <cctype>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "decoder/DecodeImage.h"
 #include "decoder/HeapPixels.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::decoder {
 
@@ -19,8 +18,8 @@ const std::string folder = GLINTMARK_TEST_DATA "/images/";
 }  // namespace
 
 Bytes imageFile(const std::string& name) {
-    std::ifstream file(folder + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string bytes = test::wholeFile(folder + name);
+    return {bytes.begin(), bytes.end()};
 }
 
 std::vector<std::string> imageFileNames(const std::string& prefix) {

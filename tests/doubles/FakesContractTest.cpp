@@ -9,6 +9,7 @@
 #include "tests/platform/FileManagerContract.h"
 #include "tests/platform/URLSessionContract.h"
 #include "tests/platform/UserDefaultsContract.h"
+#include "tests/support/Subject.h"
 
 namespace glintmark::platform {
 namespace {
@@ -29,10 +30,9 @@ private:
     doubles::FakeFileManager manager_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Fake, FileManagerContract,
-                         testing::Values(+[]() -> std::unique_ptr<FileManagerSubject> {
-                             return std::make_unique<FakeFileManagerSubject>();
-                         }));
+INSTANTIATE_TEST_SUITE_P(
+    Fake, FileManagerContract,
+    testing::Values(&test::makeSubject<FileManagerSubject, FakeFileManagerSubject>));
 
 class FakeUserDefaultsSubject : public UserDefaultsSubject {
 public:
@@ -48,10 +48,9 @@ private:
     doubles::FakeUserDefaults defaults_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Fake, UserDefaultsContract,
-                         testing::Values(+[]() -> std::unique_ptr<UserDefaultsSubject> {
-                             return std::make_unique<FakeUserDefaultsSubject>();
-                         }));
+INSTANTIATE_TEST_SUITE_P(
+    Fake, UserDefaultsContract,
+    testing::Values(&test::makeSubject<UserDefaultsSubject, FakeUserDefaultsSubject>));
 
 class VirtualQueueSubject : public DispatchQueueSubject {
 public:
@@ -99,15 +98,13 @@ private:
     int answers_ = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(Fake, URLSessionContract,
-                         testing::Values(+[]() -> std::unique_ptr<URLSessionSubject> {
-                             return std::make_unique<FakeURLSessionSubject>();
-                         }));
+INSTANTIATE_TEST_SUITE_P(
+    Fake, URLSessionContract,
+    testing::Values(&test::makeSubject<URLSessionSubject, FakeURLSessionSubject>));
 
-INSTANTIATE_TEST_SUITE_P(Virtual, DispatchQueueContract,
-                         testing::Values(+[]() -> std::unique_ptr<DispatchQueueSubject> {
-                             return std::make_unique<VirtualQueueSubject>();
-                         }));
+INSTANTIATE_TEST_SUITE_P(
+    Virtual, DispatchQueueContract,
+    testing::Values(&test::makeSubject<DispatchQueueSubject, VirtualQueueSubject>));
 
 class FakeEventStreamSubject : public EventStreamSubject {
 public:
@@ -126,10 +123,9 @@ private:
     doubles::FakeEventStreamFactory factory_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Fake, EventStreamContract,
-                         testing::Values(+[]() -> std::unique_ptr<EventStreamSubject> {
-                             return std::make_unique<FakeEventStreamSubject>();
-                         }));
+INSTANTIATE_TEST_SUITE_P(
+    Fake, EventStreamContract,
+    testing::Values(&test::makeSubject<EventStreamSubject, FakeEventStreamSubject>));
 
 }  // namespace
 }  // namespace glintmark::platform

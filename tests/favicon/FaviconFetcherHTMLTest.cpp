@@ -6,19 +6,21 @@
 #include "favicon/FaviconFetcher.h"
 #include "tests/Vectors.h"
 #include "tests/doubles/TestPlatform.h"
+#include "tests/support/Repeated.h"
+#include "tests/support/URLs.h"
 
 namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
+using test::repeated;
+using test::url;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
 constexpr const char* pageAddress = "http://h:8080/dir/page.html";
-
-URL url(std::string_view text) { return URL::parse(text).value(); }
 
 /// An entry as text: its address below the page's folder or whole, its size, and "touch" or "icon".
 std::string described(const IconEntry& entry) {
@@ -37,15 +39,6 @@ std::vector<std::string> extracted(std::string_view html) {
         entries.push_back(described(entry));
     }
     return entries;
-}
-
-std::string repeated(std::string_view text, std::size_t times) {
-    std::string result;
-    result.reserve(text.size() * times);
-    for (std::size_t i = 0; i < times; ++i) {
-        result += text;
-    }
-    return result;
 }
 
 // Link extraction

@@ -4,11 +4,13 @@
 #include "favicon/FaviconFetcher.h"
 #include "tests/Vectors.h"
 #include "tests/doubles/TestPlatform.h"
+#include "tests/support/URLs.h"
 
 namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
+using test::url;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -16,8 +18,6 @@ constexpr const char* pageAddress = "http://h:8080/dir/page.html";
 constexpr const char* firstPlace = "http://h/manifest.json";
 constexpr const char* secondPlace = "http://h/site.webmanifest";
 constexpr const char* thirdPlace = "http://h/manifest.webmanifest";
-
-URL url(std::string_view text) { return URL::parse(text).value(); }
 
 /// The address and the size of the chosen icon; empty for none.
 std::string chosen(std::string_view json) {

@@ -3,19 +3,19 @@
 
 #include "favicon/FaviconFetcher.h"
 #include "tests/doubles/TestPlatform.h"
+#include "tests/support/URLs.h"
 
 namespace glintmark {
 namespace {
 
 using namespace std::chrono_literals;
+using test::url;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr const char* iconAddress = "http://h/a.png";
 constexpr const char* touchIcon = "http://h/apple-touch-icon.png";
 constexpr const char* precomposedTouchIcon = "http://h/apple-touch-icon-precomposed.png";
-
-URL url(std::string_view text) { return URL::parse(text).value(); }
 
 class FaviconFetcherProbesTest : public doubles::PlatformTest {
 protected:

@@ -90,26 +90,31 @@ TEST(IconCandidateTest, ThreeOfTheTwelveSamplesAreNeeded) {
     EXPECT_TRUE(isTransparent(Picture(16, 16).set(0, 0, 0).set(15, 0, 0).set(0, 15, 0)));
 }
 
+// Odd and different, so that swapped or wrongly rounded halves show.
+constexpr int oddWidth = 9;
+constexpr int oddHeight = 7;
+
+// Of a picture of that size: the corners, the middles of the edges, one step inside the corners.
+constexpr std::array<std::array<int, 2>, 12> sampledPoints{{
+    {0, 0},
+    {8, 0},
+    {0, 6},
+    {8, 6},
+    {4, 0},
+    {4, 6},
+    {0, 3},
+    {8, 3},
+    {1, 1},
+    {7, 1},
+    {1, 5},
+    {7, 5},
+}};
+
 TEST(IconCandidateTest, EachOfTheTwelvePointsIsSampled) {
-    // Width and height are odd and differ, so that swapped or wrongly rounded halves show.
-    constexpr int w = 9;
-    constexpr int h = 7;
-    constexpr std::array<std::array<int, 2>, 12> points{{{0, 0},
-                                                         {8, 0},
-                                                         {0, 6},
-                                                         {8, 6},
-                                                         {4, 0},
-                                                         {4, 6},
-                                                         {0, 3},
-                                                         {8, 3},
-                                                         {1, 1},
-                                                         {7, 1},
-                                                         {1, 5},
-                                                         {7, 5}}};
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        Picture picture(w, h);
+    for (std::size_t i = 0; i < sampledPoints.size(); ++i) {
+        Picture picture(oddWidth, oddHeight);
         for (std::size_t k = 0; k < 3; ++k) {
-            const auto& [x, y] = points.at((i + k) % points.size());
+            const auto& [x, y] = sampledPoints.at((i + k) % sampledPoints.size());
             picture.set(x, y, 0);
         }
         EXPECT_TRUE(isTransparent(picture)) << "points " << i << " and the next two";
@@ -117,19 +122,8 @@ TEST(IconCandidateTest, EachOfTheTwelvePointsIsSampled) {
 }
 
 TEST(IconCandidateTest, NoOtherPixelIsSampled) {
-    Picture picture = Picture(9, 7).fill(0);
-    for (const auto& [x, y] : std::array<std::array<int, 2>, 12>{{{0, 0},
-                                                                  {8, 0},
-                                                                  {0, 6},
-                                                                  {8, 6},
-                                                                  {4, 0},
-                                                                  {4, 6},
-                                                                  {0, 3},
-                                                                  {8, 3},
-                                                                  {1, 1},
-                                                                  {7, 1},
-                                                                  {1, 5},
-                                                                  {7, 5}}}) {
+    Picture picture = Picture(oddWidth, oddHeight).fill(0);
+    for (const auto& [x, y] : sampledPoints) {
         picture.set(x, y, 255);
     }
     EXPECT_FALSE(isTransparent(picture));

@@ -3,11 +3,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "tests/fuzz/FuzzTarget.h"
+#include "tests/support/WholeFile.h"
 
 int main(int argc, char** argv) {
     if (argc != 2) {
@@ -15,8 +14,7 @@ int main(int argc, char** argv) {
     }
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
-        std::ifstream file(entry.path(), std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+        const std::string bytes = glintmark::test::wholeFile(entry.path());
         std::printf("%s\n", entry.path().c_str());
         std::fflush(stdout);  // or the name of a file that ends the process would be lost
         LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());

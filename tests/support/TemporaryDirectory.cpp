@@ -5,7 +5,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::test {
 
@@ -54,9 +55,8 @@ void TemporaryDirectory::remove(const std::string& name) const {
     EXPECT_GT(fs::remove_all(path(name), error), 0U) << name << ": " << error.message();
 }
 
-std::string TemporaryDirectory::readWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+std::string TemporaryDirectory::read(const std::string& name) const {
+    return wholeFile(path(name));
 }
 
 }  // namespace glintmark::test

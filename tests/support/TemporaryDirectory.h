@@ -23,10 +23,8 @@ public:
     void createDirectories(const std::string& name) const;
     void createLink(const std::string& target, const std::string& name) const;  ///< Symbolic.
     void move(const std::string& from, const std::string& to) const;
-    void remove(const std::string& name) const;  ///< With all below it.
-    std::string read(const std::string& name) const { return readWhole(path(name)); }
-
-    static std::string readWhole(const std::string& path);
+    void remove(const std::string& name) const;       ///< With all below it.
+    std::string read(const std::string& name) const;  ///< The whole file.
 
 private:
     std::string path_;

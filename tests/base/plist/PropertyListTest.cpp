@@ -5,11 +5,13 @@
 
 #include "base/plist/PropertyList.h"
 #include "tests/Vectors.h"
+#include "tests/support/Repeated.h"
 
 namespace glintmark {
 namespace {
 
 using namespace std::string_literals;
+using test::repeated;
 
 /// The string under `key` of the root dictionary. Absent also when there is no such tree.
 std::optional<std::string> stringUnder(std::string_view key, std::string_view bytes) {
@@ -25,14 +27,6 @@ std::optional<std::string> stringUnder(std::string_view key, std::string_view by
 std::string xml(std::string_view content) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" +
            std::string(content) + "</plist>\n";
-}
-
-std::string repeated(std::string_view piece, std::size_t count) {
-    std::string text;
-    while (count-- > 0) {
-        text += piece;
-    }
-    return text;
 }
 
 TEST(PropertyListTest, AgreesWithTheLinkFileCases) {

@@ -1,22 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "base/work/DispatchGroup.h"
-#include "base/work/DispatchQueue.h"
+#include "tests/support/TestQueues.h"
 
 namespace glintmark {
 namespace {
 
-/// Runs work at once, on the caller's thread.
-class ImmediateQueue : public DispatchQueue {
-public:
-    void async(Work work) override { work(); }
-    void asyncAfter(std::chrono::nanoseconds, Work work) override { work(); }
-};
-
 TEST(DispatchGroupTest, NotifiesWhenTheLastWorkLeaves) {
-    ImmediateQueue queue;
+    test::InlineQueue queue;
     const DispatchGroup group;
     int notified = 0;
     group.enter();
@@ -29,7 +20,7 @@ TEST(DispatchGroupTest, NotifiesWhenTheLastWorkLeaves) {
 }
 
 TEST(DispatchGroupTest, NotifiesAtOnceWhenNothingRuns) {
-    ImmediateQueue queue;
+    test::InlineQueue queue;
     const DispatchGroup group;
     int notified = 0;
     group.notify(queue, [&] { ++notified; });
@@ -37,7 +28,7 @@ TEST(DispatchGroupTest, NotifiesAtOnceWhenNothingRuns) {
 }
 
 TEST(DispatchGroupTest, NotifiesOnlyOnce) {
-    ImmediateQueue queue;
+    test::InlineQueue queue;
     const DispatchGroup group;
     int notified = 0;
     group.enter();

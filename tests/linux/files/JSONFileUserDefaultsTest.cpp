@@ -5,6 +5,7 @@
 #include "linux/files/PosixFileManager.h"
 #include "tests/platform/UserDefaultsContract.h"
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/Subject.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace glintmark::platform {
@@ -36,9 +37,7 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(JSONFile, UserDefaultsContract,
-                         testing::Values(+[]() -> std::unique_ptr<UserDefaultsSubject> {
-                             return std::make_unique<JSONFileSubject>();
-                         }));
+                         testing::Values(&test::makeSubject<UserDefaultsSubject, JSONFileSubject>));
 
 class JSONFileUserDefaultsTest : public testing::Test {
 protected:

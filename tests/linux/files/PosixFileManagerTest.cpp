@@ -8,6 +8,7 @@
 #include "linux/files/PosixFileManager.h"
 #include "tests/linux/Unprivileged.h"
 #include "tests/platform/FileManagerContract.h"
+#include "tests/support/Subject.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace glintmark::platform {
@@ -35,9 +36,7 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(Posix, FileManagerContract,
-                         testing::Values(+[]() -> std::unique_ptr<FileManagerSubject> {
-                             return std::make_unique<PosixSubject>();
-                         }));
+                         testing::Values(&test::makeSubject<FileManagerSubject, PosixSubject>));
 
 /// Sets HOME while it lives; null removes it.
 class HomeScope {

@@ -10,7 +10,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "base/graphics/Image.h"
@@ -20,6 +19,7 @@
 #include "tests/linux/ProcessState.h"
 #include "tests/linux/Waiting.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 namespace {
@@ -27,13 +27,8 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-std::string contents(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 std::string imageFile(const std::string& name) {
-    return contents(fs::path(GLINTMARK_TEST_DATA "/images") / name);
+    return test::wholeFile(GLINTMARK_TEST_DATA "/images/" + name);
 }
 
 /// The test images, broken ones among them, without those that take much time or memory.
@@ -73,7 +68,7 @@ pid_t parentOf(pid_t process) {
 /// True if the process runs outside the sandbox, which a child enters when it has its image.
 bool isWaiting(pid_t process) {
     const fs::path status = fs::path("/proc") / std::to_string(process) / "status";
-    return contents(status).find("\nSeccomp:\t0\n") != std::string::npos;
+    return test::wholeFile(status).find("\nSeccomp:\t0\n") != std::string::npos;
 }
 
 /// Returns when the process has ended with all its threads. Its parent may not have reaped it yet.
@@ -257,7 +252,7 @@ TEST_F(SandboxedImageDecoderTest, TheHelperHasOnlyItsSocket) {
     ASSERT_TRUE(decodesGoodImage());
     ASSERT_EQ(helpers().size(), 1U);
     const fs::path process = fs::path("/proc") / std::to_string(helpers().front());
-    EXPECT_EQ(contents(process / "environ"), "");
+    EXPECT_EQ(test::wholeFile(process / "environ"), "");
     EXPECT_EQ(fs::read_symlink(process / "cwd"), "/");
     EXPECT_EQ(fs::read_symlink(process / "fd/0"), "/dev/null");
     EXPECT_TRUE(fs::read_symlink(process / "fd/3").string().starts_with("socket:"));
@@ -394,7 +389,7 @@ TEST_F(SandboxedImageDecoderTest, AHelperThatKeepsDyingIsStartedRarely) {
     for (int i = 0; i < 50; ++i) {
         EXPECT_FALSE(decodesGoodImage());
     }
-    const std::size_t count = contents(starts).size();
+    const std::size_t count = test::wholeFile(starts).size();
     EXPECT_GE(count, 2U);
     EXPECT_LE(count, 8U);  // few, however long the loop took
 }

@@ -3,6 +3,7 @@
 #include "tests/linux/Waiting.h"
 #include "tests/platform/URLSessionContract.h"
 #include "tests/support/LoopbackServer.h"
+#include "tests/support/Subject.h"
 
 namespace glintmark::platform {
 
@@ -38,9 +39,7 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(Curl, URLSessionContract,
-                         testing::Values(+[]() -> std::unique_ptr<URLSessionSubject> {
-                             return std::make_unique<CurlSubject>();
-                         }));
+                         testing::Values(&test::makeSubject<URLSessionSubject, CurlSubject>));
 
 }  // namespace
 

@@ -4,6 +4,7 @@
 #include "tests/base/work/DispatchQueueContract.h"
 #include "tests/linux/MainLoop.h"
 #include "tests/linux/Waiting.h"
+#include "tests/support/Subject.h"
 
 namespace glintmark::platform {
 namespace {
@@ -38,14 +39,10 @@ private:
     std::unique_ptr<DispatchQueue> queue_ = std::make_unique<GLibMainQueue>(context_.get());
 };
 
-template <typename Subject>
-std::unique_ptr<DispatchQueueSubject> make() {
-    return std::make_unique<Subject>();
-}
-
 INSTANTIATE_TEST_SUITE_P(SerialThread, DispatchQueueContract,
-                         testing::Values(&make<ThreadSubject>));
-INSTANTIATE_TEST_SUITE_P(GLibMain, DispatchQueueContract, testing::Values(&make<GLibSubject>));
+                         testing::Values(&test::makeSubject<DispatchQueueSubject, ThreadSubject>));
+INSTANTIATE_TEST_SUITE_P(GLibMain, DispatchQueueContract,
+                         testing::Values(&test::makeSubject<DispatchQueueSubject, GLibSubject>));
 
 }  // namespace
 }  // namespace glintmark::platform

@@ -5,6 +5,7 @@
 
 #include "linux/glib/GLibHandles.h"
 #include "linux/statusitem/TemplateIcon.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 namespace {
@@ -26,16 +27,6 @@ TemplateImage lowerLeftSquare() {
 std::vector<std::uint8_t> pixelAt(const std::vector<std::uint8_t>& argb, int side, int x, int y) {
     const auto begin = argb.begin() + (y * side + x) * 4;
     return {begin, begin + 4};
-}
-
-std::string contents(const std::string& path) {
-    gchar* text = nullptr;
-    gsize length = 0;
-    if (g_file_get_contents(path.c_str(), &text, &length, nullptr) == FALSE) {
-        return "(no file)";
-    }
-    const GStringHandle owner(text);
-    return {text, length};
 }
 
 TEST(TemplateIconTest, TheOriginIsAtTheLowerLeft) {
@@ -85,7 +76,7 @@ TEST(TemplateIconTest, TheIconFolderIsDeletedWithItsOwner) {
     {
         const SymbolicIconFolder icon(folder, lowerLeftSquare());
         EXPECT_EQ(icon.path(), folder);
-        EXPECT_EQ(contents(file), symbolicSVG(lowerLeftSquare()));
+        EXPECT_EQ(test::wholeFile(file), symbolicSVG(lowerLeftSquare()));
     }
     EXPECT_FALSE(g_file_test(folder.c_str(), G_FILE_TEST_EXISTS));
     EXPECT_EQ(g_rmdir(base.get()), 0);

@@ -1,6 +1,7 @@
 #include "linux/watching/InotifyEventStream.h"
 #include "tests/linux/watching/EventStreamFixture.h"
 #include "tests/platform/EventStreamContract.h"
+#include "tests/support/Subject.h"
 
 namespace glintmark::platform {
 namespace {
@@ -22,9 +23,7 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(Inotify, EventStreamContract,
-                         testing::Values(+[]() -> std::unique_ptr<EventStreamSubject> {
-                             return std::make_unique<InotifySubject>();
-                         }));
+                         testing::Values(&test::makeSubject<EventStreamSubject, InotifySubject>));
 
 }  // namespace
 }  // namespace glintmark::platform

@@ -19,6 +19,7 @@
 #include "tests/linux/PNGReading.h"
 #include "tests/linux/PrivateBus.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 namespace {
@@ -78,7 +79,7 @@ protected:
     }
 
     ReadPNG thumbnail(const std::string& size, const std::string& uri) const {
-        return readPNG(test::TemporaryDirectory::readWhole(thumbnailPath(size, uri)));
+        return readPNG(test::wholeFile(thumbnailPath(size, uri)));
     }
 
     std::vector<std::string> storedIcons() const {
@@ -105,7 +106,7 @@ TEST_F(DesktopWorkspaceTest, TheIconReachesStoreAttributesAndThumbnails) {
     setRedIcon(path);
 
     ASSERT_EQ(storedIcons().size(), 1U);
-    const ReadPNG stored = readPNG(test::TemporaryDirectory::readWhole(storedIcons()[0]));
+    const ReadPNG stored = readPNG(test::wholeFile(storedIcons()[0]));
     EXPECT_EQ(stored.width, 512);
     EXPECT_THAT(stored.pixels, testing::ElementsAreArray(redIcon().bitmap()->pixels()));
     EXPECT_THAT(metadata_, ElementsAre(path + " file://" + storedIcons()[0]));
@@ -125,7 +126,7 @@ TEST_F(DesktopWorkspaceTest, TheIconReachesStoreAttributesAndThumbnails) {
 TEST_F(DesktopWorkspaceTest, AnIconIsEncodedAndStoredWhenItIsPrepared) {
     ASSERT_NE(workspace_->prepareIcon(redIcon()), nullptr);
     ASSERT_EQ(storedIcons().size(), 1U);
-    const ReadPNG stored = readPNG(test::TemporaryDirectory::readWhole(storedIcons()[0]));
+    const ReadPNG stored = readPNG(test::wholeFile(storedIcons()[0]));
     EXPECT_THAT(stored.pixels, testing::ElementsAreArray(redIcon().bitmap()->pixels()));
     EXPECT_FALSE(std::filesystem::exists(folder_ / "cache")) << "thumbnails need a file";
 }

@@ -8,6 +8,7 @@
 
 #include "linux/workspace/IconStore.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 namespace {
@@ -27,7 +28,7 @@ TEST(IconStoreTest, StoresAPictureUnderTheHashOfItsBytes) {
     // The SHA-256 of "abc" is the first example of FIPS 180-2, appendix B.
     ASSERT_EQ(name, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_EQ(store.pathOf(*name), folder / "glintmark/icons/" + *name + ".png");
-    EXPECT_EQ(test::TemporaryDirectory::readWhole(store.pathOf(*name)), "abc");
+    EXPECT_EQ(test::wholeFile(store.pathOf(*name)), "abc");
     struct stat status {};
     ASSERT_EQ(stat(store.pathOf(*name).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
@@ -55,7 +56,7 @@ TEST(IconStoreTest, APictureCutShortByACrashIsWrittenAgain) {
     const std::string path = store.pathOf(*store.put("abc"));
     std::filesystem::resize_file(path, 0);
     store.put("abc");
-    EXPECT_EQ(test::TemporaryDirectory::readWhole(path), "abc");
+    EXPECT_EQ(test::wholeFile(path), "abc");
 }
 
 TEST(IconStoreTest, AFolderThatCannotBeMadeStoresNothing) {
