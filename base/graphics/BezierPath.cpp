@@ -6,8 +6,8 @@ namespace glintmark {
 
 namespace {
 
-// Distance of the control points from the ends of a quarter circle of radius 1, as a cubic curve
-// that meets the circle in its middle: 4/3 * (sqrt(2) - 1).
+// How far each control point lies from its end of the arc, for a quarter circle of radius 1 drawn
+// as a cubic curve that meets the circle in its middle: 4/3 * (sqrt(2) - 1).
 constexpr double quarterCircleControl = 0.5522847498307936;
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace glintmark {
 
 enum class WindingRule { nonZero = 0, evenOdd = 1 };
 
-/// A path of lines and cubic curves, y upwards, in points.
+/// A path of lines and cubic curves, in points. The y axis points upwards.
 class BezierPath {
 public:
     struct MoveTo {

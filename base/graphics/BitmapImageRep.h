@@ -18,13 +18,13 @@ public:
     /// `pixels` must hold width * height * 4 bytes; anything else is a programming error.
     BitmapImageRep(int width, int height, bool hasAlpha, std::vector<std::uint8_t> pixels);
 
-    /// The same over memory that lives as long as `owner`: pixels that are too many to copy.
+    /// The same without a copy, for many pixels: they must live as long as `owner` does.
     BitmapImageRep(int width, int height, bool hasAlpha, std::shared_ptr<const void> owner,
                    std::span<const std::uint8_t> pixels);
 
     int pixelsWide() const { return width_; }
     int pixelsHigh() const { return height_; }
-    bool hasAlpha() const { return hasAlpha_; }  ///< Whether there is an alpha channel at all.
+    bool hasAlpha() const { return hasAlpha_; }  ///< True even if all pixels are opaque.
     std::span<const std::uint8_t> pixels() const { return pixels_; }
 
     /// Opacity from 0.0 to 1.0 of the pixel in column `x` and row `y`, rows counted from the top.

@@ -11,7 +11,7 @@
 
 namespace glintmark {
 
-/// A decoded image. Never modified after it was made; passed as `std::shared_ptr<const Image>`.
+/// A decoded image. Immutable; passed as `std::shared_ptr<const Image>`.
 class Image {
 public:
     using BitmapSource = std::function<std::optional<BitmapImageRep>()>;
@@ -22,14 +22,14 @@ public:
     /// An image of one bitmap; one pixel counts as one point.
     explicit Image(BitmapImageRep bitmap);
 
-    /// A large image whose pixels `source` produces again each time they are asked for.
+    /// A large image: its pixels are not kept, `source` makes them again each time.
     Image(Size size, BitmapSource source) : size_(size), source_(std::move(source)) {}
 
-    /// In points, of the best bitmap representation.
+    /// The size of the best bitmap representation, in points.
     Size size() const { return size_; }
 
-    /// The best representation (largest area, then deepest). Absent when there is none or its
-    /// pixels cannot be had any more. May take as long as decoding does.
+    /// The best representation: the largest area, then the deepest colours. Absent if there is none
+    /// or its pixels can no longer be made. May take as long as decoding does.
     std::optional<BitmapImageRep> bitmap() const;
 
 private:

@@ -17,13 +17,13 @@ namespace {
 // A row is premultiplied red, green, blue and alpha of each pixel, each from 0 to 255.
 constexpr std::size_t channels = BitmapImageRep::bytesPerPixel;
 
-// The channels of a pixel, which the compilers keep in one register.
+// The channels of a pixel. Compilers keep them in one register.
 using FourFloats = float __attribute__((vector_size(channels * sizeof(float))));
 
-/// What the destination rows or columns take from those of the source: destination `i` takes
-/// `count` of them from `first[i]` on, with `weights[i * count]` and the following, which add up to
-/// 1. The count is the same for all, a multiple of `atOnce`; weights too many are zero, also those
-/// of rows and columns beyond the source's end.
+/// How the source's rows make the destination's rows, or columns make columns: destination row `i`
+/// is the sum of `count` source rows from `first[i]` on, weighted by `count` weights from
+/// `weights[i * count]` on, which add up to 1. `count` is the same for all rows and a multiple of
+/// `tapsPerStep`. Surplus weights are zero, and so are those of rows beyond the source's end.
 struct Taps {
     std::size_t count;
     std::vector<int> first;
@@ -34,11 +34,11 @@ struct Taps {
     }
 };
 
-// As many taps as an enlargement has; they are added in one go.
-constexpr std::size_t atOnce = 4;
+// The taps that one step adds up: as many as an enlargement needs.
+constexpr std::size_t tapsPerStep = 4;
 
 constexpr float opaque = 255.0F;
-constexpr double filterRadius = 2.0;  // the kernel is zero from there on
+constexpr double filterRadius = 2.0;  // from here on the kernel is zero
 
 // The published kernel with B = C = 1/3, its two pieces multiplied out.
 double mitchellNetravali(double distance) {
@@ -52,9 +52,10 @@ double mitchellNetravali(double distance) {
     return 0;
 }
 
-/// The weights around `centre`, of the positions from `from` on; what lies outside the source looks
-/// like the pixel at its edge.
-void weigh(double centre, double widening, int from, int sourceSize, std::span<float> weights) {
+/// Fills in the weights of the positions from `from` on, for a kernel around `centre`. A position
+/// outside the source counts for the pixel at the source's edge.
+void fillWeights(double centre, double widening, int from, int sourceSize,
+                 std::span<float> weights) {
     const int last = sourceSize - 1;
     const int first = std::clamp(from, 0, last);
     std::vector<double> exact(weights.size());
@@ -73,21 +74,21 @@ Taps tapsFor(int sourceSize, int destinationSize) {
     const double widening = std::max(1.0, step);
     const double radius = filterRadius * widening;
     const auto needed = static_cast<std::size_t>(std::ceil(2 * radius));
-    Taps taps{(needed + atOnce - 1) / atOnce * atOnce, {}, {}};
+    Taps taps{(needed + tapsPerStep - 1) / tapsPerStep * tapsPerStep, {}, {}};
     taps.weights.resize(static_cast<std::size_t>(destinationSize) * taps.count);
     auto weights = std::span(taps.weights);
     for (int i = 0; i < destinationSize; ++i) {
         const double centre = (i + 0.5) * step - 0.5;
         const int from = static_cast<int>(std::floor(centre - radius)) + 1;
         taps.first.push_back(std::clamp(from, 0, sourceSize - 1));
-        weigh(centre, widening, from, sourceSize, weights.first(taps.count));
+        fillWeights(centre, widening, from, sourceSize, weights.first(taps.count));
         weights = weights.subspan(taps.count);
     }
     return taps;
 }
 
-// Straight pixels are read and written as one number each, for the loops to become vector
-// instructions.
+// Each straight pixel is read and written as one number, so that the compiler can turn the loops
+// into vector instructions.
 constexpr unsigned shiftOf(unsigned channel) {
     return 8 * (std::endian::native == std::endian::little ? channel : 3 - channel);
 }
@@ -119,58 +120,60 @@ void filterRow(const std::vector<float>& source, const Taps& columns, float* des
     for (const int first : columns.first) {
         const float* from = &source[static_cast<std::size_t>(first) * channels];
         FourFloats sum = {};
-        for (std::size_t i = 0; i < columns.count; i += atOnce) {
+        for (std::size_t i = 0; i < columns.count; i += tapsPerStep) {
             sum += fourAt(from) * weights[0] + fourAt(from + channels) * weights[1] +
                    fourAt(from + 2 * channels) * weights[2] +
                    fourAt(from + 3 * channels) * weights[3];
-            from += atOnce * channels;
-            weights += atOnce;
+            from += tapsPerStep * channels;
+            weights += tapsPerStep;
         }
         std::memcpy(destination, &sum, sizeof sum);
         destination += channels;
     }
 }
 
-/// The source, filtered in its rows only: those rows that one destination row needs at a time.
+/// The source's rows, filtered horizontally. Keeps only as many as one destination row needs.
 class FilteredRows {
 public:
     FilteredRows(const BitmapImageRep& source, int width, std::size_t count)
-        : columns_(tapsFor(source.pixelsWide(), width)),
+        : columnTaps_(tapsFor(source.pixelsWide(), width)),
           sourceWidth_(static_cast<std::size_t>(source.pixelsWide())),
           sourceHeight_(source.pixelsHigh()),
           nextSource_(source.pixels().data()),
-          sourceRow_((sourceWidth_ + columns_.count) * channels),
+          sourceRow_((sourceWidth_ + columnTaps_.count) * channels),
           count_(count),
-          rows_(count * columns_.first.size() * channels) {}
+          rows_(count * columnTaps_.first.size() * channels) {}
 
-    /// Makes the rows before `end` as far as there are any. The last `count` of them stay.
-    void reach(int end) {
+    /// Filters all rows before `end`, or to the source's end. The last `count` of them are kept.
+    void filterUpTo(int end) {
         for (; next_ < std::min(end, sourceHeight_); ++next_) {
             premultiply(nextSource_, std::span(sourceRow_).first(sourceWidth_ * channels));
             nextSource_ += sourceWidth_ * BitmapImageRep::bytesPerPixel;
-            filterRow(sourceRow_, columns_, &rows_[place(static_cast<std::size_t>(next_))]);
+            filterRow(sourceRow_, columnTaps_, &rows_[offsetOf(static_cast<std::size_t>(next_))]);
         }
     }
 
-    /// What row `y` is; something finite beyond the source's end.
-    const float* row(std::size_t y) const { return &rows_[place(y)]; }
+    /// Row `y`. Beyond the source's end its values are finite, and their weights are zero.
+    const float* row(std::size_t y) const { return &rows_[offsetOf(y)]; }
 
 private:
-    std::size_t place(std::size_t y) const { return y % count_ * columns_.first.size() * channels; }
+    std::size_t offsetOf(std::size_t y) const {
+        return y % count_ * columnTaps_.first.size() * channels;
+    }
 
-    Taps columns_;
+    Taps columnTaps_;
     std::size_t sourceWidth_;
     int sourceHeight_;
     const std::uint8_t* nextSource_;
-    std::vector<float> sourceRow_;  // with transparent pixels after its end for the taps there
+    std::vector<float> sourceRow_;  // padded with transparent pixels for taps beyond its end
     std::size_t count_;
     std::vector<float> rows_;
     int next_ = 0;
 };
 
-void addUp(const FilteredRows& rows, std::size_t first, std::span<const float> weights,
-           std::span<float> sums) {
-    for (std::size_t i = 0; i < weights.size(); i += atOnce) {
+void addRows(const FilteredRows& rows, std::size_t first, std::span<const float> weights,
+             std::span<float> sums) {
+    for (std::size_t i = 0; i < weights.size(); i += tapsPerStep) {
         const float* const a = rows.row(first + i);
         const float* const b = rows.row(first + i + 1);
         const float* const c = rows.row(first + i + 2);
@@ -184,15 +187,15 @@ void addUp(const FilteredRows& rows, std::size_t first, std::span<const float> w
     }
 }
 
-// The negative lobes of the filter take sums below 0 and above 255, and colours above their alpha:
-// the nearest that a bitmap can hold is taken.
+// The filter's negative lobes make sums below 0 and above 255, and colours above their alpha. The
+// result is the nearest value that a bitmap can hold.
 std::uint32_t rounded(float value, unsigned channel) {
-    // From 0 to 255, so that nothing can go wrong. NOLINTNEXTLINE(bugprone-incorrect-roundings)
+    // The value is from 0 to 255. NOLINTNEXTLINE(bugprone-incorrect-roundings)
     const auto whole = static_cast<int>(std::clamp(value, 0.0F, opaque) + 0.5F);
     return static_cast<std::uint32_t>(whole) << shiftOf(channel);
 }
 
-// A pixel too faint to be seen has no colour.
+// A pixel whose alpha rounds to 0 has no colour.
 void unpremultiply(std::span<const float> row, std::uint8_t* __restrict straight) {
     for (std::size_t i = 0; i < row.size(); i += channels) {
         const float alpha = row[i + 3];
@@ -209,8 +212,8 @@ void filter(const BitmapImageRep& source, int width, int height, std::uint8_t* s
     std::vector<float> sums(static_cast<std::size_t>(width) * channels);
     for (std::size_t y = 0; y < rows.first.size(); ++y) {
         const int first = rows.first[y];
-        filtered.reach(first + static_cast<int>(rows.count));
-        addUp(filtered, static_cast<std::size_t>(first), rows.weightsOf(y), sums);
+        filtered.filterUpTo(first + static_cast<int>(rows.count));
+        addRows(filtered, static_cast<std::size_t>(first), rows.weightsOf(y), sums);
         unpremultiply(sums, straight);
         straight += sums.size();
     }

@@ -5,8 +5,8 @@
 
 namespace glintmark {
 
-/// A picture of one filled path whose colour the desktop chooses to suit where it shows: only the
-/// shape counts. Origin at the lower left, y upwards, in points.
+/// A picture of one filled path. Only its shape counts: the desktop chooses a colour that suits the
+/// background. In points; the origin is at the lower left and the y axis points upwards.
 struct TemplateImage {
     Size size;
     BezierPath filledPath;

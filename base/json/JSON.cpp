@@ -11,13 +11,13 @@ namespace {
 
 constexpr std::size_t maximumDepth = 512;
 
-/// What a parsed text may occupy in memory: one of small values grows thirtyfold when read.
+/// The limit for a parsed text in memory. A text of small values takes thirty times its size.
 constexpr std::size_t maximumTreeBytes = std::size_t{64} * 1024 * 1024;
 
-/// An element, and as much again that its array may have in reserve.
+/// An array's element, and as much again that the array may have in reserve.
 constexpr std::size_t elementBytes = 2 * sizeof(JSON);
 
-/// A member's node: three links and a colour, key, value.
+/// A member's node in the map: three links, a colour, the key and the value.
 constexpr std::size_t memberBytes = 4 * sizeof(void*) + sizeof(std::string) + sizeof(JSON);
 
 struct Encoding {
@@ -54,10 +54,10 @@ Encoding detectedEncoding(std::string_view bytes) {
     return {};
 }
 
-/// Builds the tree from the reader's reports; each "false" ends the reading.
+/// Builds the tree from the parser's events. An event that returns false ends the parsing.
 class TreeBuilder {
 public:
-    // NOLINTBEGIN(readability-identifier-naming): the reader's names
+    // NOLINTBEGIN(readability-identifier-naming): the parser's names
     bool null() { return add(JSON()); }
     bool boolean(bool value) { return add(JSON(value)); }
     bool number_integer(std::int64_t value) { return add(JSON(static_cast<double>(value))); }
@@ -81,10 +81,10 @@ public:
     JSON takeRoot() { return std::move(root_); }
 
 private:
-    /// An object or array whose end is still to come.
+    /// An object or array that has not ended yet.
     struct Open {
         std::variant<JSON::Array, JSON::Object> container;
-        std::string key;  ///< Of the member whose value is to come.
+        std::string key;  ///< Of the member whose value comes next.
     };
 
     bool spend(std::size_t bytes) {
@@ -136,8 +136,8 @@ std::optional<JSON> JSON::parse(std::string_view bytes) {
         }
         bytes = *decoded;
     }
-    // The reader takes a NUL for the end and a byte-order mark for nothing; in a JSON text neither
-    // may stand.
+    // The parser takes a NUL for the end and skips a byte-order mark. A JSON text may contain
+    // neither.
     if (bytes.find('\0') != std::string_view::npos || bytes.starts_with("\xEF\xBB\xBF")) {
         return std::nullopt;
     }

@@ -14,10 +14,11 @@ namespace glintmark {
 class JSON {
 public:
     using Array = std::vector<JSON>;
-    using Object = std::map<std::string, JSON, std::less<>>;  ///< Of equal keys the last counts.
+    using Object = std::map<std::string, JSON, std::less<>>;  ///< The last of equal keys counts.
 
-    /// Absent when `bytes` are not one strict JSON text in UTF-8, UTF-16 or UTF-32 (told apart
-    /// from the first bytes, with or without a byte-order mark), or are nested too deeply.
+    /// Absent if `bytes` are not one strict JSON text in UTF-8, UTF-16 or UTF-32, which the first
+    /// bytes tell, with or without a byte-order mark. Absent also if the text is nested too deeply
+    /// or takes too much memory.
     static std::optional<JSON> parse(std::string_view bytes);
 
     JSON() = default;
@@ -31,7 +32,7 @@ public:
     const Array* array() const { return std::get_if<Array>(&value_); }
     const Object* object() const { return std::get_if<Object>(&value_); }
 
-    /// The member `key` of an object; null when this is no object or has no such member.
+    /// The member `key` of an object. Null if this is not an object or has no such member.
     const JSON* member(std::string_view key) const;
 
 private:

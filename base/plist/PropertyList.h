@@ -17,15 +17,15 @@ public:
     using Array = std::vector<PropertyList>;
     using Dictionary = std::map<std::string, PropertyList, std::less<>>;
 
-    /// What is kept of a value that no one here reads: its kind.
+    /// A value that the program does not read. Only its kind is kept.
     enum class Other { null, boolean, number, date, data, uid };
 
-    /// Larger ones are refused. A tree may take twenty times the room of its text.
+    /// Larger files are refused. A tree may take twenty times the memory of its text.
     static constexpr std::size_t maximumBytes = std::size_t{4} * 1024 * 1024;
 
-    /// Reads the XML, the binary and the old text form, told apart by the bytes. Absent when they
-    /// are none of these or too large, nested too deeply, cyclic or swollen by entities or shared
-    /// objects; bounded in time and memory. Of equal keys the last counts.
+    /// Reads the XML, the binary and the old text form, which the bytes tell. Absent if they are in
+    /// none of these forms, too large, nested too deeply, cyclic, or if entities or shared objects
+    /// swell the tree. Time and memory are bounded. The last of equal keys counts.
     static std::optional<PropertyList> parse(std::string_view bytes);
 
     explicit PropertyList(std::string value) : value_(std::move(value)) {}

@@ -31,7 +31,7 @@ Number bigEndian(std::string_view bytes) {
     return number;
 }
 
-/// Text of one byte a character: ASCII by definition, but not every writer keeps to it.
+/// Text of one byte a character. The form says ASCII, but some writers store Latin-1.
 std::optional<std::string> byteText(std::optional<std::string_view> bytes) {
     const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     if (!bytes || std::all_of(bytes->begin(), bytes->end(), isASCII)) {
@@ -72,7 +72,7 @@ private:
     std::size_t referenceBytes_ = 0;
     std::uint64_t objectCount_ = 0;
     std::uint64_t rootIndex_ = 0;
-    std::size_t position_ = 0;  ///< In objects_, of what is read next.
+    std::size_t position_ = 0;  ///< In objects_: where the next read begins.
     PropertyListBudget budget_;
 };
 
@@ -92,7 +92,7 @@ bool BinaryReader::readTrailer() {
         return false;
     }
     objects_ = body.substr(0, tableOffset);
-    offsets_ = body.substr(tableOffset);  // which reaches up to the trailer
+    offsets_ = body.substr(tableOffset);  // the table ends at the trailer
     return offsets_.size() % offsetBytes_ == 0 && objectCount_ == offsets_.size() / offsetBytes_;
 }
 
@@ -145,7 +145,7 @@ std::optional<PropertyList> BinaryReader::other(unsigned kind, unsigned size) {
         case 0x8:
             return whole(size + 1, Other::uid);
         default:
-            return std::nullopt;  // sets and what later versions add
+            return std::nullopt;  // sets, and kinds that later versions added
     }
 }
 
@@ -182,7 +182,8 @@ std::optional<PropertyList> BinaryReader::dictionary(std::optional<std::string_v
     PropertyList::Dictionary entries;
     for (std::size_t place = 0; place < valuesBegin; place += referenceBytes_) {
         const auto key = object(reference(*references, place), depth + 1);
-        // Known before its value is read: what is its own key and value would be read ever anew.
+        // Checked before the value is read: a dictionary that is its own key and value would be
+        // read again and again.
         if (!key || key->string() == nullptr) {
             return std::nullopt;
         }
@@ -195,10 +196,10 @@ std::optional<PropertyList> BinaryReader::dictionary(std::optional<std::string_v
     return PropertyList(std::move(entries));
 }
 
-/// `size` of a marker; the largest stands for an integer object that follows.
+/// The size in a marker. The largest one says that an integer object with the size follows.
 Number BinaryReader::sizeOfObject(unsigned size) {
-    constexpr unsigned follows = 0x0F;
-    if (size != follows) {
+    constexpr unsigned sizeFollows = 0x0F;
+    if (size != sizeFollows) {
         return size;
     }
     const auto marker = take(1, 1);

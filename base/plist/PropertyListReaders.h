@@ -8,14 +8,16 @@
 
 namespace glintmark {
 
-/// Deeper nesting is refused, which ends cycles as well.
+/// Deeper nesting is refused, which ends cycles, too.
 inline constexpr std::size_t maximumPropertyListDepth = 512;
 
-/// What one tree may occupy in memory. Small values take far more room in the tree than in the
-/// file, and in a binary file one object can stand in many places.
+inline constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
+
+/// The memory that one tree may take. Small values take far more of it in the tree than in the
+/// file, and a binary file can use one object in many places.
 class PropertyListBudget {
 public:
-    /// Both are false when that is more than there is.
+    /// Both return false once the budget is exceeded.
     bool takeValue();
     bool takeText(std::size_t bytes);
 
@@ -23,10 +25,10 @@ private:
     std::size_t takenBytes_ = 0;
 };
 
-/// Each reads one form. Absent when `bytes` are not in that form or beyond a limit.
+/// Each of these reads one form. Absent if `bytes` are not in that form or exceed a limit.
 std::optional<PropertyList> readBinaryPropertyList(std::string_view bytes);
 
-/// `isUTF8` says that the text is UTF-8 whatever it declares, else the declaration counts.
+/// With `isUTF8` the text is UTF-8, whatever it declares; otherwise its declaration counts.
 std::optional<PropertyList> readXMLPropertyList(std::string_view bytes, bool isUTF8);
 
 /// `text` must be well-formed UTF-8.

@@ -10,16 +10,15 @@
 #include "base/plist/PropertyListReaders.h"
 #include "base/text/TextEncoding.h"
 
-// The form before XML: "string", bare-word, (array, of, values), {key = value;}, <0fbd77 data>,
-// with comments as in C++.
+// The form that is older than XML: "string", bare-word, (array, of, values), {key = value;},
+// <0fbd77 data>, with comments as in C++.
 
 namespace glintmark {
 namespace {
 
-constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
 constexpr std::string_view wordMarks = "_$/:.-";
 
-/// What octal escapes from 0200 to 0377 stand for: the upper half of the NEXTSTEP character set.
+/// The characters of octal escapes from 0200 to 0377: the upper half of the NEXTSTEP character set.
 constexpr std::array<char16_t, 128> upperNextStep = {
     0x00A0, 0x00C0, 0x00C1, 0x00C2, 0x00C3, 0x00C4, 0x00C5, 0x00C7, 0x00C8, 0x00C9, 0x00CA, 0x00CB,
     0x00CC, 0x00CD, 0x00CE, 0x00CF, 0x00D0, 0x00D1, 0x00D2, 0x00D3, 0x00D4, 0x00D5, 0x00D6, 0x00D9,
@@ -51,8 +50,8 @@ bool isWordCharacter(char c) {
            wordMarks.find(c) != std::string_view::npos;
 }
 
-/// The length of the white space at the start of `text`: ASCII's, the line and the paragraph
-/// separator.
+/// The length of one white space character at the start of `text`; 0 if there is none. White space
+/// is that of ASCII, the line separator and the paragraph separator.
 std::size_t leadingSpace(std::string_view text) {
     if (text.starts_with("\xE2\x80\xA8") || text.starts_with("\xE2\x80\xA9")) {
         return 3;
@@ -60,7 +59,7 @@ std::size_t leadingSpace(std::string_view text) {
     return !text.empty() && (text[0] == ' ' || (text[0] >= '\t' && text[0] <= '\r')) ? 1 : 0;
 }
 
-/// The length of the comment at the start of `text`; 0 when there is none or it has no end.
+/// The length of the comment at the start of `text`; 0 if there is none or it does not end.
 std::size_t leadingComment(std::string_view text) {
     if (text.starts_with("//")) {
         return std::min(text.find_first_of("\r\n"), text.size());
@@ -87,7 +86,7 @@ private:
     std::optional<std::string> quotedString(char quote);
     std::optional<char32_t> escape();
     std::optional<char32_t> codeUnit();
-    std::optional<char32_t> number(std::string_view digits, int base, std::size_t most);
+    std::optional<char32_t> number(std::string_view digits, int base, std::size_t maximumDigits);
 
     void skipSpace();
     bool take(std::string_view expected);
@@ -126,7 +125,7 @@ std::optional<PropertyList> TextReader::dictionary(std::size_t depth) {
         if (!key) {
             return std::nullopt;
         }
-        // A key alone stands for itself.
+        // A key without a value is its own value.
         auto entry = take("=") ? value(depth + 1) : PropertyList(*key);
         if (!entry || !take(";") || !budget_.takeText(key->size())) {
             return std::nullopt;
@@ -144,7 +143,7 @@ std::optional<PropertyList> TextReader::array(std::size_t depth) {
             return std::nullopt;
         }
         elements.push_back(std::move(*element));
-        if (!take(",")) {  // one may stand behind the last element
+        if (!take(",")) {  // a comma may follow the last element
             return take(")") ? std::optional<PropertyList>(std::move(elements)) : std::nullopt;
         }
     }
@@ -199,7 +198,7 @@ std::optional<std::string> TextReader::quotedString(char quote) {
     return text;
 }
 
-/// The character that the text behind a backslash stands for.
+/// Reads what follows a backslash. Returns the character that it stands for.
 std::optional<char32_t> TextReader::escape() {
     constexpr std::string_view letters = "abfnrtv";
     constexpr std::string_view characters = "\a\b\f\n\r\t\v";
@@ -224,7 +223,7 @@ std::optional<char32_t> TextReader::escape() {
     return g_utf8_get_char(begin);
 }
 
-/// A UTF-16 unit in up to four digits behind "U", or two of them that are one character.
+/// Reads a UTF-16 code unit: up to four digits after "U". Two surrogates make one character.
 std::optional<char32_t> TextReader::codeUnit() {
     rest_.remove_prefix(1);
     const auto unit = number(hexDigits, 16, 4);
@@ -246,9 +245,10 @@ std::optional<char32_t> TextReader::codeUnit() {
            (*trail - firstLowSurrogate);
 }
 
-/// A number of up to `most` of these digits. Absent when not even one comes next.
-std::optional<char32_t> TextReader::number(std::string_view digits, int base, std::size_t most) {
-    const auto end = std::min(rest_.find_first_not_of(digits), std::min(rest_.size(), most));
+/// Reads a number of up to `maximumDigits` digits. Absent if no digit comes next.
+std::optional<char32_t> TextReader::number(std::string_view digits, int base,
+                                           std::size_t maximumDigits) {
+    const auto end = std::min({rest_.find_first_not_of(digits), rest_.size(), maximumDigits});
     std::uint32_t value = 0;
     std::from_chars(rest_.data(), rest_.data() + end, value, base);
     rest_.remove_prefix(end);
@@ -261,7 +261,7 @@ void TextReader::skipSpace() {
     }
 }
 
-/// Steps over `expected` and the white space before it, if that comes next.
+/// Skips white space and comments, then `expected`. False if something else comes next.
 bool TextReader::take(std::string_view expected) {
     skipSpace();
     if (!rest_.starts_with(expected)) {

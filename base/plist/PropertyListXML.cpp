@@ -18,7 +18,6 @@ using Other = PropertyList::Other;
 
 constexpr std::string_view blanks = " \t\r\n";
 constexpr std::string_view digits = "0123456789";
-constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
 
 bool isBlank(std::string_view text) {
     return text.find_first_not_of(blanks) == std::string_view::npos;
@@ -48,7 +47,7 @@ bool isInteger(std::string_view text) {
     return isMadeOf(digits, number);
 }
 
-/// Infinities and "nan" count, as does a number out of the range of `double`.
+/// Infinities and "nan" are reals, and so is a number beyond the range of `double`.
 bool isReal(std::string_view text) {
     const auto number = withoutSign(trimmed(text));
     double value = 0;
@@ -74,7 +73,7 @@ bool isDate(std::string_view text) {
     return isMadeOf(digits, withoutSign(year));
 }
 
-/// The value of an element that holds only text. Absent when the text does not suit it.
+/// The value of an element that holds only text. Absent if the text is not such a value.
 std::optional<PropertyList> leafValue(std::string_view element, std::string text) {
     const auto checked = [](bool holds, Other kind) {
         return holds ? std::optional<PropertyList>(kind) : std::nullopt;
@@ -94,10 +93,10 @@ std::optional<PropertyList> leafValue(std::string_view element, std::string text
     if (element == "date") {
         return checked(isDate(text), Other::date);
     }
-    return checked(element == "data", Other::data);  // whose text no one decodes
+    return checked(element == "data", Other::data);  // its text is not decoded
 }
 
-/// Builds the tree from the parser's reports.
+/// Builds the tree from the parser's events.
 class XMLReader {
 public:
     void begin(std::string_view element);
@@ -105,18 +104,18 @@ public:
     void text(std::string_view text);
     void fail() { failed_ = true; }
 
-    /// Whatever stands behind the end of the root element does not count.
+    /// Anything after the end of the root element is ignored.
     bool isFinished() const { return failed_ || root_; }
     std::optional<PropertyList> takeRoot() { return failed_ ? std::nullopt : std::move(root_); }
 
 private:
-    /// The root element around the one value.
+    /// The element "plist" around the one value.
     struct Document {
         std::optional<PropertyList> value;
     };
     struct Dictionary {
         PropertyList::Dictionary entries;
-        std::optional<std::string> key;  ///< Whose value is to come.
+        std::optional<std::string> key;  ///< Its value comes next.
     };
     struct Array {
         PropertyList::Array elements;
@@ -136,7 +135,7 @@ private:
     PropertyListBudget budget_;
 };
 
-/// Whether `element` may stand inside the innermost open one.
+/// True if `element` is allowed inside the innermost open element.
 bool XMLReader::mayBegin(std::string_view element) const {
     if (open_.empty()) {
         return element != "key";
@@ -162,7 +161,7 @@ void XMLReader::begin(std::string_view element) {
     } else if (element == "array") {
         open_.emplace_back(Array());
     } else {
-        open_.emplace_back(Leaf());  // an unknown one fails at its end
+        open_.emplace_back(Leaf());  // an unknown element fails at its end
     }
 }
 
@@ -224,19 +223,19 @@ struct ParserCloser {
     void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
 };
 
-/// One run of the parser with what its reports work on.
+/// One run of the parser, with the state that its callbacks change.
 struct Parsing {
     explicit Parsing(const char* encoding) : parser(XML_ParserCreate(encoding)) {}
 
     std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserCloser> parser;
     XMLReader reader;
-    std::string unknownEncoding;  ///< Declared, but not known to the parser.
+    std::string unknownEncoding;  ///< Declared, but the parser does not know it.
 };
 
 template <typename Report>
 void report(void* data, Report report) {
     auto& parsing = *static_cast<Parsing*>(data);
-    if (!parsing.reader.isFinished()) {  // a stopped parser may have reports left
+    if (!parsing.reader.isFinished()) {  // a stopped parser may still call back
         report(parsing.reader);
     }
     if (parsing.reader.isFinished()) {
@@ -256,8 +255,8 @@ void onText(void* data, const XML_Char* text, int length) {
     report(data, [&](XMLReader& reader) { reader.text({text, static_cast<std::size_t>(length)}); });
 }
 
-/// Entities and default attributes, which can swell without bound, need a subset of the document's
-/// own; property lists have none.
+/// Entities and default attributes can swell without bound. They need an internal subset of the
+/// document type, which property lists do not have.
 void onDocumentType(void* data, const XML_Char*, const XML_Char*, const XML_Char*,
                     int hasInternalSubset) {
     if (hasInternalSubset != 0) {
@@ -265,7 +264,7 @@ void onDocumentType(void* data, const XML_Char*, const XML_Char*, const XML_Char
     }
 }
 
-/// With a document type that is not fetched, an unknown entity is no error to the parser.
+/// The document type is not fetched, so the parser skips an unknown entity instead of failing.
 void onSkippedEntity(void* data, const XML_Char*, int) {
     report(data, [](XMLReader& reader) { reader.fail(); });
 }

@@ -5,7 +5,7 @@
 namespace glintmark {
 
 /// Ends the process (SIGABRT) after writing "Fatal error: " and `message` to standard error.
-/// For programming errors only; bad input never ends here.
+/// For programming errors only: bad input never ends the process.
 [[noreturn]] void fatalError(std::string_view message);
 
 }  // namespace glintmark

@@ -6,8 +6,8 @@
 
 namespace glintmark {
 
-/// Owns an open file descriptor and closes it. Empty when negative, as after a failed call, whose
-/// `errno` stays untouched.
+/// Owns an open file descriptor and closes it. Empty if the number is negative, as after a failed
+/// call; the `errno` of that call stays untouched.
 class FileDescriptor {
 public:
     FileDescriptor() = default;

@@ -21,15 +21,15 @@ struct Directive {
 
 /// What a directive prints, before it is padded.
 struct Field {
-    std::string prefix;  ///< Sign and base; zeros that pad go behind it.
+    std::string prefix;  ///< Sign and base; padding zeros follow it.
     std::string body;
     bool mayPadWithZeros = false;
 };
 
-/// Takes directives apart; what does not read as one is left where it is.
+/// Reads one directive. Once it has been read, `rest()` is what follows it.
 class DirectiveReader {
 public:
-    explicit DirectiveReader(std::string_view behindPercent) : rest_(behindPercent) {}
+    explicit DirectiveReader(std::string_view afterPercent) : rest_(afterPercent) {}
 
     /// Absent when no complete directive comes next.
     std::optional<Directive> read() {
@@ -87,7 +87,7 @@ private:
         }
     }
 
-    /// A star stands for an argument, and so for zero; digits may be missing.
+    /// A star stands for an argument and so for zero. There may be no digits.
     std::size_t readNumber() {
         std::size_t number = 0;
         if (take("*")) {
@@ -112,7 +112,7 @@ std::string sign(const Directive& directive) {
     return directive.signBlank ? " " : "";
 }
 
-/// A zero shows as many digits as the precision says, of none at all included.
+/// A zero prints as many digits as the precision says, which may be none.
 std::string zeroDigits(const Directive& directive) {
     std::string digits(directive.precision.value_or(1), '0');
     return digits;
@@ -142,7 +142,7 @@ Field integerField(const Directive& directive) {
             field.prefix = "0x";
             break;
         default:
-            break;  // without the base's prefix, which a zero never has
+            break;  // a zero has no prefix for its base
     }
     return field;
 }
@@ -222,17 +222,17 @@ std::string expanded(const Directive& directive) {
     return std::string(padding, ' ') + prefix + body;
 }
 
-/// Cuts `line` to its greatest length, between two characters.
+/// Cuts `line` to the maximum length, between two characters.
 void cutOff(std::string& line) {
     if (line.size() <= maximumLogLineBytes) {
         return;
     }
-    constexpr std::size_t longestTail = 3;  // continuation bytes of a UTF-8 character
+    constexpr std::size_t maximumTail = 3;  // continuation bytes of one UTF-8 character
     const auto isContinuation = [](char c) {
         return (static_cast<unsigned char>(c) & 0xC0U) == 0x80;
     };
     auto end = maximumLogLineBytes;
-    while (isContinuation(line[end]) && maximumLogLineBytes - end < longestTail) {
+    while (isContinuation(line[end]) && maximumLogLineBytes - end < maximumTail) {
         --end;
     }
     line.resize(isContinuation(line[end]) ? maximumLogLineBytes : end);

@@ -6,9 +6,9 @@
 
 namespace glintmark {
 
-inline constexpr std::size_t maximumLogFieldWidth = 1024;  ///< Width and precision alike.
+inline constexpr std::size_t maximumLogFieldWidth = 1024;  ///< For width and precision.
 
-/// The rest of a line is cut off, between two characters.
+/// Longer lines are cut, between two characters.
 inline constexpr std::size_t maximumLogLineBytes = std::size_t{64} * 1024;
 
 /// Expands `message` as a printf-like format string with an empty argument list.
@@ -16,9 +16,9 @@ inline constexpr std::size_t maximumLogLineBytes = std::size_t{64} * 1024;
 /// "%%" becomes "%". A complete directive (flags, width, precision, length, one of the letters
 /// `d D i u U x X o O c C s S p @ f F e E g G a A n`) stands for an argument of zero: integers
 /// print 0 in their base, floating point zero, `%s`, `%S` and `%@` print "(null)", `%p` prints
-/// "0x0", `%c`, `%C` and `%n` print nothing; flags, width and precision apply, a star for one of
-/// them being zero. Anything else after a percent sign is copied as it stands. Never calls a
-/// variadic function.
+/// "0x0", `%c`, `%C` and `%n` print nothing. Flags, width and precision apply; a star for either
+/// number means zero. Anything else after a percent sign is copied. Never calls a variadic
+/// function.
 std::string formatLogMessage(std::string_view message);
 
 }  // namespace glintmark

@@ -14,13 +14,13 @@
 namespace glintmark {
 namespace {
 
-/// How often the engine may come back to an earlier choice in one search. It grows with the text,
-/// so that giving up is a matter of the pattern's growth and not of the text's length.
+/// How often the engine may return to an earlier choice in one search. The budget grows with the
+/// text, so that a search never fails only because its text is long.
 constexpr std::size_t choicesPerByte = 20;
-constexpr std::size_t fewestChoices = 100'000;
-constexpr std::uint32_t mostMemory = 8 * 1024;  // KiB for one search
+constexpr std::size_t minimumChoices = 100'000;
+constexpr std::uint32_t maximumKibibytes = 8 * 1024;  // of memory, for one search
 
-/// What Unicode calls White_Space. The engine's own `\s` also takes U+180E, which is none.
+/// What Unicode calls White_Space. The engine's own `\s` also takes U+180E, which is not.
 constexpr std::string_view whiteSpace =
     R"(\t-\r \x{85}\x{A0}\x{1680}\x{2000}-\x{200A}\x{2028}\x{2029}\x{202F}\x{205F}\x{3000})";
 
@@ -29,8 +29,8 @@ using CompileContext =
 using MatchContext = std::unique_ptr<pcre2_match_context, ReleaseWith<pcre2_match_context_free>>;
 using MatchData = std::unique_ptr<pcre2_match_data, ReleaseWith<pcre2_match_data_free>>;
 
-/// The pattern with the set for every `\s` and `\S`.
-std::string withWhiteSpaceSpelt(std::string_view pattern) {
+/// The pattern with every `\s` and `\S` replaced by the set or its complement.
+std::string withWhiteSpaceReplaced(std::string_view pattern) {
     std::string result;
     bool inBrackets = false;
     for (std::size_t i = 0; i < pattern.size();) {
@@ -49,8 +49,9 @@ std::string withWhiteSpaceSpelt(std::string_view pattern) {
 }
 
 std::uint32_t budget(std::size_t textBytes) {
-    constexpr std::size_t most = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<std::uint32_t>(std::min(fewestChoices + textBytes * choicesPerByte, most));
+    constexpr std::size_t maximum = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(
+        std::min(minimumChoices + textBytes * choicesPerByte, maximum));
 }
 
 /// The matches of one pattern in one text, one after the other.
@@ -62,10 +63,10 @@ public:
           data_(pcre2_match_data_create_from_pattern(&code, nullptr)),
           context_(pcre2_match_context_create(nullptr)) {
         pcre2_set_match_limit(context_.get(), budget(text.size()));
-        pcre2_set_heap_limit(context_.get(), mostMemory);
+        pcre2_set_heap_limit(context_.get(), maximumKibibytes);
     }
 
-    /// False at the end; `failed` tells whether the engine gave up.
+    /// False after the last match, or if the engine gave up: then `failed()` is true.
     bool next() {
         const auto* subject = reinterpret_cast<PCRE2_SPTR>(text_.data());
         count_ = pcre2_match(&code_, subject, text_.size(), range(0).end, options_, data_.get(),
@@ -73,7 +74,8 @@ public:
         if (count_ < 0) {
             return false;
         }
-        // The first search has looked at the whole text. An empty match is not found again.
+        // The first search has checked that the whole text is UTF-8. An empty match is not found
+        // again.
         options_ = PCRE2_NO_UTF_CHECK;
         if (range(0).begin == range(0).end) {
             options_ |= PCRE2_NOTEMPTY_ATSTART;
@@ -124,12 +126,12 @@ std::optional<RegularExpression> RegularExpression::compile(std::string_view pat
     }
     const CompileContext context(pcre2_compile_context_create(nullptr));
     pcre2_set_newline(context.get(), PCRE2_NEWLINE_ANY);
-    const std::string spelt = withWhiteSpaceSpelt(pattern);
+    const std::string replaced = withWhiteSpaceReplaced(pattern);
     int error = 0;
     PCRE2_SIZE place = 0;
     auto compiled = std::make_shared<Compiled>();
-    compiled->code.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(spelt.data()), spelt.size(),
-                                       flags, &error, &place, context.get()));
+    compiled->code.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(replaced.data()),
+                                       replaced.size(), flags, &error, &place, context.get()));
     if (!compiled->code) {
         return std::nullopt;
     }

@@ -5,7 +5,7 @@
 
 namespace glintmark {
 
-/// `texts` as one reads them in a log: `["a", "b"]`, with a backslash before each double quote and
+/// `texts` as the log shows them: `["a", "b"]`, with a backslash before each double quote and
 /// backslash inside a text.
 std::string listDescription(std::span<const std::string> texts);
 

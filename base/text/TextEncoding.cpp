@@ -14,8 +14,9 @@ namespace {
 
 constexpr std::size_t maximumCharacterBytes = 6;  // that g_unichar_to_utf8 may write
 
-/// Converters take more than a name ("NAME//TRANSLIT"), and those of encodings that switch by
-/// escape sequences are large, unused on the web, and have been broken into.
+/// False for what a converter should not get. It would take more than a name ("NAME//TRANSLIT").
+/// The converters of encodings that switch by escape sequences are large, unused on the web, and
+/// have had security holes.
 bool isAcceptable(const std::string& encoding) {
     constexpr std::string_view switching = "ISO2022";
     std::string letters;
@@ -45,7 +46,7 @@ bool isUTF8(std::string_view bytes) {
         if (*next != '\0') {
             return false;
         }
-        ++next;  // A zero byte ends texts elsewhere; here it is a character.
+        ++next;  // GLib ends a text at a NUL byte; here it is a character.
     }
     return true;
 }

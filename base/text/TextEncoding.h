@@ -9,12 +9,12 @@ namespace glintmark {
 /// Appends `character`, a code point of Unicode other than a surrogate.
 void appendUTF8(std::string& text, char32_t character);
 
-/// Whether `bytes` are well-formed UTF-8 (RFC 3629).
+/// True if `bytes` are well-formed UTF-8 (RFC 3629).
 bool isUTF8(std::string_view bytes);
 
-/// `bytes` in the encoding of that name (as in the registry of character sets, any case; UTF-16 and
-/// UTF-32 with "LE" or "BE"), as UTF-8. Absent when the encoding is unknown or `bytes` are
-/// ill-formed in it.
+/// `bytes` decoded from `encoding`, as UTF-8. `encoding` is a name in the registry of character
+/// sets, in any case; UTF-16 and UTF-32 need "LE" or "BE". Absent if the encoding is unknown or
+/// `bytes` are ill-formed in it.
 std::optional<std::string> decodedText(std::string_view bytes, const std::string& encoding);
 
 }  // namespace glintmark

@@ -23,19 +23,19 @@ std::string withoutDotSegments(std::string_view input) {
     std::string output;
     output.reserve(input.size());
     while (!input.empty()) {
-        if (input.starts_with("../")) {
+        if (input.starts_with("../")) {  // step 2A
             input.remove_prefix(3);
-        } else if (input.starts_with("./") || input.starts_with("/./")) {
+        } else if (input.starts_with("./") || input.starts_with("/./")) {  // steps 2A and 2B
             input.remove_prefix(2);
-        } else if (input == "/.") {
+        } else if (input == "/.") {  // step 2B
             input = "/";
-        } else if (input.starts_with("/../") || input == "/..") {
+        } else if (input.starts_with("/../") || input == "/..") {  // step 2C
             input = input.size() == 3 ? "/" : input.substr(3);
             const auto slash = output.rfind('/');
             output.resize(slash == std::string::npos ? 0 : slash);
-        } else if (input == "." || input == "..") {
+        } else if (input == "." || input == "..") {  // step 2D
             input = {};
-        } else {
+        } else {  // step 2E
             const auto end = std::min(input.find('/', 1), input.size());
             output += input.substr(0, end);
             input.remove_prefix(end);
@@ -57,7 +57,7 @@ std::string mergedPath(const URLParts& base, std::string_view path) {
 /// Transform References (RFC 3986, section 5.2.2), strict.
 std::string resolved(const URLParts& reference, const URLParts& base) {
     URLParts target = reference;
-    std::string path;  // what target.path points into
+    std::string path;  // target.path points into it
     if (reference.scheme || reference.authority) {
         path = withoutDotSegments(reference.path);
     } else {
@@ -110,7 +110,7 @@ std::optional<URL> URL::parse(std::string_view text, const URL& base) {
 }
 
 URL URL::fileURL(std::string_view path) {
-    // A relative path gets no authority, whose place its first segment would take.
+    // After "//" the first segment of a relative path would read as an authority.
     const std::string start = path.starts_with('/') ? "file://" : "file:";
     return parse(start + escapedAsPath(path)).value();
 }

@@ -6,19 +6,19 @@
 
 namespace glintmark {
 
-/// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised.
-/// Only square brackets in path, query and fragment, which browsers write as they are, become
-/// escapes. A value; may be used from any thread.
+/// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised,
+/// but square brackets in path, query and fragment, which browsers write unescaped, are escaped. A
+/// value; may be used from any thread.
 class URL {
 public:
-    /// Absent when `text` as it stands does not follow the grammar (RFC 3986, section 4.1), so for
-    /// blanks, non-ASCII characters and bad escapes too. The empty text is no URL.
+    /// Absent if `text` does not follow the grammar (RFC 3986, section 4.1), which excludes blanks,
+    /// non-ASCII characters and bad escapes. Absent also if `text` is empty.
     static std::optional<URL> parse(std::string_view text);
 
     /// `text` resolved against `base` (RFC 3986, section 5.2.2), with surplus dot segments removed.
     static std::optional<URL> parse(std::string_view text, const URL& base);
 
-    /// A "file" URL for an absolute path of any bytes; `path()` gives them back.
+    /// A "file" URL for an absolute path of any bytes; `path()` returns them.
     static URL fileURL(std::string_view path);
 
     const std::string& absoluteString() const { return text_; }
@@ -26,11 +26,11 @@ public:
     /// As written. Absent for a relative reference.
     const std::optional<std::string>& scheme() const { return scheme_; }
 
-    /// With escapes undone and without the brackets of an IP literal; case as written. Absent when
+    /// With escapes undone and without the brackets of an IP literal; case as written. Absent if
     /// there is no authority or its host is empty.
     const std::optional<std::string>& host() const { return host_; }
 
-    /// With escapes undone, without a trailing slash (but "/" itself stays).
+    /// With escapes undone and without a trailing slash; "/" itself stays.
     std::string path() const;
 
     /// The last segment of `path()`; "/" for the root.

@@ -18,8 +18,8 @@ std::optional<URL> URLComponents::url() const {
     if (scheme && !isURLScheme(*scheme)) {
         return std::nullopt;
     }
-    // Section 3.3 of RFC 3986: behind an authority a path is empty or begins with a slash, without
-    // one it does not begin with two.
+    // RFC 3986, section 3.3: after an authority a path is empty or begins with a slash. Without an
+    // authority it does not begin with two slashes.
     if (host ? !path.empty() && !path.starts_with('/') : path.starts_with("//")) {
         return std::nullopt;
     }

@@ -13,8 +13,8 @@ struct URLComponents {
     std::optional<std::string> host;  ///< Escapes undone; an IPv6 address without brackets.
     std::string path;                 ///< Plain text; escaped as a path, "?" and "#" too.
 
-    /// Absent when the parts form no URL: a scheme of wrong characters, or a path that does not
-    /// begin with "/" behind a host.
+    /// Absent if the parts form no URL: the scheme has wrong characters, a path after a host does
+    /// not begin with "/", a path without a host begins with "//", or all parts are empty.
     std::optional<URL> url() const;
 };
 

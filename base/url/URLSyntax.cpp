@@ -16,7 +16,7 @@ constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnop
 constexpr std::string_view unreservedMarks = "-._~";
 constexpr std::string_view subDelimiters = "!$&'()*+,;=";
 
-/// A set of bytes, for tests that cost one look each.
+/// A set of bytes. Testing a byte takes one array access.
 class ByteSet {
 public:
     constexpr ByteSet(std::initializer_list<std::string_view> pieces) {
@@ -45,10 +45,10 @@ constexpr ByteSet registeredNameSet = {letters, digits, unreservedMarks, subDeli
 constexpr ByteSet userInfoSet = {letters, digits, unreservedMarks, subDelimiters, ":"};
 constexpr ByteSet pathSet = {letters, digits, unreservedMarks, subDelimiters, ":@/"};
 constexpr ByteSet querySet = {letters, digits, unreservedMarks, subDelimiters, ":@/?"};
-// A semicolon begins the parameters of a path segment, so plain text may not bring one along.
+// Without ";", which begins the parameters of a path segment: in plain text it is escaped.
 constexpr ByteSet plainPathSet = {letters, digits, unreservedMarks, "!$&'()*+,=", ":@/"};
 
-/// Only bytes of `plain` and well-formed escapes (RFC 3986, section 2.1).
+/// True if `text` has only bytes of `plain` and well-formed escapes (RFC 3986, section 2.1).
 bool isMadeOf(const ByteSet& plain, std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (plain.contains(text[i])) {
@@ -117,7 +117,7 @@ bool isAuthority(std::string_view text) {
     return port.empty() || (port.front() == ':' && digitSet.containsAll(port.substr(1)));
 }
 
-/// Where the path begins: behind the scheme and the authority, as far as there are any.
+/// Where the path begins: after the scheme and the authority, if there are any.
 std::size_t pathStart(std::string_view text) {
     const auto mark = text.find_first_of(":/?#");
     const std::size_t start = mark != std::string_view::npos && text[mark] == ':' ? mark + 1 : 0;
@@ -127,15 +127,15 @@ std::size_t pathStart(std::string_view text) {
     return std::min(text.find_first_of("/?#", start + 2), text.size());
 }
 
-/// Cuts what follows the first `mark` off `rest`.
-std::optional<std::string_view> cutOffBehind(char mark, std::string_view& rest) {
+/// Cuts `rest` at the first `mark`. Returns what followed the mark; absent if there is none.
+std::optional<std::string_view> cutOffTail(char mark, std::string_view& rest) {
     const auto position = rest.find(mark);
     if (position == std::string_view::npos) {
         return std::nullopt;
     }
-    const auto behind = rest.substr(position + 1);
+    const auto tail = rest.substr(position + 1);
     rest = rest.substr(0, position);
-    return behind;
+    return tail;
 }
 
 }  // namespace
@@ -150,8 +150,8 @@ std::optional<URLParts> splitURL(std::string_view text) {
         parts.scheme = rest.substr(0, mark);
         rest = rest.substr(mark + 1);
     }
-    parts.fragment = cutOffBehind('#', rest);
-    parts.query = cutOffBehind('?', rest);
+    parts.fragment = cutOffTail('#', rest);
+    parts.query = cutOffTail('?', rest);
     if (rest.starts_with("//")) {
         const auto end = std::min(rest.find('/', 2), rest.size());
         parts.authority = rest.substr(2, end - 2);
@@ -170,7 +170,7 @@ std::string withBracketsEscaped(std::string_view text) {
     const auto start = pathStart(text);
     const auto rest = text.substr(start);
     if (rest.find('[') == std::string_view::npos && rest.find(']') == std::string_view::npos) {
-        return std::string(text);  // found out at a fraction of the cost of the loop
+        return std::string(text);  // a test far cheaper than the loop
     }
     std::string result(text.substr(0, start));
     result.reserve(text.size());
@@ -203,10 +203,10 @@ std::string joinURL(const URLParts& parts) {
     if (parts.authority) {
         text.append("//").append(*parts.authority);
     } else if (parts.path.starts_with("//")) {
-        text += "/.";  // or the path would read as an authority
+        text += "/.";  // otherwise the path would read as an authority
     } else if (!parts.scheme &&
                parts.path.substr(0, parts.path.find('/')).find(':') != std::string_view::npos) {
-        text += "./";  // or the first segment would read as a scheme (section 4.2)
+        text += "./";  // otherwise the first segment would read as a scheme (section 4.2)
     }
     text += parts.path;
     if (parts.query) {
@@ -223,9 +223,10 @@ bool isURLScheme(std::string_view text) {
 }
 
 bool isIPv6Address(std::string_view text) {
-    // The longest form: six groups and an IPv4 address.
-    constexpr std::string_view longest = "ffff:ffff:ffff:ffff:ffff:ffff:255.255.255.255";
-    if (text.size() > longest.size() || text.find('\0') != std::string_view::npos) {
+    // The longest form is six groups and an IPv4 address.
+    constexpr std::size_t maximumSize =
+        std::string_view("ffff:ffff:ffff:ffff:ffff:ffff:255.255.255.255").size();
+    if (text.size() > maximumSize || text.find('\0') != std::string_view::npos) {
         return false;
     }
     in6_addr address{};

@@ -15,19 +15,18 @@ struct URLParts {
     std::optional<std::string_view> fragment;
 };
 
-/// Takes `text` apart and checks each component against the grammar of RFC 3986, section 4.1.
-/// Absent when one does not follow it. The views point into `text`. Linear, without recursion.
+/// Splits `text` and checks each component against the grammar of RFC 3986, section 4.1. Absent if
+/// a component does not follow it. The views point into `text`. Linear time, no recursion.
 std::optional<URLParts> splitURL(std::string_view text);
 
-/// `text` with the square brackets behind its authority escaped: the grammar has none there, but
-/// browsers write them as they are.
+/// `text` with the square brackets after its authority escaped: the grammar allows none there, but
+/// browsers write them unescaped.
 std::string withBracketsEscaped(std::string_view text);
 
 /// The host within a well-formed authority, as written, brackets included.
 std::string_view hostOfAuthority(std::string_view authority);
 
-/// Puts components together (RFC 3986, section 5.3), in such a way that taking the result apart
-/// gives the same components again.
+/// Joins components (RFC 3986, section 5.3). Splitting the result gives the same components.
 std::string joinURL(const URLParts& parts);
 
 /// scheme (RFC 3986, section 3.1).
@@ -39,10 +38,10 @@ bool isIPv6Address(std::string_view text);
 /// IP-literal (RFC 3986, section 3.2.2), with brackets.
 bool isIPLiteral(std::string_view text);
 
-/// `bytes` with every byte escaped that may not stand as it is in a path; ";" is escaped, too.
+/// `bytes` with every byte escaped that a path may not contain, and ";".
 std::string escapedAsPath(std::string_view bytes);
 
-/// `bytes` with every byte escaped that may not stand as it is in a registered name.
+/// `bytes` with every byte escaped that a registered name may not contain.
 std::string escapedAsHost(std::string_view bytes);
 
 /// `text` with its escapes undone. The escapes must be well-formed.

@@ -7,7 +7,7 @@ namespace glintmark {
 
 class DispatchQueue;
 
-/// Counts work that is still running and says when none is left. Any thread; copies share the
+/// Counts work that is still running and notifies when none is left. Any thread; copies share the
 /// count.
 class DispatchGroup {
 public:

@@ -14,14 +14,14 @@ class DispatchQueue {
 public:
     using Work = std::function<void()>;
 
-    /// Work that has not begun is dropped, delayed or not; running work is waited for, unless the
-    /// destructor is called from that very work.
+    /// Drops work that has not begun, delayed or not. Waits for running work, unless that work
+    /// itself calls the destructor.
     virtual ~DispatchQueue() = default;
 
     virtual void async(Work work) = 0;
 
-    /// Submits `work` once `delay` has passed, measured on a clock that setting the time does not
-    /// move. Work of equal due time keeps its order of submission.
+    /// Submits `work` once `delay` has passed on a clock that setting the time does not change.
+    /// Work of equal due time keeps its order of submission.
     virtual void asyncAfter(std::chrono::nanoseconds delay, Work work) = 0;
 
     /// The same for work that can be cancelled.

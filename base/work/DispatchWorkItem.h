@@ -13,7 +13,7 @@ public:
     /// Runs the work, unless it was cancelled or has begun already.
     void perform();
 
-    /// Once this has returned, the work does not begin any more; work that has begun finishes.
+    /// After this call the work does not begin any more. Work that has begun finishes.
     void cancel();
 
 private:
