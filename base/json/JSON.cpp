@@ -20,38 +20,23 @@ constexpr std::size_t elementBytes = 2 * sizeof(JSON);
 /// A member's node in the map: three links, a colour, the key and the value.
 constexpr std::size_t memberBytes = 4 * sizeof(void*) + sizeof(std::string) + sizeof(JSON);
 
-struct Encoding {
-    const char* name = nullptr;  ///< Null for UTF-8.
-    std::size_t markBytes = 0;
-};
-
-/// By the byte-order mark, else by where the zero bytes lie: the first characters are ASCII
-/// (RFC 4627, section 3).
-Encoding detectedEncoding(std::string_view bytes) {
+/// The encoding of a text without a byte-order mark, by where its zero bytes lie: the first
+/// characters are ASCII (RFC 4627, section 3). Null for UTF-8.
+const char* unmarkedEncoding(std::string_view bytes) {
     using namespace std::string_view_literals;
-    constexpr std::pair<std::string_view, Encoding> marks[] = {
-        {"\xFF\xFE\0\0"sv, {"UTF-32LE", 4}}, {"\0\0\xFE\xFF"sv, {"UTF-32BE", 4}},
-        {"\xFF\xFE"sv, {"UTF-16LE", 2}},     {"\xFE\xFF"sv, {"UTF-16BE", 2}},
-        {"\xEF\xBB\xBF"sv, {nullptr, 3}},
-    };
-    for (const auto& [mark, encoding] : marks) {
-        if (bytes.starts_with(mark)) {
-            return encoding;
-        }
-    }
     if (bytes.starts_with("\0\0\0"sv)) {
-        return {"UTF-32BE", 0};
+        return "UTF-32BE";
     }
     if (bytes.substr(0, 4).find("\0\0\0"sv) == 1) {
-        return {"UTF-32LE", 0};
+        return "UTF-32LE";
     }
     if (bytes.starts_with('\0')) {
-        return {"UTF-16BE", 0};
+        return "UTF-16BE";
     }
     if (bytes.substr(0, 2).ends_with('\0')) {
-        return {"UTF-16LE", 0};
+        return "UTF-16LE";
     }
-    return {};
+    return nullptr;
 }
 
 /// Builds the tree from the parser's events. An event that returns false ends the parsing.
@@ -126,8 +111,9 @@ private:
 }  // namespace
 
 std::optional<JSON> JSON::parse(std::string_view bytes) {
-    const auto [encoding, markBytes] = detectedEncoding(bytes);
-    bytes.remove_prefix(markBytes);
+    const auto mark = byteOrderMark(bytes);
+    const char* const encoding = mark ? mark->encoding : unmarkedEncoding(bytes);
+    bytes.remove_prefix(mark ? mark->bytes : 0);
     std::optional<std::string> decoded;
     if (encoding != nullptr) {
         decoded = decodedText(bytes, encoding);

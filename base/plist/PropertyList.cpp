@@ -17,21 +17,6 @@ constexpr std::size_t valueBytes = 4 * sizeof(void*) + sizeof(std::string) + siz
 /// The first bytes of the binary form, whatever its minor version.
 constexpr std::string_view binaryHeader = "bplist0";
 
-/// The encoding that a byte-order mark at the start tells, and the mark's length.
-std::pair<const char*, std::size_t> markedEncoding(std::string_view bytes) {
-    using namespace std::string_view_literals;
-    constexpr std::pair<std::string_view, const char*> marks[] = {
-        {"\xEF\xBB\xBF"sv, "UTF-8"}, {"\xFF\xFE\0\0"sv, "UTF-32LE"}, {"\0\0\xFE\xFF"sv, "UTF-32BE"},
-        {"\xFF\xFE"sv, "UTF-16LE"},  {"\xFE\xFF"sv, "UTF-16BE"},
-    };
-    for (const auto& [mark, encoding] : marks) {
-        if (bytes.starts_with(mark)) {
-            return {encoding, mark.size()};
-        }
-    }
-    return {nullptr, 0};
-}
-
 std::string_view withoutLeadingBlanks(std::string_view text) {
     const auto first = text.find_first_not_of(" \t\r\n");
     return text.substr(first == std::string_view::npos ? text.size() : first);
@@ -64,10 +49,9 @@ std::optional<PropertyList> PropertyList::parse(std::string_view bytes) {
     if (bytes.starts_with(binaryHeader)) {
         return readBinaryPropertyList(bytes);
     }
-    const auto [encoding, markBytes] = markedEncoding(bytes);
     std::optional<std::string> decoded;
-    if (encoding != nullptr) {
-        decoded = decodedText(bytes.substr(markBytes), encoding);
+    if (const auto mark = byteOrderMark(bytes)) {
+        decoded = decodedText(bytes.substr(mark->bytes), mark->encoding);
         if (!decoded) {
             return std::nullopt;
         }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "base/system/ReleaseWith.h"
 
@@ -49,6 +50,21 @@ bool isUTF8(std::string_view bytes) {
         ++next;  // GLib ends a text at a NUL byte; here it is a character.
     }
     return true;
+}
+
+std::optional<ByteOrderMark> byteOrderMark(std::string_view bytes) {
+    using namespace std::string_view_literals;
+    // UTF-32 goes first: the mark of UTF-16LE begins the one of UTF-32LE.
+    constexpr std::pair<std::string_view, const char*> marks[] = {
+        {"\xEF\xBB\xBF"sv, "UTF-8"}, {"\xFF\xFE\0\0"sv, "UTF-32LE"}, {"\0\0\xFE\xFF"sv, "UTF-32BE"},
+        {"\xFF\xFE"sv, "UTF-16LE"},  {"\xFE\xFF"sv, "UTF-16BE"},
+    };
+    for (const auto& [mark, encoding] : marks) {
+        if (bytes.starts_with(mark)) {
+            return ByteOrderMark{encoding, mark.size()};
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<std::string> decodedText(std::string_view bytes, const std::string& encoding) {

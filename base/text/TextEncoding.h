@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,15 @@ void appendUTF8(std::string& text, char32_t character);
 
 /// True if `bytes` are well-formed UTF-8 (RFC 3629).
 bool isUTF8(std::string_view bytes);
+
+/// A byte-order mark at the start of a text.
+struct ByteOrderMark {
+    const char* encoding;  ///< A name for `decodedText`.
+    std::size_t bytes;     ///< The mark's length.
+};
+
+/// The mark of UTF-8, UTF-16 or UTF-32 at the start of `bytes`. Absent if there is none.
+std::optional<ByteOrderMark> byteOrderMark(std::string_view bytes);
 
 /// `bytes` decoded from `encoding`, as UTF-8. `encoding` is a name in the registry of character
 /// sets, in any case; UTF-16 and UTF-32 need "LE" or "BE". Absent if the encoding is unknown or

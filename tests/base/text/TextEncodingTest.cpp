@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "base/text/TextEncoding.h"
 
 namespace glintmark {
@@ -22,6 +24,23 @@ TEST(TextEncodingTest, OnlyWellFormedTextIsUTF8) {
     for (const auto text : {"\xC3"sv, "\xC3\0"sv, "\x80"sv, "\xC0\x80"sv, "\xED\xA0\x80"sv,
                             "\xF4\x90\x80\x80"sv, "\xFF"sv, "a\0\xFF"sv}) {
         EXPECT_FALSE(isUTF8(text)) << text;
+    }
+}
+
+TEST(TextEncodingTest, AByteOrderMarkTellsTheEncodingAndItsLength) {
+    const std::tuple<std::string_view, std::string_view, std::size_t> rows[] = {
+        {"\xEF\xBB\xBFx"sv, "UTF-8", 3},          {"\xFF\xFEx\0"sv, "UTF-16LE", 2},
+        {"\xFE\xFF\0x"sv, "UTF-16BE", 2},         {"\xFF\xFE\0\0x\0\0\0"sv, "UTF-32LE", 4},
+        {"\0\0\xFE\xFF\0\0\0x"sv, "UTF-32BE", 4},
+    };
+    for (const auto& [text, encoding, bytes] : rows) {
+        const auto mark = byteOrderMark(text);
+        ASSERT_TRUE(mark) << encoding;
+        EXPECT_EQ(mark->encoding, encoding);
+        EXPECT_EQ(mark->bytes, bytes);
+    }
+    for (const auto text : {""sv, "x"sv, "\xEF\xBB"sv, "\xFF"sv, "\0\0\xFE"sv, "x\xEF\xBB\xBF"sv}) {
+        EXPECT_FALSE(byteOrderMark(text)) << text;
     }
 }
 
