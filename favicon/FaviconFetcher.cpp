@@ -3,9 +3,6 @@
 #include <utility>
 
 #include "base/graphics/Geometry.h"
-#include "base/work/DispatchGroup.h"
-#include "favicon/CandidateList.h"
-#include "platform/DispatchQueues.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 
@@ -60,34 +57,13 @@ void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) 
 
 void FaviconFetcher::collectCandidates(const URL& url, const std::string& host,
                                        CandidatesCompletion completion) {
-    const DispatchGroup group;
-    const auto found = std::make_shared<CandidateList>();
-
-    // Entered before the path starts, since a path may complete before it returns.
-    const auto enterPath = [&](IconSource source) -> ImageCompletion {
-        group.enter();
-        return [group, found, source](std::shared_ptr<const Image> image) {
-            if (image) {
-                found->addCandidate(IconCandidate(std::move(image), source));
-            }
-            group.leave();
-        };
-    };
-
-    group.enter();
-    fetchAllFromHTML(url, [group, found](std::vector<IconCandidate> candidates) {
-        for (IconCandidate& candidate : candidates) {
-            found->addCandidate(std::move(candidate));
-        }
-        group.leave();
-    });
-    fetchAppleTouchIcon(url, enterPath(IconSource::appleTouchIcon));
-    fetchFromManifest(url, enterPath(IconSource::manifest));
-    fetchFromGoogleAPI(host, faviconServiceSize, enterPath(IconSource::googleAPI));
-    fetchDirectFavicon(url, enterPath(IconSource::faviconICO));
-
-    group.notify(services().dispatchQueues.global(platform::QualityOfService::userInitiated),
-                 [found, completion = std::move(completion)] { completion(found->take()); });
+    const CandidateCollector collector;
+    fetchAllFromHTML(url, collector.awaitCandidates());
+    fetchAppleTouchIcon(url, collector.awaitImage(IconSource::appleTouchIcon));
+    fetchFromManifest(url, collector.awaitImage(IconSource::manifest));
+    fetchFromGoogleAPI(host, faviconServiceSize, collector.awaitImage(IconSource::googleAPI));
+    fetchDirectFavicon(url, collector.awaitImage(IconSource::faviconICO));
+    collector.whenComplete(std::move(completion));
 }
 
 std::optional<IconCandidate> FaviconFetcher::pickBest(

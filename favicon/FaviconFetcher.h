@@ -13,6 +13,7 @@
 
 #include "base/graphics/Image.h"
 #include "base/url/URL.h"
+#include "favicon/CandidateCollector.h"
 #include "favicon/IconCandidate.h"
 #include "favicon/IconEntry.h"
 #include "favicon/IconSource.h"
@@ -32,8 +33,8 @@ public:
     using IconEntry = glintmark::IconEntry;
 
     /// Receives an image, or null for none.
-    using ImageCompletion = std::function<void(std::shared_ptr<const Image>)>;
-    using CandidatesCompletion = std::function<void(std::vector<IconCandidate>)>;
+    using ImageCompletion = CandidateCollector::ImageCompletion;
+    using CandidatesCompletion = CandidateCollector::CandidatesCompletion;
 
     FaviconFetcher() = delete;
 

@@ -4,11 +4,8 @@
 #include "base/text/RegularExpression.h"
 #include "base/text/TextEncoding.h"
 #include "base/url/URLComponents.h"
-#include "base/work/DispatchGroup.h"
-#include "favicon/CandidateList.h"
 #include "favicon/FaviconFetcher.h"
 #include "favicon/IconAddress.h"
-#include "platform/DispatchQueues.h"
 #include "platform/Platform.h"
 
 namespace glintmark {
@@ -108,22 +105,13 @@ bool goesBefore(const IconLink& a, const IconLink& b) {
 /// Downloads all `entries` at once.
 void downloadEntries(const std::vector<IconEntry>& entries,
                      FaviconFetcher::CandidatesCompletion completion) {
-    const DispatchGroup group;
-    const auto found = std::make_shared<CandidateList>();
+    const CandidateCollector collector;
     for (const IconEntry& entry : entries) {
         const auto source =
             entry.isAppleTouchIcon ? IconSource::htmlAppleTouchIcon : IconSource::htmlIcon;
-        group.enter();
-        FaviconFetcher::downloadImage(
-            entry.url, [group, found, source](std::shared_ptr<const Image> image) {
-                if (image) {
-                    found->addCandidate(IconCandidate(std::move(image), source));
-                }
-                group.leave();
-            });
+        FaviconFetcher::downloadImage(entry.url, collector.awaitImage(source));
     }
-    group.notify(services().dispatchQueues.global(platform::QualityOfService::userInitiated),
-                 [found, completion = std::move(completion)] { completion(found->take()); });
+    collector.whenComplete(std::move(completion));
 }
 
 }  // namespace
