@@ -12,7 +12,8 @@ using platform::services;
 
 namespace {
 
-constexpr int faviconServiceSize = 256;  // Pixels.
+constexpr int faviconServiceSize = 256;       // pixels
+constexpr double minimumPreferredWidth = 48;  // points
 
 void logChoice(const IconCandidate& best) {
     const Size size = best.image->size();
@@ -22,8 +23,8 @@ void logChoice(const IconCandidate& best) {
                          ", 透明: " + (best.hasTransparency ? "true" : "false") + ")");
 }
 
-/// The candidate of highest score among those that `qualifies` accepts, the earliest of equals;
-/// null when it accepts none.
+/// The candidate with the highest score among those that `qualifies` accepts; the earliest of equal
+/// scores. Null if it accepts none.
 template <typename Predicate>
 const IconCandidate* highestScore(const std::vector<IconCandidate>& candidates,
                                   Predicate qualifies) {
@@ -69,7 +70,7 @@ void FaviconFetcher::collectCandidates(const URL& url, const std::string& host,
 std::optional<IconCandidate> FaviconFetcher::pickBest(
     const std::vector<IconCandidate>& candidates) {
     const auto* best = highestScore(candidates, [](const IconCandidate& candidate) {
-        return candidate.image->size().width >= preferredMinSize;
+        return candidate.image->size().width >= minimumPreferredWidth;
     });
     if (best == nullptr) {
         best = highestScore(candidates, [](const IconCandidate&) { return true; });

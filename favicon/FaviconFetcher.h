@@ -21,11 +21,11 @@
 
 namespace glintmark {
 
-/// Finds the best icon that a site offers. Keeps no state; any thread. Other rooms call `fetch`
-/// only; the rest is its parts.
+/// Finds the best icon that a site offers. Keeps no state; any thread. Other rooms call only
+/// `fetch`; the other operations are its parts.
 ///
-/// Every completion is called exactly once, on any thread, and may be called before the operation
-/// returns. Failures are silent: they end in a null image or an empty list.
+/// Every completion is called exactly once, on any thread, possibly before the operation returns.
+/// Failures are silent: the result is a null image or an empty list.
 class FaviconFetcher {
 public:
     using IconSource = glintmark::IconSource;
@@ -38,81 +38,85 @@ public:
 
     FaviconFetcher() = delete;
 
-    /// Finds the icon for `link` along all five paths at once and logs the choice. Completes before
-    /// it returns when `link` is no URL with a host, otherwise on the global queue.
+    /// Finds the icon for `link` along all five paths at once and logs the choice. If `link` is not
+    /// a URL with a host, completes before it returns; otherwise completes on the global queue.
     static void fetch(const std::string& link, ImageCompletion completion);
 
-    /// The five paths of one fetch: all that they brought back, in the order of arrival, on the
-    /// global queue.
+    /// Starts the five paths. Completes on the global queue, when all have ended, with everything
+    /// that they found, in the order of arrival.
     static void collectCandidates(const URL& url, const std::string& host,
                                   CandidatesCompletion completion);
 
-    /// The one to use: of those at least 48 points wide the one of highest score, else the one of
-    /// highest score; the earliest of equals. Absent for an empty list.
+    /// The candidate with the highest score among those at least 48 points wide, or among all if
+    /// none is that wide. Of equal scores the earliest wins. Absent for an empty list.
     static std::optional<IconCandidate> pickBest(const std::vector<IconCandidate>& candidates);
 
-    // The page's icon links (FaviconFetcherHTML.cpp)
+    // Path 1: the page's icon links (FaviconFetcherHTML.cpp)
 
     /// The images of the page's first six icon links, in the order of arrival.
     static void fetchAllFromHTML(const URL& url, CandidatesCompletion completion);
 
-    /// The icon links in `html` (UTF-8), the first `limit` of them: plain icons first, then larger
-    /// declared sizes, then as in the page. Takes time in proportion to the length of `html`.
+    /// The first `limit` icon links of `html` (UTF-8) in this order: plain icons before Apple touch
+    /// icons, larger declared sizes before smaller ones, then the page's order. Takes time in
+    /// proportion to the length of `html`.
     static std::vector<IconEntry> extractIconURLs(
         std::string_view html, const URL& baseURL,
         std::size_t limit = std::numeric_limits<std::size_t>::max());
 
-    /// The absolute URL for an address as a page or manifest writes it; absent when it gives none.
+    /// The absolute URL of an address in a page or manifest. Absent if it makes no URL.
     static std::optional<URL> resolveURL(std::string_view address, const URL& base);
 
-    // The web app manifest (FaviconFetcherManifest.cpp)
+    // Path 2: the Apple touch icons at fixed addresses (FaviconFetcherProbes.cpp)
 
-    /// The image of the icon that the site's first usable manifest names.
+    /// The first of them that is at least 64 points wide.
+    static void fetchAppleTouchIcon(const URL& url, ImageCompletion completion);
+
+    // Path 3: the web app manifest (FaviconFetcherManifest.cpp)
+
+    /// The largest icon of the site's first manifest that has a usable one.
     static void fetchFromManifest(const URL& url, ImageCompletion completion);
 
     struct ManifestIcon {
         URL url;            ///< Absolute.
-        std::int64_t size;  ///< Width in pixels as declared, which may be negative.
+        std::int64_t size;  ///< The declared width in pixels, which may be negative.
     };
 
-    /// The largest usable icon of the manifest `json` (its bytes) for the page at `pageURL`; absent
-    /// when `json` is no manifest or has none.
+    /// The largest usable icon of a manifest for the page at `pageURL`. `json` is the manifest's
+    /// bytes. Absent if they are not a manifest or it has no usable icon.
     static std::optional<ManifestIcon> chooseManifestIcon(std::string_view json,
                                                           const URL& pageURL);
 
-    // Single images (FaviconFetcherProbes.cpp)
+    // Path 4: the favicon service (FaviconFetcherProbes.cpp)
 
-    /// The image at `url`, when it is answered with status 200 and can be decoded.
-    static void downloadImage(const URL& url, ImageCompletion completion);
-
-    /// The first Apple touch icon at a fixed path that is at least 64 points wide.
-    static void fetchAppleTouchIcon(const URL& url, ImageCompletion completion);
-
-    /// What the favicon service has for `host`; `size` is the edge asked for, in pixels.
+    /// The service's icon for `host`. `size` is the requested edge in pixels.
     static void fetchFromGoogleAPI(const std::string& host, int size, ImageCompletion completion);
 
-    /// "/favicon.ico" at the site's root.
+    // Path 5: "/favicon.ico" at the site's root (FaviconFetcherProbes.cpp)
+
     static void fetchDirectFavicon(const URL& url, ImageCompletion completion);
 
-private:
-    static constexpr double preferredMinSize = 48;  ///< Width in points.
+    // What the paths share (FaviconFetcherProbes.cpp)
 
-    /// A request for a page or an image: what a desktop browser would send.
+    /// The image at `url`. Null unless the status is 200 and the body can be decoded.
+    static void downloadImage(const URL& url, ImageCompletion completion);
+
+private:
+    /// A request for a page or an image, with the headers of a desktop browser.
     static platform::URLRequest browserRequest(const URL& url);
 
-    /// Whether there is a body and the status is exactly 200, so neither 203 nor 206.
+    /// True if there is a body and the status is exactly 200. Statuses 203 and 206 do not count.
     static bool isOK(const platform::URLResult& result);
 
-    /// `path` at the root of the page's site, without the page's port; absent when it forms no URL.
+    /// `path` at the root of the page's site, without the page's port. Absent if that is no URL.
     static std::optional<URL> siteURL(const URL& page, std::string path);
 
-    /// One try at a fixed address. Calls either `finish`, which ends the tries with its image or
-    /// null, or `moveOn`, which starts the next try.
+    /// One try at a fixed address. Calls exactly one of the two: `finish`, which ends the search
+    /// with an image or null, or `moveOn`, which tries the next address.
     using Attempt = std::function<void(const URL& address, ImageCompletion finish,
                                        std::function<void()> moveOn)>;
 
-    /// Tries `paths` at the root of the page's site one after the other. Completes with null when
-    /// the last try has moved on. `paths` must live forever.
+    /// Tries `paths` at the root of the page's site one after the other. Completes with null after
+    /// the last try has moved on. `paths` must outlive the search.
     static void tryInTurn(const URL& page, std::span<const char* const> paths,
                           const Attempt& attempt, ImageCompletion completion);
 };

@@ -14,16 +14,16 @@ using platform::services;
 
 namespace {
 
-constexpr std::size_t maximumDownloads = 6;  // Of one page.
+constexpr std::size_t maximumDownloads = 6;  // for one page
 
-constexpr std::int64_t defaultAppleTouchIconSize = 180;  // Pixels.
-constexpr std::int64_t defaultIconSize = 32;             // Pixels.
+constexpr std::int64_t defaultAppleTouchIconSize = 180;  // pixels
+constexpr std::int64_t defaultIconSize = 32;             // pixels
 
-/// A pattern searched in any letter case.
+/// A pattern that matches in any letter case.
 ///
-/// Asking the engine costs far more than a look for the word that every match contains, and most
-/// tags do not hold it. The word must be spelt in letters that no character outside ASCII stands
-/// for when case is ignored, so without k and s (the Kelvin sign and the long s).
+/// Every match contains `word`. Looking for the word first is far cheaper than running the engine,
+/// and most tags do not contain it. The word must not contain k or s: when case is ignored, the
+/// engine also takes the Kelvin sign for k and the long s for s, which are outside ASCII.
 class LinkPattern {
 public:
     LinkPattern(std::string_view pattern, std::string_view word)
@@ -32,7 +32,7 @@ public:
 
     bool isFoundIn(std::string_view text) const { return firstMatch(text).has_value(); }
 
-    /// What the first capture group holds in the first match; absent without a match.
+    /// The first capture group of the first match. Absent if there is no match.
     std::optional<std::string_view> firstCapture(std::string_view text) const {
         const auto match = firstMatch(text);
         if (!match) {
@@ -53,11 +53,11 @@ private:
     std::optional<RegularExpression> expression_;
 };
 
-/// What recognises icon links in markup, compiled once for all pages.
+/// The patterns that recognise icon links, compiled once for all pages.
 struct LinkPatterns {
     std::optional<RegularExpression> tag = RegularExpression::compile(
         R"(<link\s+[^>]*>)", {.caseInsensitive = true, .dotMatchesLineSeparators = true});
-    // Without a closing quote, so that values which only begin with the word count too.
+    // Without a closing quote, so that "apple-touch-icon-precomposed" matches, too.
     LinkPattern appleTouchIcon{R"(rel\s*=\s*["']apple-touch-icon)", "apple-touch-icon"};
     LinkPattern icon{R"(rel\s*=\s*["'](?:shortcut\s+)?icon["'])", "icon"};
     LinkPattern href{R"(href\s*=\s*["']([^"']+)["'])", "href"};
@@ -69,14 +69,14 @@ const LinkPatterns& linkPatterns() {
     return patterns;
 }
 
-/// What one `<link>` tag declares. The address points into the page.
+/// The icon that one `<link>` tag declares. The address points into the page.
 struct IconLink {
     std::string_view address;
     std::int64_t size;
     bool isAppleTouchIcon;
 };
 
-/// Absent when the tag declares no icon that can be used.
+/// Absent if the tag declares no usable icon.
 std::optional<IconLink> iconLink(std::string_view tag) {
     const LinkPatterns& patterns = linkPatterns();
     const bool isAppleTouchIcon = patterns.appleTouchIcon.isFoundIn(tag);
@@ -94,7 +94,7 @@ std::optional<IconLink> iconLink(std::string_view tag) {
     return IconLink{*address, size, isAppleTouchIcon};
 }
 
-/// Plain icons go first, however large an Apple touch icon is; then larger sizes.
+/// Plain icons go before Apple touch icons of any size, then larger sizes before smaller ones.
 bool goesBefore(const IconLink& a, const IconLink& b) {
     if (a.isAppleTouchIcon != b.isAppleTouchIcon) {
         return !a.isAppleTouchIcon;
@@ -102,7 +102,7 @@ bool goesBefore(const IconLink& a, const IconLink& b) {
     return a.size > b.size;
 }
 
-/// Downloads all `entries` at once.
+/// Downloads all `entries` at the same time.
 void downloadEntries(const std::vector<IconEntry>& entries,
                      FaviconFetcher::CandidatesCompletion completion) {
     const CandidateCollector collector;
@@ -119,8 +119,8 @@ void downloadEntries(const std::vector<IconEntry>& entries,
 void FaviconFetcher::fetchAllFromHTML(const URL& url, CandidatesCompletion completion) {
     services().urlSession.startDataTask(
         browserRequest(url), [url, completion = std::move(completion)](platform::URLResult result) {
-            // Any body is scanned, whatever the status: error pages declare icons too. A body that
-            // is no UTF-8 would be read as ASCII next, but whatever is ASCII is UTF-8 already.
+            // The status does not matter: error pages declare icons, too. A body that is not UTF-8
+            // is not ASCII either, so no second encoding is tried.
             if (!result.body || !isUTF8(*result.body)) {
                 completion({});
                 return;
@@ -141,8 +141,8 @@ std::vector<IconEntry> FaviconFetcher::extractIconURLs(std::string_view html, co
     if (!tagPattern) {
         return {};
     }
-    // Every match ends at a ">". Behind the last one each "<link " would be tried in vain up to the
-    // end of the text, which takes quadratic time.
+    // Every match ends with ">". After the last ">" the engine would try each "<link " up to the
+    // end of the text in vain, which takes quadratic time.
     html = html.substr(0, html.rfind('>') + 1);
 
     std::vector<IconLink> links;
@@ -153,7 +153,7 @@ std::vector<IconEntry> FaviconFetcher::extractIconURLs(std::string_view html, co
     }
     std::ranges::stable_sort(links, goesBefore);
 
-    // Resolved in the final order, so that a page of a million links costs no million URLs.
+    // Resolved in the final order and up to the limit: a page can have a million links.
     std::vector<IconEntry> entries;
     for (const IconLink& link : links) {
         if (entries.size() == limit) {
@@ -174,8 +174,8 @@ std::optional<URL> FaviconFetcher::resolveURL(std::string_view address, const UR
         return URL::parse("https:" + std::string(address));
     }
     if (address.starts_with('/')) {
-        // A "?" or "#" in the address becomes part of the path, and the base's port is dropped;
-        // both are kept on purpose.
+        // A "?" or "#" in the address becomes part of the path, and the base's port is dropped.
+        // Both are intended.
         return URLComponents{base.scheme(), base.host(), std::string(address)}.url();
     }
     return URL::parse(address, base);

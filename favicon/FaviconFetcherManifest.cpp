@@ -18,15 +18,15 @@ namespace {
 constexpr std::array manifestPaths{"/manifest.json", "/site.webmanifest", "/manifest.webmanifest"};
 constexpr std::chrono::seconds manifestTimeout{5};
 
-constexpr std::int64_t defaultSize = 64;  // Pixels.
+constexpr std::int64_t defaultSize = 64;  // pixels
 
-/// The member as a string; null when it is missing or of another type.
+/// The member as a string. Null if it is missing or not a string.
 const std::string* stringMember(const JSON& object, std::string_view key) {
     const JSON* const member = object.member(key);
     return member != nullptr ? member->string() : nullptr;
 }
 
-/// The "icons" of a manifest; null when they are no array, or one of objects and other things.
+/// The "icons" of a manifest. Null unless they are an array that contains only objects.
 const JSON::Array* iconObjects(const JSON& manifest) {
     const JSON* const icons = manifest.member("icons");
     const JSON::Array* const array = icons != nullptr ? icons->array() : nullptr;
@@ -40,7 +40,7 @@ bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
 
-/// Whether the icon is meant to be cut to a shape, and for nothing else.
+/// True if the icon is meant only to be cut to a shape.
 bool isMaskableOnly(const JSON& icon) {
     const std::string* const purpose = stringMember(icon, "purpose");
     if (purpose == nullptr) {
@@ -55,7 +55,7 @@ bool isSVG(const JSON& icon, std::string_view address) {
     return (type != nullptr && contains(*type, "svg")) || endsWithSVG(address);
 }
 
-/// The first width in "sizes": what stands before the first "x", empty pieces not counted.
+/// The first width in "sizes": the first text between "x"s that is not empty, if it is a number.
 std::int64_t sizeOf(const JSON& icon) {
     const std::string* const sizes = stringMember(icon, "sizes");
     if (sizes == nullptr) {
@@ -66,13 +66,13 @@ std::int64_t sizeOf(const JSON& icon) {
     return decimalInteger(width.substr(0, width.find('x'))).value_or(defaultSize);
 }
 
-/// One icon of a manifest; absent when it cannot be used.
+/// One icon of a manifest. Absent if it is not usable.
 std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const URL& pageURL) {
     const std::string* const src = stringMember(icon, "src");
     if (src == nullptr) {
         return std::nullopt;
     }
-    // Against the page and not against the manifest's own address; kept on purpose.
+    // Against the page, not against the manifest's own address. This is intended.
     auto url = FaviconFetcher::resolveURL(*src, pageURL);
     if (!url || isSVG(icon, *src) || isMaskableOnly(icon)) {
         return std::nullopt;
@@ -85,7 +85,7 @@ std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const
 void FaviconFetcher::fetchFromManifest(const URL& url, ImageCompletion completion) {
     const Attempt attempt = [url](const URL& address, ImageCompletion finish,
                                   std::function<void()> moveOn) {
-        // Unlike pages and images, manifests are requested under the client's own name.
+        // Unlike a request for a page or an image, this one carries the client's own name.
         platform::URLRequest request(address);
         request.timeoutInterval = manifestTimeout;
         services().urlSession.startDataTask(

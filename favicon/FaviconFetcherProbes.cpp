@@ -22,7 +22,7 @@ constexpr int statusOK = 200;
 
 constexpr std::array appleTouchIconPaths{"/apple-touch-icon.png",
                                          "/apple-touch-icon-precomposed.png"};
-constexpr double minimumAppleTouchIconWidth = 64;  // Points.
+constexpr double minimumAppleTouchIconWidth = 64;  // points
 
 constexpr const char* defaultScheme = "https";
 
@@ -83,7 +83,7 @@ void FaviconFetcher::fetchAppleTouchIcon(const URL& url, ImageCompletion complet
 void FaviconFetcher::fetchFromGoogleAPI(const std::string& host, int size,
                                         ImageCompletion completion) {
     const std::string& service = services().configuration.faviconServiceAddress;
-    // An empty address switches the service off.
+    // An empty address turns the service off.
     const auto url =
         service.empty()
             ? std::nullopt

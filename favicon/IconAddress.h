@@ -6,14 +6,14 @@
 
 namespace glintmark {
 
-/// Whether `word`, in lower-case ASCII, occurs in `text` in any letter case of ASCII.
+/// True if `text` contains `word`, which is lower-case ASCII, in any letter case of ASCII.
 bool containsIgnoringCase(std::string_view text, std::string_view word);
 
-/// Whether an address as written ends in ".svg" in any letter case; a query behind it hides it.
+/// True if an address, as written, ends with ".svg" in any letter case. With a query it does not.
 bool endsWithSVG(std::string_view address);
 
-/// The decimal integer that `text` is as a whole: ASCII digits, a plus or minus sign allowed.
-/// Absent otherwise and when it does not fit.
+/// The whole of `text` as a decimal integer: ASCII digits after an optional plus or minus sign.
+/// Absent if it is not one or does not fit.
 std::optional<std::int64_t> decimalInteger(std::string_view text);
 
 }  // namespace glintmark

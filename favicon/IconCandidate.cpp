@@ -10,9 +10,9 @@ namespace glintmark {
 
 namespace {
 
-constexpr double opaqueFrom = 0.95;  // Anything less counts as transparent.
+constexpr double minimumOpaqueAlpha = 0.95;  // less counts as transparent
 
-constexpr std::int64_t largeWidth = 128;
+constexpr std::int64_t minimumLargeWidth = 128;
 constexpr std::int64_t largeWidthBonus = 2000;
 constexpr std::int64_t maximumWidthCredit = 512;
 constexpr std::int64_t transparencyBonus = 500;
@@ -65,7 +65,7 @@ IconCandidate::IconCandidate(std::shared_ptr<const Image> candidateImage, IconSo
 
 std::int64_t IconCandidate::score() const {
     const std::int64_t width = truncatedToInt(image->size().width);
-    std::int64_t score = width >= largeWidth ? largeWidthBonus : 0;
+    std::int64_t score = width >= minimumLargeWidth ? largeWidthBonus : 0;
     score += std::min(width, maximumWidthCredit);
     if (hasTransparency) {
         score += transparencyBonus;
@@ -83,12 +83,12 @@ bool IconCandidate::checkTransparency(const Image& image) {
     if (w <= 0 || h <= 0) {
         return false;
     }
-    // In a small bitmap some points coincide and count as often as they occur, and some lie outside
-    // and count nothing; the quarter is always one of all twelve.
+    // In a small bitmap some points coincide, and each of them counts. Some lie outside, and these
+    // never count. The threshold is always a quarter of all twelve points.
     const auto points = samplePoints(w, h);
     const auto transparent = std::ranges::count_if(points, [&](const Pixel& point) {
         const auto alpha = bitmap->alphaAt(point.x, point.y);
-        return alpha && *alpha < opaqueFrom;
+        return alpha && *alpha < minimumOpaqueAlpha;
     });
     return transparent >= static_cast<std::ptrdiff_t>(points.size() / 4);
 }

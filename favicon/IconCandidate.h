@@ -10,7 +10,7 @@ namespace glintmark {
 
 /// A downloaded image that may become a file's icon. A value; any thread.
 struct IconCandidate {
-    /// Runs the transparency test on `candidateImage`, which must not be null, at once.
+    /// Tests the image for transparency. `candidateImage` must not be null.
     IconCandidate(std::shared_ptr<const Image> candidateImage, IconSource imageSource);
 
     /// How good the image is. A width that does not fit 64 bits ends the process.
@@ -18,7 +18,7 @@ struct IconCandidate {
 
     std::shared_ptr<const Image> image;
     IconSource source;
-    bool hasTransparency;  ///< Whether the image's edges are visibly transparent.
+    bool hasTransparency;  ///< True if the image's edges are visibly transparent.
 
 private:
     static bool checkTransparency(const Image& image);

@@ -6,10 +6,10 @@
 
 namespace glintmark {
 
-/// An icon link found in a page; nothing of it is downloaded yet.
+/// An icon link in a page. Its image has not been downloaded.
 struct IconEntry {
     URL url;            ///< Absolute.
-    std::int64_t size;  ///< Width in pixels as declared, or the default of its kind.
+    std::int64_t size;  ///< The declared width in pixels, or the default of its kind.
     bool isAppleTouchIcon;
 };
 
