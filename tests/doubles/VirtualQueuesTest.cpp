@@ -101,7 +101,7 @@ TEST_F(VirtualQueuesTest, ATimerFiresAfterEachIntervalUntilItIsInvalidated) {
     EXPECT_EQ(queues_.activeTimers(), 0U);
 }
 
-TEST_F(VirtualQueuesTest, ATimerThatNobodyHoldsKeepsFiring) {
+TEST_F(VirtualQueuesTest, ATimerFiresEvenIfNobodyHoldsIt) {
     auto timer = queues_.scheduleRepeating(5s, note("tick"));
     timer.reset();
     queues_.advance(5s);

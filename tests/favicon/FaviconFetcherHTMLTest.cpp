@@ -150,7 +150,7 @@ TEST(FaviconFetcherHTMLTest, EqualEntriesKeepTheirOrderAndNoneIsDropped) {
                 ElementsAre("b 32 icon", "a 32 icon", "b 32 icon", "t 180 touch"));
 }
 
-TEST(FaviconFetcherHTMLTest, ALimitKeepsTheBeginningOfTheWholeOrder) {
+TEST(FaviconFetcherHTMLTest, ALimitKeepsTheFirstEntriesOfTheWholeOrder) {
     std::string html;
     for (int i = 0; i < 500; ++i) {
         const auto number = std::to_string(i);
@@ -236,14 +236,14 @@ TEST(FaviconFetcherHTMLTest, TheFirstRuleThatAppliesResolvesAnAddress) {
     }
 }
 
-TEST(FaviconFetcherHTMLTest, AnAddressThatIsNoURLResolvesToNone) {
+TEST(FaviconFetcherHTMLTest, AnAddressThatIsNotAURLResolvesToNone) {
     for (const auto* address :
          {"", "https://a b/i.png", "//a b/i.png", "i n.png", "%zz", "é.png"}) {
         EXPECT_FALSE(FaviconFetcher::resolveURL(address, url(pageAddress))) << address;
     }
 }
 
-TEST(FaviconFetcherHTMLTest, NeitherPortNorUserOfTheBaseGoesIntoARootRelativeAddress) {
+TEST(FaviconFetcherHTMLTest, ARootRelativeAddressGetsNeitherPortNorUserOfTheBase) {
     EXPECT_EQ(FaviconFetcher::resolveURL("/i.png", url("http://kim:pw@SITE.example:81/a?b#c"))
                   ->absoluteString(),
               "http://SITE.example/i.png");
@@ -280,7 +280,7 @@ protected:
     std::vector<IconCandidate> candidates_;
 };
 
-TEST_F(FaviconFetcherHTMLFetchTest, ThePageIsAskedForAsABrowserWould) {
+TEST_F(FaviconFetcherHTMLFetchTest, ThePageIsRequestedAsByABrowser) {
     fetch();
     ASSERT_EQ(session().requests().size(), 1U);
     const platform::URLRequest& request = session().requests().front();
@@ -339,21 +339,21 @@ TEST_F(FaviconFetcherHTMLFetchTest, AnIconNamedTwiceIsDownloadedTwice) {
     EXPECT_THAT(widths(), ElementsAre(16, 16));
 }
 
-TEST_F(FaviconFetcherHTMLFetchTest, AnErrorPageIsScannedLikeAnyOther) {
+TEST_F(FaviconFetcherHTMLFetchTest, AnErrorPageIsSearchedLikeAnyOther) {
     session().answer(pageAddress, 404, "<link rel='icon' href='a'>");
     session().answer("http://h:8080/dir/a", 200, "image 16x16");
     fetchAndWait();
     EXPECT_THAT(widths(), ElementsAre(16));
 }
 
-TEST_F(FaviconFetcherHTMLFetchTest, ABodyCountsEvenBesideAnErrorAndWithoutResponse) {
+TEST_F(FaviconFetcherHTMLFetchTest, ABodyCountsDespiteAnErrorAndWithoutAResponse) {
     session().answer(pageAddress, {"<link rel='icon' href='a'>", std::nullopt, "reset"});
     session().answer("http://h:8080/dir/a", 200, "image 16x16");
     fetchAndWait();
     EXPECT_THAT(widths(), ElementsAre(16));
 }
 
-TEST_F(FaviconFetcherHTMLFetchTest, APageThatYieldsNothingGivesAnEmptyList) {
+TEST_F(FaviconFetcherHTMLFetchTest, APageWithoutUsableIconsGivesAnEmptyList) {
     const std::tuple<const char*, platform::URLResult> rows[] = {
         {"no body", {std::nullopt, platform::URLResponse{200}, std::nullopt}},
         {"failed", {std::nullopt, std::nullopt, "no route"}},
@@ -373,14 +373,14 @@ TEST_F(FaviconFetcherHTMLFetchTest, APageThatYieldsNothingGivesAnEmptyList) {
     }
 }
 
-TEST_F(FaviconFetcherHTMLFetchTest, ASilentPageCountsAsNoneAfterItsTimeOut) {
+TEST_F(FaviconFetcherHTMLFetchTest, ASilentPageGivesAnEmptyListAfterTheTimeout) {
     session().staySilent(pageAddress);
     fetchAndWait();
     EXPECT_THAT(candidates_, IsEmpty());
     EXPECT_EQ(queues().now(), 10s);
 }
 
-TEST_F(FaviconFetcherHTMLFetchTest, AByteOrderMarkAndZeroBytesAreTextLikeOther) {
+TEST_F(FaviconFetcherHTMLFetchTest, AByteOrderMarkAndNULBytesAreOrdinaryText) {
     session().answer(
         pageAddress, 200,
         std::string("\xEF\xBB\xBF<link rel='icon' href='a'>\0", 30) + "<link rel='icon' href='b'>");

@@ -122,7 +122,7 @@ TEST(FaviconFetcherManifestTest, AddressesResolveAgainstThePage) {
     EXPECT_EQ(chosenOf(R"({"src": "/a.png?v=1"})"), "http://h/a.png%3Fv=1 64");
 }
 
-TEST(FaviconFetcherManifestTest, WhatIsNoUsableManifestGivesNone) {
+TEST(FaviconFetcherManifestTest, AnUnusableManifestGivesNone) {
     for (const auto* json : {
              "",
              "<html>",
@@ -164,7 +164,7 @@ protected:
     }
 };
 
-TEST_F(FaviconFetcherManifestFetchTest, AManifestIsAskedForUnderTheClientsOwnName) {
+TEST_F(FaviconFetcherManifestFetchTest, AManifestIsRequestedUnderTheClientsOwnName) {
     session().staySilentEverywhere();
     fetched();
     ASSERT_EQ(session().requests().size(), 3U);
@@ -175,7 +175,7 @@ TEST_F(FaviconFetcherManifestFetchTest, AManifestIsAskedForUnderTheClientsOwnNam
     EXPECT_EQ(queues().now(), 15s) << "one place after the other";
 }
 
-TEST_F(FaviconFetcherManifestFetchTest, ThePlacesLieAtTheRootWithoutPortAndPath) {
+TEST_F(FaviconFetcherManifestFetchTest, TheAddressesAreAtTheRootWithoutPortAndPath) {
     EXPECT_EQ(fetched(), nullptr);
     EXPECT_THAT(session().requestedURLs(), ElementsAre(firstPlace, secondPlace, thirdPlace));
 }
@@ -185,7 +185,7 @@ TEST_F(FaviconFetcherManifestFetchTest, APageWithoutSchemeIsProbedOverHTTPS) {
     EXPECT_EQ(session().requestedURLs().front(), "https://h/manifest.json");
 }
 
-TEST_F(FaviconFetcherManifestFetchTest, TheFirstPlaceWithAUsableIconSettlesTheMatter) {
+TEST_F(FaviconFetcherManifestFetchTest, TheFirstManifestWithAUsableIconEndsTheSearch) {
     answerWithIcon(secondPlace, "a");
     session().answer("http://h:8080/dir/a", 200, "image 96x96");
     const auto image = fetched();
@@ -195,7 +195,7 @@ TEST_F(FaviconFetcherManifestFetchTest, TheFirstPlaceWithAUsableIconSettlesTheMa
                 ElementsAre(firstPlace, secondPlace, "http://h:8080/dir/a"));
 }
 
-TEST_F(FaviconFetcherManifestFetchTest, TheIconIsAskedForAsABrowserWould) {
+TEST_F(FaviconFetcherManifestFetchTest, TheIconIsRequestedAsByABrowser) {
     answerWithIcon(firstPlace, "a");
     fetched();
     const platform::URLRequest& request = session().requests().back();
@@ -204,7 +204,7 @@ TEST_F(FaviconFetcherManifestFetchTest, TheIconIsAskedForAsABrowserWould) {
     EXPECT_EQ(request.timeoutInterval, 10s);
 }
 
-TEST_F(FaviconFetcherManifestFetchTest, AnyFailureAtOnePlaceMovesOnToTheNext) {
+TEST_F(FaviconFetcherManifestFetchTest, AnyFailureMovesOnToTheNextAddress) {
     const std::string manifest = R"({"icons": [{"src": "first"}]})";
     const std::pair<const char*, platform::URLResult> rows[] = {
         {"failed", {std::nullopt, std::nullopt, "no route"}},
@@ -229,7 +229,7 @@ TEST_F(FaviconFetcherManifestFetchTest, AnyFailureAtOnePlaceMovesOnToTheNext) {
     EXPECT_EQ(session().requestCount(thirdPlace), 0U);
 }
 
-TEST_F(FaviconFetcherManifestFetchTest, TheTransportErrorIsNotLookedAt) {
+TEST_F(FaviconFetcherManifestFetchTest, ATransportErrorBesideAGoodAnswerIsIgnored) {
     session().answer(firstPlace,
                      {R"({"icons": [{"src": "a"}]})", platform::URLResponse{200}, "late reset"});
     session().answer("http://h:8080/dir/a", 200, "image 96x96");

@@ -55,7 +55,7 @@ protected:
 
 // Image download
 
-TEST_F(FaviconFetcherProbesTest, AnImageIsAskedForAsABrowserWould) {
+TEST_F(FaviconFetcherProbesTest, AnImageIsRequestedAsByABrowser) {
     downloaded();
     ASSERT_EQ(session().requests().size(), 1U);
     const platform::URLRequest& request = session().requests().front();
@@ -73,7 +73,7 @@ TEST_F(FaviconFetcherProbesTest, ABodyOfStatus200IsDecoded) {
     EXPECT_EQ(downloaded(), 16);
 }
 
-TEST_F(FaviconFetcherProbesTest, TheTransportErrorIsNotLookedAt) {
+TEST_F(FaviconFetcherProbesTest, ATransportErrorBesideAGoodAnswerIsIgnored) {
     session().answer(iconAddress, {"image 16x16", platform::URLResponse{200}, "late reset"});
     EXPECT_EQ(downloaded(), 16);
 }
@@ -98,7 +98,7 @@ TEST_F(FaviconFetcherProbesTest, EveryFailedDownloadGivesNoImage) {
     EXPECT_EQ(platform().imageDecoder.decodes(), 0);
 }
 
-TEST_F(FaviconFetcherProbesTest, AnErrorPageOfStatus200DoesNotDecode) {
+TEST_F(FaviconFetcherProbesTest, AnErrorPageOfStatus200IsNotAnImage) {
     session().answer(iconAddress, 200, "<html>Not found</html>");
     EXPECT_EQ(downloaded(), 0);
 }
@@ -135,13 +135,13 @@ TEST_F(FaviconFetcherProbesTest, TwoSmallTouchIconsGiveNone) {
     EXPECT_EQ(touched(), 0);
 }
 
-TEST_F(FaviconFetcherProbesTest, ATouchIconWhoseWidthIsNoNumberIsNotTaken) {
+TEST_F(FaviconFetcherProbesTest, ATouchIconWhoseWidthIsNotANumberIsNotTaken) {
     session().answer(touchIcon, 200, "image nanx64");
     session().answer(precomposedTouchIcon, 200, "image 64x64");
     EXPECT_EQ(touched(), 64);
 }
 
-TEST_F(FaviconFetcherProbesTest, TouchIconsAreLookedForAtTheRootWithoutPort) {
+TEST_F(FaviconFetcherProbesTest, TouchIconsAreRequestedAtTheRootWithoutThePort) {
     touched("http://kim@h:8080/dir/page.html?a=b#c");
     EXPECT_THAT(session().requestedURLs(), ElementsAre(touchIcon, precomposedTouchIcon));
 }
@@ -156,7 +156,7 @@ TEST_F(FaviconFetcherProbesTest, APageWithoutSchemeIsProbedOverHTTPS) {
 
 // Favicon service
 
-TEST_F(FaviconFetcherProbesTest, TheServiceIsAskedForTheHostAsItStands) {
+TEST_F(FaviconFetcherProbesTest, TheServiceIsAskedForTheHostAsWritten) {
     session().answer("https://icons.example/s2/favicons?domain=WWW.h&sz=256", 200, "image 16x16");
     EXPECT_EQ(served("WWW.h"), 16);
     EXPECT_EQ(session().requests().size(), 1U);
@@ -168,7 +168,7 @@ TEST_F(FaviconFetcherProbesTest, AHostThatMakesNoServiceURLGivesNoneWithoutARequ
     EXPECT_THAT(session().requests(), IsEmpty());
 }
 
-TEST_F(FaviconFetcherProbesTest, AServiceThatIsSwitchedOffGivesNoneWithoutARequest) {
+TEST_F(FaviconFetcherProbesTest, AServiceThatIsTurnedOffGivesNoneWithoutARequest) {
     platform().configuration.faviconServiceAddress.clear();
     EXPECT_EQ(served("h"), 0);
     EXPECT_THAT(session().requests(), IsEmpty());
@@ -176,7 +176,7 @@ TEST_F(FaviconFetcherProbesTest, AServiceThatIsSwitchedOffGivesNoneWithoutAReque
 
 // Root favicon
 
-TEST_F(FaviconFetcherProbesTest, ASmallRootFaviconIsPassedOnAsItIs) {
+TEST_F(FaviconFetcherProbesTest, ASmallRootFaviconIsReturnedUnchanged) {
     session().answer("http://h/favicon.ico", 200, "image 16x16");
     EXPECT_EQ(direct("http://h:8080/dir/page.html"), 16);
     EXPECT_THAT(session().requestedURLs(), ElementsAre("http://h/favicon.ico"));

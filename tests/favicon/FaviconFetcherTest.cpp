@@ -44,7 +44,7 @@ TEST(FaviconFetcherTest, Only48PointsPassTheFirstSelection) {
     EXPECT_EQ(widthOfBest({wide, narrow}), 48);
 }
 
-TEST(FaviconFetcherTest, TheSizeAtWhichAnImagePassesIsItsWidth) {
+TEST(FaviconFetcherTest, TheFirstSelectionLooksOnlyAtTheWidth) {
     EXPECT_EQ(widthOfBest({candidateOfSize({16, 512}, true, IconSource::htmlIcon),
                            candidateOfSize({48, 1}, false, IconSource::htmlIcon)}),
               48);
@@ -65,14 +65,14 @@ TEST(FaviconFetcherTest, OfEqualScoresTheEarliestIsBest) {
     EXPECT_EQ(widthOfBest({candidate(16, false, IconSource::manifest), first, second}), 512);
 }
 
-TEST(FaviconFetcherTest, AWidthThatIsNoNumberDoesNotPass) {
+TEST(FaviconFetcherTest, AWidthThatIsNotANumberDoesNotPass) {
     EXPECT_EQ(widthOfBest(
                   {candidate(std::numeric_limits<double>::quiet_NaN(), true, IconSource::htmlIcon),
                    candidate(48, false, IconSource::faviconICO)}),
               48);
 }
 
-TEST(FaviconFetcherDeathTest, AWidthThatIsNoNumberAloneEndsTheProcess) {
+TEST(FaviconFetcherDeathTest, OnlyWidthsThatAreNotNumbersEndTheProcess) {
     const auto nan =
         candidate(std::numeric_limits<double>::quiet_NaN(), true, IconSource::htmlIcon);
     EXPECT_DEATH(FaviconFetcher::pickBest({nan, nan}), "infinite or NaN");
@@ -131,7 +131,7 @@ protected:
     }
 };
 
-TEST_F(FaviconFetcherFetchTest, ATextWithoutHostCompletesWithNothingAtOnce) {
+TEST_F(FaviconFetcherFetchTest, ATextWithoutAHostCompletesWithoutAnImageAtOnce) {
     for (const auto* link : {"", "site.example", "site.example/path", "/path", "mailto:kim@h",
                              "https:///path", "https://a b/", " https://h/", "https://h/\n", "é"}) {
         const auto outcome = started(link);
@@ -154,7 +154,7 @@ TEST_F(FaviconFetcherFetchTest, AllFivePathsStartAtOnceInTheirOrder) {
     queues().runUntilIdle();
 }
 
-TEST_F(FaviconFetcherFetchTest, ManifestsAloneAreAskedForWithoutTheBrowsersName) {
+TEST_F(FaviconFetcherFetchTest, OnlyManifestsAreRequestedWithoutTheBrowsersName) {
     fetched("http://h/");
     for (const platform::URLRequest& request : session().requests()) {
         const bool isManifest = request.url.absoluteString().find("manifest") != std::string::npos;
@@ -211,7 +211,7 @@ TEST_F(FaviconFetcherFetchTest, EverySingleImagePathGivesItsSource) {
     }
 }
 
-TEST_F(FaviconFetcherFetchTest, AHeightThatIsNoNumberEndsTheProcessWhenItIsLogged) {
+TEST_F(FaviconFetcherFetchTest, AHeightThatIsNotANumberEndsTheProcessWhenItIsLogged) {
     session().answer("http://h/favicon.ico", 200, "image 64xnan");
     EXPECT_DEATH(fetched("http://h/"), "infinite or NaN");
 }
@@ -223,7 +223,7 @@ TEST_F(FaviconFetcherFetchTest, TheCompletionRunsOnTheGlobalQueue) {
     EXPECT_EQ(outcome->queue, "global");
 }
 
-TEST_F(FaviconFetcherFetchTest, ASiteWithoutAnyIconCompletesWithNothingAndLogsNothing) {
+TEST_F(FaviconFetcherFetchTest, ASiteWithoutIconsGivesNoImageAndLogsNothing) {
     EXPECT_EQ(fetched("http://h/"), 0);
     EXPECT_THAT(log().lines(), IsEmpty());
     expectRequests("http://h/", "http://h", "h", {});
@@ -264,7 +264,7 @@ TEST_F(FaviconFetcherFetchTest, OfEqualScoresTheFirstToArriveIsChosen) {
     EXPECT_EQ(fetched("http://h/"), 600);
 }
 
-TEST_F(FaviconFetcherFetchTest, TwoFetchesForOneLinkAtOnceKnowNothingOfEachOther) {
+TEST_F(FaviconFetcherFetchTest, TwoFetchesOfOneLinkAtOnceAreIndependent) {
     session().answer("http://h/favicon.ico", 200, "image 48x48 opaque", 1s);
     const auto first = started("http://h/");
     session().answer("http://h/favicon.ico", 200, "image 64x64 opaque");
@@ -277,7 +277,7 @@ TEST_F(FaviconFetcherFetchTest, TwoFetchesForOneLinkAtOnceKnowNothingOfEachOther
     EXPECT_EQ(session().requests().size(), 16U);
 }
 
-TEST_F(FaviconFetcherFetchTest, APathThatCompletesBeforeItReturnsIsCountedRight) {
+TEST_F(FaviconFetcherFetchTest, APathMayCompleteBeforeItReturns) {
     platform().configuration.faviconServiceAddress.clear();
     session().answer("http://h/favicon.ico", 200, "image 16x16 opaque");
     EXPECT_EQ(fetched("http://h/"), 16);
@@ -334,7 +334,7 @@ TEST_F(FaviconFetcherFetchTest, ATouchIconUnder64PointsIsNoCandidate) {
                                                       "http://h/apple-touch-icon-precomposed.png"));
 }
 
-TEST_F(FaviconFetcherFetchTest, AManifestAtTheSecondPlaceEndsItsPath) {
+TEST_F(FaviconFetcherFetchTest, AManifestAtTheSecondAddressEndsItsPath) {
     session().answer("http://h:81/a/b", 200, "");
     session().answer("http://h/site.webmanifest", 200,
                      R"({"icons": [{"src": "i", "sizes": "192x192"}, {"src": "/j?k"}]})");
@@ -345,7 +345,7 @@ TEST_F(FaviconFetcherFetchTest, AManifestAtTheSecondPlaceEndsItsPath) {
     EXPECT_EQ(session().requestCount("http://h:81/a/i"), 1U);
 }
 
-TEST_F(FaviconFetcherFetchTest, MaskableAndSVGManifestsMoveOn) {
+TEST_F(FaviconFetcherFetchTest, ManifestsOfMaskableOrSVGIconsMoveOn) {
     session().answer("http://h/manifest.json", 200,
                      R"({"icons": [{"src": "a.png", "purpose": "maskable"}]})");
     session().answer("http://h/site.webmanifest", 200, R"({"icons": [{"src": "a.svg"}]})");
@@ -374,14 +374,14 @@ TEST_F(FaviconFetcherFetchTest, ImagesOfStatus203And206AreNoCandidates) {
     expectRequests("http://h/", "http://h", "h", {"http://h/a", "http://h/b"});
 }
 
-TEST_F(FaviconFetcherFetchTest, AfterARedirectTheBaseIsStillTheAskedAddress) {
+TEST_F(FaviconFetcherFetchTest, AfterARedirectTheBaseIsStillTheRequestedAddress) {
     // The session has followed the redirect; all that shows is the body of the other address.
     session().answer("http://h/old/page", 200, "<link rel='icon' href='i'>");
     fetched("http://h/old/page");
     expectRequests("http://h/old/page", "http://h", "h", {"http://h/old/i"});
 }
 
-TEST_F(FaviconFetcherFetchTest, AHostInOddCaseIsAskedForAsWritten) {
+TEST_F(FaviconFetcherFetchTest, AHostInMixedCaseIsRequestedAsWritten) {
     session().answer("HTTP://WWW.Site.Example/P", 200,
                      "<link rel='icon' href='i'><link rel='icon' href='/j'>");
     fetched("HTTP://WWW.Site.Example/P");
@@ -394,7 +394,7 @@ TEST_F(FaviconFetcherFetchTest, ALinkWithoutSchemeIsProbedOverHTTPS) {
     expectRequests("//h/page", "https://h", "h", {});
 }
 
-TEST_F(FaviconFetcherFetchTest, AFragmentStaysInThePagesAddressAlone) {
+TEST_F(FaviconFetcherFetchTest, AFragmentStaysOnlyInThePagesAddress) {
     fetched("https://h/a?b=c#d");
     expectRequests("https://h/a?b=c#d", "https://h", "h", {});
 }

@@ -39,7 +39,7 @@ TEST(IconAddressTest, ADecimalIntegerIsTheWholeText) {
     }
 }
 
-TEST(IconAddressTest, AnythingElseIsNoDecimalInteger) {
+TEST(IconAddressTest, AnyOtherTextIsNotADecimalInteger) {
     for (const auto* text :
          {"", "+", "-", "+-5", "-+5", "--5", " 5", "5 ", "5.0", "5x", "0x10", "1e3",
           "9223372036854775808", "-9223372036854775809", "99999999999999999999999", "５", "٣"}) {

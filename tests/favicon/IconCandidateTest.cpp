@@ -38,7 +38,7 @@ TEST(IconCandidateTest, AnEmptyBitmapIsNotTransparent) {
     EXPECT_FALSE(isTransparent(Picture(0, 4)));
 }
 
-TEST(IconCandidateTest, PixelsThatCannotBeHadAnyMoreAreNotTransparent) {
+TEST(IconCandidateTest, AnImageWhosePixelsAreGoneIsNotTransparent) {
     const auto image =
         std::make_shared<const Image>(Size{16, 16}, [] { return std::optional<BitmapImageRep>(); });
     EXPECT_FALSE(IconCandidate(image, IconSource::htmlIcon).hasTransparency);
@@ -75,7 +75,7 @@ TEST(IconCandidateTest, AMarginOfOneTransparentPixelIsTransparent) {
     EXPECT_TRUE(isTransparent(picture));
 }
 
-TEST(IconCandidateTest, ATransparentMiddleIsNotSeen) {
+TEST(IconCandidateTest, ATransparentMiddleDoesNotCount) {
     Picture picture(16, 16);
     for (int y = 2; y < 14; ++y) {
         for (int x = 2; x < 14; ++x) {
@@ -161,7 +161,7 @@ TEST(IconCandidateTest, TheHeightDoesNotCount) {
     EXPECT_EQ(candidateOfSize({32, 512}, false, IconSource::htmlIcon).score(), 52);
 }
 
-TEST(IconCandidateDeathTest, AWidthThatIsNoNumberEndsTheProcess) {
+TEST(IconCandidateDeathTest, AWidthThatIsNotANumberEndsTheProcess) {
     const auto candidate =
         candidateOfSize({std::numeric_limits<double>::quiet_NaN(), 1}, false, IconSource::htmlIcon);
     EXPECT_DEATH((void)candidate.score(), "infinite or NaN");

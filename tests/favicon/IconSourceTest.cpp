@@ -41,7 +41,7 @@ TEST(IconSourceTest, AnyOtherTextGivesNoSource) {
     }
 }
 
-TEST(IconSourceDeathTest, AValueThatIsNoCaseEndsTheProcess) {
+TEST(IconSourceDeathTest, AnUnknownValueEndsTheProcess) {
     EXPECT_DEATH(rawValue(static_cast<IconSource>(6)), "An icon source of no known value");
 }
 

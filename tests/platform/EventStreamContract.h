@@ -73,7 +73,7 @@ private:
     std::vector<DirectoryEvent> events_;
 };
 
-TEST_P(EventStreamContract, AChangeIsReportedByItsDirectory) {
+TEST_P(EventStreamContract, AChangeIsReportedWithItsDirectory) {
     const auto stream = started(note());
     subject().change();
     EXPECT_TRUE(subject().runUntil([&] { return !events().empty(); }));

@@ -70,7 +70,7 @@ TEST_P(FileManagerContract, AnEmptyFolderIsListed) {
     EXPECT_THAT(names(subject().folder()), testing::IsEmpty());
 }
 
-TEST_P(FileManagerContract, WhatIsMissingOrNoDirectoryIsNotListed) {
+TEST_P(FileManagerContract, OnlyDirectoriesAreListed) {
     subject().createFile(path("file"), "");
     EXPECT_FALSE(canList(path("missing")));
     EXPECT_FALSE(canList(path("file")));
@@ -101,7 +101,7 @@ TEST_P(FileManagerContract, AnEmptyFileHasEmptyContents) {
     EXPECT_EQ(manager().contents(path("file"), 100), "");
 }
 
-TEST_P(FileManagerContract, WhatIsMissingOrADirectoryHasNoContents) {
+TEST_P(FileManagerContract, AMissingFileAndADirectoryHaveNoContents) {
     EXPECT_EQ(manager().contents(path("missing"), 100), std::nullopt);
     EXPECT_EQ(manager().contents(subject().folder(), 100), std::nullopt);
 }

@@ -83,7 +83,7 @@ TEST_P(URLSessionContract, AFailedTransferHasAnErrorAndNeitherBodyNorResponse) {
     EXPECT_NE(result.error, std::nullopt);
 }
 
-TEST_P(URLSessionContract, SilenceEndsWithTheTimeOut) {
+TEST_P(URLSessionContract, SilenceEndsWithTheTimeout) {
     URLRequest request(*URL::parse(subject().silent()));
     request.timeoutInterval = std::chrono::milliseconds(20);
     const auto outcome = start(request);

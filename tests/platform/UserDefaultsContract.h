@@ -48,13 +48,13 @@ TEST_P(UserDefaultsContract, AnEmptyListIsNotAnAbsentOne) {
     EXPECT_THAT(defaults().stringArray("extraFolders"), testing::Optional(testing::IsEmpty()));
 }
 
-TEST_P(UserDefaultsContract, AListOfAnEarlierRunIsThere) {
+TEST_P(UserDefaultsContract, AListOfAnEarlierRunIsFound) {
     subject().store(R"({"extraFolders": ["/a", "/b"]})");
     EXPECT_THAT(defaults().stringArray("extraFolders"),
                 testing::Optional(testing::ElementsAre("/a", "/b")));
 }
 
-TEST_P(UserDefaultsContract, AValueThatIsNoListOfStringsIsAbsentAndCanBeReplaced) {
+TEST_P(UserDefaultsContract, AValueThatIsNotAListOfStringsIsAbsentAndCanBeReplaced) {
     for (const std::string value :
          {R"("/a")", "1", "true", "null", R"({"0": "/a"})", R"(["/a", 1])", R"([["/a"]])"}) {
         subject().store(R"({"extraFolders": )" + value + "}");

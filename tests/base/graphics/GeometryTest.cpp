@@ -25,7 +25,7 @@ TEST(GeometryTest, PointsAndSizesCompareByValue) {
     EXPECT_FALSE((Size{1, 2}) == (Size{2, 1}));
 }
 
-TEST(GeometryDeathTest, WhatIsNoNumberOrDoesNotFitEndsTheProcess) {
+TEST(GeometryDeathTest, ANumberThatIsNotFiniteOrDoesNotFitEndsTheProcess) {
     EXPECT_DEATH(truncatedToInt(std::nan("")), "either infinite or NaN");
     EXPECT_DEATH(truncatedToInt(std::numeric_limits<double>::infinity()), "either infinite or NaN");
     EXPECT_DEATH(truncatedToInt(-std::numeric_limits<double>::infinity()),

@@ -233,7 +233,7 @@ TEST(ImageScalingTest, TheWholeImageIsStretched) {
     EXPECT_EQ(result.pixels()[offset(result, 261, 300)], 255);
 }
 
-TEST(ImageScalingTest, ABitmapOfTheRightSizeIsTakenAsItIs) {
+TEST(ImageScalingTest, ABitmapOfTheRightSizeIsReturnedUnchanged) {
     const BitmapImageRep source = noise(512, 512, 8);
     EXPECT_EQ(scaled(source, 512, 512).pixels().data(), source.pixels().data());
 }

@@ -18,7 +18,7 @@ TEST(ImageTest, AnImageMayHaveNoBitmap) {
     EXPECT_FALSE(image.bitmap());
 }
 
-TEST(ImageTest, AskingForThePixelsOfALargeImageProducesThemEachTime) {
+TEST(ImageTest, ALargeImageMakesItsPixelsEachTime) {
     int asked = 0;
     const Image image(Size{1, 1}, [&]() -> std::optional<BitmapImageRep> {
         ++asked;

@@ -52,7 +52,7 @@ TEST(JSONTest, AValueIsOfOneKindOnly) {
     EXPECT_EQ(JSON::parse("\"x\"")->array(), nullptr);
 }
 
-TEST(JSONTest, OfEqualKeysTheLastCounts) {
+TEST(JSONTest, TheLastOfEqualKeysCounts) {
     EXPECT_EQ(stringUnderK(R"({"k":"a","k":"b"})"), "b");
     EXPECT_EQ(stringUnderK(R"({"k":"a","\u006b":1})"), std::nullopt);
 }

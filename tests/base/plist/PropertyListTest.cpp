@@ -130,7 +130,7 @@ TEST(PropertyListXMLTest, ReadsOrRefusesByTheRulesOfTheElements) {
     }
 }
 
-TEST(PropertyListXMLTest, OfEqualKeysTheLastCounts) {
+TEST(PropertyListXMLTest, TheLastOfEqualKeysCounts) {
     EXPECT_EQ(stringUnder("k", xml("<dict><key>k</key><string>a</string><key>k</key>"
                                    "<string>b</string></dict>")),
               "b");
@@ -141,7 +141,7 @@ TEST(PropertyListXMLTest, TheRootElementMayBeMissing) {
     EXPECT_FALSE(PropertyList::parse("<!-- c --><key>k</key>"));
 }
 
-TEST(PropertyListXMLTest, WhatStandsBehindTheRootElementDoesNotCount) {
+TEST(PropertyListXMLTest, AnythingAfterTheRootElementIsIgnored) {
     const auto list = xml("<dict><key>k</key><string>a</string></dict>");
     EXPECT_EQ(stringUnder("k", list + "behind"), "a");
     EXPECT_EQ(stringUnder("k", list + "\0\0"s), "a");
@@ -290,7 +290,7 @@ TEST(PropertyListBinaryTest, ReadsBothKindsOfStrings) {
     EXPECT_FALSE(PropertyList::parse(binary({"\x61\xD8\x3D"}))) << "an unpaired surrogate";
 }
 
-TEST(PropertyListBinaryTest, OfEqualKeysTheLastCounts) {
+TEST(PropertyListBinaryTest, TheLastOfEqualKeysCounts) {
     EXPECT_EQ(stringUnder("k", binary({"\xD2\x01\x01\x02\x03", "Qk", "Qa", "Qb"})), "b");
 }
 
@@ -436,9 +436,11 @@ TEST(PropertyListTextTest, ReadsOrRefusesByTheGrammar) {
     EXPECT_FALSE(PropertyList::parse("{}\0"s));
 }
 
-TEST(PropertyListTextTest, AKeyAloneStandsForItself) { EXPECT_EQ(stringUnder("k", "{ k; }"), "k"); }
+TEST(PropertyListTextTest, AKeyWithoutAValueIsItsOwnValue) {
+    EXPECT_EQ(stringUnder("k", "{ k; }"), "k");
+}
 
-TEST(PropertyListTextTest, OfEqualKeysTheLastCounts) {
+TEST(PropertyListTextTest, TheLastOfEqualKeysCounts) {
     EXPECT_EQ(stringUnder("k", "{ k = a; k = b; }"), "b");
 }
 

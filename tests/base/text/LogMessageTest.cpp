@@ -49,7 +49,7 @@ TEST(LogMessageTest, ExpandsDirectivesWithArgumentsOfZero) {
     }
 }
 
-TEST(LogMessageTest, CopiesWhatIsNoCompleteDirective) {
+TEST(LogMessageTest, CopiesIncompleteDirectives) {
     const std::string table[] = {
         "100%",  "100% ", "%b",      "%k",         "%5",    "%-",    "%.",
         "%.5",   "%hhhd", "%lll",    "%1$s",       "%5%",   "%.-5d", "%\xC3\xA9",

@@ -37,7 +37,7 @@ TEST(RegularExpressionTest, FindsAllMatchesInDocumentOrder) {
     EXPECT_THAT(textsOf(tags, {}), IsEmpty());
 }
 
-TEST(RegularExpressionTest, PositionsAreBytesBehindAnyCharacters) {
+TEST(RegularExpressionTest, PositionsAreBytesAfterAnyCharacters) {
     const std::string text = "\xC3\xA9\xE6\x97\xA5\xF0\x9F\x98\x80<x \xC3\xA9>\xF0\x9F\x98\x80<x >";
     EXPECT_THAT(compiled("<x ([^>]*)>").matches(text),
                 ElementsAre(TextRange{9, 15}, TextRange{19, 23}));
@@ -89,7 +89,7 @@ TEST(RegularExpressionTest, OptionsChangeWhatMatches) {
                 ElementsAre("a\nb"));
 }
 
-TEST(RegularExpressionTest, EmptyMatchesMoveOn) {
+TEST(RegularExpressionTest, ASearchMovesOnAfterAnEmptyMatch) {
     EXPECT_EQ(compiled("x*").matches("axxb").size(), 4U);
 }
 

@@ -58,7 +58,7 @@ TEST(TextEncodingTest, RefusesWhatIsIllFormed) {
     EXPECT_FALSE(decodedText("\xD8\0\0a"sv, "UTF-16BE"));
 }
 
-TEST(TextEncodingTest, RefusesNamesThatConvertersShouldNotGet) {
+TEST(TextEncodingTest, RefusesNamesThatAConverterShouldNotGet) {
     EXPECT_FALSE(decodedText("a", "no-such-encoding"));
     EXPECT_FALSE(decodedText("a", "ISO-8859-1//TRANSLIT"));
     EXPECT_FALSE(decodedText("a", "ISO-2022-JP"));

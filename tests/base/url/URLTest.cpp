@@ -76,7 +76,7 @@ TEST(URLTest, FollowsTheGrammarOfEachComponent) {
     }
 }
 
-TEST(URLTest, BracketsBehindTheAuthorityBecomeEscapes) {
+TEST(URLTest, BracketsAfterTheAuthorityAreEscaped) {
     const std::pair<std::string_view, std::string_view> table[] = {
         {"http://h/a[1].png?b[]=2#[c]", "http://h/a%5B1%5D.png?b%5B%5D=2#%5Bc%5D"},
         {"http://[::1]:80/[?", "http://[::1]:80/%5B?"},
@@ -170,7 +170,7 @@ TEST(URLTest, ReadsAndResolvesVeryLongTexts) {
     }
 }
 
-TEST(URLTest, FileURLGivesThePathBackByteForByte) {
+TEST(URLTest, FileURLReturnsThePathByteForByte) {
     std::string everyByte = "/";
     for (int byte = 1; byte < 256; ++byte) {
         everyByte += static_cast<char>(byte);
