@@ -1,7 +1,7 @@
-// find-icons [--bare]: finds the icon of each link that it reads from its input, through the
-// program's own code, and writes a line of JSON for each: the icon's address and size, the time,
-// the processor time. With --bare each fetch is followed by the same requests, each as soon as the
-// one that it waited for has ended, in a bare loop around libcurl. A last line tells of the whole
+// find-icons [--bare]: reads links from standard input, finds the icon of each with the program's
+// code, and writes a line of JSON for each: the icon's address, the number of requests, the time
+// and the processor time. With --bare, a plain loop around libcurl repeats the requests of each
+// fetch, each as soon as the one that it waited for has ended. The last line is about the whole
 // run.
 #include <curl/curl.h>
 #include <sys/prctl.h>
@@ -57,7 +57,7 @@ Cost costOf(const Work& work) {
 
 // ---- the same requests with libcurl alone
 
-/// The request whose end another waited for: the last that had ended when it began.
+/// The request that this one waited for: the last that had ended when this one began.
 std::optional<std::size_t> awaited(const std::vector<RequestRecord>& requests, std::size_t index) {
     std::optional<std::size_t> last;
     for (std::size_t i = 0; i < requests.size(); ++i) {
@@ -74,7 +74,7 @@ std::size_t append(const char* bytes, std::size_t size, std::size_t count, void*
     return size * count;
 }
 
-/// Keeps its connections from one fetch to the next, as the session does.
+/// Keeps connections from one fetch to the next, as the session does.
 class BareLoop {
 public:
     ~BareLoop() { curl_multi_cleanup(multi_); }
@@ -153,7 +153,7 @@ std::vector<IconCandidate> candidatesOf(const URL& url) {
     return found->get_future().get();
 }
 
-ordered_json told(const std::string& link, const tools::FetchReport& report, const Cost& cost) {
+ordered_json lineFor(const std::string& link, const tools::FetchReport& report, const Cost& cost) {
     ordered_json line{{"link", link},
                       {"icon", nullptr},
                       {"requests", report.requests.size()},
@@ -167,7 +167,7 @@ ordered_json told(const std::string& link, const tools::FetchReport& report, con
     return line;
 }
 
-/// Peak of this process and of the helper's, in megabytes.
+/// The peak memory of this process or of its children, in megabytes.
 double peakMegabytes(int whose) {
     rusage usage{};
     getrusage(whose, &usage);
@@ -215,7 +215,7 @@ void findAll(bool withBareLoop) {
         std::vector<IconCandidate> candidates;
         const Cost cost = costOf([&] { candidates = candidatesOf(*url); });
         const tools::FetchReport report(recorder.requests(), std::move(candidates));
-        ordered_json line = told(link, report, cost);
+        ordered_json line = lineFor(link, report, cost);
         if (withBareLoop) {
             const Cost least = costOf([&] { bare.askFor(report.requests); });
             line["bareMs"] = least.elapsed.count();
@@ -230,7 +230,7 @@ void findAll(bool withBareLoop) {
 
 int main(int argc, char** argv) {
     using namespace glintmark;
-    prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that the helper's figures come to this process
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that this process gets the helper's figures
     findAll(argc > 1 && std::strcmp(argv[1], "--bare") == 0);
     while (waitpid(-1, nullptr, 0) > 0) {
     }

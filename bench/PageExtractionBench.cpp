@@ -1,6 +1,6 @@
-// How long the search for icon links in a page takes, for pages of every kind that is hard on a
-// pattern or on a parser, beside parsers that read the whole page into a tree and look there. Fails
-// when 10 MB take more than a second or doubling a page costs more than 2.2 times.
+// How long the search for icon links in a page takes, for every kind of page that is hard for a
+// pattern or a parser, and how long it takes parsers that read the whole page into a tree. Fails if
+// 10 MB take more than a second, or if a page of twice the size takes more than 2.2 times as long.
 #include <gumbo.h>
 #include <libxml/HTMLparser.h>
 #include <malloc.h>
@@ -26,9 +26,9 @@ namespace {
 constexpr std::size_t hugePage = 10'000'000;
 constexpr double maximumMilliseconds = 1000;
 constexpr double maximumRatio = 2.2;
-constexpr int repetitions = 7;   // The quickest counts: everything else is the machine's doing.
-constexpr int comparisons = 15;  // of a page with its half; their median counts
-constexpr rlim_t patience = 10;  // seconds of processor time for a peer
+constexpr int repetitions = 7;              // The quickest counts: the others were disturbed.
+constexpr int comparisons = 15;             // of a page with its half. Their median counts.
+constexpr rlim_t patience = 10;             // seconds for a peer
 constexpr rlim_t peerMemory = 4ULL << 30U;  // bytes
 
 std::string filled(std::string_view begin, std::string_view filler, std::string_view end,
@@ -94,7 +94,8 @@ std::size_t searchWithGumbo(const std::string& page) {
     GumboOutput* const output =
         gumbo_parse_with_options(&kGumboDefaultOptions, page.data(), page.size());
     std::size_t found = 0;
-    std::vector<const GumboNode*> left = {output->root};  // Pages may nest deeper than the stack.
+    // Not recursive: a page may nest deeper than the stack.
+    std::vector<const GumboNode*> left = {output->root};
     while (!left.empty()) {
         const GumboNode* const node = left.back();
         left.pop_back();
@@ -158,20 +159,20 @@ constexpr std::array peers{Peer{"gumbo", searchWithGumbo}, Peer{"libxml2", searc
 
 double timeOf(Search search, const std::string& page) {
     const auto begin = bench::processorTime();
-    volatile std::size_t found = search(page);  // So that the search cannot be left out.
+    volatile std::size_t found = search(page);  // so that the compiler keeps the search
     static_cast<void>(found);
     return (bench::processorTime() - begin).count();
 }
 
-double leastTimeOf(Search search, const std::string& page, int times) {
-    double least = timeOf(search, page);
+double minimumTimeOf(Search search, const std::string& page, int times) {
+    double minimum = timeOf(search, page);
     for (int i = 1; i < times; ++i) {
-        least = std::min(least, timeOf(search, page));
+        minimum = std::min(minimum, timeOf(search, page));
     }
-    return least;
+    return minimum;
 }
 
-/// In a process that may die of the page; negative when it does.
+/// Runs the peer in a child process, which the page may end. Negative if it does.
 double timeOfPeer(Search search, const std::string& page, int times) {
     std::array<int, 2> ends{};
     if (::pipe(ends.data()) != 0) {
@@ -184,7 +185,7 @@ double timeOfPeer(Search search, const std::string& page, int times) {
         ::alarm(patience);
         ::setrlimit(RLIMIT_AS, &memory);
         ::setrlimit(RLIMIT_CORE, &none);
-        const double taken = leastTimeOf(search, page, times);
+        const double taken = minimumTimeOf(search, page, times);
         ::_exit(::write(ends[1], &taken, sizeof taken) == ssize_t{sizeof taken} ? 0 : 1);
     }
     ::close(ends[1]);
@@ -201,7 +202,7 @@ void comparePeers(const Kind& kind, const std::string& page, const std::string& 
                   bench::Figures& figures) {
     for (const Peer& peer : peers) {
         const double taken = timeOfPeer(peer.search, page, times);
-        // A search that was ended took all that it was given.
+        // A search that was ended took at least the time limit.
         figures.add({.what = what,
                      .value = taken < 0 ? patience * 1e3 : taken,
                      .unit = "ms",
@@ -214,7 +215,7 @@ void measureSize(const Kind& kind, std::size_t bytes, const char* what, int time
                  bench::Figures& figures) {
     const std::string page = filled(kind.begin, kind.filler, kind.end, bytes);
     figures.add({.what = what,
-                 .value = leastTimeOf(searchOwn, page, times),
+                 .value = minimumTimeOf(searchOwn, page, times),
                  .unit = "ms",
                  .at = kind.name});
     comparePeers(kind, page, what, times, figures);
@@ -223,34 +224,33 @@ void measureSize(const Kind& kind, std::size_t bytes, const char* what, int time
 void measureHuge(const Kind& kind, bench::Figures& figures) {
     const std::string halfPage = filled(kind.begin, kind.filler, kind.end, hugePage / 2);
     const std::string wholePage = filled(kind.begin, kind.filler, kind.end, hugePage);
-    double least = timeOf(searchOwn, wholePage);  // Makes the heap as large as it gets.
-    // The machine has moods in which all takes twice as long: only neighbours are set against each
-    // other.
+    double minimum = timeOf(searchOwn, wholePage);  // grows the heap to its final size
+    // At times the machine takes twice as long for everything, so each run is compared only with
+    // the runs before and after it.
     std::vector<double> ratios;
     double before = timeOf(searchOwn, halfPage);
     for (int i = 0; i < comparisons; ++i) {
         const double whole = timeOf(searchOwn, wholePage);
         const double after = timeOf(searchOwn, halfPage);
-        least = std::min(least, whole);
+        minimum = std::min(minimum, whole);
         ratios.push_back(2 * whole / (before + after));
         before = after;
     }
     const char* const what = "10 MB";
     figures.add({.what = what,
-                 .value = least,
+                 .value = minimum,
                  .unit = "ms",
                  .maximum = maximumMilliseconds,
                  .at = kind.name});
     comparePeers(kind, wholePage, what, 1, figures);
-    // Below 20 ms the ratio is that of the clock's noise.
+    // Below 20 ms the noise of the clock decides the ratio.
     figures.add({.what = "10 MB, times 5 MB",
-                 .value = least < 20 ? 1.0 : bench::median(ratios),
+                 .value = minimum < 20 ? 1.0 : bench::median(ratios),
                  .maximum = maximumRatio,
                  .at = kind.name});
 }
 
-/// The system's price for new pages of memory grows with their number and its mood: what the search
-/// gives back stays with the process.
+/// Keeps freed memory in the process: the system's time for new pages of memory varies.
 void keepMemory() {
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());

@@ -39,19 +39,19 @@ public:
     std::optional<std::string> infoString(const std::string& key) override;
     std::string localizedString(const std::string& key) override;
 
-    std::map<std::string, std::string> info;   ///< What the test puts there.
-    std::map<std::string, std::string> texts;  ///< By key, in the one language there is.
+    std::map<std::string, std::string> info;   ///< Filled in by the test.
+    std::map<std::string, std::string> texts;  ///< By key, in the only language.
 };
 
 class FakeOpenPanel final : public platform::OpenPanel {
 public:
     Result runModal(const Settings& settings) override;
 
-    /// Answers the next panel so; a panel without an answer is cancelled.
+    /// The answer of the next panel. A panel without an answer is cancelled.
     void answer(Result result) { answers_.push_back(std::move(result)); }
     void choose(std::string path) { answer({platform::ModalResponse::ok, std::move(path)}); }
 
-    /// Of every panel that was run, in order.
+    /// The settings of every panel that was run, in order.
     const std::vector<Settings>& settings() const { return settings_; }
 
 private:
@@ -74,7 +74,7 @@ public:
 
     void refuse() { succeeds_ = false; }  ///< Everything from now on.
 
-    /// What was asked for, refused or not, in order.
+    /// All requests, refused or not, in order.
     const std::vector<Icon>& icons() const { return icons_; }
     const std::vector<Image>& preparedIcons() const { return preparedIcons_; }
     const std::vector<std::string>& fileViewers() const { return fileViewers_; }

@@ -91,7 +91,7 @@ void FakeEventStreamFactory::report(std::vector<platform::DirectoryEvent> events
     ASSERT_FALSE(records_.empty()) << "no stream to report through";
     auto& record = *records_.back();
     if (record.queue == nullptr) {
-        return;  // a stream that is not attached, or not any more, delivers nothing
+        return;  // a stream without a queue delivers nothing
     }
     record.queue->async([weak = std::weak_ptr(records_.back()), events = std::move(events)] {
         const auto stream = weak.lock();

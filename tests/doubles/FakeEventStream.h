@@ -13,7 +13,7 @@
 
 namespace glintmark::doubles {
 
-/// What is known of one stream that was made, also after its end.
+/// One stream that was made. The record outlives the stream.
 struct StreamRecord {
     std::vector<std::string> folders;
     std::chrono::nanoseconds latency{0};
@@ -27,8 +27,8 @@ struct StreamRecord {
     platform::EventStream::Handler handler;
 };
 
-/// Makes streams whose changes are those that the test reports. A stream used otherwise than its
-/// contract says fails the test.
+/// Makes streams whose changes the test reports. Using a stream against its contract fails the
+/// test.
 class FakeEventStreamFactory final : public platform::EventStreamFactory {
 public:
     std::unique_ptr<platform::EventStream> create(std::span<const std::string> folders,
@@ -42,7 +42,7 @@ public:
     std::size_t streamCount() const { return records_.size(); }
     StreamRecord& stream(std::size_t index) { return *records_.at(index); }
 
-    /// Delivers changes on the queue of the newest stream, as one call, once that queue runs.
+    /// Delivers changes as one call on the queue of the newest stream, when that queue runs.
     void report(const std::string& path, std::uint32_t flags = 0);
     void report(std::vector<platform::DirectoryEvent> events);
 

@@ -9,7 +9,7 @@ namespace glintmark::doubles {
 
 namespace {
 
-/// The root is the empty path here.
+/// The root becomes the empty path.
 std::string withoutTrailingSlashes(const std::string& path) {
     const auto last = path.find_last_not_of('/');
     return path.substr(0, last == std::string::npos ? 0 : last + 1);

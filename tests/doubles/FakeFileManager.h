@@ -13,8 +13,8 @@
 
 namespace glintmark::doubles {
 
-/// A folder tree in memory that counts how often each folder was listed. Names are listed in the
-/// order in which they were made. A listing allocates nothing per name.
+/// A folder tree in memory that records each listing. Names are listed in the order in which they
+/// were made. A listing allocates nothing per name.
 class FakeFileManager final : public platform::FileManager {
 public:
     FakeFileManager();
@@ -25,9 +25,9 @@ public:
     bool fileExists(const std::string& path) override;
     std::optional<std::string> contents(const std::string& path, std::size_t limit) override;
 
-    void setHome(const std::string& path);  ///< "/home/kim" otherwise.
+    void setHome(const std::string& path);  ///< Without this call "/home/kim".
 
-    /// Makes a file or a folder, and the folders on the way to it.
+    /// Makes a file or a folder, and missing parent folders.
     void create(const std::string& path, std::string bytes = "");
     void createDirectory(const std::string& path);
     void remove(const std::string& path);                         ///< With everything below it.
@@ -35,14 +35,14 @@ public:
 
     void makeUnreadable(const std::string& path);  ///< A file or a folder.
 
-    /// The file is gone as soon as its folder has been listed the next time.
+    /// The next listing of its folder still names the file, but the file is gone.
     void vanishOnceListed(const std::string& path) { vanishing_.insert(path); }
 
     std::size_t listings(const std::string& directory) const;
-    std::vector<std::string> allListings() const { return listings_; }  ///< As asked for.
+    std::vector<std::string> allListings() const { return listings_; }  ///< As requested.
     void forgetListings() { listings_.clear(); }
 
-    /// Paths whose existence was asked for, in order.
+    /// The paths given to `fileExists`, in order.
     const std::vector<std::string>& existenceTests() const { return existenceTests_; }
 
     /// Called at the beginning of each listing.

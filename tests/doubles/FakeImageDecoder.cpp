@@ -19,7 +19,7 @@ BitmapImageRep bitmapOf(int width, int height, bool isOpaque) {
     return {width, height, !isOpaque, std::move(pixels)};
 }
 
-/// A number up to `end`. Absent when something else is there.
+/// The text up to `end` as a number. Absent if it is not one.
 std::optional<double> numberUpTo(std::istream& text, char end) {
     std::string digits;
     std::getline(text, digits, end);

@@ -13,16 +13,17 @@ namespace glintmark::doubles {
 class FakeLog final : public platform::Log {
 public:
     FakeLog() = default;
-    ~FakeLog() override { forget(); }  // after the last writer, whose thread may not be joined
+    // Takes the lock after the last writer, whose thread may not be joined.
+    ~FakeLog() override { forget(); }
     FakeLog(const FakeLog&) = delete;
     FakeLog& operator=(const FakeLog&) = delete;
 
     void write(std::string_view message) override;
     void debug(std::string_view message) override;
 
-    std::vector<std::string> lines() const;       ///< Expanded, as a sink gets them.
-    std::vector<std::string> messages() const;    ///< As they were handed over.
-    std::vector<std::string> debugLines() const;  ///< The platform's own.
+    std::vector<std::string> lines() const;       ///< Expanded, as the log shows them.
+    std::vector<std::string> messages() const;    ///< As written.
+    std::vector<std::string> debugLines() const;  ///< Written by the platform.
     void forget();
 
 private:

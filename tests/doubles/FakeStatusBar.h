@@ -8,16 +8,16 @@
 
 namespace glintmark::doubles {
 
-/// What is known of one status item that was made, also after its end.
+/// One status item that was made. The record outlives the item.
 struct StatusItemRecord {
     double length = 0;
-    std::optional<TemplateImage> image;  ///< Of its button.
-    std::vector<platform::Menu> menus;   ///< All it was given; the last one shows.
+    std::optional<TemplateImage> image;  ///< The image of its button.
+    std::vector<platform::Menu> menus;   ///< All its menus; the last one shows.
     bool isDestroyed = false;
 
     const platform::Menu& menu() const { return menus.at(menus.size() - 1); }
 
-    /// Chooses an item as the user does. One that cannot be chosen fails the test.
+    /// Chooses an item as the user does. Fails the test if the item cannot be chosen.
     static void choose(const platform::MenuItem& item);
 };
 

@@ -13,7 +13,7 @@ namespace glintmark::doubles {
 
 class VirtualQueues;
 
-/// Answers requests from a table of URLs; an http address that is not in it is answered with 404
+/// Answers requests from a table of URLs. An HTTP address that is not in the table gets status 404
 /// and an empty body. Completions run on the fakes' background queue.
 class FakeURLSession final : public platform::URLSession {
 public:
@@ -21,21 +21,21 @@ public:
 
     void startDataTask(platform::URLRequest request, Completion completion) override;
 
-    /// What comes of each request for `url` from now on, `delay` after it was started.
+    /// The answer to each request for `url` from now on, `delay` after its start.
     void answer(const std::string& url, platform::URLResult result,
                 std::chrono::nanoseconds delay = {});
     void answer(const std::string& url, int status, std::string body,
                 std::chrono::nanoseconds delay = {});
     void fail(const std::string& url, std::string error);
 
-    /// Requests for `url` receive no data and fail once their time-out has passed.
+    /// Requests for `url` receive no data and fail after their timeout.
     void staySilent(const std::string& url);
-    void staySilentEverywhere() { silentOtherwise_ = true; }  ///< Where nothing else was said.
+    void staySilentEverywhere() { silentOtherwise_ = true; }  ///< For all URLs outside the table.
 
     /// Requests for `url` are never completed, against the contract.
     void neverAnswer(const std::string& url);
 
-    /// In the order in which they were started.
+    /// In the order of their start.
     const std::vector<platform::URLRequest>& requests() const { return requests_; }
     std::vector<std::string> requestedURLs() const;
     std::size_t requestCount(const std::string& url) const;

@@ -16,9 +16,9 @@ public:
     std::optional<std::vector<std::string>> stringArray(const std::string& key) override;
     void set(const std::string& key, const std::vector<std::string>& value) override;
 
-    void store(const std::string& key, JSON value);  ///< As an earlier run did.
+    void store(const std::string& key, JSON value);  ///< As an earlier run would.
     bool contains(const std::string& key) const { return values_.contains(key); }
-    int writes() const { return writes_; }  ///< By the program.
+    int writes() const { return writes_; }  ///< Made by the program.
 
 private:
     std::map<std::string, JSON> values_;

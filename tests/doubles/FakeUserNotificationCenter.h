@@ -11,7 +11,7 @@ namespace glintmark::doubles {
 
 class VirtualQueues;
 
-/// Keeps the notifications that were handed over. Handlers run on the fakes' background queue.
+/// Keeps the notifications of the program. Handlers run on the fakes' background queue.
 class FakeUserNotificationCenter final : public platform::UserNotificationCenter {
 public:
     explicit FakeUserNotificationCenter(VirtualQueues& queues) : queues_(queues) {}
@@ -19,16 +19,16 @@ public:
     void requestAuthorization(unsigned options, AuthorizationHandler handler) override;
     void add(platform::UserNotificationRequest request, AddHandler handler) override;
 
-    /// Answers every request for permission that waits.
+    /// Answers every pending request for permission.
     void answerAuthorization(bool granted, const std::optional<std::string>& error = std::nullopt);
 
-    /// Rejects the next notification that has no answer yet; others are accepted.
+    /// Rejects the next notification; two calls reject the next two.
     void rejectNext(std::string error) { errors_.emplace_back(std::move(error)); }
 
     const std::vector<unsigned>& authorizationRequests() const { return authorizationRequests_; }
     const std::vector<platform::UserNotificationRequest>& requests() const { return requests_; }
 
-    /// The queue that handed over each of `requests()`.
+    /// For each of `requests()`, the queue from which it was added.
     const std::vector<std::string>& requestQueues() const { return requestQueues_; }
 
 private:

@@ -84,14 +84,14 @@ public:
         return "http://silent.example/";
     }
     bool runUntil(const std::function<bool()>& condition) override {
-        for (int i = 0; i < mostSteps && !condition(); ++i) {
+        for (int i = 0; i < maximumSteps && !condition(); ++i) {
             queues_.advance(std::chrono::milliseconds(10));
         }
         return condition();
     }
 
 private:
-    static constexpr int mostSteps = 1000;
+    static constexpr int maximumSteps = 1000;
 
     doubles::VirtualQueues queues_;
     doubles::FakeURLSession session_{queues_};

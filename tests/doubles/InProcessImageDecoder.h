@@ -7,8 +7,8 @@
 
 namespace glintmark::doubles {
 
-/// Decodes real images where it is called, without a sandbox: for tests and benchmarks, whose
-/// images are known. Any thread. Keeps the bitmap of an image whatever its size.
+/// Decodes real images in the calling process, without a sandbox. For tests and benchmarks, whose
+/// images are known. Any thread. Keeps the bitmaps of large images, too.
 class InProcessImageDecoder : public platform::ImageDecoder {
 public:
     std::shared_ptr<const Image> decode(std::string data) override;

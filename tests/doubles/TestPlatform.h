@@ -53,14 +53,14 @@ struct Fakes {
     };
 };
 
-/// The fakes, put in force for the lifetime of this object.
+/// The fakes, installed for the lifetime of this object.
 struct TestPlatform : Fakes {
     platform::ServicesScope scope{services};
 };
 
-/// A fixture with the fakes in force. A test ends with nothing left to run: what is due runs at its
-/// end; work that waits for a later time, or a timer that is still valid, fails it. A fixture that
-/// owns objects with work releases them in its own `TearDown()` before it calls this one.
+/// A fixture with the fakes installed. At the end of a test, work that is due runs; the test fails
+/// if delayed work or a valid timer is left. A fixture that owns objects with work releases them in
+/// its own `TearDown()` before it calls this one.
 class PlatformTest : public testing::Test {
 protected:
     void TearDown() override;

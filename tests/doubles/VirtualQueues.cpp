@@ -47,7 +47,7 @@ private:
     bool isSerial_;
 };
 
-/// Kept alive by the entry of its next firing, as a run loop keeps its timers.
+/// The entry of the next firing keeps the timer alive, as a run loop keeps its timers.
 class VirtualQueues::RepeatingTimer final : public platform::Timer,
                                             public std::enable_shared_from_this<RepeatingTimer> {
 public:
@@ -148,7 +148,7 @@ std::uint64_t VirtualQueues::submit(const Queue& queue, nanoseconds delay,
 }
 
 void VirtualQueues::drop(std::uint64_t queue) {
-    // What the dropped work owns may submit more work when it goes, so it goes last.
+    // Destroying dropped work may submit more work, so the dropped work is destroyed last.
     std::vector<Entry> dropped;
     for (auto& entry : entries_) {
         if (entry.queue == queue) {
@@ -177,7 +177,7 @@ bool VirtualQueues::runNext(nanoseconds until) {
     now_ = std::max(now_, entry.due);
     auto outer = std::exchange(current_, entry.label);
     entry.work();
-    entry.work = nullptr;  // what it owned goes while its queue is still the current one
+    entry.work = nullptr;  // destroyed while its queue is still the current one
     current_ = std::move(outer);
     return true;
 }

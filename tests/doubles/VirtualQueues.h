@@ -13,8 +13,8 @@
 
 namespace glintmark::doubles {
 
-/// Queues and timers on one virtual clock. Everything runs on the test's own thread, in due order
-/// and in order of submission where due times are equal, and only while the test lets it.
+/// Queues and timers on one virtual clock. All work runs on the test's thread, in due order, in
+/// order of submission if due times are equal, and only inside the calls below that let it run.
 class VirtualQueues final : public platform::DispatchQueues, public platform::Timers {
 public:
     VirtualQueues();
@@ -26,26 +26,26 @@ public:
     std::shared_ptr<platform::Timer> scheduleRepeating(std::chrono::nanoseconds interval,
                                                        std::function<void()> block) override;
 
-    /// Where fakes deliver answers that come "on any thread".
+    /// The queue on which fakes deliver answers that come "on any thread".
     DispatchQueue& background();
 
-    /// Runs what is due now, and what that submits for now. The clock stands still.
+    /// Runs work that is due now, and work that this submits for now. The clock does not move.
     void runPending();
 
-    /// Lets `duration` pass, running everything that falls due, at its time.
+    /// Lets `duration` pass. All work that becomes due runs, each at its time.
     void advance(std::chrono::nanoseconds duration);
 
-    /// Lets time pass until no queue has work left. Timers that fall due meanwhile fire.
+    /// Lets time pass until no queue has work left. Timers that become due fire.
     void runUntilIdle();
 
-    /// Since the queues were made.
+    /// The time since the queues were made.
     std::chrono::nanoseconds now() const { return now_; }
 
     /// The queue whose work is running: "main", "global", "background" or a serial queue's label.
-    /// Empty in the test's own body.
+    /// Empty in the test's body.
     const std::string& current() const { return current_; }
 
-    std::size_t pendingWork() const;       ///< Not begun yet, delayed or not; without timers.
+    std::size_t pendingWork() const;       ///< Work that has not begun, delayed or not. No timers.
     std::size_t activeTimers() const;      ///< Not invalidated.
     std::size_t liveSerialQueues() const;  ///< Not destroyed.
 

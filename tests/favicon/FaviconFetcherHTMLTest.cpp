@@ -22,7 +22,8 @@ using testing::UnorderedElementsAre;
 
 constexpr const char* pageAddress = "http://h:8080/dir/page.html";
 
-/// An entry as text: its address below the page's folder or whole, its size, and "touch" or "icon".
+/// An entry as text: its address, relative to the page's folder if it is below it, its size, and
+/// "touch" or "icon".
 std::string described(const IconEntry& entry) {
     constexpr std::string_view folder = "http://h:8080/dir/";
     std::string address = entry.url.absoluteString();
@@ -186,7 +187,7 @@ TEST(FaviconFetcherHTMLTest, ValuesOfAnyLengthAreTakenWhole) {
 }
 
 TEST(FaviconFetcherHTMLTest, TagsThatNeverEndTakeNoTime) {
-    // Tried one by one up to the end of the text these would take minutes.
+    // Trying each of them up to the end of the text would take minutes.
     EXPECT_THAT(extracted("<link rel='icon' href='a'>" + repeated("<link ", 1'000'000)),
                 ElementsAre("a 32 icon"));
 }
@@ -215,7 +216,7 @@ TEST(FaviconFetcherHTMLTest, TheFirstRuleThatAppliesResolvesAnAddress) {
     const std::pair<const char*, const char*> rows[] = {
         {"https://cdn.h/i.png", "https://cdn.h/i.png"},
         {"http://cdn.h:81/i.png", "http://cdn.h:81/i.png"},
-        {"https://cdn.h/a/../i.png", "https://cdn.h/a/../i.png"},  // by itself, so not resolved
+        {"https://cdn.h/a/../i.png", "https://cdn.h/a/../i.png"},  // absolute, so not resolved
         {"http://cdn.h/./i.png", "http://cdn.h/./i.png"},
         {"//cdn.h/a/../i.png", "https://cdn.h/a/../i.png"},
         {"//cdn.h/i.png", "https://cdn.h/i.png"},

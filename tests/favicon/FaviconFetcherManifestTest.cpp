@@ -15,11 +15,11 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr const char* pageAddress = "http://h:8080/dir/page.html";
-constexpr const char* firstPlace = "http://h/manifest.json";
-constexpr const char* secondPlace = "http://h/site.webmanifest";
-constexpr const char* thirdPlace = "http://h/manifest.webmanifest";
+constexpr const char* firstAddress = "http://h/manifest.json";
+constexpr const char* secondAddress = "http://h/site.webmanifest";
+constexpr const char* thirdAddress = "http://h/manifest.webmanifest";
 
-/// The address and the size of the chosen icon; empty for none.
+/// The address and the size of the chosen icon. Empty if there is none.
 std::string chosen(std::string_view json) {
     const auto icon = FaviconFetcher::chooseManifestIcon(json, url(pageAddress));
     return icon ? icon->url.absoluteString() + " " + std::to_string(icon->size) : "";
@@ -159,8 +159,8 @@ protected:
         return result;
     }
 
-    void answerWithIcon(const std::string& place, const std::string& icon) {
-        session().answer(place, 200, "{\"icons\": [{\"src\": \"" + icon + "\"}]}");
+    void answerWithIcon(const std::string& address, const std::string& icon) {
+        session().answer(address, 200, "{\"icons\": [{\"src\": \"" + icon + "\"}]}");
     }
 };
 
@@ -172,12 +172,12 @@ TEST_F(FaviconFetcherManifestFetchTest, AManifestIsRequestedUnderTheClientsOwnNa
         EXPECT_EQ(request.timeoutInterval, 5s);
         EXPECT_THAT(request.headers, IsEmpty());
     }
-    EXPECT_EQ(queues().now(), 15s) << "one place after the other";
+    EXPECT_EQ(queues().now(), 15s) << "one address after the other";
 }
 
 TEST_F(FaviconFetcherManifestFetchTest, TheAddressesAreAtTheRootWithoutPortAndPath) {
     EXPECT_EQ(fetched(), nullptr);
-    EXPECT_THAT(session().requestedURLs(), ElementsAre(firstPlace, secondPlace, thirdPlace));
+    EXPECT_THAT(session().requestedURLs(), ElementsAre(firstAddress, secondAddress, thirdAddress));
 }
 
 TEST_F(FaviconFetcherManifestFetchTest, APageWithoutSchemeIsProbedOverHTTPS) {
@@ -186,17 +186,17 @@ TEST_F(FaviconFetcherManifestFetchTest, APageWithoutSchemeIsProbedOverHTTPS) {
 }
 
 TEST_F(FaviconFetcherManifestFetchTest, TheFirstManifestWithAUsableIconEndsTheSearch) {
-    answerWithIcon(secondPlace, "a");
+    answerWithIcon(secondAddress, "a");
     session().answer("http://h:8080/dir/a", 200, "image 96x96");
     const auto image = fetched();
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size().width, 96);
     EXPECT_THAT(session().requestedURLs(),
-                ElementsAre(firstPlace, secondPlace, "http://h:8080/dir/a"));
+                ElementsAre(firstAddress, secondAddress, "http://h:8080/dir/a"));
 }
 
 TEST_F(FaviconFetcherManifestFetchTest, TheIconIsRequestedAsByABrowser) {
-    answerWithIcon(firstPlace, "a");
+    answerWithIcon(firstAddress, "a");
     fetched();
     const platform::URLRequest& request = session().requests().back();
     EXPECT_EQ(request.url.absoluteString(), "http://h:8080/dir/a");
@@ -219,29 +219,30 @@ TEST_F(FaviconFetcherManifestFetchTest, AnyFailureMovesOnToTheNextAddress) {
         {"maskable only",
          {R"({"icons": [{"src": "a", "purpose": "maskable"}]})", platform::URLResponse{200}, {}}},
     };
-    answerWithIcon(secondPlace, "second");
+    answerWithIcon(secondAddress, "second");
     session().answer("http://h:8080/dir/second", 200, "image 96x96");
     for (const auto& [what, result] : rows) {
-        session().answer(firstPlace, result);
+        session().answer(firstAddress, result);
         EXPECT_TRUE(fetched()) << what;
     }
     EXPECT_EQ(session().requestCount("http://h:8080/dir/first"), 0U);
-    EXPECT_EQ(session().requestCount(thirdPlace), 0U);
+    EXPECT_EQ(session().requestCount(thirdAddress), 0U);
 }
 
 TEST_F(FaviconFetcherManifestFetchTest, ATransportErrorBesideAGoodAnswerIsIgnored) {
-    session().answer(firstPlace,
+    session().answer(firstAddress,
                      {R"({"icons": [{"src": "a"}]})", platform::URLResponse{200}, "late reset"});
     session().answer("http://h:8080/dir/a", 200, "image 96x96");
     EXPECT_TRUE(fetched());
 }
 
 TEST_F(FaviconFetcherManifestFetchTest, AChosenIconThatFailsGivesNone) {
-    session().answer(firstPlace, 200, R"({"icons": [{"src": "a", "sizes": "9x9"}, {"src": "b"}]})");
+    session().answer(firstAddress, 200,
+                     R"({"icons": [{"src": "a", "sizes": "9x9"}, {"src": "b"}]})");
     session().answer("http://h:8080/dir/a", 200, "image 9x9");
-    answerWithIcon(secondPlace, "a");
+    answerWithIcon(secondAddress, "a");
     EXPECT_EQ(fetched(), nullptr);
-    EXPECT_THAT(session().requestedURLs(), ElementsAre(firstPlace, "http://h:8080/dir/b"));
+    EXPECT_THAT(session().requestedURLs(), ElementsAre(firstAddress, "http://h:8080/dir/b"));
 }
 
 }  // namespace

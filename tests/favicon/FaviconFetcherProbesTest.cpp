@@ -19,7 +19,7 @@ constexpr const char* precomposedTouchIcon = "http://h/apple-touch-icon-precompo
 
 class FaviconFetcherProbesTest : public doubles::PlatformTest {
 protected:
-    /// The width of the image that `start` completes with; 0 for none.
+    /// The width of the image that `start` completes with. 0 if there is none.
     double width(const std::function<void(FaviconFetcher::ImageCompletion)>& start) {
         double width = 0;
         int completions = 0;

@@ -88,7 +88,7 @@ protected:
         std::string queue;
     };
 
-    /// Starts a fetch; what comes of it appears in the result.
+    /// Starts a fetch. Its outcome appears in the result.
     std::shared_ptr<const Outcome> started(const std::string& link) {
         auto outcome = std::make_shared<Outcome>();
         FaviconFetcher::fetch(link, [this, outcome](const std::shared_ptr<const Image>& image) {
@@ -106,8 +106,8 @@ protected:
         return outcome->width;
     }
 
-    /// Checks that exactly the five paths' fixed addresses below `root` (scheme and host) were
-    /// requested, and `others`.
+    /// Checks that exactly these were requested: the fixed addresses of the five paths at `root`
+    /// (scheme and host), and `others`.
     void expectRequests(const std::string& page, const std::string& root, const std::string& host,
                         std::vector<std::string> others) {
         others.insert(
@@ -375,7 +375,7 @@ TEST_F(FaviconFetcherFetchTest, ImagesOfStatus203And206AreNoCandidates) {
 }
 
 TEST_F(FaviconFetcherFetchTest, AfterARedirectTheBaseIsStillTheRequestedAddress) {
-    // The session has followed the redirect; all that shows is the body of the other address.
+    // The session has followed the redirect. Only the body of the other address shows it.
     session().answer("http://h/old/page", 200, "<link rel='icon' href='i'>");
     fetched("http://h/old/page");
     expectRequests("http://h/old/page", "http://h", "h", {"http://h/old/i"});

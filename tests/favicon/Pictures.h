@@ -11,7 +11,7 @@
 
 namespace glintmark {
 
-/// A black picture, opaque at first, whose alpha is set pixel by pixel.
+/// A black picture. It begins opaque; its alpha is set pixel by pixel.
 class Picture {
 public:
     Picture(int width, int height)
@@ -49,7 +49,7 @@ private:
     std::vector<std::uint8_t> pixels_;
 };
 
-/// A candidate whose image says that it is of `size`, whatever its pixels.
+/// A candidate whose image has `size`, with a bitmap of one pixel.
 inline IconCandidate candidateOfSize(Size size, bool transparent, IconSource source) {
     const Picture pixel = Picture(1, 1).fill(transparent ? 0 : 255);
     return {std::make_shared<const Image>(

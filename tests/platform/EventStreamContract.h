@@ -18,7 +18,7 @@
 
 namespace glintmark::platform {
 
-/// Event streams under test, with folders to watch and one serial queue.
+/// Event streams under test, with a folder to watch and a serial queue.
 class EventStreamSubject {
 public:
     virtual ~EventStreamSubject() = default;
@@ -30,11 +30,11 @@ public:
     /// Makes something change directly in `folder()`.
     virtual void change() = 0;
 
-    /// Lets everything run until `condition` holds; false when it never does.
+    /// Lets everything run until `condition` holds. False if it never does.
     virtual bool runUntil(const std::function<bool()>& condition) = 0;
 };
 
-/// What every event stream does. Instantiated with a function that makes the subject.
+/// What every event stream does. The parameter makes the subject.
 class EventStreamContract
     : public testing::TestWithParam<std::unique_ptr<EventStreamSubject> (*)()> {
 protected:
@@ -60,7 +60,7 @@ protected:
         return events_;
     }
 
-    /// Runs what has been submitted to the stream's queue.
+    /// Waits until the work on the stream's queue has run.
     void drain() {
         std::atomic<bool> ran = false;
         subject().queue().async([&] { ran = true; });

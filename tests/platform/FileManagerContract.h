@@ -11,7 +11,7 @@
 
 namespace glintmark::platform {
 
-/// A file manager under test with an empty folder to play in.
+/// A file manager under test, with an empty folder.
 class FileManagerSubject {
 public:
     virtual ~FileManagerSubject() = default;
@@ -23,7 +23,7 @@ public:
     virtual void remove(const std::string& path) = 0;
 };
 
-/// What every file manager does. Instantiated with a function that makes the subject.
+/// What every file manager does. The parameter makes the subject.
 class FileManagerContract
     : public testing::TestWithParam<std::unique_ptr<FileManagerSubject> (*)()> {
 protected:

@@ -16,24 +16,24 @@
 
 namespace glintmark::platform {
 
-/// A session under test with a web to ask.
+/// A session under test, with addresses to request.
 class URLSessionSubject {
 public:
     virtual ~URLSessionSubject() = default;
 
     virtual URLSession& session() = 0;
 
-    /// An address that is answered so.
+    /// An address that answers with `status` and `body`.
     virtual std::string answering(int status, const std::string& body) = 0;
 
-    virtual std::string unreachable() = 0;  ///< An address where no one listens.
-    virtual std::string silent() = 0;       ///< An address where no one answers.
+    virtual std::string unreachable() = 0;  ///< An address where nothing listens.
+    virtual std::string silent() = 0;       ///< An address that never answers.
 
-    /// Lets the session run until `condition` holds; false when it never does.
+    /// Lets the session run until `condition` holds. False if it never does.
     virtual bool runUntil(const std::function<bool()>& condition) = 0;
 };
 
-/// What every session does. Instantiated with a function that makes the subject.
+/// What every session does. The parameter makes the subject.
 class URLSessionContract : public testing::TestWithParam<std::unique_ptr<URLSessionSubject> (*)()> {
 protected:
     struct Outcome {

@@ -10,18 +10,18 @@
 
 namespace glintmark::platform {
 
-/// Settings under test, empty at first.
+/// Settings under test. They begin empty.
 class UserDefaultsSubject {
 public:
     virtual ~UserDefaultsSubject() = default;
 
     virtual UserDefaults& defaults() = 0;
 
-    /// Makes `json`, an object's text, what an earlier run has stored.
+    /// Stores `json`, the text of an object, as an earlier run would.
     virtual void store(const std::string& json) = 0;
 };
 
-/// What all settings do. Instantiated with a function that makes the subject.
+/// What all settings do. The parameter makes the subject.
 class UserDefaultsContract
     : public testing::TestWithParam<std::unique_ptr<UserDefaultsSubject> (*)()> {
 protected:

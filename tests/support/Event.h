@@ -6,7 +6,7 @@
 
 namespace glintmark::test {
 
-/// How long a test waits for something that is sure to happen unless the test fails.
+/// How long a test waits before it fails.
 inline constexpr std::chrono::seconds patience{30};
 
 /// Something that happens once. Any thread.
@@ -18,7 +18,7 @@ public:
         changed_.notify_all();
     }
 
-    /// False when it has not happened after a generous time.
+    /// False if it has not happened after a generous time.
     bool wait() {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, patience, [this] { return isSet_; });

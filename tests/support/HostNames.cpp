@@ -12,7 +12,7 @@ namespace glintmark::test {
 namespace {
 
 std::mutex mutex;
-std::shared_ptr<Event> released;  // while names are in force; guarded by the mutex
+std::shared_ptr<Event> released;  // null if no `HostNames` exists; guarded by the mutex
 
 std::shared_ptr<Event> current() {
     const std::lock_guard lock(mutex);
@@ -38,7 +38,7 @@ void HostNames::release() {
     }
 }
 
-/// `name`, or what stands for it.
+/// `name`, or the address that replaces it.
 const char* resolvable(const char* name) {
     const std::string_view text(name == nullptr ? "" : name);
     const auto event = text.ends_with(".test") ? current() : nullptr;

@@ -4,9 +4,9 @@
 
 namespace glintmark::test {
 
-/// While this lives, every host name that ends in ".test" stands for 127.0.0.1 in this process, and
-/// looking up one that begins with "stuck." takes until `release` is called. Other names are looked
-/// up as ever. (The program's own getaddrinfo goes before the C library's.)
+/// While this exists, every host name that ends with ".test" resolves to 127.0.0.1 in this process,
+/// and a lookup of one that begins with "stuck." blocks until `release` is called. Other names are
+/// looked up as usual. (The program's getaddrinfo is called instead of the C library's.)
 class HostNames {
 public:
     HostNames();

@@ -15,6 +15,7 @@
 
 #include "tests/support/Event.h"
 #include "tests/support/LoopbackChannel.h"
+#include "tests/support/LoopbackTLS.h"
 
 namespace glintmark::test {
 
@@ -29,7 +30,7 @@ LoopbackRequest parseHead(const std::string& head, int connection) {
     std::istringstream lines(head);
     lines >> request.method >> request.target >> request.version;
     std::string line;
-    std::getline(lines, line);  // what is left of the first
+    std::getline(lines, line);  // the rest of the first line
     while (std::getline(lines, line)) {
         const std::size_t colon = line.find(':');
         if (colon == std::string::npos) {
@@ -231,7 +232,8 @@ void LoopbackServer::acceptConnections() {
 }
 
 void LoopbackServer::serve(int socket, int number) {
-    // The TLS library writes without MSG_NOSIGNAL; a client that went away is no reason to die.
+    // The TLS library writes without MSG_NOSIGNAL, and a client that has gone must not end the
+    // process.
     sigset_t pipe;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);

@@ -19,10 +19,10 @@ namespace glintmark::test {
 class LoopbackChannel;
 class LoopbackTLS;
 
-/// The head of a request as it came.
+/// The head of a request, as received.
 struct LoopbackRequest {
     std::string method;
-    std::string target;  ///< As on the request line.
+    std::string target;  ///< As in the request line.
     std::string version;
     std::vector<std::pair<std::string, std::string>> headers;  ///< In order, names as sent.
     int connection = 0;                                        ///< Counted from 0.
@@ -31,7 +31,7 @@ struct LoopbackRequest {
     std::optional<std::string> header(std::string_view name) const;
 };
 
-/// One accepted connection in the hands of a handler, which runs on the connection's own thread.
+/// One accepted connection, given to a handler. The handler runs on the connection's own thread.
 class LoopbackConnection {
 public:
     explicit LoopbackConnection(std::unique_ptr<LoopbackChannel> channel);
@@ -39,30 +39,30 @@ public:
     LoopbackConnection(const LoopbackConnection&) = delete;
     LoopbackConnection& operator=(const LoopbackConnection&) = delete;
 
-    /// Writes the bytes as they are. False once the client has gone.
+    /// Writes the bytes unchanged. False if the client has gone.
     bool send(std::string_view bytes);
 
-    /// A whole answer with its Content-Length.
+    /// Sends a whole answer with its Content-Length.
     bool answer(int status, std::string_view body,
                 const std::vector<std::pair<std::string, std::string>>& headers = {});
 
-    /// One part of a chunked body; the empty text ends the body.
+    /// Sends one part of a chunked body. An empty part ends the body.
     bool sendChunk(std::string_view bytes);
 
-    /// Up to and with the first blank line; empty when the client has gone.
+    /// Receives bytes up to and including the first blank line. Empty if the client has gone.
     std::string receiveHead();
 
-    /// Exactly that many bytes; fewer when the client has gone.
+    /// Receives exactly `count` bytes, or fewer if the client has gone.
     std::string receive(std::size_t count);
 
-    /// Says nothing until the client hangs up or the server ends.
+    /// Sends nothing until the client closes the connection or the server ends.
     void holdUntilClosed();
 
-    void reset();  ///< Breaks the connection with a TCP reset once the handler has returned.
-    void close();  ///< Ends the connection in order.
+    void reset();  ///< Ends the connection with a TCP reset after the handler has returned.
+    void close();  ///< Ends the connection properly.
     bool isOpen() const { return open_; }
 
-    std::string negotiatedProtocol() const;  ///< By ALPN; empty without.
+    std::string negotiatedProtocol() const;  ///< By ALPN. Empty without ALPN.
 
 private:
     bool receiveMore();
@@ -72,25 +72,25 @@ private:
     bool open_ = true;
 };
 
-/// An HTTP server for tests on 127.0.0.1 that does exactly what its handlers say, rule or no rule.
-/// A request of a target without a handler is answered with 404. A connection stays open for
-/// further requests until a handler or the client closes it.
+/// An HTTP server for tests on 127.0.0.1 that sends exactly what its handlers say, even against the
+/// rules of HTTP. A request for a target without a handler gets status 404. A connection stays open
+/// for further requests until a handler or the client closes it.
 class LoopbackServer {
 public:
     using Handler = std::function<void(const LoopbackRequest&, LoopbackConnection&)>;
 
     struct Options {
         std::string address = "127.0.0.1";  ///< Any address of 127.0.0.0/8.
-        bool encrypted = false;             ///< With a certificate for `address` of its own.
+        bool encrypted = false;             ///< With a self-signed certificate for `address`.
         std::vector<std::string> protocols = {"http/1.1"};  ///< By ALPN, best first.
 
-        /// Takes the place of reading requests: speaks on each connection from its start.
+        /// Called for each connection, instead of reading requests.
         std::function<void(LoopbackConnection&)> speaks = {};
     };
 
     LoopbackServer() : LoopbackServer(Options{}) {}
     explicit LoopbackServer(Options options);
-    ~LoopbackServer();  ///< Breaks off all connections and waits for the handlers.
+    ~LoopbackServer();  ///< Ends all connections and waits for the handlers.
     LoopbackServer(const LoopbackServer&) = delete;
     LoopbackServer& operator=(const LoopbackServer&) = delete;
 
@@ -101,13 +101,13 @@ public:
     std::string url(const std::string& target) const;
     std::string urlOf(const std::string& host, const std::string& target) const;
 
-    /// The server's certificate as a PEM file, for clients that are to trust it.
+    /// The server's certificate as a PEM file, for clients that should trust it.
     std::string certificateFile() const;
 
     std::vector<LoopbackRequest> requests() const;
-    bool waitForRequests(std::size_t count) const;  ///< False when they do not come.
+    bool waitForRequests(std::size_t count) const;  ///< False if they do not come.
     int acceptedConnections() const;
-    bool waitForOpenConnections(std::size_t count) const;  ///< Exactly that many.
+    bool waitForOpenConnections(std::size_t count) const;  ///< Exactly `count`.
 
 private:
     void acceptConnections();
@@ -126,7 +126,7 @@ private:
     std::map<std::string, Handler> handlers_;
     Handler otherwise_;
     std::vector<LoopbackRequest> requests_;
-    std::vector<int> sockets_;  ///< Of open connections.
+    std::vector<int> sockets_;  ///< The sockets of open connections.
     int accepted_ = 0;
     bool ending_ = false;
     std::vector<std::thread> connectionThreads_;
@@ -134,7 +134,7 @@ private:
     std::thread acceptThread_;
 };
 
-/// Handlers for the usual cases.
+/// Handlers for common cases.
 LoopbackServer::Handler answering(int status, std::string body,
                                   std::vector<std::pair<std::string, std::string>> headers = {});
 LoopbackServer::Handler redirectingTo(std::string location, int status = 302);

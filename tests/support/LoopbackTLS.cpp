@@ -1,3 +1,5 @@
+#include "tests/support/LoopbackTLS.h"
+
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -13,7 +15,6 @@
 #include <utility>
 
 #include "base/system/ReleaseWith.h"
-#include "tests/support/LoopbackChannel.h"
 
 namespace glintmark::test {
 
@@ -65,7 +66,7 @@ std::string writeToFile(X509* certificate) {
     return path;
 }
 
-/// Each name with its length before it, as ALPN writes lists (RFC 7301, section 3.1).
+/// Each name after its length, as in the lists of ALPN (RFC 7301, section 3.1).
 std::string wireList(const std::vector<std::string>& protocols) {
     std::string list;
     for (const std::string& name : protocols) {

@@ -2,7 +2,7 @@
 
 namespace glintmark::test {
 
-/// Whether this run has the rights that mounting takes. mount_namespaces(7).
+/// True if this process may make a mount namespace (mount_namespaces(7)) and mount in it.
 bool mayMount();
 
 }  // namespace glintmark::test

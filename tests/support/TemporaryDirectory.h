@@ -4,8 +4,8 @@
 
 namespace glintmark::test {
 
-/// An empty directory that goes, with all that is in it, at the end of the test. The operations
-/// take paths relative to it and fail the test when the system refuses.
+/// An empty directory that is removed, with its contents, at the end of the test. The operations
+/// take paths relative to it. They fail the test if the system refuses.
 class TemporaryDirectory {
 public:
     TemporaryDirectory();
@@ -18,12 +18,12 @@ public:
     std::string path(const std::string& name) const { return path_ + "/" + name; }
     std::string operator/(const std::string& name) const { return path(name); }
 
-    /// Writes a file, with the directories on the way to it, and returns its path.
+    /// Writes a file, makes missing parent directories, and returns its path.
     std::string write(const std::string& name, const std::string& bytes = "") const;
     void createDirectories(const std::string& name) const;
     void createLink(const std::string& target, const std::string& name) const;  ///< Symbolic.
     void move(const std::string& from, const std::string& to) const;
-    void remove(const std::string& name) const;       ///< With all below it.
+    void remove(const std::string& name) const;       ///< With its contents.
     std::string read(const std::string& name) const;  ///< The whole file.
 
 private:

@@ -19,7 +19,7 @@ public:
     void asyncAfter(std::chrono::nanoseconds /*delay*/, Work work) override { work(); }
 };
 
-/// Keeps work until it is told to run it.
+/// Keeps work until the test lets it run.
 class HeldQueue final : public DispatchQueue {
 public:
     using DispatchQueue::asyncAfter;
@@ -32,7 +32,7 @@ public:
         async(std::move(work));
     }
 
-    /// False when less has been submitted after a generous time.
+    /// Waits until `count` pieces of work are held. False if they do not come.
     bool waitFor(std::size_t count) {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, patience, [&] { return works_.size() >= count; });

@@ -35,8 +35,8 @@ BitmapImageRep flat(int width, int height, std::array<std::uint8_t, 4> colour) {
     return {width, height, colour[3] != 255, std::move(pixels)};
 }
 
-// The definition, written down without any regard for speed: the cubic with parameters B and C in
-// its published form, each weight of each direction computed on its own, in long double.
+// The definition, written without regard for speed: the cubic with parameters B and C in its
+// published form, and each weight of each direction computed separately, in long double.
 long double kernel(long double distance) {
     const long double b = 1.0L / 3;
     const long double c = 1.0L / 3;
@@ -104,7 +104,7 @@ std::array<long double, 4> referencePixel(const BitmapImageRep& source, int x, i
     return sum;
 }
 
-/// Both ends of a row or column and a good many places between them.
+/// Both ends of a row or column, and places between them.
 std::vector<int> places(int size) {
     std::vector<int> found;
     for (int i = 0; i < size; ++i) {
@@ -115,43 +115,43 @@ std::vector<int> places(int size) {
     return found;
 }
 
-/// The greatest difference from the reference in any channel, over a lattice of pixels that
-/// includes all four borders. A pixel of alpha 0 has no colour to compare.
-long double greatestError(const BitmapImageRep& source, int width, int height) {
+/// The largest difference from the reference in any channel, over a lattice of pixels that includes
+/// all four borders. A pixel of alpha 0 has no colour to compare.
+long double maximumError(const BitmapImageRep& source, int width, int height) {
     const BitmapImageRep result = scaled(source, width, height);
-    long double greatest = 0;
+    long double maximum = 0;
     for (const int y : places(height)) {
         for (const int x : places(width)) {
             const auto expected = referencePixel(source, x, y, width, height);
             const std::uint8_t* pixel = &result.pixels()[offset(result, x, y)];
-            greatest = std::max(greatest, std::abs(expected[3] - pixel[3]));
+            maximum = std::max(maximum, std::abs(expected[3] - pixel[3]));
             if (pixel[3] == 0) {
                 continue;
             }
             for (std::size_t c = 0; c < 3; ++c) {
-                greatest = std::max(greatest, std::abs(expected[c] - pixel[c]));
+                maximum = std::max(maximum, std::abs(expected[c] - pixel[c]));
             }
         }
     }
-    return greatest;
+    return maximum;
 }
 
 TEST(ImageScalingTest, EnlargingFollowsTheDefinition) {
-    EXPECT_LE(greatestError(noise(16, 16, 1), 512, 512), 1);
+    EXPECT_LE(maximumError(noise(16, 16, 1), 512, 512), 1);
 }
 
 TEST(ImageScalingTest, ShrinkingFollowsTheDefinition) {
-    EXPECT_LE(greatestError(noise(1024, 1024, 2), 512, 512), 1);
+    EXPECT_LE(maximumError(noise(1024, 1024, 2), 512, 512), 1);
 }
 
 TEST(ImageScalingTest, SqueezingOneDirectionFollowsTheDefinition) {
-    EXPECT_LE(greatestError(noise(1024, 512, 3), 512, 512), 1);
+    EXPECT_LE(maximumError(noise(1024, 512, 3), 512, 512), 1);
 }
 
 TEST(ImageScalingTest, OddProportionsFollowTheDefinition) {
-    EXPECT_LE(greatestError(noise(37, 700, 4), 512, 512), 1);
-    EXPECT_LE(greatestError(noise(1, 3, 5), 512, 512), 1);
-    EXPECT_LE(greatestError(noise(300, 200, 6), 7, 1), 1);
+    EXPECT_LE(maximumError(noise(37, 700, 4), 512, 512), 1);
+    EXPECT_LE(maximumError(noise(1, 3, 5), 512, 512), 1);
+    EXPECT_LE(maximumError(noise(300, 200, 6), 7, 1), 1);
 }
 
 TEST(ImageScalingTest, AFlatColourStaysExactlyTheSame) {

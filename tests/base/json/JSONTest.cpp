@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::string_literals;
 
-/// The string under "k" of the object that `bytes` hold.
+/// The string at "k" in the object that is `bytes`.
 std::optional<std::string> stringUnderK(std::string_view bytes) {
     const auto json = JSON::parse(bytes);
     const auto* member = json ? json->member("k") : nullptr;

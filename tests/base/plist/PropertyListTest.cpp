@@ -13,7 +13,7 @@ namespace {
 using namespace std::string_literals;
 using test::repeated;
 
-/// The string under `key` of the root dictionary. Absent also when there is no such tree.
+/// The string at `key` in the root dictionary. Absent also if there is no such dictionary.
 std::optional<std::string> stringUnder(std::string_view key, std::string_view bytes) {
     const auto list = PropertyList::parse(bytes);
     const auto* entries = list ? list->dictionary() : nullptr;
@@ -143,7 +143,7 @@ TEST(PropertyListXMLTest, TheRootElementMayBeMissing) {
 
 TEST(PropertyListXMLTest, AnythingAfterTheRootElementIsIgnored) {
     const auto list = xml("<dict><key>k</key><string>a</string></dict>");
-    EXPECT_EQ(stringUnder("k", list + "behind"), "a");
+    EXPECT_EQ(stringUnder("k", list + "more"), "a");
     EXPECT_EQ(stringUnder("k", list + "\0\0"s), "a");
     EXPECT_EQ(stringUnder("k", list + "<dict>"), "a");
 }
@@ -215,7 +215,7 @@ TEST(PropertyListXMLTest, RefusesATreeThatWouldFillTheMemory) {
 
 // Binary
 
-/// A binary property list of these objects, the first of them the root, with offsets of 4 bytes.
+/// A binary property list of `objects`, with offsets of 4 bytes. The first object is the root.
 std::string binary(const std::vector<std::string>& objects, std::size_t referenceBytes = 1) {
     const auto bigEndian = [](std::size_t number, std::size_t size) {
         std::string bytes(size, '\0');
@@ -317,9 +317,9 @@ TEST(PropertyListBinaryTest, RefusesTrailersThatDoNotFit) {
     for (std::size_t between : {1U, 4U}) {
         auto bytes = whole;
         bytes.insert(bytes.size() - 32, between, '\0');
-        EXPECT_FALSE(PropertyList::parse(bytes)) << between << " bytes behind the table";
+        EXPECT_FALSE(PropertyList::parse(bytes)) << between << " bytes after the table";
     }
-    EXPECT_FALSE(PropertyList::parse(whole + "\n")) << "a byte behind the trailer";
+    EXPECT_FALSE(PropertyList::parse(whole + "\n")) << "a byte after the trailer";
     for (std::size_t size = 7; size < whole.size(); ++size) {
         EXPECT_FALSE(PropertyList::parse(whole.substr(0, size))) << size;
     }

@@ -104,7 +104,7 @@ TEST(RegularExpressionTest, GivesUpOnATextThatGrowsBeyondItsBudget) {
     const std::string text(5000, 'x');
     EXPECT_THAT(expression.matches(text), IsEmpty());
     EXPECT_FALSE(expression.firstMatch(text));
-    EXPECT_TRUE(expression.firstMatch("xxy")) << "the next text is searched as ever";
+    EXPECT_TRUE(expression.firstMatch("xxy")) << "the next text is searched as usual";
 }
 
 TEST(RegularExpressionTest, GivesUpOnATextThatNeedsTooMuchMemory) {

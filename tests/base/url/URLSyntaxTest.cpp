@@ -13,7 +13,7 @@
 namespace glintmark {
 namespace {
 
-/// The same things as an independent implementation of RFC 3986 sees them.
+/// A text as an independent implementation of RFC 3986 reads it.
 class Reference {
 public:
     explicit Reference(const std::string& text) {
@@ -47,8 +47,8 @@ public:
         uriToStringA(result.data(), &target, length + 1, nullptr);
         result.pop_back();
         uriFreeUriMembersA(&target);
-        // A path that begins with two slashes gets a dot segment in front, which it needs only
-        // where no authority stands before it.
+        // The library puts a dot segment before a path that begins with two slashes. The path needs
+        // it only without an authority.
         const auto path = result.find_first_of("/?#", std::string_view("http://").size());
         if (path != std::string::npos && result.compare(path, 4, "/.//") == 0) {
             result.erase(path, 2);
@@ -123,7 +123,7 @@ TEST(URLSyntaxTest, ResolvesAsAnIndependentParserDoes) {
         const auto compare = [&](const std::string& text) {
             SCOPED_TRACE(testing::Message() << base << " " << text);
             const Reference reference(text);
-            // A text with a scheme of its own may have neither.
+            // Skips texts with another scheme, whose result may have no authority.
             const auto resolved = URL::parse(text, url);
             if (resolved && resolved->absoluteString().starts_with("http://")) {
                 EXPECT_EQ(resolved->absoluteString(), reference.resolved(referenceBase));

@@ -37,7 +37,7 @@ TEST(URLTest, FollowsTheGrammarOfEachComponent) {
         {"x+-.1:", true},
         {"1x:a", false},       // a scheme begins with a letter
         {":a", false},         // and is not empty
-        {"a/b:c", true},       // a colon behind the first segment
+        {"a/b:c", true},       // a colon after the first segment
         {"//", true},          // an empty authority
         {"//@", true},         // an empty user before an empty host
         {"//u:p:q@h:", true},  // an empty port
@@ -142,7 +142,7 @@ TEST(URLTest, ResolvesReferencesAgainstABase) {
         {"x:a", "../c", "x:c"},
         {"x:/a", "..//b", "x:/.//b"},  // still a path and no authority
         {"x:", ".", "x:"},
-        // Without a scheme: as far as it goes
+        // Without a scheme
         {"//h/a/b", "c", "//h/a/c"},
         {"www.h/a", "c", "www.h/c"},
         {"a", "./c:d", "./c:d"},  // still a path and no scheme

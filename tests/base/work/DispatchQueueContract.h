@@ -17,7 +17,7 @@
 
 namespace glintmark {
 
-/// A queue under test that runs one piece of work at a time.
+/// A serial queue under test.
 class DispatchQueueSubject {
 public:
     virtual ~DispatchQueueSubject() = default;
@@ -25,15 +25,14 @@ public:
     virtual DispatchQueue& queue() = 0;
     virtual void destroyQueue() = 0;
 
-    /// On the clock that measures delays.
+    /// The time on the clock that measures delays.
     virtual std::chrono::nanoseconds now() = 0;
 
-    /// Lets the queue run until `condition` holds; false when it never does.
+    /// Lets the queue run until `condition` holds. False if it never does.
     virtual bool runUntil(const std::function<bool()>& condition) = 0;
 };
 
-/// What every serial queue does, the main queue included. Instantiated with a function that makes
-/// the subject.
+/// What every serial queue does, the main queue included. The parameter makes the subject.
 class DispatchQueueContract
     : public testing::TestWithParam<std::unique_ptr<DispatchQueueSubject> (*)()> {
 protected:
@@ -59,7 +58,8 @@ protected:
 private:
     std::mutex mutex_;
     std::vector<std::string> notes_;
-    std::unique_ptr<DispatchQueueSubject> subject_ = GetParam()();  // its work ends first
+    // Declared last: its destruction ends its work, which uses the members above.
+    std::unique_ptr<DispatchQueueSubject> subject_ = GetParam()();
 };
 
 TEST_P(DispatchQueueContract, WorkRunsInOrderOfSubmission) {

@@ -66,7 +66,7 @@ TEST(DispatchWorkItemTest, RunsAtMostOnceWhicheverThreadComesFirst) {
     }
 }
 
-/// Keeps delayed work until it is asked to run it.
+/// Keeps work for the test to run.
 class HoldingQueue : public DispatchQueue {
 public:
     void async(Work work) override { held.emplace_back(0ns, std::move(work)); }

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/LoopbackChannel.h"
+
+namespace glintmark::test {
+
+/// The server's side of TLS, with a fresh key and a self-signed certificate.
+class LoopbackTLS {
+public:
+    LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols);
+    ~LoopbackTLS();
+    LoopbackTLS(const LoopbackTLS&) = delete;
+    LoopbackTLS& operator=(const LoopbackTLS&) = delete;
+
+    /// Does the handshake. Null if the client aborts it.
+    std::unique_ptr<LoopbackChannel> accept(int socket);
+
+    const std::string& certificateFile() const { return certificateFile_; }
+
+private:
+    struct State;
+
+    std::unique_ptr<State> state_;
+    std::string certificateFile_;
+};
+
+}  // namespace glintmark::test
