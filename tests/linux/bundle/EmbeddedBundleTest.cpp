@@ -5,13 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <string_view>
 
 #include "linux/bundle/EmbeddedBundle.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 namespace {
@@ -105,8 +104,7 @@ std::set<std::string> keysInSources() {
     const std::regex lookup(R"re(\bL\("([^"]+)"\))re");
     for (const auto& entry :
          std::filesystem::directory_iterator(GLINTMARK_TEST_DATA "/../../app")) {
-        std::ifstream file(entry.path());
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        const std::string text = test::wholeFile(entry.path());
         for (std::sregex_iterator at(text.begin(), text.end(), lookup), end; at != end; ++at) {
             found.insert((*at)[1]);
         }
