@@ -113,7 +113,7 @@ private:
         for (const Figure& figure : figures_) {
             std::fprintf(file,
                          "%s\n {\"what\": \"%s\", \"of\": \"%s\", \"at\": \"%s\", \"value\": %.6g, "
-                         "\"unit\": \"%s\", \"most\": ",
+                         "\"unit\": \"%s\", \"maximum\": ",
                          separator, figure.what.c_str(), figure.of.c_str(), figure.at.c_str(),
                          figure.value, figure.unit.c_str());
             std::fprintf(file, figure.maximum == noLimit ? "null}" : "%g}", figure.maximum);

@@ -18,7 +18,7 @@ ANSWER_AFTER = 0.010  # seconds
 SLOW = 1.0
 HUGE = 1_000_000  # bytes
 VECTOR_WIDTH = 512  # a drawing fits any size
-MOST_REDIRECTS = 5
+MAXIMUM_REDIRECTS = 5
 TYPES = {
     "png": "image/png",
     "ico": "image/x-icon",
@@ -349,7 +349,7 @@ def site_server(all_sites):
 
 def width_of(server, address):
     """The width of the picture at an address; 0 if there is none."""
-    for _ in range(MOST_REDIRECTS):
+    for _ in range(MAXIMUM_REDIRECTS):
         answer = server.answer_for(address or "")
         location = dict(answer.headers).get("Location")
         if location is None:

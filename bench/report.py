@@ -70,8 +70,10 @@ def subjects_of(figures):
     return sorted(names, key=lambda name: name != OWN)  # our program first
 
 
-def most_of(row):
-    return next((figure["most"] for figure in row.values() if figure["most"] is not None), None)
+def maximum_of(row):
+    return next(
+        (figure["maximum"] for figure in row.values() if figure["maximum"] is not None), None
+    )
 
 
 # ---- tables -------------------------------------------------------------------------------------
@@ -91,12 +93,12 @@ def table(figures):
     lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
     for (at, what, unit), row in rows_of(figures).items():
         cells = [shown(row[name]["value"]) if name in row else "" for name in subjects]
-        most = most_of(row)
-        limited = [figure for figure in row.values() if figure["most"] is not None]
-        if any(figure["value"] > most for figure in limited):
+        maximum = maximum_of(row)
+        limited = [figure for figure in row.values() if figure["maximum"] is not None]
+        if any(figure["value"] > maximum for figure in limited):
             cells[0] = f"**{cells[0]}**"
         name = f"{what} ({unit})" if unit else what
-        limit = shown(most) if most is not None else ""
+        limit = shown(maximum) if maximum is not None else ""
         case = [html.escape(at)] if has_cases else []
         lines.append("| " + " | ".join([*case, html.escape(name), *cells, limit]) + " |")
     return lines
@@ -110,7 +112,7 @@ def divisor(question, row):
     if not question.beside:
         return 1
     if question.beside == "limit":
-        return most_of(row)
+        return maximum_of(row)
     reference = row.get(question.beside)
     return reference["value"] if reference and reference["value"] > 0 else None
 
@@ -147,7 +149,7 @@ def line_of(question, figures):
     if question.beside:
         return 1, question.beside
     limits = {
-        most_of(row)
+        maximum_of(row)
         for (_, what, _), row in rows_of(figures).items()
         if re.fullmatch(question.what, what)
     } - {None}

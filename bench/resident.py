@@ -21,10 +21,10 @@ from tests.harness.waiting import wait_for
 
 STARTS = 15
 
-MOST_MEGABYTES = 11.0
-MOST_PRIVATE_MEGABYTES = 8.0
-MOST_WAKE_UPS = 26  # a minute
-MOST_START = 0.040  # seconds, median
+MAXIMUM_MEGABYTES = 11.0
+MAXIMUM_PRIVATE_MEGABYTES = 8.0
+MAXIMUM_WAKE_UPS = 26  # a minute
+MAXIMUM_START = 0.040  # seconds, median
 
 
 def time_of_start(session, executable, number):
@@ -50,7 +50,7 @@ def time_of_start(session, executable, number):
 
 def measure_starts(session, executable, count, figures):
     starts = [time_of_start(session, executable, number) for number in range(count)]
-    figures.add("start to registered item, median", statistics.median(starts), "s", MOST_START)
+    figures.add("start to registered item, median", statistics.median(starts), "s", MAXIMUM_START)
     figures.add("start to registered item, least", min(starts), "s")
 
 
@@ -63,7 +63,7 @@ def measure_memory(pid, when, figures, limits=(None, None)):
 def measure_rest(pid, seconds, figures):
     before, used = wake_ups(pid), processor_seconds(pid)
     time.sleep(seconds)
-    figures.add("wake-ups a minute", (wake_ups(pid) - before) * 60 / seconds, "", MOST_WAKE_UPS)
+    figures.add("wake-ups a minute", (wake_ups(pid) - before) * 60 / seconds, "", MAXIMUM_WAKE_UPS)
     figures.add("processor time a minute", (processor_seconds(pid) - used) * 60 / seconds, "s")
 
 
@@ -79,7 +79,9 @@ def main():
         measure_memory(pid, "before a fetch", figures)
         fetch_one_icon(session, program)
         time.sleep(1 if arguments.smoke else SETTLED_AFTER)
-        measure_memory(pid, "after a fetch", figures, (MOST_MEGABYTES, MOST_PRIVATE_MEGABYTES))
+        measure_memory(
+            pid, "after a fetch", figures, (MAXIMUM_MEGABYTES, MAXIMUM_PRIVATE_MEGABYTES)
+        )
         measure_rest(pid, arguments.rest, figures)
     return figures.finish(arguments)
 

@@ -40,16 +40,16 @@ from tests.harness.web_server import NEVER, Answer, WebServer
 
 SERVICE = "http://service.example"
 ANSWER_AFTER = 0.050  # seconds
-LONGEST_CHAIN = 3  # answers that wait for each other: the manifests that are tried
+MAXIMUM_CHAIN = 3  # answers that wait for each other: the manifests that are tried
 FIXED_DELAYS = 2.0  # seconds from the file to its fetch
 LINKS_ALONE = 9
-MOST_ADDED = 0.030
+MAXIMUM_ADDED = 0.030
 CALL_INTERVAL = 0.010
 SAMPLE_INTERVAL = 0.5
-MOST_SECONDS = 300
-MOST_SECONDS_SILENT = 1800
-MOST_HELD = 0.050
-MOST_MEGABYTES = 300
+MAXIMUM_SECONDS = 300
+MAXIMUM_SECONDS_SILENT = 1800
+MAXIMUM_HELD = 0.050
+MAXIMUM_MEGABYTES = 300
 
 ITEM = "/StatusNotifierItem"
 DONE = re.compile(rf"^(?:{ICON_SET}|{NO_ICON})(.*)$", re.M)
@@ -201,9 +201,9 @@ def measure_alone(executable, links, server, figures):
             write_link(session.downloads / f"{number}.webloc", f"http://site-{number}.example/")
             while len(DONE.findall(session.log("glintmark"))) <= number:
                 time.sleep(0.001)
-            added.append(time.monotonic() - begin - FIXED_DELAYS - LONGEST_CHAIN * ANSWER_AFTER)
+            added.append(time.monotonic() - begin - FIXED_DELAYS - MAXIMUM_CHAIN * ANSWER_AFTER)
     median = statistics.median(added)
-    figures.add("added by the program, median", median, "s", MOST_ADDED, at="a link alone")
+    figures.add("added by the program, median", median, "s", MAXIMUM_ADDED, at="a link alone")
 
 
 def measure(executable, held_time_library, count, server, silent, figures):
@@ -221,8 +221,8 @@ def measure(executable, held_time_library, count, server, silent, figures):
         for number in range(count):
             (beside / f"{number}.webloc").rename(session.downloads / f"{number}.webloc")
         ended, memory = [], 0
-        most_seconds = MOST_SECONDS_SILENT if silent else MOST_SECONDS
-        while len(ended) < count and time.monotonic() - begin < 2 * most_seconds:
+        maximum_seconds = MAXIMUM_SECONDS_SILENT if silent else MAXIMUM_SECONDS
+        while len(ended) < count and time.monotonic() - begin < 2 * maximum_seconds:
             time.sleep(SAMPLE_INTERVAL)
             memory = max(memory, tree_megabytes(program.process.pid))
             ended = DONE.findall(session.log("glintmark"))
@@ -235,11 +235,11 @@ def measure(executable, held_time_library, count, server, silent, figures):
         add = functools.partial(figures.add, at=f"{count:,} links" if count > 1 else "1 link")
         failed = sum(path.startswith("http") for path in applied)
         once = sum(times == 1 for times in applied.values())
-        add("all done after", seconds, "s", most_seconds)
+        add("all done after", seconds, "s", maximum_seconds)
         add("without exactly one end", count - once, "", 0)
         add("failed", failed, "", count if silent else 0)
-        add("process tree, most", memory, "MB", MOST_MEGABYTES)
-        add("main thread held, longest", by_itself, "s", MOST_HELD)
+        add("process tree, most", memory, "MB", MAXIMUM_MEGABYTES)
+        add("main thread held, longest", by_itself, "s", MAXIMUM_HELD)
         add("main thread held too long", too_long, "times")
         add("with waits for a processor", longest, "s")
         add("a call's wait, median", statistics.median(waits), "s")

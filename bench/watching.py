@@ -40,10 +40,10 @@ SETTLED_SECONDS = 1.0  # the set-up ends when no processor time is used for so l
 
 SPARE_WATCHES = 1000  # for what else runs
 
-MOST_MEGABYTES = 10.0
-MOST_LATENCY = 0.005  # seconds beyond the fixed delays, median
-MOST_WAKE_UPS = 26  # a minute
-MOST_MAIN_THREAD = 0.002  # seconds of the main thread for a poll
+MAXIMUM_MEGABYTES = 10.0
+MAXIMUM_LATENCY = 0.005  # seconds beyond the fixed delays, median
+MAXIMUM_WAKE_UPS = 26  # a minute
+MAXIMUM_MAIN_THREAD = 0.002  # seconds of the main thread for a poll
 
 STREAM_THREAD = "event-stream"
 QUEUE_THREAD = "com.quorvel.Gli"
@@ -107,7 +107,7 @@ def measure_tree(program, directories, rest, figures):
     begin = time.monotonic()
     program.start()
     pid = program.process.pid
-    measure_set_up(pid, begin, "glintmark", at, figures, MOST_MEGABYTES)
+    measure_set_up(pid, begin, "glintmark", at, figures, MAXIMUM_MEGABYTES)
     figures.add("directories not watched", max(0, directories - watches_of(pid)), "", 0, at=at)
     measure_rest(pid, rest, at, figures)
     program.end()
@@ -115,12 +115,12 @@ def measure_tree(program, directories, rest, figures):
         measure_peer(peer, program, at, figures)
 
 
-def measure_set_up(pid, begin, name, at, figures, most_megabytes=None):
+def measure_set_up(pid, begin, name, at, figures, maximum_megabytes=None):
     seconds = wait_until_settled(pid, begin)
     figures.add("set-up, processor time", processor_seconds(pid), "s", of=name, at=at)
     figures.add("set-up, time", seconds, "s", of=name, at=at)
     proportional, private = memory_megabytes(pid)
-    figures.add("PSS", proportional, "MB", most_megabytes, of=name, at=at)
+    figures.add("PSS", proportional, "MB", maximum_megabytes, of=name, at=at)
     figures.add("private memory", private, "MB", of=name, at=at)
 
 
@@ -130,7 +130,7 @@ def measure_rest(pid, seconds, at, figures):
     woken = (wake_ups(pid) - before[0]) * 60 / seconds
     stream_woken = wake_ups(pid, STREAM_THREAD) - before[1]
     used = (processor_seconds(pid) - before[2]) * 60 / seconds * 1000
-    figures.add("wake-ups at rest", woken, "a minute", MOST_WAKE_UPS, at=at)
+    figures.add("wake-ups at rest", woken, "a minute", MAXIMUM_WAKE_UPS, at=at)
     figures.add("wake-ups of the stream's thread", stream_woken, "", 0, at=at)
     figures.add("processor time at rest", used, "ms a minute", at=at)
 
@@ -203,8 +203,8 @@ def measure_latency(options, figures):
             late.append(program.reports()[-1][0] - made - sum(FIXED_DELAYS))
             sleeper.join()
         bare = statistics.median(sleeps)
-        median, most = statistics.median(late) * 1000, (MOST_LATENCY + bare) * 1000
-        figures.add("latency beyond the fixed delays, median", median, "ms", most)
+        median, maximum = statistics.median(late) * 1000, (MAXIMUM_LATENCY + bare) * 1000
+        figures.add("latency beyond the fixed delays, median", median, "ms", maximum)
         figures.add("lateness of bare sleeps, median", bare * 1000, "ms")
         figures.add("latency beyond the fixed delays, worst", max(late) * 1000, "ms")
 
@@ -247,7 +247,7 @@ def measure_poll(options, figures):
         queue = (processor_seconds(pid, QUEUE_THREAD) - before[0]) / polls * 1000
         main = (main_thread_seconds(pid) - before[1]) / polls * 1000
         figures.add("poll of a large folder, watcher's queue", queue, "ms")
-        figures.add("poll of a large folder, main thread", main, "ms", MOST_MAIN_THREAD * 1000)
+        figures.add("poll of a large folder, main thread", main, "ms", MAXIMUM_MAIN_THREAD * 1000)
 
 
 MEASUREMENTS = {

@@ -20,7 +20,7 @@ from tests.harness.waiting import wait_for
 from tests.harness.web_server import ANY_PATH, NEVER, Answer, SiteServer
 
 STARTS = 20
-LONGEST_START = 0.15  # seconds
+MAXIMUM_START = 0.15  # seconds
 
 
 class EndingProgram(FaultyProgram):
@@ -39,7 +39,7 @@ def at_the_start(options):
     with EndingProgram(options) as program:
         for number in range(STARTS):
             process = program.spawn()
-            until = time.monotonic() + moments.uniform(0, LONGEST_START)
+            until = time.monotonic() + moments.uniform(0, MAXIMUM_START)
             wait_for(lambda: time.monotonic() > until, "the moment")
             begin = time.monotonic()
             process.terminate()

@@ -10,7 +10,7 @@ HEADER = struct.Struct("=Ii")  # the layout in Faults.cpp
 ORDER = struct.Struct("=24s96siIII")
 ERROR = struct.Struct("=i")
 BEFORE_ERROR = 24 + 96
-MOST_ORDERS = 128
+MAXIMUM_ORDERS = 128
 
 ALWAYS = 2**32 - 1
 HANG = -1
@@ -22,7 +22,7 @@ class Faults:
     def __init__(self, folder, library):
         self._library = pathlib.Path(library).resolve()
         self._path = pathlib.Path(folder) / "faults"
-        self._path.write_bytes(bytes(HEADER.size + MOST_ORDERS * ORDER.size))
+        self._path.write_bytes(bytes(HEADER.size + MAXIMUM_ORDERS * ORDER.size))
         with open(self._path, "r+b") as file:
             self._memory = mmap.mmap(file.fileno(), 0)
         self._count = 0

@@ -8,7 +8,7 @@ from tests.harness.steps import check
 from tests.harness.waiting import DEADLINE, TimedOut
 
 AT_ONCE = 8  # programs
-FEW_CALLS, MOST_CALLS = 2, 12  # of one function
+FEW_CALLS, MAXIMUM_CALLS = 2, 12  # of one function
 PATIENCE = 6.0  # seconds until another change is made
 STREAM_RUNS = "Glintmark: ファイル監視開始（バックグラウンドキュー）"
 LISTING = ("open", "getdents64")
@@ -99,7 +99,7 @@ def each_call_fails(options):
     faults = [
         (function, number)
         for function, count in calls.items()
-        for number in range(1, min(count, MOST_CALLS if options.full else FEW_CALLS) + 1)
+        for number in range(1, min(count, MAXIMUM_CALLS if options.full else FEW_CALLS) + 1)
     ]
     with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
         jobs = [pool.submit(check_fault, options, *fault) for fault in faults]

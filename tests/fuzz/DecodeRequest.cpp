@@ -16,7 +16,7 @@ using namespace decoder;
 
 namespace {
 
-constexpr std::size_t mostDescriptors = 8;
+constexpr std::size_t maximumDescriptors = 8;
 
 /// Both ends of a decoder's socket.
 struct Channel {
@@ -39,7 +39,7 @@ void sendMessage(int socket, std::span<const std::uint8_t> bytes, std::size_t de
     msghdr message{};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(mostDescriptors * sizeof(int))> control{};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(maximumDescriptors * sizeof(int))> control{};
     const std::vector<int> numbers(descriptors, socket);
     if (descriptors > 0) {
         message.msg_control = control.data();
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) {
         return 0;
     }
-    const std::size_t descriptors = data[0] % (mostDescriptors + 1);
+    const std::size_t descriptors = data[0] % (maximumDescriptors + 1);
     const std::span message(data + 1, size - 1);
     const int next = nextDescriptor();
     sendMessage(channel.program.get(), message, descriptors);

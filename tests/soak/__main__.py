@@ -41,9 +41,9 @@ OVERDUE = 150.0  # every fetch takes less, even from silent sites, unless the ma
 LAST_ANSWERS = 900.0  # a link without an end by then is lost
 REST = 40.0  # the decoder and the HTTP client's thread have ended by then
 
-MOST_GROWTH = 10.0  # MB
-MOST_NEW_DESCRIPTORS = 0
-MOST_NEW_THREADS = 0
+MAXIMUM_GROWTH = 10.0  # MB
+MAXIMUM_NEW_DESCRIPTORS = 0
+MAXIMUM_NEW_THREADS = 0
 
 SERVICES = {"panel": "xfce4-panel", "notifications": "xfce4-notifyd", "bus": "dbus-daemon"}
 COLUMNS = ("seconds", "PSS", "private memory", "descriptors", "threads", "unfinished", "overdue")
@@ -278,10 +278,10 @@ def grow(life, services, samples, ends, program, minutes, figures):
     last, open_at_last = rested(samples, ends, program)
     for name, count in (open_at_last - open_at_first).items():
         print(f"opened {count} more: {name}")
-    figures.add("growth of PSS", last[1] - first[1], "MB", MOST_GROWTH)
-    figures.add("growth of private memory", last[2] - first[2], "MB", MOST_GROWTH)
-    figures.add("new descriptors", last[3] - first[3], "", MOST_NEW_DESCRIPTORS)
-    figures.add("new threads", last[4] - first[4], "", MOST_NEW_THREADS)
+    figures.add("growth of PSS", last[1] - first[1], "MB", MAXIMUM_GROWTH)
+    figures.add("growth of private memory", last[2] - first[2], "MB", MAXIMUM_GROWTH)
+    figures.add("new descriptors", last[3] - first[3], "", MAXIMUM_NEW_DESCRIPTORS)
+    figures.add("new threads", last[4] - first[4], "", MAXIMUM_NEW_THREADS)
 
 
 def main():

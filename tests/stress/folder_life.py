@@ -23,8 +23,8 @@ NAMES = [
 # Similar to the ending of a link file.
 OTHER_ENDINGS = [b".WEBLOC", b".Webloc", b".webloc.part", b".webloc~", b".weblo", b"webloc", b""]
 
-MOST_DIRECTORIES = 60
-LONGEST_PATH = 2000  # half of PATH_MAX, since trees are moved below trees
+MAXIMUM_DIRECTORIES = 60
+MAXIMUM_PATH = 2000  # half of PATH_MAX, since trees are moved below trees
 
 
 class FolderLife:
@@ -232,8 +232,8 @@ class FolderLife:
         directory = self._pick(self._directories())
         if (
             directory is None
-            or len(self._directories()) > MOST_DIRECTORIES
-            or len(directory) > LONGEST_PATH
+            or len(self._directories()) > MAXIMUM_DIRECTORIES
+            or len(directory) > MAXIMUM_PATH
         ):
             return
         top = os.path.join(directory, self._name())
@@ -251,7 +251,7 @@ class FolderLife:
         if source is None or (directory + b"/").startswith(source + b"/"):
             return
         target = os.path.join(directory, self._name())
-        if len(target) < LONGEST_PATH and not os.path.lexists(target):
+        if len(target) < MAXIMUM_PATH and not os.path.lexists(target):
             self._note_scan(os.path.dirname(source))
             os.rename(source, target)
             self._note_change(directory)
@@ -263,7 +263,7 @@ class FolderLife:
         if directory is None:
             return
         target = os.path.join(directory, self._name())
-        if os.path.lexists(target) or len(self._directories()) > MOST_DIRECTORIES:
+        if os.path.lexists(target) or len(self._directories()) > MAXIMUM_DIRECTORIES:
             return
         kept = sorted(os.listdir(self._outside))
         if kept and self._random.random() < 0.7:

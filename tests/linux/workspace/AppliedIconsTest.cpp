@@ -1,11 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <filesystem>
 
 #include "linux/workspace/AppliedIcons.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace glintmark::platform {
@@ -65,33 +64,14 @@ TEST(AppliedIconsTest, AListThatCannotBeReadIsAbsentAndNotRewritten) {
     EXPECT_TRUE(std::filesystem::is_directory(folder / "glintmark/applied"));
 }
 
-/// Limits the size of files while it lives, as a disk that is almost full does.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit little{bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &little);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    void (*handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit before_{};
-};
-
 TEST(AppliedIconsTest, ALineThatDoesNotFitOnTheDiskDoesNotSpoilTheNext) {
     const test::TemporaryDirectory folder;
     folder.write("glintmark/applied", "");
     AppliedIcons applied(folder.path());
     applied.add({nameA, "/one.webloc"});
     {
-        const FileSizeLimit almostFull(folder.read("glintmark/applied").size() + nameA.size() + 20);
+        const test::FileSizeLimit almostFull(folder.read("glintmark/applied").size() +
+                                             nameA.size() + 20);
         applied.add({nameA, "/does/not/fit.webloc"});
     }
     applied.add({nameB, "/three.webloc"});
