@@ -9,7 +9,7 @@
 
 namespace glintmark {
 
-/// Each place keeps it alive, so it can outlive the gate.
+/// Every place holds a reference, so the state can outlive the gate.
 struct AdmissionGate::State : std::enable_shared_from_this<AdmissionGate::State> {
     explicit State(std::size_t places) : free(places) {}
 

@@ -20,8 +20,8 @@ namespace {
 
 constexpr const char* extraFoldersKey = "extraFolders";
 
-// Limits the images in memory when thousands of links come at once. Large enough to keep all
-// connections of the HTTP client busy while many sites do not answer.
+// Limits the number of images in memory when thousands of links arrive at once. Large enough to
+// keep all connections of the HTTP client busy while many sites do not answer.
 constexpr std::size_t maximumFetches = 128;
 
 void requestAuthorization() {

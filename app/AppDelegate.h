@@ -27,14 +27,15 @@ class PreparedIcon;
 /// menu, and turns each reported file into an icon and a notification.
 ///
 /// Exactly one exists, made by `std::make_shared`. Main thread only, except `processWeblocFile`.
-/// Every operation is virtual and is always called as such. The sources are split by concern:
-/// AppDelegate.cpp (launch, folder list), AppDelegateMenu.cpp, AppDelegatePipeline.cpp.
+/// All public operations are virtual, and the class itself calls them virtually. The sources are
+/// split by concern: AppDelegate.cpp (launch, folder list), AppDelegateMenu.cpp,
+/// AppDelegatePipeline.cpp.
 class AppDelegate : public platform::ApplicationDelegate,
                     public std::enable_shared_from_this<AppDelegate> {
 public:
     AppDelegate();
 
-    /// Does not stop the watcher, which stops when its last reference goes.
+    /// Does not stop the watcher, which stops when its last reference is released.
     ~AppDelegate() override;
 
     AppDelegate(const AppDelegate&) = delete;
@@ -71,7 +72,8 @@ public:
     /// Replaces the watcher by one for the current folders. Does not stop the old one.
     virtual void startWatching();
 
-    /// Follows every change of the list of folders: new watcher, saved list, new menu.
+    /// Call this after each change of the folder list. Stops the watcher, starts a new one, saves
+    /// the list and rebuilds the menu.
     virtual void restartWatching();
     virtual void saveExtraFolders();
 
@@ -88,7 +90,7 @@ public:
     /// Stops watching the folder whose position in the list is the item's tag.
     virtual void removeFolder(const platform::MenuItem& sender);
 
-    /// Shows that folder in the file browser.
+    /// Opens the file browser at the folder whose position in the list is the item's tag.
     virtual void revealFolder(const platform::MenuItem& sender);
     virtual void openWebsite();
     void quit() override;

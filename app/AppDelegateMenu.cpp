@@ -34,7 +34,7 @@ constexpr double starOuterRadius = 5.8;
 constexpr double starInnerRadius = 2.5;
 constexpr std::int64_t starPoints = 5;
 
-/// `text` with every occurrence of `part` replaced. An empty `part` does not occur.
+/// `text` with every occurrence of `part` replaced. An empty `part` matches nothing.
 std::string replacingOccurrences(const std::string& text, std::string_view part,
                                  std::string_view replacement) {
     std::string result;

@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::chrono::nanoseconds processingDelay = 500ms;  // the file may still be written
+constexpr std::chrono::nanoseconds processingDelay = 500ms;  // the writer may not be done yet
 
 }  // namespace
 
@@ -54,7 +54,7 @@ void AppDelegate::processWeblocFile(const std::string& path) {
                         return;
                     }
                     services().log.write("Glintmark: Favicon fetched → " + link);
-                    // Here rather than on the main thread, which a large image would block.
+                    // `prepared` runs here because a large image would block the main thread.
                     services().dispatchQueues.main().async(
                         [self, path, place, icon = IconApplier::prepared(image)] {
                             self->applyIcon(icon, path);
@@ -66,7 +66,8 @@ void AppDelegate::processWeblocFile(const std::string& path) {
 void AppDelegate::applyIcon(std::shared_ptr<const platform::PreparedIcon> icon,
                             const std::string& path) {
     IconApplier::apply(std::move(icon), path);
-    // Logged and notified whether or not the icon was set: `IconApplier` logs which of the two.
+    // On purpose, the log line and the notification appear even if the icon could not be set.
+    // `IconApplier` logs success or failure.
     services().log.write("Glintmark: Icon applied → " + path);
     showNotification(L("notification.iconApplied"), URL::fileURL(path).lastPathComponent());
 }

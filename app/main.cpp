@@ -40,7 +40,7 @@ namespace {
 
 constexpr std::chrono::milliseconds flushTimeout{200};  // for a bus that accepts no data
 
-// In a build tree the program's files lie beside it. Those of an installation are found from the
+// In a build tree the program's files are beside it. Installed files are found relative to the
 // program's folder, so that any prefix works.
 
 std::string decoderPath() {
@@ -154,9 +154,9 @@ void correctFoldersInEnvironment() {
     // NOLINTEND(concurrency-mt-unsafe)
 }
 
-/// By default, the C library raises its threshold for mapped buffers whenever a larger one is
-/// freed, and makes an arena for each thread. The buffer of a page of 32 MB would never be returned
-/// to the system. See mallopt(3).
+/// Makes the C library return freed memory to the system. By default, it raises its threshold for
+/// mapped buffers whenever a larger one is freed, and makes an arena for each thread. It would then
+/// keep the buffer of a 32 MB page forever. See mallopt(3).
 void limitAllocator() {
     constexpr int minimumMappedBytes = 1 << 20;  // buffers of pages and pictures are mapped
     constexpr int maximumArenas = 2;
@@ -188,7 +188,7 @@ int main() {
     run(process);
 
     // Destructors would wait for running fetches and decodes, whose results are not needed any
-    // more. Everything that is kept was written when it changed.
+    // more. Nothing needs saving: persistent data is written when it changes.
     delegate->setStatusItem(nullptr);
     bus.flush(flushTimeout);
     std::_Exit(0);

@@ -13,8 +13,8 @@ namespace glintmark {
 
 /// Collects the candidates of several downloads that run at once, in the order of their arrival.
 ///
-/// Each download gets a completion from here before it starts, since it may complete before it
-/// returns. A completion is called exactly once, on any thread.
+/// Take the completion of a download from here before starting the download, because the completion
+/// may run before the starting call returns. Each completion is called exactly once, on any thread.
 class CandidateCollector {
 public:
     using ImageCompletion = std::function<void(std::shared_ptr<const Image>)>;
@@ -28,8 +28,8 @@ public:
     /// For a download of several candidates.
     CandidatesCompletion awaitCandidates() const;
 
-    /// Calls `completion` on the global queue with all candidates, once nothing is awaited any
-    /// more. To be called once, after the last download has started.
+    /// Calls `completion` on the global queue with all candidates, after all downloads have
+    /// completed. Call this once, after the last download has started.
     void whenComplete(CandidatesCompletion completion) const;
 
 private:

@@ -68,7 +68,7 @@ public:
 
     // Path 2: the Apple touch icons at fixed addresses (FaviconFetcherProbes.cpp)
 
-    /// The first of them that is at least 64 points wide.
+    /// The first of these icons that is at least 64 points wide.
     static void fetchAppleTouchIcon(const URL& url, ImageCompletion completion);
 
     // Path 3: the web app manifest (FaviconFetcherManifest.cpp)
@@ -95,7 +95,7 @@ public:
 
     static void fetchDirectFavicon(const URL& url, ImageCompletion completion);
 
-    // What the paths share (FaviconFetcherProbes.cpp)
+    // Shared by the paths (FaviconFetcherProbes.cpp)
 
     /// The image at `url`. Null unless the status is 200 and the body can be decoded.
     static void downloadImage(const URL& url, ImageCompletion completion);
@@ -115,8 +115,8 @@ private:
     using Attempt = std::function<void(const URL& address, ImageCompletion finish,
                                        std::function<void()> moveOn)>;
 
-    /// Tries `paths` at the root of the page's site one after the other. Completes with null after
-    /// the last try has moved on. `paths` must outlive the search.
+    /// Tries `paths` at the root of the page's site one after the other. Completes with null when
+    /// the last attempt calls `moveOn`. `paths` must outlive the search.
     static void tryInTurn(const URL& page, std::span<const char* const> paths,
                           const Attempt& attempt, ImageCompletion completion);
 };

@@ -153,7 +153,8 @@ std::vector<IconEntry> FaviconFetcher::extractIconURLs(std::string_view html, co
     }
     std::ranges::stable_sort(links, goesBefore);
 
-    // Resolved in the final order and up to the limit: a page can have a million links.
+    // Addresses are resolved after sorting and only up to the limit: a page can have a million
+    // links.
     std::vector<IconEntry> entries;
     for (const IconLink& link : links) {
         if (entries.size() == limit) {

@@ -40,7 +40,7 @@ bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
 
-/// True if the icon is meant only to be cut to a shape.
+/// True if the icon is meant only for desktops that cut icons to a shape ("maskable").
 bool isMaskableOnly(const JSON& icon) {
     const std::string* const purpose = stringMember(icon, "purpose");
     if (purpose == nullptr) {
@@ -55,7 +55,8 @@ bool isSVG(const JSON& icon, std::string_view address) {
     return (type != nullptr && contains(*type, "svg")) || endsWithSVG(address);
 }
 
-/// The first width in "sizes": the first text between "x"s that is not empty, if it is a number.
+/// The first width in "sizes": the first text between "x"s that is not empty. The default size if
+/// there is none or it is not a number.
 std::int64_t sizeOf(const JSON& icon) {
     const std::string* const sizes = stringMember(icon, "sizes");
     if (sizes == nullptr) {
@@ -72,7 +73,7 @@ std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const
     if (src == nullptr) {
         return std::nullopt;
     }
-    // Against the page, not against the manifest's own address. This is intended.
+    // On purpose, resolved against the page and not against the manifest's own address.
     auto url = FaviconFetcher::resolveURL(*src, pageURL);
     if (!url || isSVG(icon, *src) || isMaskableOnly(icon)) {
         return std::nullopt;
@@ -85,7 +86,7 @@ std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const
 void FaviconFetcher::fetchFromManifest(const URL& url, ImageCompletion completion) {
     const Attempt attempt = [url](const URL& address, ImageCompletion finish,
                                   std::function<void()> moveOn) {
-        // Unlike a request for a page or an image, this one carries the client's own name.
+        // Unlike requests for pages and images, this one has the client's own User-Agent.
         platform::URLRequest request(address);
         request.timeoutInterval = manifestTimeout;
         services().urlSession.startDataTask(

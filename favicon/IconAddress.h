@@ -6,7 +6,7 @@
 
 namespace glintmark {
 
-/// True if `text` contains `word`, which is lower-case ASCII, in any letter case of ASCII.
+/// True if `text` contains `word` in any letter case. `word` must be lower-case ASCII.
 bool containsIgnoringCase(std::string_view text, std::string_view word);
 
 /// True if an address, as written, ends with ".svg" in any letter case. With a query it does not.

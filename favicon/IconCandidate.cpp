@@ -83,7 +83,7 @@ bool IconCandidate::checkTransparency(const Image& image) {
     if (w <= 0 || h <= 0) {
         return false;
     }
-    // In a small bitmap some points coincide, and each of them counts. Some lie outside, and these
+    // In a small bitmap some points coincide, and each of them counts. Points outside the bitmap
     // never count. The threshold is always a quarter of all twelve points.
     const auto points = samplePoints(w, h);
     const auto transparent = std::ranges::count_if(points, [&](const Pixel& point) {

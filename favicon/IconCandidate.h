@@ -13,7 +13,7 @@ struct IconCandidate {
     /// Tests the image for transparency. `candidateImage` must not be null.
     IconCandidate(std::shared_ptr<const Image> candidateImage, IconSource imageSource);
 
-    /// How good the image is. A width that does not fit 64 bits ends the process.
+    /// A higher score means a better icon. A width that does not fit 64 bits ends the process.
     std::int64_t score() const;
 
     std::shared_ptr<const Image> image;

@@ -5,12 +5,12 @@ namespace glintmark::platform {
 /// How the desktop lists the program. An accessory is not in the list of windows.
 enum class ActivationPolicy { accessory = 1 };
 
-/// What an application reports to its owner, on the main thread.
+/// Receives an application's events, on the main thread.
 class ApplicationDelegate {
 public:
     virtual ~ApplicationDelegate() = default;
 
-    /// Called once, when the event loop runs.
+    /// Called once, after the event loop has started.
     virtual void applicationDidFinishLaunching() = 0;
 
     /// The system asks the program to quit (a termination signal, the end of the session).

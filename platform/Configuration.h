@@ -4,7 +4,7 @@
 
 namespace glintmark::platform {
 
-/// What the environment or the build can configure.
+/// Settings from the environment or the build.
 struct Configuration {
     std::string faviconServiceAddress;  ///< Scheme and host; empty switches the service off.
     std::string productPageAddress;     ///< A URL.

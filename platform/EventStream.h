@@ -13,7 +13,7 @@ class DispatchQueue;
 
 namespace glintmark::platform {
 
-/// A directory in which something changed. The receiver lists it to learn what.
+/// A directory in which something changed. The receiver lists the directory to find the change.
 struct DirectoryEvent {
     std::string path;  ///< Absolute; may end in "/".
     std::uint32_t flags = 0;
@@ -28,8 +28,8 @@ inline constexpr std::uint32_t mustScanSubDirs = 0x00000001;
 /// Reports changes anywhere below a fixed list of folders.
 ///
 /// The order of calls: create, set the queue, start; later stop, invalidate, destroy. Only one
-/// thread at a time may call; it may be that of the stream's queue. The handler runs only on the
-/// stream's queue, never twice at once, and is not called after `invalidate()` has returned.
+/// thread may call at a time. It may be the thread of the stream's queue. The handler runs only on
+/// the stream's queue, never twice at once, and is not called after `invalidate()` has returned.
 class EventStream {
 public:
     using Handler = std::function<void(std::span<const DirectoryEvent>)>;

@@ -9,8 +9,8 @@ class Image;
 
 namespace glintmark::platform {
 
-/// Turns image files into images. May be called from any thread; calls block until the result is
-/// there.
+/// Turns image files into images. May be called from any thread; calls block until the image is
+/// decoded.
 class ImageDecoder {
 public:
     virtual ~ImageDecoder() = default;

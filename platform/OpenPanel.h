@@ -24,7 +24,7 @@ public:
     virtual ~OpenPanel() = default;
 
     /// Shows the dialog and runs a nested event loop until the user answers. If the desktop has no
-    /// dialog or its service goes away, the result is `cancel`.
+    /// dialog or its service ends, the result is `cancel`.
     virtual Result runModal(const Settings& settings) = 0;
 };
 

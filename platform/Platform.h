@@ -18,7 +18,7 @@ class UserNotificationCenter;
 class Workspace;
 struct Configuration;
 
-/// Everything by which the program reaches out of its process or waits for time.
+/// All interfaces between the program and the world outside its process, timers included.
 struct Services {
     Application& application;
     Bundle& bundle;
@@ -41,8 +41,8 @@ struct Services {
 /// programming error. Any thread.
 const Services& services();
 
-/// Makes `services()` return `services` as long as it lives. Scopes do not nest. A scope begins and
-/// ends while no queue has work.
+/// Makes `services()` return `services` while the scope exists. Scopes do not nest. A scope begins
+/// and ends while no queue has work.
 class ServicesScope {
 public:
     explicit ServicesScope(const Services& services);

@@ -15,10 +15,10 @@ struct UserNotificationRequest {
     std::string body;
 };
 
-/// Shows notifications to the user. May be called from any thread; handlers run on any.
+/// Shows notifications to the user. May be called from any thread; handlers may run on any thread.
 class UserNotificationCenter {
 public:
-    /// `granted`: notifications will be shown. `error`: why not, when known.
+    /// `granted`: true if notifications will be shown. `error`: the reason if not, when known.
     using AuthorizationHandler =
         std::function<void(bool granted, const std::optional<std::string>& error)>;
     using AddHandler = std::function<void(const std::optional<std::string>& error)>;

@@ -25,8 +25,8 @@ public:
     /// the image has no pixels. Any thread.
     virtual std::shared_ptr<const PreparedIcon> prepareIcon(const Image& image) = 0;
 
-    /// Makes `icon`, which this workspace prepared, the custom icon of the file at `path`. Windows
-    /// that are open show it, too. False when `icon` is null, the file does not exist or nothing
+    /// Makes `icon`, which this workspace prepared, the custom icon of the file at `path`. Open
+    /// windows show the icon, too. False when `icon` is null, the file does not exist or nothing
     /// could be written for it.
     virtual bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) = 0;
 

@@ -67,7 +67,8 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
       eventQueue_(services().dispatchQueues.makeSerial(eventQueueLabel)) {
     const auto home = services().fileManager.homeDirectoryForCurrentUser();
     watchDirs_ = foldersToWatch(home, paths);
-    // The home folder is not watched, but its files are part of the inventory and its count.
+    // The home folder is not watched, but its link files are part of the inventory and of the
+    // logged count.
     FileWatcher::enumerateExistingWeblocsShallow(home);
     for (const auto& folder : watchDirs_) {
         FileWatcher::enumerateExistingWeblocsShallow(folder);

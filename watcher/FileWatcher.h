@@ -22,8 +22,9 @@ class Timer;
 }  // namespace platform
 
 /// Reports each new ".webloc" file in a list of folders and, where the system reports changes,
-/// anywhere below them: each path once in the watcher's life. Files that were in the folders when
-/// the watcher was made are never reported.
+/// anywhere below them: each path once in the watcher's life. Files that were directly inside the
+/// folders when the watcher was made are never reported. Older files in a subfolder count as new
+/// when something in that subfolder changes.
 ///
 /// Two triggers lead to the same scan of a single folder: changes that the event stream reports,
 /// 0.5 s after the last of a burst, and a poll of the watched folders every 5 s. Without a stream
@@ -31,7 +32,7 @@ class Timer;
 ///
 /// Made by `std::make_shared`. Construct, start and stop it on the main thread. The scanning state
 /// belongs to the watcher's serial queue, `pollTimer_` to the main thread. The last reference may
-/// be released on any thread, even on that queue.
+/// be released on any thread, even on the watcher's queue.
 class FileWatcher : public std::enable_shared_from_this<FileWatcher> {
 public:
     /// Runs on the main queue, in the order in which the files were found.

@@ -6,8 +6,8 @@ namespace glintmark {
 
 namespace {
 
-// How far each control point lies from its end of the arc, for a quarter circle of radius 1 drawn
-// as a cubic curve that meets the circle in its middle: 4/3 * (sqrt(2) - 1).
+// The distance of each control point from its end of the arc, when a cubic curve approximates a
+// quarter circle of radius 1 and meets it in the middle: 4/3 * (sqrt(2) - 1).
 constexpr double quarterCircleControl = 0.5522847498307936;
 
 }  // namespace

@@ -18,7 +18,7 @@ public:
     /// `pixels` must hold width * height * 4 bytes; anything else is a programming error.
     BitmapImageRep(int width, int height, bool hasAlpha, std::vector<std::uint8_t> pixels);
 
-    /// The same without a copy, for many pixels: they must live as long as `owner` does.
+    /// The same without copying the pixels, which must live as long as `owner` does.
     BitmapImageRep(int width, int height, bool hasAlpha, std::shared_ptr<const void> owner,
                    std::span<const std::uint8_t> pixels);
 

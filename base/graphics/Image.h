@@ -22,7 +22,8 @@ public:
     /// An image of one bitmap; one pixel counts as one point.
     explicit Image(BitmapImageRep bitmap);
 
-    /// A large image: its pixels are not kept, `source` makes them again each time.
+    /// A large image, whose pixels are not kept: `source` makes them again for each `bitmap()`
+    /// call.
     Image(Size size, BitmapSource source) : size_(size), source_(std::move(source)) {}
 
     /// The size of the best bitmap representation, in points.

@@ -20,10 +20,10 @@ constexpr std::size_t channels = BitmapImageRep::bytesPerPixel;
 // The channels of a pixel. Compilers keep them in one register.
 using FourFloats = float __attribute__((vector_size(channels * sizeof(float))));
 
-/// How the source's rows make the destination's rows, or columns make columns: destination row `i`
-/// is the sum of `count` source rows from `first[i]` on, weighted by `count` weights from
-/// `weights[i * count]` on, which add up to 1. `count` is the same for all rows and a multiple of
-/// `tapsPerStep`. Surplus weights are zero, and so are those of rows beyond the source's end.
+/// The filter's weights for all rows; columns work in the same way. Destination row `i` is the sum
+/// of `count` source rows from `first[i]` on, weighted by `count` weights from `weights[i * count]`
+/// on, which add up to 1. `count` is the same for all rows and a multiple of `tapsPerStep`. Surplus
+/// weights are zero, and so are those of rows beyond the source's end.
 struct Taps {
     std::size_t count;
     std::vector<int> first;

@@ -14,14 +14,14 @@ constexpr std::size_t maximumDepth = 512;
 /// The limit for a parsed text in memory. A text of small values takes thirty times its size.
 constexpr std::size_t maximumTreeBytes = std::size_t{64} * 1024 * 1024;
 
-/// An array's element, and as much again that the array may have in reserve.
+/// An array element, counted twice, since an array may reserve twice the memory that it uses.
 constexpr std::size_t elementBytes = 2 * sizeof(JSON);
 
 /// A member's node in the map: three links, a colour, the key and the value.
 constexpr std::size_t memberBytes = 4 * sizeof(void*) + sizeof(std::string) + sizeof(JSON);
 
-/// The encoding of a text without a byte-order mark, by where its zero bytes lie: the first
-/// characters are ASCII (RFC 4627, section 3). Null for UTF-8.
+/// The encoding of a text without a byte-order mark, found from the positions of its zero bytes:
+/// the first characters are ASCII (RFC 4627, section 3). Null for UTF-8.
 const char* unmarkedEncoding(std::string_view bytes) {
     using namespace std::string_view_literals;
     if (bytes.starts_with("\0\0\0"sv)) {

@@ -16,9 +16,9 @@ public:
     using Array = std::vector<JSON>;
     using Object = std::map<std::string, JSON, std::less<>>;  ///< The last of equal keys counts.
 
-    /// Absent if `bytes` are not one strict JSON text in UTF-8, UTF-16 or UTF-32, which the first
-    /// bytes tell, with or without a byte-order mark. Absent also if the text is nested too deeply
-    /// or takes too much memory.
+    /// Parses one strict JSON text in UTF-8, UTF-16 or UTF-32, with or without a byte-order mark;
+    /// the first bytes tell the encoding. Absent if `bytes` are anything else, are nested too
+    /// deeply or would take too much memory.
     static std::optional<JSON> parse(std::string_view bytes);
 
     JSON() = default;

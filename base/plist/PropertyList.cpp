@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::size_t maximumTreeBytes = std::size_t{48} * 1024 * 1024;
 
-/// A node of a dictionary: three links, a colour, the key and the value. An array's element takes
-/// less, even with what its array has in reserve.
+/// The memory of a dictionary node: three links, a colour, the key and the value. An array element
+/// takes less, even if counted twice because its array reserves memory.
 constexpr std::size_t valueBytes = 4 * sizeof(void*) + sizeof(std::string) + sizeof(PropertyList);
 
 /// The first bytes of the binary form, whatever its minor version.
@@ -22,7 +22,7 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
     return text.substr(first == std::string_view::npos ? text.size() : first);
 }
 
-/// In the old text form "<" begins data, but only hexadecimal digits follow it.
+/// False for the old text form, where "<" begins data and only hexadecimal digits follow it.
 bool looksLikeXML(std::string_view text) {
     constexpr std::string_view beginnings[] = {"<?", "<!", "<plist", "<dict", "<array"};
     for (const auto beginning : beginnings) {

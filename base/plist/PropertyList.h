@@ -23,9 +23,10 @@ public:
     /// Larger files are refused. A tree may take twenty times the memory of its text.
     static constexpr std::size_t maximumBytes = std::size_t{4} * 1024 * 1024;
 
-    /// Reads the XML, the binary and the old text form, which the bytes tell. Absent if they are in
-    /// none of these forms, too large, nested too deeply, cyclic, or if entities or shared objects
-    /// swell the tree. Time and memory are bounded. The last of equal keys counts.
+    /// Reads the XML, the binary or the old text form; the first bytes tell which. Absent if
+    /// `bytes` are in none of these forms, too large, nested too deeply, cyclic, or if entities or
+    /// shared objects would make the tree too large. Time and memory are bounded. The last of equal
+    /// keys counts.
     static std::optional<PropertyList> parse(std::string_view bytes);
 
     explicit PropertyList(std::string value) : value_(std::move(value)) {}

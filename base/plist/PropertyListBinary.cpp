@@ -7,9 +7,9 @@
 #include "base/plist/PropertyListReaders.h"
 #include "base/text/TextEncoding.h"
 
-// The form: an eight-byte header; objects, each a marker byte (kind in the high half, size in the
-// low one) with its contents; a table of the objects' offsets; a trailer of 32 bytes. All numbers
-// are big-endian.
+// The binary form: an eight-byte header; objects, each a marker byte (kind in the high half, size
+// in the low one) with its contents; a table of the objects' offsets; a trailer of 32 bytes. All
+// numbers are big-endian.
 
 namespace glintmark {
 namespace {
@@ -66,7 +66,7 @@ private:
     std::uint64_t reference(std::string_view references, std::size_t place) const;
 
     std::string_view bytes_;
-    std::string_view objects_;  ///< The header too, so that offsets count from its start.
+    std::string_view objects_;  ///< Begins with the header, where offsets count from.
     std::string_view offsets_;
     std::size_t offsetBytes_ = 0;
     std::size_t referenceBytes_ = 0;
@@ -196,7 +196,7 @@ std::optional<PropertyList> BinaryReader::dictionary(std::optional<std::string_v
     return PropertyList(std::move(entries));
 }
 
-/// The size in a marker. The largest one says that an integer object with the size follows.
+/// The size from a marker. A size of 15 means that an integer object with the real size follows.
 Number BinaryReader::sizeOfObject(unsigned size) {
     constexpr unsigned sizeFollows = 0x0F;
     if (size != sizeFollows) {

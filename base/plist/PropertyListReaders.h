@@ -13,7 +13,7 @@ inline constexpr std::size_t maximumPropertyListDepth = 512;
 
 inline constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
 
-/// The memory that one tree may take. Small values take far more of it in the tree than in the
+/// The memory that one tree may take. Small values take far more memory in the tree than in the
 /// file, and a binary file can use one object in many places.
 class PropertyListBudget {
 public:

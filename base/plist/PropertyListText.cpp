@@ -10,8 +10,8 @@
 #include "base/plist/PropertyListReaders.h"
 #include "base/text/TextEncoding.h"
 
-// The form that is older than XML: "string", bare-word, (array, of, values), {key = value;},
-// <0fbd77 data>, with comments as in C++.
+// The old text form, from before XML: "string", bare-word, (array, of, values), {key = value;},
+// data as <0fbd77>, and comments as in C++.
 
 namespace glintmark {
 namespace {
@@ -198,7 +198,7 @@ std::optional<std::string> TextReader::quotedString(char quote) {
     return text;
 }
 
-/// Reads what follows a backslash. Returns the character that it stands for.
+/// Reads an escape after its backslash. Returns the character that the escape stands for.
 std::optional<char32_t> TextReader::escape() {
     constexpr std::string_view letters = "abfnrtv";
     constexpr std::string_view characters = "\a\b\f\n\r\t\v";

@@ -73,7 +73,7 @@ bool isDate(std::string_view text) {
     return isMadeOf(digits, withoutSign(year));
 }
 
-/// The value of an element that holds only text. Absent if the text is not such a value.
+/// The value of an element that holds only text. Absent if the text is not valid for that element.
 std::optional<PropertyList> leafValue(std::string_view element, std::string text) {
     const auto checked = [](bool holds, Other kind) {
         return holds ? std::optional<PropertyList>(kind) : std::nullopt;
@@ -255,8 +255,8 @@ void onText(void* data, const XML_Char* text, int length) {
     report(data, [&](XMLReader& reader) { reader.text({text, static_cast<std::size_t>(length)}); });
 }
 
-/// Entities and default attributes can swell without bound. They need an internal subset of the
-/// document type, which property lists do not have.
+/// Entities and default attributes can make a document grow without bound. They need an internal
+/// subset of the document type, which property lists do not have.
 void onDocumentType(void* data, const XML_Char*, const XML_Char*, const XML_Char*,
                     int hasInternalSubset) {
     if (hasInternalSubset != 0) {

@@ -4,7 +4,7 @@
 
 namespace glintmark {
 
-/// How the name of a link file ends.
+/// The file name extension of link files.
 inline constexpr std::string_view linkFileSuffix = ".webloc";
 
 }  // namespace glintmark

@@ -19,14 +19,14 @@ struct Directive {
     char conversion = 0;
 };
 
-/// What a directive prints, before it is padded.
+/// The output of a directive before padding.
 struct Field {
     std::string prefix;  ///< Sign and base; padding zeros follow it.
     std::string body;
     bool mayPadWithZeros = false;
 };
 
-/// Reads one directive. Once it has been read, `rest()` is what follows it.
+/// Reads one directive. After that, `rest()` is the text after the directive.
 class DirectiveReader {
 public:
     explicit DirectiveReader(std::string_view afterPercent) : rest_(afterPercent) {}
@@ -80,14 +80,14 @@ private:
                     directive_.alternate = true;
                     break;
                 case '\'':
-                    break;  // groups digits, of which a zero has too few
+                    break;  // groups digits: no effect on a zero
                 default:
                     return;
             }
         }
     }
 
-    /// A star stands for an argument and so for zero. There may be no digits.
+    /// A star stands for an argument and so for zero. Without digits the number is zero.
     std::size_t readNumber() {
         std::size_t number = 0;
         if (take("*")) {
@@ -161,7 +161,8 @@ Field floatingField(const Directive& directive) {
             break;
         case 'g':
         case 'G':
-            // Significant digits; only the alternate form keeps the zeros at the end.
+            // The precision counts significant digits; only the alternate form keeps the zeros at
+            // the end.
             field.body = directive.alternate
                              ? withFraction(std::max<std::size_t>(precision, 1) - 1, true)
                              : "0";

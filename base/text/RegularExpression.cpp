@@ -20,7 +20,8 @@ constexpr std::size_t choicesPerByte = 20;
 constexpr std::size_t minimumChoices = 100'000;
 constexpr std::uint32_t maximumKibibytes = 8 * 1024;  // of memory, for one search
 
-/// What Unicode calls White_Space. The engine's own `\s` also takes U+180E, which is not.
+/// The characters with Unicode's property White_Space. The engine's own `\s` also matches U+180E,
+/// which does not have this property.
 constexpr std::string_view whiteSpace =
     R"(\t-\r \x{85}\x{A0}\x{1680}\x{2000}-\x{200A}\x{2028}\x{2029}\x{202F}\x{205F}\x{3000})";
 

@@ -5,17 +5,18 @@
 
 namespace glintmark {
 
-/// `text` (well-formed UTF-8) in lower case, each character by itself, by the simple mappings of
-/// Unicode and without regard to a language.
+/// `text` (well-formed UTF-8) in lower case, each character on its own, by Unicode's simple
+/// mappings. The same in every language.
 std::string lowercased(std::string_view text);
 
-/// `character`, in lower case if it is a letter of ASCII. No locale matters.
+/// `character`, in lower case if it is a letter of ASCII. The locale has no effect.
 constexpr char lowercasedASCII(char character) {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                                 : character;
 }
 
-/// `text` with each letter of ASCII in lower case. Other bytes stay, in any encoding.
+/// `text` with each letter of ASCII in lower case. Other bytes stay unchanged, whatever their
+/// encoding.
 std::string lowercasedASCII(std::string text);
 
 }  // namespace glintmark

@@ -15,9 +15,9 @@ namespace {
 
 constexpr std::size_t maximumCharacterBytes = 6;  // that g_unichar_to_utf8 may write
 
-/// False for what a converter should not get. It would take more than a name ("NAME//TRANSLIT").
-/// The converters of encodings that switch by escape sequences are large, unused on the web, and
-/// have had security holes.
+/// True if `encoding` is safe to pass to the converter, which accepts more than a name
+/// ("NAME//TRANSLIT"). The converters of encodings that switch by escape sequences are large,
+/// unused on the web, and have had security holes.
 bool isAcceptable(const std::string& encoding) {
     constexpr std::string_view switching = "ISO2022";
     std::string letters;
@@ -54,7 +54,7 @@ bool isUTF8(std::string_view bytes) {
 
 std::optional<ByteOrderMark> byteOrderMark(std::string_view bytes) {
     using namespace std::string_view_literals;
-    // UTF-32 goes first: the mark of UTF-16LE begins the one of UTF-32LE.
+    // UTF-32 is first, because the mark of UTF-32LE begins with that of UTF-16LE.
     constexpr std::pair<std::string_view, const char*> marks[] = {
         {"\xEF\xBB\xBF"sv, "UTF-8"}, {"\xFF\xFE\0\0"sv, "UTF-32LE"}, {"\0\0\xFE\xFF"sv, "UTF-32BE"},
         {"\xFF\xFE"sv, "UTF-16LE"},  {"\xFE\xFF"sv, "UTF-16BE"},

@@ -110,7 +110,7 @@ std::optional<URL> URL::parse(std::string_view text, const URL& base) {
 }
 
 URL URL::fileURL(std::string_view path) {
-    // After "//" the first segment of a relative path would read as an authority.
+    // After "//" the first segment of a relative path would be parsed as an authority.
     const std::string start = path.starts_with('/') ? "file://" : "file:";
     return parse(start + escapedAsPath(path)).value();
 }

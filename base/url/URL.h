@@ -6,9 +6,9 @@
 
 namespace glintmark {
 
-/// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised,
-/// but square brackets in path, query and fragment, which browsers write unescaped, are escaped. A
-/// value; may be used from any thread.
+/// A URI reference by RFC 3986, kept exactly as written: nothing is trimmed, escaped or normalised.
+/// One exception: square brackets in path, query and fragment are escaped, because browsers write
+/// them unescaped. A value; may be used from any thread.
 class URL {
 public:
     /// Absent if `text` does not follow the grammar (RFC 3986, section 4.1), which excludes blanks,
@@ -18,7 +18,7 @@ public:
     /// `text` resolved against `base` (RFC 3986, section 5.2.2), with surplus dot segments removed.
     static std::optional<URL> parse(std::string_view text, const URL& base);
 
-    /// A "file" URL for an absolute path of any bytes; `path()` returns them.
+    /// A "file" URL for a path of any bytes. `path()` returns these bytes without a trailing slash.
     static URL fileURL(std::string_view path);
 
     const std::string& absoluteString() const { return text_; }

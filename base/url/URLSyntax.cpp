@@ -117,7 +117,7 @@ bool isAuthority(std::string_view text) {
     return port.empty() || (port.front() == ':' && digitSet.containsAll(port.substr(1)));
 }
 
-/// Where the path begins: after the scheme and the authority, if there are any.
+/// The index where the path begins: after the scheme and the authority, if there are any.
 std::size_t pathStart(std::string_view text) {
     const auto mark = text.find_first_of(":/?#");
     const std::size_t start = mark != std::string_view::npos && text[mark] == ':' ? mark + 1 : 0;
@@ -203,10 +203,10 @@ std::string joinURL(const URLParts& parts) {
     if (parts.authority) {
         text.append("//").append(*parts.authority);
     } else if (parts.path.starts_with("//")) {
-        text += "/.";  // otherwise the path would read as an authority
+        text += "/.";  // otherwise the path would be parsed as an authority
     } else if (!parts.scheme &&
                parts.path.substr(0, parts.path.find('/')).find(':') != std::string_view::npos) {
-        text += "./";  // otherwise the first segment would read as a scheme (section 4.2)
+        text += "./";  // otherwise the first segment would be parsed as a scheme (section 4.2)
     }
     text += parts.path;
     if (parts.query) {

@@ -8,7 +8,7 @@ namespace glintmark {
 
 class DispatchWorkItem;
 
-/// Runs work in order of submission (a serial queue, the main queue) or as threads come free (the
+/// Runs work in order of submission (a serial queue, the main queue) or as threads become free (the
 /// global queue). May be used from any thread, from its own work included.
 class DispatchQueue {
 public:
@@ -20,7 +20,7 @@ public:
 
     virtual void async(Work work) = 0;
 
-    /// Submits `work` once `delay` has passed on a clock that setting the time does not change.
+    /// Submits `work` once `delay` has passed. Changes of the system time have no effect on it.
     /// Work of equal due time keeps its order of submission.
     virtual void asyncAfter(std::chrono::nanoseconds delay, Work work) = 0;
 

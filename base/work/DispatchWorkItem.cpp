@@ -20,7 +20,7 @@ void DispatchWorkItem::perform() {
 }
 
 void DispatchWorkItem::cancel() {
-    std::function<void()> dropped;  // destroyed outside the lock: it may own much
+    std::function<void()> dropped;  // destroyed after unlocking, because that may be slow
     const std::lock_guard lock(mutex_);
     dropped.swap(work_);
 }
