@@ -33,8 +33,8 @@ constexpr guint doNotQueue = 4;
 constexpr guint primaryOwner = 1;
 constexpr guint alreadyOwner = 4;
 
-/// False if the environment names no session bus. GLib would then start one for the display, where
-/// no other program is connected.
+/// False if the environment names no session bus. GLib would then start a bus for the display, to
+/// which no other program is connected.
 bool isBusExpected() {
     const char* address = g_getenv("DBUS_SESSION_BUS_ADDRESS");
     if (address != nullptr && *address != '\0') {
@@ -46,8 +46,8 @@ bool isBusExpected() {
 }
 
 /// Keeps GLib from ending the process when a shared connection is lost. The hook applies to every
-/// connection, because modules of GIO open some too, and it runs when one closes, because a
-/// connection can be lost before anybody has got it.
+/// connection, because modules of GIO open connections, too. It runs when a connection closes,
+/// because a connection can be lost before any code has received it.
 void surviveLostConnections() {
     static const gulong hook = [] {
         const auto keepRunning = [](GSignalInvocationHint*, guint, const GValue* values,
@@ -109,7 +109,7 @@ void SessionBus::open() {
         return;
     }
     opening_ = true;
-    // Shared with the modules of GIO.
+    // The modules of GIO share this connection.
     g_bus_get(
         G_BUS_TYPE_SESSION, cancellable_.get(),
         [](GObject* /*source*/, GAsyncResult* result, gpointer self) {
@@ -127,8 +127,8 @@ void SessionBus::open() {
         this);
 }
 
-/// For the time when another module still holds the closed shared connection: GLib returns that one
-/// until nobody holds it.
+/// Opens a connection that is not shared. GLib returns the closed shared connection as long as any
+/// module holds it.
 void SessionBus::openPrivately() {
     const GStringHandle address(
         g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
@@ -214,7 +214,7 @@ void SessionBus::retry() {
     open();
 }
 
-/// On a detached thread, which may outlive the call: GLib's flush has no timeout.
+/// Flushes on a detached thread, which may outlive the call, because GLib's flush has no timeout.
 void SessionBus::flush(milliseconds timeout) const {
     if (connection_ == nullptr) {
         return;

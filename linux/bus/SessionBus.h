@@ -15,10 +15,12 @@ namespace glintmark::platform {
 
 enum class NameOwnership { owned, takenByAnother, noBus };
 
-/// The program's one connection to the session bus, which may be absent, go away and come back.
+/// The program's one connection to the session bus, which may be absent, be lost and be opened
+/// again.
 ///
 /// Main thread only, default main context. Losing the bus does not end the process. Without a bus,
-/// it tries again after a pause, which triples up to a minute (`addCoalescedTimeout`).
+/// this class tries to connect again after a pause, which triples up to a minute
+/// (`addCoalescedTimeout`).
 class SessionBus {
 public:
     /// Receives each new connection, and null when the connection is lost.
@@ -54,7 +56,7 @@ public:
         nameIsTaken,    ///< Another process owns the name on a later connection.
     };
 
-    /// `handler` runs from the main loop. Without a handler the program goes on.
+    /// `handler` runs from the main loop. Without a handler the program continues.
     void setEndHandler(std::function<void(End)> handler) { endHandler_ = std::move(handler); }
 
 private:

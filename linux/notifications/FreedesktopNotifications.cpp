@@ -41,7 +41,7 @@ bool supportsMarkup(GVariant* capabilities) {
     return g_strv_contains(names.get(), "body-markup") != FALSE;
 }
 
-/// The title never has markup. The body has, if the server supports it.
+/// Escapes the body if the server reads markup in it. Titles are always plain text.
 std::string bodyText(const std::string& body, bool markup) {
     std::string text = dbusText(body);
     if (!markup) {

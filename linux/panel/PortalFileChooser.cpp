@@ -21,8 +21,8 @@ constexpr guint minimumVersion = 3;          // the first that can choose folder
 constexpr int timeoutMilliseconds = 60'000;  // the bus may have to start the portal and its backend
 constexpr guint responseSuccess = 0;
 
-/// The object that will send the dialog's response. It is computed before the call, because the
-/// response may come before the call returns.
+/// The path of the object that will send the dialog's response. The path is computed before the
+/// call, because the response may arrive before the call returns.
 std::string expectedRequestPath(GDBusConnection* connection) {
     std::string sender = g_dbus_connection_get_unique_name(connection) + 1;  // without the colon
     std::replace(sender.begin(), sender.end(), '.', '_');

@@ -6,7 +6,7 @@ namespace glintmark::platform {
 
 GLibApplication::GLibApplication(MainLoops& loops, std::chrono::milliseconds quitTimeout)
     : loops_(loops), signals_(quitTimeout) {
-    // write(2) also reports a peer that closed the connection.
+    // Not needed: write(2) reports a closed connection with EPIPE.
     std::signal(SIGPIPE, SIG_IGN);
 }
 

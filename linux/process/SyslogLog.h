@@ -5,8 +5,8 @@
 namespace glintmark::platform {
 
 /// Writes each line to the system log (syslog(3), identity "glintmark", facility user) and without
-/// a prefix to standard error. A standard error that systemd connected to the journal is left out,
-/// or the journal would hold each line twice.
+/// a prefix to standard error. Standard error is left out if systemd connected it to the journal,
+/// which would otherwise hold each line twice.
 class SyslogLog : public Log {
 public:
     /// The caller keeps ownership of `errorDescriptor`.

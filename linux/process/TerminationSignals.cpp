@@ -20,7 +20,7 @@ namespace {
 constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGHUP};
 constexpr int noDescriptor = -1;
 
-// The handlers below use only these and what signal-safety(7) allows.
+// The handlers below use only these variables and the functions that signal-safety(7) allows.
 std::atomic<int> counterDescriptor{noDescriptor};
 std::atomic<bool> isTerminating{false};
 timer_t timer{};

@@ -12,8 +12,8 @@ namespace glintmark::platform {
 /// handler, else through the handler.
 ///
 /// The main thread may be blocked by a picture or by a file system that hangs. So if the process
-/// still runs `timeout` after the first signal, it exits at once. One object at a time. Main
-/// thread.
+/// still runs `timeout` after the first signal, it exits at once. Only one object may exist at a
+/// time. Main thread only.
 class TerminationSignals {
 public:
     explicit TerminationSignals(std::chrono::milliseconds timeout);

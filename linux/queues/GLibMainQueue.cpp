@@ -30,7 +30,7 @@ GLibMainQueue::GLibMainQueue(GMainContext* context) : state_(std::make_shared<St
 }
 
 GLibMainQueue::~GLibMainQueue() {
-    std::deque<Work> droppedReady;  // destroyed after unlocking: work may own much
+    std::deque<Work> droppedReady;  // destroyed after unlocking, because that may be slow
     DelayedWork droppedDelayed;
     std::unique_ptr<ReadyTimeSource> source;
     const std::lock_guard lock(state_->mutex);

@@ -38,7 +38,8 @@ ReadyTimeSource::ReadyTimeSource(GMainContext* context, const char* name,
     g_source_set_static_name(source_, name);
     // So that a nested loop, such as a dialog's, dispatches the source too.
     g_source_set_can_recurse(source_, TRUE);
-    // If the source is destroyed during a dispatch, GLib keeps the data until it has returned.
+    // If the source is destroyed during a dispatch, GLib keeps the data until the dispatch has
+    // returned.
     g_source_set_callback(source_, runDispatch, owned.release(), deleteDispatch);
     g_source_attach(source_, context);
 }

@@ -8,7 +8,7 @@
 
 namespace glintmark::platform {
 
-/// A GLib source that runs a function each time its ready time has come, on the thread that
+/// A GLib source that runs a function each time its ready time is reached, on the thread that
 /// iterates its context. It never runs while no ready time is set.
 class ReadyTimeSource {
 public:

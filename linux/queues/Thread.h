@@ -36,8 +36,8 @@ private:
     bool joinable_ = false;
 };
 
-/// Makes the calling thread nicer than the main thread, which the user waits for: setpriority(2).
-/// The timed waits of a nicer thread end up to 2 ms late.
+/// Lowers the priority of the calling thread below that of the main thread, which the user waits
+/// for: setpriority(2). The timed waits of a thread with lower priority end up to 2 ms late.
 void lowerPriorityBelowMainThread();
 
 }  // namespace glintmark::platform

@@ -15,7 +15,8 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{1024} * 1024;
 
-/// What to notify after unlocking, or null. The woken thread needs the lock at once.
+/// The condition variable to notify, or null. Notify it after unlocking, because the woken thread
+/// needs the lock at once.
 using Wake = std::condition_variable*;
 
 void notify(Wake wake) {
@@ -49,7 +50,7 @@ struct ThreadPoolQueue::State : std::enable_shared_from_this<ThreadPoolQueue::St
     DelayedWork delayed;
     std::vector<Thread> threads;
     std::size_t sleeping = 0;   // threads that wait for `workAdded`, without the waking ones
-    std::size_t waking = 0;     // threads that are to wake up and have not yet
+    std::size_t waking = 0;     // threads that were chosen to wake up but still sleep
     bool watchesClock = false;  // one thread waits for the earliest due time
     bool isThreadStarting = false;
     bool ending = false;
@@ -60,7 +61,7 @@ ThreadPoolQueue::ThreadPoolQueue(std::string label, std::size_t maximumThreads,
     : state_(std::make_shared<State>(std::move(label), maximumThreads, priority)) {}
 
 ThreadPoolQueue::~ThreadPoolQueue() {
-    std::deque<Work> droppedReady;  // destroyed after unlocking: work may own much
+    std::deque<Work> droppedReady;  // destroyed after unlocking, because that may be slow
     DelayedWork droppedDelayed;
     std::vector<Thread> threads;
     {
@@ -142,7 +143,8 @@ Wake ThreadPoolQueue::State::wakeSleeper() {
 }
 
 /// Adds no thread while another starts, because the starting one looks at all work. If the system
-/// has no thread left, the existing threads do the work; without any, it waits for the next call.
+/// has no thread left, the existing threads do the work; without any, the work waits for the next
+/// call.
 void ThreadPoolQueue::State::addThread() {
     if (!isThreadStarting && threads.size() < maximumThreads && !ending) {
         auto thread =

@@ -11,8 +11,8 @@ namespace glintmark::platform {
 enum class ThreadPriority { normal, belowMainThread };
 
 /// Runs work on its own threads, which it makes when needed and keeps until it is destroyed. With
-/// at most one thread it is a serial queue. Delayed work takes no thread: one free thread sleeps
-/// until the earliest due time. Idle threads never wake up.
+/// at most one thread it is a serial queue. One free thread sleeps until the earliest due time of
+/// all delayed work. Idle threads never wake up.
 class ThreadPoolQueue : public DispatchQueue {
 public:
     /// Each thread is named `label`; tools show its first 15 bytes.

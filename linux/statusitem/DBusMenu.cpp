@@ -12,7 +12,8 @@ namespace {
 constexpr std::uint32_t protocolVersion = 3;
 constexpr auto unknownEntry = "The menu has no such entry";
 
-/// Above it the numbers begin again at 1. It leaves enough numbers for one more layout.
+/// A layout that would begin at this number or above begins at 1 instead. The numbers above are
+/// enough for one layout.
 constexpr DBusMenuLayout::Id maximumFirstId = std::numeric_limits<DBusMenuLayout::Id>::max() / 2;
 
 DBusMenuLayout::Names namesFrom(GVariant* strings) {

@@ -39,7 +39,8 @@ public:
     const MenuItem* item(Id id) const;
 
     /// The entry with `depth` levels of children as "(ia{sv}av)"; all levels if `depth` is
-    /// negative. `id` must be contained, here and below. The results are floating.
+    /// negative. For this operation and those below, `id` must be contained, and the result is
+    /// floating.
     GVariant* tree(Id id, int depth, const Names& names) const;
 
     /// The properties that differ from their defaults, as "a{sv}".

@@ -9,8 +9,8 @@
 #include "linux/queues/CoalescedTimeout.h"
 #include "linux/statusitem/StatusNotifierItemXml.h"
 
-// Item, watcher and host, and the names of the properties: freedesktop.org's StatusNotifierItem
-// specification, as KDE implements it.
+// The words item, watcher and host and the names of the properties are those of freedesktop.org's
+// StatusNotifierItem specification, as KDE implements it.
 
 namespace glintmark::platform {
 
@@ -59,8 +59,8 @@ bool listsItemOf(GVariant* items, const char* uniqueName) {
     return false;
 }
 
-/// The item has only a menu, and panels open it themselves. A panel that ignores `ItemIsMenu` and
-/// sends an activation first opens the menu when the activation is refused.
+/// The item has only a menu, and panels open it themselves. Some panels ignore `ItemIsMenu` and
+/// send an activation first. They open the menu when the item refuses the activation.
 void answer(const std::string& method, GDBusMethodInvocation* invocation) {
     if (method == "Activate" || method == "SecondaryActivate") {
         g_dbus_method_invocation_return_error_literal(
@@ -186,8 +186,9 @@ void StatusNotifierItem::followWatcher(GDBusConnection* connection) {
                                             appeared, vanished, this, nullptr);
 }
 
-/// A watcher that outlives its last host may have dropped the item with it. Registers only if the
-/// watcher does not list the item, since some watchers complain about a second registration.
+/// A watcher that outlives its last host may have dropped the item together with that host.
+/// Registers only if the watcher does not list the item, since some watchers complain about a
+/// second registration.
 void StatusNotifierItem::hostAppeared() {
     if (cancellable_ == nullptr) {
         return;  // `appeared` has not run yet and will register the item

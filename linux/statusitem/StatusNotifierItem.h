@@ -16,7 +16,7 @@
 namespace glintmark::platform {
 
 /// A status item on the bus: org.kde.StatusNotifierItem with its menu. It registers with the
-/// panel's watcher, and again whenever that or the bus restarts. Main thread only.
+/// panel's watcher, and again whenever the watcher or the bus restarts. Main thread only.
 class StatusNotifierItem : public StatusItem, private StatusBarButton {
 public:
     static constexpr auto path = "/StatusNotifierItem";
