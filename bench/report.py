@@ -19,7 +19,7 @@ RENEWAL = (
 )
 
 LETTERS_IN_A_LINE = 64  # of labels below a plot that are not turned
-LEAST_MARGIN = 14  # letters, left of the first bar
+MINIMUM_MARGIN = 14  # letters, left of the first bar
 SLANTED_LETTERS_BESIDE = 14  # of a slanted label: what fits without a wider margin
 
 PLOT = """set terminal svg size {width},460 font "sans-serif,13" background "#ffffff"
@@ -201,7 +201,7 @@ def plot(question, title, figures, file):
         width=max(760, 22 * len(rows) * (len(names) + 1)),
         key="outside bottom center horizontal Left reverse" if len(names) > 1 else "off",
         labels="norotate center" if fits else "rotate by 35 right",
-        margin=max(LEAST_MARGIN, beside),
+        margin=max(MINIMUM_MARGIN, beside),
         scale=scale(question, rows, figures),
         line=gnuplot_line(question, figures),
     )
