@@ -48,7 +48,7 @@ std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, Pixel
 
     avifRGBImage rgb;
     avifRGBImageSetDefaults(&rgb, decoder->image);
-    // The size in the container may differ from that of the coded picture, which replaces it.
+    // The container may name another size than the picture has. `image` now has the picture's.
     const bool fits = rgb.width == static_cast<std::uint32_t>(canvas->width()) &&
                       rgb.height == static_cast<std::uint32_t>(canvas->height());
     rgb.format = AVIF_RGB_FORMAT_RGBA;

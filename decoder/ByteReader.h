@@ -9,7 +9,7 @@
 namespace glintmark::decoder {
 
 /// Reads numbers from an untrusted file. Bytes beyond its end read as 0, so that a parser can never
-/// read outside. It checks lengths only where the result depends on them.
+/// read outside. So a parser checks lengths only where the result depends on them.
 class ByteReader {
 public:
     explicit ByteReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}

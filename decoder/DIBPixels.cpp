@@ -60,7 +60,7 @@ void draw24BitRow(std::span<const std::uint8_t> row, std::uint8_t* rgba, int wid
     }
 }
 
-/// Draws rows with 16 or 32 bits per pixel. Remembers if any pixel is not fully transparent.
+/// Draws rows with 16 or 32 bits per pixel. Remembers whether any pixel is visible.
 class MaskedRows {
 public:
     explicit MaskedRows(const DIBHeader& header)

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// ISO/IEC 14496-12, section 4.3: the file type box comes first and lists the brands of the file.
+// ISO/IEC 14496-12, section 4.3: the file type box is the first and lists the brands of the file.
 bool isAVIF(const ByteReader& file) {
     if (!file.matches(4, "ftyp")) {
         return false;

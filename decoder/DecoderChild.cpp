@@ -8,8 +8,8 @@ namespace glintmark::decoder {
 
 namespace {
 
-// What a decode may map beyond the helper's own memory: the encoded bytes, the pixels and the
-// library's working memory. The large slot determines the maximum for the whole program.
+// Memory that a decode may map in addition to the helper's own: the encoded bytes, the pixels and
+// the library's working memory. The large slot determines the maximum for the whole program.
 constexpr std::size_t smallSlotMemory = std::size_t{72} << 20U;
 constexpr std::size_t largeSlotMemory = std::size_t{224} << 20U;
 constexpr std::size_t largeSlotPixelBytes = maximumPixels * BitmapImageRep::bytesPerPixel;

@@ -24,7 +24,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The program sends no more at a time. Further requests would wait in the socket.
+// The program sends no more requests than this at a time. Further requests would wait in the
+// socket.
 constexpr std::size_t maximumChildren = 2;
 
 std::size_t mappedBytes() {
@@ -96,8 +97,8 @@ private:
         return !leaving_ || spare_ || !children_.empty();
     }
 
-    /// The ends of the children, then the spare child's channel, and the socket last. Requests on
-    /// the socket count only while no spare child takes them itself.
+    /// The process descriptors of the children, then the spare child's channel, and the socket
+    /// last. The socket is watched for requests only while there is no spare child to receive them.
     std::vector<pollfd> watchedDescriptors() const {
         std::vector<pollfd> watched;
         for (const Child& child : children_) {
@@ -120,8 +121,8 @@ private:
         return !leaving_ && children_.empty() && Clock::now() >= idleSince_ + options_.idleTimeout;
     }
 
-    /// Stops accepting requests: sending one fails from now on. The message shows the program that
-    /// no process died. A request that arrived before is still served.
+    /// Stops accepting requests: sending one fails from now on. `goodbye` tells the program that
+    /// the decoder did not die. A request that arrived before is still served.
     void leave() {
         leaving_ = true;
         send(decoderSocket, &goodbye, sizeof goodbye, MSG_NOSIGNAL | MSG_DONTWAIT);

@@ -115,8 +115,8 @@ std::optional<DecodedImage> decodeGIF(std::span<const std::uint8_t> file, PixelS
         return std::nullopt;
     }
 
-    // A first frame that does not fit the screen enlarges it. Pixels outside the frame are
-    // transparent.
+    // The canvas is larger than the logical screen if the first frame does not fit into it. Pixels
+    // outside the frame are transparent.
     const auto canvas = pixels.allocate(std::max(gif->SWidth, frame.Left + frame.Width),
                                         std::max(gif->SHeight, frame.Top + frame.Height));
     if (!canvas) {

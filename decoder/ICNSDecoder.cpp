@@ -35,7 +35,7 @@ struct ElementType {
     int height;
     Coding coding;
     std::string_view mask;     // eight bits a pixel
-    std::string_view bitMask;  // used if that is absent; the mask follows this element's picture
+    std::string_view bitMask;  // a bit a pixel, after that element's picture; used without `mask`
 };
 
 constexpr ElementType elementTypes[] = {

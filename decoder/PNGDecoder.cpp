@@ -13,7 +13,8 @@ namespace glintmark::decoder {
 
 namespace {
 
-// All chunks that the pixels do not need are skipped unread, so these limits concern the others.
+// All chunks that the pixels do not need are skipped unread, so these limits apply to the remaining
+// chunks.
 constexpr png_uint_32 maximumChunkCount = 256;
 constexpr png_alloc_size_t maximumChunkSize = 1U << 20U;
 constexpr png_uint_32 opaque = 0xFF;
@@ -62,7 +63,7 @@ bool readHeader(PNGReader& reader) {
     png_set_user_limits(reader.png, maximumSide, maximumSide);
     png_set_chunk_cache_max(reader.png, maximumChunkCount);
     png_set_chunk_malloc_max(reader.png, maximumChunkSize);
-    // -1 stands for all chunks that the pixels do not need, with compressed texts and profiles.
+    // -1 means all chunks that the pixels do not need, including compressed texts and profiles.
     png_set_keep_unknown_chunks(reader.png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
     png_read_info(reader.png, reader.info);
 

@@ -11,7 +11,7 @@ struct Sample {
     std::string_view bytes;
 };
 
-/// One for each way through a library.
+/// One for each code path through a library.
 std::span<const Sample> samples();
 
 }  // namespace glintmark::decoder

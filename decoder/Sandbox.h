@@ -15,9 +15,9 @@ struct SandboxLimits {
     unsigned cpuSeconds = 0;
 };
 
-/// Takes from a process, for good, everything that decoding an image does not need. The process
-/// gets no new files (also by Landlock where the kernel has it), no new privileges, little memory
-/// and time, and an allow-list of system calls; any other call kills it.
+/// Permanently takes from a process everything that decoding an image does not need. The process
+/// gets no new files (Landlock enforces this too, if the kernel has it), no new privileges, little
+/// memory and time, and an allow-list of system calls; any other call kills it.
 class Sandbox {
 public:
     /// Compiles the list of system calls. Only `answer` may be written to and closed, only the

@@ -17,9 +17,9 @@ struct ForkedProcess {
 };
 
 /// A child that is forked before its request arrives, so that no request waits for a fork. It
-/// receives the request from `decoderSocket` itself, so that the parent need not forward it.
-/// Besides the standard streams it has only that socket and a channel to the parent. It ends if the
-/// parent ends.
+/// receives the request from `decoderSocket` itself, so that the parent need not forward it. Apart
+/// from the standard streams, the child has only that socket and a channel to the parent. The child
+/// ends if the parent ends.
 ///
 /// The child waits for the parent's go-ahead before it receives a request. It then sends the
 /// request's slot to the parent. For the large slot it waits for a second go-ahead before it
@@ -37,7 +37,8 @@ public:
     /// Sends the first go-ahead. Further calls do nothing.
     void allow();
 
-    int channel() const { return channel_.get(); }  ///< Readable if it has a request or died.
+    /// Readable once the child has a request or died.
+    int channel() const { return channel_.get(); }
 
     /// The slot of the child's request; absent if the child died before it had one.
     std::optional<DecodeSlot> takenSlot() const;

@@ -71,7 +71,8 @@ bool isMultiplied(TIFF* tiff) {
            kinds[0] != EXTRASAMPLE_UNASSALPHA;
 }
 
-// The library multiplies colours that are not. Declared as multiplied, they come out as stored.
+// The library multiplies colours that are stored unmultiplied. If the file declares them as
+// multiplied, the library returns them as they are stored.
 bool declareMultiplied(TIFF* tiff) {
     std::uint16_t kind = EXTRASAMPLE_ASSOCALPHA;
     return TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind) == 1;

@@ -3,6 +3,6 @@
 #include "decoder/DecoderServer.h"
 
 int main() {
-    prctl(PR_SET_NAME, "glintmark-image");  // otherwise a number, if started by /proc/PID/fd/NUMBER
+    prctl(PR_SET_NAME, "glintmark-image");  // else NUMBER, if run by /proc/PID/fd/NUMBER
     return glintmark::decoder::runDecoder({});
 }

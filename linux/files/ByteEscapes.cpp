@@ -20,7 +20,7 @@ std::string escapedAsUTF8(std::string_view bytes) {
     const char* const end = bytes.data() + bytes.size();
     for (const char* next = bytes.data(); next != end;) {
         const char* invalid = nullptr;
-        g_utf8_validate(next, end - next, &invalid);  // to which the zero byte is invalid, too
+        g_utf8_validate(next, end - next, &invalid);  // also rejects the zero byte
         text.append(next, invalid);
         next = invalid;
         if (next != end) {

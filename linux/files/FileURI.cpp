@@ -13,7 +13,7 @@ namespace glintmark::platform {
 
 namespace {
 
-// What each library leaves unescaped in a path, besides letters and digits.
+// The characters that each library leaves unescaped in a path, in addition to letters and digits.
 constexpr std::string_view glibBare = "!$&'()*+,-.:=@_~/";
 constexpr std::string_view qtBare = "!$&'()*+,-.:=@_~/;[]";
 
@@ -35,7 +35,7 @@ std::string escapedURI(std::string_view path, std::string_view bare) {
     return uri;
 }
 
-/// Simplified by its text alone, without a look at the file system.
+/// Removes "//", "/./" and "/../" from the text. Does not read the file system.
 std::string simplified(std::string_view path) {
     const GStringHandle simple(g_canonicalize_filename(std::string(path).c_str(), "/"));
     return simple.get();

@@ -15,11 +15,11 @@ std::string glibFileURI(std::string_view path);
 std::string qtFileURI(std::string_view path);
 
 /// All spellings by which file managers look for the file: GLib's of the path as given, then GLib's
-/// and Qt's of the path without symbolic links. Each once; the first is always there.
+/// and Qt's of the path without symbolic links. Without duplicates; never empty.
 std::vector<std::string> fileURIs(const std::string& path);
 
-/// The absolute path that `location`, a path or a "file" URI without a remote host, leads to. Empty
-/// if it is neither.
+/// The path of `location`, which is an absolute path or a "file" URI. The host of a URI is ignored.
+/// Empty if `location` is neither.
 std::string pathOfLocation(const std::string& location);
 
 }  // namespace glintmark::platform

@@ -96,7 +96,7 @@ std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
                                      std::size_t maximumBytes) {
     std::string bytes;
     std::size_t filled = 0;
-    // One byte more than expected, so that the last read finds the end without growing.
+    // One byte more than expected, so that the last read finds the end without growing the buffer.
     bytes.resize(std::min(maximumBytes, expectedBytes + 1));
     while (filled < maximumBytes) {
         if (filled == bytes.size()) {

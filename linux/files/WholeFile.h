@@ -14,24 +14,24 @@ enum class Durability {
     disk,   ///< The file and its name are on the disk when the call returns.
 };
 
-/// Ends the names of unfinished files, which a crash may leave beside the finished ones.
+/// The suffix of unfinished files. A crash may leave them beside the finished ones.
 inline constexpr std::string_view unfinishedSuffix = ".part";
 
 /// Replaces the file at `path` with one that holds `bytes`, in one step: a reader sees the old or
-/// the new file, whole, even after a failure. Writes a file beside it, then renames that. False if
-/// the old file is still there.
+/// the new file, whole, even after a failure. Writes a file beside it, then renames that. False on
+/// failure; the old file is then unchanged.
 bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode = 0600,
                          Durability durability = Durability::cache);
 
-/// Writes `bytes` into the file at `path` without replacing it: whoever has the file open reads the
-/// new bytes. Makes a missing file. A failure leaves the file empty or incomplete.
+/// Writes `bytes` into the file at `path` without replacing it: a process that has the file open
+/// reads the new bytes. Creates a missing file. A failure leaves the file empty or incomplete.
 bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode = 0600);
 
 /// The whole file; empty if it cannot be read.
 std::string readFile(const std::string& path);
 
-/// Reads an open file to its end or up to `maximumBytes`. Absent on an error. `expectedBytes` is
-/// its size as far as it is known; a better guess saves reads.
+/// Reads an open file to its end or up to `maximumBytes`. Absent on an error. `expectedBytes` is an
+/// estimate of its size; a better estimate saves reads.
 std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
                                      std::size_t maximumBytes = std::string::npos);
 

@@ -8,9 +8,9 @@
 
 namespace glintmark::platform {
 
-/// Limits what is decoded at a time: two small images, or one large image, or one small image while
-/// the bitmap of a large one is in use. Callers are served in order. Any thread. Always owned by a
-/// `shared_ptr`.
+/// Limits how many images are decoded at a time: two small images, or one large image, or one small
+/// image while the bitmap of a large one is in use. Callers are served in order. Any thread. Always
+/// owned by a `shared_ptr`.
 class DecodeSlots : public std::enable_shared_from_this<DecodeSlots> {
 public:
     /// Releases the slot when the last copy is destroyed.

@@ -110,8 +110,8 @@ bool DecoderHelper::start() {
     }
     auto ours = std::make_shared<const FileDescriptor>(ends[0]);
     const FileDescriptor theirs(ends[1]);
-    // The path goes through this process: the new one closes its copies before it executes the
-    // file.
+    // The path names this process's descriptor, because the new process closes its own copy before
+    // it executes the file.
     const auto held =
         "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(executable_.get());
     auto pid = executable_ ? spawn(held, theirs.get()) : std::nullopt;

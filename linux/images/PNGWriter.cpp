@@ -11,8 +11,9 @@ namespace glintmark::platform {
 
 namespace {
 
-// Run lengths of horizontal differences. 512 x 512 pixels of noise take 16 ms; the fastest search
-// for repetitions takes 45 ms. Files of drawn icons are at most twice as large as with that search.
+// Run-length coding of horizontal differences: 512 x 512 pixels of noise take 16 ms; the fastest
+// search for repetitions takes 45 ms. Files of drawn icons are at most twice as large as with that
+// search.
 constexpr int compressionLevel = 1;
 constexpr int compressionStrategy = Z_RLE;
 constexpr int filter = PNG_FILTER_SUB;
@@ -26,7 +27,7 @@ void append(png_structp writer, png_bytep bytes, std::size_t count) {
 }
 
 [[noreturn]] void fail(png_structp /*writer*/, png_const_charp message) {
-    // Writing to memory fails only by a caller's error or without memory.
+    // Writing to memory fails only if the caller made an error or no memory is left.
     fatalError(message);
 }
 

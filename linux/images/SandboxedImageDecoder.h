@@ -10,12 +10,12 @@ namespace glintmark::platform {
 
 class DecoderHelper;
 
-/// Decodes images in a separate, sandboxed process. This process never reads an image's bytes.
+/// Decodes images in a separate, sandboxed process. This process never parses an encoded image.
 ///
-/// An image of up to 4 MiB keeps its bitmap. A larger one keeps its encoded bytes and is decoded
-/// again whenever its pixels are needed. Images may outlive the decoder. Any thread; calls block
-/// until the result is there. The decoder has no thread and no event source, and its process ends
-/// after 30 s without a request.
+/// An image with up to 4 MiB of pixels keeps its bitmap. A larger one keeps its encoded bytes and
+/// is decoded again whenever its pixels are needed. Images may outlive the decoder. Any thread;
+/// calls block until the result is there. The decoder has no thread and no event source, and its
+/// process ends after 30 s without a request.
 class SandboxedImageDecoder : public ImageDecoder {
 public:
     /// `helperPath` names `glintmark-image-decoder`. The helper kills a child that does not answer

@@ -7,9 +7,9 @@
 namespace glintmark::platform {
 
 /// Limits the memory of all growing bodies together. Beyond the limit the largest body is
-/// cancelled, so that a server that sends far too much fails and not the one that sends the last
-/// byte. A `Holder` has `heldBytes()` and `cancel()`; a cancelled one holds no bytes and accepts
-/// none. For one thread.
+/// cancelled, so that the server that sends far too much fails, and not the server that sends the
+/// last byte. A `Holder` has `heldBytes()` and `cancel()`; a cancelled one holds no bytes and
+/// accepts none. For one thread.
 template <typename Holder>
 class BodyBudget {
 public:

@@ -40,18 +40,19 @@ auto real(const char* name) {
 /// Its result is the type of the first argument of `function`.
 template <typename Result, typename First, typename... Rest>
 First firstOf(Result (*function)(First, Rest...));
-using ReadURL = decltype(firstOf(&curl_url_get));  // to a constant in later versions
+using ReadURL = decltype(firstOf(&curl_url_get));  // `const` in later versions
 
 // The functions with variable arguments take one argument more than they name. A va_list does not
-// say of which type it is; the number of the option does.
+// tell the type of that argument; the number of the option does.
 
-/// Calls `function` with the next of `arguments`, which is an `Argument`.
+/// Calls `function` with the next of `arguments`, which has the type `Argument`.
 template <typename Argument, typename Function, typename Object, typename Option>
 auto call(Function function, Object object, Option option, std::va_list arguments) {
     return function(object, option, va_arg(arguments, Argument));
 }
 
-/// For curl_easy_setopt(3) and curl_multi_setopt(3), whose numbers begin at those of their types.
+/// For curl_easy_setopt(3) and curl_multi_setopt(3), whose option numbers are the number of the
+/// type plus a counter.
 template <typename Function, typename Object, typename Option>
 auto setOption(Function function, Object object, Option option, std::va_list arguments) {
     switch (option - option % CURLOPTTYPE_OBJECTPOINT) {
@@ -78,12 +79,13 @@ CURLcode getInfo(Function function, CURL* handle, CURLINFO info, std::va_list ar
             return call<curl_socket_t*>(function, handle, info, arguments);
         case CURLINFO_OFF_T:
             return call<curl_off_t*>(function, handle, info, arguments);
-        default:  // to a text or a list
+        default:  // a pointer to a text or a list
             return call<void*>(function, handle, info, arguments);
     }
 }
 
-/// For curl_share_setopt(3). Its numbers say nothing, its manual does.
+/// For curl_share_setopt(3). The types are from its manual, because its option numbers do not tell
+/// them.
 template <typename Function>
 CURLSHcode setShareOption(Function function, CURLSH* share, CURLSHoption option,
                           std::va_list arguments) {
@@ -154,8 +156,8 @@ CURLUcode curl_url_set(CURLU* url, CURLUPart part, const char* text, unsigned fl
     return REAL(curl_url_set)(url, part, text, flags);
 }
 
-// An option promotes to a type of its own width, which harms nothing; the declarations are
-// libcurl's.
+// va_start is called with an enumeration, as libcurl's declarations require. It promotes to an
+// integer of the same width, so the call works.
 #pragma GCC diagnostic ignored "-Wvarargs"
 
 #define PASS_ON(how, name, object, option)                          \

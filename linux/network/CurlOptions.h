@@ -6,8 +6,8 @@
 
 namespace glintmark::platform {
 
-/// True if `Argument` is what an option with the number `option` takes. libcurl's number of an
-/// option begins at that of its type.
+/// True if the option with the number `option` takes an `Argument`. In libcurl, an option's number
+/// is the number of its type plus a counter.
 template <typename Argument>
 constexpr bool fitsCurlOption(int option) {
     switch (option - option % CURLOPTTYPE_OBJECTPOINT) {

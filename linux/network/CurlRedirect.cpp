@@ -61,7 +61,8 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
         carryCredentials(base, target);
     }
     auto url = part(target, CURLUPART_URL);
-    // libcurl does not escape spaces in a user's name, and refuses a request for such an address.
+    // libcurl does not escape spaces in a user's name, and refuses a request for an address with
+    // them.
     if (!url || !accepts(base, *url)) {
         return std::nullopt;
     }

@@ -18,8 +18,8 @@ namespace {
 constexpr int maximumRedirects = 20;
 /// All heads of one hop together: those of interim answers, of the answer, and the trailers.
 constexpr std::size_t maximumHeadBytes = std::size_t{256} << 10;
-/// The rest of a short body is read, so that the connection can be reused. For a long body a new
-/// connection is cheaper.
+/// The rest of a short redirect body is read, so that the connection can be reused. For a long body
+/// a new connection is cheaper.
 constexpr std::size_t maximumRedirectBodyBytes = std::size_t{64} << 10;
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view lowerCasePrefix) {
@@ -31,8 +31,8 @@ bool isRedirect(long status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-/// The host of `url` in lower case; empty if the session does not request such addresses. libcurl
-/// is more lenient: it reads "http:/a" as "http://a".
+/// The host of `url` in lower case; empty if the session does not request `url`. libcurl is more
+/// lenient: it reads "http:/a" as "http://a".
 std::string requestableHost(const URL& url) {
     const std::string scheme = lowercasedASCII(url.scheme().value_or(""));
     return scheme == "http" || scheme == "https" ? lowercasedASCII(url.host().value_or("")) : "";
@@ -190,7 +190,7 @@ std::optional<std::string> CurlTransfer::location() const {
         CURLHE_OK) {
         return std::nullopt;
     }
-    const std::string_view value(field->value);  // libcurl leaves the line's end in an empty one
+    const std::string_view value(field->value);  // libcurl keeps the line end of an empty one
     const std::size_t end = value.find_last_not_of(" \t\r\n");
     return end == std::string_view::npos ? std::nullopt
                                          : std::optional<std::string>(value.substr(0, end + 1));

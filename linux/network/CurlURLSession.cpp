@@ -26,8 +26,8 @@ constexpr std::size_t stackBytes = std::size_t{512} << 10;
 constexpr std::size_t maximumErrorPageBytes = std::size_t{16} << 10;
 
 void initialiseLibrary() {
-    // Only when there is a request: initialising OpenSSL costs memory and time. It is never undone,
-    // since other code in the process may use these libraries.
+    // Only when there is a request: initialising OpenSSL costs memory and time. The libraries are
+    // never cleaned up, because other code in the process may use them.
     static const CURLcode outcome = curl_global_init(CURL_GLOBAL_DEFAULT);
     static_cast<void>(outcome);
 }
@@ -150,7 +150,7 @@ void CurlURLSession::Worker::run() {
     } while (!stopIfDone());
 }
 
-/// Runs transfers until none has been requested for the idle timeout, or the session closes.
+/// Runs transfers until there have been none for the idle timeout, or the session closes.
 void CurlURLSession::Worker::serve() {
     CurlLoop loop(options_, *cookies_);
     auto idleUntil = options_.now() + options_.idleTimeout;
@@ -196,7 +196,7 @@ bool CurlURLSession::Worker::takeNewRequests(CurlLoop& loop, bool& mayStart) {
     return true;
 }
 
-/// Marks the thread as ended and returns true if the session is closed or no request is new.
+/// Marks the thread as ended and returns true if the session is closed or there is no new request.
 bool CurlURLSession::Worker::stopIfDone() {
     malloc_trim(0);  // returns the memory of the connections, certificates and bodies
     const std::lock_guard lock(mutex_);
@@ -213,7 +213,8 @@ bool CurlURLSession::Worker::hasNewRequests() {
 }
 
 /// Most requests of a fetch are for icons that the site does not have. Waking a thread of the queue
-/// for such an answer, and this thread again for the next request, takes longer than all the rest.
+/// for each of these short completions, and this thread again for the next request, takes longer
+/// than the rest of the work.
 void CurlURLSession::Worker::finish(CurlTransfer& transfer) {
     auto delivery = deliveryOf(transfer);
     if (isCheapToComplete(delivery->result)) {

@@ -23,7 +23,7 @@ public:
         lineUp(host);
     }
 
-    /// Adds an item before the others of its host, for an item that ran before.
+    /// Adds an item that ran before, ahead of the waiting items of its host.
     void pushFront(const std::string& host, Item item) {
         hosts_[host].waiting.push_front(std::move(item));
         lineUp(host);

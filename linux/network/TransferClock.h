@@ -12,7 +12,7 @@ public:
     using Time = std::chrono::steady_clock::time_point;
     using Duration = std::chrono::nanoseconds;
 
-    /// `dataTimeout`: without data; `transferTimeout`: all running time together.
+    /// `dataTimeout` limits the time without data, `transferTimeout` all running time together.
     TransferClock(Duration dataTimeout, Duration transferTimeout)
         : dataTimeout_(std::min(dataTimeout, transferTimeout)), left_(transferTimeout) {}
 
@@ -23,7 +23,7 @@ public:
     void dataArrived(Time now) { lastDataAt_ = now; }
     void stop(Time now) { left_ -= now - startedAt_; }
 
-    /// Only between `start` and `stop`.
+    /// Call only between `start` and `stop`.
     Time deadline() const { return std::min(lastDataAt_ + dataTimeout_, startedAt_ + left_); }
 
 private:

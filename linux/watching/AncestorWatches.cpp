@@ -14,9 +14,10 @@ namespace glintmark::platform {
 
 namespace {
 
-// A directory on the way matters when the next name appears in it or is replaced, and when the
-// directory is moved. Its end has an event without being asked for (IN_IGNORED). The removal of the
-// next name needs no event: until something takes its place there is nothing to do.
+// A directory on the way to a path needs events when the next name appears in it or is replaced,
+// and when the directory is moved. The kernel always reports the removal of the directory
+// (IN_IGNORED). The removal of the next name needs no event: there is nothing to do until something
+// replaces it.
 constexpr std::uint32_t stepEvents =
     IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
 constexpr std::uint32_t lastStepEvents = IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
@@ -103,8 +104,8 @@ void AncestorWatches::follow(std::size_t index) {
 
 int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
                                std::string_view next) {
-    // Ways share directories, so events are only added: the last directory of one way may be in the
-    // middle of another.
+    // The ways to different paths share directories, so events are only added: the last directory
+    // of one way may be in the middle of another.
     const auto events = (next.empty() ? lastStepEvents : stepEvents) | IN_MASK_ADD;
     const int watch = inotify_.add(pathOf(directory), events);
     if (watch >= 0) {
@@ -114,8 +115,9 @@ int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
     return watch;
 }
 
-/// Also watches for changed permissions: a directory that may not be searched now may be later. A
-/// directory that may not be read cannot be watched, but its parent reports the change.
+/// Also watches for changed permissions: a directory that the user may not search now may become
+/// searchable. A directory that the user may not read cannot be watched, but the watch of its
+/// parent reports the change.
 void AncestorWatches::addPermissionChanges(const std::string& directory) {
     for (const auto& watched : {directory, directory.substr(0, directory.rfind('/'))}) {
         inotify_.add(pathOf(watched), IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_MASK_ADD);

@@ -10,9 +10,9 @@
 
 namespace glintmark::platform {
 
-/// Notices when fixed paths may lead elsewhere: when what lies there, or anything on the way to it,
-/// may have appeared, gone or been replaced. Watches each existing directory on the way, through
-/// symbolic links as well.
+/// Notices when fixed paths may resolve to another directory: when the directory there, or anything
+/// on the way to it, may have been made, removed or replaced. Watches each existing directory on
+/// the way, through symbolic links as well.
 class AncestorWatches {
 public:
     /// The paths are absolute.
@@ -23,7 +23,8 @@ public:
     /// Watches the way to path number `index` as it is now. Changes from this call on are noticed.
     void arm(std::size_t index);
 
-    /// The numbers of the paths that may lead elsewhere now. Each must be armed again.
+    /// The numbers of the paths that may resolve to another directory now. Each must be armed
+    /// again.
     std::set<std::size_t> readChanged();
 
 private:

@@ -6,7 +6,7 @@
 
 namespace glintmark::platform {
 
-/// What a directory's time stamps say about the time since the cutoff.
+/// The change since the cutoff that a directory's time stamps show.
 enum class StampedChange {
     none,
     contents,  ///< Something changed in the directory.
@@ -22,7 +22,7 @@ public:
     /// One moment by two clocks.
     struct Moment {
         std::chrono::nanoseconds wall;  ///< Since the epoch; the clock may be set back.
-        Clock::time_point steady;       ///< By a clock that nobody sets.
+        Clock::time_point steady;       ///< By a clock that is never set.
     };
 
     /// Now, by the coarse clock from which the file systems take their time stamps. A change that
@@ -34,13 +34,13 @@ public:
 
     explicit ChangeCutoff(const Moment& cutoff) : cutoff_(cutoff), quiet_(cutoff) {}
 
-    /// Notes that every event up to `moment`, of `stampNow()`, has been handled.
+    /// Notes that every event up to `moment` has been handled. `moment` is from `stampNow()`.
     void noteQuiet(const Moment& moment) { quiet_ = moment; }
 
     /// Moves the cutoff to the last quiet moment: events may have been lost from then on.
     void moveToQuiet() { cutoff_ = quiet_; }
 
-    /// `now` is `exactNow()`.
+    /// `now` is from `exactNow()`.
     StampedChange changeIn(const struct statx& status, const Moment& now) const;
 
 private:

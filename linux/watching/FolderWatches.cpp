@@ -27,7 +27,7 @@ std::string realPath(const std::string& path) {
     return real != nullptr ? real.get() : path;
 }
 
-/// True if `path` is `directory` or lies below it.
+/// True if `path` is `directory` or is below it.
 bool isWithin(std::string_view path, std::string_view directory) {
     return path.starts_with(directory) &&
            (directory.ends_with('/') || path.size() == directory.size() ||
@@ -53,7 +53,7 @@ void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
     trees_.retryIfDue();
     if (trees_.isWalking()) {
         trees_.continueWalk();
-        end = Clock::time_point();  // past: there may be more to walk
+        end = Clock::time_point();  // do not sleep: there may be more to walk
     }
     if (const auto retryAt = trees_.retryAt()) {
         end = std::min(end.value_or(*retryAt), *retryAt);
@@ -82,7 +82,7 @@ void FolderWatches::handleMounts() {
     }
 }
 
-/// True if one of the mount points lies below a folder or on the way to one.
+/// True if one of the mount points is a folder, or is below or above one.
 bool FolderWatches::isConcernedBy(const std::vector<std::string>& mountPoints) const {
     return !mountPoints.empty() &&
            std::any_of(folders_.begin(), folders_.end(), [&](const std::string& folder) {

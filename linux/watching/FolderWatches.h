@@ -11,8 +11,8 @@
 
 namespace glintmark::platform {
 
-/// All that is watched for a list of folders: the trees below them, the ways that lead to them, and
-/// the table of mounts, since a mount has no inotify event. One thread.
+/// All watches for a list of folders: on the trees below them, on the directories on the way to
+/// them, and on the table of mounts, because a mount has no inotify event. One thread.
 class FolderWatches {
 public:
     using Clock = TreeWatches::Clock;
@@ -24,9 +24,9 @@ public:
     /// Watches the folders. `wait()` walks their trees.
     void begin();
 
-    /// Sleeps until something happens, `descriptor` becomes readable or `end` has come; then
-    /// handles what has happened. Without `end` there is no timeout. Walks some directories instead
-    /// of sleeping while there are any to walk.
+    /// Sleeps until an event arrives, `descriptor` becomes readable or `end` is reached; then
+    /// handles the events. Without `end` there is no timeout. While there are directories to walk,
+    /// walks some of them instead of sleeping.
     void wait(int descriptor, std::optional<Clock::time_point> end);
 
     std::optional<Clock::time_point> pendingSince() const { return trees_.pendingSince(); }

@@ -28,12 +28,12 @@ public:
 
     int descriptor() const { return descriptor_.get(); }
 
-    /// Returns the watch of what lies at `path`: the same number as before if it is watched
-    /// already, -1 with `errno` set if it cannot be watched.
+    /// Watches the file at `path` and returns the watch: the same number as before if the file is
+    /// watched already, -1 with `errno` set if it cannot be watched.
     int add(const std::string& path, std::uint32_t mask) const;
     void remove(int watch) const;
 
-    /// Calls `visit` with each event that has come since the last call, in order. Does not wait.
+    /// Calls `visit` with each event that has arrived since the last call, in order. Does not wait.
     void read(const std::function<void(const InotifyEvent&)>& visit);
 
 private:

@@ -37,7 +37,7 @@ std::vector<std::string> absoluteFolders(std::span<const std::string> folders) {
 
 }  // namespace
 
-/// Runs the handler, one call at a time, until it is shut.
+/// Runs the handler until `shut()` is called.
 class InotifyEventStream::Delivery {
 public:
     explicit Delivery(Handler handler) : handler_(std::move(handler)) {}
@@ -64,14 +64,15 @@ public:
 
 private:
     const Handler handler_;
-    std::mutex mutex_;  // guards all below
+    std::mutex mutex_;  // guards the rest
     std::condition_variable ended_;
     bool isShut_ = false;
     std::optional<std::thread::id> runner_;
 };
 
-/// What the stream and its thread share. Nobody waits for the thread, since a file system that does
-/// not answer may block it for long. Once the link is cut, the thread touches only what it owns.
+/// The state that the stream shares with its thread. Nothing waits for the thread, because a file
+/// system that does not answer may block it for long. Once the link is cut, the thread uses only
+/// its own state and this link.
 struct InotifyEventStream::Link {
     Link(std::shared_ptr<Delivery> target, Log& debugLog)
         : wake(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
@@ -125,13 +126,13 @@ struct InotifyEventStream::Link {
     const FileDescriptor wake;
     const std::shared_ptr<Delivery> delivery;
 
-    std::mutex mutex;  // guards all below
+    std::mutex mutex;  // guards the rest
     bool isCut = false;
     DispatchQueue* queue = nullptr;  // null before the start and once cut
     Log* log;                        // null once cut
 };
 
-/// What the thread does.
+/// Runs on the thread.
 class InotifyEventStream::Watcher {
 public:
     Watcher(Inotify forTrees, Inotify forAncestors, const std::vector<std::string>& folders,

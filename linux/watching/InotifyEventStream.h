@@ -32,10 +32,10 @@ public:
 
     void setDispatchQueue(DispatchQueue& queue) override;
 
-    /// After `stop()`, only changes after this call count.
+    /// If the stream was stopped before, only changes after this call count.
     bool start() override;
 
-    /// Returns at once. The thread ends by itself.
+    /// Returns at once; the thread ends later.
     void stop() override;
 
     /// Waits for a running handler, unless that handler is the caller.
@@ -56,7 +56,7 @@ private:
     Log& log_;
     DispatchQueue* queue_ = nullptr;
     const std::shared_ptr<Delivery> delivery_;
-    std::shared_ptr<Link> link_;  // to the thread; null while stopped
+    std::shared_ptr<Link> link_;  // shared with the thread; null while stopped
 };
 
 /// The program's event streams.

@@ -20,7 +20,7 @@ public:
     /// where the system has no table.
     int descriptor() const { return file_.get(); }
 
-    /// The mount points that came or went since the last call; the first call, since construction.
+    /// The mount points that were added or removed since the last call, or since construction.
     std::vector<std::string> readChanged();
 
 private:

@@ -24,7 +24,8 @@ public:
     /// Notes that the name at `offset` is no longer needed.
     void drop(Offset offset) { droppedBytes_ += at(offset).size() + 1; }
 
-    /// True if more than half is dropped names, so that copying the others to a new arena pays.
+    /// True if more than half of the memory holds dropped names, so that copying the others to a
+    /// new arena saves memory.
     bool isWasteful() const;
 
 private:

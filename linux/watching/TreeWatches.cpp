@@ -10,17 +10,17 @@
 
 #include "base/system/FilePath.h"
 
-// Folders, events and what they lead to. The walks: TreeWatchesWalk.cpp.
+// The folders, the events and the results. The walks are in TreeWatchesWalk.cpp.
 
 namespace glintmark::platform {
 
 namespace {
 
-// IN_MOVE_SELF: the directory lies elsewhere now. IN_IGNORED, which comes without being asked for:
-// the directory is gone. The tree needs no other events to stay right.
+// IN_MOVE_SELF: the directory was moved. The kernel also always sends IN_IGNORED: the directory was
+// removed. The tree needs no other events to stay correct.
 constexpr std::uint32_t watchedEvents = IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR;
 
-/// Errors that a retry does not cure. ENOSPC, the end of the watches, has a log line.
+/// Errors that a retry does not cure. ENOSPC (no watches left) has a log line.
 constexpr std::array lastingErrors = {ENOENT, ENOTDIR, EACCES, EPERM, ELOOP, ENAMETOOLONG, ENOSPC};
 
 }  // namespace
@@ -72,7 +72,7 @@ void TreeWatches::watchFolder(std::size_t folder, Walk walk) {
         report(watch);
     }
     walk = walkBelow(walk, isNew, change);
-    if (isNew || walk != Walk::initial) {  // else another spelling of a folder leads to it
+    if (isNew || walk != Walk::initial) {  // else it is walked under another path
         walks_.push_back({watch, walk});
     }
 }
@@ -128,10 +128,11 @@ void TreeWatches::handleName(const InotifyEvent& event) {
     }
 }
 
-/// The file system, not the events, decides which links of a moved directory still hold: the
-/// events of several moves may come in any order, and where only one end is watched, half of the
-/// move has no event. A look-up that fails because a directory above has moved in the meantime does
-/// no harm: that directory's own event comes later and leads to all below it.
+/// The file system, not the events, decides which links of a moved directory still hold: the events
+/// of several moves may arrive in any order, and if only the source or the target of a move is
+/// watched, half of the move has no event. A look-up that fails because a directory above has moved
+/// in the meantime does no harm: that directory's own event arrives later, and all directories
+/// below it are then walked.
 void TreeWatches::handleMove(Watch watch) {
     for (const auto& [parent, name] : tree_.links(watch)) {
         const auto parentPath = tree_.anyPath(parent);
@@ -140,7 +141,7 @@ void TreeWatches::handleMove(Watch watch) {
             watchDirectory(appendPathComponent(parentPath, name), IN_DONT_FOLLOW) == watch;
         if (!holds) {
             tree_.unlink(watch, parent, name);
-            visitIn(parent, name, Walk::arrived);  // what took its place, if anything
+            visitIn(parent, name, Walk::arrived);  // its replacement, if there is one
         }
     }
     hasStrays_ = true;
@@ -151,7 +152,7 @@ void TreeWatches::handleUnmount(Watch watch) {
     const auto links = tree_.links(watch);
     tree_.remove(watch);
     for (const auto& [parent, name] : links) {
-        visitIn(parent, name, Walk::arrived);  // what the mount hid
+        visitIn(parent, name, Walk::arrived);  // the directory that the mount hid
     }
 }
 
@@ -179,7 +180,7 @@ std::vector<DirectoryEvent> TreeWatches::takeChanges() {
     if (walks_.empty()) {
         dropStrays();
     } else if (hasStrays_) {
-        markPending();  // the walk may yet find where they lie
+        markPending();  // the walk may still find their place
     }
     std::vector<DirectoryEvent> changes;
     if (std::exchange(lostEvents_, false)) {

@@ -25,7 +25,7 @@ namespace glintmark::platform {
 /// no call blocks.
 ///
 /// A change is a name that appears: made, linked or moved in. Writing to a file, changing its
-/// attributes and removing it are no changes, so they cost nothing.
+/// attributes and removing it are not changes, so they cost nothing.
 class TreeWatches {
 public:
     using Clock = ChangeCutoff::Clock;
@@ -39,14 +39,13 @@ public:
     /// Watches the folders and begins the first walk.
     void watchFolders();
 
-    /// Watches what lies at a folder's path now, and walks it: it may have appeared or been
-    /// replaced.
+    /// Watches and walks the directory that a folder's path names now. It may be a new one.
     void rewatchFolder(std::size_t folder);
 
-    /// Begins to walk all trees again: something happened that no event tells of.
+    /// Begins to walk all trees again: something happened that no event reports.
     void walkAgain();
 
-    /// Handles the events that have come.
+    /// Handles the events that have arrived.
     void readEvents();
 
     bool isWalking() const { return (isFirstWalk_ && !retryAt_) || walksAgain_ || !walks_.empty(); }
@@ -54,15 +53,15 @@ public:
     /// Walks some of the directories that are still to be walked.
     void continueWalk();
 
-    /// When all trees are to be walked again, because the system refused something that it may
-    /// grant then, such as a descriptor. Absent when it refused nothing.
+    /// The time of the next walk of all trees, which is a retry: the system refused something that
+    /// it may grant later, for example a descriptor. Absent when it refused nothing.
     std::optional<Clock::time_point> retryAt() const { return retryAt_; }
     void retryIfDue();
 
     /// Since when `takeChanges()` has had something to do. Absent when it has nothing to do.
     std::optional<Clock::time_point> pendingSince() const { return pendingSince_; }
 
-    /// The directories that changed since the last call, each once by each of its spellings.
+    /// The directories that changed since the last call, each once for each of its spellings.
     std::vector<DirectoryEvent> takeChanges();
 
     std::size_t watchCount() const { return tree_.size(); }
@@ -70,7 +69,7 @@ public:
 private:
     using Watch = WatchTree::Watch;
 
-    /// Which of the directories that it finds a walk reports as changed.
+    /// The directories that a walk reports as changed.
     enum class Walk {
         initial,  ///< Those that changed since the cutoff.
         arrived,  ///< Those not watched before.
@@ -92,7 +91,7 @@ private:
         dev_t device = 0;
     };
 
-    // A file system that is broken for good shall cost next to nothing.
+    // Retries on a permanently broken file system must cost next to nothing.
     static constexpr std::chrono::seconds minimumRetryPause{1};
     static constexpr std::chrono::seconds maximumRetryPause = std::chrono::hours(1);
 
@@ -143,7 +142,7 @@ private:
     std::chrono::seconds retryPause_ = minimumRetryPause;
     bool isFirstWalk_ = true;  // until a walk has seen everything
     bool walksAgain_ = false;
-    bool hasStrays_ = false;  // watched directories that may no longer lie below a folder
+    bool hasStrays_ = false;  // watched directories that may no longer be below a folder
     bool lostEvents_ = false;
     bool loggedLimit_ = false;
 };

@@ -12,13 +12,13 @@
 #include "base/system/FilePath.h"
 #include "linux/watching/TreeWatches.h"
 
-// The walks of the trees, and what a walk makes of each directory.
+// How the trees are walked, and how a walk treats each directory.
 
 namespace glintmark::platform {
 
 namespace {
 
-constexpr int directoriesAtOnce = 16;  // walked between two looks at the events
+constexpr int directoriesAtOnce = 16;  // walked between two reads of the events
 constexpr int entriesAtOnce = 256;
 
 constexpr nlink_t linksOfALeaf = 2;  // its name and its own "."
@@ -133,8 +133,8 @@ void TreeWatches::readDirectory(const Place& place, Walk walk) {
     }
 }
 
-/// Watches `name`, if it is a directory, and walks it afterwards: what appears in it is then found
-/// by the walk or has an event.
+/// Watches `name`, if it is a directory, and walks it afterwards: a name that appears in it is then
+/// found by the walk or has an event.
 void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) {
     const auto watch = watchDirectory(appendPathComponent(place.path, name), IN_DONT_FOLLOW);
     if (watch == WatchTree::noWatch) {
@@ -147,7 +147,7 @@ void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) 
             isFirstVisit && !isNew && !tree_.isLinked(watch, place.watch, name);
         walk = walk == Walk::moved || liesElsewhere ? Walk::moved : Walk::again;
         if (isFirstVisit) {
-            tree_.unlinkAll(watch);  // what is known from before the loss may be wrong
+            tree_.unlinkAll(watch);  // links from before this walk may be out of date
         }
     }
     const bool endsInACircle = tree_.link(watch, place.watch, name) == WatchTree::Linked::refused;
@@ -175,7 +175,7 @@ void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) 
 void TreeWatches::visitIn(Watch parent, const std::string& name, Walk walk) {
     const auto path = tree_.anyPath(parent);
     if (path.empty()) {
-        return;  // moved out; if it comes back, all of it is walked
+        return;  // moved out; if it is moved back, all of it is walked
     }
     visit({.watch = parent, .path = path}, name, walk);
 }
@@ -195,8 +195,8 @@ bool TreeWatches::isChanged(Walk walk, bool isNew, StampedChange change) const {
     return false;
 }
 
-/// How the walk goes on below a directory that it found. If the directory itself arrived before
-/// the first walk came to it, all below it arrived, too.
+/// The kind of walk for the directories below a directory that a walk found. If the directory
+/// itself arrived before the first walk reached it, all directories below it arrived, too.
 TreeWatches::Walk TreeWatches::walkBelow(Walk walk, bool isNew, StampedChange change) const {
     if (change != StampedChange::arrival) {
         return walk;

@@ -15,12 +15,12 @@
 
 namespace glintmark::platform {
 
-/// Where each watched directory lies: its name in its parent, up to a watched folder.
+/// The place of each watched directory: its parent and its name there, up to a watched folder.
 ///
 /// A directory with a name of eight bytes takes about 17 bytes. A directory is identified by its
-/// inotify watch, so it has one node however many paths lead to it: it may be a watched folder in
-/// several spellings, lie below another folder, and have several links (a bind mount, or a move of
-/// which not all events have come). Links never form a cycle.
+/// inotify watch, so it has one node for all its paths: it may be a watched folder in several
+/// spellings, be below another folder, and have several links (a bind mount, or a move of which not
+/// all events have arrived). Links never form a cycle.
 class WatchTree {
 public:
     using Watch = int;  ///< Positive.
@@ -43,15 +43,15 @@ public:
     bool isFolder(Watch watch) const { return find(watch)->isFolder != 0; }
     std::size_t size() const { return size_; }
 
-    /// False if the directory was there already.
+    /// False if the directory is in the tree already.
     bool add(Watch watch);
 
     /// Removes the directory and its links. The directories below it stay, but have no path until
     /// they are linked again.
     void remove(Watch watch);
 
-    /// Notes that `watch` lies in `parent` as `name`. Refused if `parent` is or lies below `watch`,
-    /// and when there is no room for the name.
+    /// Notes that `watch` is in `parent` under `name`. Refused if `parent` is `watch` or is below
+    /// it, and when there is no room for the name.
     Linked link(Watch watch, Watch parent, std::string_view name);
     void unlink(Watch watch, Watch parent, std::string_view name);
     void unlinkAll(Watch watch);

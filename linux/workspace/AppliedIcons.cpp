@@ -45,7 +45,7 @@ void AppliedIcons::add(const AppliedIcon& applied) {
     const off_t end = lseek(file, 0, SEEK_END);
     const auto written = write(file, line.data(), line.size());
     if (written != static_cast<ssize_t>(line.size())) {
-        // Or the next line would continue this one.
+        // Otherwise the next line would continue the incomplete one.
         static_cast<void>(!ftruncate(file, end));
     }
     close(file);

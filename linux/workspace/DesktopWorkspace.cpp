@@ -24,7 +24,7 @@ std::string wholeSeconds(const struct stat& status) {
     return std::to_string(status.st_mtim.tv_sec);
 }
 
-/// With microseconds, as thumbnail services that read them write it.
+/// With microseconds, in the form that thumbnail services write if they use microseconds.
 std::string exactSeconds(const struct stat& status) {
     constexpr long nanosecondsPerMicrosecond = 1000;
     constexpr std::size_t digits = 6;
@@ -116,7 +116,8 @@ bool DesktopWorkspace::writeThumbnails(const Target& target,
     return complete;
 }
 
-/// Refreshes open windows. If the file's time cannot be set, its thumbnails get the real time.
+/// Refreshes open windows. If the file's time cannot be set, its thumbnails record the time with
+/// its fraction.
 void DesktopWorkspace::finish(const Target& target) {
     if (!WindowRefresh::dropTimeFraction(target.path, target.status) &&
         target.status.st_mtim.tv_nsec != 0) {

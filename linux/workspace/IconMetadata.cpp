@@ -30,12 +30,12 @@ struct IconMetadata::Request {
     std::optional<bool> written;  ///< Guarded by the worker's mutex.
 };
 
-/// What the thread uses. Outlives the service while a call is stuck.
+/// The state that the thread uses. Outlives the `IconMetadata` while a call is stuck.
 struct IconMetadata::Worker : std::enable_shared_from_this<IconMetadata::Worker> {
     Writer writer;
-    IconMetadata* owner = nullptr;  ///< Main thread only; null when the service is gone.
+    IconMetadata* owner = nullptr;  ///< Main thread only; null once it is destroyed.
 
-    std::mutex mutex;  ///< Guards what follows.
+    std::mutex mutex;  ///< Guards the rest.
     std::condition_variable answered;
     std::deque<std::shared_ptr<Request>> requests;
     bool running = false;

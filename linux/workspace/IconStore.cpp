@@ -48,8 +48,8 @@ std::vector<std::string> entriesOf(const std::string& folder) {
     return names;
 }
 
-/// The later of the times of the last read and write. File systems keep the time of a read to about
-/// a day. A file whose status cannot be read counts as in use.
+/// The later of the times of the last read and write. File systems update the time of the last read
+/// about once a day. A file whose status cannot be read counts as in use.
 std::time_t lastUse(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {

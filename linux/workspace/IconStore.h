@@ -29,7 +29,7 @@ public:
     /// since 1970).
     std::set<std::string> unusedSince(std::time_t time) const;
 
-    /// Removes a picture, unless it was used since `time` after all.
+    /// Removes a picture, unless it was used since `time`.
     void removeUnused(const std::string& name, std::time_t time);
 
     /// Removes unfinished files, left by a crash while writing, that are more than a day old.
@@ -44,7 +44,7 @@ private:
 /// `user.glintmark.icon`, which moves with the file. False when that fails.
 bool writeIconName(const std::string& path, const std::string& name);
 
-/// Absent when the file has no such attribute or its value is not a name.
+/// Absent when the file does not have the attribute, or its value is not a name.
 std::optional<std::string> readIconName(const std::string& path);
 
 }  // namespace glintmark::platform

@@ -38,7 +38,7 @@ bool exists(const std::string& path) {
 }
 
 /// True if reading a file or folder failed with an error that does not show whether it uses an
-/// icon. What the user may not read shows no icon, so these errors count as an answer.
+/// icon. A file that the user may not read shows no icon, so permission errors count as an answer.
 bool isInconclusive(int error) {
     constexpr std::array answers = {0,       ENODATA, ENOTSUP, ERANGE, ENOENT,
                                     ENOTDIR, EACCES,  EPERM,   ELOOP};

@@ -17,9 +17,10 @@ namespace glintmark::platform {
 /// Removes stored icons that no file uses.
 ///
 /// An icon is removed if all of this is true: nothing has read or written it for thirty days; no
-/// file that got it, by the record, still has it; the folders of these files can be read; and no
-/// link file below the home folder has it (the icon's name moves with the file). If reading a file
-/// fails for any reason but permission, assume that it uses the icon. Blocks while it searches.
+/// file that got it, by the record, still has it; the folders of these files exist; and no link
+/// file below the home folder has it (the icon's name moves with the file). If an error leaves open
+/// whether a file uses the icon, the icon is kept. A file that the user may not read counts as one
+/// that does not use it. Blocks while it searches.
 class IconSweep {
 public:
     static constexpr std::chrono::hours unusedFor{24 * 30};

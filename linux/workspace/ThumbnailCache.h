@@ -10,7 +10,7 @@ namespace glintmark::platform {
 
 /// One icon as PNG files of three sizes, for any number of files.
 struct IconPictures {
-    static constexpr int fullEdge = 512;  ///< Pixels, as the next two.
+    static constexpr int fullEdge = 512;  ///< All edges are in pixels.
     static constexpr int largeEdge = 256;
     static constexpr int normalEdge = 128;
 
@@ -22,7 +22,8 @@ struct IconPictures {
 /// Encodes `bitmap`, stretched to each of the three sizes.
 IconPictures encodedPictures(const BitmapImageRep& bitmap);
 
-/// What a thumbnail says about its file. Readers ignore a thumbnail that is out of date.
+/// The facts about its file that a thumbnail records. Readers ignore a thumbnail that is out of
+/// date.
 struct ThumbnailSubject {
     std::string uri;
     std::string modificationTime;  ///< Seconds since 1970, in decimal.
