@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-/// What the benchmarks share: options, processor time, and figures.
+/// Shared by the benchmarks: options, processor time, and figures.
 namespace glintmark::bench {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-/// `--json FILE` also writes the figures there. `--smoke` makes a short run, whose limits do not
+/// `--json FILE` also writes the figures to FILE. `--smoke` makes a short run, whose limits do not
 /// count.
 struct Options {
     Options(int argc, char** argv) {
@@ -52,7 +52,7 @@ inline Milliseconds processorTime(clockid_t clock = CLOCK_PROCESS_CPUTIME_ID) {
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-/// The value that `share` of all values are below.
+/// The value below which a part of all values is: `share`, from 0 to 1.
 template <typename Value>
 Value quantile(std::vector<Value> values, double share) {
     std::sort(values.begin(), values.end());

@@ -1,7 +1,7 @@
 // How long `setIcon` blocks the main thread: it writes the thumbnails and the file's attributes.
 // The image was encoded and stored before, by `prepareIcon`, which the program calls on another
-// thread. The images are a flat icon, a drawn one, and noise, which no enlarged icon has in every
-// pixel. The metadata daemon is left out. Fails if the median for an image is above 20 ms.
+// thread. The images are a flat icon, a drawn one, and noise in every pixel, which no enlarged icon
+// has. The metadata daemon is left out. Fails if the median for an image is above 20 ms.
 
 #include <stdlib.h>  // NOLINT(modernize-deprecated-headers): setenv
 
@@ -74,7 +74,7 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
     for (int i = 0; i < files; ++i) {
         const auto path = folder + "/" + kind.name + std::to_string(i) + ".webloc";
         std::ofstream(path) << "link";
-        pixels[0] = static_cast<std::uint8_t>(i);  // so that no picture is stored yet
+        pixels[0] = static_cast<std::uint8_t>(i);  // so that the store has no equal picture
         // The program does this on another thread.
         auto icon = workspace.prepareIcon(Image(BitmapImageRep(edge, edge, true, pixels)));
         const auto begin = std::chrono::steady_clock::now();

@@ -1,6 +1,6 @@
-// How long the search for icon links in a page takes, for every kind of page that is hard for a
-// pattern or a parser, and how long it takes parsers that read the whole page into a tree. Fails if
-// 10 MB take more than a second, or if a page of twice the size takes more than 2.2 times as long.
+// The time to search a page for icon links, for every kind of page that is hard for a pattern or a
+// parser, and the time that parsers take that read the whole page into a tree. Fails if 10 MB take
+// more than a second, or if a page of twice the size takes more than 2.2 times as long.
 #include <gumbo.h>
 #include <libxml/HTMLparser.h>
 #include <malloc.h>
@@ -172,7 +172,8 @@ double minimumTimeOf(Search search, const std::string& page, int times) {
     return minimum;
 }
 
-/// Runs the peer in a child process, which the page may end. Negative if it does.
+/// Runs the peer in a child process, because some pages make it crash or exceed its limits.
+/// Negative if that happens.
 double timeOfPeer(Search search, const std::string& page, int times) {
     std::array<int, 2> ends{};
     if (::pipe(ends.data()) != 0) {
@@ -202,7 +203,7 @@ void comparePeers(const Kind& kind, const std::string& page, const std::string& 
                   bench::Figures& figures) {
     for (const Peer& peer : peers) {
         const double taken = timeOfPeer(peer.search, page, times);
-        // A search that was ended took at least the time limit.
+        // A search that did not finish is recorded with the time limit.
         figures.add({.what = what,
                      .value = taken < 0 ? patience * 1e3 : taken,
                      .unit = "ms",

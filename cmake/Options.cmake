@@ -1,16 +1,18 @@
-# What a preset may change, besides CMake's own variables. Everything else is the same in every build.
+# The variables that a preset may change, in addition to CMake's own. Everything else is the same in
+# every build.
 set(GLINTMARK_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, separated by commas")
 option(GLINTMARK_COVERAGE "Record line coverage (Clang)" OFF)
 option(GLINTMARK_TESTS "Build the tests" ON)
 option(GLINTMARK_BENCH "Build the benchmarks" OFF)
 option(GLINTMARK_FUZZ "Build the fuzz targets (Clang)" OFF)
 
-# The presets for development and scripts/test make warnings errors (CMAKE_COMPILE_WARNING_AS_ERROR). The
-# preset "release" does not, so that a compiler with new warnings still builds what users run.
+# The presets for development and scripts/test make warnings errors
+# (CMAKE_COMPILE_WARNING_AS_ERROR). The preset "release" does not, so that a compiler with new
+# warnings still builds the program.
 add_compile_options(
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wformat=2
-  -Werror=format-security)  # always: a format string from outside is an attack
+  -Werror=format-security)  # in every build: a format string from outside is an attack
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-Wlogical-op -Wduplicated-cond -Wduplicated-branches)
   # Off: when GCC 12 inlines std::variant and std::vector, it wrongly warns of null dereferences and of
@@ -34,7 +36,8 @@ else()
   endif()
 endif()
 
-# For all targets: some libraries need it, and all users of a precompiled header must have the same.
+# For all targets: some libraries need it, and all users of a precompiled header must use the same
+# options.
 add_compile_options(-pthread)
 add_link_options(-pthread)
 

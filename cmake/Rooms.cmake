@@ -10,8 +10,8 @@ function(glintmark_sources result)
   set(${result} ${sources} PARENT_SCOPE)
 endfunction()
 
-# A room is one folder and one library. Its sources are all that are in the folder, so a new file needs
-# no entry anywhere. It may include what it links.
+# A room is one folder and one library. Its sources are all source files in the folder, so a new
+# file needs no entry anywhere. It may include the headers of the libraries that it links.
 function(glintmark_room name)
   cmake_parse_arguments(arg "RECURSE" "" "LINK" ${ARGN})
   glintmark_sources(sources ${ARGN})
@@ -36,8 +36,8 @@ function(glintmark_tests name)
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()
 
-# For programs that are started with an empty environment, which cannot say where the coverage record
-# goes.
+# For programs that are started with an empty environment, which cannot name the file for the
+# coverage record.
 function(glintmark_record_coverage main)
   if(GLINTMARK_COVERAGE)
     set_source_files_properties(${main} PROPERTIES COMPILE_OPTIONS

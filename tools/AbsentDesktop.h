@@ -12,8 +12,8 @@
 
 namespace glintmark::tools {
 
-/// The services that a fetch does not use, for a tool without a desktop. They do nothing and return
-/// absence.
+/// The services that a fetch does not use, for a tool without a desktop. Each call does nothing and
+/// returns an empty result.
 class AbsentDesktop final : public platform::Application,
                             public platform::Bundle,
                             public platform::EventStreamFactory,
