@@ -15,30 +15,23 @@ struct DestroyDecoder {
 };
 using Decoder = std::unique_ptr<avifDecoder, DestroyDecoder>;
 
-Decoder makeDecoder() {
-    Decoder decoder(avifDecoderCreate());
-    if (!decoder) {
-        return nullptr;
-    }
-    decoder->codecChoice = AVIF_CODEC_CHOICE_DAV1D;
-    decoder->maxThreads = 1;
-    decoder->ignoreExif = AVIF_TRUE;
-    decoder->ignoreXMP = AVIF_TRUE;
-    decoder->imageSizeLimit = maximumPixels;
-    decoder->imageDimensionLimit = maximumSide;
-    decoder->strictFlags = AVIF_STRICT_DISABLED;  // real files lack properties that decode without
-    return decoder;
+bool open(avifDecoder& decoder, std::span<const std::uint8_t> file) {
+    decoder.codecChoice = AVIF_CODEC_CHOICE_DAV1D;
+    decoder.maxThreads = 1;
+    decoder.ignoreExif = AVIF_TRUE;
+    decoder.ignoreXMP = AVIF_TRUE;
+    decoder.imageSizeLimit = maximumPixels;
+    decoder.imageDimensionLimit = maximumSide;
+    decoder.strictFlags = AVIF_STRICT_DISABLED;  // real files lack properties that decode without
+    return avifDecoderSetIOMemory(&decoder, file.data(), file.size()) == AVIF_RESULT_OK &&
+           avifDecoderParse(&decoder) == AVIF_RESULT_OK;
 }
 
 }  // namespace
 
 std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, PixelStore& pixels) {
-    const Decoder decoder = makeDecoder();
-    if (!decoder) {
-        return std::nullopt;
-    }
-    if (avifDecoderSetIOMemory(decoder.get(), file.data(), file.size()) != AVIF_RESULT_OK ||
-        avifDecoderParse(decoder.get()) != AVIF_RESULT_OK) {
+    const Decoder decoder(avifDecoderCreate());
+    if (!decoder || !open(*decoder, file)) {
         return std::nullopt;
     }
     const auto canvas = pixels.allocate(decoder->image->width, decoder->image->height);

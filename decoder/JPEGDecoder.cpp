@@ -55,7 +55,8 @@ void onProgress(j_common_ptr jpeg) {
 
 bool isFourColour(J_COLOR_SPACE space) { return space == JCS_CMYK || space == JCS_YCCK; }
 
-// The functions that call setjmp own nothing, so a jump out of the library skips no destructor.
+// The functions that call setjmp own nothing, so a jump out of the library skips no destructor. The
+// source in memory never suspends the library, so its calls succeed or jump.
 
 bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     jpeg_decompress_struct& jpeg = reader.jpeg;
@@ -70,9 +71,7 @@ bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     reader.progress.progress_monitor = onProgress;
     jpeg.progress = &reader.progress;
     jpeg_mem_src(&jpeg, file.data(), file.size());
-    if (jpeg_read_header(&jpeg, TRUE) != JPEG_HEADER_OK) {
-        return false;
-    }
+    jpeg_read_header(&jpeg, TRUE);
     jpeg.out_color_space = isFourColour(jpeg.jpeg_color_space) ? JCS_CMYK : JCS_EXT_RGBA;
     return true;
 }
@@ -96,15 +95,11 @@ bool readRows(JPEGReader& reader, const Canvas& canvas, std::uint8_t* fourColour
     if (setjmp(reader.leave) != 0) {
         return false;
     }
-    if (jpeg_start_decompress(&jpeg) == FALSE) {
-        return false;
-    }
+    jpeg_start_decompress(&jpeg);
     while (jpeg.output_scanline < jpeg.output_height) {
         std::uint8_t* destination = canvas.row(static_cast<int>(jpeg.output_scanline));
         std::uint8_t* row = fourColours != nullptr ? fourColours : destination;
-        if (jpeg_read_scanlines(&jpeg, &row, 1) != 1) {
-            return false;
-        }
+        jpeg_read_scanlines(&jpeg, &row, 1);
         if (fourColours != nullptr) {
             convertFromFourColours(row, jpeg.saw_Adobe_marker == TRUE, destination, canvas.width());
         }

@@ -38,15 +38,10 @@ tsize_t refuseWrite(thandle_t /*handle*/, tdata_t /*data*/, tsize_t /*length*/) 
 
 toff_t seek(thandle_t handle, toff_t offset, int whence) {
     TIFFSource& source = sourceOf(handle);
-    if (whence == SEEK_SET) {
-        source.position = offset;
-    }
-    if (whence == SEEK_CUR) {
-        source.position += offset;
-    }
-    if (whence == SEEK_END) {
-        source.position = source.bytes.size() + offset;
-    }
+    const toff_t start = whence == SEEK_CUR   ? source.position
+                         : whence == SEEK_END ? source.bytes.size()
+                                              : 0;
+    source.position = start + offset;
     return source.position;
 }
 

@@ -54,12 +54,9 @@ bool decodeInto(const WebPIterator& frame, const Canvas& canvas) {
 std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, PixelStore& pixels) {
     const WebPData data{file.data(), file.size()};
     const std::unique_ptr<WebPDemuxer, DeleteDemuxer> demuxer(WebPDemux(&data));
-    if (!demuxer) {
-        return std::nullopt;  // also when the file ends early
-    }
     Frame frame;
-    if (WebPDemuxGetFrame(demuxer.get(), 1, &frame.iterator) == 0) {
-        return std::nullopt;
+    if (!demuxer || WebPDemuxGetFrame(demuxer.get(), 1, &frame.iterator) == 0) {
+        return std::nullopt;  // also when the file ends early
     }
     const auto canvas = pixels.allocate(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH),
                                         WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT));

@@ -30,8 +30,10 @@ INSTANTIATE_TEST_SUITE_P(Truncated, RefusedTest, testing::ValuesIn(imageFileName
 INSTANTIATE_TEST_SUITE_P(Broken, RefusedTest,
                          testing::Values("wrong-checksum.png", "without-frame.gif",
                                          "without-colours.gif", "strip-outside.tiff",
-                                         "bmp8-rle-truncated.bmp", "without-entries.ico",
-                                         "runs-end-early.icns", "not-an-image.html"),
+                                         "bigtiff-header-alone.tiff", "reserved-matrix.avif",
+                                         "pixels-damaged.webp", "bmp8-rle-truncated.bmp",
+                                         "without-entries.ico", "runs-end-early.icns",
+                                         "not-an-image.html"),
                          testName);
 
 INSTANTIATE_TEST_SUITE_P(BeyondTheLimits, RefusedTest,
