@@ -3,8 +3,8 @@
     python3 -m bench.fetching [--rounds N] [--json FILE] [--smoke]
 
 Uses the sites of finding_sites.py. Fails if the processor time is more than 1.5 times libcurl's, or
-if the time is over 10 ms longer than that of the bare requests, which is that of their longest
-chain.
+if the fetch takes over 10 ms longer than the bare requests. The bare requests take as long as their
+longest chain.
 """
 
 import statistics

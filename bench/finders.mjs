@@ -1,5 +1,5 @@
 // finders.mjs PACKAGE FOLDER PORT: finds the icon of each link that it reads from its input with a
-// package installed in FOLDER, and writes a line of JSON for each; a last line tells of the whole run.
+// package installed in FOLDER, and writes a line of JSON for each; a last line is about the whole run.
 // Every connection, whatever it is for, is led to PORT on loopback.
 import { createRequire } from "node:module";
 import net from "node:net";

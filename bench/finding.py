@@ -47,7 +47,7 @@ def install_packages():
 
 
 def ask(links, command, environment=None):
-    """What the finder writes about each link, and about the whole run."""
+    """The finder's results for each link, and for the whole run."""
     text = "\n".join(links) + "\n"
     options = {"timeout": PATIENCE, "env": {**os.environ, **(environment or {})}}
     output = subprocess.check_output(command, input=text, text=True, **options)

@@ -1,4 +1,4 @@
-"""What waiting costs, compared to other programs of the status bar: memory, wake-ups, processor
+"""The cost of waiting, compared to other programs of the status bar: memory, wake-ups, processor
 time.
 
     python3 -m bench.idle [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]

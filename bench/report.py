@@ -20,7 +20,7 @@ RENEWAL = (
 
 LETTERS_IN_A_LINE = 64  # of labels below a plot that are not turned
 MINIMUM_MARGIN = 14  # letters, left of the first bar
-SLANTED_LETTERS_BESIDE = 14  # of a slanted label: what fits without a wider margin
+SLANTED_LETTERS_BESIDE = 14  # of a slanted label, which fit without a wider margin
 
 PLOT = """set terminal svg size {width},460 font "sans-serif,13" background "#ffffff"
 set output "{file}"

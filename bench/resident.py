@@ -1,4 +1,4 @@
-"""What the program costs while it waits for links: memory before and after a first fetch, wake-ups,
+"""The program's cost while it waits for links: memory before and after a first fetch, wake-ups,
 processor time, and the time from its start to the item's registration with a panel.
 
     python3 -m bench.resident [--program PROGRAM] [--rest SECONDS] [--json FILE] [--smoke]

@@ -36,9 +36,9 @@ BURST_DIRECTORIES = 1000
 BURST_FILES = 20_000
 POLLED_ENTRIES = 100_000
 POLL_INTERVAL = 5.0
-SETTLED_SECONDS = 1.0  # the set-up ends when no processor time is used for so long
+SETTLED_SECONDS = 1.0  # the set-up ends when no processor time is used for this long
 
-SPARE_WATCHES = 1000  # for what else runs
+SPARE_WATCHES = 1000  # for other programs
 
 MAXIMUM_MEGABYTES = 10.0
 MAXIMUM_LATENCY = 0.005  # seconds beyond the fixed delays, median

@@ -1,4 +1,4 @@
-# What the scripts share. Source it from the top of the checkout.
+# Functions that the scripts share. Source this file from the top of the checkout.
 
 # So that the compiler cache can cache precompiled headers, and share objects between clones.
 export CCACHE_SLOPPINESS=pch_defines,time_macros

@@ -21,7 +21,8 @@ std::string fileName(const std::string& name) {
     return checkout + (isReal ? "/../shared/vectors/" : "/tests/data/vectors/") + name + ".json";
 }
 
-/// A file that must be there: anything else would turn the tests that read it into nothing.
+/// True if the file is part of the checkout. It must then exist: without it, its tests would pass
+/// without a case.
 bool isCommitted(const std::string& name) {
     return std::getenv(folderVariable) == nullptr &&  // NOLINT(concurrency-mt-unsafe)
            !name.ends_with("_real");
@@ -44,8 +45,8 @@ std::string decodedBase64(std::string_view text) {
     return bytes;
 }
 
-/// Texts of many thousand characters are stored as a list of pieces: each a text, or a text with
-/// the number of times that it repeats.
+/// A text of many thousand characters is stored as a list of pieces. A piece is a text, or a text
+/// and how often it is repeated.
 std::string textOf(const nlohmann::json& value) {
     if (value.is_string()) {
         return value;

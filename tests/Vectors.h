@@ -8,8 +8,8 @@
 
 namespace glintmark::test {
 
-/// An object in a file of test cases. Its readers end the test program when the file does not have
-/// what they ask for, so that a misspelt key cannot pass for an absent value.
+/// An object in a file of test cases. Reading a key that the object lacks, or a value of another
+/// type, ends the test program, so that a misspelt key cannot pass for an absent value.
 class VectorObject {
 public:
     struct Value;
@@ -31,7 +31,8 @@ private:
     std::shared_ptr<const Value> value_;
 };
 
-/// One case: with `firm` exactly the outcome it names is wanted, otherwise any that is not a crash.
+/// One case. If it is `firm`, only the outcome that it names passes the test; otherwise every
+/// outcome but a crash passes.
 struct VectorCase : VectorObject {
     explicit VectorCase(const VectorObject& object) : VectorObject(object), firm(boolean("firm")) {}
 
@@ -41,10 +42,10 @@ struct VectorCase : VectorObject {
     bool firm;
 };
 
-/// The cases of the file `name`.json in the folder that the environment names as
-/// GLINTMARK_VECTORS, where a missing file counts as empty. Without such a folder those of
-/// tests/data/vectors; cases from real sites (`name` ends in "_real") are not kept there but read
-/// from the folder shared/vectors beside the checkout, as far as there is one.
+/// The cases of the file `name`.json. It is in the folder that the environment variable
+/// GLINTMARK_VECTORS names, or in tests/data/vectors if the variable is not set. Without the
+/// variable, cases from real sites (`name` ends in "_real") are read from shared/vectors beside the
+/// checkout. A missing file counts as empty, except in tests/data/vectors.
 std::vector<VectorCase> loadVectors(const std::string& name);
 
 }  // namespace glintmark::test

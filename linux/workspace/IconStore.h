@@ -37,7 +37,7 @@ public:
 
 private:
     std::string folder_;
-    std::mutex mutex_;  ///< Held while a picture is marked as used or removed.
+    std::mutex mutex_;  ///< Held while a picture is written, marked as used, or removed.
 };
 
 /// Writes the name of a file's stored icon into the file's extended attribute

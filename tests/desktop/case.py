@@ -1,4 +1,4 @@
-"""What every test of the desktop starts from: a separate session and the built program in it."""
+"""The base of every desktop test: a separate session and the built program in it."""
 
 import argparse
 import pathlib
@@ -38,7 +38,7 @@ class DesktopTest(unittest.TestCase):
         self.session.settings.store_extra_folders(folders)
 
     def stand_in_browser(self):
-        """Makes a default browser that only notes what it must open. Returns the notes."""
+        """Makes a default browser that only notes the addresses. Returns the path of the notes."""
         notes = self.session.root / "browser.txt"
         self.session.stand_in("note-address", f'echo "$1" >> "{notes}"')
         applications = self.session.data_home / "applications"

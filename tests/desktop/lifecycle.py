@@ -75,7 +75,7 @@ class LifecycleTest(DesktopTest):
         self.addCleanup(self.kill_decoders)
 
     def kill_decoders(self):
-        """A failed test leaves stopped ones."""
+        """After a failed test, stopped decoders may be left."""
         for pid in processes_of(self.decoder):
             os.kill(pid, signal.SIGKILL)
 
@@ -106,7 +106,7 @@ class EndTest(LifecycleTest):
         self.assertEqual(self.program.lines()[-1], STOPPED)
 
     def decoder_process(self):
-        """The one that receives the requests. Its parent, which the program started, has ended."""
+        """The decoder that forks the others. Its parent, which the program started, has ended."""
         candidates = processes_of(self.decoder)
         others = {self.program.process.pid, *candidates}
         return next((pid for pid in candidates if parent_of(pid) not in others), None)

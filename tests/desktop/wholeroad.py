@@ -1,4 +1,4 @@
-"""The whole road of a file on a real desktop session. Nothing is faked but the sites' content."""
+"""The whole road of a file on a real desktop session. Only the sites' content is made up."""
 
 import pathlib
 import signal

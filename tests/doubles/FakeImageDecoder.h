@@ -11,7 +11,7 @@ namespace glintmark::doubles {
 
 /// Decodes images that are written as text. "image 57x60 opaque" has an opaque bitmap without an
 /// alpha channel, "image 57x60 transparent" a transparent one with an alpha channel. "image 57x60
-/// large" is opaque and makes its bitmap anew at each call. "image 63.5x10" has only a size. Any
+/// large" is opaque and makes a new bitmap at each call. "image 63.5x10" has only a size. Any
 /// other text is not an image.
 class FakeImageDecoder final : public platform::ImageDecoder {
 public:

@@ -13,7 +13,7 @@ namespace glintmark::doubles {
 class FakeLog final : public platform::Log {
 public:
     FakeLog() = default;
-    // Takes the lock after the last writer, whose thread may not be joined.
+    // Taking the lock waits for the last writer, whose thread may not be joined.
     ~FakeLog() override { forget(); }
     FakeLog(const FakeLog&) = delete;
     FakeLog& operator=(const FakeLog&) = delete;

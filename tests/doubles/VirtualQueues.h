@@ -26,7 +26,7 @@ public:
     std::shared_ptr<platform::Timer> scheduleRepeating(std::chrono::nanoseconds interval,
                                                        std::function<void()> block) override;
 
-    /// The queue on which fakes deliver answers that come "on any thread".
+    /// The queue on which fakes deliver answers that may arrive on any thread.
     DispatchQueue& background();
 
     /// Runs work that is due now, and work that this submits for now. The clock does not move.

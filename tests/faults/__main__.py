@@ -1,5 +1,6 @@
 """Makes calls of the built program fail, one after the other, and takes away what a process needs.
-The program must live, lose no data, and recover afterwards. A short run by default; --full for all.
+The program must keep running, lose no data, and recover afterwards. A short run by default;
+--full for all.
 
     python3 -m tests.faults [--program PROGRAM] [--faults LIBRARY] [--full] [NAME ...]
 """

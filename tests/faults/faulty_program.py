@@ -36,7 +36,7 @@ class FaultyProgram(BareProgram):
         wait_for(lambda: self.ends(link, address), f"the end of {link.name}")
 
     def limit(self, kind, value):
-        """Sets a soft limit of the running process. Returns the one before."""
+        """Sets a soft limit of the running process. Returns the previous limit."""
         before, hard = resource.prlimit(self.process.pid, kind)
         resource.prlimit(self.process.pid, kind, (value, hard))
         return before

@@ -124,7 +124,7 @@ def check_pictures(program, faults):
 
 
 def check_next_icons(program, faults, step=1):
-    """Every `step`-th site once more, without faults."""
+    """Checks every `step`-th site once more, without faults."""
     program.faults.clear()
     numbers = range(0, len(faults), step)
     links = [program.drop(f"{LAST}-{number}.webloc", address_of(number)) for number in numbers]

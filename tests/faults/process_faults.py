@@ -42,7 +42,7 @@ LATE = 20.0  # seconds; the fixed delays are two, the rest is for a busy machine
 @contextlib.contextmanager
 def healthy_program(options, folder="Desktop"):
     """Starts the program beside a good site. It must set an icon at once, and again at the end.
-    `folder`: one in its home that is there before the start."""
+    `folder`: a folder in its home that exists before the start."""
     with SiteServer(GOOD_SITES) as server, FaultyProgram(options, server) as program:
         (program.home / folder).mkdir(parents=True, exist_ok=True)
         program.start()
@@ -93,8 +93,8 @@ def make_folders(program):
 
 
 def start_with_few_descriptors(options, server, most):
-    """What happens to a link: "an icon", "no icon", "nothing" until there are more descriptors, or
-    "an end" of the program, which logs the reason."""
+    """Returns the end of a link: "an icon", "no icon", "nothing" until there are more descriptors,
+    or "an end" of the program, which logs the reason."""
     wrapper = ("prlimit", f"--nofile={most}:{USUAL_DESCRIPTORS}")
     with FaultyProgram(options, server, wrapper) as program:
         looks = program.faults.count("open", str(program.downloads))
@@ -166,7 +166,7 @@ def virtual_size(pid):
 
 
 def fetch_with_little_memory(options, server, left):
-    """Returns "lives", or how the program ended, which it must log."""
+    """Returns "lives", or how the program ended. If it ended, it must have logged the reason."""
     with FaultyProgram(options, server) as program:
         program.start()
         check_sets_icons(program, "before")
@@ -306,7 +306,7 @@ def slow_lookup(options):
 
 
 def silent_sites(options):
-    """They accept and never answer. New files are seen all the while."""
+    """The sites accept connections and never answer. New files are seen nevertheless."""
     hosts = [f"{number}.{SILENT}" for number in range(500 if options.full else 24)]
     sites = {host: {ANY_PATH: Answer(delay=NEVER)} for host in hosts}
     with SiteServer(sites) as server, FaultyProgram(options, server) as program:

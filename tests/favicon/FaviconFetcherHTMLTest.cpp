@@ -22,8 +22,8 @@ using testing::UnorderedElementsAre;
 
 constexpr const char* pageAddress = "http://h:8080/dir/page.html";
 
-/// An entry as text: its address, relative to the page's folder if it is below it, its size, and
-/// "touch" or "icon".
+/// An entry as text: address, size, and "touch" or "icon". An address below the page's
+/// folder is relative to that folder.
 std::string described(const IconEntry& entry) {
     constexpr std::string_view folder = "http://h:8080/dir/";
     std::string address = entry.url.absoluteString();

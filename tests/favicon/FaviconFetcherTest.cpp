@@ -375,7 +375,8 @@ TEST_F(FaviconFetcherFetchTest, ImagesOfStatus203And206AreNoCandidates) {
 }
 
 TEST_F(FaviconFetcherFetchTest, AfterARedirectTheBaseIsStillTheRequestedAddress) {
-    // The session has followed the redirect. Only the body of the other address shows it.
+    // The session follows redirects itself. The fetcher gets the body of the final address and
+    // does not learn that address.
     session().answer("http://h/old/page", 200, "<link rel='icon' href='i'>");
     fetched("http://h/old/page");
     expectRequests("http://h/old/page", "http://h", "h", {"http://h/old/i"});

@@ -90,11 +90,11 @@ TEST(IconCandidateTest, ThreeOfTheTwelveSamplesAreNeeded) {
     EXPECT_TRUE(isTransparent(Picture(16, 16).set(0, 0, 0).set(15, 0, 0).set(0, 15, 0)));
 }
 
-// Odd and different, so that swapped or wrongly rounded halves show.
+// Odd and different, so that the tests notice a swap of x and y, or a half that is rounded wrongly.
 constexpr int oddWidth = 9;
 constexpr int oddHeight = 7;
 
-// Of a picture of that size: the corners, the middles of the edges, one step inside the corners.
+// In a picture of 9 x 7 pixels: the corners, the middles of the edges, one step inside the corners.
 constexpr std::array<std::array<int, 2>, 12> sampledPoints{{
     {0, 0},
     {8, 0},

@@ -1,6 +1,6 @@
-"""The built program without a desktop: a private home folder, no bus, no way out of the machine.
+"""The built program without a desktop: a private home folder, no bus, no request beyond loopback.
 
-Its log is read from a pipe, each piece with the time at which it came.
+Its log is read from a pipe, each piece with the time at which it arrived.
 """
 
 import fcntl
@@ -20,7 +20,7 @@ from tests.harness.log_lines import REPORTED, STARTED
 from tests.harness.settings import SettingsFile
 from tests.harness.waiting import DEADLINE, wait_for
 
-# A path may contain line breaks: a report ends with a line that ends as a link file's name does.
+# A path may contain line breaks, so a report extends to the first line that ends in ".webloc".
 REPORT = REPORTED.encode()
 REPORTED_PATH = re.compile(re.escape(REPORT) + rb"(.*?\.webloc)\n", re.S)
 PIPE_BYTES = 1 << 20

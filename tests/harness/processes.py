@@ -1,4 +1,4 @@
-"""What the system knows about processes: relatives, memory, processor time (proc(5))."""
+"""Facts about processes from proc(5): relatives, memory, processor time."""
 
 import os
 import pathlib

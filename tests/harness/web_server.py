@@ -33,7 +33,7 @@ WITHOUT_BODY = (204, 304)
 
 @dataclasses.dataclass
 class Answer:
-    """What the server sends for a request."""
+    """The server's answer to a request."""
 
     body: bytes = b""
     status: int = 200
@@ -48,7 +48,7 @@ NOT_FOUND = Answer(b"<html><title>404</title>nothing here", 404)
 
 
 class WebServer:
-    """Serves HTTP in a thread. A subclass says with `answer` what it sends."""
+    """Serves HTTP in a thread. The method `answer` of a subclass decides what is sent."""
 
     def __init__(self, tls_context=None, separate_process=False):
         """`tls_context`: the certificate for https tunnels, which are refused without it.
@@ -115,7 +115,7 @@ class WebServer:
 
 
 async def _read_request(reader, site):
-    """`site`: where the request's path belongs; None: what the request says."""
+    """`site`: scheme and host for a request with only a path; None: http and its Host field."""
     head = await reader.readexactly(1)
     if head == TLS_HANDSHAKE:
         raise ConnectionError("TLS on the plain port")

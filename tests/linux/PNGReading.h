@@ -9,7 +9,7 @@
 
 namespace glintmark::platform {
 
-/// What libpng reads from a PNG file.
+/// The contents of a PNG file, as libpng reads them.
 struct ReadPNG {
     int width = 0;  ///< Zero if the file is not a valid PNG file.
     int height = 0;

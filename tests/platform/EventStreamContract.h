@@ -34,7 +34,7 @@ public:
     virtual bool runUntil(const std::function<bool()>& condition) = 0;
 };
 
-/// What every event stream does. The parameter makes the subject.
+/// The tests that every event stream passes. The parameter makes the subject.
 class EventStreamContract
     : public testing::TestWithParam<std::unique_ptr<EventStreamSubject> (*)()> {
 protected:

@@ -23,7 +23,7 @@ public:
     virtual void remove(const std::string& path) = 0;
 };
 
-/// What every file manager does. The parameter makes the subject.
+/// The tests that every file manager passes. The parameter makes the subject.
 class FileManagerContract
     : public testing::TestWithParam<std::unique_ptr<FileManagerSubject> (*)()> {
 protected:

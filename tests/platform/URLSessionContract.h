@@ -33,7 +33,7 @@ public:
     virtual bool runUntil(const std::function<bool()>& condition) = 0;
 };
 
-/// What every session does. The parameter makes the subject.
+/// The tests that every session passes. The parameter makes the subject.
 class URLSessionContract : public testing::TestWithParam<std::unique_ptr<URLSessionSubject> (*)()> {
 protected:
     struct Outcome {

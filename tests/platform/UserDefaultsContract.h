@@ -21,7 +21,7 @@ public:
     virtual void store(const std::string& json) = 0;
 };
 
-/// What all settings do. The parameter makes the subject.
+/// The tests that all settings pass. The parameter makes the subject.
 class UserDefaultsContract
     : public testing::TestWithParam<std::unique_ptr<UserDefaultsSubject> (*)()> {
 protected:

@@ -37,7 +37,7 @@ def environment(recorder, more):
 
 
 def header_complaints(request, more):
-    """What is wrong with a request's header fields. `more`: fields beyond the usual ones."""
+    """The complaints about a request's header fields. `more`: fields beyond the usual ones."""
     fields = dict(request.headers)
     complaints = [] if len(fields) == len(request.headers) else ["a field occurs twice"]
     agent = fields.pop("User-Agent", "")
@@ -67,7 +67,7 @@ def described(candidate):
 
 
 def report_complaints(site, recorder, status, output):
-    """What is wrong with explain-icon's report."""
+    """The complaints about explain-icon's report."""
     lines = [json.loads(line) for line in output.splitlines()]
     complaints = []
 
@@ -96,7 +96,7 @@ def report_complaints(site, recorder, status, output):
 
 
 def fetch(site, explain_icon, authority):
-    """Returns the requests and what was wrong."""
+    """Returns the requests and the complaints."""
     with Recorder(authority, site.paths, site.answers, site.last) as recorder:
         run = subprocess.run(
             [explain_icon, "--json", site.link],
@@ -111,7 +111,7 @@ def fetch(site, explain_icon, authority):
 
 
 def fetch_twice_at_once(program, authority):
-    """The program itself, with one link in two files: all requests come twice, none is shared."""
+    """The program itself, with one link in two files: each request is made twice."""
     own = "http://icons.example"
     once = site(
         "Two fetches for one link at once know nothing of each other",

@@ -6,7 +6,7 @@ waits for it, and answers it when the whole step has arrived; a request that no 
 complaint. The first steps of all paths count as one step: none is answered before all have
 arrived. So paths that do not start at once, or that wait for each other, are found without a clock.
 
-https is recorded like http: the recorder ends the tunnel itself, with a certificate of its own.
+https is recorded like http: the recorder ends the tunnel itself, with its own certificate.
 """
 
 import asyncio
@@ -39,7 +39,7 @@ class Authority:
 
 
 class _Path:
-    """One chain of requests: how far it has come, and how much of its present step."""
+    """One chain of requests: the steps not yet answered, and how much of the first has arrived."""
 
     def __init__(self, name, steps):
         self.name = name
@@ -69,7 +69,8 @@ class _Path:
 
 class Recorder(WebServer):
     """`paths`: name -> steps. `answers`: address -> answer. The path `last` gets its first answer
-    when all others have ended. `together`: the paths whose first steps come at once (all)."""
+    when all others have ended. `together`: the paths whose first steps arrive at once, by default
+    all."""
 
     def __init__(self, authority, paths, answers, last=None, together=None):
         super().__init__(authority.context)
@@ -120,6 +121,6 @@ class Recorder(WebServer):
         return path.step_has_arrived() and others_have_arrived and others_have_ended
 
     def complaints(self):
-        """What was wrong. Call it when the fetch has ended."""
+        """All complaints. Call it when the fetch has ended."""
         missing = [url for path in self._paths for url in path.missing()]
         return self._complaints + [f"never came: {url}" for url in missing]

@@ -50,7 +50,7 @@ def compare(program, must, may=None):
 
 
 def short_queue():
-    """For a program that starts meanwhile: the kernel reads the limit when a queue is created."""
+    """For a program that starts meanwhile: the kernel reads the limit when it makes a queue."""
     return SystemLimit("max_queued_events", SHORT_QUEUE)
 
 
@@ -132,7 +132,7 @@ def live_a_while(program, life, loses_events, seconds):
         for _ in range(ACTS_AT_ONCE * (10 if loses_events else 1)):
             life.act()
         program.process.send_signal(signal.SIGCONT)
-        # Bursts of acts. The pauses between them are as long as each part of the fixed delays.
+        # Bursts of acts. The pauses end in different parts of the fixed delays.
         time.sleep(life.pause())
 
 

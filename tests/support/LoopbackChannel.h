@@ -13,7 +13,7 @@ public:
 
     virtual std::string read() = 0;                  ///< Waits for bytes; empty at the end.
     virtual bool write(std::string_view bytes) = 0;  ///< All of it; false if the client has gone.
-    virtual void close() = 0;                        ///< Tells the client that no more bytes come.
+    virtual void close() = 0;                        ///< Tells the client that no bytes follow.
     virtual std::string protocol() const { return {}; }  ///< Agreed on by ALPN.
 
     int socket() const { return socket_; }

@@ -105,7 +105,7 @@ public:
     std::string certificateFile() const;
 
     std::vector<LoopbackRequest> requests() const;
-    bool waitForRequests(std::size_t count) const;  ///< False if they do not come.
+    bool waitForRequests(std::size_t count) const;  ///< False if they do not arrive.
     int acceptedConnections() const;
     bool waitForOpenConnections(std::size_t count) const;  ///< Exactly `count`.
 

@@ -32,7 +32,7 @@ public:
         async(std::move(work));
     }
 
-    /// Waits until `count` pieces of work are held. False if they do not come.
+    /// Waits until `count` pieces of work are held. False if they do not arrive.
     bool waitFor(std::size_t count) {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, patience, [&] { return works_.size() >= count; });

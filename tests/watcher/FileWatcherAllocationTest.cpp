@@ -46,7 +46,7 @@ protected:
 TEST_F(FileWatcherAllocationTest, AScanAllocatesNothingPerNameThatIsNotNew) {
     fill("/few", 10);
     fill("/many", 1000);
-    // The many may cost the path buffer one growth more; never one for each name.
+    // With more names the path buffer may grow once more. No name may allocate.
     EXPECT_LE(allocationsOfAScan("/many"), allocationsOfAScan("/few") + 1);
 }
 

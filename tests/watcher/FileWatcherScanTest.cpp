@@ -221,16 +221,16 @@ TEST_F(FileWatcherTest, ListingsThatChangeTheirOrderReportOnlyWhatIsNew) {
         files().create(path);
     }
     auto watcher = startedWatcher();
-    queues().advance(10s);  // polls that list all in one order
+    queues().advance(10s);  // two polls, which list everything in the same order
 
     files().create("/home/kim/Desktop/new.webloc");  // between two known ones
     files().remove("/home/kim/Links/a.webloc");
     queues().advance(5s);
     files().remove("/home/kim/Links/b.webloc");
     files().create("/home/kim/Links/newer.webloc");
-    files().create("/home/kim/Links/b.webloc");  // listed last now
+    files().create("/home/kim/Links/b.webloc");  // now listed after "newer.webloc"
     files().create("/home/kim/Links/a.webloc");
-    streams().report(links);  // now not right after the other folders
+    streams().report(links);  // so this folder is listed alone, not after others
     queues().advance(10s);
     EXPECT_THAT(delivered(),
                 ElementsAre("/home/kim/Desktop/new.webloc", "/home/kim/Links/newer.webloc"));

@@ -11,7 +11,7 @@ TEST(TextCaseTest, LettersBecomeLowerCaseAndTheRestStays) {
         {"MASKABLE any 12", "maskable any 12"},
         {"ÀÉÎ ЖЩ Σ", "àéî жщ σ"},
         {"mas\u212Aable", "maskable"},  // the Kelvin sign
-        {"I\u0130", "ii"},              // in no language's own way
+        {"I\u0130", "ii"},              // not by the rules of any one language
         {"ß アイコン", "ß アイコン"},
     };
     for (const auto& [text, expected] : rows) {

@@ -32,7 +32,8 @@ public:
     virtual bool runUntil(const std::function<bool()>& condition) = 0;
 };
 
-/// What every serial queue does, the main queue included. The parameter makes the subject.
+/// The tests that every serial queue passes, the main queue included. The parameter makes the
+/// subject.
 class DispatchQueueContract
     : public testing::TestWithParam<std::unique_ptr<DispatchQueueSubject> (*)()> {
 protected:

@@ -57,7 +57,7 @@ std::vector<std::string> placeholders(const std::string& text) {
     return found;
 }
 
-/// The keys of a table's lines, in order. A key that stands twice is there twice.
+/// The keys of a table's lines, in order. A key that occurs twice is listed twice.
 std::vector<std::string> keysOf(std::string_view table) {
     std::vector<std::string> found;
     for (std::size_t begin = 0; begin < table.size();) {

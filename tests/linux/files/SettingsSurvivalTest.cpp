@@ -52,7 +52,7 @@ Outcome killAtStop(int stop, const std::function<void()>& action) {
     const pid_t child = fork();
     if (child == 0) {
         if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
-            _exit(1);  // without a stop: the test's minimum of stops then fails
+            _exit(1);  // without a stop, so the test finds fewer stops than its minimum
         }
         raise(SIGSTOP);
         action();
@@ -72,8 +72,8 @@ Outcome killAtStop(int stop, const std::function<void()>& action) {
     return Outcome::finished;
 }
 
-/// Calls `prepare`, kills a save at one of its stops, calls `check`; for each stop in turn. Returns
-/// the number of stops.
+/// For each stop of a save in turn: calls `prepare`, kills a save at that stop, and calls `check`.
+/// Returns the number of stops.
 int cutShortEverywhere(const std::function<std::string()>& prepare,
                        const std::function<void(const std::string& path)>& check) {
     constexpr int maximumStops = 5000;
@@ -97,7 +97,8 @@ class SettingsSurvivalTest : public testing::Test {
 protected:
     std::string path() const { return directory_.path(fileName); }
 
-    /// A folder as an earlier save left it; without `text`, as before the first save.
+    /// Makes the folder as an earlier save of `text` leaves it, or, if `text` is null, as it is
+    /// before the first save. Returns the path of the settings file.
     std::string freshFolder(const char* text) {
         if (access(directory_.path("config").c_str(), F_OK) == 0) {
             directory_.remove("config");
@@ -126,7 +127,7 @@ TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallASaveLeavesTheOldOrTheNewList)
                                newAlready += list == newList ? 1 : 0;
                            });
     EXPECT_GE(stops, minimumStops);
-    EXPECT_GT(newAlready, 1);  // some kills come after the rename
+    EXPECT_GT(newAlready, 1);  // some kills happen after the rename
     EXPECT_LT(newAlready, stops);
 }
 

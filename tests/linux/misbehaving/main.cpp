@@ -65,7 +65,7 @@ void writeLongFile() {
     }
 }
 
-// If a misdeed returns, the decoder goes on and decodes one pixel.
+// If a misdeed returns, the decoder continues and decodes one pixel.
 const std::map<std::string, std::function<void()>> misdeeds = {
     {"open", [] { open("/etc/passwd", O_RDONLY | O_CLOEXEC); }},
     {"create", [] { open("/tmp/glintmark-escaped", O_WRONLY | O_CREAT | O_CLOEXEC, 0600); }},

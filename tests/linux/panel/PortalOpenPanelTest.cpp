@@ -26,7 +26,7 @@ constexpr auto requestXml = R"xml(<node>
   <interface name="org.freedesktop.portal.Request"><method name="Close"/></interface>
 </node>)xml";
 
-/// What a fake portal does with OpenFile.
+/// How a fake portal reacts to OpenFile.
 enum class PortalBehaviour {
     answers,
     answersBeforeItReturns,

@@ -29,7 +29,7 @@ struct SystemLog {
     std::vector<Record> records;
 };
 
-SystemLog systemLog;  // what the syslog(3) of this file received
+SystemLog systemLog;  // the calls of openlog(3) and syslog(3)
 
 }  // namespace
 

@@ -50,7 +50,8 @@ private:
     std::vector<Batch> batches_;
 };
 
-/// Blocks whoever submits work while it is closed.
+/// Passes work on to another queue. While the gate is closed, it blocks each thread that submits
+/// work.
 class GateQueue : public DispatchQueue {
 public:
     explicit GateQueue(DispatchQueue& target) : target_(target) {}

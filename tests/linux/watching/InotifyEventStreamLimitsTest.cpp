@@ -22,7 +22,8 @@ using testing::HasSubstr;
 
 class InotifyEventStreamLimitsTest : public EventStreamFixture {
 protected:
-    /// Makes more events in a directory than the system queues. Nobody may read them meanwhile.
+    /// Makes more events in a directory than the system queues. No thread may read events during
+    /// this call.
     void overflow(const std::string& name) {
         constexpr int events = 20'000;  // fs.inotify.max_queued_events is 16384 by default
         directory_.write(name + "/0");
@@ -59,7 +60,7 @@ TEST_F(InotifyEventStreamLimitsTest, AFolderIsWatchedOnceItMayBeRead) {
             const Unprivileged unprivileged;
             watch({"near", "far/links"});
         }
-        settle("near");  // the stream found the folder closed
+        settle("near");  // by then the stream has tried and failed to read the folder
         ASSERT_TRUE(waitFor([&] {
             ::chmod(directory_.path(closed).c_str(), 0);
             ::chmod(directory_.path(closed).c_str(), 0755);
@@ -99,7 +100,7 @@ TEST_F(InotifyEventStreamLimitsTest, AFolderThatTheSystemRefusesForAMomentIsWatc
     directory_.createDirectories("links/a");
     std::atomic<int> refused = 0;
     beforeWatching([&](const std::string& path) {
-        // The first watch belongs to the way to the folder.
+        // The first watch belongs to the path to the folder.
         return path == directory_.path("links") && ++refused == 2 ? ENOMEM : 0;
     });
     watch({"links"});

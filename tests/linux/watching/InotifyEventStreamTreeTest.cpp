@@ -125,7 +125,7 @@ TEST_F(InotifyEventStreamTreeTest, AMovedDirectoryIsReportedWithAllBelowIt) {
     watchSettled({"links"});
     directory_.write("links/a/deep/deeper/x.webloc");
     ASSERT_TRUE(isReported("links/a/deep/deeper"));
-    // The receiver of the old path may come too late to find the file there.
+    // The receiver may list the old path only after the file has left it.
     directory_.move("links/a", "links/b");
     for (const auto* name : {"links/b", "links/b/deep", "links/b/deep/deeper"}) {
         EXPECT_TRUE(isReported(name)) << name;
