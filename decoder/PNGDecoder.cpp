@@ -95,11 +95,9 @@ std::optional<PNGHeader> pngHeader(std::span<const std::uint8_t> file) {
     // W3C Portable Network Graphics, section 11.2.1: channels by colour type.
     static constexpr int channels[] = {1, 0, 3, 1, 2, 0, 4};
     const ByteReader bytes(file);
-    if (!bytes.matches(0, pngSignature) || !bytes.matches(12, "IHDR")) {
-        return std::nullopt;
-    }
     const std::size_t colourType = bytes.byte(25);
-    if (colourType >= std::size(channels)) {
+    if (!bytes.matches(0, pngSignature) || !bytes.matches(12, "IHDR") ||
+        colourType >= std::size(channels)) {
         return std::nullopt;
     }
     return PNGHeader{bytes.big32(16), bytes.big32(20), bytes.byte(24) * channels[colourType]};
@@ -112,10 +110,7 @@ std::optional<DecodedImage> decodePNG(std::span<const std::uint8_t> file, PixelS
     }
     const auto canvas = pixels.allocate(png_get_image_width(reader.png, reader.info),
                                         png_get_image_height(reader.png, reader.info));
-    if (!canvas) {
-        return std::nullopt;
-    }
-    if (png_get_rowbytes(reader.png, reader.info) != canvas->bytesPerRow()) {
+    if (!canvas || png_get_rowbytes(reader.png, reader.info) != canvas->bytesPerRow()) {
         return std::nullopt;
     }
 
