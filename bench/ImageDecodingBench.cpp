@@ -57,7 +57,8 @@ std::string picture(const Kind& kind) {
     return data;
 }
 
-bool decodeAndScale(platform::ImageDecoder& decoder, const std::string& data) {
+template <typename Decoder>
+bool decodeAndScale(Decoder& decoder, const std::string& data) {
     const auto image = decoder.decode(data);
     return image && scaled(*image->bitmap(), iconSize, iconSize).pixelsWide() == iconSize;
 }

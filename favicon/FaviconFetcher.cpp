@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/graphics/Geometry.h"
+#include "platform/ImageDecoder.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 
@@ -39,6 +40,10 @@ const IconCandidate* highestScore(const std::vector<IconCandidate>& candidates,
 
 }  // namespace
 
+FetchContext FetchContext::make() {
+    return {services().urlSession.makeTaskGroup(), services().imageDecoder.makeBatch()};
+}
+
 void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) {
     const auto url = URL::parse(link);
     if (!url || !url->host()) {
@@ -58,12 +63,14 @@ void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) 
 
 void FaviconFetcher::collectCandidates(const URL& url, const std::string& host,
                                        CandidatesCompletion completion) {
+    const FetchContext context = FetchContext::make();
     const CandidateCollector collector;
-    fetchAllFromHTML(url, collector.awaitCandidates());
-    fetchAppleTouchIcon(url, collector.awaitImage(IconSource::appleTouchIcon));
-    fetchFromManifest(url, collector.awaitImage(IconSource::manifest));
-    fetchFromGoogleAPI(host, faviconServiceSize, collector.awaitImage(IconSource::googleAPI));
-    fetchDirectFavicon(url, collector.awaitImage(IconSource::faviconICO));
+    fetchAllFromHTML(context, url, collector.awaitCandidates());
+    fetchAppleTouchIcon(context, url, collector.awaitImage(IconSource::appleTouchIcon));
+    fetchFromManifest(context, url, collector.awaitImage(IconSource::manifest));
+    fetchFromGoogleAPI(context, host, faviconServiceSize,
+                       collector.awaitImage(IconSource::googleAPI));
+    fetchDirectFavicon(context, url, collector.awaitImage(IconSource::faviconICO));
     collector.whenComplete(std::move(completion));
 }
 

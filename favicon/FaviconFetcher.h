@@ -14,6 +14,7 @@
 #include "base/graphics/Image.h"
 #include "base/url/URL.h"
 #include "favicon/CandidateCollector.h"
+#include "favicon/FetchContext.h"
 #include "favicon/IconCandidate.h"
 #include "favicon/IconEntry.h"
 #include "favicon/IconSource.h"
@@ -54,7 +55,8 @@ public:
     // Path 1: the page's icon links (FaviconFetcherHTML.cpp)
 
     /// The images of the page's first six icon links, in the order of arrival.
-    static void fetchAllFromHTML(const URL& url, CandidatesCompletion completion);
+    static void fetchAllFromHTML(const FetchContext& context, const URL& url,
+                                 CandidatesCompletion completion);
 
     /// The first `limit` icon links of `html` (UTF-8) in this order: plain icons before Apple touch
     /// icons, larger declared sizes before smaller ones, then the page's order. Takes time in
@@ -69,12 +71,14 @@ public:
     // Path 2: the Apple touch icons at fixed addresses (FaviconFetcherProbes.cpp)
 
     /// The first of these icons that is at least 64 points wide.
-    static void fetchAppleTouchIcon(const URL& url, ImageCompletion completion);
+    static void fetchAppleTouchIcon(const FetchContext& context, const URL& url,
+                                    ImageCompletion completion);
 
     // Path 3: the web app manifest (FaviconFetcherManifest.cpp)
 
     /// The largest icon of the site's first manifest that has a usable one.
-    static void fetchFromManifest(const URL& url, ImageCompletion completion);
+    static void fetchFromManifest(const FetchContext& context, const URL& url,
+                                  ImageCompletion completion);
 
     struct ManifestIcon {
         URL url;            ///< Absolute.
@@ -89,20 +93,25 @@ public:
     // Path 4: the favicon service (FaviconFetcherProbes.cpp)
 
     /// The service's icon for `host`. `size` is the requested edge in pixels.
-    static void fetchFromGoogleAPI(const std::string& host, int size, ImageCompletion completion);
+    static void fetchFromGoogleAPI(const FetchContext& context, const std::string& host, int size,
+                                   ImageCompletion completion);
 
     // Path 5: "/favicon.ico" at the site's root (FaviconFetcherProbes.cpp)
 
-    static void fetchDirectFavicon(const URL& url, ImageCompletion completion);
+    static void fetchDirectFavicon(const FetchContext& context, const URL& url,
+                                   ImageCompletion completion);
 
     // Shared by the paths (FaviconFetcherProbes.cpp)
 
-    /// The image at `url`. Null unless the status is 200 and the body can be decoded.
-    static void downloadImage(const URL& url, ImageCompletion completion);
+    /// The image at `url`. Null unless the status is 200 and the body can be decoded. If an answer
+    /// named the URL, `minimumAddressSpace` is that answer's address space.
+    static void downloadImage(
+        const FetchContext& context, const URL& url, ImageCompletion completion,
+        platform::AddressSpace minimumAddressSpace = platform::AddressSpace::loopback);
 
 private:
     /// A request for a page or an image, with the headers of a desktop browser.
-    static platform::URLRequest browserRequest(const URL& url);
+    static platform::URLRequest browserRequest(const FetchContext& context, const URL& url);
 
     /// True if there is a body and the status is exactly 200. Statuses 203 and 206 do not count.
     static bool isOK(const platform::URLResult& result);

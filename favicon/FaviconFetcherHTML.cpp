@@ -102,23 +102,26 @@ bool goesBefore(const IconLink& a, const IconLink& b) {
     return a.size > b.size;
 }
 
-/// Downloads all `entries` at the same time.
-void downloadEntries(const std::vector<IconEntry>& entries,
+/// Downloads all `entries`, which a page from `pageSpace` named, at the same time.
+void downloadEntries(const FetchContext& context, const std::vector<IconEntry>& entries,
+                     platform::AddressSpace pageSpace,
                      FaviconFetcher::CandidatesCompletion completion) {
     const CandidateCollector collector;
     for (const IconEntry& entry : entries) {
         const auto source =
             entry.isAppleTouchIcon ? IconSource::htmlAppleTouchIcon : IconSource::htmlIcon;
-        FaviconFetcher::downloadImage(entry.url, collector.awaitImage(source));
+        FaviconFetcher::downloadImage(context, entry.url, collector.awaitImage(source), pageSpace);
     }
     collector.whenComplete(std::move(completion));
 }
 
 }  // namespace
 
-void FaviconFetcher::fetchAllFromHTML(const URL& url, CandidatesCompletion completion) {
+void FaviconFetcher::fetchAllFromHTML(const FetchContext& context, const URL& url,
+                                      CandidatesCompletion completion) {
     services().urlSession.startDataTask(
-        browserRequest(url), [url, completion = std::move(completion)](platform::URLResult result) {
+        browserRequest(context, url),
+        [context, url, completion = std::move(completion)](platform::URLResult result) {
             // The status does not matter: error pages declare icons, too. A body that is not UTF-8
             // is not ASCII either, so no second encoding is tried.
             if (!result.body || !isUTF8(*result.body)) {
@@ -131,7 +134,7 @@ void FaviconFetcher::fetchAllFromHTML(const URL& url, CandidatesCompletion compl
                 return;
             }
             result.body.reset();
-            downloadEntries(entries, completion);
+            downloadEntries(context, entries, result.addressSpace, completion);
         });
 }
 

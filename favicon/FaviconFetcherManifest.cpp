@@ -83,21 +83,23 @@ std::optional<FaviconFetcher::ManifestIcon> manifestIcon(const JSON& icon, const
 
 }  // namespace
 
-void FaviconFetcher::fetchFromManifest(const URL& url, ImageCompletion completion) {
-    const Attempt attempt = [url](const URL& address, ImageCompletion finish,
-                                  std::function<void()> moveOn) {
+void FaviconFetcher::fetchFromManifest(const FetchContext& context, const URL& url,
+                                       ImageCompletion completion) {
+    const Attempt attempt = [context, url](const URL& address, ImageCompletion finish,
+                                           std::function<void()> moveOn) {
         // Unlike requests for pages and images, this one has the client's own User-Agent.
         platform::URLRequest request(address);
+        request.group = context.requests;
         request.timeoutInterval = manifestTimeout;
         services().urlSession.startDataTask(
-            std::move(request), [url, finish = std::move(finish),
+            std::move(request), [context, url, finish = std::move(finish),
                                  moveOn = std::move(moveOn)](const platform::URLResult& result) {
                 std::optional<ManifestIcon> icon;
                 if (isOK(result)) {
                     icon = chooseManifestIcon(*result.body, url);
                 }
                 if (icon) {
-                    downloadImage(icon->url, finish);
+                    downloadImage(context, icon->url, finish, result.addressSpace);
                 } else {
                     moveOn();
                 }

@@ -28,8 +28,9 @@ constexpr const char* defaultScheme = "https";
 
 }  // namespace
 
-platform::URLRequest FaviconFetcher::browserRequest(const URL& url) {
+platform::URLRequest FaviconFetcher::browserRequest(const FetchContext& context, const URL& url) {
     platform::URLRequest request(url);
+    request.group = context.requests;
     request.timeoutInterval = browserTimeout;
     request.setValue(browserUserAgent, "User-Agent");
     return request;
@@ -43,12 +44,20 @@ std::optional<URL> FaviconFetcher::siteURL(const URL& page, std::string path) {
     return URLComponents{page.scheme().value_or(defaultScheme), page.host(), std::move(path)}.url();
 }
 
-void FaviconFetcher::downloadImage(const URL& url, ImageCompletion completion) {
-    services().urlSession.startDataTask(browserRequest(url), [completion = std::move(completion)](
-                                                                 platform::URLResult result) {
-        const bool mayBeImage = isOK(result) && !result.body->empty();
-        completion(mayBeImage ? services().imageDecoder.decode(std::move(*result.body)) : nullptr);
-    });
+void FaviconFetcher::downloadImage(const FetchContext& context, const URL& url,
+                                   ImageCompletion completion,
+                                   platform::AddressSpace minimumAddressSpace) {
+    platform::URLRequest request = browserRequest(context, url);
+    request.minimumAddressSpace = minimumAddressSpace;
+    services().urlSession.startDataTask(
+        std::move(request),
+        [images = context.images, completion = std::move(completion)](platform::URLResult result) {
+            if (!isOK(result) || result.body->empty()) {
+                completion(nullptr);
+                return;
+            }
+            services().imageDecoder.decode(std::move(*result.body), images, completion);
+        });
 }
 
 void FaviconFetcher::tryInTurn(const URL& page, std::span<const char* const> paths,
@@ -65,23 +74,25 @@ void FaviconFetcher::tryInTurn(const URL& page, std::span<const char* const> pat
     }
 }
 
-void FaviconFetcher::fetchAppleTouchIcon(const URL& url, ImageCompletion completion) {
-    const Attempt attempt = [](const URL& address, ImageCompletion finish,
-                               std::function<void()> moveOn) {
-        downloadImage(address, [finish = std::move(finish),
-                                moveOn = std::move(moveOn)](std::shared_ptr<const Image> image) {
-            if (image && image->size().width >= minimumAppleTouchIconWidth) {
-                finish(std::move(image));
-            } else {
-                moveOn();
-            }
-        });
+void FaviconFetcher::fetchAppleTouchIcon(const FetchContext& context, const URL& url,
+                                         ImageCompletion completion) {
+    const Attempt attempt = [context](const URL& address, ImageCompletion finish,
+                                      std::function<void()> moveOn) {
+        downloadImage(context, address,
+                      [finish = std::move(finish),
+                       moveOn = std::move(moveOn)](std::shared_ptr<const Image> image) {
+                          if (image && image->size().width >= minimumAppleTouchIconWidth) {
+                              finish(std::move(image));
+                          } else {
+                              moveOn();
+                          }
+                      });
     };
     tryInTurn(url, appleTouchIconPaths, attempt, std::move(completion));
 }
 
-void FaviconFetcher::fetchFromGoogleAPI(const std::string& host, int size,
-                                        ImageCompletion completion) {
+void FaviconFetcher::fetchFromGoogleAPI(const FetchContext& context, const std::string& host,
+                                        int size, ImageCompletion completion) {
     const std::string& service = services().configuration.faviconServiceAddress;
     // An empty address turns the service off.
     const auto url =
@@ -92,16 +103,17 @@ void FaviconFetcher::fetchFromGoogleAPI(const std::string& host, int size,
         completion(nullptr);
         return;
     }
-    downloadImage(*url, std::move(completion));
+    downloadImage(context, *url, std::move(completion));
 }
 
-void FaviconFetcher::fetchDirectFavicon(const URL& url, ImageCompletion completion) {
+void FaviconFetcher::fetchDirectFavicon(const FetchContext& context, const URL& url,
+                                        ImageCompletion completion) {
     const auto iconURL = siteURL(url, "/favicon.ico");
     if (!iconURL) {
         completion(nullptr);
         return;
     }
-    downloadImage(*iconURL, std::move(completion));
+    downloadImage(context, *iconURL, std::move(completion));
 }
 
 }  // namespace glintmark

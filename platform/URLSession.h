@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,16 @@
 #include "base/url/URL.h"
 
 namespace glintmark::platform {
+
+/// How widely an address can be reached, from the user's own machine to the whole internet.
+enum class AddressSpace { loopback, local, everyone };
+
+/// What the requests of one link share: cookies, credentials and TLS tickets. They end with the
+/// last reference. Only the session that made it can read it.
+class URLTaskGroup {
+public:
+    virtual ~URLTaskGroup() = default;
+};
 
 /// A GET request. The session sends its defaults for header fields that are not set.
 struct URLRequest {
@@ -24,6 +35,13 @@ struct URLRequest {
     std::chrono::nanoseconds timeoutInterval =
         std::chrono::seconds(60);                              ///< Maximum time without data.
     std::vector<std::pair<std::string, std::string>> headers;  ///< Name and value.
+
+    /// Null for a request that shares nothing.
+    std::shared_ptr<URLTaskGroup> group;
+
+    /// The request may connect only to addresses that are at least as widely reachable. For an
+    /// address that an answer named: that answer's `URLResult::addressSpace`.
+    AddressSpace minimumAddressSpace = AddressSpace::loopback;
 };
 
 struct URLResponse {
@@ -36,6 +54,7 @@ struct URLResult {
     std::optional<std::string> body;  ///< Complete, decompressed; absent when the transfer failed.
     std::optional<URLResponse> response;
     std::optional<std::string> error;  ///< A description, when the transfer failed.
+    AddressSpace addressSpace = AddressSpace::everyone;  ///< Of the address that answered.
 };
 
 /// The program's one HTTP client. May be called from any thread.
@@ -44,6 +63,9 @@ public:
     using Completion = std::function<void(URLResult)>;
 
     virtual ~URLSession() = default;
+
+    /// A new group for the requests of one link. Never null.
+    virtual std::shared_ptr<URLTaskGroup> makeTaskGroup() = 0;
 
     /// Starts a request and returns at once. `completion` is called exactly once, on a background
     /// thread; completions of different requests may run at the same time. Follows redirects, each

@@ -11,7 +11,8 @@ thread_local std::optional<std::size_t> currentRequest;
 
 }  // namespace
 
-void FetchRecorder::startDataTask(platform::URLRequest request, Completion completion) {
+void FetchRecorder::startDataTask(platform::URLRequest request,
+                                  platform::URLSession::Completion completion) {
     const std::size_t index = recordStart(request);
     session_.startDataTask(std::move(request), [this, index, completion = std::move(completion)](
                                                    platform::URLResult result) {
@@ -22,15 +23,18 @@ void FetchRecorder::startDataTask(platform::URLRequest request, Completion compl
     });
 }
 
-std::shared_ptr<const Image> FetchRecorder::decode(std::string data) {
-    auto image = decoder_.decode(std::move(data));
-    if (currentRequest) {
-        const std::lock_guard lock(mutex_);
-        RequestRecord& record = requests_.at(*currentRequest);
-        record.wasDecoded = true;
-        record.image = image;
-    }
-    return image;
+void FetchRecorder::decode(std::string data, const std::shared_ptr<platform::ImageBatch>& batch,
+                           platform::ImageDecoder::Completion completion) {
+    decoder_.decode(std::move(data), batch,
+                    [this, index = currentRequest, completion = std::move(completion)](auto image) {
+                        if (index) {
+                            const std::lock_guard lock(mutex_);
+                            RequestRecord& record = requests_.at(*index);
+                            record.wasDecoded = true;
+                            record.image = image;
+                        }
+                        completion(std::move(image));
+                    });
 }
 
 std::vector<RequestRecord> FetchRecorder::requests() const {

@@ -33,11 +33,18 @@ public:
     FetchRecorder(platform::URLSession& session, platform::ImageDecoder& decoder)
         : session_(session), decoder_(decoder) {}
 
+    std::shared_ptr<platform::URLTaskGroup> makeTaskGroup() override {
+        return session_.makeTaskGroup();
+    }
+
     /// Completions run on the session's threads and must not outlive the recorder.
-    void startDataTask(platform::URLRequest request, Completion completion) override;
+    void startDataTask(platform::URLRequest request,
+                       platform::URLSession::Completion completion) override;
 
     /// The image belongs to the request in whose completion it is decoded.
-    std::shared_ptr<const Image> decode(std::string data) override;
+    void decode(std::string data, const std::shared_ptr<platform::ImageBatch>& batch,
+                platform::ImageDecoder::Completion completion) override;
+    std::shared_ptr<platform::ImageBatch> makeBatch() override { return decoder_.makeBatch(); }
 
     /// In the order in which they were started.
     std::vector<RequestRecord> requests() const;

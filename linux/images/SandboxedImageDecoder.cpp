@@ -241,6 +241,11 @@ SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath,
 
 SandboxedImageDecoder::~SandboxedImageDecoder() = default;
 
+void SandboxedImageDecoder::decode(std::string data, const std::shared_ptr<ImageBatch>&,
+                                   Completion completion) {
+    completion(decode(std::move(data)));
+}
+
 std::shared_ptr<const Image> SandboxedImageDecoder::decode(std::string data) {
     if (data.empty()) {
         return nullptr;

@@ -24,7 +24,11 @@ public:
         std::string helperPath, std::chrono::milliseconds answerTimeout = std::chrono::seconds(7));
     ~SandboxedImageDecoder() override;
 
-    std::shared_ptr<const Image> decode(std::string data) override;
+    std::shared_ptr<ImageBatch> makeBatch() override { return std::make_shared<ImageBatch>(); }
+    void decode(std::string data, const std::shared_ptr<ImageBatch>& batch,
+                Completion completion) override;
+
+    std::shared_ptr<const Image> decode(std::string data);
 
 private:
     class Client;

@@ -55,6 +55,9 @@ public:
     CurlURLSession(const CurlURLSession&) = delete;
     CurlURLSession& operator=(const CurlURLSession&) = delete;
 
+    std::shared_ptr<URLTaskGroup> makeTaskGroup() override {
+        return std::make_shared<URLTaskGroup>();
+    }
     void startDataTask(URLRequest request, Completion completion) override;
 
 private:

@@ -34,8 +34,13 @@ std::optional<double> numberUpTo(std::istream& text, char end) {
 
 }  // namespace
 
-std::shared_ptr<const Image> FakeImageDecoder::decode(std::string data) {
+void FakeImageDecoder::decode(std::string data, const std::shared_ptr<platform::ImageBatch>&,
+                              Completion completion) {
     ++decodes_;
+    completion(imageOf(data));
+}
+
+std::shared_ptr<const Image> FakeImageDecoder::imageOf(const std::string& data) {
     constexpr std::string_view magic = "image ";
     if (!data.starts_with(magic)) {
         return nullptr;

@@ -15,7 +15,11 @@ namespace glintmark::doubles {
 /// other text is not an image.
 class FakeImageDecoder final : public platform::ImageDecoder {
 public:
-    std::shared_ptr<const Image> decode(std::string data) override;
+    std::shared_ptr<platform::ImageBatch> makeBatch() override {
+        return std::make_shared<platform::ImageBatch>();
+    }
+    void decode(std::string data, const std::shared_ptr<platform::ImageBatch>& batch,
+                Completion completion) override;
 
     int decodes() const { return decodes_; }
 
@@ -23,6 +27,8 @@ public:
     std::function<void()> bitmapMade = [] {};
 
 private:
+    std::shared_ptr<const Image> imageOf(const std::string& data);
+
     std::atomic<int> decodes_ = 0;
 };
 

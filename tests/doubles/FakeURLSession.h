@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@ class FakeURLSession final : public platform::URLSession {
 public:
     explicit FakeURLSession(VirtualQueues& queues) : queues_(queues) {}
 
+    std::shared_ptr<platform::URLTaskGroup> makeTaskGroup() override {
+        return std::make_shared<platform::URLTaskGroup>();
+    }
     void startDataTask(platform::URLRequest request, Completion completion) override;
 
     /// The answer to each request for `url` from now on, `delay` after its start.

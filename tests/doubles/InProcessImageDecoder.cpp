@@ -9,7 +9,7 @@
 
 namespace glintmark::doubles {
 
-std::shared_ptr<const Image> InProcessImageDecoder::decode(std::string data) {
+std::shared_ptr<const Image> InProcessImageDecoder::decode(const std::string& data) {
     const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(data.data()),
                                               data.size());
     decoder::HeapPixels pixels;

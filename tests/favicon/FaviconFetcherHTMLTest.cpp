@@ -255,11 +255,12 @@ TEST(FaviconFetcherHTMLTest, ARootRelativeAddressGetsNeitherPortNorUserOfTheBase
 class FaviconFetcherHTMLFetchTest : public doubles::PlatformTest {
 protected:
     void fetch(const std::string& address = pageAddress) {
-        FaviconFetcher::fetchAllFromHTML(url(address), [this](std::vector<IconCandidate> found) {
-            ++completions_;
-            queue_ = queues().current();
-            candidates_ = std::move(found);
-        });
+        FaviconFetcher::fetchAllFromHTML(FetchContext::make(), url(address),
+                                         [this](std::vector<IconCandidate> found) {
+                                             ++completions_;
+                                             queue_ = queues().current();
+                                             candidates_ = std::move(found);
+                                         });
     }
 
     void fetchAndWait() {

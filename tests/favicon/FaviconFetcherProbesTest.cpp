@@ -33,23 +33,27 @@ protected:
     }
 
     double downloaded() {
-        return width(
-            [](auto done) { FaviconFetcher::downloadImage(url(iconAddress), std::move(done)); });
+        return width([](auto done) {
+            FaviconFetcher::downloadImage(FetchContext::make(), url(iconAddress), std::move(done));
+        });
     }
 
     double touched(const std::string& page = "http://h/") {
-        return width(
-            [&](auto done) { FaviconFetcher::fetchAppleTouchIcon(url(page), std::move(done)); });
+        return width([&](auto done) {
+            FaviconFetcher::fetchAppleTouchIcon(FetchContext::make(), url(page), std::move(done));
+        });
     }
 
     double served(const std::string& host) {
-        return width(
-            [&](auto done) { FaviconFetcher::fetchFromGoogleAPI(host, 256, std::move(done)); });
+        return width([&](auto done) {
+            FaviconFetcher::fetchFromGoogleAPI(FetchContext::make(), host, 256, std::move(done));
+        });
     }
 
     double direct(const std::string& page) {
-        return width(
-            [&](auto done) { FaviconFetcher::fetchDirectFavicon(url(page), std::move(done)); });
+        return width([&](auto done) {
+            FaviconFetcher::fetchDirectFavicon(FetchContext::make(), url(page), std::move(done));
+        });
     }
 };
 
