@@ -1,9 +1,6 @@
 #include "icon/IconApplier.h"
 
-#include <cstddef>
-#include <cstdint>
 #include <utility>
-#include <vector>
 
 #include "base/graphics/BitmapImageRep.h"
 #include "base/graphics/ImageScaling.h"
@@ -19,16 +16,12 @@ namespace {
 
 constexpr Size iconSize{512, 512};
 
-BitmapImageRep transparentCanvas(int width, int height) {
-    const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    return {width, height, true, std::vector<std::uint8_t>(pixels * BitmapImageRep::bytesPerPixel)};
-}
-
 }  // namespace
 
 std::shared_ptr<const platform::PreparedIcon> IconApplier::prepared(
     const std::shared_ptr<const Image>& image) {
-    return services().workspace.prepareIcon(resizeImage(*image, iconSize));
+    const auto icon = resizeImage(*image, iconSize);
+    return icon ? services().workspace.prepareIcon(*icon) : nullptr;
 }
 
 void IconApplier::apply(std::shared_ptr<const platform::PreparedIcon> icon,
@@ -44,14 +37,12 @@ void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::st
     apply(prepared(image), path);
 }
 
-Image IconApplier::resizeImage(const Image& image, Size size) {
-    const int width = static_cast<int>(size.width);
-    const int height = static_cast<int>(size.height);
+std::optional<Image> IconApplier::resizeImage(const Image& image, Size size) {
     const auto bitmap = image.bitmap();
-    if (!bitmap || bitmap->pixelsWide() == 0 || bitmap->pixelsHigh() == 0) {
-        return Image(transparentCanvas(width, height));
+    if (!bitmap) {
+        return std::nullopt;
     }
-    return Image(scaled(*bitmap, width, height));
+    return Image(scaled(*bitmap, static_cast<int>(size.width), static_cast<int>(size.height)));
 }
 
 }  // namespace glintmark

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/graphics/Geometry.h"
@@ -18,22 +19,22 @@ public:
     IconApplier() = delete;
 
     /// Stretches `image`, which must not be null, to 512 x 512 and lets the workspace prepare it.
-    /// Null if the workspace cannot prepare it. Any thread but the main one: a large image is
-    /// decoded here, which may take seconds.
+    /// Null if the pixels of `image` cannot be had or the workspace cannot prepare the icon. Any
+    /// thread but the main one: a large image is decoded here, which may take seconds.
     static std::shared_ptr<const platform::PreparedIcon> prepared(
         const std::shared_ptr<const Image>& image);
 
-    /// Sets an icon from `prepared` on the file at `path`. Logs one line for success or failure.
-    /// Main thread only.
+    /// Sets an icon from `prepared` on the file at `path`. Logs one line for success or failure;
+    /// null is a failure. Main thread only.
     static void apply(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path);
 
     /// Both steps in one call. Main thread only.
     static void apply(const std::shared_ptr<const Image>& image, const std::string& path);
 
 private:
-    /// `image` stretched to exactly `size` (points, whole numbers). Fully transparent when `image`
-    /// has no pixels.
-    static Image resizeImage(const Image& image, Size size);
+    /// `image` stretched to exactly `size` (points, whole numbers). A bitmap of zero size is drawn
+    /// like any other, which leaves the result transparent. Absent if `image` cannot give a bitmap.
+    static std::optional<Image> resizeImage(const Image& image, Size size);
 };
 
 }  // namespace glintmark

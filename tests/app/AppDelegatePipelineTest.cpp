@@ -215,6 +215,18 @@ TEST_F(AppDelegatePipelineTest, AnIconThatCannotBeSetIsStillNotified) {
     EXPECT_EQ(notifications().requests().size(), 1U);
 }
 
+TEST_F(AppDelegatePipelineTest, AnImageWhosePixelsCannotBeHadIsNeverSet) {
+    session().answer("https://site.example/favicon.ico", 200, "image 64x64");  // only has a size
+    process(path);
+    const auto lines = log().lines();
+    ASSERT_EQ(lines.size(), 6U);
+    EXPECT_EQ(lines[3], "Glintmark: Favicon fetched → https://site.example/page?q=1");
+    EXPECT_EQ(lines[4], "Glintmark: アイコン適用失敗 → /home/kim/Desktop/My Site.webloc");
+    EXPECT_EQ(lines[5], "Glintmark: Icon applied → /home/kim/Desktop/My Site.webloc");
+    EXPECT_THAT(platform().workspace.preparedIcons(), IsEmpty());
+    EXPECT_EQ(notifications().requests().size(), 1U);
+}
+
 TEST_F(AppDelegatePipelineTest, ARejectedNotificationIsLogged) {
     notifications().rejectNext("The name is not activatable");
     process(path);

@@ -13,8 +13,10 @@ namespace glintmark {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr const char* linkFile = "/home/kim/Desktop/a.webloc";
+constexpr const char* failureLine = "Glintmark: アイコン適用失敗 → /home/kim/Desktop/a.webloc";
 
 using Colour = std::array<std::uint8_t, 4>;
 constexpr Colour red{255, 0, 0, 255};
@@ -108,16 +110,24 @@ TEST_F(IconApplierTest, TheIconAlwaysMeasures512Points) {
     }
 }
 
-TEST_F(IconApplierTest, AnImageWithoutPixelsGivesATransparentIcon) {
-    const auto none = [] { return std::optional<BitmapImageRep>(); };
-    for (const auto& image : {Image(Size{0, 0}), Image(Size{16, 16}), Image(Size{64, 64}, none),
-                              Image(bitmap(0, 0, [](int, int) { return red; })),
+TEST_F(IconApplierTest, ABitmapOfZeroSizeGivesATransparentIcon) {
+    for (const auto& image : {Image(bitmap(0, 0, [](int, int) { return red; })),
                               Image(bitmap(0, 5, [](int, int) { return red; })),
                               Image(bitmap(5, 0, [](int, int) { return red; }))}) {
         const auto icon = applied(image);
         EXPECT_TRUE(icon.hasAlpha());
         EXPECT_TRUE(std::ranges::all_of(icon.pixels(), [](auto byte) { return byte == 0; }));
     }
+}
+
+TEST_F(IconApplierTest, AnImageWhosePixelsCannotBeHadIsAFailure) {
+    const auto none = [] { return std::optional<BitmapImageRep>(); };
+    for (const auto& image : {Image(Size{0, 0}), Image(Size{16, 16}), Image(Size{64, 64}, none)}) {
+        IconApplier::apply(std::make_shared<const Image>(image), linkFile);
+    }
+    EXPECT_THAT(platform().workspace.preparedIcons(), IsEmpty());
+    EXPECT_THAT(platform().workspace.icons(), IsEmpty());
+    EXPECT_THAT(log().messages(), ElementsAre(failureLine, failureLine, failureLine));
 }
 
 TEST_F(IconApplierTest, SuccessIsLogged) {
@@ -130,8 +140,7 @@ TEST_F(IconApplierTest, ARefusalIsLoggedAndNotRetried) {
     platform().workspace.refuse();
     applied(Image(bitmap(1, 1, [](int, int) { return red; })));
     EXPECT_EQ(platform().workspace.icons().size(), 1U);
-    EXPECT_THAT(log().messages(),
-                ElementsAre("Glintmark: アイコン適用失敗 → /home/kim/Desktop/a.webloc"));
+    EXPECT_THAT(log().messages(), ElementsAre(failureLine));
 }
 
 }  // namespace
