@@ -12,6 +12,7 @@
 #include "base/graphics/Geometry.h"
 #include "base/graphics/TemplateImage.h"
 #include "platform/Application.h"
+#include "platform/FileIdentity.h"
 #include "platform/Menu.h"
 #include "platform/StatusBar.h"
 #include "watcher/FileWatcher.h"
@@ -110,7 +111,8 @@ private:
     platform::MenuItem folderItem(long folder, const std::string& home);
     bool isWatched(const std::string& folder) const;
     bool isExtraFolder(long index) const;
-    void applyIcon(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path);
+    void applyIcon(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path,
+                   const platform::FileIdentity& file);
 
     std::unique_ptr<platform::StatusItem> statusItem_;
     std::shared_ptr<FileWatcher> fileWatcher_;

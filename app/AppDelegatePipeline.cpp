@@ -10,6 +10,7 @@
 #include "favicon/FaviconFetcher.h"
 #include "icon/IconApplier.h"
 #include "platform/DispatchQueues.h"
+#include "platform/FileIdentity.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 #include "platform/UserNotificationCenter.h"
@@ -39,16 +40,17 @@ void AppDelegate::handleFileEvent(const FileWatcherEvent& event) {
 }
 
 void AppDelegate::processWeblocFile(const std::string& path) {
-    const auto link = WeblocParser::extractURL(URL::fileURL(path));
+    platform::FileIdentity file;
+    const auto link = WeblocParser::extractURL(URL::fileURL(path), &file);
     if (!link) {
         services().log.write("Glintmark: URL extraction failed → " + path);
         return;
     }
     services().log.write("Glintmark: URL → " + *link);
     fetches_.enter(
-        [self = shared_from_this(), link = *link, path](const AdmissionGate::Place& place) {
+        [self = shared_from_this(), link = *link, path, file](const AdmissionGate::Place& place) {
             FaviconFetcher::fetch(
-                link, [self, link, path, place](const std::shared_ptr<const Image>& image) {
+                link, [self, link, path, file, place](const std::shared_ptr<const Image>& image) {
                     if (!image) {
                         services().log.write("Glintmark: Favicon fetch failed → " + link);
                         return;
@@ -56,16 +58,16 @@ void AppDelegate::processWeblocFile(const std::string& path) {
                     services().log.write("Glintmark: Favicon fetched → " + link);
                     // `prepared` runs here because a large image would block the main thread.
                     services().dispatchQueues.main().async(
-                        [self, path, place, icon = IconApplier::prepared(image)] {
-                            self->applyIcon(icon, path);
+                        [self, path, file, place, icon = IconApplier::prepared(image)] {
+                            self->applyIcon(icon, path, file);
                         });
                 });
         });
 }
 
 void AppDelegate::applyIcon(std::shared_ptr<const platform::PreparedIcon> icon,
-                            const std::string& path) {
-    IconApplier::apply(std::move(icon), path);
+                            const std::string& path, const platform::FileIdentity& file) {
+    IconApplier::apply(std::move(icon), path, file);
     // On purpose, the log line and the notification appear even if the icon could not be set.
     // `IconApplier` logs success or failure.
     services().log.write("Glintmark: Icon applied → " + path);

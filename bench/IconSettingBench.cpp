@@ -79,7 +79,7 @@ void measure(const Kind& kind, int files, DesktopWorkspace& workspace, const std
         auto icon = workspace.prepareIcon(Image(BitmapImageRep(edge, edge, true, pixels)));
         const auto begin = std::chrono::steady_clock::now();
         const auto thread = bench::processorTime(CLOCK_THREAD_CPUTIME_ID);
-        failed += workspace.setIcon(std::move(icon), path) ? 0 : 1;
+        failed += workspace.setIcon(std::move(icon), path, std::nullopt) ? 0 : 1;
         caller.push_back(bench::processorTime(CLOCK_THREAD_CPUTIME_ID) - thread);
         elapsed.emplace_back(std::chrono::steady_clock::now() - begin);
     }

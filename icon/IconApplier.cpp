@@ -24,9 +24,9 @@ std::shared_ptr<const platform::PreparedIcon> IconApplier::prepared(
     return icon ? services().workspace.prepareIcon(*icon) : nullptr;
 }
 
-void IconApplier::apply(std::shared_ptr<const platform::PreparedIcon> icon,
-                        const std::string& path) {
-    if (services().workspace.setIcon(std::move(icon), path)) {
+void IconApplier::apply(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path,
+                        const std::optional<platform::FileIdentity>& read) {
+    if (services().workspace.setIcon(std::move(icon), path, read)) {
         services().log.write("Glintmark: アイコン適用成功 → " + path);
     } else {
         services().log.write("Glintmark: アイコン適用失敗 → " + path);

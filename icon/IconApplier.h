@@ -6,6 +6,7 @@
 
 #include "base/graphics/Geometry.h"
 #include "base/graphics/Image.h"
+#include "platform/FileIdentity.h"
 
 namespace glintmark {
 
@@ -24,9 +25,11 @@ public:
     static std::shared_ptr<const platform::PreparedIcon> prepared(
         const std::shared_ptr<const Image>& image);
 
-    /// Sets an icon from `prepared` on the file at `path`. Logs one line for success or failure;
-    /// null is a failure. Main thread only.
-    static void apply(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path);
+    /// Sets an icon from `prepared` on the file at `path`; if `read` is given, only while the path
+    /// leads to the file that was read. Logs one line for success or failure; null is a failure.
+    /// Main thread only.
+    static void apply(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path,
+                      const std::optional<platform::FileIdentity>& read = std::nullopt);
 
     /// Both steps in one call. Main thread only.
     static void apply(const std::shared_ptr<const Image>& image, const std::string& path);

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/FileIdentity.h"
+
 namespace glintmark::platform {
 
 /// The file system. Paths are bytes, taken as they are. May be called from any thread.
@@ -27,7 +29,9 @@ public:
 
     /// The bytes of a regular file, at most the first `limit`. Absent when the file cannot be read
     /// (missing, no permission, an I/O error) or is not a regular file. Never blocks on a pipe.
-    virtual std::optional<std::string> contents(const std::string& path, std::size_t limit) = 0;
+    /// Unless null, `identity` receives which file was read.
+    virtual std::optional<std::string> contents(const std::string& path, std::size_t limit,
+                                                FileIdentity* identity = nullptr) = 0;
 };
 
 }  // namespace glintmark::platform

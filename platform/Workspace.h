@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/graphics/Image.h"
 #include "base/url/URL.h"
+#include "platform/FileIdentity.h"
 
 namespace glintmark::platform {
 
@@ -26,9 +28,12 @@ public:
     virtual std::shared_ptr<const PreparedIcon> prepareIcon(const Image& image) = 0;
 
     /// Makes `icon`, which this workspace prepared, the custom icon of the file at `path`. Open
-    /// windows show the icon, too. False when `icon` is null, the file does not exist or nothing
-    /// could be written for it.
-    virtual bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) = 0;
+    /// windows show the icon, too. `read` tells which file the icon was made for; if it is absent,
+    /// any file at `path` gets the icon. False when `icon` is null, the file does not exist, `path`
+    /// leads to a file that is neither the one that was read nor its replacement in the same place,
+    /// or nothing could be written for it.
+    virtual bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path,
+                         const std::optional<FileIdentity>& read) = 0;
 
     /// Opens a file-browser window at `folder` with nothing selected, and returns before it is
     /// shown. False when no request could be made.

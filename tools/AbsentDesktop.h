@@ -60,7 +60,8 @@ public:
     std::shared_ptr<const platform::PreparedIcon> prepareIcon(const Image&) override {
         return nullptr;
     }
-    bool setIcon(std::shared_ptr<const platform::PreparedIcon>, const std::string&) override {
+    bool setIcon(std::shared_ptr<const platform::PreparedIcon>, const std::string&,
+                 const std::optional<platform::FileIdentity>&) override {
         return false;
     }
     bool openFileViewer(const std::string&) override { return false; }

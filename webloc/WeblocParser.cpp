@@ -23,10 +23,12 @@ const std::string* stringUnder(std::string_view key, const PropertyList& root) {
 
 }  // namespace
 
-std::optional<std::string> WeblocParser::extractURL(const URL& file) {
+std::optional<std::string> WeblocParser::extractURL(const URL& file,
+                                                    platform::FileIdentity* identity) {
     const std::string path = file.path();
     // One byte more than the parser accepts, so that a huge file is refused, not truncated.
-    const auto bytes = services().fileManager.contents(path, PropertyList::maximumBytes + 1);
+    const auto bytes =
+        services().fileManager.contents(path, PropertyList::maximumBytes + 1, identity);
     if (!bytes) {
         services().log.write("Glintmark: ファイル読み込み失敗 → " + path);
         return std::nullopt;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/url/URL.h"
+#include "platform/FileIdentity.h"
 
 namespace glintmark {
 
@@ -14,8 +15,9 @@ public:
 
     /// The string under "URL" in the property list at `file` (a file URL), exactly as stored and
     /// not checked. Absent, with one line in the log, when the file cannot be read or has no such
-    /// string.
-    static std::optional<std::string> extractURL(const URL& file);
+    /// string. Unless null, `identity` receives which file was read.
+    static std::optional<std::string> extractURL(const URL& file,
+                                                 platform::FileIdentity* identity = nullptr);
 };
 
 }  // namespace glintmark

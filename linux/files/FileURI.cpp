@@ -3,10 +3,7 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
-#include "base/system/ReleaseWith.h"
 #include "linux/glib/GLibHandles.h"
 
 namespace glintmark::platform {
@@ -47,18 +44,11 @@ std::string glibFileURI(std::string_view path) { return escapedURI(simplified(pa
 
 std::string qtFileURI(std::string_view path) { return escapedURI(simplified(path), qtBare); }
 
-std::vector<std::string> fileURIs(const std::string& path) {
-    std::vector<std::string> uris{glibFileURI(path)};
-    const std::unique_ptr<char, ReleaseWith<std::free>> canonical(
-        ::realpath(path.c_str(), nullptr));
-    if (canonical != nullptr) {
-        uris.push_back(glibFileURI(canonical.get()));
-        uris.push_back(qtFileURI(canonical.get()));
-    }
+std::vector<std::string> fileURIs(std::string_view path, std::string_view place) {
     std::vector<std::string> distinct;
-    for (auto& uri : uris) {
+    for (const auto& uri : {glibFileURI(path), glibFileURI(place), qtFileURI(place)}) {
         if (std::find(distinct.begin(), distinct.end(), uri) == distinct.end()) {
-            distinct.push_back(std::move(uri));
+            distinct.push_back(uri);
         }
     }
     return distinct;

@@ -6,16 +6,20 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/files/DirectoryReader.h"
+#include "linux/files/HeldFile.h"
 #include "linux/files/WholeFile.h"
 
 namespace glintmark::platform {
 
 namespace {
 
+// O_NONBLOCK: opening a pipe does not wait for its other end. It has no effect on files.
+constexpr int readingFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr std::size_t passwordEntryBytes = std::size_t{16} * 1024;
 
 std::string withoutTrailingSlashes(std::string path) {
@@ -61,13 +65,19 @@ bool PosixFileManager::fileExists(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0;
 }
 
-std::optional<std::string> PosixFileManager::contents(const std::string& path, std::size_t limit) {
-    // O_NONBLOCK: opening a pipe does not wait for its other end. It has no effect on files.
-    const FileDescriptor descriptor(
-        ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+std::optional<std::string> PosixFileManager::contents(const std::string& path, std::size_t limit,
+                                                      FileIdentity* identity) {
+    FileDescriptor descriptor(::open(path.c_str(), readingFlags | O_NOFOLLOW));
+    const bool isThroughLink = !descriptor && errno == ELOOP;
+    if (isThroughLink) {
+        descriptor = FileDescriptor(::open(path.c_str(), readingFlags));
+    }
     struct stat status {};
     if (!descriptor || ::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
+    }
+    if (identity != nullptr) {
+        *identity = {status.st_dev, status.st_ino, placeOf(descriptor.get()), isThroughLink};
     }
     return readToEnd(descriptor.get(), static_cast<std::size_t>(status.st_size), limit);
 }

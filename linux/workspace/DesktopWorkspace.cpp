@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "linux/files/FileURI.h"
+#include "linux/files/HeldFile.h"
 #include "linux/workspace/DesktopLauncher.h"
 
 namespace glintmark::platform {
@@ -41,9 +43,11 @@ struct DesktopWorkspace::EncodedIcon final : PreparedIcon {
     std::optional<std::string> name;  ///< In the store; absent when it could not be stored.
 };
 
-/// The file of one `setIcon`, with its status when the call began.
+/// The file of one `setIcon`, with its status when the call began. Keeps no descriptor: while the
+/// metadata daemon is slow, many files wait for its answers.
 struct DesktopWorkspace::Target {
-    std::string path;
+    std::string place;
+    std::vector<std::string> uris;
     struct stat status;
     std::shared_ptr<const EncodedIcon> icon;
 };
@@ -75,25 +79,31 @@ std::shared_ptr<const PreparedIcon> DesktopWorkspace::prepareIcon(const Image& i
     return icon;
 }
 
-bool DesktopWorkspace::setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) {
-    struct stat status {};
-    if (icon == nullptr || stat(path.c_str(), &status) != 0) {
+bool DesktopWorkspace::setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path,
+                               const std::optional<FileIdentity>& read) {
+    const auto file = HeldFile::at(path);
+    if (icon == nullptr || !file || (read && !file->isWhatWasRead(*read))) {
+        return false;
+    }
+    const std::string place = file->place();
+    if (place.empty()) {
         return false;
     }
     auto encoded = std::static_pointer_cast<const EncodedIcon>(std::move(icon));
-    const auto target = std::make_shared<const Target>(Target{path, status, std::move(encoded)});
+    const auto target = std::make_shared<const Target>(
+        Target{place, fileURIs(path, place), file->status(), std::move(encoded)});
     const auto& name = target->icon->name;
     if (name) {
-        writeIconName(path, *name);
-        applied_.add({*name, path});
+        writeIconName(file->procPath(), *name);
+        applied_.add({*name, place});
     }
-    const bool hasThumbnails = writeThumbnails(*target, wholeSeconds(status));
+    const bool hasThumbnails = writeThumbnails(*target, wholeSeconds(target->status));
     if (!name) {
         finish(*target);
         return hasThumbnails;
     }
     const auto hasAttribute = std::make_shared<bool>(false);
-    metadata_.set(path, glibFileURI(store_.pathOf(*name)),
+    metadata_.set(place, glibFileURI(store_.pathOf(*name)),
                   hasThumbnails ? shortTimeout : longTimeout,
                   [this, target, hasAttribute](bool written) {
                       *hasAttribute = written;
@@ -109,8 +119,8 @@ bool DesktopWorkspace::writeThumbnails(const Target& target,
     subject.size = static_cast<std::uint64_t>(target.status.st_size);
     subject.mimeType = S_ISDIR(target.status.st_mode) ? folderMimeType : linkMimeType;
     bool complete = true;
-    for (auto& uri : fileURIs(target.path)) {
-        subject.uri = std::move(uri);
+    for (const auto& uri : target.uris) {
+        subject.uri = uri;
         complete = thumbnails_.write(target.icon->pictures, subject) && complete;
     }
     return complete;
@@ -119,11 +129,11 @@ bool DesktopWorkspace::writeThumbnails(const Target& target,
 /// Refreshes open windows. If the file's time cannot be set, its thumbnails record the time with
 /// its fraction.
 void DesktopWorkspace::finish(const Target& target) {
-    if (!WindowRefresh::dropTimeFraction(target.path, target.status) &&
+    if (!WindowRefresh::dropTimeFraction(target.place, target.status) &&
         target.status.st_mtim.tv_nsec != 0) {
         writeThumbnails(target, exactSeconds(target.status));
     }
-    windows_.signalChange(target.path);
+    windows_.signalChange(target.uris);
 }
 
 bool DesktopWorkspace::openFileViewer(const std::string& folder) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "linux/bus/SessionBus.h"
@@ -38,7 +39,8 @@ public:
                      IconMetadata::Writer metadataWriter);
 
     std::shared_ptr<const PreparedIcon> prepareIcon(const Image& image) override;
-    bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path) override;
+    bool setIcon(std::shared_ptr<const PreparedIcon> icon, const std::string& path,
+                 const std::optional<FileIdentity>& read) override;
     bool openFileViewer(const std::string& folder) override;
     bool open(const URL& url) override;
 

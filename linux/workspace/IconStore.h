@@ -41,7 +41,7 @@ private:
 };
 
 /// Writes the name of a file's stored icon into the file's extended attribute
-/// `user.glintmark.icon`, which moves with the file. False when that fails.
+/// `user.glintmark.icon`, which moves with the file. Follows symbolic links. False when that fails.
 bool writeIconName(const std::string& path, const std::string& name);
 
 /// Absent when the file does not have the attribute, or its value is not a name.

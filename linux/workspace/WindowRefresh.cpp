@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "linux/files/FileURI.h"
+#include "linux/files/HeldFile.h"
 
 namespace glintmark::platform {
 
@@ -27,24 +27,23 @@ std::string folderOf(const std::string& uri) { return uri.substr(0, uri.rfind('/
 }  // namespace
 
 bool WindowRefresh::dropTimeFraction(const std::string& path, const struct stat& seen) {
-    struct stat now {};
-    if (stat(path.c_str(), &now) != 0 || !isSameVersion(seen, now)) {
+    const auto file = HeldFile::at(path);
+    if (!file || !isSameVersion(seen, file->status())) {
         return true;
     }
     struct timespec times[2] = {};
     times[0].tv_nsec = UTIME_OMIT;
     times[1].tv_sec = seen.st_mtim.tv_sec;
-    return utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+    return utimensat(AT_FDCWD, file->procPath().c_str(), times, 0) == 0;
 }
 
-void WindowRefresh::signalChange(const std::string& path) {
+void WindowRefresh::signalChange(const std::vector<std::string>& uris) {
     if (bus_.connection() == nullptr) {
         return;
     }
-    // A window that shows a folder through a symbolic link knows the folder by the link's path.
     GVariantBuilder removed;
     g_variant_builder_init(&removed, G_VARIANT_TYPE("as"));
-    for (const auto& uri : fileURIs(path)) {
+    for (const auto& uri : uris) {
         g_variant_builder_add(&removed, "s", uri.c_str());
         additions_.push_back({g_get_monotonic_time() + additionDelayMicroseconds, folderOf(uri)});
     }

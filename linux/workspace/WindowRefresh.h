@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "linux/bus/SessionBus.h"
 #include "linux/glib/GLibHandles.h"
@@ -18,12 +19,14 @@ public:
 
     /// Sets the file's modification time to its whole second. Programs that watch the directory
     /// notice this. `seen` is the status for which the file's thumbnails were made; a file that
-    /// changed since then keeps its time. False when the system refuses to set the time.
+    /// changed since then, or another one in its place, keeps its time. False when the system
+    /// refuses to set the time.
     static bool dropTimeFraction(const std::string& path, const struct stat& seen);
 
     /// Signals KDE's directory listers that the file was removed and, 0.3 s later, that it was
-    /// added.
-    void signalChange(const std::string& path);
+    /// added. A window that shows a folder through a symbolic link knows the folder by the link's
+    /// path, so `uris` are all addresses of the file.
+    void signalChange(const std::vector<std::string>& uris);
 
 private:
     struct Addition {

@@ -38,11 +38,12 @@ std::shared_ptr<const platform::PreparedIcon> FakeWorkspace::prepareIcon(const I
 }
 
 bool FakeWorkspace::setIcon(std::shared_ptr<const platform::PreparedIcon> icon,
-                            const std::string& path) {
+                            const std::string& path,
+                            const std::optional<platform::FileIdentity>& read) {
     if (icon == nullptr) {
         return false;
     }
-    icons_.push_back({std::static_pointer_cast<const ImageAsIcon>(icon)->image, path});
+    icons_.push_back({std::static_pointer_cast<const ImageAsIcon>(icon)->image, path, read});
     return succeeds_;
 }
 

@@ -64,11 +64,12 @@ public:
     struct Icon {
         Image image;
         std::string path;
+        std::optional<platform::FileIdentity> read;
     };
 
     std::shared_ptr<const platform::PreparedIcon> prepareIcon(const Image& image) override;
-    bool setIcon(std::shared_ptr<const platform::PreparedIcon> icon,
-                 const std::string& path) override;
+    bool setIcon(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path,
+                 const std::optional<platform::FileIdentity>& read) override;
     bool openFileViewer(const std::string& folder) override;
     bool open(const URL& url) override;
 

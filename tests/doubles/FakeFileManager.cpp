@@ -51,10 +51,14 @@ bool FakeFileManager::fileExists(const std::string& path) {
     return nodes_.contains(withoutTrailingSlashes(path));
 }
 
-std::optional<std::string> FakeFileManager::contents(const std::string& path, std::size_t limit) {
+std::optional<std::string> FakeFileManager::contents(const std::string& path, std::size_t limit,
+                                                     platform::FileIdentity* identity) {
     const auto node = nodes_.find(path);
     if (node == nodes_.end() || node->second.isDirectory || !node->second.isReadable) {
         return std::nullopt;
+    }
+    if (identity != nullptr) {
+        *identity = {1, node->second.inode, path, false};
     }
     return node->second.bytes.substr(0, limit);
 }
@@ -116,6 +120,7 @@ FakeFileManager::Node& FakeFileManager::enter(const std::string& path, bool isDi
     if (!nodes_.contains(path)) {
         enter(parentOf(path), true).names.push_back(nameOf(path));
         nodes_[path].isDirectory = isDirectory;
+        nodes_[path].inode = ++lastInode_;
     }
     return nodes_.at(path);
 }

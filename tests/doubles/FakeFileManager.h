@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -23,7 +24,8 @@ public:
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view)>& visit) override;
     bool fileExists(const std::string& path) override;
-    std::optional<std::string> contents(const std::string& path, std::size_t limit) override;
+    std::optional<std::string> contents(const std::string& path, std::size_t limit,
+                                        platform::FileIdentity* identity = nullptr) override;
 
     void setHome(const std::string& path);  ///< Without this call "/home/kim".
 
@@ -52,6 +54,7 @@ private:
     struct Node {
         bool isDirectory = false;
         bool isReadable = true;
+        std::uint64_t inode = 0;
         std::string bytes;
         std::vector<std::string> names;  // of a directory's entries
     };
@@ -62,6 +65,7 @@ private:
 
     std::string home_;
     std::map<std::string, Node> nodes_;  // by path without a trailing slash
+    std::uint64_t lastInode_ = 0;
     std::set<std::string> vanishing_;
     std::vector<std::string> listings_;
     std::vector<std::string> existenceTests_;

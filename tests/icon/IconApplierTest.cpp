@@ -130,6 +130,15 @@ TEST_F(IconApplierTest, AnImageWhosePixelsCannotBeHadIsAFailure) {
     EXPECT_THAT(log().messages(), ElementsAre(failureLine, failureLine, failureLine));
 }
 
+TEST_F(IconApplierTest, TheWorkspaceLearnsWhichFileWasReadIfThatIsKnown) {
+    const platform::FileIdentity read{1, 2, linkFile, false};
+    const auto image = std::make_shared<const Image>(bitmap(1, 1, [](int, int) { return red; }));
+    IconApplier::apply(IconApplier::prepared(image), linkFile, read);
+    IconApplier::apply(image, linkFile);
+    EXPECT_EQ(platform().workspace.icons()[0].read, read);
+    EXPECT_EQ(platform().workspace.icons()[1].read, std::nullopt);
+}
+
 TEST_F(IconApplierTest, SuccessIsLogged) {
     applied(Image(bitmap(1, 1, [](int, int) { return red; })));
     EXPECT_THAT(log().messages(),

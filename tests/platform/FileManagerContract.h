@@ -101,6 +101,22 @@ TEST_P(FileManagerContract, AnEmptyFileHasEmptyContents) {
     EXPECT_EQ(manager().contents(path("file"), 100), "");
 }
 
+TEST_P(FileManagerContract, TellsWhichFileWasRead) {
+    subject().createFile(path("one"), "same");
+    subject().createFile(path("two"), "same");
+    FileIdentity one;
+    FileIdentity again;
+    FileIdentity two;
+    EXPECT_EQ(manager().contents(path("one"), 100, &one), "same");
+    EXPECT_EQ(manager().contents(path("one"), 2, &again), "sa");
+    EXPECT_EQ(manager().contents(path("two"), 100, &two), "same");
+    EXPECT_EQ(one, again);
+    EXPECT_EQ(one.place, path("one"));
+    EXPECT_FALSE(one.isThroughLink);
+    EXPECT_EQ(one.device, two.device);
+    EXPECT_NE(one.inode, two.inode);
+}
+
 TEST_P(FileManagerContract, AMissingFileAndADirectoryHaveNoContents) {
     EXPECT_EQ(manager().contents(path("missing"), 100), std::nullopt);
     EXPECT_EQ(manager().contents(subject().folder(), 100), std::nullopt);

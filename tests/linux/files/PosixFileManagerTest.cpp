@@ -132,6 +132,23 @@ TEST_F(PosixFileManagerTest, APipeHasNoContentsAndOpeningItDoesNotWait) {
     EXPECT_EQ(manager_.contents(directory_.path("pipe"), 10), std::nullopt);
 }
 
+TEST_F(PosixFileManagerTest, AFileReadThroughALinkIsTheOneItLeadsTo) {
+    directory_.write("real/target", "x");
+    directory_.createLink("real/target", "link");
+    directory_.createLink("real", "folder");
+    FileIdentity direct;
+    FileIdentity linked;
+    FileIdentity inLinkedFolder;
+    EXPECT_EQ(manager_.contents(directory_.path("real/target"), 10, &direct), "x");
+    EXPECT_EQ(manager_.contents(directory_.path("link"), 10, &linked), "x");
+    EXPECT_EQ(manager_.contents(directory_.path("folder/target"), 10, &inLinkedFolder), "x");
+    EXPECT_EQ(direct.place, directory_.path("real/target"));
+    EXPECT_EQ(inLinkedFolder, direct);
+    EXPECT_TRUE(linked.isThroughLink);
+    linked.isThroughLink = false;
+    EXPECT_EQ(linked, direct);
+}
+
 TEST_F(PosixFileManagerTest, AFileWithoutASizeIsReadWhole) {
     const auto contents = manager_.contents("/proc/self/status", 1024 * 1024);
     ASSERT_TRUE(contents.has_value());

@@ -13,6 +13,7 @@
 #include <mutex>
 
 #include "linux/files/FileURI.h"
+#include "linux/files/PosixFileManager.h"
 #include "linux/workspace/DesktopWorkspace.h"
 #include "tests/linux/FakePeer.h"
 #include "tests/linux/MainLoop.h"
@@ -64,7 +65,7 @@ protected:
     }
 
     bool setIcon(const Image& image, const std::string& path) {
-        return workspace_->setIcon(workspace_->prepareIcon(image), path);
+        return workspace_->setIcon(workspace_->prepareIcon(image), path, std::nullopt);
     }
 
     /// Also waits for the last step, which follows the answer about the metadata.
@@ -135,7 +136,7 @@ TEST_F(DesktopWorkspaceTest, AnIconPreparedOnceCanBeSetOnManyFiles) {
     const auto icon = workspace_->prepareIcon(redIcon());
     for (const char* name : {"a.webloc", "b.webloc"}) {
         const std::string path = makeLink(name);
-        ASSERT_TRUE(workspace_->setIcon(icon, path));
+        ASSERT_TRUE(workspace_->setIcon(icon, path, std::nullopt));
         EXPECT_EQ(thumbnail("large", "file://" + path).pixels[0], 255);
     }
     EXPECT_EQ(storedIcons().size(), 1U);
@@ -154,7 +155,7 @@ TEST_F(DesktopWorkspaceTest, NothingStaysOfAnIconThatIsPreparedAndDropped) {
 TEST_F(DesktopWorkspaceTest, NothingStaysOfAnIconWhoseFileIsGone) {
     auto icon = workspace_->prepareIcon(redIcon());
     const std::weak_ptr watched = icon;
-    EXPECT_FALSE(workspace_->setIcon(std::move(icon), folder_ / "home/gone.webloc"));
+    EXPECT_FALSE(workspace_->setIcon(std::move(icon), folder_ / "home/gone.webloc", std::nullopt));
     EXPECT_TRUE(watched.expired());
 }
 
@@ -218,10 +219,85 @@ TEST_F(DesktopWorkspaceTest, AFileReachedThroughALinkHasThumbnailsForBothPaths) 
     const std::string path = makeLink("real.webloc");
     std::filesystem::create_symlink(path, folder_ / "home/link.webloc");
     ASSERT_TRUE(setIcon(redIcon(), folder_ / "home/link.webloc"));
+    ASSERT_TRUE(waitUntil([this] { return answers_ == 1; }));
+    EXPECT_THAT(metadata_, ElementsAre(StartsWith(path + " file://")));
     for (const char* name : {"real.webloc", "link.webloc"}) {
         const std::string uri = "file://" + (folder_ / "home/") + name;
         EXPECT_EQ(thumbnail("large", uri).texts["Thumb::URI"], uri);
     }
+}
+
+/// Two files: the link file that was read, and a document elsewhere that must stay as it is.
+class SwappedFileTest : public DesktopWorkspaceTest {
+protected:
+    SwappedFileTest() {
+        EXPECT_TRUE(PosixFileManager().contents(path_, 100, &read_));
+        before_ = statusOf(document_);
+    }
+
+    bool setIconOnWhatWasRead() {
+        return workspace_->setIcon(workspace_->prepareIcon(redIcon()), path_, read_);
+    }
+
+    void linkToTheDocument() const {
+        folder_.remove("home/a.webloc");
+        folder_.createLink(document_, "home/a.webloc");
+    }
+
+    void expectTheDocumentUntouched() const {
+        const struct stat after = statusOf(document_);
+        EXPECT_EQ(after.st_mtim.tv_nsec, before_.st_mtim.tv_nsec);
+        EXPECT_EQ(after.st_ctim.tv_nsec, before_.st_ctim.tv_nsec) << "not even its attributes";
+        EXPECT_EQ(readIconName(document_), std::nullopt);
+        for (const char* size : sizes) {
+            EXPECT_FALSE(std::filesystem::exists(thumbnailPath(size, "file://" + document_)));
+        }
+    }
+
+    const std::string path_ = makeLink("a.webloc");
+    const std::string document_ = makeLink("documents/report.pdf");
+    FileIdentity read_;
+    struct stat before_ {};
+};
+
+TEST_F(SwappedFileTest, TheFileThatWasReadGetsTheIcon) {
+    ASSERT_TRUE(setIconOnWhatWasRead());
+    EXPECT_GT(thumbnail("large", "file://" + path_).width, 0);
+}
+
+TEST_F(SwappedFileTest, ALinkPutInPlaceOfTheFileIsNotFollowed) {
+    linkToTheDocument();
+    EXPECT_FALSE(setIconOnWhatWasRead());
+    expectTheDocumentUntouched();
+    EXPECT_TRUE(metadata_.empty());
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "cache"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "data/glintmark/applied"));
+}
+
+TEST_F(SwappedFileTest, ALinkPutInPlaceDuringTheCallIsNotFollowed) {
+    makeWorkspace([this](const std::string& place, const std::string&) {
+        EXPECT_EQ(place, path_);
+        linkToTheDocument();
+        ++answers_;
+        return true;
+    });
+    ASSERT_TRUE(setIconOnWhatWasRead());
+    ASSERT_TRUE(waitUntil([this] { return answers_ == 1; }));
+    runPending();
+    expectTheDocumentUntouched();
+}
+
+TEST_F(SwappedFileTest, ASaveThatRenamesKeepsTheIcon) {
+    makeLink("a.webloc.new");
+    folder_.move("home/a.webloc.new", "home/a.webloc");
+    EXPECT_TRUE(setIconOnWhatWasRead());
+    EXPECT_GT(thumbnail("large", "file://" + path_).width, 0);
+}
+
+TEST_F(DesktopWorkspaceTest, AFileThatItsOwnerMayOnlyWriteGetsItsIcon) {
+    const std::string path = makeLink("a.webloc");
+    chmod(path.c_str(), 0200);
+    setRedIcon(path);
 }
 
 TEST_F(DesktopWorkspaceTest, AReadOnlyFileGetsItsIcon) {

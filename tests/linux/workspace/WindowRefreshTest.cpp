@@ -82,7 +82,7 @@ TEST(WindowRefreshTest, KDEIsSignalledARemovalAndThenAnAddition) {
     Listener listener(daemon);
     SessionBus bus;
     WindowRefresh windows(bus);
-    windows.signalChange("/nowhere/a b.webloc");
+    windows.signalChange({"file:///nowhere/a%20b.webloc"});
     ASSERT_TRUE(waitUntil([&] { return listener.received().size() == 2; }));
     EXPECT_THAT(listener.received(),
                 ElementsAre("/ FilesRemoved(['file:///nowhere/a%20b.webloc'],)",
@@ -96,9 +96,9 @@ TEST(WindowRefreshTest, FilesOfOneFolderShareOneSignalOfAddition) {
     SessionBus bus;
     {
         WindowRefresh windows(bus);
-        windows.signalChange("/one/a.webloc");
-        windows.signalChange("/one/b.webloc");
-        windows.signalChange("/two/c.webloc");
+        windows.signalChange({"file:///one/a.webloc"});
+        windows.signalChange({"file:///one/b.webloc"});
+        windows.signalChange({"file:///two/c.webloc"});
         ASSERT_TRUE(waitUntil([&] {
             return !listener.received().empty() &&
                    listener.received().back() == "/ FilesAdded('file:///two',)";
@@ -114,7 +114,7 @@ TEST(WindowRefreshTest, WithoutABusNothingIsSignalled) {
     const PrivateBus daemon(PrivateBus::Begin::stopped);
     SessionBus bus;
     WindowRefresh windows(bus);
-    windows.signalChange("/nowhere/a.webloc");
+    windows.signalChange({"file:///nowhere/a.webloc"});
     runPending();
     EXPECT_EQ(bus.connection(), nullptr);
 }
