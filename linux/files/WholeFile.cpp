@@ -77,6 +77,19 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t
     return true;
 }
 
+bool linkFileAtomically(const std::string& existing, const std::string& path) {
+    const std::string temporary =
+        path + "." + std::to_string(::getpid()) + std::string(unfinishedSuffix);
+    ::unlink(temporary.c_str());  // left by a crash of a process with the same number
+    if (::link(existing.c_str(), temporary.c_str()) != 0) {
+        return false;
+    }
+    const bool renamed = std::rename(temporary.c_str(), path.c_str()) == 0;
+    // rename(2) leaves both names if `path` was a name of this file already.
+    ::unlink(temporary.c_str());
+    return renamed;
+}
+
 bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode) {
     const FileDescriptor descriptor(
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));

@@ -23,6 +23,11 @@ inline constexpr std::string_view unfinishedSuffix = ".part";
 bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode = 0600,
                          Durability durability = Durability::cache);
 
+/// Makes `path` a second name of the file at `existing` (a hard link), in place of any file there,
+/// in one step. False on failure, for example if the file system has no hard links or the two paths
+/// are on different ones; `path` is then unchanged.
+bool linkFileAtomically(const std::string& existing, const std::string& path);
+
 /// Writes `bytes` into the file at `path` without replacing it: a process that has the file open
 /// reads the new bytes. Creates a missing file. A failure leaves the file empty or incomplete.
 bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode = 0600);

@@ -19,6 +19,10 @@ BitmapImageRep stretched(const BitmapImageRep& bitmap, int edge) {
     return fits ? bitmap : scaled(bitmap, edge, edge);
 }
 
+bool makeFolder(const std::string& folder) {
+    return g_mkdir_with_parents(folder.c_str(), folderMode) == 0;
+}
+
 std::string fileName(const std::string& uri) {
     const GStringHandle digits(g_compute_checksum_for_string(G_CHECKSUM_MD5, uri.c_str(), -1));
     return std::string(digits.get()) + ".png";
@@ -41,18 +45,21 @@ bool ThumbnailCache::write(const IconPictures& pictures, const ThumbnailSubject&
         {"Thumb::Mimetype", subject.mimeType},
         {"Software", software},
     }};
-    // "xx-large" is at most 1024 pixels. Enlarging the picture would show nothing more.
     const std::string full = withTexts(pictures.full, texts);
     const std::string large = withTexts(pictures.large, texts);
     const std::string normal = withTexts(pictures.normal, texts);
     const std::string name = fileName(subject.uri);
+    const auto pathIn = [&](const char* size) { return folder_ + "/" + size + "/" + name; };
     const auto put = [&](const char* size, const std::string& picture) {
-        const std::string folder = folder_ + "/" + size;
-        return g_mkdir_with_parents(folder.c_str(), folderMode) == 0 &&
-               writeFileAtomically(folder + "/" + name, picture);
+        return makeFolder(folder_ + "/" + size) && writeFileAtomically(pathIn(size), picture);
+    };
+    // "xx-large" is at most 1024 pixels. Enlarging the picture would show nothing more, so both
+    // sizes share one file where the file system allows it.
+    const auto share = [&](const char* from, const char* to) {
+        return makeFolder(folder_ + "/" + to) && linkFileAtomically(pathIn(from), pathIn(to));
     };
     return put("normal", normal) && put("large", large) && put("x-large", full) &&
-           put("xx-large", full);
+           (share("x-large", "xx-large") || put("xx-large", full));
 }
 
 }  // namespace glintmark::platform

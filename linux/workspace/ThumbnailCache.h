@@ -37,7 +37,8 @@ class ThumbnailCache {
 public:
     explicit ThumbnailCache(const std::string& cacheHome) : folder_(cacheHome + "/thumbnails") {}
 
-    /// Writes the thumbnails of all four sizes. False when one of them could not be written.
+    /// Writes the thumbnails of all four sizes. The two largest hold the same bytes and share one
+    /// file where possible. False when one of them could not be written.
     bool write(const IconPictures& pictures, const ThumbnailSubject& subject) const;
 
 private:

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
@@ -13,7 +12,6 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
-#include <thread>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/files/JSONFileUserDefaults.h"
@@ -151,22 +149,6 @@ TEST_F(SettingsSurvivalTest, KilledAtAnySystemCallASaveKeepsAnUnreadableFile) {
     EXPECT_GE(stops, minimumStops);
 }
 
-/// Runs `body` on a thread with its own mount namespace, in which `type` is mounted at `path`. The
-/// mount ends with the thread.
-void withMount(const std::string& path, const char* type, const char* options,
-               const std::function<void()>& body) {
-    bool mounted = false;
-    std::thread([&] {
-        mounted = unshare(CLONE_NEWNS) == 0 &&
-                  mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                  mount("none", path.c_str(), type, 0, options) == 0;
-        if (mounted) {
-            body();
-        }
-    }).join();
-    EXPECT_TRUE(mounted);
-}
-
 /// Writes until nothing more fits.
 void fillUp(const std::string& folder) {
     const FileDescriptor file(
@@ -203,7 +185,7 @@ TEST_F(SettingsOnAMountTest, AFullDiskKeepsTheOldListAndALaterSaveStoresAll) {
         defaults.set(key, longList);
         EXPECT_THAT(listIn(path()), Optional(longList));
     };
-    withMount(directory_.path("config"), "tmpfs", "size=32k", test);
+    test::withMount(directory_.path("config"), "tmpfs", "size=32k", test);
 }
 
 TEST_F(SettingsOnAMountTest, AFullDiskAtTheFirstSaveLeavesNoIncompleteFile) {
@@ -215,7 +197,7 @@ TEST_F(SettingsOnAMountTest, AFullDiskAtTheFirstSaveLeavesNoIncompleteFile) {
         EXPECT_NE(access(path().c_str(), F_OK), 0);
         EXPECT_EQ(listIn(path()), std::nullopt);
     };
-    withMount(directory_.path("config"), "tmpfs", "size=32k", test);
+    test::withMount(directory_.path("config"), "tmpfs", "size=32k", test);
 }
 
 TEST_F(SettingsOnAMountTest, AReadOnlyFileSystemKeepsTheOldListAndALaterSaveStoresAll) {
@@ -236,7 +218,7 @@ TEST_F(SettingsOnAMountTest, AReadOnlyFileSystemKeepsTheOldListAndALaterSaveStor
         defaults.set("another", {"value"});
         EXPECT_THAT(listIn(path()), Optional(newList));
     };
-    withMount(directory_.path("config"), "tmpfs", "size=1m", test);
+    test::withMount(directory_.path("config"), "tmpfs", "size=1m", test);
 }
 
 TEST_F(SettingsSurvivalTest, AReadOnlyFolderKeepsTheOldListAndTheUnreadableFile) {

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "base/system/FileDescriptor.h"
 #include "linux/files/WholeFile.h"
 #include "tests/support/FileSizeLimit.h"
@@ -26,6 +28,32 @@ TEST_F(WholeFileTest, PutsANewFileInPlaceOfAnOldOne) {
     struct stat status {};
     ASSERT_EQ(::stat(directory_.path("file").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0640U);
+}
+
+TEST_F(WholeFileTest, GivesAFileASecondNameInPlaceOfAnotherFile) {
+    const auto file = directory_.write("file", "new");
+    const auto other = directory_.write("folder/other", "old");
+    for (int i = 0; i < 2; ++i) {  // the second time it is a name of the file already
+        EXPECT_TRUE(linkFileAtomically(file, other));
+        EXPECT_TRUE(std::filesystem::equivalent(file, other));
+        EXPECT_EQ(std::filesystem::hard_link_count(file), 2U) << "nothing is left beside";
+    }
+    EXPECT_TRUE(writeFileAtomically(file, "newer"));
+    EXPECT_EQ(directory_.read("folder/other"), "new");
+    EXPECT_TRUE(linkFileAtomically(file, other));
+    EXPECT_EQ(directory_.read("folder/other"), "newer");
+}
+
+TEST_F(WholeFileTest, AFileThatCannotGetASecondNameLeavesTheOldOne) {
+    directory_.createDirectories("folder/inner");
+    EXPECT_FALSE(linkFileAtomically(directory_.write("file"), directory_.path("folder")));
+    EXPECT_FALSE(linkFileAtomically("/proc/self/status", directory_.write("other", "old")));
+    EXPECT_FALSE(linkFileAtomically(directory_.path("missing"), directory_.path("other")));
+    EXPECT_EQ(directory_.read("other"), "old");
+    directory_.remove("folder");
+    directory_.remove("file");
+    directory_.remove("other");
+    EXPECT_EQ(::rmdir(directory_.path().c_str()), 0) << "nothing is left beside";
 }
 
 TEST_F(WholeFileTest, FillsAFileInPlace) {

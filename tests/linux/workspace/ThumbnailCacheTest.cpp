@@ -1,12 +1,16 @@
+#include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
+#include "linux/glib/GLibHandles.h"
 #include "linux/workspace/ThumbnailCache.h"
 #include "tests/linux/PNGReading.h"
+#include "tests/support/Mounting.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 namespace {
@@ -18,6 +22,11 @@ unsigned modeOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
     return status.st_mode & 0777U;
+}
+
+std::string fileNameOf(const std::string& uri) {
+    const GStringHandle digits(g_compute_checksum_for_string(G_CHECKSUM_MD5, uri.c_str(), -1));
+    return std::string(digits.get()) + ".png";
 }
 
 struct SizeCase {
@@ -50,6 +59,38 @@ TEST(ThumbnailCacheTest, WritesEverySizeUnderTheNameOfTheURI) {
                         Pair("Thumb::Size", "321"), Pair("Thumb::Mimetype", "application/x-webloc"),
                         Pair("Software", "Glintmark")));
     }
+}
+
+TEST(ThumbnailCacheTest, TheTwoLargestSizesShareOneFile) {
+    const test::TemporaryDirectory folder;
+    const ThumbnailCache cache(folder.path());
+    const std::string name = fileNameOf("file:///a");
+    const std::string large = folder / "thumbnails/x-large/" + name;
+    const std::string largest = folder / "thumbnails/xx-large/" + name;
+    for (const std::uint8_t red :
+         {std::uint8_t{10}, std::uint8_t{20}}) {  // the second time over the first
+        ASSERT_TRUE(
+            cache.write(encodedPictures(square(512, red, 2, 3)), {"file:///a", "1", 1, "a/b"}));
+        EXPECT_TRUE(std::filesystem::equivalent(large, largest));
+        EXPECT_EQ(readPNG(test::wholeFile(largest)).pixels[0], red);
+    }
+    const std::filesystem::directory_iterator entries(folder / "thumbnails/xx-large");
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1) << "nothing is left beside";
+}
+
+TEST(ThumbnailCacheTest, SizesOnDifferentFileSystemsAreWrittenTwice) {
+    if (!test::mayMount()) {
+        GTEST_SKIP() << "mounting takes root";
+    }
+    const test::TemporaryDirectory folder;
+    folder.createDirectories("thumbnails/xx-large");
+    test::withMount(folder / "thumbnails/xx-large", "tmpfs", nullptr, [&] {
+        const ThumbnailCache cache(folder.path());
+        ASSERT_TRUE(
+            cache.write(encodedPictures(square(512, 1, 2, 3)), {"file:///a", "1", 1, "a/b"}));
+        const std::string file = "thumbnails/xx-large/" + fileNameOf("file:///a");
+        EXPECT_EQ(readPNG(folder.read(file)).width, 512);
+    });
 }
 
 TEST(ThumbnailCacheTest, APictureOfAnotherSizeIsStretched) {
