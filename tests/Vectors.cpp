@@ -12,20 +12,32 @@ namespace {
 
 constexpr auto* folderVariable = "GLINTMARK_VECTORS";
 
+constexpr std::string_view realSuffix = "_real";
+
+/// Null if the variable is not set.
+const char* chosenFolder() { return std::getenv(folderVariable); }  // NOLINT(concurrency-mt-unsafe)
+
 std::string fileName(const std::string& name) {
-    if (const char* folder = std::getenv(folderVariable)) {  // NOLINT(concurrency-mt-unsafe)
+    if (const char* folder = chosenFolder()) {
         return std::string(folder) + "/" + name + ".json";
     }
     const std::string checkout = GLINTMARK_SOURCE_DIR;
-    const bool isReal = name.ends_with("_real");
+    const bool isReal = name.ends_with(realSuffix);
     return checkout + (isReal ? "/../shared/vectors/" : "/tests/data/vectors/") + name + ".json";
 }
 
-/// True if the file is part of the checkout. It must then exist: without it, its tests would pass
-/// without a case.
-bool isCommitted(const std::string& name) {
-    return std::getenv(folderVariable) == nullptr &&  // NOLINT(concurrency-mt-unsafe)
-           !name.ends_with("_real");
+/// True if the file may be missing: its cases are from real sites, and the file with the other
+/// cases of their form is there.
+bool mayBeMissing(const std::string& name) {
+    return name.ends_with(realSuffix) &&
+           std::ifstream(fileName(name.substr(0, name.size() - realSuffix.size()))).good();
+}
+
+[[noreturn]] void fail(const std::string& what, const std::string& name) {
+    throw std::runtime_error(what + " " + fileName(name) +
+                             (chosenFolder() != nullptr
+                                  ? std::string(" (") + folderVariable + " names its folder)"
+                                  : std::string()));
 }
 
 std::string decodedBase64(std::string_view text) {
@@ -104,16 +116,19 @@ std::vector<VectorObject> VectorObject::list(const std::string& key) const {
 std::vector<VectorCase> loadVectors(const std::string& name) {
     std::ifstream file(fileName(name));
     if (!file) {
-        if (isCommitted(name)) {
-            throw std::runtime_error("Cannot read " + fileName(name));
+        if (mayBeMissing(name)) {
+            return {};
         }
-        return {};
+        fail("Cannot read", name);
     }
     const VectorObject root(
         std::make_shared<VectorObject::Value>(VectorObject::Value{nlohmann::json::parse(file)}));
     std::vector<VectorCase> cases;
     for (const auto& object : root.list("cases")) {
         cases.emplace_back(object);
+    }
+    if (cases.empty()) {
+        fail("No cases in", name);
     }
     return cases;
 }

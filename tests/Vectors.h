@@ -45,7 +45,9 @@ struct VectorCase : VectorObject {
 /// The cases of the file `name`.json. It is in the folder that the environment variable
 /// GLINTMARK_VECTORS names, or in tests/data/vectors if the variable is not set. Without the
 /// variable, cases from real sites (`name` ends in "_real") are read from shared/vectors beside the
-/// checkout. A missing file counts as empty, except in tests/data/vectors.
+/// checkout. A file that is missing or has no cases fails the test. The only exception is a missing
+/// file of cases from real sites, if the file with the other cases of their form is there: the
+/// result is then empty, and the test skips itself.
 std::vector<VectorCase> loadVectors(const std::string& name);
 
 }  // namespace glintmark::test

@@ -45,7 +45,11 @@ std::vector<std::string> extracted(std::string_view html) {
 // Link extraction
 
 void expectEntriesOf(const std::string& vectors) {
-    for (const auto& testCase : test::loadVectors(vectors)) {
+    const auto cases = test::loadVectors(vectors);
+    if (cases.empty()) {
+        GTEST_SKIP() << "no cases from real sites here";
+    }
+    for (const auto& testCase : cases) {
         SCOPED_TRACE(testCase.label());
         const auto base = URL::parse(*testCase.text("baseURL"));
         ASSERT_TRUE(base);

@@ -30,7 +30,11 @@ std::string chosenOf(const std::string& icons) { return chosen("{\"icons\": [" +
 // Choosing
 
 void expectChoicesOf(const std::string& vectors) {
-    for (const auto& testCase : test::loadVectors(vectors)) {
+    const auto cases = test::loadVectors(vectors);
+    if (cases.empty()) {
+        GTEST_SKIP() << "no cases from real sites here";
+    }
+    for (const auto& testCase : cases) {
         SCOPED_TRACE(testCase.label());
         const auto page = URL::parse(*testCase.text("pageURL"));
         ASSERT_TRUE(page);
