@@ -155,6 +155,28 @@ TEST(FaviconFetcherHTMLTest, EqualEntriesKeepTheirOrderAndNoneIsDropped) {
                 ElementsAre("b 32 icon", "a 32 icon", "b 32 icon", "t 180 touch"));
 }
 
+TEST(FaviconFetcherHTMLTest, HundredsOfEqualEntriesKeepTheirOrder) {
+    // An unstable sort keeps the order of a few entries by chance, but not of this many.
+    constexpr int count = 300;
+    std::string html;
+    std::vector<std::string> wanted;
+    for (const auto* kind : {" 64 icon", " 32 icon", " 64 touch", " 32 touch"}) {
+        for (int i = 0; i < count; ++i) {
+            const std::string own =
+                std::string(i % 5 < 2 ? " 64" : " 32") + (i % 3 == 0 ? " touch" : " icon");
+            if (own == kind) {
+                wanted.push_back(std::to_string(i) + kind);
+            }
+        }
+    }
+    for (int i = 0; i < count; ++i) {
+        html += std::string("<link rel='") + (i % 3 == 0 ? "apple-touch-icon" : "icon") +
+                "' sizes='" + (i % 5 < 2 ? "64x64" : "32x32") + "' href='" + std::to_string(i) +
+                "'>";
+    }
+    EXPECT_EQ(extracted(html), wanted);
+}
+
 TEST(FaviconFetcherHTMLTest, ALimitKeepsTheFirstEntriesOfTheWholeOrder) {
     std::string html;
     for (int i = 0; i < 500; ++i) {
