@@ -36,6 +36,16 @@ TEST_F(KnownFilesTest, FindsInAnyOrder) {
     }
 }
 
+TEST_F(KnownFilesTest, DoesNotTakeAnotherPathForTheOneThatFollowedLastTime) {
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(files_.find("/a"));
+        EXPECT_TRUE(files_.find("/b"));
+    }
+    EXPECT_TRUE(files_.find("/a"));
+    EXPECT_FALSE(files_.find("/d"));  // as long as "/b", which is expected here
+    EXPECT_TRUE(files_.find("/b"));
+}
+
 TEST_F(KnownFilesTest, FindsAfterManyInsertions) {
     EXPECT_TRUE(files_.find("/a"));
     EXPECT_TRUE(files_.find("/b"));
