@@ -84,8 +84,9 @@ std::vector<std::string> builtInLanguages() {
 
 /// All keys: those of the English table.
 std::vector<std::string> allKeys() {
+    const auto englishTable = "en" + std::string(tableSuffix);
     for (const auto& file : resources::embeddedFiles()) {
-        if (file.name == std::string("en") + tableSuffix) {
+        if (file.name == englishTable) {
             return keysOf(file.bytes);
         }
     }
