@@ -44,6 +44,28 @@ std::vector<std::string> described(const platform::Menu& menu) {
     return lines;
 }
 
+std::string described(Point point) {
+    return " " + std::to_string(point.x) + "," + std::to_string(point.y);
+}
+
+/// One line for each element: its kind and its points.
+std::vector<std::string> described(const BezierPath& path) {
+    std::vector<std::string> lines;
+    for (const auto& element : path.elements()) {
+        if (const auto* move = std::get_if<BezierPath::MoveTo>(&element)) {
+            lines.push_back("move" + described(move->point));
+        } else if (const auto* line = std::get_if<BezierPath::LineTo>(&element)) {
+            lines.push_back("line" + described(line->point));
+        } else if (const auto* curve = std::get_if<BezierPath::CurveTo>(&element)) {
+            lines.push_back("curve" + described(curve->control1) + described(curve->control2) +
+                            described(curve->point));
+        } else {
+            lines.emplace_back("close");
+        }
+    }
+    return lines;
+}
+
 class AppDelegateMenuTest : public AppDelegateTest {
 protected:
     AppDelegateMenuTest() { platform().bundle.info["CFBundleShortVersionString"] = "2.5"; }
@@ -144,7 +166,7 @@ TEST_F(AppDelegateMenuTest, TheIconIsASquareWithAStarCutOut) {
     auto expected = BezierPath::roundedRect({1, 1}, {16, 16}, 3.5, 3.5);
     const auto squareElements = expected.elements().size();
     expected.append(delegate->createStarPath({9, 9}, 5.8, 2.5, 5));
-    EXPECT_EQ(icon.filledPath.elements().size(), expected.elements().size());
+    EXPECT_EQ(described(icon.filledPath), described(expected));
     const auto& first = icon.filledPath.elements().at(squareElements);
     EXPECT_NEAR(std::get<BezierPath::MoveTo>(first).point.x, 9, 1e-12);
     EXPECT_NEAR(std::get<BezierPath::MoveTo>(first).point.y, 14.8, 1e-12);
