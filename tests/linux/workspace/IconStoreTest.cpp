@@ -67,7 +67,7 @@ TEST(IconStoreTest, AFolderThatCannotBeMadeStoresNothing) {
 }
 
 TEST(IconStoreTest, ANameIsSixtyFourLowerCaseDigits) {
-    EXPECT_TRUE(IconStore::isName(std::string(60, '0') + "9af0"));
+    EXPECT_TRUE(IconStore::isName("9af0" + std::string(60, '0')));
     for (const auto& text :
          {std::string(), std::string(63, 'a'), std::string(65, 'a'), std::string(64, 'A'),
           std::string(64, 'g'), "../" + std::string(61, 'a'), std::string(64, '\0')}) {
