@@ -108,7 +108,7 @@ TEST_F(WeblocParserTest, FilesAsOtherProgramsWriteThemGiveTheirAddress) {
         {"UTF-16", inUTF16(replaced(plain, "UTF-8", "UTF-16"))},
         {"UTF-16 that calls itself UTF-8", inUTF16(plain)},
         {"encoding misspelt", replaced(plain, "UTF-8", "utf8")},
-        {"encoding of old systems", replaced(plain, "UTF-8", "macintosh")},
+        {"encoding of old systems", replaced(plain, "UTF-8", "windows-1252")},
         {"no declaration", plain.substr(plain.find("<plist"))},
         {"zeros after the end", plain + std::string(100, '\0')},
         {"attributes", replaced(plain, "<string>", "<string id=\"1\">")},

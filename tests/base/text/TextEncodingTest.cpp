@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "base/text/TextEncoding.h"
 
@@ -56,6 +59,79 @@ TEST(TextEncodingTest, RefusesWhatIsIllFormed) {
     EXPECT_FALSE(decodedText("\xC3", "UTF-8"));
     EXPECT_FALSE(decodedText("\x65", "UTF-16LE"));
     EXPECT_FALSE(decodedText("\xD8\0\0a"sv, "UTF-16BE"));
+}
+
+TEST(TextEncodingTest, AcceptsTheEncodingsOfTheWebByAllTheirNames) {
+    const std::pair<std::string_view, std::vector<const char*>> rows[] = {
+        {"a\xC3\xA9", {"UTF-8", "utf8", "csUTF8"}},
+        {"a", {"US-ASCII", "ascii", "ANSI_X3.4-1968", "ISO_646.irv:1991", "iso-ir-6", "us"}},
+        {"a\xE9", {"ISO-8859-1", "iso_8859-1:1987", "latin1", "L1", "IBM819", "iso88591"}},
+        {"a\xE9", {"ISO-8859-2", "ISO-8859-3", "ISO-8859-4", "ISO-8859-5", "ISO-8859-6"}},
+        {"a\xE9", {"ISO-8859-7", "ISO-8859-8", "ISO-8859-9", "ISO-8859-10", "ISO-8859-11"}},
+        {"a\xE9", {"ISO-8859-13", "ISO-8859-14", "ISO-8859-15", "Latin-9", "greek", "hebrew"}},
+        {"a\xE9", {"windows-1250", "windows-1251", "windows-1252", "windows-1253"}},
+        {"a\xE9", {"windows-1254", "windows-1255", "windows-1256", "windows-1257"}},
+        {"a\xE9", {"windows-1258", "CP1252", "cswindows1252"}},
+        {"\x93\xFA", {"Shift_JIS", "MS_Kanji", "csShiftJIS", "x-sjis"}},
+        {"\xC6\xFC", {"EUC-JP", "csEUCPkdFmtJapanese", "EUC-KR", "csEUCKR"}},
+        {"\xC8\xD5", {"GB18030", "gb18030", "Big5", "csBig5"}},
+    };
+    for (const auto& [bytes, names] : rows) {
+        for (const auto* name : names) {
+            EXPECT_TRUE(decodedText(bytes, name)) << name;
+        }
+    }
+}
+
+TEST(TextEncodingTest, RefusesAllOtherConvertersOfTheSystem) {
+    for (const auto* name : {"IBM1364",
+                             "UTF-7",
+                             "UTF-7-IMAP",
+                             "TSCII",
+                             "macintosh",
+                             "IBM437",
+                             "KOI8-R",
+                             "ISO-2022-JP",
+                             "ISO-2022-CN-EXT",
+                             "ISO-8859-12",
+                             "ISO-8859-16",
+                             "ISO-8859-01",
+                             "ISO-8859-",
+                             "ISO-8859-1a",
+                             "windows-1249",
+                             "windows-1259",
+                             "windows-",
+                             "CP932",
+                             "GBK",
+                             "GB2312",
+                             "BIG5-HKSCS",
+                             "UCS-2",
+                             "INTERNAL",
+                             "WCHAR_T",
+                             "TCVN",
+                             "EBCDIC-US",
+                             "US ",
+                             " US",
+                             "US IBM367",
+                             "",
+                             "-"}) {
+        EXPECT_FALSE(decodedText("a", name)) << name;
+    }
+}
+
+TEST(TextEncodingTest, PiecesOfALongTextAreItsWhole) {
+    std::string text;
+    for (int i = 0; i < 50'000; ++i) {
+        text += "\x65\xE5"sv;
+    }
+    std::string pieces;
+    EXPECT_TRUE(decodeInPieces(text, "UTF-16BE", [&pieces](std::string_view piece) {
+        EXPECT_TRUE(isUTF8(piece));
+        pieces += piece;
+    }));
+    EXPECT_EQ(pieces.size(), 150'000U);
+    EXPECT_EQ(pieces, decodedText(text, "UTF-16BE"));
+    EXPECT_FALSE(decodeInPieces(text + "\xD8", "UTF-16BE", [](auto) {}));
 }
 
 TEST(TextEncodingTest, RefusesNamesThatAConverterShouldNotGet) {
