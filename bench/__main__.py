@@ -120,6 +120,13 @@ questions = [
         "times the bare loop",
     ),
     Question(
+        "LinkFileBench",
+        "What does reading a link file of 100 MB cost?",
+        "Each file has one address, and something large that is ignored.",
+        "memory",
+        "MB",
+    ),
+    Question(
         "PollBench",
         "What does a poll of 100,000 entries cost beside a bare read?",
         "Known link files must also be looked up; the limit is the same.",

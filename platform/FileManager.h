@@ -27,10 +27,14 @@ public:
     /// True if `path` leads to a file of any kind, directories included; false for a broken link.
     virtual bool fileExists(const std::string& path) = 0;
 
-    /// The bytes of a regular file, at most the first `limit`. Absent when the file cannot be read
-    /// (missing, no permission, an I/O error) or is not a regular file. Never blocks on a pipe.
-    /// Unless null, `identity` receives which file was read.
-    virtual std::optional<std::string> contents(const std::string& path, std::size_t limit,
+    /// The size of the regular file that `path` leads to, in bytes; 0 if there is none.
+    virtual std::size_t fileSize(const std::string& path) = 0;
+
+    /// The bytes of a regular file of any size. Absent when the file cannot be read (missing, no
+    /// permission, an I/O error, not enough memory) or is not a regular file. Never blocks on a
+    /// pipe. Of a file that grows meanwhile, what is added may be missing. Unless null, `identity`
+    /// receives which file was read.
+    virtual std::optional<std::string> contents(const std::string& path,
                                                 FileIdentity* identity = nullptr) = 0;
 };
 

@@ -26,20 +26,16 @@ const std::string* stringUnder(std::string_view key, const PropertyList& root) {
 std::optional<std::string> WeblocParser::extractURL(const URL& file,
                                                     platform::FileIdentity* identity) {
     const std::string path = file.path();
-    // One byte more than the parser accepts, so that a huge file is refused, not truncated.
-    const auto bytes =
-        services().fileManager.contents(path, PropertyList::maximumBytes + 1, identity);
+    const auto bytes = services().fileManager.contents(path, identity);
     if (!bytes) {
         services().log.write("Glintmark: ファイル読み込み失敗 → " + path);
         return std::nullopt;
     }
-    const auto root = PropertyList::parse(*bytes);
-    const std::string* const url = root ? stringUnder("URL", *root) : nullptr;
-    if (url == nullptr) {
+    auto url = PropertyList::stringInRoot(*bytes, "URL");
+    if (!url) {
         services().log.write("Glintmark: plistパース失敗 → " + path);
-        return std::nullopt;
     }
-    return *url;
+    return url;
 }
 
 }  // namespace glintmark

@@ -1,5 +1,6 @@
 #include "base/plist/PropertyList.h"
 
+#include <new>
 #include <utility>
 
 #include "base/plist/PropertyListReaders.h"
@@ -33,35 +34,54 @@ bool looksLikeXML(std::string_view text) {
     return false;
 }
 
+std::optional<PropertyList> read(std::string_view bytes, const KeptValues& kept) {
+    if (bytes.starts_with(binaryHeader)) {
+        return readBinaryPropertyList(bytes, kept);
+    }
+    const auto mark = byteOrderMark(bytes);
+    std::optional<std::string> decoded;
+    if (mark) {
+        bytes.remove_prefix(mark->bytes);
+        if (mark->encoding != std::string_view("UTF-8")) {
+            decoded = decodedText(bytes, mark->encoding);
+            if (!decoded) {
+                return std::nullopt;
+            }
+            bytes = *decoded;
+        }
+    }
+    const auto text = withoutLeadingBlanks(bytes);
+    if (looksLikeXML(text)) {
+        return readXMLPropertyList(text, mark.has_value(), kept);
+    }
+    return isUTF8(text) ? readTextPropertyList(text, kept) : std::nullopt;
+}
+
 }  // namespace
 
 bool PropertyListBudget::takeValue() { return takeText(valueBytes); }
+
+void PropertyListBudget::giveValueBack() { giveTextBack(valueBytes); }
 
 bool PropertyListBudget::takeText(std::size_t bytes) {
     takenBytes_ += bytes;
     return takenBytes_ <= maximumTreeBytes;
 }
 
-std::optional<PropertyList> PropertyList::parse(std::string_view bytes) {
-    if (bytes.size() > maximumBytes) {
+std::optional<PropertyList> PropertyList::parse(std::string_view bytes) { return read(bytes, {}); }
+
+std::optional<std::string> PropertyList::stringInRoot(std::string_view bytes,
+                                                      std::string_view key) {
+    try {
+        const auto root = read(bytes, {key});
+        const auto* const entries = root ? root->dictionary() : nullptr;
+        const auto entry = entries != nullptr ? entries->find(key) : Dictionary::const_iterator();
+        const bool isFound = entries != nullptr && entry != entries->end();
+        const auto* const string = isFound ? entry->second.string() : nullptr;
+        return string != nullptr ? std::optional(*string) : std::nullopt;
+    } catch (const std::bad_alloc&) {
         return std::nullopt;
     }
-    if (bytes.starts_with(binaryHeader)) {
-        return readBinaryPropertyList(bytes);
-    }
-    std::optional<std::string> decoded;
-    if (const auto mark = byteOrderMark(bytes)) {
-        decoded = decodedText(bytes.substr(mark->bytes), mark->encoding);
-        if (!decoded) {
-            return std::nullopt;
-        }
-        bytes = *decoded;
-    }
-    const auto text = withoutLeadingBlanks(bytes);
-    if (looksLikeXML(text)) {
-        return readXMLPropertyList(text, decoded.has_value());
-    }
-    return isUTF8(text) ? readTextPropertyList(text) : std::nullopt;
 }
 
 }  // namespace glintmark

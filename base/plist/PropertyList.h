@@ -20,14 +20,15 @@ public:
     /// A value that the program does not read. Only its kind is kept.
     enum class Other { null, boolean, number, date, data, uid };
 
-    /// Larger files are refused. A tree may take twenty times the memory of its text.
-    static constexpr std::size_t maximumBytes = std::size_t{4} * 1024 * 1024;
-
     /// Reads the XML, the binary or the old text form; the first bytes tell which. Absent if
-    /// `bytes` are in none of these forms, too large, nested too deeply, cyclic, or if entities or
-    /// shared objects would make the tree too large. Time and memory are bounded. The last of equal
-    /// keys counts.
+    /// `bytes` are in none of these forms, nested too deeply or cyclic, or if the tree would become
+    /// too large. The last of equal keys counts.
     static std::optional<PropertyList> parse(std::string_view bytes);
+
+    /// The string under `key` in the dictionary at the root. The rest is checked as by `parse`, but
+    /// not kept, so that a large file takes little memory beside `bytes` and time in proportion to
+    /// them. Absent if there is no such string, or if memory runs out.
+    static std::optional<std::string> stringInRoot(std::string_view bytes, std::string_view key);
 
     explicit PropertyList(std::string value) : value_(std::move(value)) {}
     explicit PropertyList(Array value) : value_(std::move(value)) {}

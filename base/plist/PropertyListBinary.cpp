@@ -3,6 +3,7 @@
 #include <limits>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/plist/PropertyListReaders.h"
 #include "base/text/TextEncoding.h"
@@ -31,10 +32,30 @@ Number bigEndian(std::string_view bytes) {
     return number;
 }
 
+bool isASCII(std::string_view bytes) {
+    return std::all_of(bytes.begin(), bytes.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+/// True if `bytes` have no unpaired surrogate (RFC 2781, section 2.2).
+bool isUTF16(std::string_view bytes) {
+    constexpr unsigned surrogateMask = 0xFC;  // of the high byte
+    constexpr unsigned high = 0xD8;
+    constexpr unsigned low = 0xDC;
+    bool followsHigh = false;
+    for (std::size_t place = 0; place < bytes.size(); place += 2) {
+        const auto kind = static_cast<unsigned char>(bytes[place]) & surrogateMask;
+        if (followsHigh != (kind == low)) {
+            return false;
+        }
+        followsHigh = kind == high;
+    }
+    return !followsHigh;
+}
+
 /// Text of one byte a character. The form says ASCII, but some writers store Latin-1.
 std::optional<std::string> byteText(std::optional<std::string_view> bytes) {
-    const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    if (!bytes || std::all_of(bytes->begin(), bytes->end(), isASCII)) {
+    if (!bytes || isASCII(*bytes)) {
         return bytes ? std::optional<std::string>(*bytes) : std::nullopt;
     }
     return decodedText(*bytes, "ISO-8859-1");
@@ -46,26 +67,28 @@ std::optional<std::string> wideText(std::optional<std::string_view> bytes) {
 
 class BinaryReader {
 public:
-    explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+    BinaryReader(std::string_view bytes, const KeptValues& kept) : bytes_(bytes), kept_(kept) {}
 
-    std::optional<PropertyList> read() {
-        return readTrailer() ? object(rootIndex_, 1) : std::nullopt;
-    }
+    std::optional<PropertyList> read();
 
 private:
     bool readTrailer();
-    std::optional<PropertyList> object(std::uint64_t index, std::size_t depth);
+    std::optional<PropertyList> object(std::uint64_t index, std::size_t depth, bool isKept);
+    std::optional<PropertyList> valueAt(std::uint64_t offset, std::size_t depth, bool isKept);
     std::optional<PropertyList> other(unsigned kind, unsigned size);
-    std::optional<PropertyList> text(std::optional<std::string> decoded);
+    std::optional<PropertyList> text(std::optional<std::string_view> bytes, bool isWide,
+                                     bool isKept);
     std::optional<PropertyList> array(std::optional<std::string_view> references,
                                       std::size_t depth);
     std::optional<PropertyList> dictionary(std::optional<std::string_view> references,
-                                           std::size_t depth);
+                                           std::size_t depth, bool isKept);
+    bool work(std::size_t bytes);
     Number sizeOfObject(unsigned size);
     std::optional<std::string_view> take(Number count, std::size_t unitBytes);
     std::uint64_t reference(std::string_view references, std::size_t place) const;
 
     std::string_view bytes_;
+    const KeptValues& kept_;
     std::string_view objects_;  ///< Begins with the header, where offsets count from.
     std::string_view offsets_;
     std::size_t offsetBytes_ = 0;
@@ -74,7 +97,33 @@ private:
     std::uint64_t rootIndex_ = 0;
     std::size_t position_ = 0;  ///< In objects_: where the next read begins.
     PropertyListBudget budget_;
+    std::vector<bool> checked_;  ///< By index: dropped objects that need no second check.
+    std::size_t workLeft_ = 0;   ///< While not all is kept: the bytes that may still be read.
 };
+
+std::optional<PropertyList> BinaryReader::read() {
+    if (!readTrailer()) {
+        return std::nullopt;
+    }
+    if (!kept_.isAll()) {
+        checked_.resize(objectCount_);
+        // Objects that do not overlap are read once each. Only the keys of the root may be read
+        // twice: kept, and dropped elsewhere.
+        workLeft_ = 2 * objects_.size();
+    }
+    return object(rootIndex_, 1, true);
+}
+
+/// Counts the bytes of objects that are read. Without a limit, objects that overlap could take
+/// time in proportion to the square of the file. What is kept has its limit in the budget.
+bool BinaryReader::work(std::size_t bytes) {
+    if (kept_.isAll()) {
+        return true;
+    }
+    const bool isEnough = bytes <= workLeft_;
+    workLeft_ -= isEnough ? bytes : workLeft_;
+    return isEnough;
+}
 
 bool BinaryReader::readTrailer() {
     if (bytes_.size() < headerBytes + trailerBytes) {
@@ -96,27 +145,44 @@ bool BinaryReader::readTrailer() {
     return offsets_.size() % offsetBytes_ == 0 && objectCount_ == offsets_.size() / offsetBytes_;
 }
 
-std::optional<PropertyList> BinaryReader::object(std::uint64_t index, std::size_t depth) {
-    if (index >= objectCount_ || depth > maximumPropertyListDepth || !budget_.takeValue()) {
+/// An object that is not kept is empty, but a string is a string.
+std::optional<PropertyList> BinaryReader::object(std::uint64_t index, std::size_t depth,
+                                                 bool isKept) {
+    if (index >= objectCount_ || depth > maximumPropertyListDepth ||
+        (isKept && !budget_.takeValue())) {
         return std::nullopt;
     }
     const auto offset = *bigEndian(offsets_.substr(index * offsetBytes_, offsetBytes_));
     if (offset < headerBytes || offset >= objects_.size()) {
         return std::nullopt;
     }
+    if (!isKept && checked_[index]) {
+        const unsigned kind = static_cast<unsigned char>(objects_[offset]) >> 4U;
+        return kind == 0x5 || kind == 0x6 ? PropertyList(std::string())
+                                          : PropertyList(PropertyList::Other::null);
+    }
+    auto value = valueAt(offset, depth, isKept);
+    if (!isKept && value) {
+        checked_[index] = true;
+    }
+    return value;
+}
+
+std::optional<PropertyList> BinaryReader::valueAt(std::uint64_t offset, std::size_t depth,
+                                                  bool isKept) {
     const auto marker = static_cast<unsigned char>(objects_[offset]);
     const unsigned kind = marker >> 4U;
     const unsigned size = marker & 0x0FU;
     position_ = offset + 1;
     switch (kind) {
         case 0x5:
-            return text(byteText(take(sizeOfObject(size), 1)));
+            return text(take(sizeOfObject(size), 1), false, isKept);
         case 0x6:
-            return text(wideText(take(sizeOfObject(size), 2)));
+            return text(take(sizeOfObject(size), 2), true, isKept);
         case 0xA:
             return array(take(sizeOfObject(size), referenceBytes_), depth);
         case 0xD:
-            return dictionary(take(sizeOfObject(size), 2 * referenceBytes_), depth);
+            return dictionary(take(sizeOfObject(size), 2 * referenceBytes_), depth, isKept);
         default:
             return other(kind, size);
     }
@@ -149,7 +215,16 @@ std::optional<PropertyList> BinaryReader::other(unsigned kind, unsigned size) {
     }
 }
 
-std::optional<PropertyList> BinaryReader::text(std::optional<std::string> decoded) {
+std::optional<PropertyList> BinaryReader::text(std::optional<std::string_view> bytes, bool isWide,
+                                               bool isKept) {
+    if (!bytes || !work(bytes->size())) {
+        return std::nullopt;
+    }
+    if (!isKept) {
+        return !isWide || isUTF16(*bytes) ? std::optional<PropertyList>(std::string())
+                                          : std::nullopt;
+    }
+    auto decoded = isWide ? wideText(bytes) : byteText(bytes);
     if (!decoded || !budget_.takeText(decoded->size())) {
         return std::nullopt;
     }
@@ -158,40 +233,49 @@ std::optional<PropertyList> BinaryReader::text(std::optional<std::string> decode
 
 std::optional<PropertyList> BinaryReader::array(std::optional<std::string_view> references,
                                                 std::size_t depth) {
-    if (!references) {
+    if (!references || !work(references->size())) {
         return std::nullopt;
     }
     PropertyList::Array elements;
     for (std::size_t place = 0; place < references->size(); place += referenceBytes_) {
-        auto element = object(reference(*references, place), depth + 1);
+        auto element = object(reference(*references, place), depth + 1, kept_.isAll());
         if (!element) {
             return std::nullopt;
         }
-        elements.push_back(std::move(*element));
+        if (kept_.isAll()) {
+            elements.push_back(std::move(*element));
+        }
     }
     return PropertyList(std::move(elements));
 }
 
 std::optional<PropertyList> BinaryReader::dictionary(std::optional<std::string_view> references,
-                                                     std::size_t depth) {
-    if (!references) {
+                                                     std::size_t depth, bool isKept) {
+    if (!references || !work(references->size())) {
         return std::nullopt;
     }
+    const bool keepsKeys = isKept && (kept_.isAll() || depth == 1);
     // First all keys, then their values in the same order.
     const auto valuesBegin = references->size() / 2;
     PropertyList::Dictionary entries;
     for (std::size_t place = 0; place < valuesBegin; place += referenceBytes_) {
-        const auto key = object(reference(*references, place), depth + 1);
+        const auto key = object(reference(*references, place), depth + 1, keepsKeys);
         // Checked before the value is read: a dictionary that is its own key and value would be
         // read again and again.
         if (!key || key->string() == nullptr) {
             return std::nullopt;
         }
-        auto value = object(reference(*references, valuesBegin + place), depth + 1);
+        const bool keepsEntry = keepsKeys && (kept_.isAll() || *key->string() == *kept_.onlyKey);
+        auto value = object(reference(*references, valuesBegin + place), depth + 1, keepsEntry);
         if (!value) {
             return std::nullopt;
         }
-        entries.insert_or_assign(*key->string(), std::move(*value));
+        if (keepsEntry) {
+            entries.insert_or_assign(*key->string(), std::move(*value));
+        } else if (keepsKeys) {
+            budget_.giveValueBack();
+            budget_.giveTextBack(key->string()->size());
+        }
     }
     return PropertyList(std::move(entries));
 }
@@ -231,8 +315,8 @@ std::uint64_t BinaryReader::reference(std::string_view references, std::size_t p
 
 }  // namespace
 
-std::optional<PropertyList> readBinaryPropertyList(std::string_view bytes) {
-    return BinaryReader(bytes).read();
+std::optional<PropertyList> readBinaryPropertyList(std::string_view bytes, const KeptValues& kept) {
+    return BinaryReader(bytes, kept).read();
 }
 
 }  // namespace glintmark

@@ -73,17 +73,17 @@ std::size_t leadingComment(std::string_view text) {
 
 class TextReader {
 public:
-    explicit TextReader(std::string_view text) : rest_(text) {}
+    TextReader(std::string_view text, const KeptValues& kept) : rest_(text), kept_(kept) {}
 
     std::optional<PropertyList> read();
 
 private:
-    std::optional<PropertyList> value(std::size_t depth);
-    std::optional<PropertyList> dictionary(std::size_t depth);
+    std::optional<PropertyList> value(std::size_t depth, bool isKept);
+    std::optional<PropertyList> dictionary(std::size_t depth, bool isKept);
     std::optional<PropertyList> array(std::size_t depth);
     std::optional<PropertyList> data();
-    std::optional<std::string> string();
-    std::optional<std::string> quotedString(char quote);
+    std::optional<std::string> string(bool isKept);
+    std::optional<std::string> quotedString(char quote, bool isKept);
     std::optional<char32_t> escape();
     std::optional<char32_t> codeUnit();
     std::optional<char32_t> number(std::string_view digits, int base, std::size_t maximumDigits);
@@ -92,21 +92,22 @@ private:
     bool take(std::string_view expected);
 
     std::string_view rest_;  ///< Still to be read.
+    const KeptValues& kept_;
     PropertyListBudget budget_;
 };
 
 std::optional<PropertyList> TextReader::read() {
-    auto root = value(1);
+    auto root = value(1, true);
     skipSpace();
     return rest_.empty() ? std::move(root) : std::nullopt;
 }
 
-std::optional<PropertyList> TextReader::value(std::size_t depth) {
-    if (depth > maximumPropertyListDepth || !budget_.takeValue()) {
+std::optional<PropertyList> TextReader::value(std::size_t depth, bool isKept) {
+    if (depth > maximumPropertyListDepth || (isKept && !budget_.takeValue())) {
         return std::nullopt;
     }
     if (take("{")) {
-        return dictionary(depth);
+        return dictionary(depth, isKept);
     }
     if (take("(")) {
         return array(depth);
@@ -114,23 +115,29 @@ std::optional<PropertyList> TextReader::value(std::size_t depth) {
     if (take("<")) {
         return data();
     }
-    auto text = string();
+    auto text = string(isKept);
     return text ? std::optional<PropertyList>(std::move(*text)) : std::nullopt;
 }
 
-std::optional<PropertyList> TextReader::dictionary(std::size_t depth) {
+std::optional<PropertyList> TextReader::dictionary(std::size_t depth, bool isKept) {
+    const bool keepsKeys = isKept && (kept_.isAll() || depth == 1);
     PropertyList::Dictionary entries;
     while (!take("}")) {
-        auto key = string();
+        auto key = string(keepsKeys);
         if (!key) {
             return std::nullopt;
         }
+        const bool keepsEntry = keepsKeys && (kept_.isAll() || *key == *kept_.onlyKey);
         // A key without a value is its own value.
-        auto entry = take("=") ? value(depth + 1) : PropertyList(*key);
-        if (!entry || !take(";") || !budget_.takeText(key->size())) {
+        auto entry = take("=") ? value(depth + 1, keepsEntry) : PropertyList(*key);
+        if (!entry || !take(";") || (keepsEntry && !budget_.takeText(key->size()))) {
             return std::nullopt;
         }
-        entries.insert_or_assign(std::move(*key), std::move(*entry));
+        if (keepsEntry) {
+            entries.insert_or_assign(std::move(*key), std::move(*entry));
+        } else if (keepsKeys) {
+            budget_.giveTextBack(key->size());
+        }
     }
     return PropertyList(std::move(entries));
 }
@@ -138,11 +145,13 @@ std::optional<PropertyList> TextReader::dictionary(std::size_t depth) {
 std::optional<PropertyList> TextReader::array(std::size_t depth) {
     PropertyList::Array elements;
     while (!take(")")) {
-        auto element = value(depth + 1);
+        auto element = value(depth + 1, kept_.isAll());
         if (!element) {
             return std::nullopt;
         }
-        elements.push_back(std::move(*element));
+        if (kept_.isAll()) {
+            elements.push_back(std::move(*element));
+        }
         if (!take(",")) {  // a comma may follow the last element
             return take(")") ? std::optional<PropertyList>(std::move(elements)) : std::nullopt;
         }
@@ -163,25 +172,35 @@ std::optional<PropertyList> TextReader::data() {
                                : std::nullopt;
 }
 
-std::optional<std::string> TextReader::string() {
+/// A string that is not kept is empty.
+std::optional<std::string> TextReader::string(bool isKept) {
     if (take("\"")) {
-        return quotedString('"');
+        return quotedString('"', isKept);
     }
     if (take("'")) {
-        return quotedString('\'');
+        return quotedString('\'', isKept);
     }
     const auto* end = std::find_if_not(rest_.begin(), rest_.end(), isWordCharacter);
-    std::string word(rest_.begin(), end);
+    const auto word = rest_.substr(0, static_cast<std::size_t>(end - rest_.begin()));
     rest_.remove_prefix(word.size());
-    return word.empty() || !budget_.takeText(word.size()) ? std::nullopt : std::optional(word);
+    if (word.empty() || (isKept && !budget_.takeText(word.size()))) {
+        return std::nullopt;
+    }
+    return std::string(isKept ? word : std::string_view());
 }
 
-std::optional<std::string> TextReader::quotedString(char quote) {
+std::optional<std::string> TextReader::quotedString(char quote, bool isKept) {
+    const std::array<char, 2> marks{quote, '\\'};
+    const std::string_view endings(marks.data(), marks.size());
     std::string text;
     while (!rest_.empty() && rest_.front() != quote) {
         if (rest_.front() != '\\') {
-            text += rest_.front();
-            rest_.remove_prefix(1);
+            const auto plain = rest_.substr(0, rest_.find_first_of(endings));
+            if (!budget_.takeText(isKept ? plain.size() : 0)) {
+                return std::nullopt;
+            }
+            text += isKept ? plain : std::string_view();
+            rest_.remove_prefix(plain.size());
             continue;
         }
         rest_.remove_prefix(1);
@@ -189,9 +208,15 @@ std::optional<std::string> TextReader::quotedString(char quote) {
         if (!character) {
             return std::nullopt;
         }
-        appendUTF8(text, *character);
+        const auto before = text.size();
+        if (isKept) {
+            appendUTF8(text, *character);
+        }
+        if (!budget_.takeText(text.size() - before)) {
+            return std::nullopt;
+        }
     }
-    if (rest_.empty() || !budget_.takeText(text.size())) {
+    if (rest_.empty()) {
         return std::nullopt;
     }
     rest_.remove_prefix(1);
@@ -273,8 +298,8 @@ bool TextReader::take(std::string_view expected) {
 
 }  // namespace
 
-std::optional<PropertyList> readTextPropertyList(std::string_view text) {
-    return TextReader(text).read();
+std::optional<PropertyList> readTextPropertyList(std::string_view text, const KeptValues& kept) {
+    return TextReader(text, kept).read();
 }
 
 }  // namespace glintmark

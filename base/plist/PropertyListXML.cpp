@@ -9,12 +9,15 @@
 #include <vector>
 
 #include "base/plist/PropertyListReaders.h"
+#include "base/plist/XMLSplitter.h"
 #include "base/text/TextEncoding.h"
 
 namespace glintmark {
 namespace {
 
 using Other = PropertyList::Other;
+
+constexpr std::size_t pieceBytes = std::size_t{64} * 1024;
 
 constexpr std::string_view blanks = " \t\r\n";
 constexpr std::string_view digits = "0123456789";
@@ -99,7 +102,10 @@ std::optional<PropertyList> leafValue(std::string_view element, std::string text
 /// Builds the tree from the parser's events.
 class XMLReader {
 public:
+    explicit XMLReader(const KeptValues& kept) : kept_(kept) {}
+
     void begin(std::string_view element);
+    void attribute() { failed_ = failed_ || !budget_.takeValue(); }
     void end(std::string_view element);
     void text(std::string_view text);
     void fail() { failed_ = true; }
@@ -115,20 +121,29 @@ private:
     };
     struct Dictionary {
         PropertyList::Dictionary entries;
-        std::optional<std::string> key;  ///< Its value comes next.
+        std::optional<std::string> key;  ///< Its value comes next. Empty if that is not kept.
+        bool keepsEntry = true;          ///< True if the value after `key` is kept.
     };
     struct Array {
         PropertyList::Array elements;
     };
     struct Leaf {
         std::string text;
+        bool keepsText = true;
     };
-    using Open = std::variant<Document, Dictionary, Array, Leaf>;
+    struct Open {
+        std::variant<Document, Dictionary, Array, Leaf> element;
+        bool isKept = true;  ///< True if its value goes into the tree.
+        bool isRoot = false;
+    };
 
     bool mayBegin(std::string_view element) const;
+    bool keeps(std::string_view element) const;
+    void endKey(std::string text);
     static std::optional<PropertyList> value(Open& closed, std::string_view element);
     void add(PropertyList value);
 
+    const KeptValues& kept_;
     std::vector<Open> open_;
     std::optional<PropertyList> root_;
     bool failed_ = false;
@@ -141,65 +156,106 @@ bool XMLReader::mayBegin(std::string_view element) const {
         return element != "key";
     }
     const bool isKey = element == "key";
-    if (const auto* dictionary = std::get_if<Dictionary>(&open_.back())) {
+    const auto& parent = open_.back().element;
+    if (const auto* dictionary = std::get_if<Dictionary>(&parent)) {
         return isKey != dictionary->key.has_value() && element != "plist";
     }
-    if (const auto* document = std::get_if<Document>(&open_.back())) {
+    if (const auto* document = std::get_if<Document>(&parent)) {
         return !isKey && !document->value && element != "plist";
     }
-    return !isKey && std::holds_alternative<Array>(open_.back()) && element != "plist";
+    return !isKey && std::holds_alternative<Array>(parent) && element != "plist";
+}
+
+/// True if the value of `element`, which begins now, stays in the tree.
+bool XMLReader::keeps(std::string_view element) const {
+    if (kept_.isAll() || open_.empty()) {
+        return true;
+    }
+    const auto& parent = open_.back();
+    if (const auto* dictionary = std::get_if<Dictionary>(&parent.element)) {
+        return parent.isRoot && (element == "key" || dictionary->keepsEntry);
+    }
+    return std::holds_alternative<Document>(parent.element);
 }
 
 void XMLReader::begin(std::string_view element) {
-    if (!mayBegin(element) || open_.size() > maximumPropertyListDepth || !budget_.takeValue()) {
+    const bool isKept = keeps(element);
+    if (!mayBegin(element) || open_.size() > maximumPropertyListDepth ||
+        (isKept && !budget_.takeValue())) {
         return fail();
     }
+    const bool isRoot = open_.empty() || std::holds_alternative<Document>(open_.back().element);
     if (element == "plist") {
-        open_.emplace_back(Document());
+        open_.push_back({Document()});
     } else if (element == "dict") {
-        open_.emplace_back(Dictionary());
+        open_.push_back({Dictionary(), isKept, isRoot});
     } else if (element == "array") {
-        open_.emplace_back(Array());
+        open_.push_back({Array(), isKept, isRoot});
     } else {
-        open_.emplace_back(Leaf());  // an unknown element fails at its end
+        // The text of numbers and dates is checked at their end, kept or not. An unknown element
+        // fails there.
+        const bool isUnchecked = element == "string" || element == "key" || element == "data";
+        open_.push_back({Leaf{{}, isKept || !isUnchecked}, isKept, isRoot});
     }
 }
 
 void XMLReader::end(std::string_view element) {
     auto closed = std::move(open_.back());
     open_.pop_back();
+    auto* const leaf = std::get_if<Leaf>(&closed.element);
+    if (leaf != nullptr && !closed.isKept) {
+        budget_.giveTextBack(leaf->text.size());
+    }
     if (element == "key") {
-        std::get<Dictionary>(open_.back()).key = std::move(std::get<Leaf>(closed).text);
-        return;
+        return endKey(std::move(leaf->text));
     }
     auto closedValue = value(closed, element);
     if (!closedValue) {
         return fail();
     }
-    add(std::move(*closedValue));
+    if (closed.isKept) {
+        add(std::move(*closedValue));
+    } else if (auto* dictionary = std::get_if<Dictionary>(&open_.back().element)) {
+        dictionary->key.reset();
+    }
+}
+
+void XMLReader::endKey(std::string text) {
+    auto& parent = open_.back();
+    auto& dictionary = std::get<Dictionary>(parent.element);
+    dictionary.keepsEntry = kept_.isAll() || (parent.isRoot && text == *kept_.onlyKey);
+    if (!dictionary.keepsEntry && parent.isRoot) {
+        budget_.giveTextBack(text.size());
+        budget_.giveValueBack();
+    }
+    dictionary.key = dictionary.keepsEntry ? std::move(text) : std::string();
 }
 
 void XMLReader::text(std::string_view text) {
-    auto* leaf = std::get_if<Leaf>(&open_.back());
-    if (leaf == nullptr ? !isBlank(text) : !budget_.takeText(text.size())) {
+    auto* leaf = std::get_if<Leaf>(&open_.back().element);
+    if (leaf == nullptr) {
+        return isBlank(text) ? void() : fail();
+    }
+    if (!leaf->keepsText) {
+        return;
+    }
+    if (!budget_.takeText(text.size())) {
         return fail();
     }
-    if (leaf != nullptr) {
-        leaf->text += text;
-    }
+    leaf->text += text;
 }
 
 std::optional<PropertyList> XMLReader::value(Open& closed, std::string_view element) {
-    if (auto* leaf = std::get_if<Leaf>(&closed)) {
+    if (auto* leaf = std::get_if<Leaf>(&closed.element)) {
         return leafValue(element, std::move(leaf->text));
     }
-    if (auto* array = std::get_if<Array>(&closed)) {
+    if (auto* array = std::get_if<Array>(&closed.element)) {
         return PropertyList(std::move(array->elements));
     }
-    if (auto* document = std::get_if<Document>(&closed)) {
+    if (auto* document = std::get_if<Document>(&closed.element)) {
         return std::move(document->value);
     }
-    auto& dictionary = std::get<Dictionary>(closed);
+    auto& dictionary = std::get<Dictionary>(closed.element);
     if (dictionary.key) {
         return std::nullopt;
     }
@@ -209,13 +265,16 @@ std::optional<PropertyList> XMLReader::value(Open& closed, std::string_view elem
 void XMLReader::add(PropertyList value) {
     if (open_.empty()) {
         root_ = std::move(value);
-    } else if (auto* dictionary = std::get_if<Dictionary>(&open_.back())) {
+        return;
+    }
+    auto& parent = open_.back().element;
+    if (auto* dictionary = std::get_if<Dictionary>(&parent)) {
         dictionary->entries.insert_or_assign(std::move(*dictionary->key), std::move(value));
         dictionary->key.reset();
-    } else if (auto* array = std::get_if<Array>(&open_.back())) {
+    } else if (auto* array = std::get_if<Array>(&parent)) {
         array->elements.push_back(std::move(value));
     } else {
-        std::get<Document>(open_.back()).value = std::move(value);
+        std::get<Document>(parent).value = std::move(value);
     }
 }
 
@@ -225,7 +284,8 @@ struct ParserCloser {
 
 /// One run of the parser, with the state that its callbacks change.
 struct Parsing {
-    explicit Parsing(const char* encoding) : parser(XML_ParserCreate(encoding)) {}
+    Parsing(const char* encoding, const KeptValues& kept)
+        : parser(XML_ParserCreate(encoding)), reader(kept) {}
 
     std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserCloser> parser;
     XMLReader reader;
@@ -243,8 +303,14 @@ void report(void* data, Report report) {
     }
 }
 
-void onBegin(void* data, const XML_Char* element, const XML_Char**) {
-    report(data, [&](XMLReader& reader) { reader.begin(element); });
+void onBegin(void* data, const XML_Char* element, const XML_Char** attributes) {
+    report(data, [&](XMLReader& reader) {
+        reader.begin(element);
+        // The parser keeps the name of every attribute. The array has names and values.
+        for (; *attributes != nullptr; attributes += 2) {
+            reader.attribute();
+        }
+    });
 }
 
 void onEnd(void* data, const XML_Char* element) {
@@ -274,27 +340,64 @@ int onUnknownEncoding(void* data, const XML_Char* name, XML_Encoding*) {
     return XML_STATUS_ERROR;
 }
 
-void parse(Parsing& parsing, std::string_view bytes) {
-    auto* parser = parsing.parser.get();
-    XML_SetUserData(parser, &parsing);
-    XML_SetElementHandler(parser, onBegin, onEnd);
-    XML_SetCharacterDataHandler(parser, onText);
-    XML_SetStartDoctypeDeclHandler(parser, onDocumentType);
-    XML_SetSkippedEntityHandler(parser, onSkippedEntity);
-    XML_SetUnknownEncodingHandler(parser, onUnknownEncoding, &parsing);
-    XML_Parse(parser, bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
+/// Gives pieces of a document to the parser. False as soon as no more is needed.
+class Feed {
+public:
+    explicit Feed(Parsing& parsing) : parser_(parsing.parser.get()) {
+        XML_SetUserData(parser_, &parsing);
+        XML_SetElementHandler(parser_, onBegin, onEnd);
+        XML_SetCharacterDataHandler(parser_, onText);
+        XML_SetStartDoctypeDeclHandler(parser_, onDocumentType);
+        XML_SetSkippedEntityHandler(parser_, onSkippedEntity);
+        XML_SetUnknownEncodingHandler(parser_, onUnknownEncoding, &parsing);
+    }
+
+    bool take(std::string_view bytes) {
+        while (!bytes.empty() && isOpen_) {
+            const auto piece = bytes.substr(0, pieceBytes);
+            bytes.remove_prefix(piece.size());
+            isOpen_ = splitter_.split(piece, [this](std::string_view part) { return parse(part); });
+        }
+        return isOpen_;
+    }
+
+    void end() {
+        if (isOpen_) {
+            XML_Parse(parser_, nullptr, 0, XML_TRUE);
+        }
+    }
+
+private:
+    bool parse(std::string_view part) {
+        return XML_Parse(parser_, part.data(), static_cast<int>(part.size()), XML_FALSE) ==
+               XML_STATUS_OK;
+    }
+
+    XML_Parser parser_;
+    XMLSplitter splitter_;
+    bool isOpen_ = true;
+};
+
+std::optional<PropertyList> readInPieces(std::string_view bytes, const std::string& encoding,
+                                         const KeptValues& kept) {
+    Parsing parsing("UTF-8", kept);
+    Feed feed(parsing);
+    const bool isDecoded =
+        decodeInPieces(bytes, encoding, [&feed](std::string_view piece) { feed.take(piece); });
+    feed.end();
+    return isDecoded ? parsing.reader.takeRoot() : std::nullopt;
 }
 
 }  // namespace
 
-std::optional<PropertyList> readXMLPropertyList(std::string_view bytes, bool isUTF8) {
-    Parsing parsing(isUTF8 ? "UTF-8" : nullptr);
-    parse(parsing, bytes);
-    if (!parsing.unknownEncoding.empty()) {
-        const auto decoded = decodedText(bytes, parsing.unknownEncoding);
-        return decoded ? readXMLPropertyList(*decoded, true) : std::nullopt;
-    }
-    return parsing.reader.takeRoot();
+std::optional<PropertyList> readXMLPropertyList(std::string_view bytes, bool isUTF8,
+                                                const KeptValues& kept) {
+    Parsing parsing(isUTF8 ? "UTF-8" : nullptr, kept);
+    Feed feed(parsing);
+    feed.take(bytes);
+    feed.end();
+    return parsing.unknownEncoding.empty() ? parsing.reader.takeRoot()
+                                           : readInPieces(bytes, parsing.unknownEncoding, kept);
 }
 
 }  // namespace glintmark

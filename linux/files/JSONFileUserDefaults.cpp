@@ -49,8 +49,8 @@ struct JSONFileUserDefaults::Content {
 
 JSONFileUserDefaults::JSONFileUserDefaults(std::string path)
     : path_(std::move(path)), content_(std::make_unique<Content>()) {
-    const auto text = PosixFileManager().contents(path_, maximumBytes);
-    auto values = text ? parseObject(*text) : std::nullopt;
+    const auto text = PosixFileManager().contents(path_);
+    auto values = text && text->size() <= maximumBytes ? parseObject(*text) : std::nullopt;
     if (values) {
         content_->values = *std::move(values);
     } else {

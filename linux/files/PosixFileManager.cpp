@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/files/DirectoryReader.h"
@@ -21,6 +22,31 @@ namespace {
 // O_NONBLOCK: opening a pipe does not wait for its other end. It has no effect on files.
 constexpr int readingFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr std::size_t passwordEntryBytes = std::size_t{16} * 1024;
+
+// A file may still be written while it is read, and those in /proc have a size of 0. Some of these
+// are endless.
+constexpr std::size_t maximumGrowth = std::size_t{64} * 1024;
+
+constexpr std::size_t alwaysReadBytes = std::size_t{16} * 1024 * 1024;
+constexpr std::size_t usableShareOfMemory = 2;  // one half
+
+/// False if `size` bytes would take more than half of the memory that the system can still give.
+/// The system promises more memory than it has and ends processes when it runs out, so asking for
+/// memory does not tell (proc(5): overcommit_memory). A sparse file takes no room on the disk, but
+/// its bytes do in memory.
+bool hasMemoryFor(std::size_t size) {
+    if (size <= alwaysReadBytes) {
+        return true;
+    }
+    const auto table = readFile("/proc/meminfo");
+    constexpr std::string_view label = "MemAvailable:";
+    const auto line = table.find(label);
+    if (line == std::string::npos) {
+        return true;
+    }
+    const auto kibibytes = std::strtoull(table.c_str() + line + label.size(), nullptr, 10);
+    return size / 1024 <= kibibytes / usableShareOfMemory;
+}
 
 std::string withoutTrailingSlashes(std::string path) {
     while (path.size() > 1 && path.ends_with('/')) {
@@ -65,7 +91,13 @@ bool PosixFileManager::fileExists(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0;
 }
 
-std::optional<std::string> PosixFileManager::contents(const std::string& path, std::size_t limit,
+std::size_t PosixFileManager::fileSize(const std::string& path) {
+    struct stat status {};
+    const bool isFile = ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    return isFile ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+std::optional<std::string> PosixFileManager::contents(const std::string& path,
                                                       FileIdentity* identity) {
     FileDescriptor descriptor(::open(path.c_str(), readingFlags | O_NOFOLLOW));
     const bool isThroughLink = !descriptor && errno == ELOOP;
@@ -79,7 +111,12 @@ std::optional<std::string> PosixFileManager::contents(const std::string& path, s
     if (identity != nullptr) {
         *identity = {status.st_dev, status.st_ino, placeOf(descriptor.get()), isThroughLink};
     }
-    return readToEnd(descriptor.get(), static_cast<std::size_t>(status.st_size), limit);
+    const auto size = static_cast<std::size_t>(status.st_size);
+    if (!hasMemoryFor(size)) {
+        errno = ENOMEM;
+        return std::nullopt;
+    }
+    return readToEnd(descriptor.get(), size, size + maximumGrowth);
 }
 
 }  // namespace glintmark::platform

@@ -12,7 +12,8 @@ public:
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view name)>& visit) override;
     bool fileExists(const std::string& path) override;
-    std::optional<std::string> contents(const std::string& path, std::size_t limit,
+    std::size_t fileSize(const std::string& path) override;
+    std::optional<std::string> contents(const std::string& path,
                                         FileIdentity* identity = nullptr) override;
 };
 

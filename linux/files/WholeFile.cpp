@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "base/system/FileDescriptor.h"
 
@@ -15,7 +18,7 @@ namespace glintmark::platform {
 
 namespace {
 
-constexpr std::size_t minimumGrowth = std::size_t{16} * 1024;  // of a file of unknown size
+constexpr std::size_t minimumGrowth = std::size_t{64} * 1024;  // of a file of unknown size
 
 /// The directory of `path`, which has a "/" in it; "" for the root.
 std::string parentOf(const std::string& path) { return path.substr(0, path.find_last_of('/')); }
@@ -40,6 +43,13 @@ void flushDirectory(const std::string& directory) {
     }
 }
 
+/// Keeps the `errno` of the call that failed.
+void removeUnfinished(const std::string& file) {
+    const int reason = errno;
+    ::unlink(file.c_str());
+    errno = reason;
+}
+
 /// Writes a new file with a unique name and returns its path; "" if that failed.
 std::string writeBeside(const std::string& path, std::string_view bytes, mode_t mode,
                         Durability durability) {
@@ -53,7 +63,7 @@ std::string writeBeside(const std::string& path, std::string_view bytes, mode_t 
                          writeWhole(descriptor.get(), bytes) &&
                          (durability == Durability::cache || ::fsync(descriptor.get()) == 0);
     if (!written) {
-        ::unlink(temporary.c_str());
+        removeUnfinished(temporary);
         return "";
     }
     return temporary;
@@ -68,7 +78,7 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t
         return false;
     }
     if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        ::unlink(temporary.c_str());
+        removeUnfinished(temporary);
         return false;
     }
     if (durability == Durability::disk) {
@@ -90,6 +100,21 @@ bool linkFileAtomically(const std::string& existing, const std::string& path) {
     return renamed;
 }
 
+std::optional<std::string> fileBehindLinks(std::string path) {
+    constexpr int maximumLinks = 40;  // as of the kernel, path_resolution(7)
+    for (int links = 0; links <= maximumLinks; ++links) {
+        std::array<char, PATH_MAX> target{};
+        const auto length = ::readlink(path.c_str(), target.data(), target.size());
+        if (length < 0) {
+            return errno == EINVAL || errno == ENOENT ? std::optional(path) : std::nullopt;
+        }
+        const std::string_view text(target.data(), static_cast<std::size_t>(length));
+        path = text.starts_with('/') ? std::string(text) : parentOf(path) + "/" + std::string(text);
+    }
+    errno = ELOOP;
+    return std::nullopt;
+}
+
 bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode) {
     const FileDescriptor descriptor(
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
@@ -106,9 +131,11 @@ std::string readFile(const std::string& path) {
 }
 
 std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
-                                     std::size_t maximumBytes) {
+                                     std::size_t maximumBytes) try {
     std::string bytes;
     std::size_t filled = 0;
+    // Room for a file that grows a little, so that a large one is never copied for it.
+    bytes.reserve(std::min(maximumBytes, expectedBytes + minimumGrowth));
     // One byte more than expected, so that the last read finds the end without growing the buffer.
     bytes.resize(std::min(maximumBytes, expectedBytes + 1));
     while (filled < maximumBytes) {
@@ -127,6 +154,9 @@ std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
     }
     bytes.resize(filled);
     return bytes;
+} catch (const std::exception&) {  // no memory, or more than a string can hold
+    errno = ENOMEM;
+    return std::nullopt;
 }
 
 bool makeDirectories(const std::string& directory, mode_t mode) {

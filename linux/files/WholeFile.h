@@ -19,7 +19,7 @@ inline constexpr std::string_view unfinishedSuffix = ".part";
 
 /// Replaces the file at `path` with one that holds `bytes`, in one step: a reader sees the old or
 /// the new file, whole, even after a failure. Writes a file beside it, then renames that. False on
-/// failure; the old file is then unchanged.
+/// failure, with the reason in `errno`; the old file is then unchanged.
 bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode = 0600,
                          Durability durability = Durability::cache);
 
@@ -28,6 +28,11 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t
 /// are on different ones; `path` is then unchanged.
 bool linkFileAtomically(const std::string& existing, const std::string& path);
 
+/// The path of the file that the symbolic links at `path`, which has a "/" in it, lead to. `path`
+/// itself if no link is there. The file need not exist. Absent, with the reason in `errno`, if the
+/// links lead nowhere: in a circle, or through what is no directory.
+std::optional<std::string> fileBehindLinks(std::string path);
+
 /// Writes `bytes` into the file at `path` without replacing it: a process that has the file open
 /// reads the new bytes. Creates a missing file. A failure leaves the file empty or incomplete.
 bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mode = 0600);
@@ -35,7 +40,8 @@ bool writeFileInPlace(const std::string& path, std::string_view bytes, mode_t mo
 /// The whole file; empty if it cannot be read.
 std::string readFile(const std::string& path);
 
-/// Reads an open file to its end or up to `maximumBytes`. Absent on an error. `expectedBytes` is an
+/// Reads an open file to its end or up to `maximumBytes`. Absent on an error or without
+/// memory. `expectedBytes` is an
 /// estimate of its size; a better estimate saves reads.
 std::optional<std::string> readToEnd(int descriptor, std::size_t expectedBytes,
                                      std::size_t maximumBytes = std::string::npos);

@@ -59,7 +59,7 @@ std::optional<std::vector<AppliedIcon>> AppliedIcons::all() const {
 std::optional<std::vector<AppliedIcon>> AppliedIcons::read() const {
     std::vector<AppliedIcon> entries;
     errno = 0;
-    const auto text = PosixFileManager().contents(file_, std::numeric_limits<std::size_t>::max());
+    const auto text = PosixFileManager().contents(file_);
     if (!text) {
         return errno == ENOENT ? std::optional(entries) : std::nullopt;
     }

@@ -51,8 +51,16 @@ bool FakeFileManager::fileExists(const std::string& path) {
     return nodes_.contains(withoutTrailingSlashes(path));
 }
 
-std::optional<std::string> FakeFileManager::contents(const std::string& path, std::size_t limit,
+std::size_t FakeFileManager::fileSize(const std::string& path) {
+    const auto node = nodes_.find(path);
+    return node == nodes_.end() ? 0 : node->second.bytes.size();
+}
+
+std::optional<std::string> FakeFileManager::contents(const std::string& path,
                                                      platform::FileIdentity* identity) {
+    if (onReading) {
+        onReading(path);
+    }
     const auto node = nodes_.find(path);
     if (node == nodes_.end() || node->second.isDirectory || !node->second.isReadable) {
         return std::nullopt;
@@ -60,7 +68,7 @@ std::optional<std::string> FakeFileManager::contents(const std::string& path, st
     if (identity != nullptr) {
         *identity = {1, node->second.inode, path, false};
     }
-    return node->second.bytes.substr(0, limit);
+    return node->second.bytes;
 }
 
 void FakeFileManager::setHome(const std::string& path) {

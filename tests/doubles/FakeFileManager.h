@@ -24,7 +24,8 @@ public:
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view)>& visit) override;
     bool fileExists(const std::string& path) override;
-    std::optional<std::string> contents(const std::string& path, std::size_t limit,
+    std::size_t fileSize(const std::string& path) override;
+    std::optional<std::string> contents(const std::string& path,
                                         platform::FileIdentity* identity = nullptr) override;
 
     void setHome(const std::string& path);  ///< Without this call "/home/kim".
@@ -49,6 +50,9 @@ public:
 
     /// Called at the beginning of each listing.
     std::function<void(const std::string& directory)> onListing;
+
+    /// Called at the beginning of each reading of a file's contents.
+    std::function<void(const std::string& path)> onReading;
 
 private:
     struct Node {

@@ -87,18 +87,17 @@ TEST_P(FileManagerContract, FilesAndDirectoriesExistUntilTheyAreRemoved) {
     EXPECT_FALSE(manager().fileExists(path("file")));
 }
 
-TEST_P(FileManagerContract, ReadsAFileUpToTheLimit) {
+TEST_P(FileManagerContract, ReadsAFileAndItsSize) {
     const std::string bytes("a\0\xFFz", 4);
     subject().createFile(path("file"), bytes);
-    EXPECT_EQ(manager().contents(path("file"), 100), bytes);
-    EXPECT_EQ(manager().contents(path("file"), 4), bytes);
-    EXPECT_EQ(manager().contents(path("file"), 2), bytes.substr(0, 2));
-    EXPECT_EQ(manager().contents(path("file"), 0), "");
+    EXPECT_EQ(manager().contents(path("file")), bytes);
+    EXPECT_EQ(manager().fileSize(path("file")), 4U);
 }
 
 TEST_P(FileManagerContract, AnEmptyFileHasEmptyContents) {
     subject().createFile(path("file"), "");
-    EXPECT_EQ(manager().contents(path("file"), 100), "");
+    EXPECT_EQ(manager().contents(path("file")), "");
+    EXPECT_EQ(manager().fileSize(path("file")), 0U);
 }
 
 TEST_P(FileManagerContract, TellsWhichFileWasRead) {
@@ -107,9 +106,9 @@ TEST_P(FileManagerContract, TellsWhichFileWasRead) {
     FileIdentity one;
     FileIdentity again;
     FileIdentity two;
-    EXPECT_EQ(manager().contents(path("one"), 100, &one), "same");
-    EXPECT_EQ(manager().contents(path("one"), 2, &again), "sa");
-    EXPECT_EQ(manager().contents(path("two"), 100, &two), "same");
+    EXPECT_EQ(manager().contents(path("one"), &one), "same");
+    EXPECT_EQ(manager().contents(path("one"), &again), "same");
+    EXPECT_EQ(manager().contents(path("two"), &two), "same");
     EXPECT_EQ(one, again);
     EXPECT_EQ(one.place, path("one"));
     EXPECT_FALSE(one.isThroughLink);
@@ -118,8 +117,10 @@ TEST_P(FileManagerContract, TellsWhichFileWasRead) {
 }
 
 TEST_P(FileManagerContract, AMissingFileAndADirectoryHaveNoContents) {
-    EXPECT_EQ(manager().contents(path("missing"), 100), std::nullopt);
-    EXPECT_EQ(manager().contents(subject().folder(), 100), std::nullopt);
+    EXPECT_EQ(manager().contents(path("missing")), std::nullopt);
+    EXPECT_EQ(manager().fileSize(path("missing")), 0U);
+    EXPECT_EQ(manager().contents(subject().folder()), std::nullopt);
+    EXPECT_EQ(manager().fileSize(subject().folder()), 0U);
 }
 
 }  // namespace glintmark::platform

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/plist/PropertyList.h"
 #include "tests/Vectors.h"
 #include "tests/doubles/TestPlatform.h"
 #include "webloc/WeblocParser.h"
@@ -183,15 +182,18 @@ TEST_F(WeblocParserTest, AFolderIsLoggedAsUnreadable) {
     EXPECT_THAT(log().messages(), ElementsAre(unreadableLine));
 }
 
-TEST_F(WeblocParserTest, AHugeFileIsRefusedAndNotTruncated) {
-    std::string list = propertyList("<dict><key>URL</key><string>https://h/</string></dict>");
-    list.resize(PropertyList::maximumBytes, ' ');
-    EXPECT_EQ(extracted(list), "https://h/");
-    list += ' ';
-    EXPECT_EQ(extracted(list), std::nullopt);
-    EXPECT_THAT(log().messages(), ElementsAre(unparsableLine));
-    list += ' ';
-    EXPECT_EQ(extracted(list), std::nullopt);
+TEST_F(WeblocParserTest, AFileOfAnySizeGivesItsAddress) {
+    const auto filler = std::string(std::size_t{6} * 1024 * 1024, 'x');
+    const std::string entry = "<key>URL</key><string>https://h/</string>";
+    for (const auto& list : {
+             propertyList("<dict><!--" + filler + "-->" + entry + "</dict>"),
+             propertyList("<dict><key>a</key><string>" + filler + "</string>" + entry + "</dict>"),
+             propertyList("<dict>" + entry + "</dict>") + filler,
+             "{ a = " + filler + "; URL = \"https://h/\"; }",
+         }) {
+        EXPECT_EQ(extracted(list), "https://h/");
+        EXPECT_THAT(log().lines(), IsEmpty());
+    }
 }
 
 TEST_F(WeblocParserTest, ThePathIsLoggedAsItsBytes) {

@@ -70,11 +70,110 @@ TEST(PropertyListTest, ReadsAllKindsOfValues) {
     }
 }
 
-TEST(PropertyListTest, LargerFilesAreRefused) {
-    const auto head = xml("<dict><key>URL</key><string>u</string></dict>");
-    const auto filled = head + std::string(PropertyList::maximumBytes - head.size(), '\n');
-    EXPECT_EQ(stringUnder("URL", filled), "u");
-    EXPECT_EQ(stringUnder("URL", filled + "\n"), std::nullopt);
+// One string, the rest not kept
+
+TEST(PropertyListStringTest, FindsWhatTheWholeTreeHas) {
+    for (const auto& testCase : test::loadVectors("plist_url")) {
+        SCOPED_TRACE(testCase.label());
+        const auto bytes = testCase.bytes("file_base64");
+        EXPECT_EQ(PropertyList::stringInRoot(bytes, "URL"), stringUnder("URL", bytes));
+    }
+    const std::string_view contents[] = {
+        "<dict><key>a</key><dict><key>k</key><string>no</string></dict>"
+        "<key>k</key><string>yes</string></dict>",
+        "<dict><key>k</key><string>a</string><key>k</key><string>b</string></dict>",
+        "<dict><key>k</key><dict><key>k</key><string>no</string></dict></dict>",
+        "<dict><key>k</key><array><string>no</string></array></dict>",
+        "<dict><key>k</key><string>a</string><key>n</key><integer>x</integer></dict>",
+        "<dict><key>k</key><string>a</string><key>n</key><array><dict><key>x</key></dict></array>"
+        "</dict>",
+        "<dict><key>n</key><string>&amp;<![CDATA[<!-- ]]></string><key>k</key><string>b</string>"
+        "</dict>",
+        "<array><string>k</string></array>",
+        "<string>k</string>",
+    };
+    for (const auto content : contents) {
+        EXPECT_EQ(PropertyList::stringInRoot(xml(content), "k"), stringUnder("k", xml(content)))
+            << content;
+    }
+    for (const auto* text :
+         {"{ k = a; n = { k = no; }; }", "{ n = (k, {k = no;}); k = \"a\\n\"; }", "{ k; }",
+          "{ n = 'x\\U65E5'; k = a; }", "{ k = { k = no; }; }", "{ k = a; n = ~; }"}) {
+        EXPECT_EQ(PropertyList::stringInRoot(text, "k"), stringUnder("k", text)) << text;
+    }
+}
+
+TEST(PropertyListStringTest, IgnoredValuesTakeNoBudget) {
+    const auto entries = repeated("<key>a</key><string/>", 250'000);
+    EXPECT_FALSE(PropertyList::parse(xml("<dict>" + entries + "</dict>")));
+    const auto list = xml("<dict>" + entries + "<key>k</key><string>v</string></dict>");
+    EXPECT_EQ(PropertyList::stringInRoot(list, "k"), "v");
+    const auto text = "{ n = (" + repeated("a,", 500'000) + "); k = v; }";
+    EXPECT_EQ(PropertyList::stringInRoot(text, "k"), "v");
+}
+
+TEST(PropertyListStringTest, LongCommentsAndBlanksAreReadInEachPlace) {
+    // Around the lengths at which the document is cut into pieces.
+    for (const std::size_t length : {32'000U, 65'536U, 500'000U}) {
+        for (const auto* part : {"x", " ", "- ", "\xC3\xA9", "<!-", "]]>", "?>", "'", "\r\n"}) {
+            const auto filler = repeated(part, length / std::string_view(part).size());
+            const auto comment = "<!--" + filler + " -->";
+            const std::string value = "<string>a" + comment + "b</string>";
+            const auto list = "<?xml version='1.0'?>" + comment + "<!DOCTYPE plist>" + comment +
+                              "<plist>" + comment + "<dict><key>k" + comment + "</key>" + value +
+                              "</dict></plist>";
+            EXPECT_EQ(PropertyList::stringInRoot(list, "k"), "ab") << part << length;
+        }
+        const auto blanks = repeated("\r\n \t", length);
+        const auto list = "<?xml version='1.0'?>" + blanks + "<!DOCTYPE plist>" + blanks +
+                          "<plist >" + "<dict>" + blanks + "<key>k</key><string>" + blanks +
+                          "</string></dict>";
+        EXPECT_EQ(PropertyList::stringInRoot(list + "</plist>", "k"), repeated("\n \t", length));
+    }
+}
+
+TEST(PropertyListStringTest, LongMarkupThatIsNotWellFormedStaysSo) {
+    const auto filler = repeated("x ", 200'000);
+    for (const auto& bad : {
+             "<!--" + filler + "-- -->",
+             "<!--" + filler + "--->",
+             "<!--" + filler + "\x01-->",
+             "<!--" + filler + "\xC3-->",
+             "<!--" + filler,
+             "<?" + filler,
+             "<![CDATA[" + filler + "]]>",
+         }) {
+        EXPECT_FALSE(PropertyList::stringInRoot(
+            "<plist><dict>" + bad + "<key>k</key><string>v</string></dict></plist>", "k"))
+            << bad.substr(0, 10) << bad.substr(bad.size() - 5);
+    }
+}
+
+TEST(PropertyListStringTest, OtherTokensHaveAMaximumLength) {
+    const auto with = [](const std::string& attribute, const std::string& instruction) {
+        return "<plist><?a " + instruction + "?><dict><key>k</key><string a='" + attribute +
+               "'>v</string></dict></plist>";
+    };
+    constexpr std::size_t maximum = std::size_t{4} * 1024 * 1024;
+    EXPECT_EQ(PropertyList::stringInRoot(with("<!--", ""), "k"), std::nullopt);
+    EXPECT_EQ(PropertyList::stringInRoot(with(">", "<!--"), "k"), "v");
+    EXPECT_EQ(PropertyList::stringInRoot(with(std::string(maximum / 2, 'x'), ""), "k"), "v");
+    EXPECT_EQ(PropertyList::stringInRoot(with(std::string(maximum, 'x'), ""), "k"), std::nullopt);
+    EXPECT_EQ(PropertyList::stringInRoot(with("", std::string(maximum, 'x')), "k"), std::nullopt);
+    EXPECT_EQ(
+        PropertyList::stringInRoot(
+            "<dict><key>k</key><string>&" + std::string(maximum, 'x') + "</string></dict>", "k"),
+        std::nullopt);
+}
+
+TEST(PropertyListStringTest, ManyAttributesTakeOfTheBudget) {
+    std::string attributes;
+    for (int element = 0; element < 100'000; ++element) {
+        attributes += "<true a='' b='' c='' d='' e=''/>";
+    }
+    EXPECT_FALSE(PropertyList::stringInRoot(
+        "<dict><key>n</key><array>" + attributes + "</array><key>k</key><string>v</string></dict>",
+        "k"));
 }
 
 // XML
@@ -159,6 +258,7 @@ TEST(PropertyListXMLTest, ReadsDeclaredEncodings) {
     EXPECT_EQ(stringUnder("k", declared("Shift_JIS", "\x93\xFA")), "\xE6\x97\xA5");
     EXPECT_EQ(stringUnder("k", declared("nonsense", "a")), std::nullopt);
     EXPECT_EQ(stringUnder("k", declared("Shift_JIS", "\x93")), std::nullopt);
+    EXPECT_EQ(stringUnder("k", declared("UTF-7", "a")), std::nullopt);
     EXPECT_EQ(stringUnder("k", declared("US-ASCII", "\xE9")), std::nullopt);
 }
 
@@ -357,6 +457,59 @@ TEST(PropertyListBinaryTest, DepthHasALimit) {
     EXPECT_TRUE(PropertyList::parse(nested(512)));
     EXPECT_FALSE(PropertyList::parse(nested(513)));
     EXPECT_FALSE(PropertyList::parse(nested(60'000)));
+}
+
+TEST(PropertyListBinaryTest, TheOneStringIsFoundAmongIgnoredObjects) {
+    EXPECT_EQ(PropertyList::stringInRoot(
+                  binary({"\xD2\x01\x02\x03\x04", "Qn", "Qk", "\xA2\x01\x04", "Qv"}), "k"),
+              "v");
+    EXPECT_EQ(PropertyList::stringInRoot(binary({"\xD1\x01\x02", "Qk", "\xD1\x01\x01"}), "k"),
+              std::nullopt)
+        << "a dictionary is no string";
+    EXPECT_EQ(
+        PropertyList::stringInRoot(
+            binary({"\xD2\x01\x02\x03\x04", "\x61\0k"s, "Qn", "\x61\0v"s, "\x61\xD8\x3D"}), "k"),
+        std::nullopt)
+        << "an ignored text is ill-formed";
+    EXPECT_EQ(PropertyList::stringInRoot(binary({"\xD2\x01\x02\x03\x04", "Qk", "Qn", "Qv",
+                                                 "\xD1\x03\x03", "\xD1\x06\x06", "\x09"}),
+                                         "k"),
+              "v");
+    EXPECT_EQ(PropertyList::stringInRoot(binary({"\xD2\x01\x02\x03\x04", "Qk", "Qn", "Qv",
+                                                 "\xA2\x05\x06", "\x09", "\xD1\x05\x05"}),
+                                         "k"),
+              std::nullopt)
+        << "an object that was checked before is still no key";
+}
+
+TEST(PropertyListBinaryTest, IgnoredObjectsAreCheckedOnceHoweverOftenTheyAreUsed) {
+    std::vector<std::string> objects{"\xD2\x01\x02\x01\x03", "Qk", "Qn"};
+    for (char next = 4; next < 100; ++next) {
+        objects.push_back("\xA2"s + next + next);
+    }
+    objects.emplace_back("\xA0");
+    EXPECT_EQ(PropertyList::stringInRoot(binary(objects), "k"), "k");
+    objects.back() = "\xA1\x03";
+    EXPECT_EQ(PropertyList::stringInRoot(binary(objects), "k"), std::nullopt) << "a cycle";
+}
+
+TEST(PropertyListBinaryTest, ObjectsThatOverlapTakeNoMoreTimeThanOthers) {
+    // A hundred thousand arrays, each of which begins one byte later and is half of the file long.
+    constexpr std::size_t count = 100'000;
+    const auto bigEndian = [](std::size_t number) {
+        return std::string{static_cast<char>(number >> 16U), static_cast<char>(number >> 8U),
+                           static_cast<char>(number)};
+    };
+    std::string bytes = "bplist00" + "\xD2\0\0\x01\0\0\x02\0\0\x01\0\0\x03QkQn"s;
+    std::string offsets = bigEndian(8) + bigEndian(21) + bigEndian(23);
+    for (std::size_t number = 0; number < count; ++number) {
+        offsets += bigEndian(bytes.size());
+        bytes += "\xAF\x12\0\x01\0\0"s;
+    }
+    const auto table = bytes.size();
+    bytes += offsets + std::string(6, '\0') + "\x03\x03" + std::string(5, '\0') +
+             bigEndian(count + 3) + std::string(8, '\0') + std::string(5, '\0') + bigEndian(table);
+    EXPECT_EQ(PropertyList::stringInRoot(bytes, "k"), std::nullopt);
 }
 
 // The old text form

@@ -20,7 +20,7 @@ class HeldFileTest : public testing::Test {
 protected:
     static FileIdentity identityOf(const std::string& path) {
         FileIdentity identity;
-        EXPECT_TRUE(PosixFileManager().contents(path, 100, &identity)) << path;
+        EXPECT_TRUE(PosixFileManager().contents(path, &identity)) << path;
         return identity;
     }
 

@@ -101,7 +101,7 @@ TEST_F(PosixFileManagerTest, NamesAreBytes) {
         directory_.path(), [&](std::string_view found) { names.emplace_back(found); }));
     EXPECT_THAT(names, testing::ElementsAre(name));
     EXPECT_TRUE(manager_.fileExists(directory_.path(name)));
-    EXPECT_EQ(manager_.contents(directory_.path(name), 10), "x");
+    EXPECT_EQ(manager_.contents(directory_.path(name)), "x");
 }
 
 TEST_F(PosixFileManagerTest, ManyNamesAreAllListedOnce) {
@@ -124,12 +124,12 @@ TEST_F(PosixFileManagerTest, WithoutPermissionNothingIsListedOrRead) {
     ASSERT_EQ(::chmod(directory_.path("file").c_str(), 0), 0);
     const Unprivileged unprivileged;
     EXPECT_FALSE(manager_.contentsOfDirectory(directory_.path("folder"), [](auto) {}));
-    EXPECT_EQ(manager_.contents(directory_.path("file"), 10), std::nullopt);
+    EXPECT_EQ(manager_.contents(directory_.path("file")), std::nullopt);
 }
 
 TEST_F(PosixFileManagerTest, APipeHasNoContentsAndOpeningItDoesNotWait) {
     ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
-    EXPECT_EQ(manager_.contents(directory_.path("pipe"), 10), std::nullopt);
+    EXPECT_EQ(manager_.contents(directory_.path("pipe")), std::nullopt);
 }
 
 TEST_F(PosixFileManagerTest, AFileReadThroughALinkIsTheOneItLeadsTo) {
@@ -150,7 +150,7 @@ TEST_F(PosixFileManagerTest, AFileReadThroughALinkIsTheOneItLeadsTo) {
 }
 
 TEST_F(PosixFileManagerTest, AFileWithoutASizeIsReadWhole) {
-    const auto contents = manager_.contents("/proc/self/status", 1024 * 1024);
+    const auto contents = manager_.contents("/proc/self/status");
     ASSERT_TRUE(contents.has_value());
     EXPECT_THAT(*contents, testing::StartsWith("Name:"));
     EXPECT_GT(contents->size(), 100U);
@@ -159,8 +159,21 @@ TEST_F(PosixFileManagerTest, AFileWithoutASizeIsReadWhole) {
 TEST_F(PosixFileManagerTest, ALargeFileIsReadWhole) {
     const std::string bytes(300'000, 'x');
     directory_.write("large", bytes);
-    EXPECT_EQ(manager_.contents(directory_.path("large"), 1'000'000), bytes);
-    EXPECT_EQ(manager_.contents(directory_.path("large"), 100'000)->size(), 100'000U);
+    EXPECT_EQ(manager_.contents(directory_.path("large")), bytes);
+}
+
+TEST_F(PosixFileManagerTest, AFileThatIsLargerThanItSaysIsNotReadToItsEnd) {
+    // It has megabytes, and says that it is empty. Others in /proc are endless.
+    const auto contents = manager_.contents("/proc/kallsyms");
+    ASSERT_TRUE(contents.has_value());
+    EXPECT_EQ(contents->size(), 64U * 1024);
+}
+
+TEST_F(PosixFileManagerTest, AFileLargerThanTheMemoryHasNoContents) {
+    directory_.write("sparse", "x");
+    ASSERT_EQ(::truncate(directory_.path("sparse").c_str(), off_t{1} << 42U), 0);
+    EXPECT_EQ(manager_.contents(directory_.path("sparse")), std::nullopt);
+    EXPECT_EQ(manager_.fileSize(directory_.path("sparse")), std::size_t{1} << 42U);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <limits>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/files/WholeFile.h"
@@ -115,6 +116,11 @@ TEST_F(WholeFileTest, ReadsAnOpenFileWhateverSizeIsExpected) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(readToEnd(file.get(), bytes.size(), 1000)->size(), 1000U);
     EXPECT_EQ(readToEnd(-1, 0), std::nullopt);
+}
+
+TEST_F(WholeFileTest, WithoutMemoryThereIsNoTextAndNoCrash) {
+    const FileDescriptor file(::open(directory_.write("file").c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(readToEnd(file.get(), std::numeric_limits<std::size_t>::max() / 2), std::nullopt);
 }
 
 TEST_F(WholeFileTest, MakesMissingDirectories) {

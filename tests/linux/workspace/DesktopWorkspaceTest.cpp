@@ -231,7 +231,7 @@ TEST_F(DesktopWorkspaceTest, AFileReachedThroughALinkHasThumbnailsForBothPaths) 
 class SwappedFileTest : public DesktopWorkspaceTest {
 protected:
     SwappedFileTest() {
-        EXPECT_TRUE(PosixFileManager().contents(path_, 100, &read_));
+        EXPECT_TRUE(PosixFileManager().contents(path_, &read_));
         before_ = statusOf(document_);
     }
 
