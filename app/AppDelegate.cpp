@@ -23,6 +23,10 @@ constexpr const char* extraFoldersKey = "extraFolders";
 // Limits the number of images in memory when thousands of links arrive at once. Large enough to
 // keep all connections of the HTTP client busy while many sites do not answer.
 constexpr std::size_t maximumFetches = 128;
+constexpr std::size_t maximumLentFetches = 32;
+
+// The bytes of the link files that are in memory at once. A larger file is read alone.
+constexpr std::size_t maximumReadBytes = std::size_t{32} * 1024 * 1024;
 
 void requestAuthorization() {
     services().userNotificationCenter.requestAuthorization(
@@ -36,7 +40,8 @@ void requestAuthorization() {
 
 }  // namespace
 
-AppDelegate::AppDelegate() : fetches_(maximumFetches) {}
+AppDelegate::AppDelegate()
+    : reads_({maximumReadBytes}), fetches_({maximumFetches, maximumLentFetches}) {}
 AppDelegate::~AppDelegate() = default;
 
 platform::StatusItem* AppDelegate::statusItem() const { return statusItem_.get(); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -111,12 +112,21 @@ private:
     platform::MenuItem folderItem(long folder, const std::string& home);
     bool isWatched(const std::string& folder) const;
     bool isExtraFolder(long index) const;
-    void applyIcon(std::shared_ptr<const platform::PreparedIcon> icon, const std::string& path,
-                   const platform::FileIdentity& file);
+    /// A link file, and which file was read there.
+    struct ReadFile {
+        std::string path;
+        platform::FileIdentity identity;
+    };
+
+    void readLink(const std::string& path);
+    void fetchIcon(const std::string& link, const ReadFile& file, const AdmissionGate::Place& place,
+                   const std::shared_ptr<std::atomic_flag>& isEnded);
+    void applyIcon(std::shared_ptr<const platform::PreparedIcon> icon, const ReadFile& file);
 
     std::unique_ptr<platform::StatusItem> statusItem_;
     std::shared_ptr<FileWatcher> fileWatcher_;
     std::vector<std::string> watchedFolders_;
+    AdmissionGate reads_;    ///< Its places are bytes of link files.
     AdmissionGate fetches_;  ///< A fetch keeps its place until its icon is set.
 };
 

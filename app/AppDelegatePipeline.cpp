@@ -1,4 +1,6 @@
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <utility>
 
 #include "app/AppDelegate.h"
@@ -11,6 +13,7 @@
 #include "icon/IconApplier.h"
 #include "platform/DispatchQueues.h"
 #include "platform/FileIdentity.h"
+#include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 #include "platform/UserNotificationCenter.h"
@@ -24,6 +27,13 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::chrono::nanoseconds processingDelay = 500ms;  // the writer may not be done yet
+
+// Ordinary link files have a few hundred bytes. They never wait for large ones.
+constexpr std::size_t maximumOrdinaryBytes = std::size_t{64} * 1024;
+
+void logFailedFetch(const std::string& link) {
+    services().log.write("Glintmark: Favicon fetch failed → " + link);
+}
 
 }  // namespace
 
@@ -40,38 +50,62 @@ void AppDelegate::handleFileEvent(const FileWatcherEvent& event) {
 }
 
 void AppDelegate::processWeblocFile(const std::string& path) {
-    platform::FileIdentity file;
-    const auto link = WeblocParser::extractURL(URL::fileURL(path), &file);
+    const auto size = services().fileManager.fileSize(path);
+    reads_.enter(
+        [self = shared_from_this(), path](const AdmissionGate::Place&) { self->readLink(path); },
+        size > maximumOrdinaryBytes ? size : 0);
+}
+
+void AppDelegate::readLink(const std::string& path) {
+    ReadFile file{path, {}};
+    const auto link = WeblocParser::extractURL(URL::fileURL(path), &file.identity);
     if (!link) {
         services().log.write("Glintmark: URL extraction failed → " + path);
         return;
     }
     services().log.write("Glintmark: URL → " + *link);
+    // Set by the fetch's completion or by the end of its time, whichever comes first. The other one
+    // is then ignored.
+    const auto isEnded = std::make_shared<std::atomic_flag>();
     fetches_.enter(
-        [self = shared_from_this(), link = *link, path, file](const AdmissionGate::Place& place) {
-            FaviconFetcher::fetch(
-                link, [self, link, path, file, place](const std::shared_ptr<const Image>& image) {
-                    if (!image) {
-                        services().log.write("Glintmark: Favicon fetch failed → " + link);
-                        return;
-                    }
-                    services().log.write("Glintmark: Favicon fetched → " + link);
-                    // `prepared` runs here because a large image would block the main thread.
-                    services().dispatchQueues.main().async(
-                        [self, path, file, place, icon = IconApplier::prepared(image)] {
-                            self->applyIcon(icon, path, file);
-                        });
-                });
+        [self = shared_from_this(), link = *link, file, isEnded](
+            const AdmissionGate::Place& place) { self->fetchIcon(link, file, place, isEnded); },
+        1,
+        [link = *link, isEnded] {
+            if (!isEnded->test_and_set()) {
+                logFailedFetch(link);
+            }
         });
 }
 
+void AppDelegate::fetchIcon(const std::string& link, const ReadFile& file,
+                            const AdmissionGate::Place& place,
+                            const std::shared_ptr<std::atomic_flag>& isEnded) {
+    FaviconFetcher::fetch(link, [self = shared_from_this(), link, file, place,
+                                 isEnded](const std::shared_ptr<const Image>& image) {
+        if (isEnded->test_and_set()) {
+            return;
+        }
+        if (!image) {
+            logFailedFetch(link);
+            return;
+        }
+        services().log.write("Glintmark: Favicon fetched → " + link);
+        // `prepared` runs here because a large image would block the main thread.
+        services().dispatchQueues.main().async(
+            [self, file, place, icon = IconApplier::prepared(image)] {
+                self->applyIcon(icon, file);
+            });
+    });
+}
+
 void AppDelegate::applyIcon(std::shared_ptr<const platform::PreparedIcon> icon,
-                            const std::string& path, const platform::FileIdentity& file) {
-    IconApplier::apply(std::move(icon), path, file);
+                            const ReadFile& file) {
+    IconApplier::apply(std::move(icon), file.path, file.identity);
     // On purpose, the log line and the notification appear even if the icon could not be set.
     // `IconApplier` logs success or failure.
-    services().log.write("Glintmark: Icon applied → " + path);
-    showNotification(L("notification.iconApplied"), URL::fileURL(path).lastPathComponent());
+    services().log.write("Glintmark: Icon applied → " + file.path);
+    showNotification(L("notification.iconApplied"), URL::fileURL(file.path).lastPathComponent());
 }
 
 void AppDelegate::showNotification(const std::string& title, const std::string& body) {

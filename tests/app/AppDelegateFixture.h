@@ -15,6 +15,7 @@ protected:
 
     void TearDown() override {
         delegate_.reset();
+        queues().runUntilIdle();  // the gate of the fetches looks once more after its last run
         PlatformTest::TearDown();
     }
 

@@ -101,6 +101,45 @@ TEST_F(AppDelegatePipelineTest, AtMost128LinksAreFetchedAtOnceAndNoneIsLost) {
     EXPECT_LE(maximum, 128U);
 }
 
+TEST_F(AppDelegatePipelineTest, AFetchThatEndsTooLateIsOneFailureAndItsResultIsDropped) {
+    constexpr auto late = 3 * AdmissionGate::minimumHold;
+    session().answer("https://site.example/favicon.ico", 200, "image 64x64 opaque", late);
+    delegate()->handleFileEvent({path, 0});
+    queues().advance(AdmissionGate::minimumHold);
+    log().forget();
+    queues().advance(AdmissionGate::minimumHold + 1s);
+    EXPECT_THAT(log().lines(),
+                ElementsAre("Glintmark: Favicon fetch failed → " + std::string(link)));
+    log().forget();
+    queues().runUntilIdle();
+    EXPECT_GE(queues().now(), late);
+    EXPECT_THAT(log().lines(), ElementsAre("Glintmark: 採用 → faviconICO (64x64, 透明: false)"));
+    EXPECT_THAT(platform().workspace.icons(), IsEmpty());
+}
+
+TEST_F(AppDelegatePipelineTest, LargeLinkFilesAreReadOneAfterTheOther) {
+    const auto filler = std::string(std::size_t{20} * 1024 * 1024, ' ');
+    for (const auto* name : {"/a.webloc", "/b.webloc", "/c.webloc"}) {
+        files().create(name, weblocWith("https://site.example") + filler);
+    }
+    files().create("/small.webloc", weblocWith("https://site.example"));
+    std::vector<std::string> read;
+    std::vector<std::string> readMeanwhile;
+    files().onReading = [&](const std::string& file) {
+        read.push_back(file);
+        if (read.size() == 1) {
+            for (const auto* name : {"/b.webloc", "/c.webloc", "/small.webloc"}) {
+                delegate()->processWeblocFile(name);
+            }
+            readMeanwhile = read;
+        }
+    };
+    delegate()->processWeblocFile("/a.webloc");
+    EXPECT_THAT(readMeanwhile, ElementsAre("/a.webloc", "/small.webloc"));
+    queues().runUntilIdle();
+    EXPECT_THAT(read, ElementsAre("/a.webloc", "/small.webloc", "/b.webloc", "/c.webloc"));
+}
+
 TEST_F(AppDelegatePipelineTest, OtherPathsAreIgnoredAndNotLogged) {
     for (const auto* other : {"/home/kim/Desktop/a.webloc.tmp", "/home/kim/Desktop/A.WEBLOC",
                               "/home/kim/Desktop/webloc", ""}) {
