@@ -84,8 +84,8 @@ struct LinuxPlatform {
         platform::userLanguages(platform::LanguageSettings::fromEnvironment())};
     platform::SyslogLog log;
     platform::PosixFileManager fileManager;
-    platform::JSONFileUserDefaults userDefaults{std::string(g_get_user_config_dir()) +
-                                                "/glintmark/defaults.json"};
+    platform::JSONFileUserDefaults userDefaults{
+        std::string(g_get_user_config_dir()) + "/glintmark/defaults.json", &log};
     platform::GLibTimers timers;
     platform::LinuxDispatchQueues dispatchQueues;
     platform::InotifyEventStreamFactory eventStreams{log};

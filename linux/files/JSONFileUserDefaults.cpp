@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include "linux/files/ByteEscapes.h"
@@ -47,8 +49,8 @@ struct JSONFileUserDefaults::Content {
     bool mustKeepAside = false;  // the file could not be read: rename it, do not replace it
 };
 
-JSONFileUserDefaults::JSONFileUserDefaults(std::string path)
-    : path_(std::move(path)), content_(std::make_unique<Content>()) {
+JSONFileUserDefaults::JSONFileUserDefaults(std::string path, Log* log)
+    : path_(std::move(path)), log_(log), content_(std::make_unique<Content>()) {
     const auto text = PosixFileManager().contents(path_);
     auto values = text && text->size() <= maximumBytes ? parseObject(*text) : std::nullopt;
     if (values) {
@@ -81,20 +83,28 @@ void JSONFileUserDefaults::set(const std::string& key, const std::vector<std::st
         strings.push_back(escapedAsUTF8(string));
     }
     content_->values[key] = std::move(strings);
-    save();
+    if (!save() && log_ != nullptr) {
+        const auto reason = std::generic_category().message(errno);
+        log_->debug("The settings cannot be written to " + path_ + ": " + reason);
+    }
 }
 
-void JSONFileUserDefaults::save() {
+/// False, with the reason in `errno`, if the file is as before.
+bool JSONFileUserDefaults::save() {
     makeDirectories(path_.substr(0, path_.find_last_of('/')), folderMode);
+    const auto file = fileBehindLinks(path_);
+    if (!file) {
+        return false;
+    }
     if (content_->mustKeepAside) {
-        const bool keptAside = std::rename(path_.c_str(), (path_ + ".bad").c_str()) == 0;
+        const bool keptAside = std::rename(file->c_str(), (*file + ".bad").c_str()) == 0;
         if (!keptAside && errno != ENOENT) {
-            return;
+            return false;
         }
         content_->mustKeepAside = false;
     }
     const auto text = content_->values.dump(indentation) + "\n";
-    writeFileAtomically(path_, text, fileMode, Durability::disk);
+    return writeFileAtomically(*file, text, fileMode, Durability::disk);
 }
 
 }  // namespace glintmark::platform

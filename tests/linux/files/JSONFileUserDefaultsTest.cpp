@@ -39,6 +39,13 @@ private:
 INSTANTIATE_TEST_SUITE_P(JSONFile, UserDefaultsContract,
                          testing::Values(&test::makeSubject<UserDefaultsSubject, JSONFileSubject>));
 
+struct DebugLog : Log {
+    void write(std::string_view line) override { ADD_FAILURE() << line; }
+    void debug(std::string_view line) override { lines.emplace_back(line); }
+
+    std::vector<std::string> lines;
+};
+
 class JSONFileUserDefaultsTest : public testing::Test {
 protected:
     JSONFileUserDefaults open() { return JSONFileUserDefaults(directory_.path(fileName)); }
@@ -55,6 +62,11 @@ protected:
         struct stat status {};
         EXPECT_EQ(::stat(directory_.path(name).c_str(), &status), 0);
         return status.st_mode & 07777U;
+    }
+
+    bool isLink(const std::string& name) {
+        struct stat status {};
+        return ::lstat(directory_.path(name).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
     }
 
     test::TemporaryDirectory directory_;
@@ -152,6 +164,60 @@ TEST_F(JSONFileUserDefaultsTest, AFailedWriteKeepsTheOldFileAndLeavesNoOther) {
     std::size_t names = 0;
     PosixFileManager().contentsOfDirectory(directory_.path("glintmark"), [&](auto) { ++names; });
     EXPECT_EQ(names, 1U);
+}
+
+TEST_F(JSONFileUserDefaultsTest, ASymbolicLinkStaysAndItsFileIsReplaced) {
+    directory_.createDirectories("glintmark");
+    directory_.createDirectories("dotfiles");
+    directory_.write("dotfiles/settings", R"({"other": 1})");
+    directory_.createLink("settings", "dotfiles/inner");
+    directory_.createLink(directory_.path("dotfiles/inner"), fileName);
+    open().set("list", {"a"});
+    EXPECT_TRUE(isLink(fileName));
+    EXPECT_TRUE(isLink("dotfiles/inner"));
+    EXPECT_THAT(directory_.read("dotfiles/settings"), HasSubstr("\"other\": 1"));
+    EXPECT_THAT(open().stringArray("list"), Optional(ElementsAre("a")));
+    EXPECT_EQ(modeOf("dotfiles/settings"), 0600U);
+}
+
+TEST_F(JSONFileUserDefaultsTest, TheFileOfADanglingLinkIsMade) {
+    directory_.createDirectories("glintmark");
+    directory_.createDirectories("dotfiles");
+    directory_.createLink("../dotfiles/settings", fileName);
+    open().set("list", {"a"});
+    EXPECT_TRUE(isLink(fileName));
+    EXPECT_THAT(directory_.read("dotfiles/settings"), HasSubstr("\"a\""));
+}
+
+TEST_F(JSONFileUserDefaultsTest, AnUnreadableFileBehindALinkIsKeptAsideBesideIt) {
+    directory_.createDirectories("glintmark");
+    directory_.createDirectories("dotfiles");
+    directory_.write("dotfiles/settings", "no JSON");
+    directory_.createLink("../dotfiles/settings", fileName);
+    open().set("list", {"a"});
+    EXPECT_TRUE(isLink(fileName));
+    EXPECT_EQ(directory_.read("dotfiles/settings.bad"), "no JSON");
+    EXPECT_THAT(open().stringArray("list"), Optional(ElementsAre("a")));
+}
+
+TEST_F(JSONFileUserDefaultsTest, AFailureLeavesOneDebugLineAndTheChangeIsInForce) {
+    directory_.createDirectories("glintmark");
+    const std::pair<const char*, std::string> rows[] = {
+        {"defaults.json", "Too many levels of symbolic links"},
+        {"missing/settings", "No such file or directory"},
+    };
+    for (const auto& [target, reason] : rows) {
+        directory_.createLink(target, fileName);
+        DebugLog log;
+        JSONFileUserDefaults defaults(directory_.path(fileName), &log);
+        EXPECT_THAT(log.lines, IsEmpty());
+        defaults.set("list", {"a"});
+        EXPECT_THAT(log.lines, ElementsAre("The settings cannot be written to " +
+                                           directory_.path(fileName) + ": " + reason));
+        EXPECT_THAT(defaults.stringArray("list"), Optional(ElementsAre("a")));
+        EXPECT_TRUE(isLink(fileName));
+        ASSERT_EQ(::unlink(directory_.path(fileName).c_str()), 0);
+    }
 }
 
 }  // namespace
