@@ -1,6 +1,8 @@
 #include "linux/statusitem/DBusMenu.h"
 
+#include <algorithm>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include "linux/statusitem/DBusMenuXml.h"
@@ -37,6 +39,8 @@ std::vector<DBusMenuLayout::Id> idsFrom(GVariant* integers) {
     }
     return ids;
 }
+
+bool isClick(std::string_view event) { return event == "clicked"; }
 
 GVariant* idArray(const std::vector<DBusMenuLayout::Id>& ids) {
     return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, ids.data(), ids.size(), sizeof(ids[0]));
@@ -154,32 +158,39 @@ void DBusMenu::event(GVariant* arguments, GDBusMethodInvocation* invocation) {
         return;
     }
     g_dbus_method_invocation_return_value(invocation, nullptr);
-    handleEvent(id, event);
+    if (isClick(event)) {
+        click(id);
+    }
 }
 
 void DBusMenu::eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation) {
     std::vector<Id> unknown;
-    std::vector<std::pair<Id, std::string>> known;
+    std::vector<Id> clicked;
+    bool hasKnown = false;
     GVariantIter* events = nullptr;
     g_variant_get(arguments, "(a(isvu))", &events);
     Id id = 0;
     const char* event = nullptr;
     while (g_variant_iter_next(events, "(i&s@vu)", &id, &event, nullptr, nullptr) != FALSE) {
-        if (layout_.contains(id)) {
-            known.emplace_back(id, event);
-        } else {
+        if (!layout_.contains(id)) {
             unknown.push_back(id);
+            continue;
+        }
+        hasKnown = true;
+        // A user cannot click an entry twice before the panel sends what happened.
+        if (isClick(event) && std::find(clicked.begin(), clicked.end(), id) == clicked.end()) {
+            clicked.push_back(id);
         }
     }
     g_variant_iter_free(events);
 
-    if (known.empty() && !unknown.empty()) {
+    if (!hasKnown && !unknown.empty()) {
         refuse(invocation, unknownEntry);
         return;
     }
     g_dbus_method_invocation_return_value(invocation, g_variant_new("(@ai)", idArray(unknown)));
-    for (const auto& [entry, name] : known) {
-        handleEvent(entry, name);
+    for (const Id entry : clicked) {
+        click(entry);
     }
 }
 
@@ -212,10 +223,7 @@ void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invo
 
 /// The action runs later, from the main loop. It may open a dialog with a nested loop, and the
 /// panel must have its answer before that.
-void DBusMenu::handleEvent(Id id, const std::string& event) {
-    if (event != "clicked") {
-        return;
-    }
+void DBusMenu::click(Id id) {
     clicked_.push_back(id);
     const auto run = [](gpointer data) -> gboolean {
         auto* self = static_cast<DBusMenu*>(data);

@@ -44,7 +44,7 @@ private:
     void aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation) const;
     void aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation) const;
 
-    void handleEvent(Id id, const std::string& event);
+    void click(Id id);
     void runActions();
 
     DBusMenuLayout layout_;

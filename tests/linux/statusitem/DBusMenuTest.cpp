@@ -168,6 +168,21 @@ TEST_F(DBusMenuTest, TheAnswerToAGroupOfEventsListsTheUnknownEntries) {
     EXPECT_EQ(call("EventGroup", "(@a(isvu) [],)").part(0), "[]");
 }
 
+TEST_F(DBusMenuTest, ClicksOfOneGroupOnOneEntryCountOnce) {
+    menu_.setMenu(example());
+    std::string events = "(1, 'hovered', <0>, uint32 0)";
+    for (int i = 0; i < 300; ++i) {
+        events += ", (1, 'clicked', <0>, 0), (1, 'hovered', <0>, 0), (6, 'clicked', <0>, 0)";
+    }
+    EXPECT_EQ(call("EventGroup", ("([" + events + "],)").c_str()).part(0), "[]");
+    ASSERT_TRUE(waitUntil([&] { return clicked_.size() >= 2; }));
+    runPending();
+    EXPECT_THAT(clicked_, ElementsAre("Version", "Quit"));
+    call("EventGroup", "([(1, 'clicked', <0>, uint32 0)],)");
+    call("Event", "(1, 'clicked', <0>, uint32 0)");
+    ASSERT_TRUE(waitUntil([&] { return clicked_.size() >= 4; }));
+}
+
 TEST_F(DBusMenuTest, NothingNeedsUpdatingBeforeItShows) {
     menu_.setMenu(example());
     EXPECT_EQ(call("AboutToShow", "(0,)").part(0), "false");
