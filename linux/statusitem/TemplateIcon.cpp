@@ -1,8 +1,11 @@
 #include "linux/statusitem/TemplateIcon.h"
 
 #include <cairo.h>
+#include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -98,6 +101,13 @@ const std::array<const char*, 3> themeFolders{"/hicolor", "/hicolor/scalable",
                                               "/hicolor/scalable/apps"};
 constexpr mode_t ownerOnly = 0700;
 
+bool isSameFile(int descriptor, const std::string& path) {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(descriptor, &opened) == 0 && ::stat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
 std::string iconFile(const std::string& folder) {
     return folder + themeFolders.back() + "/" + SymbolicIconFolder::iconName + ".svg";
 }
@@ -141,16 +151,35 @@ std::string symbolicSVG(const TemplateImage& image) {
 
 SymbolicIconFolder::SymbolicIconFolder(std::string path, const TemplateImage& image)
     : path_(std::move(path)) {
-    g_mkdir_with_parents((path_ + themeFolders.back()).c_str(), ownerOnly);
     const std::string svg = symbolicSVG(image);
-    if (g_file_set_contents(iconFile(path_).c_str(), svg.data(), static_cast<gssize>(svg.size()),
-                            nullptr) == FALSE) {
+    if (!share() || g_file_set_contents(iconFile(path_).c_str(), svg.data(),
+                                        static_cast<gssize>(svg.size()), nullptr) == FALSE) {
         path_.clear();
     }
 }
 
+/// Makes the folder and takes a shared lock of it.
+bool SymbolicIconFolder::share() {
+    // Another program may remove the folder before the lock is taken, but hardly again and again.
+    constexpr int attempts = 10;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        g_mkdir_with_parents((path_ + themeFolders.back()).c_str(), ownerOnly);
+        lock_ = FileDescriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!lock_) {
+            return false;
+        }
+        // Waits at most while another program removes the folder.
+        if (::flock(lock_.get(), LOCK_SH) == 0 &&
+            g_file_test((path_ + themeFolders.back()).c_str(), G_FILE_TEST_IS_DIR) &&
+            isSameFile(lock_.get(), path_)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 SymbolicIconFolder::~SymbolicIconFolder() {
-    if (path_.empty()) {
+    if (path_.empty() || ::flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
         return;
     }
     g_unlink(iconFile(path_).c_str());

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/graphics/TemplateImage.h"
+#include "base/system/FileDescriptor.h"
 
 namespace glintmark::platform {
 
@@ -19,7 +20,8 @@ std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels)
 /// The image as a symbolic icon that GTK and KDE recolour.
 std::string symbolicSVG(const TemplateImage& image);
 
-/// An icon theme folder with one symbolic icon, on disk while this exists.
+/// An icon theme folder with one symbolic icon, on disk while this exists. The programs of several
+/// sessions of a user share a folder; the last of them removes it.
 class SymbolicIconFolder {
 public:
     static constexpr auto iconName = "glintmark-symbolic";
@@ -33,7 +35,10 @@ public:
     const std::string& path() const { return path_; }
 
 private:
+    bool share();
+
     std::string path_;
+    FileDescriptor lock_;  ///< Of the folder, shared (flock(2)) with all that use it.
 };
 
 }  // namespace glintmark::platform

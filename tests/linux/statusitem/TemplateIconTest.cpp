@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "linux/glib/GLibHandles.h"
 #include "linux/statusitem/TemplateIcon.h"
 #include "tests/support/WholeFile.h"
@@ -78,6 +80,21 @@ TEST(TemplateIconTest, TheIconFolderIsDeletedWithItsOwner) {
         EXPECT_EQ(icon.path(), folder);
         EXPECT_EQ(test::wholeFile(file), symbolicSVG(lowerLeftSquare()));
     }
+    EXPECT_FALSE(g_file_test(folder.c_str(), G_FILE_TEST_EXISTS));
+    EXPECT_EQ(g_rmdir(base.get()), 0);
+}
+
+TEST(TemplateIconTest, TheLastOwnerDeletesTheFolder) {
+    const GStringHandle base(g_dir_make_tmp("glintmark-icon-XXXXXX", nullptr));
+    const std::string folder = std::string(base.get()) + "/icons";
+    const std::string file = folder + "/hicolor/scalable/apps/glintmark-symbolic.svg";
+    auto first = std::make_optional<SymbolicIconFolder>(folder, lowerLeftSquare());
+    auto second = std::make_optional<SymbolicIconFolder>(folder, lowerLeftSquare());
+    auto third = std::make_optional<SymbolicIconFolder>(folder, lowerLeftSquare());
+    second.reset();
+    first.reset();
+    EXPECT_EQ(test::wholeFile(file), symbolicSVG(lowerLeftSquare()));
+    third.reset();
     EXPECT_FALSE(g_file_test(folder.c_str(), G_FILE_TEST_EXISTS));
     EXPECT_EQ(g_rmdir(base.get()), 0);
 }
