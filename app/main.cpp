@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "app/AppDelegate.h"
+#include "base/system/StandardDescriptors.h"
 #include "linux/bundle/EmbeddedBundle.h"
 #include "linux/bundle/UserLanguages.h"
 #include "linux/bus/SessionBus.h"
@@ -172,6 +173,7 @@ void limitAllocator() {
 
 int main() {
     using namespace glintmark;
+    openStandardDescriptors();
     limitAllocator();
     correctFoldersInEnvironment();
     platform::MainLoops loops;

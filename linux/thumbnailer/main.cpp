@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "base/system/StandardDescriptors.h"
 #include "linux/workspace/IconStore.h"
 #include "linux/workspace/IconThumbnail.h"
 
@@ -24,6 +25,7 @@ int edgeFrom(std::string_view text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    glintmark::openStandardDescriptors();
     constexpr int expectedArguments = 4;
     if (argc != expectedArguments) {
         std::fprintf(stderr, "Usage: glintmark-thumbnailer INPUT OUTPUT SIZE\n");

@@ -4,6 +4,8 @@ to run, the network, answers to look-ups, answers of sites."""
 import concurrent.futures
 import contextlib
 import errno
+import os
+import pathlib
 import resource
 import signal
 import subprocess
@@ -12,12 +14,13 @@ import time
 from tests.faults.faults import ALWAYS, HANG, HOLD
 from tests.faults.faulty_program import FaultyProgram
 from tests.harness.answers import picture
+from tests.harness.bare_program import BareProgram
 from tests.harness.image_files import disc_png
 from tests.harness.inotify import SystemLimit
 from tests.harness.log_lines import ICON_SET, NO_ICON, REPORTED
 from tests.harness.sites import MAGENTA
 from tests.harness.steps import check
-from tests.harness.waiting import wait_for
+from tests.harness.waiting import DEADLINE, wait_for
 from tests.harness.web_server import ANY_PATH, NEVER, Answer, SiteServer
 
 ICON = picture(disc_png(32, MAGENTA))
@@ -323,3 +326,29 @@ def silent_sites(options):
         check_ends_once(program, links)
         program.check_ends()
     return f"{len(links)} links, one failure line each, after {seconds:.0f} s"
+
+
+def closed_standard_descriptors(options):
+    """Without them, the program's own files must not get their numbers: what it logs to standard
+    error would go into one of these."""
+    null = os.path.realpath("/dev/null")
+    closing = 'exec "$0" 0<&- 1>&- 2>&-'
+    with BareProgram(options.program, wrapper=("sh", "-c", closing)) as program:
+        process = program.spawn()
+        descriptors = pathlib.Path(f"/proc/{process.pid}/fd")
+
+        def opened():
+            links = {}
+            for entry in descriptors.iterdir():
+                with contextlib.suppress(OSError):
+                    links[entry.name] = os.readlink(entry)
+            return links
+
+        try:
+            wait_for(lambda: any("inotify" in link for link in opened().values()), "the start")
+            standard = {number: link for number, link in opened().items() if int(number) < 3}
+            check(standard == dict.fromkeys("012", null), f"open: {standard}")
+        finally:
+            process.terminate()
+            check(process.wait(DEADLINE) == 0, "did not end by itself")
+            process.stderr.close()
