@@ -37,6 +37,7 @@ STEPS = {  # the longest first
     "waiting": endings.with_silent_sites,
     "looking": endings.in_a_lookup,
     "network": process_faults.network_down,
+    "sessions": endings.of_one_of_two_sessions,
     "closed": process_faults.closed_standard_descriptors,
 }
 

@@ -1,14 +1,18 @@
 """SIGTERM ends the program within a second, whatever it does, and no process of it is left."""
 
+import contextlib
 import os
+import pathlib
 import random
 import signal
+import subprocess
 import time
 
 from tests.faults.faults import ALWAYS, HANG
 from tests.faults.faulty_program import FaultyProgram
 from tests.faults.process_faults import GOOD_SITE, GOOD_SITES, SLOW_SITE
 from tests.faults.settings_faults import Settings
+from tests.harness.bare_program import BareProgram
 from tests.harness.ending import SECOND, check_end, copy_program
 from tests.harness.link_file import write_link
 from tests.harness.log_lines import APPLIED
@@ -21,6 +25,17 @@ from tests.harness.web_server import ANY_PATH, NEVER, Answer, SiteServer
 
 STARTS = 20
 MAXIMUM_START = 0.15  # seconds
+BUS_CONFIGURATION = """<busconfig>
+  <type>session</type>
+  <listen>unix:dir={folder}</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+</busconfig>
+"""
 
 
 class EndingProgram(FaultyProgram):
@@ -129,3 +144,37 @@ def restart(program):
 def set_icon(program, session, name):
     link = write_link(session.downloads / f"{name}.webloc", GOOD_SITE)
     program.wait_until_applied(link)
+
+
+@contextlib.contextmanager
+def private_bus(folder):
+    """Runs a session bus that starts no services, and yields its address."""
+    configuration = folder / "bus.conf"
+    configuration.write_text(BUS_CONFIGURATION.format(folder=folder))
+    command = ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--print-address=1"]
+    pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.DEVNULL}
+    with subprocess.Popen(command, text=True, **pipes) as daemon:
+        try:
+            yield daemon.stdout.readline().strip()
+        finally:
+            daemon.terminate()
+
+
+def of_one_of_two_sessions(options):
+    """Two graphical sessions of one user have a runtime folder in common."""
+    with contextlib.ExitStack() as stack:
+        programs = [stack.enter_context(BareProgram(options.program)) for _ in range(2)]
+        runtime = programs[0].environment["XDG_RUNTIME_DIR"]
+        for program in programs:
+            bus = stack.enter_context(private_bus(program.root))
+            program.environment["DBUS_SESSION_BUS_ADDRESS"] = bus
+            program.environment["XDG_RUNTIME_DIR"] = runtime
+            program.start()
+        folder = pathlib.Path(runtime) / "glintmark"
+        icons = list(folder.rglob("glintmark-symbolic.svg"))
+        check(len(icons) == 1, f"icons while both run: {icons}")
+        check(programs[0].end() == 0, "the first session: status")
+        check(icons[0].exists(), "the first session took the icon of the other")
+        check(programs[1].end() == 0, "the second session: status")
+        check(not folder.exists(), "the icon is left behind")
+    return "two sessions, one icon"

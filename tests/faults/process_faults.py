@@ -352,3 +352,4 @@ def closed_standard_descriptors(options):
             process.terminate()
             check(process.wait(DEADLINE) == 0, "did not end by itself")
             process.stderr.close()
+    return "no standard input, output or error at the start"
