@@ -88,7 +88,7 @@ struct LinuxPlatform {
     platform::JSONFileUserDefaults userDefaults{
         std::string(g_get_user_config_dir()) + "/glintmark/defaults.json", &log};
     platform::GLibTimers timers;
-    platform::LinuxDispatchQueues dispatchQueues;
+    platform::LinuxDispatchQueues dispatchQueues{&log};
     platform::InotifyEventStreamFactory eventStreams{log};
     platform::SandboxedImageDecoder imageDecoder{decoderPath()};
     platform::CurlURLSession urlSession{

@@ -71,7 +71,9 @@ Thread::~Thread() {
     }
 }
 
-bool Thread::isCurrent() const { return joinable_ && pthread_equal(handle_, pthread_self()) != 0; }
+bool Thread::isCurrent() const { return is(pthread_self()); }
+
+bool Thread::is(pthread_t other) const { return joinable_ && pthread_equal(handle_, other) != 0; }
 
 void Thread::join() {
     pthread_join(handle_, nullptr);

@@ -28,6 +28,7 @@ public:
     ~Thread();  ///< Joins, unless already joined or detached.
 
     bool isCurrent() const;
+    bool is(pthread_t other) const;  ///< False once joined or detached.
     void join();
     void detach();
 

@@ -8,11 +8,14 @@
 #include <cstdlib>
 #include <future>
 #include <thread>
+#include <vector>
 
+#include "linux/queues/BlockingSection.h"
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/linux/ProcessState.h"
 #include "tests/linux/Unprivileged.h"
 #include "tests/linux/Waiting.h"
+#include "tests/support/Event.h"
 
 namespace glintmark::platform {
 namespace {
@@ -113,8 +116,8 @@ TEST(ThreadPoolQueueTest, AnEarlierDueTimeOvertakesALaterOne) {
 }
 
 TEST(ThreadPoolQueueTest, LowPriorityIsRelativeToTheMainThreadEvenInNestedPools) {
-    ThreadPoolQueue outer("outer", 1, ThreadPriority::belowMainThread);
-    ThreadPoolQueue inner("inner", 1, ThreadPriority::belowMainThread);
+    ThreadPoolQueue outer("outer", 1, {.priority = ThreadPriority::belowMainThread});
+    ThreadPoolQueue inner("inner", 1, {.priority = ThreadPriority::belowMainThread});
     std::promise<int> niceness;
     outer.async([&] { inner.async([&] { niceness.set_value(getpriority(PRIO_PROCESS, 0)); }); });
     const int nicenessOfMain = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
@@ -160,6 +163,164 @@ TEST(ThreadPoolQueueTest, MayBeDestroyedByTheReleaseOfItsOwnWork) {
     auto* raw = queue.get();
     raw->async([queue = std::move(queue)] {});
     EXPECT_TRUE(waitFor([&] { return watched.expired(); }));
+}
+
+/// Work that is inside a section until it is released, as a call that does not return.
+class HeldWork {
+public:
+    DispatchQueue::Work work() {
+        return [state = state_] {
+            {
+                const BlockingSection section;
+                ++state->inside;
+                EXPECT_TRUE(state->released.wait());
+            }
+            ++state->returned;
+        };
+    }
+    void release() { state_->released.set(); }
+    int inside() const { return state_->inside; }
+    int returned() const { return state_->returned; }
+
+private:
+    struct State {
+        test::Event released;
+        std::atomic<int> inside = 0;
+        std::atomic<int> returned = 0;
+    };
+    std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+TEST(BlockingSectionTest, OtherWorkGoesOnWhileAllThreadsAreInsideSections) {
+    constexpr int maximum = 4;
+    HeldWork held;
+    std::atomic<int> done = 0;
+    std::atomic<int> losses = 0;
+    ThreadPoolQueue queue("pool", maximum, {.onLoss = [&] { ++losses; }});
+    for (int i = 0; i < 3 * maximum; ++i) {
+        queue.async(held.work());
+    }
+    for (int i = 0; i < 100; ++i) {
+        queue.async([&] { ++done; });
+    }
+    EXPECT_TRUE(waitFor([&] { return done == 100; }));
+    EXPECT_EQ(held.inside(), 3 * maximum);
+    EXPECT_GE(losses, 1);
+    held.release();
+    EXPECT_TRUE(waitFor([&] { return held.returned() == 3 * maximum; }));
+}
+
+TEST(BlockingSectionTest, DelayedWorkThatIsDueLaterGoesOnToo) {
+    HeldWork held;
+    test::Event ran;
+    ThreadPoolQueue queue("pool", 1);
+    queue.asyncAfter(300ms, [&] { ran.set(); });
+    queue.async(held.work());
+    EXPECT_TRUE(ran.wait());
+    EXPECT_EQ(held.returned(), 0);
+    held.release();
+    EXPECT_TRUE(waitFor([&] { return held.returned() == 1; }));
+}
+
+TEST(BlockingSectionTest, ASerialQueueNeverRunsTwoPiecesOfWorkAtOnce) {
+    HeldWork held;
+    std::atomic<int> running = 0;
+    std::atomic<int> most = 0;
+    std::atomic<int> done = 0;
+    std::atomic<bool> isReturning = false;
+    ThreadPoolQueue queue("serial", 1);
+    const auto enter = [&] { most = std::max<int>(most, ++running); };
+    const auto leave = [&] {
+        std::this_thread::yield();
+        --running;
+        ++done;
+    };
+    queue.async([&, work = held.work()] {
+        work();
+        isReturning = true;
+        enter();
+        leave();
+    });
+    constexpr int pieces = 2000;
+    for (int i = 0; i < pieces; ++i) {
+        queue.async([&, i] {
+            if (i == 0) {
+                held.release();  // while this work has the only place
+            }
+            enter();
+            leave();
+        });
+    }
+    EXPECT_TRUE(waitFor([&] { return done == pieces + 1; }));
+    EXPECT_TRUE(isReturning);
+    EXPECT_EQ(most, 1);
+}
+
+TEST(BlockingSectionTest, AThreadThatReturnsGetsThePlaceOfOneThatIsLostLater) {
+    HeldWork first;
+    HeldWork second;
+    std::atomic<bool> between = false;
+    ThreadPoolQueue queue("serial", 1);
+    queue.async(first.work());
+    queue.async([&] { between = true; });
+    EXPECT_TRUE(waitFor([&] { return between.load(); }));
+    queue.async(second.work());
+    EXPECT_TRUE(waitFor([&] { return second.inside() == 1; }));
+    first.release();
+    EXPECT_TRUE(waitFor([&] { return first.returned() == 1; }));
+    EXPECT_EQ(second.returned(), 0);
+    second.release();
+    EXPECT_TRUE(waitFor([&] { return second.returned() == 1; }));
+}
+
+TEST(BlockingSectionTest, LostThreadsAreBoundedInNumberAndEndWhenTheyAreNotNeeded) {
+    HeldWork held;
+    std::atomic<bool> ran = false;
+    std::atomic<int> losses = 0;
+    ThreadPoolQueue queue("bounded", 2, {.maximumLostThreads = 3, .onLoss = [&] { ++losses; }});
+    for (int i = 0; i < 20; ++i) {
+        queue.async(held.work());
+    }
+    queue.async([&] { ran = true; });
+    EXPECT_TRUE(waitFor([&] { return held.inside() == 5; }));  // two places and three more
+    EXPECT_EQ(threadsNamed("bounded"), 5U);
+    EXPECT_FALSE(ran);
+    held.release();
+    EXPECT_TRUE(waitFor([&] { return ran.load(); }));
+    EXPECT_TRUE(waitFor([&] { return held.returned() == 20; }));
+    EXPECT_TRUE(waitFor([&] { return threadsNamed("bounded") <= 2; }));
+}
+
+TEST(BlockingSectionTest, ShortSectionsAddNoThreads) {
+    ThreadPoolQueue queue("short", 1);
+    std::atomic<int> done = 0;
+    std::size_t most = 0;
+    for (int i = 0; i < 1000; ++i) {
+        queue.async([&] {
+            { const BlockingSection section; }
+            most = std::max(most, threadsNamed("short"));
+            ++done;
+        });
+    }
+    EXPECT_TRUE(waitFor([&] { return done == 1000; }));
+    EXPECT_LE(most, 2U);  // one stands by
+}
+
+TEST(BlockingSectionTest, AQueueCanBeDestroyedWhileAThreadIsLost) {
+    HeldWork held;
+    {
+        ThreadPoolQueue queue("serial", 1);
+        queue.async(held.work());
+        EXPECT_TRUE(waitFor([&] { return held.inside() == 1; }));
+    }
+    EXPECT_EQ(held.returned(), 0);
+    held.release();
+    EXPECT_TRUE(waitFor([&] { return held.returned() == 1; }));
+}
+
+TEST(BlockingSectionTest, ASectionOnAnyOtherThreadDoesNothing) {
+    const BlockingSection section;
+    SUCCEED();
 }
 
 }  // namespace
