@@ -25,9 +25,11 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr const char* eventQueueLabel = "com.quorvel.Glintmark.fsevents";
+constexpr const char* linkQueueLabel = "link-targets";
 constexpr std::chrono::nanoseconds streamLatency = 1s;
 constexpr std::chrono::nanoseconds debounceDelay = 500ms;
 constexpr std::chrono::nanoseconds pollInterval = 5s;
+constexpr std::chrono::nanoseconds inventoryLimit = 2s;  // of all folders together
 
 std::vector<std::string> foldersToWatch(const std::string& home,
                                         const std::vector<std::string>& paths) {
@@ -69,8 +71,10 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
     watchDirs_ = foldersToWatch(home, paths);
     // The home folder is not watched, but its link files are part of the inventory and of the
     // logged count.
-    FileWatcher::enumerateExistingWeblocsShallow(home);
-    for (const auto& folder : watchDirs_) {
+    std::vector<std::string> folders{home};
+    folders.insert(folders.end(), watchDirs_.begin(), watchDirs_.end());
+    inventory_ = services().fileManager.beginListings(folders, linkFileSuffix, inventoryLimit);
+    for (const auto& folder : folders) {
         FileWatcher::enumerateExistingWeblocsShallow(folder);
     }
     services().log.write("Glintmark: 既存weblocファイル " + std::to_string(knownFiles_.size()) +
@@ -78,10 +82,34 @@ FileWatcher::FileWatcher(const std::vector<std::string>& paths, Callback callbac
     services().log.write("Glintmark: 監視対象ディレクトリ: " + listDescription(watchDirs_));
 }
 
-FileWatcher::~FileWatcher() { FileWatcher::stop(); }
+FileWatcher::~FileWatcher() {
+    FileWatcher::stop();
+    for (const auto& stream : replacedStreams_) {  // while their queue still exists
+        stream->stop();
+        stream->invalidate();
+    }
+}
 
 void FileWatcher::enumerateExistingWeblocsShallow(const std::string& directory) {
-    forEachWebloc(directory, [this](const std::string& path) { knownFiles_.insert(path); });
+    const bool hasAnswered = inventory_->collect(directory, [&](std::string_view name) {
+        knownFiles_.insert(appendPathComponent(directory, name));
+    });
+    if (!hasAnswered) {
+        unlistedFolders_.push_back(directory);
+    }
+}
+
+/// Asks again for the folders that had not answered.
+void FileWatcher::completeInventory() {
+    for (const auto& folder : std::exchange(unlistedFolders_, {})) {
+        enumerateExistingWeblocsShallow(folder);
+    }
+}
+
+bool FileWatcher::isInventoried(const std::string& prefix) const {
+    return std::none_of(unlistedFolders_.begin(), unlistedFolders_.end(), [&](const auto& folder) {
+        return appendPathComponent(folder, "") == prefix;
+    });
 }
 
 void FileWatcher::start() {
@@ -103,6 +131,9 @@ void FileWatcher::startStream() {
             }
         }
     };
+    if (stream_) {
+        replacedStreams_.push_back(std::move(stream_));
+    }
     stream_ = services().eventStreams.create(watchDirs_, streamLatency, std::move(handler));
     if (stream_) {
         stream_->setDispatchQueue(*eventQueue_);
@@ -149,15 +180,72 @@ void FileWatcher::armDebounce() {
 }
 
 void FileWatcher::processPendingDirs() {
-    for (const auto& directory : std::exchange(pendingDirs_, {})) {
+    const auto pending = std::exchange(pendingDirs_, {});
+    dirsToScan_.insert(dirsToScan_.end(), pending.begin(), pending.end());
+    scanAll();
+}
+
+/// A scan may wait for its file system while the queue does other work. So the directories behind
+/// it are not held on the stack: the next pass or poll scans them.
+void FileWatcher::scanAll() {
+    while (!dirsToScan_.empty()) {
+        const auto directory = std::move(dirsToScan_.front());
+        dirsToScan_.pop_front();
         scanDirectoryShallow(directory);
     }
 }
 
 void FileWatcher::scanDirectoryShallow(const std::string& directory) {
-    forEachWebloc(directory, [this](const std::string& path) {
-        if (!knownFiles_.find(path) && services().fileManager.fileExists(path)) {
+    const auto prefix = appendPathComponent(directory, "");
+    if (!isInventoried(prefix)) {
+        return;
+    }
+    const auto [scan, isOnlyOne] = scans_.try_emplace(prefix, Scan::once);
+    if (!isOnlyOne) {
+        scan->second = Scan::again;  // the earlier one still waits for the file system
+        return;
+    }
+    do {
+        scans_.at(prefix) = Scan::once;
+        forEachWebloc(directory, [this](const std::string& path) { look(path); });
+    } while (scans_.at(prefix) == Scan::again);
+    scans_.erase(prefix);
+}
+
+void FileWatcher::look(const std::string& path) {
+    if (knownFiles_.find(path)) {
+        return;
+    }
+    switch (services().fileManager.entry(path)) {
+        case platform::Entry::none:
+            break;
+        case platform::Entry::link:
+            followLink(path);
+            break;
+        case platform::Entry::other:
             report(path);
+            break;
+    }
+}
+
+/// The target may be on another file system, which must not hold up the scan.
+void FileWatcher::followLink(const std::string& path) {
+    if (!followedLinks_.insert(path).second) {
+        return;  // the earlier look at its target has not ended
+    }
+    if (linkQueue_ == nullptr) {
+        linkQueue_ = services().dispatchQueues.makeSerial(linkQueueLabel);
+    }
+    linkQueue_->async([weak = weak_from_this(), path] {
+        const bool exists = services().fileManager.fileExists(path);
+        if (auto self = weak.lock()) {
+            auto& queue = *self->eventQueue_;
+            queue.async([self = std::move(self), path, exists] {
+                self->followedLinks_.erase(path);
+                if (exists && !self->knownFiles_.find(path)) {
+                    self->report(path);
+                }
+            });
         }
     });
 }
@@ -170,9 +258,9 @@ void FileWatcher::report(const std::string& path) {
 }
 
 void FileWatcher::pollWatchDirs() {
-    for (const auto& folder : watchDirs_) {
-        scanDirectoryShallow(folder);
-    }
+    completeInventory();
+    dirsToScan_.insert(dirsToScan_.end(), watchDirs_.begin(), watchDirs_.end());
+    scanAll();
 }
 
 void FileWatcher::stop() {

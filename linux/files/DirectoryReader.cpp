@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "linux/queues/BlockingSection.h"
+
 namespace glintmark::platform {
 
 namespace {
@@ -40,6 +42,7 @@ bool DirectoryReader::next(Entry& entry) {
 }
 
 bool DirectoryReader::fill() {
+    const BlockingSection section;
     const auto bytes = ::getdents64(descriptor_, buffer_.get(), bufferBytes);
     failed_ = bytes < 0;
     position_ = 0;

@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/files/DirectoryReader.h"
 #include "linux/files/HeldFile.h"
 #include "linux/files/WholeFile.h"
+#include "linux/queues/BlockingSection.h"
 
 namespace glintmark::platform {
 
@@ -63,6 +65,17 @@ std::string homeInPasswordDatabase() {
     return found != nullptr && found->pw_dir[0] == '/' ? found->pw_dir : "/";
 }
 
+/// `open` and `close` may wait for a file system, too.
+FileDescriptor openInSection(const std::string& path, int flags) {
+    const BlockingSection section;
+    return FileDescriptor(::open(path.c_str(), flags));
+}
+
+void closeInSection(FileDescriptor descriptor) {
+    const BlockingSection section;
+    const FileDescriptor closed = std::move(descriptor);
+}
+
 }  // namespace
 
 std::string PosixFileManager::homeDirectoryForCurrentUser() {
@@ -73,7 +86,7 @@ std::string PosixFileManager::homeDirectoryForCurrentUser() {
 
 bool PosixFileManager::contentsOfDirectory(
     const std::string& directory, const std::function<void(std::string_view name)>& visit) {
-    const FileDescriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    auto descriptor = openInSection(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (!descriptor) {
         return false;
     }
@@ -83,15 +96,36 @@ bool PosixFileManager::contentsOfDirectory(
     while (reader.next(entry)) {
         visit(entry.name);
     }
+    closeInSection(std::move(descriptor));
     return !reader.failed();
 }
 
+std::unique_ptr<Listings> PosixFileManager::beginListings(std::span<const std::string> directories,
+                                                          std::string_view suffix,
+                                                          std::chrono::nanoseconds limit) {
+    return std::make_unique<ThreadedListings>(listingThreads_, directories, suffix, limit);
+}
+
+Entry PosixFileManager::entry(const std::string& path) {
+    const BlockingSection section;
+    struct statx status {};
+    // The flags beside AT_SYMLINK_NOFOLLOW: if `path` is a mount point, the file system that is
+    // mounted there is not asked, nor is it mounted now.
+    const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+    if (::statx(AT_FDCWD, path.c_str(), flags, STATX_TYPE, &status) != 0) {
+        return Entry::none;
+    }
+    return S_ISLNK(status.stx_mode) ? Entry::link : Entry::other;
+}
+
 bool PosixFileManager::fileExists(const std::string& path) {
+    const BlockingSection section;
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0;
 }
 
 std::size_t PosixFileManager::fileSize(const std::string& path) {
+    const BlockingSection section;
     struct stat status {};
     const bool isFile = ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
     return isFile ? static_cast<std::size_t>(status.st_size) : 0;
@@ -99,6 +133,7 @@ std::size_t PosixFileManager::fileSize(const std::string& path) {
 
 std::optional<std::string> PosixFileManager::contents(const std::string& path,
                                                       FileIdentity* identity) {
+    const BlockingSection section;
     FileDescriptor descriptor(::open(path.c_str(), readingFlags | O_NOFOLLOW));
     const bool isThroughLink = !descriptor && errno == ELOOP;
     if (isThroughLink) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+
+#include "linux/files/ThreadedListings.h"
 #include "platform/FileManager.h"
 
 namespace glintmark::platform {
@@ -11,10 +14,17 @@ public:
     std::string homeDirectoryForCurrentUser() override;
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view name)>& visit) override;
+    std::unique_ptr<Listings> beginListings(std::span<const std::string> directories,
+                                            std::string_view suffix,
+                                            std::chrono::nanoseconds limit) override;
+    Entry entry(const std::string& path) override;
     bool fileExists(const std::string& path) override;
     std::size_t fileSize(const std::string& path) override;
     std::optional<std::string> contents(const std::string& path,
                                         FileIdentity* identity = nullptr) override;
+
+private:
+    const std::shared_ptr<ListingThreads> listingThreads_ = std::make_shared<ListingThreads>();
 };
 
 }  // namespace glintmark::platform

@@ -29,11 +29,8 @@ TreeWatches::TreeWatches(Inotify inotify, std::vector<std::string> folders, Debu
     : inotify_(std::move(inotify)),
       tree_(std::move(folders)),
       cutoff_(ChangeCutoff::stampNow()),
-      logDebug_(std::move(logDebug)) {
-    for (const auto& folder : tree_.folders()) {
-        foldersAtFirst_.push_back(identityOf(statusOf(AT_FDCWD, folder, 0)));
-    }
-}
+      foldersAtFirst_(folderIdentities(tree_.folders())),
+      logDebug_(std::move(logDebug)) {}
 
 void TreeWatches::watchFolders() {
     // All folders before any tree, so that a huge tree cannot use up the watches of the others.
@@ -59,7 +56,8 @@ void TreeWatches::watchFolder(std::size_t folder, Walk walk) {
     tree_.setFolderWatch(folder, watch);
     tree_.setSeen(watch, true);
     const auto status = statusOf(AT_FDCWD, path, 0);
-    if (walk == Walk::initial && identityOf(status) != foldersAtFirst_[folder]) {
+    const auto& first = foldersAtFirst_[folder];
+    if (walk == Walk::initial && first && identityOf(status) != *first) {
         walk = Walk::moved;  // time stamps do not show that a directory above it was moved
     }
     if (walk != Walk::initial) {

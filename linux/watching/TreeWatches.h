@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +14,7 @@
 
 #include "linux/files/DirectoryReader.h"
 #include "linux/watching/ChangeCutoff.h"
+#include "linux/watching/FolderIdentities.h"
 #include "linux/watching/Inotify.h"
 #include "linux/watching/WatchTree.h"
 #include "platform/EventStream.h"
@@ -95,7 +95,7 @@ private:
     static constexpr std::chrono::seconds minimumRetryPause{1};
     static constexpr std::chrono::seconds maximumRetryPause = std::chrono::hours(1);
 
-    using Identity = std::array<std::uint64_t, 3>;  // device and inode; zeros when nothing is there
+    using Identity = FolderIdentity;
 
     static struct statx statusOf(int descriptor, const std::string& path, int flags);
     static struct statx statusIn(const Place& place, const std::string& name);
@@ -132,7 +132,7 @@ private:
     Inotify inotify_;
     WatchTree tree_;
     ChangeCutoff cutoff_;
-    std::vector<Identity> foldersAtFirst_;
+    std::vector<std::optional<Identity>> foldersAtFirst_;
     DebugLogger logDebug_;
     DirectoryReader reader_;
     std::deque<WalkStep> walks_;   // the directories that are still to be walked

@@ -46,9 +46,52 @@ bool FakeFileManager::contentsOfDirectory(const std::string& directory,
     return true;
 }
 
-bool FakeFileManager::fileExists(const std::string& path) {
+/// Lists when it is asked for the names.
+class FakeFileManager::FakeListings final : public platform::Listings {
+public:
+    FakeListings(FakeFileManager& files, std::string_view suffix)
+        : files_(files), suffix_(suffix) {}
+
+    bool collect(const std::string& directory,
+                 const std::function<void(std::string_view)>& visit) override {
+        if (files_.silent_.contains(directory)) {
+            return false;
+        }
+        files_.contentsOfDirectory(directory, [&](std::string_view name) {
+            if (name.ends_with(suffix_)) {
+                visit(name);
+            }
+        });
+        return true;
+    }
+
+private:
+    FakeFileManager& files_;
+    std::string suffix_;
+};
+
+std::unique_ptr<platform::Listings> FakeFileManager::beginListings(
+    std::span<const std::string> /*directories*/, std::string_view suffix,
+    std::chrono::nanoseconds limit) {
+    listingLimit_ = limit;
+    return std::make_unique<FakeListings>(*this, suffix);
+}
+
+platform::Entry FakeFileManager::entry(const std::string& path) {
     existenceTests_.push_back(path);
-    return nodes_.contains(withoutTrailingSlashes(path));
+    const auto node = nodes_.find(withoutTrailingSlashes(path));
+    if (node == nodes_.end()) {
+        return platform::Entry::none;
+    }
+    return node->second.target ? platform::Entry::link : platform::Entry::other;
+}
+
+bool FakeFileManager::fileExists(const std::string& path) {
+    if (onFollowing) {
+        onFollowing(path);
+    }
+    const auto node = nodes_.find(withoutTrailingSlashes(path));
+    return node != nodes_.end() && (!node->second.target || fileExists(*node->second.target));
 }
 
 std::size_t FakeFileManager::fileSize(const std::string& path) {
@@ -78,6 +121,10 @@ void FakeFileManager::setHome(const std::string& path) {
 
 void FakeFileManager::create(const std::string& path, std::string bytes) {
     enter(path, false).bytes = std::move(bytes);
+}
+
+void FakeFileManager::createLink(const std::string& path, const std::string& target) {
+    enter(path, false).target = target;
 }
 
 void FakeFileManager::createDirectory(const std::string& path) { enter(path, true); }

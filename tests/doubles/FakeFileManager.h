@@ -1,11 +1,14 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +26,10 @@ public:
     std::string homeDirectoryForCurrentUser() override { return home_; }
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view)>& visit) override;
+    std::unique_ptr<platform::Listings> beginListings(std::span<const std::string> directories,
+                                                      std::string_view suffix,
+                                                      std::chrono::nanoseconds limit) override;
+    platform::Entry entry(const std::string& path) override;
     bool fileExists(const std::string& path) override;
     std::size_t fileSize(const std::string& path) override;
     std::optional<std::string> contents(const std::string& path,
@@ -33,6 +40,7 @@ public:
     /// Makes a file or a folder, and missing parent folders.
     void create(const std::string& path, std::string bytes = "");
     void createDirectory(const std::string& path);
+    void createLink(const std::string& path, const std::string& target);  ///< Symbolic.
     void remove(const std::string& path);                         ///< With everything below it.
     void rename(const std::string& from, const std::string& to);  ///< Of a file.
 
@@ -41,11 +49,18 @@ public:
     /// The next listing of its folder still names the file, but the file is gone.
     void vanishOnceListed(const std::string& path) { vanishing_.insert(path); }
 
+    /// Listings of this directory that `beginListings` begins do not end, until `answer()`.
+    void stopAnswering(const std::string& directory) { silent_.insert(directory); }
+    void answer(const std::string& directory) { silent_.erase(directory); }
+
+    /// The time limit of the latest `beginListings`.
+    std::chrono::nanoseconds listingLimit() const { return listingLimit_; }
+
     std::size_t listings(const std::string& directory) const;
     std::vector<std::string> allListings() const { return listings_; }  ///< As requested.
     void forgetListings() { listings_.clear(); }
 
-    /// The paths given to `fileExists`, in order.
+    /// The paths given to `entry`, in order.
     const std::vector<std::string>& existenceTests() const { return existenceTests_; }
 
     /// Called at the beginning of each listing.
@@ -53,6 +68,8 @@ public:
 
     /// Called at the beginning of each reading of a file's contents.
     std::function<void(const std::string& path)> onReading;
+    /// Called at the beginning of each `fileExists`.
+    std::function<void(const std::string& path)> onFollowing;
 
 private:
     struct Node {
@@ -60,8 +77,11 @@ private:
         bool isReadable = true;
         std::uint64_t inode = 0;
         std::string bytes;
-        std::vector<std::string> names;  // of a directory's entries
+        std::optional<std::string> target;  // of a symbolic link
+        std::vector<std::string> names;     // of a directory's entries
     };
+
+    class FakeListings;
 
     bool listWhileSomeVanish(const std::string& path,
                              const std::function<void(std::string_view)>& visit);
@@ -71,6 +91,8 @@ private:
     std::map<std::string, Node> nodes_;  // by path without a trailing slash
     std::uint64_t lastInode_ = 0;
     std::set<std::string> vanishing_;
+    std::set<std::string> silent_;
+    std::chrono::nanoseconds listingLimit_{};
     std::vector<std::string> listings_;
     std::vector<std::string> existenceTests_;
 };

@@ -24,6 +24,9 @@ public:
         manager_.create(path, bytes);
     }
     void createDirectory(const std::string& path) override { manager_.createDirectory(path); }
+    void createLink(const std::string& path, const std::string& target) override {
+        manager_.createLink(path, target);
+    }
     void remove(const std::string& path) override { manager_.remove(path); }
 
 private:

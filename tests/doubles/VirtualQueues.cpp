@@ -118,7 +118,7 @@ void VirtualQueues::advance(nanoseconds duration) {
     const auto end = now_ + duration;
     while (runNext(end)) {
     }
-    now_ = end;
+    now_ = std::max(now_, end);  // work that ran may have let more time pass
 }
 
 void VirtualQueues::runUntilIdle() {

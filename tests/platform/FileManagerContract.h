@@ -20,6 +20,7 @@ public:
     virtual std::string folder() = 0;
     virtual void createFile(const std::string& path, const std::string& bytes) = 0;
     virtual void createDirectory(const std::string& path) = 0;
+    virtual void createLink(const std::string& path, const std::string& target) = 0;
     virtual void remove(const std::string& path) = 0;
 };
 
@@ -85,6 +86,33 @@ TEST_P(FileManagerContract, FilesAndDirectoriesExistUntilTheyAreRemoved) {
     EXPECT_FALSE(manager().fileExists(path("missing")));
     subject().remove(path("file"));
     EXPECT_FALSE(manager().fileExists(path("file")));
+}
+
+TEST_P(FileManagerContract, EntriesAreThereUntilTheyAreRemoved) {
+    subject().createFile(path("file"), "");
+    subject().createDirectory(path("directory"));
+    subject().createLink(path("link"), path("missing"));
+    EXPECT_EQ(manager().entry(path("file")), Entry::other);
+    EXPECT_EQ(manager().entry(path("directory")), Entry::other);
+    EXPECT_EQ(manager().entry(path("link")), Entry::link);
+    EXPECT_FALSE(manager().fileExists(path("link")));
+    EXPECT_EQ(manager().entry(path("missing")), Entry::none);
+    subject().remove(path("file"));
+    EXPECT_EQ(manager().entry(path("file")), Entry::none);
+}
+
+TEST_P(FileManagerContract, ListsSeveralDirectoriesEachOnce) {
+    subject().createFile(path("one/a.x"), "");
+    subject().createFile(path("one/b.y"), "");
+    subject().createFile(path("two/c.x"), "");
+    const std::vector<std::string> directories{path("one"), path("two"), path("missing"), ""};
+    const auto listings = manager().beginListings(directories, ".x", std::chrono::minutes(1));
+    std::vector<std::string> found;
+    for (const auto& directory : directories) {
+        EXPECT_TRUE(
+            listings->collect(directory, [&](std::string_view name) { found.emplace_back(name); }));
+    }
+    EXPECT_THAT(found, testing::ElementsAre("a.x", "c.x"));
 }
 
 TEST_P(FileManagerContract, ReadsAFileAndItsSize) {

@@ -3,11 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 
 #include "linux/files/PosixFileManager.h"
+#include "linux/queues/LinuxDispatchQueues.h"
 #include "tests/linux/Unprivileged.h"
+#include "tests/linux/Waiting.h"
 #include "tests/platform/FileManagerContract.h"
+#include "tests/support/Event.h"
+#include "tests/support/SilentMount.h"
 #include "tests/support/Subject.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -23,6 +28,9 @@ public:
     }
     void createDirectory(const std::string& path) override {
         directory_.createDirectories(relative(path));
+    }
+    void createLink(const std::string& path, const std::string& target) override {
+        directory_.createLink(target, relative(path));
     }
     void remove(const std::string& path) override { directory_.remove(relative(path)); }
 
@@ -174,6 +182,50 @@ TEST_F(PosixFileManagerTest, AFileLargerThanTheMemoryHasNoContents) {
     ASSERT_EQ(::truncate(directory_.path("sparse").c_str(), off_t{1} << 42U), 0);
     EXPECT_EQ(manager_.contents(directory_.path("sparse")), std::nullopt);
     EXPECT_EQ(manager_.fileSize(directory_.path("sparse")), std::size_t{1} << 42U);
+}
+
+TEST_F(PosixFileManagerTest, AMountPointIsThereThoughItsFileSystemDoesNotAnswer) {
+    directory_.createDirectories("mount.webloc");
+    const auto mount = test::SilentMount::make(directory_.path("mount.webloc"));
+    if (mount == nullptr) {
+        GTEST_SKIP() << "needs the right to mount, and /dev/fuse";
+    }
+    mount->stopAnswering(test::SilentMount::Call::attributes);
+    EXPECT_EQ(manager_.entry(directory_.path("mount.webloc")), Entry::other);
+}
+
+TEST_F(PosixFileManagerTest, OtherFilesAreReadWhileReadingManyHangs) {
+    constexpr std::size_t dead = 20;  // more than the global queue has threads
+    directory_.createDirectories("mount");
+    const auto mount = test::SilentMount::make(directory_.path("mount"));
+    if (mount == nullptr) {
+        GTEST_SKIP() << "needs the right to mount, and /dev/fuse";
+    }
+    for (const auto call : {test::SilentMount::Call::openFile, test::SilentMount::Call::read}) {
+        mount->stopAnswering(call);
+        std::atomic<std::size_t> done = 0;
+        LinuxDispatchQueues queues;
+        auto& global = queues.global(QualityOfService::userInitiated);
+        for (std::size_t i = 0; i < dead; ++i) {
+            const auto name = std::to_string(static_cast<int>(call)) + "-" + std::to_string(i);
+            mount->addFile(name, "x");
+            global.async([&, path = directory_.path("mount/" + name)] {
+                EXPECT_EQ(manager_.contents(path, 10), "x");
+                ++done;
+            });
+        }
+        test::Event isRead;
+        directory_.write("file", "x");
+        global.async([&] {
+            EXPECT_EQ(manager_.contents(directory_.path("file"), 10), "x");
+            isRead.set();
+        });
+        EXPECT_TRUE(isRead.wait());
+        EXPECT_EQ(mount->hanging(), dead);
+        EXPECT_EQ(done, 0U);
+        mount->answer();
+        EXPECT_TRUE(waitFor([&] { return done == dead; }));
+    }
 }
 
 }  // namespace
