@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -34,6 +35,7 @@ using bench::Milliseconds;
 constexpr int rounds = 7;
 constexpr int directoriesInEach = 8;
 constexpr int filesInEach = 3;
+constexpr std::uint32_t events = IN_CREATE | IN_DELETE | IN_MOVE | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF;
 constexpr double maximumRatio = 1.2;
 
 /// Makes `count` directories, breadth first; each holds `directoriesInEach` of them and some files.
@@ -54,7 +56,7 @@ void makeTree(const std::string& folder, int count) {
 /// The minimum that watching takes: open, read and watch each directory.
 std::size_t bareWatch(int inotify, std::string& path) {
     std::size_t count = 1;
-    ::inotify_add_watch(inotify, path.c_str(), IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF);
+    ::inotify_add_watch(inotify, path.c_str(), events);
     DIR* const directory = ::opendir(path.c_str());
     const auto length = path.size();
     while (const dirent* entry = ::readdir(directory)) {

@@ -135,18 +135,20 @@ void AncestorWatches::dropUnusedWatches() {
     });
 }
 
-std::set<std::size_t> AncestorWatches::readChanged() {
-    std::set<std::size_t> changed;
+AncestorWatches::Changed AncestorWatches::readChanged() {
+    Changed changed;
     inotify_.read([&](const InotifyEvent& event) { noteChanged(event, changed); });
     return changed;
 }
 
-void AncestorWatches::noteChanged(const InotifyEvent& event, std::set<std::size_t>& changed) {
-    const bool lostTrack = (event.mask & IN_Q_OVERFLOW) != 0;
+void AncestorWatches::noteChanged(const InotifyEvent& event, Changed& changed) {
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        changed.lostEvents = true;
+    }
     const bool isSelf = (event.mask & selfEvents) != 0 || event.name.empty();
     for (const auto& step : steps_) {
-        if (lostTrack || (step.watch == event.watch && (isSelf || step.next == event.name))) {
-            changed.insert(step.index);
+        if (step.watch == event.watch && (isSelf || step.next == event.name)) {
+            changed.paths.insert(step.index);
         }
     }
     if ((event.mask & IN_IGNORED) != 0) {

@@ -23,9 +23,14 @@ public:
     /// Watches the way to path number `index` as it is now. Changes from this call on are noticed.
     void arm(std::size_t index);
 
-    /// The numbers of the paths that may resolve to another directory now. Each must be armed
-    /// again.
-    std::set<std::size_t> readChanged();
+    struct Changed {
+        /// The numbers of the paths that may resolve to another directory now. Each must be armed
+        /// again.
+        std::set<std::size_t> paths;
+        bool lostEvents = false;  ///< The queue overflowed, so this may be true of any path.
+    };
+
+    Changed readChanged();
 
 private:
     /// One directory on the way to a path.
@@ -39,7 +44,7 @@ private:
     int watchStep(const std::string& directory, std::size_t index, std::string_view next);
     void addPermissionChanges(const std::string& directory);
     void dropUnusedWatches();
-    void noteChanged(const InotifyEvent& event, std::set<std::size_t>& changed);
+    void noteChanged(const InotifyEvent& event, Changed& changed);
 
     Inotify inotify_;
     std::vector<std::string> paths_;

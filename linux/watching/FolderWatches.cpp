@@ -58,8 +58,12 @@ void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
     if (const auto retryAt = trees_.retryAt()) {
         end = std::min(end.value_or(*retryAt), *retryAt);
     }
+    if (gathers_) {
+        const auto gathered = Clock::now() + gatheringTime;
+        end = std::min(end.value_or(gathered), gathered);
+    }
     std::array<pollfd, 4> sources = {{{mounts_.descriptor(), POLLPRI, 0},
-                                      {trees_.descriptor(), POLLIN, 0},
+                                      {gathers_ ? -1 : trees_.descriptor(), POLLIN, 0},
                                       {ancestors_.descriptor(), POLLIN, 0},
                                       {descriptor, POLLIN, 0}}};
     const auto left = timeUntil(end.value_or(Clock::time_point()));
@@ -67,18 +71,13 @@ void FolderWatches::wait(int descriptor, std::optional<Clock::time_point> end) {
     if (sources[0].revents != 0) {
         handleMounts();
     }
-    for (const auto folder : ancestors_.readChanged()) {
-        rewatch(folder);
-    }
-    trees_.readEvents();
+    handleAncestors();
+    gathers_ = trees_.readEvents();
 }
 
 void FolderWatches::handleMounts() {
     if (isConcernedBy(mounts_.readChanged())) {
-        trees_.walkAgain();
-        for (std::size_t i = 0; i < folders_.size(); ++i) {
-            rewatch(i);
-        }
+        rewatchAll();
     }
 }
 
@@ -93,9 +92,22 @@ bool FolderWatches::isConcernedBy(const std::vector<std::string>& mountPoints) c
            });
 }
 
-void FolderWatches::rewatch(std::size_t folder) {
-    ancestors_.arm(folder);
-    trees_.rewatchFolder(folder);
+void FolderWatches::handleAncestors() {
+    const auto changed = ancestors_.readChanged();
+    if (changed.lostEvents) {
+        rewatchAll();
+    }
+    for (const auto folder : changed.paths) {
+        ancestors_.arm(folder);
+        trees_.rewatchFolder(folder);
+    }
+}
+
+void FolderWatches::rewatchAll() {
+    for (std::size_t i = 0; i < folders_.size(); ++i) {
+        ancestors_.arm(i);
+    }
+    trees_.rewatchAll();
 }
 
 }  // namespace glintmark::platform

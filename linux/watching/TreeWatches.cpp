@@ -1,6 +1,7 @@
 #include "linux/watching/TreeWatches.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -16,9 +17,10 @@ namespace glintmark::platform {
 
 namespace {
 
-// IN_MOVE_SELF: the directory was moved. The kernel also always sends IN_IGNORED: the directory was
-// removed. The tree needs no other events to stay correct.
-constexpr std::uint32_t watchedEvents = IN_CREATE | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR;
+// IN_MOVE_SELF: the directory itself was moved. The kernel also always sends IN_IGNORED: the
+// directory was removed. Without IN_MODIFY a long download costs nothing until it ends.
+constexpr std::uint32_t watchedEvents = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE |
+                                        IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_ONLYDIR;
 
 /// Errors that a retry does not cure. ENOSPC (no watches left) has a log line.
 constexpr std::array lastingErrors = {ENOENT, ENOTDIR, EACCES, EPERM, ELOOP, ENAMETOOLONG, ENOSPC};
@@ -39,20 +41,27 @@ void TreeWatches::watchFolders() {
     }
 }
 
-void TreeWatches::rewatchFolder(std::size_t folder) {
-    watchFolder(folder, walksAgain_ ? Walk::again : Walk::moved);
+void TreeWatches::rewatchAll() {
+    walkAgain();
+    for (std::size_t i = 0; i < tree_.folders().size(); ++i) {
+        watchFolder(i, Walk::again);
+    }
 }
 
 void TreeWatches::watchFolder(std::size_t folder, Walk walk) {
     const auto& path = tree_.folders()[folder];
     const auto watch = watchDirectory(path, 0);
-    if (watch != tree_.folderWatch(folder)) {
+    const bool isReplaced = watch != tree_.folderWatch(folder);
+    if (isReplaced) {
         releaseFolder(folder);
     }
     if (watch == WatchTree::noWatch) {
         return;
     }
     const bool isNew = tree_.add(watch);
+    if (walk == Walk::again && isReplaced && !isNew) {
+        walk = Walk::moved;  // it was watched elsewhere
+    }
     tree_.setFolderWatch(folder, watch);
     tree_.setSeen(watch, true);
     const auto status = statusOf(AT_FDCWD, path, 0);
@@ -96,10 +105,15 @@ TreeWatches::Watch TreeWatches::watchDirectory(const std::string& path, std::uin
     return WatchTree::noWatch;
 }
 
-void TreeWatches::readEvents() {
+bool TreeWatches::readEvents() {
     const auto before = ChangeCutoff::stampNow();
-    inotify_.read([this](const InotifyEvent& event) { handle(event); });
+    bool hasRead = false;
+    inotify_.read([&](const InotifyEvent& event) {
+        hasRead = true;
+        handle(event);
+    });
     cutoff_.noteQuiet(before);
+    return hasRead;
 }
 
 void TreeWatches::handle(const InotifyEvent& event) {
@@ -108,11 +122,13 @@ void TreeWatches::handle(const InotifyEvent& event) {
     } else if (!tree_.contains(event.watch)) {
         return;  // the watch was removed
     } else if ((event.mask & IN_IGNORED) != 0) {
-        tree_.remove(event.watch);
+        forget(event.watch);
     } else if ((event.mask & IN_UNMOUNT) != 0) {
         handleUnmount(event.watch);
     } else if ((event.mask & IN_MOVE_SELF) != 0) {
         handleMove(event.watch);
+    } else if (event.name.empty()) {
+        handleOwnAttributes(event.watch);
     } else {
         handleName(event);
     }
@@ -120,10 +136,31 @@ void TreeWatches::handle(const InotifyEvent& event) {
 
 void TreeWatches::handleName(const InotifyEvent& event) {
     report(event.watch);
-    if ((event.mask & IN_ISDIR) != 0) {
+    // A directory with other attributes may be readable only now.
+    constexpr std::uint32_t arrivals = IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
+    if ((event.mask & IN_ISDIR) != 0 && (event.mask & arrivals) != 0) {
         const bool isMove = (event.mask & IN_MOVED_TO) != 0;
         visitIn(event.watch, std::string(event.name), isMove ? Walk::moved : Walk::arrived);
     }
+}
+
+/// The receiver could list nothing in a directory, or below it, while it was closed. So when it is
+/// open again, everything in it counts as changed.
+void TreeWatches::handleOwnAttributes(Watch watch) {
+    report(watch);
+    if (!noteIfClosed(watch, tree_.anyPath(watch)) && closed_.erase(watch) > 0) {
+        walks_.push_back({watch, Walk::moved});
+    }
+}
+
+/// True if the user may not read or search the directory now.
+bool TreeWatches::noteIfClosed(Watch watch, const std::string& path) {
+    const bool isClosed =
+        ::faccessat(AT_FDCWD, path.c_str(), R_OK | X_OK, AT_EACCESS) != 0 && errno == EACCES;
+    if (isClosed) {
+        closed_.insert(watch);
+    }
+    return isClosed;
 }
 
 /// The file system, not the events, decides which links of a moved directory still hold: the events
@@ -148,7 +185,7 @@ void TreeWatches::handleMove(Watch watch) {
 
 void TreeWatches::handleUnmount(Watch watch) {
     const auto links = tree_.links(watch);
-    tree_.remove(watch);
+    forget(watch);
     for (const auto& [parent, name] : links) {
         visitIn(parent, name, Walk::arrived);  // the directory that the mount hid
     }
@@ -185,7 +222,8 @@ std::vector<DirectoryEvent> TreeWatches::takeChanges() {
         changes.push_back({tree_.folders().front(), mustScanSubDirs});
     }
     std::unordered_set<std::string> taken;
-    for (const auto watch : std::exchange(reported_, {})) {
+    auto directories = std::exchange(reported_, {});
+    for (const auto watch : directories) {
         if (!tree_.contains(watch) || !tree_.isReported(watch)) {
             continue;
         }
@@ -196,6 +234,11 @@ std::vector<DirectoryEvent> TreeWatches::takeChanges() {
             }
         }
     }
+    const auto now = Clock::now();
+    while (!delivered_.empty() && delivered_.front().time + maximumListingDelay < now) {
+        delivered_.pop_front();
+    }
+    delivered_.push_back({now, std::move(directories)});
     return changes;
 }
 
@@ -204,6 +247,18 @@ void TreeWatches::report(Watch watch) {
         tree_.setReported(watch, true);
         reported_.push_back(watch);
         markPending();
+    }
+}
+
+/// If a directory was away while the receiver wanted to list it, and the event of its return was
+/// lost, nothing else leads to the files in it.
+void TreeWatches::reportDeliveredAgain() {
+    for (const auto& delivery : delivered_) {
+        for (const auto watch : delivery.directories) {
+            if (tree_.contains(watch)) {
+                report(watch);
+            }
+        }
     }
 }
 
@@ -223,8 +278,13 @@ void TreeWatches::dropStrays() {
 void TreeWatches::removeUnseen() {
     for (const auto watch : tree_.unseen()) {
         inotify_.remove(watch);
-        tree_.remove(watch);
+        forget(watch);
     }
+}
+
+void TreeWatches::forget(Watch watch) {
+    tree_.remove(watch);
+    closed_.erase(watch);
 }
 
 void TreeWatches::noteFailure(int error) {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "linux/files/DirectoryReader.h"
@@ -24,8 +25,8 @@ namespace glintmark::platform {
 /// Watches every directory below a list of folders and collects which of them changed. One thread;
 /// no call blocks.
 ///
-/// A change is a name that appears: made, linked or moved in. Writing to a file, changing its
-/// attributes and removing it are not changes, so they cost nothing.
+/// A directory has changed when an entry of it was made, linked, moved in or out, renamed, removed,
+/// written and closed, or given other attributes. Each single write is not a change.
 class TreeWatches {
 public:
     using Clock = ChangeCutoff::Clock;
@@ -39,14 +40,16 @@ public:
     /// Watches the folders and begins the first walk.
     void watchFolders();
 
-    /// Watches and walks the directory that a folder's path names now. It may be a new one.
-    void rewatchFolder(std::size_t folder);
+    /// Watches and walks the directory that a folder's path names now. It may be a new one, or one
+    /// that was put back, so everything below it counts as changed.
+    void rewatchFolder(std::size_t folder) { watchFolder(folder, Walk::moved); }
 
-    /// Begins to walk all trees again: something happened that no event reports.
-    void walkAgain();
+    /// Watches the directories that the folders' paths name now and begins to walk all trees again:
+    /// something happened that no event reports.
+    void rewatchAll();
 
-    /// Handles the events that have arrived.
-    void readEvents();
+    /// Handles the events that have arrived. False if there were none.
+    bool readEvents();
 
     bool isWalking() const { return (isFirstWalk_ && !retryAt_) || walksAgain_ || !walks_.empty(); }
 
@@ -91,6 +94,15 @@ private:
         dev_t device = 0;
     };
 
+    /// The directories that one call of `takeChanges()` returned.
+    struct Delivery {
+        Clock::time_point time;
+        std::vector<Watch> directories;
+    };
+
+    // The receiver lists a directory this long after its delivery at the latest.
+    static constexpr std::chrono::seconds maximumListingDelay{5};
+
     // Retries on a permanently broken file system must cost next to nothing.
     static constexpr std::chrono::seconds minimumRetryPause{1};
     static constexpr std::chrono::seconds maximumRetryPause = std::chrono::hours(1);
@@ -108,11 +120,16 @@ private:
     Watch watchDirectory(const std::string& path, std::uint32_t extraFlags);
     void handle(const InotifyEvent& event);
     void handleName(const InotifyEvent& event);
+    void handleOwnAttributes(Watch watch);
+    bool noteIfClosed(Watch watch, const std::string& path);
     void handleMove(Watch watch);
     void handleUnmount(Watch watch);
     void handleLoss();
 
     // Walks
+    void walkAgain();
+    void noteUnfinished();
+    bool meansMoved(Walk walk) const;
     void walk(const WalkStep& step);
     void readDirectory(const Place& place, Walk walk);
     void visit(const Place& place, const std::string& name, Walk walk);
@@ -123,9 +140,11 @@ private:
 
     // Results
     void report(Watch watch);
+    void reportDeliveredAgain();
     void markPending();
     void dropStrays();
     void removeUnseen();
+    void forget(Watch watch);
     void noteFailure(int error);
     void logLimit();
 
@@ -136,7 +155,11 @@ private:
     DebugLogger logDebug_;
     DirectoryReader reader_;
     std::deque<WalkStep> walks_;   // the directories that are still to be walked
+    std::unordered_set<Watch> closed_;  // are watched, but may not be read or searched
+    std::unordered_set<Watch> unfinished_;  // everything below them counts as changed, and no walk
+                                            // has been there
     std::vector<Watch> reported_;  // the changes that `takeChanges()` has not taken yet
+    std::deque<Delivery> delivered_;  // lately; the receiver may not have listed them yet
     std::optional<Clock::time_point> pendingSince_;
     std::optional<Clock::time_point> retryAt_;
     std::chrono::seconds retryPause_ = minimumRetryPause;

@@ -66,6 +66,8 @@ void TreeWatches::walkAgain() {
     if (!isWalking() && !retryAt_) {
         cutoff_.moveToQuiet();
     }
+    reportDeliveredAgain();
+    noteUnfinished();
     walks_.clear();
     walksAgain_ = true;
     tree_.setAllUnseen();
@@ -80,7 +82,23 @@ void TreeWatches::walkAgain() {
         if (cutoff_.changeIn(status, ChangeCutoff::exactNow()) != StampedChange::none) {
             report(watch);
         }
-        walks_.push_back({watch, Walk::again});
+        walks_.push_back({watch, unfinished_.contains(watch) ? Walk::moved : Walk::again});
+    }
+}
+
+/// True if a new walk must take for moved what this kind of walk finds. An arrived directory needs
+/// that only before the first walk has ended: later, a new walk reports all directories that it
+/// finds new.
+bool TreeWatches::meansMoved(Walk walk) const {
+    return walk == Walk::moved || (walk == Walk::arrived && isFirstWalk_);
+}
+
+/// The new walk must report what the steps that it replaces would have reported.
+void TreeWatches::noteUnfinished() {
+    for (const auto& step : walks_) {
+        if (meansMoved(step.walk)) {
+            unfinished_.insert(step.watch);
+        }
     }
 }
 
@@ -107,14 +125,18 @@ void TreeWatches::walk(const WalkStep& step) {
     struct stat status {};
     if (!directory || ::fstat(directory.get(), &status) != 0) {
         noteFailure(errno);
-        return;
+        noteIfClosed(step.watch, path);
+    } else {
+        readDirectory({.watch = step.watch,
+                       .path = path,
+                       .descriptor = directory.get(),
+                       .countsLinks = countsLinks(directory.get()),
+                       .device = status.st_dev},
+                      step.walk);
     }
-    readDirectory({.watch = step.watch,
-                   .path = path,
-                   .descriptor = directory.get(),
-                   .countsLinks = countsLinks(directory.get()),
-                   .device = status.st_dev},
-                  step.walk);
+    if (step.walk == Walk::moved && retryAt_) {
+        unfinished_.insert(step.watch);  // the retry must not take it for an old directory
+    }
 }
 
 void TreeWatches::readDirectory(const Place& place, Walk walk) {
@@ -138,6 +160,7 @@ void TreeWatches::readDirectory(const Place& place, Walk walk) {
 void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) {
     const auto watch = watchDirectory(appendPathComponent(place.path, name), IN_DONT_FOLLOW);
     if (watch == WatchTree::noWatch) {
+        noteIfClosed(place.watch, place.path);
         return;
     }
     const bool isNew = tree_.add(watch);
@@ -145,7 +168,8 @@ void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) 
     if (walksAgain_) {
         const bool liesElsewhere =
             isFirstVisit && !isNew && !tree_.isLinked(watch, place.watch, name);
-        walk = walk == Walk::moved || liesElsewhere ? Walk::moved : Walk::again;
+        const bool isMoved = meansMoved(walk) || liesElsewhere || unfinished_.contains(watch);
+        walk = isMoved ? Walk::moved : Walk::again;
         if (isFirstVisit) {
             tree_.unlinkAll(watch);  // links from before this walk may be out of date
         }
@@ -217,6 +241,7 @@ void TreeWatches::endWalk() {
         return;
     }
     isFirstWalk_ = false;
+    unfinished_.clear();
     retryPause_ = minimumRetryPause;
     if (walkedAgain) {
         removeUnseen();

@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <future>
+#include <tuple>
 #include <utility>
 
 #include "linux/watching/InotifyEventStream.h"
@@ -64,8 +66,8 @@ std::vector<Reports::Batch> Reports::batches() {
     return batches_;
 }
 
-std::multiset<std::string> Reports::paths() {
-    std::multiset<std::string> paths;
+std::set<std::string> Reports::paths() {
+    std::set<std::string> paths;
     for (const auto& batch : batches()) {
         for (const auto& event : batch) {
             paths.insert(event.path);
@@ -128,12 +130,33 @@ void EventStreamFixture::settle(const std::string& name) {
     // Directories are walked in order, so the new one is reported after all earlier ones.
     directory_.createDirectories(probe);
     EXPECT_TRUE(isReported(probe));
+    reports_.forget();
     directory_.remove(probe);
+    EXPECT_TRUE(isReported(name));
     reports_.forget();
 }
 
 bool EventStreamFixture::isReported(const std::string& name) {
     return waitFor([&] { return reports_.has(directory_.path(name)); });
+}
+
+void EventStreamFixture::ageTimeStamps() {
+    const auto read = [](clockid_t clock) {
+        timespec now{};
+        ::clock_gettime(clock, &now);
+        return std::tuple(now.tv_sec, now.tv_nsec);
+    };
+    // Since Linux 6.13 a stamp may be of the exact clock, ahead of the coarse one.
+    const auto latestStamp = read(CLOCK_REALTIME);
+    EXPECT_TRUE(waitFor([&] { return read(CLOCK_REALTIME_COARSE) > latestStamp; }));
+}
+
+void EventStreamFixture::overflow(const std::string& name) {
+    constexpr int events = 20'000;  // fs.inotify.max_queued_events is 16384 by default
+    directory_.write(name + "/0");
+    for (int i = 0; i < events; ++i) {
+        directory_.move(name + "/" + std::to_string(i), name + "/" + std::to_string(i + 1));
+    }
 }
 
 void EventStreamFixture::drainQueue() {

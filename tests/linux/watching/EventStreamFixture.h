@@ -41,7 +41,7 @@ public:
 
     EventStream::Handler handler();
     std::vector<Batch> batches();
-    std::multiset<std::string> paths();
+    std::set<std::string> paths();
     bool has(const std::string& path) { return paths().contains(path); }
     void forget();
 
@@ -87,10 +87,18 @@ protected:
                       std::chrono::nanoseconds latency = std::chrono::milliseconds(5));
 
     /// Waits until the stream has handled everything that happened so far, then forgets its
-    /// reports. `name` is a watched folder.
+    /// reports. `name` is a watched folder. It counts as changed meanwhile.
     void settle(const std::string& name);
 
     bool isReported(const std::string& name);
+
+    /// Waits until changes get later time stamps than all those so far. A stream that is made then
+    /// does not count the earlier ones.
+    static void ageTimeStamps();
+
+    /// Makes more events in a directory than the system queues. No thread may read events during
+    /// this call.
+    void overflow(const std::string& name);
 
     /// Waits until all work submitted to the stream's queue has run.
     void drainQueue();

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "linux/watching/InotifyEventStream.h"
+#include "tests/linux/ProcessState.h"
 #include "tests/linux/watching/EventStreamFixture.h"
 
 namespace glintmark::platform {
@@ -151,13 +152,13 @@ TEST_F(InotifyEventStreamFolderTest, AChangeIsReportedByEachSpellingOfEachFolder
     directory_.createDirectories("links/a/b");
     directory_.createLink("links/a", "shortcut");
     watchSettled({"links", "links/a", "links/a/", "shortcut", "links/../links"});
-    directory_.write("links/a/b/x.webloc");
+    directory_.createLink("/nowhere", "links/a/b/x.webloc");  // a single event
     EXPECT_TRUE(isReported("shortcut/b"));
     EXPECT_THAT(reports_.paths(), testing::UnorderedElementsAre(
                                       directory_.path("links/a/b"), directory_.path("shortcut/b"),
                                       directory_.path("links/../links/a/b")));
     reports_.forget();
-    directory_.write("links/a/x.webloc");
+    directory_.createLink("/nowhere", "links/a/x.webloc");
     EXPECT_TRUE(isReported("shortcut"));
     EXPECT_THAT(reports_.paths(),
                 testing::UnorderedElementsAre(
@@ -188,12 +189,17 @@ TEST_F(InotifyEventStreamFolderTest, PathsAreBytes) {
 
 TEST_F(InotifyEventStreamFolderTest, RelativeFoldersAndAnEmptyListAreHarmless) {
     directory_.createDirectories("links");
-    watch({"links"});
+    watchSettled({"links"});
+    const auto watches = inotifyWatches();
     const auto empty = make({}, 1ms);
-    const auto relative = make({"", "relative/folder"}, 1ms);
-    EXPECT_NE(empty, nullptr);
-    EXPECT_NE(relative, nullptr);
+    const auto relative = make({"", ".", "..", "relative/folder"}, 1ms);
+    for (const auto& stream : {empty.get(), relative.get()}) {
+        ASSERT_NE(stream, nullptr);
+        stream->setDispatchQueue(queue_);
+        EXPECT_TRUE(stream->start());
+    }
     settle("links");
+    EXPECT_EQ(inotifyWatches(), watches);
 }
 
 }  // namespace

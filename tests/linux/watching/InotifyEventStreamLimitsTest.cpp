@@ -22,14 +22,21 @@ using testing::HasSubstr;
 
 class InotifyEventStreamLimitsTest : public EventStreamFixture {
 protected:
-    /// Makes more events in a directory than the system queues. No thread may read events during
-    /// this call.
-    void overflow(const std::string& name) {
-        constexpr int events = 20'000;  // fs.inotify.max_queued_events is 16384 by default
-        directory_.write(name + "/0");
-        for (int i = 0; i < events; ++i) {
-            directory_.move(name + "/" + std::to_string(i), name + "/" + std::to_string(i + 1));
+    void setMode(const std::string& name, mode_t mode) {
+        ASSERT_EQ(::chmod(directory_.path(name).c_str(), mode), 0);
+    }
+
+    /// Closes the directories and watches with the rights of a user who owns no files. An ordinary
+    /// user who runs the test owns them, but cannot read what is closed either.
+    template <typename... Names>
+    void watchUnprivileged(Names... closed) {
+        (setMode(closed, 0), ...);
+        setMode(".", 0755);
+        {
+            const Unprivileged unprivileged;
+            watch({"links"});
         }
+        settle("links");  // by then the stream has tried and failed
     }
 };
 
@@ -48,6 +55,50 @@ TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatMayNotBeReadIsSkipped) {
         return reports_.has(directory_.path("links/open"));
     }));
     ASSERT_EQ(::chmod(directory_.path("links/closed").c_str(), 0755), 0);
+}
+
+TEST_F(InotifyEventStreamLimitsTest, AClosedDirectoryIsTakenUpWithAllBelowWhenItOpens) {
+    directory_.createDirectories("links/a/closed/b/inner/c");
+    watchUnprivileged("links/a/closed/b/inner", "links/a/closed");
+    setMode("links/a/closed", 0755);
+    EXPECT_TRUE(isReported("links/a/closed"));
+    EXPECT_TRUE(isReported("links/a/closed/b"));
+    setMode("links/a/closed/b/inner", 0755);
+    EXPECT_TRUE(isReported("links/a/closed/b/inner"));
+    EXPECT_TRUE(isReported("links/a/closed/b/inner/c"));
+    settle("links");
+    directory_.write("links/a/closed/b/inner/c/x.webloc");
+    EXPECT_TRUE(isReported("links/a/closed/b/inner/c"));
+}
+
+TEST_F(InotifyEventStreamLimitsTest, AWatchedDirectoryThatWasClosedMeanwhileIsReportedWithAllBelow) {
+    directory_.createDirectories("links/a/b");
+    watchUnprivileged();
+    setMode("links/a", 0);
+    EXPECT_TRUE(isReported("links/a"));  // the receiver can list nothing below now
+    reports_.forget();
+    setMode("links/a", 0755);
+    EXPECT_TRUE(isReported("links/a"));
+    EXPECT_TRUE(isReported("links/a/b"));
+}
+
+TEST_F(InotifyEventStreamLimitsTest, ADirectoryThatMayOnlyBeReadIsTakenUpWhenItMayBeSearched) {
+    directory_.createDirectories("links/a/b");
+    setMode("links/a", 0444);
+    watchUnprivileged();
+    setMode("links/a", 0755);
+    EXPECT_TRUE(isReported("links/a/b"));
+}
+
+TEST_F(InotifyEventStreamLimitsTest, OtherAttributesOfADirectoryReportNothingBelowIt) {
+    directory_.createDirectories("links/a/b");
+    watchSettled({"links"});
+    setMode("links/a", 0700);
+    EXPECT_TRUE(isReported("links"));
+    EXPECT_TRUE(isReported("links/a"));
+    directory_.createDirectories("links/last");
+    EXPECT_TRUE(isReported("links/last"));
+    EXPECT_FALSE(reports_.has(directory_.path("links/a/b")));
 }
 
 TEST_F(InotifyEventStreamLimitsTest, AFolderIsWatchedOnceItMayBeRead) {

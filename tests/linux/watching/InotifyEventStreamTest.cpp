@@ -1,9 +1,20 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <future>
+#include <mutex>
+#include <utility>
+#include <vector>
 
+#include "base/system/FileDescriptor.h"
+#include "linux/files/PosixFileManager.h"
 #include "linux/watching/InotifyEventStream.h"
 #include "tests/linux/ProcessState.h"
 #include "tests/linux/watching/EventStreamFixture.h"
@@ -17,6 +28,34 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 class InotifyEventStreamTest : public EventStreamFixture {};
+
+/// Passes work on to another queue and notes when.
+class TimedQueue : public DispatchQueue {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    explicit TimedQueue(DispatchQueue& target) : target_(target) {}
+
+    void async(Work work) override {
+        {
+            const std::lock_guard lock(mutex_);
+            times_.push_back(Clock::now());
+        }
+        target_.async(std::move(work));
+    }
+    void asyncAfter(std::chrono::nanoseconds delay, Work work) override {
+        target_.asyncAfter(delay, std::move(work));
+    }
+    std::vector<Clock::time_point> times() {
+        const std::lock_guard lock(mutex_);
+        return times_;
+    }
+
+private:
+    DispatchQueue& target_;
+    std::mutex mutex_;
+    std::vector<Clock::time_point> times_;
+};
 
 TEST_F(InotifyEventStreamTest, ANewFileReportsItsDirectory) {
     directory_.createDirectories("links/deep/deeper");
@@ -46,14 +85,74 @@ TEST_F(InotifyEventStreamTest, EveryWayToMakeANameIsReported) {
     EXPECT_TRUE(isReported("links/renamed"));
 }
 
-TEST_F(InotifyEventStreamTest, WritingAndRemovingFilesIsNoChange) {
-    directory_.createDirectories("links");
-    directory_.write("links/a");
+TEST_F(InotifyEventStreamTest, EveryChangeOfAnEntryIsReported) {
+    const auto path = directory_.path("links/a/entry");
+    const std::vector<std::pair<const char*, std::function<void()>>> changes = {
+        {"written", [&] { directory_.write("links/a/entry", "more"); }},
+        {"permissions", [&] { ASSERT_EQ(::chmod(path.c_str(), 0600), 0); }},
+        {"times", [&] { ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), nullptr, 0), 0); }},
+        {"attribute", [&] { ASSERT_EQ(::setxattr(path.c_str(), "user.a", "b", 1, 0), 0); }},
+        {"removed", [&] { ASSERT_EQ(::unlink(path.c_str()), 0); }},
+        {"moved out", [&] { directory_.move("links/a/second", "outside"); }},
+        {"directory removed", [&] { directory_.remove("links/a/empty"); }},
+        {"directory moved out", [&] { directory_.move("links/a/below", "elsewhere"); }},
+    };
+    directory_.write("links/a/entry");
+    directory_.write("links/a/second");
+    directory_.createDirectories("links/a/empty");
+    directory_.createDirectories("links/a/below");
     watchSettled({"links"});
-    directory_.write("links/a", "more");
-    directory_.remove("links/a");
-    settle("links");
-    EXPECT_THAT(reports_.paths(), IsEmpty());
+    for (const auto& [what, change] : changes) {
+        change();
+        EXPECT_TRUE(isReported("links/a")) << what;
+        settle("links");
+    }
+}
+
+TEST_F(InotifyEventStreamTest, AWriteCountsOnceTheFileIsClosed) {
+    directory_.write("links/a/entry");
+    watchSettled({"links"});
+    FileDescriptor file(
+        ::open(directory_.path("links/a/entry").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    ASSERT_EQ(::write(file.get(), "more", 4), 4);
+    directory_.createDirectories("links/last");
+    EXPECT_TRUE(isReported("links/last"));
+    EXPECT_FALSE(reports_.has(directory_.path("links/a")));
+    file = FileDescriptor();
+    EXPECT_TRUE(isReported("links/a"));
+}
+
+TEST_F(InotifyEventStreamTest, ListingAndReadingIsNoChange) {
+    directory_.write("links/a/entry", "text");
+    watchSettled({"links"});
+    std::vector<std::string> names;
+    EXPECT_EQ(directory_.read("links/a/entry"), "text");
+    EXPECT_TRUE(PosixFileManager().contentsOfDirectory(
+        directory_.path("links/a"), [&](auto name) { names.emplace_back(name); }));
+    EXPECT_THAT(names, ElementsAre("entry"));
+    directory_.createDirectories("links/last");
+    EXPECT_TRUE(isReported("links/last"));
+    EXPECT_FALSE(reports_.has(directory_.path("links/a")));
+}
+
+TEST_F(InotifyEventStreamTest, WithAContinuousWriterDeliveriesAreALatencyApart) {
+    constexpr auto latency = 50ms;
+    constexpr std::size_t enough = 10;
+    directory_.createDirectories("links/busy");
+    TimedQueue timed(queue_);
+    stream_ = make({directory_.path("links")}, latency);
+    stream_->setDispatchQueue(timed);
+    EXPECT_TRUE(stream_->start());
+    EXPECT_TRUE(waitFor([&] {
+        directory_.write("links/busy/file", "more");
+        return timed.times().size() >= enough;
+    }));
+    stream_->stop();
+    const auto times = timed.times();
+    for (std::size_t i = 1; i < times.size(); ++i) {
+        EXPECT_GE(times[i] - times[i - 1], latency);
+    }
+    EXPECT_TRUE(waitFor([] { return threadsNamed(streamThread) == 0; }));
 }
 
 TEST_F(InotifyEventStreamTest, ChangesWithinTheLatencyArriveAsOneCallWithEachDirectoryOnce) {
