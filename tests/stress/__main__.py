@@ -7,7 +7,6 @@ Names: life, lost, paths, burst, overflow, limit.
 """
 
 import collections
-import contextlib
 import os
 import signal
 import subprocess
@@ -15,7 +14,7 @@ import sys
 import time
 
 from tests.harness.bare_program import BareProgram
-from tests.harness.inotify import SystemLimit, watches_of
+from tests.harness.inotify import SystemLimit, usual_limit, watches_of
 from tests.harness.options import absolute_path, parse_options
 from tests.harness.steps import Failed, check, run_step
 from tests.harness.waiting import TimedOut, wait_for
@@ -23,7 +22,8 @@ from tests.stress.folder_life import FolderLife
 
 ROUND_SECONDS = 4.0  # of life between two looks at the log; more than the program's fixed delays
 ACTS_AT_ONCE = 12
-SHORT_QUEUE = 64  # events
+QUEUE_LIMIT = "max_queued_events"
+SHORT_QUEUE = 64
 FEW_WATCHES = 200
 
 
@@ -51,7 +51,7 @@ def compare(program, must, may=None):
 
 def short_queue():
     """For a program that starts meanwhile: the kernel reads the limit when it makes a queue."""
-    return SystemLimit("max_queued_events", SHORT_QUEUE)
+    return SystemLimit(QUEUE_LIMIT, SHORT_QUEUE)
 
 
 class Sentinels:
@@ -106,11 +106,13 @@ def live(options, loses_events):
             outside,
             program.dead_link,
             options.seed,
+            loses_events,
         )
         life.take_inventory(program.home)
-        with short_queue() if loses_events else contextlib.nullcontext():
+        with short_queue() if loses_events else usual_limit(QUEUE_LIMIT):
             program.start()
         life.make_folder(late)
+        life.begin_round()
         end = time.monotonic() + options.seconds
         while time.monotonic() < end:
             live_a_while(program, life, loses_events, min(ROUND_SECONDS, options.seconds / 3))
@@ -121,6 +123,7 @@ def live(options, loses_events):
                 life.must_be_reported() | sentinels.paths,
                 life.may_be_reported() | sentinels.paths,
             )
+            life.begin_round()
         return f"{len(life.log)} acts, {len(program.reported_paths())} reports"
 
 
@@ -147,7 +150,8 @@ def life_with_losses(options):
 def paths_made_at_once(options):
     """`mkdir -p`, and at once a file at the bottom."""
     with BareProgram(options.program, options.place) as program:
-        program.start()
+        with usual_limit(QUEUE_LIMIT):
+            program.start()
         made = []
         for number in range(options.rounds):
             folder = program.downloads / str(number) / "one" / "two" / "three"
@@ -161,7 +165,8 @@ def paths_made_at_once(options):
 def burst(options):
     """Link files in many directories, made as fast as possible."""
     with BareProgram(options.program, options.place) as program:
-        program.start()
+        with usual_limit(QUEUE_LIMIT):
+            program.start()
         made = make_burst(program, options)
         compare(program, made)
         return f"{len(made)} files in {options.directories} directories, all reported once"

@@ -30,13 +30,16 @@ MAXIMUM_PATH = 2000  # half of PATH_MAX, since trees are moved below trees
 class FolderLife:
     """Acts on folders and records what must and may be reported.
 
-    A directory is noted as changed when a name appears in it; when the directory itself appears, it
-    is noted with all directories below. All link files that are in a noted directory at the end
-    must have been reported. A reported file must at some time have been in a noted directory, or in
-    one that lost a name: after lost events the program cannot tell the two apart.
+    A directory is noted as changed when an entry of it is made, removed, moved, written or given
+    other attributes; when the directory itself appears, it is noted with all directories below. All
+    link files that are in a noted directory at the end must have been reported. A reported file
+    must at some time have been in a noted directory.
+
+    When events are lost, only a directory's time stamps and its place are left. They show neither
+    that an entry was written or given other attributes, nor that a directory moved and came back.
     """
 
-    def __init__(self, folders, outside, link_text, seed):
+    def __init__(self, folders, outside, link_text, seed, loses_events):
         self._random = random.Random(seed)
         self._folders = [os.fsencode(folder) for folder in folders]
         self._outside = os.fsencode(outside)  # on the same file system, not watched
@@ -45,7 +48,10 @@ class FolderLife:
         self._away = {}  # a folder that is not in its place -> where it is
         self._link_text = link_text.encode()
         self._count = 0
+        self._loses_events = loses_events
         self._changed = set()  # device and inode of directories
+        self._arrived = set()  # of those that appeared
+        self._places = set()  # at the begin of the round: identity and path of all directories
         self._inventory = set()
         self._may = set()
         self.log = []
@@ -57,14 +63,27 @@ class FolderLife:
             if os.path.isdir(folder):
                 self._inventory.update(self._links_in(folder))
 
+    def begin_round(self):
+        """All that must be reported so far has been reported."""
+        self._places = {
+            (self._identity(directory), directory)
+            for folder in self._folders
+            for directory in self._below(folder)
+        }
+
     def must_be_reported(self):
         return {
             path
             for folder in self._folders
             for directory in self._below(folder)
-            if self._identity(directory) in self._changed
+            if self._is_noted(directory)
             for path in self._links_in(directory)
         } - self._inventory
+
+    def _is_noted(self, directory):
+        identity = self._identity(directory)
+        may_have_come_back = self._loses_events and (identity, directory) in self._places
+        return identity in self._changed or (identity in self._arrived and not may_have_come_back)
 
     def may_be_reported(self):
         return self._may - self._inventory
@@ -96,7 +115,15 @@ class FolderLife:
 
     def _note_arrival(self, directory):
         for path in self._below(directory):
-            self._note_change(path)
+            self._arrived.add(self._identity(path))
+            self._note_scan(path)
+
+    def _note_entry(self, directory):
+        """An entry was written or given other attributes."""
+        if self._loses_events:
+            self._note_scan(directory)
+        else:
+            self._note_change(directory)
 
     # ---- life -------------------------------------------------------------------------------
 
@@ -106,6 +133,8 @@ class FolderLife:
             (30, self._add_file),
             (6, self._add_other_file),
             (6, self._remove_file),
+            (6, self._write_file),
+            (6, self._change_attributes),
             (8, self._rename_file),
             (4, self._link_file),
             (10, self._make_path),
@@ -182,7 +211,8 @@ class FolderLife:
             is_new = not os.path.lexists(path)
             self._write(path)
             if not is_new:
-                return  # writing to an existing file adds no name
+                self._note_entry(directory)
+                return
         elif how < 0.9:  # as browsers do
             self._write(path + b".part")
             os.rename(path + b".part", path)
@@ -202,17 +232,46 @@ class FolderLife:
     def _remove_file(self):
         path = self._pick(self._files())
         if path is not None:
-            self._note_scan(os.path.dirname(path))
             os.unlink(path)
+            self._note_change(os.path.dirname(path))
+
+    def _write_file(self):
+        path = self._pick(self._files())
+        if path is not None:
+            with open(path, "ab") as file:
+                file.write(b"\n")
+            self._note_entry(os.path.dirname(path))
+
+    def _change_attributes(self):
+        """Of a file, or of a directory, which may then be readable only now."""
+        path = self._pick(self._files() + self._directories(with_folders=False))
+        if path is None:
+            return
+        change = self._pick(
+            [
+                lambda: os.chmod(path, self._pick([0o700, 0o755])),
+                lambda: os.utime(path),
+                lambda: os.setxattr(path, b"user.stress", b"%d" % self._count),
+            ]
+        )
+        change()
+        self._note_entry(os.path.dirname(path))
+        if os.path.isdir(path):
+            self._note_entry(path)
+            # Its changed time stamp looks like a move to a walk.
+            for below in self._below(path):
+                self._note_scan(below)
 
     def _rename_file(self):
         path, directory = self._pick(self._files()), self._pick(self._directories())
         if path is not None:
             target = os.path.join(directory, self._name() + self._pick([ENDING] * 4 + [b".txt"]))
             if not os.path.isdir(target) and target != path:
-                self._note_scan(os.path.dirname(path))
+                linked = os.path.exists(target) and os.path.samefile(path, target)
                 os.rename(path, target)
-                self._note_change(directory)
+                if not linked:  # else rename(2) does nothing
+                    self._note_change(os.path.dirname(path))
+                    self._note_change(directory)
 
     def _link_file(self):
         path, directory = self._pick(self._files()), self._pick(self._directories())
@@ -244,6 +303,7 @@ class FolderLife:
         self._write(os.path.join(bottom, self._name() + ENDING))
         self._note_change(directory)
         self._note_arrival(top)
+        self._note_change(bottom)
 
     def _move_directory(self):
         source = self._pick(self._directories(with_folders=False))
@@ -252,8 +312,8 @@ class FolderLife:
             return
         target = os.path.join(directory, self._name())
         if len(target) < MAXIMUM_PATH and not os.path.lexists(target):
-            self._note_scan(os.path.dirname(source))
             os.rename(source, target)
+            self._note_change(os.path.dirname(source))
             self._note_change(directory)
             self._note_arrival(target)
 
@@ -281,14 +341,14 @@ class FolderLife:
         source = self._pick(self._directories(with_folders=False))
         if source is not None:
             self._count += 1
-            self._note_scan(os.path.dirname(source))
             os.rename(source, os.path.join(self._outside, b"out-%d" % self._count))
+            self._note_change(os.path.dirname(source))
 
     def _remove_directory(self):
         path = self._pick(self._directories(with_folders=False))
         if path is not None:
-            self._note_scan(os.path.dirname(path))
             shutil.rmtree(path)
+            self._note_change(os.path.dirname(path))
 
     def _exchange_directories(self):
         one, other = (self._pick(self._directories(with_folders=False)) for _ in range(2))
@@ -335,6 +395,7 @@ class FolderLife:
             self._write(os.path.join(aside, self._name() + ENDING))
             os.rename(aside, folder)
         self._note_arrival(folder)
+        self._note_change(folder)
 
     def _link_directory(self):
         """Makes a symbolic link to a directory; the program must not watch its target."""
