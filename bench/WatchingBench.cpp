@@ -35,7 +35,8 @@ using bench::Milliseconds;
 constexpr int rounds = 7;
 constexpr int directoriesInEach = 8;
 constexpr int filesInEach = 3;
-constexpr std::uint32_t events = IN_CREATE | IN_DELETE | IN_MOVE | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF;
+constexpr std::uint32_t events =
+    IN_CREATE | IN_DELETE | IN_MOVE | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF;
 constexpr double maximumRatio = 1.2;
 
 /// Makes `count` directories, breadth first; each holds `directoriesInEach` of them and some files.

@@ -13,7 +13,9 @@ class DispatchQueue;
 
 namespace glintmark::platform {
 
-/// A directory in which something changed. The receiver lists the directory to find the change.
+/// A directory in which something changed: an entry was made, removed, moved in or out, renamed,
+/// written and closed, or given other attributes. The receiver lists the directory to find the
+/// change.
 struct DirectoryEvent {
     std::string path;  ///< Absolute; may end in "/".
     std::uint32_t flags = 0;
@@ -47,11 +49,12 @@ class EventStreamFactory {
 public:
     virtual ~EventStreamFactory() = default;
 
-    /// Watches the trees below `folders`, which need not exist yet. Changes before this call are
-    /// not reported. Changes are collected for `latency`, counted from the first of a batch, and
-    /// delivered in one call, each directory once. Returns at once and walks the trees later. A
-    /// change in a part that is not walked yet is reported when the walk reaches that part. Null
-    /// when the system has no more streams.
+    /// Watches the trees below `folders`, which need not exist yet. A path that is relative or
+    /// empty names no folder and has no effect. Changes before this call are not reported. Changes
+    /// are collected for `latency`, counted from the first of a batch, and delivered in one call,
+    /// each directory once. Returns at once and walks the trees later. A change in a part that is
+    /// not walked yet is reported when the walk reaches that part. Null when the system has no more
+    /// streams.
     virtual std::unique_ptr<EventStream> create(std::span<const std::string> folders,
                                                 std::chrono::nanoseconds latency,
                                                 EventStream::Handler handler) = 0;

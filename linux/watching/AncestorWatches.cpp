@@ -52,10 +52,8 @@ AncestorWatches::AncestorWatches(Inotify inotify, std::vector<std::string> paths
 
 void AncestorWatches::arm(std::size_t index) {
     std::erase_if(steps_, [&](const Step& step) { return step.index == index; });
-    // `follow()` only adds events to a watch, so unused watches are dropped first. Nothing is
-    // missed: `follow()` looks at each directory after it watches it.
-    dropUnusedWatches();
     follow(index);
+    dropUnusedEvents();
 }
 
 /// Resolves the path as path_resolution(7) says. Watches each directory before it looks into it, so
@@ -80,7 +78,7 @@ void AncestorWatches::follow(std::size_t index) {
         struct stat status {};
         if (::lstat(path.c_str(), &status) != 0) {
             if (errno == EACCES) {
-                addPermissionChanges(directory);
+                addPermissionChanges(directory, index);
             }
             return;
         }
@@ -97,42 +95,62 @@ void AncestorWatches::follow(std::size_t index) {
             return;
         }
     }
-    if (watchStep(directory, index, "") < 0 && errno == EACCES) {
-        addPermissionChanges(directory);
+    if (!watchStep(directory, index, "") && errno == EACCES) {
+        addPermissionChanges(directory, index);
     }
 }
 
-int AncestorWatches::watchStep(const std::string& directory, std::size_t index,
-                               std::string_view next) {
+bool AncestorWatches::watchStep(const std::string& directory, std::size_t index,
+                                std::string_view next) {
     // The ways to different paths share directories, so events are only added: the last directory
     // of one way may be in the middle of another.
-    const auto events = (next.empty() ? lastStepEvents : stepEvents) | IN_MASK_ADD;
-    const int watch = inotify_.add(pathOf(directory), events);
-    if (watch >= 0) {
-        watches_.insert(watch);
-        steps_.push_back({watch, index, std::string(next)});
+    const auto events = next.empty() ? lastStepEvents : stepEvents;
+    const int watch = inotify_.add(pathOf(directory), events | IN_MASK_ADD);
+    if (watch < 0) {
+        return false;
     }
-    return watch;
+    watches_[watch] |= events;
+    steps_.push_back({watch, index, directory, std::string(next), events});
+    return true;
 }
 
 /// Also watches for changed permissions: a directory that the user may not search now may become
 /// searchable. A directory that the user may not read cannot be watched, but the watch of its
 /// parent reports the change.
-void AncestorWatches::addPermissionChanges(const std::string& directory) {
-    for (const auto& watched : {directory, directory.substr(0, directory.rfind('/'))}) {
-        inotify_.add(pathOf(watched), IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_MASK_ADD);
+void AncestorWatches::addPermissionChanges(const std::string& directory, std::size_t index) {
+    const auto parent = directory.substr(0, directory.rfind('/'));
+    for (auto& step : steps_) {
+        if (step.index == index && (step.directory == directory || step.directory == parent)) {
+            step.events |= IN_ATTRIB;
+            inotify_.add(pathOf(step.directory), step.events | IN_MASK_ADD);
+            watches_[step.watch] |= step.events;
+        }
     }
 }
 
-void AncestorWatches::dropUnusedWatches() {
-    std::erase_if(watches_, [&](int watch) {
-        const bool isUsed = std::any_of(steps_.begin(), steps_.end(),
-                                        [&](const Step& step) { return step.watch == watch; });
-        if (!isUsed) {
+/// Drops the watches, and the events of the others, that no path needs any more.
+void AncestorWatches::dropUnusedEvents() {
+    std::map<int, std::uint32_t> used;
+    for (const auto& step : steps_) {
+        used[step.watch] |= step.events;
+    }
+    for (const auto& [watch, events] : watches_) {
+        if (!used.contains(watch)) {
             inotify_.remove(watch);
         }
-        return !isUsed;
-    });
+    }
+    for (const auto& step : steps_) {
+        const auto needed = used[step.watch];
+        if (watches_[step.watch] == needed) {
+            continue;
+        }
+        const int watch = inotify_.add(pathOf(step.directory), needed);
+        if (watch >= 0 && !used.contains(watch)) {
+            inotify_.remove(watch);  // another directory is there now, which an event reports
+        }
+        watches_[step.watch] = needed;
+    }
+    watches_ = std::move(used);
 }
 
 AncestorWatches::Changed AncestorWatches::readChanged() {

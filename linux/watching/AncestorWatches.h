@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -37,19 +39,21 @@ private:
     struct Step {
         int watch;
         std::size_t index;
-        std::string next;  ///< The next name on the way; empty in the last directory.
+        std::string directory;  ///< Without symbolic links; empty for the root.
+        std::string next;       ///< The next name on the way; empty in the last directory.
+        std::uint32_t events;   ///< That this path needs from the directory.
     };
 
     void follow(std::size_t index);
-    int watchStep(const std::string& directory, std::size_t index, std::string_view next);
-    void addPermissionChanges(const std::string& directory);
-    void dropUnusedWatches();
+    bool watchStep(const std::string& directory, std::size_t index, std::string_view next);
+    void addPermissionChanges(const std::string& directory, std::size_t index);
+    void dropUnusedEvents();
     void noteChanged(const InotifyEvent& event, Changed& changed);
 
     Inotify inotify_;
     std::vector<std::string> paths_;
     std::vector<Step> steps_;
-    std::set<int> watches_;
+    std::map<int, std::uint32_t> watches_;  // with the events asked for
 };
 
 }  // namespace glintmark::platform

@@ -14,10 +14,10 @@ class Log;
 /// thread does all the watching, the first walk of the trees included. It sleeps while nothing
 /// happens.
 ///
-/// A change is a name that appears in a directory: made, linked or moved in. A directory that
-/// appears is itself reported, with each directory below it that was not watched before, so that
-/// nothing made there before the watch is lost. If the directory has moved, all below it is
-/// reported, because it has new paths. Paths begin with the folder as it was given.
+/// A directory that appears, or becomes readable, is itself reported, with each directory below it
+/// that was not watched before, so that nothing made there before the watch is lost. If the
+/// directory has moved, all below it is reported, because it has new paths. Paths begin with the
+/// folder as it was given.
 class InotifyEventStream : public EventStream {
 public:
     /// Null when the system has no inotify instance, descriptor or thread left. `log` must outlive

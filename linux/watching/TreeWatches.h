@@ -154,12 +154,12 @@ private:
     std::vector<std::optional<Identity>> foldersAtFirst_;
     DebugLogger logDebug_;
     DirectoryReader reader_;
-    std::deque<WalkStep> walks_;   // the directories that are still to be walked
-    std::unordered_set<Watch> closed_;  // are watched, but may not be read or searched
+    std::deque<WalkStep> walks_;            // the directories that are still to be walked
+    std::unordered_set<Watch> closed_;      // are watched, but may not be read or searched
     std::unordered_set<Watch> unfinished_;  // everything below them counts as changed, and no walk
                                             // has been there
-    std::vector<Watch> reported_;  // the changes that `takeChanges()` has not taken yet
-    std::deque<Delivery> delivered_;  // lately; the receiver may not have listed them yet
+    std::vector<Watch> reported_;           // the changes that `takeChanges()` has not taken yet
+    std::deque<Delivery> delivered_;        // lately; the receiver may not have listed them yet
     std::optional<Clock::time_point> pendingSince_;
     std::optional<Clock::time_point> retryAt_;
     std::chrono::seconds retryPause_ = minimumRetryPause;

@@ -86,6 +86,13 @@ protected:
             [&] { return watcher.passes > passes && watcher.polls > polls + 1; });
     }
 
+    /// Waits until a change that happened before would have been scanned.
+    static bool longerThanBothDelays(const CountingWatcher& watcher) {
+        constexpr int enough = 20;  // polls, 0.1 s apart
+        const int polls = watcher.polls;
+        return platform::waitUntil([&] { return watcher.polls > polls + enough; });
+    }
+
     bool deliveredAtLeast(std::size_t count) {
         return platform::waitUntil([&] { return delivered_.size() >= count; });
     }

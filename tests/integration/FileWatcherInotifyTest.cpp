@@ -1,7 +1,13 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
 #include <algorithm>
+#include <atomic>
 #include <thread>
 
 #include "tests/integration/FileWatcherInotifyFixture.h"
+#include "tests/linux/Unprivileged.h"
 
 // The watcher over real queues, timers, files and inotify.
 
@@ -51,6 +57,81 @@ TEST_F(FileWatcherInotifyTest, AnAddedFolderThatAppearsLaterIsWatched) {
     home().write("Links/sub/a.webloc");
     ASSERT_TRUE(deliveredAtLeast(1));
     EXPECT_THAT(delivered(), ElementsAre(home().path("Links/sub/a.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, AnOldFileInASubfolderIsReportedOnceAnythingChangesThere) {
+    for (const auto* folder : {"appended", "attribute", "emptied", "left"}) {
+        home().write("Downloads/" + std::string(folder) + "/old.webloc");
+        home().write("Downloads/" + std::string(folder) + "/file");
+    }
+    const auto path = [this](const std::string& name) { return home().path("Downloads/" + name); };
+    auto watcher = startedWatcher();
+    home().write("Downloads/appended/file", "more");
+    EXPECT_EQ(::chmod(path("attribute/file").c_str(), 0600), 0);
+    home().remove("Downloads/emptied/file");
+    home().move("Downloads/left/file", "elsewhere");
+    ASSERT_TRUE(deliveredAtLeast(4));
+    EXPECT_THAT(delivered(),
+                UnorderedElementsAre(path("appended/old.webloc"), path("attribute/old.webloc"),
+                                     path("emptied/old.webloc"), path("left/old.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, SettingAnIconCostsOneMoreScanAndNoLoop) {
+    auto watcher = startedWatcher();
+    home().createDirectories("Downloads/sub");
+    home().write("Downloads/sub/a.webloc");
+    ASSERT_TRUE(deliveredAtLeast(1));
+    ASSERT_TRUE(longerThanBothDelays(*watcher));
+    const int before = watcher->passes;
+    const auto path = home().path("Downloads/sub/a.webloc");
+    EXPECT_EQ(::setxattr(path.c_str(), "user.glintmark.icon", "hash", 4, 0), 0);
+    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), nullptr, 0), 0);
+    ASSERT_TRUE(waitUntil([&] { return watcher->passes > before; }));
+    ASSERT_TRUE(longerThanBothDelays(*watcher));
+    EXPECT_EQ(watcher->passes, before + 1);
+    EXPECT_EQ(delivered().size(), 1U);
+}
+
+TEST_F(FileWatcherInotifyTest, AContinuousWriterDoesNotPutOffOtherFolders) {
+    home().createDirectories("Downloads/busy");
+    home().createDirectories("Downloads/sub");  // where no poll looks
+    auto watcher = startedWatcher();
+    std::atomic<bool> isOver = false;
+    std::thread writer([&] {
+        while (!isOver) {
+            home().write("Downloads/busy/file", "more");
+        }
+    });
+    EXPECT_TRUE(waitUntil([&] { return watcher->passes > 0; }));
+    home().write("Downloads/sub/a.webloc");
+    EXPECT_TRUE(deliveredAtLeast(1));
+    isOver = true;
+    writer.join();
+}
+
+TEST_F(FileWatcherInotifyTest, RelativeAndEmptyFoldersDoNoHarm) {
+    auto watcher = startedWatcher({"", "relative", "."});
+    home().createDirectories("Downloads/sub");
+    home().write("Downloads/sub/a.webloc");
+    ASSERT_TRUE(deliveredAtLeast(1));
+    EXPECT_THAT(delivered(), ElementsAre(home().path("Downloads/sub/a.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, ASubfolderThatOpensIsTakenUpWithItsLinks) {
+    home().write("Downloads/a/closed/below/old.webloc");
+    const auto closed = home().path("Downloads/a/closed");
+    ASSERT_EQ(::chmod(home().path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(closed.c_str(), 0), 0);
+    std::shared_ptr<CountingWatcher> watcher;
+    {
+        const platform::Unprivileged unprivileged;
+        watcher = startedWatcher();
+    }
+    home().write("Downloads/a/marker.webloc");
+    ASSERT_TRUE(deliveredAtLeast(1));
+    ASSERT_EQ(::chmod(closed.c_str(), 0755), 0);
+    ASSERT_TRUE(deliveredAtLeast(2));
+    EXPECT_EQ(delivered().back(), closed + "/below/old.webloc");
 }
 
 TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {

@@ -71,7 +71,8 @@ TEST_F(InotifyEventStreamLimitsTest, AClosedDirectoryIsTakenUpWithAllBelowWhenIt
     EXPECT_TRUE(isReported("links/a/closed/b/inner/c"));
 }
 
-TEST_F(InotifyEventStreamLimitsTest, AWatchedDirectoryThatWasClosedMeanwhileIsReportedWithAllBelow) {
+TEST_F(InotifyEventStreamLimitsTest,
+       AWatchedDirectoryThatWasClosedMeanwhileIsReportedWithAllBelow) {
     directory_.createDirectories("links/a/b");
     watchUnprivileged();
     setMode("links/a", 0);
