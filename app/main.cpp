@@ -93,7 +93,7 @@ struct LinuxPlatform {
     platform::SandboxedImageDecoder imageDecoder{decoderPath()};
     platform::CurlURLSession urlSession{
         dispatchQueues.global(platform::QualityOfService::userInitiated),
-        {.version = GLINTMARK_VERSION}};
+        {.version = GLINTMARK_VERSION, .log = &log}};
     platform::StatusNotifierBar statusBar{bus};
     platform::PortalOpenPanel openPanel{bus, loops};
     platform::FreedesktopNotifications notifications{bus, notificationIcon()};

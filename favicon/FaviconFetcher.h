@@ -104,10 +104,10 @@ public:
     // Shared by the paths (FaviconFetcherProbes.cpp)
 
     /// The image at `url`. Null unless the status is 200 and the body can be decoded. If an answer
-    /// named the URL, `minimumAddressSpace` is that answer's address space.
-    static void downloadImage(
-        const FetchContext& context, const URL& url, ImageCompletion completion,
-        platform::AddressSpace minimumAddressSpace = platform::AddressSpace::loopback);
+    /// named the URL, `namedFrom` is that answer's address space.
+    static void downloadImage(const FetchContext& context, const URL& url,
+                              ImageCompletion completion,
+                              std::optional<platform::AddressSpace> namedFrom = std::nullopt);
 
 private:
     /// A request for a page or an image, with the headers of a desktop browser.

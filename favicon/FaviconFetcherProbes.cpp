@@ -46,9 +46,9 @@ std::optional<URL> FaviconFetcher::siteURL(const URL& page, std::string path) {
 
 void FaviconFetcher::downloadImage(const FetchContext& context, const URL& url,
                                    ImageCompletion completion,
-                                   platform::AddressSpace minimumAddressSpace) {
+                                   std::optional<platform::AddressSpace> namedFrom) {
     platform::URLRequest request = browserRequest(context, url);
-    request.minimumAddressSpace = minimumAddressSpace;
+    request.namedFrom = namedFrom;
     services().urlSession.startDataTask(
         std::move(request),
         [images = context.images, completion = std::move(completion)](platform::URLResult result) {

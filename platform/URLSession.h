@@ -13,7 +13,8 @@
 
 namespace glintmark::platform {
 
-/// How widely an address can be reached, from the user's own machine to the whole internet.
+/// How widely an address can be reached: from the user's own machine, from the network around it,
+/// or from the whole internet.
 enum class AddressSpace { loopback, local, everyone };
 
 /// What the requests of one link share: cookies, credentials and TLS tickets. They end with the
@@ -39,9 +40,10 @@ struct URLRequest {
     /// Null for a request that shares nothing.
     std::shared_ptr<URLTaskGroup> group;
 
-    /// The request may connect only to addresses that are at least as widely reachable. For an
-    /// address that an answer named: that answer's `URLResult::addressSpace`.
-    AddressSpace minimumAddressSpace = AddressSpace::loopback;
+    /// For a URL that an answer named: that answer's `URLResult::addressSpace`. Such a request
+    /// connects only to addresses that are at least as widely reachable, to no port of another
+    /// protocol, and without the URL's user and password. Absent for a URL of the link's own.
+    std::optional<AddressSpace> namedFrom;
 };
 
 struct URLResponse {
@@ -54,7 +56,7 @@ struct URLResult {
     std::optional<std::string> body;  ///< Complete, decompressed; absent when the transfer failed.
     std::optional<URLResponse> response;
     std::optional<std::string> error;  ///< A description, when the transfer failed.
-    AddressSpace addressSpace = AddressSpace::everyone;  ///< Of the address that answered.
+    AddressSpace addressSpace = AddressSpace::everyone;  ///< Of the address that answered last.
 };
 
 /// The program's one HTTP client. May be called from any thread.

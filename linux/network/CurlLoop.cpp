@@ -16,9 +16,8 @@ constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
 
 }  // namespace
 
-CurlLoop::CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies)
+CurlLoop::CurlLoop(const CurlURLSessionOptions& options)
     : options_(options),
-      cookies_(cookies),
       budget_(options.maximumArrivingBytes),
       queue_(options.maximumTransfersPerHost, options.maximumTransfers),
       multi_(curl_multi_init()) {
@@ -54,7 +53,7 @@ CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
 
 void CurlLoop::startTransfers() {
     while (auto transfer = queue_.take()) {
-        CURL* handle = (*transfer)->beginHop(cookies_, budget_);
+        CURL* handle = (*transfer)->beginHop(budget_);
         curl_multi_add_handle(multi_.get(), handle);
         running_.push_back({std::move(*transfer), handle});
     }

@@ -10,7 +10,6 @@
 
 namespace glintmark::platform {
 
-class CurlCookies;
 struct CurlURLSessionOptions;
 
 /// The running and the queued transfers, and the connections that they share. For one thread,
@@ -19,7 +18,7 @@ class CurlLoop {
 public:
     using Transfers = std::vector<std::unique_ptr<CurlTransfer>>;
 
-    CurlLoop(const CurlURLSessionOptions& options, CurlCookies& cookies);
+    explicit CurlLoop(const CurlURLSessionOptions& options);
     ~CurlLoop();  ///< Aborts the running transfers.
 
     CurlLoop(const CurlLoop&) = delete;
@@ -47,7 +46,6 @@ private:
     std::size_t find(const CURL* handle) const;
 
     const CurlURLSessionOptions& options_;
-    CurlCookies& cookies_;
     BodyBudget<CurlTransfer> budget_;
     HostQueue<std::unique_ptr<CurlTransfer>> queue_;
     CurlMultiHandle multi_;

@@ -1,6 +1,6 @@
 #include "linux/network/CurlRedirect.h"
 
-#include <algorithm>
+#include <charconv>
 #include <utility>
 
 #include "base/text/TextCase.h"
@@ -29,15 +29,43 @@ std::string origin(const CurlURLHandle& url) {
            part(url, CURLUPART_PORT, CURLU_DEFAULT_PORT).value_or("");
 }
 
-void carryCredentials(const CurlURLHandle& from, const CurlURLHandle& to) {
+/// Gives `to` the user and password of `from`, or none if it is null.
+void setCredentials(const CurlURLHandle& to, const CurlURLHandle* from) {
     for (const CURLUPart which : {CURLUPART_USER, CURLUPART_PASSWORD}) {
-        if (const auto value = part(from, which)) {
-            curl_url_set(to.get(), which, value->c_str(), 0);
-        }
+        const auto value = from != nullptr ? part(*from, which) : std::nullopt;
+        curl_url_set(to.get(), which, value ? value->c_str() : nullptr, 0);
     }
 }
 
+std::string credentials(const CurlURLHandle& url) {
+    const auto user = part(url, CURLUPART_USER);
+    const auto password = part(url, CURLUPART_PASSWORD);
+    return user || password ? user.value_or("") + ":" + password.value_or("") : "";
+}
+
 }  // namespace
+
+std::optional<AddressParts> addressParts(const std::string& url) {
+    const CurlURLHandle parsed(curl_url());
+    if (!accepts(parsed, url)) {
+        return std::nullopt;
+    }
+    const auto host = part(parsed, CURLUPART_HOST, CURLU_PUNYCODE);
+    if (!host) {
+        return std::nullopt;
+    }
+    AddressParts parts{part(parsed, CURLUPART_SCHEME).value_or(""),
+                       lowercasedASCII(*host),
+                       0,
+                       origin(parsed),
+                       credentials(parsed),
+                       ""};
+    const std::string port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT).value_or("");
+    std::from_chars(port.data(), port.data() + port.size(), parts.port);
+    setCredentials(parsed, nullptr);
+    parts.withoutCredentials = part(parsed, CURLUPART_URL).value_or("");
+    return parts;
+}
 
 std::optional<RedirectTarget> redirectTarget(const std::string& from, const std::string& location) {
     const CurlURLHandle base(curl_url());
@@ -57,9 +85,7 @@ std::optional<RedirectTarget> redirectTarget(const std::string& from, const std:
         return std::nullopt;
     }
     const bool sameOrigin = origin(base) == origin(target);
-    if (sameOrigin && !part(target, CURLUPART_USER)) {
-        carryCredentials(base, target);
-    }
+    setCredentials(target, sameOrigin ? &base : nullptr);
     auto url = part(target, CURLUPART_URL);
     // libcurl does not escape spaces in a user's name, and refuses a request for an address with
     // them.

@@ -1,9 +1,24 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 namespace glintmark::platform {
+
+/// The parts of an address as libcurl requests them: IPv4 addresses in the usual spelling, names in
+/// ASCII (RFC 5891), escapes in the host decoded.
+struct AddressParts {
+    std::string scheme;
+    std::string host;  ///< In lower case; an IPv6 address in brackets.
+    std::uint16_t port;
+    std::string origin;
+    std::string credentials;         ///< User and password; empty if there are none.
+    std::string withoutCredentials;  ///< The whole address.
+};
+
+/// Absent if libcurl refuses the address.
+std::optional<AddressParts> addressParts(const std::string& url);
 
 /// The address that a redirect names.
 struct RedirectTarget {
@@ -14,8 +29,8 @@ struct RedirectTarget {
 
 /// Resolves the Location field `location` against `from`, the address that answered with it
 /// (RFC 9110, section 10.2.2). Spaces and bytes beyond ASCII, which servers do send, are escaped.
-/// User and password are kept only within their origin. Absent if the address is not valid or its
-/// scheme is not http or https.
+/// The user and password of `from` are kept only within their origin, those of `location` never.
+/// Absent if the address is not valid or its scheme is not http or https.
 std::optional<RedirectTarget> redirectTarget(const std::string& from, const std::string& location);
 
 }  // namespace glintmark::platform

@@ -1,15 +1,23 @@
 #include "linux/network/CurlTransfer.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
 
 #include "base/text/TextCase.h"
-#include "linux/network/CurlCookies.h"
+#include "linux/network/AddressRules.h"
 #include "linux/network/CurlOptions.h"
+#include "linux/network/CurlProxy.h"
 #include "linux/network/CurlRedirect.h"
+#include "linux/network/CurlTaskGroup.h"
 #include "linux/network/CurlURLSession.h"
+#include "platform/Log.h"
 
 namespace glintmark::platform {
 
@@ -38,6 +46,21 @@ std::string requestableHost(const URL& url) {
     return scheme == "http" || scheme == "https" ? lowercasedASCII(url.host().value_or("")) : "";
 }
 
+/// The socket address of an IP address in the usual spelling, as libcurl reports it.
+sockaddr_storage socketAddress(const char* text) {
+    sockaddr_storage address{};
+    sockaddr_in four{};
+    sockaddr_in6 six{};
+    if (::inet_pton(AF_INET, text, &four.sin_addr) == 1) {
+        four.sin_family = AF_INET;
+        std::memcpy(&address, &four, sizeof(four));
+    } else if (::inet_pton(AF_INET6, text, &six.sin6_addr) == 1) {
+        six.sin6_family = AF_INET6;
+        std::memcpy(&address, &six, sizeof(six));
+    }
+    return address;
+}
+
 }  // namespace
 
 CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion,
@@ -47,23 +70,58 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion
       url_(request.url.absoluteString()),
       host_(requestableHost(request.url)),
       headers_(std::move(request.headers)),
+      group_(request.group ? std::static_pointer_cast<CurlTaskGroup>(std::move(request.group))
+                           : std::make_shared<CurlTaskGroup>()),
+      namedFrom_(request.namedFrom),
       clock_(request.timeoutInterval, options.transferTimeout) {
     if (host_.empty()) {
         refuse("Only http and https addresses with a host are asked for.");
     }
 }
 
-CURL* CurlTransfer::beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& budget) {
+CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget) {
     hop_ = std::make_unique<Hop>();
-    hop_->cookies = &cookies;
     hop_->budget = &budget;
-    hop_->handle = makeHandle(cookies);
+    judgeAddress();
+    hop_->handle = makeHandle();
     budget.join(*this);
     clock_.start(options_.now());
     return hop_->handle.get();
 }
 
-CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
+void CurlTransfer::judgeAddress() {
+    if (redirects_ == 0) {  // otherwise `redirectTarget` has seen to the credentials
+        if (namedFrom_) {
+            url_ = group_->withoutForeignCredentials(url_);
+        } else {
+            group_->keepCredentials(url_);
+        }
+    }
+    const auto parts = addressParts(url_);
+    if (!parts) {
+        return;  // libcurl will refuse the request
+    }
+    hop_->proxy = proxyFor(parts->scheme, parts->host);
+    hop_->nameSpace = addressSpaceOfName(parts->host);
+    hop_->isBlocked = namedFrom_ && (isBlockedPort(parts->port) ||
+                                     (!hop_->proxy.empty() && !allows(hop_->nameSpace)));
+}
+
+/// True if the answer that named the address may name one in `space`.
+bool CurlTransfer::allows(std::optional<AddressSpace> space) const {
+    return !namedFrom_ || (space && *space >= *namedFrom_);
+}
+
+/// True if the hop may use a connection to an address in `connectedSpace`. Every refusal comes from
+/// here, also that of a blocked address, so that all take as long as a refused connection.
+bool CurlTransfer::mayUse(std::optional<AddressSpace> connectedSpace) {
+    const bool isDirect = hop_->proxy.empty();
+    const bool may = !hop_->isBlocked && (!isDirect || allows(connectedSpace));
+    hop_->refused = hop_->refused || !may;
+    return may;
+}
+
+CurlEasyHandle CurlTransfer::makeHandle() {
     CurlEasyHandle owner(curl_easy_init());
     CURL* handle = owner.get();
     setCurlOption<CURLOPT_ERRORBUFFER>(handle, hop_->error.data());
@@ -74,7 +132,8 @@ CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // every encoding that libcurl can decode
     setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
     setHeaders(handle);
-    cookies.attach(handle);
+    group_->attach(handle);
+    setConnecting(handle);
     if (!options_.certificateFile.empty()) {
         setCurlOption<CURLOPT_CAINFO>(handle, options_.certificateFile.c_str());
         setCurlOption<CURLOPT_CAPATH>(handle, nullptr);
@@ -94,6 +153,18 @@ CurlEasyHandle CurlTransfer::makeHandle(CurlCookies& cookies) {
     return owner;
 }
 
+void CurlTransfer::setConnecting(CURL* handle) {
+    // Both texts are set, so that libcurl does not look into the environment once more.
+    setCurlOption<CURLOPT_PROXY>(handle, hop_->proxy.c_str());
+    setCurlOption<CURLOPT_NOPROXY>(handle, "");
+    // The first is called before each connection to an address, the second before each request,
+    // also over a connection that was open before.
+    setCurlOption<CURLOPT_OPENSOCKETFUNCTION>(handle, openSocket);
+    setCurlOption<CURLOPT_OPENSOCKETDATA>(handle, this);
+    setCurlOption<CURLOPT_PREREQFUNCTION>(handle, connected);
+    setCurlOption<CURLOPT_PREREQDATA>(handle, this);
+}
+
 void CurlTransfer::setHeaders(CURL* handle) {
     setCurlOption<CURLOPT_USERAGENT>(handle, ("Glintmark/" + options_.version).c_str());
     for (const auto& [name, value] : headers_) {
@@ -108,8 +179,10 @@ void CurlTransfer::setHeaders(CURL* handle) {
 }
 
 bool CurlTransfer::endHop(CURLcode outcome) {
+    result_.addressSpace = hop_->space;
     if (hop_->isRedirect) {  // even if its body failed
         const std::string where = location().value_or("");
+        namedFrom_ = hop_->space;
         leaveHop();
         return follow(where);
     }
@@ -130,6 +203,13 @@ std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
     if (hop_->cancelled) {
         return "Too much data arrived at once.";
     }
+    if (hop_->refused && !hop_->status && outcome != CURLE_OPERATION_TIMEDOUT) {
+        if (options_.log != nullptr) {
+            options_.log->debug("http: refused, named by an answer from a more public address: " +
+                                url_);
+        }
+        return "The answer that named the address may not name it.";
+    }
     if (outcome == CURLE_OPERATION_TIMEDOUT) {
         return "The request timed out.";
     }
@@ -145,7 +225,7 @@ std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
 void CurlTransfer::leaveHop() {
     clock_.stop(options_.now());
     hop_->budget->leave(*this);
-    hop_->cookies->received(hop_->handle.get(), hop_->cookieBytes);
+    group_->receivedCookies(hop_->handle.get(), hop_->cookieBytes);
     hop_.reset();
 }
 
@@ -259,6 +339,28 @@ std::size_t CurlTransfer::bodyArrived(const char* bytes, std::size_t size, std::
                                       void* self) {
     const std::string_view part(bytes, size * count);
     return static_cast<CurlTransfer*>(self)->takeBody(part) ? part.size() : 0;
+}
+
+curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype /*purpose*/,
+                                       curl_sockaddr* address) {
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    return transfer->mayUse(transfer->options_.addressSpaceOf(address->addr))
+               ? ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol)
+               : CURL_SOCKET_BAD;
+}
+
+int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, int /*port*/,
+                            int /*localPort*/) {
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    Hop& hop = *transfer->hop_;
+    const sockaddr_storage connected = socketAddress(address);
+    const auto space =
+        hop.proxy.empty()
+            ? transfer->options_.addressSpaceOf(reinterpret_cast<const sockaddr&>(connected))
+            : hop.nameSpace;
+    // What a reserved address answers may name public addresses alone.
+    hop.space = space.value_or(AddressSpace::everyone);
+    return transfer->mayUse(space) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 
 int CurlTransfer::progressed(void* self, curl_off_t /*toReceive*/, curl_off_t received,

@@ -16,7 +16,7 @@
 
 namespace glintmark::platform {
 
-class CurlCookies;
+class CurlTaskGroup;
 struct CurlURLSessionOptions;
 
 /// One request and its redirects. Each hop is a separate transfer to libcurl, so that each hop
@@ -29,9 +29,9 @@ public:
     /// The host of the next hop in lower case; empty if the address cannot be requested.
     const std::string& host() const { return host_; }
 
-    /// Prepares the next hop and returns its handle, which is valid until `endHop`. `cookies` and
-    /// `budget` must live until then.
-    CURL* beginHop(CurlCookies& cookies, BodyBudget<CurlTransfer>& budget);
+    /// Prepares the next hop and returns its handle, which is valid until `endHop`. `budget` must
+    /// live until then.
+    CURL* beginHop(BodyBudget<CurlTransfer>& budget);
 
     /// Ends the hop with libcurl's result, or CURLE_OPERATION_TIMEDOUT after its deadline. True if
     /// a redirect leads to another hop, which can then begin.
@@ -56,13 +56,21 @@ private:
     static int progressed(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
                           curl_off_t sent);
 
+    static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
+    static int connected(void* self, char* address, char* localAddress, int port, int localPort);
+
     bool takeHeader(std::string_view line);
     void noteStatus();
     std::size_t declaredLength() const;  ///< Of the body before decompression; 0 if unknown.
     bool declaresTooMuch() const;
     bool takeBody(std::string_view bytes);
 
-    CurlEasyHandle makeHandle(CurlCookies& cookies);
+    void judgeAddress();
+    bool allows(std::optional<AddressSpace> space) const;
+    bool mayUse(std::optional<AddressSpace> connectedSpace);
+
+    CurlEasyHandle makeHandle();
+    void setConnecting(CURL* handle);
     void setHeaders(CURL* handle);
     std::optional<std::string> location() const;
     bool follow(const std::string& location);
@@ -75,6 +83,8 @@ private:
     std::string url_;
     std::string host_;
     std::vector<std::pair<std::string, std::string>> headers_;
+    std::shared_ptr<CurlTaskGroup> group_;
+    std::optional<AddressSpace> namedFrom_;  ///< The space of the answer that named `url_`.
     int redirects_ = 0;
     TransferClock clock_;
     URLResult result_;
@@ -83,8 +93,12 @@ private:
     struct Hop {
         CurlEasyHandle handle;
         CurlListHandle headers;
-        CurlCookies* cookies = nullptr;
         BodyBudget<CurlTransfer>* budget = nullptr;
+        std::string proxy;                      ///< Empty for none.
+        std::optional<AddressSpace> nameSpace;  ///< Of the host's name, for a proxy.
+        bool isBlocked = false;                 ///< What the address says is enough to refuse it.
+        bool refused = false;
+        AddressSpace space = AddressSpace::everyone;  ///< Of the connected address.
         std::size_t headBytes = 0;
         std::size_t cookieBytes = 0;
         curl_off_t received = 0;

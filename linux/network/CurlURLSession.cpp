@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "base/work/DispatchQueue.h"
-#include "linux/network/CurlCookies.h"
 #include "linux/network/CurlLoop.h"
+#include "linux/network/CurlTaskGroup.h"
 #include "linux/network/CurlTransfer.h"
 #include "linux/queues/Thread.h"
 
@@ -87,7 +87,6 @@ private:
 
     DispatchQueue& completionQueue_;
     const CurlURLSessionOptions options_;
-    std::optional<CurlCookies> cookies_;  ///< Used and created by the session's thread only.
 
     std::mutex mutex_;
     std::condition_variable completionEnded_;
@@ -105,6 +104,10 @@ CurlURLSession::CurlURLSession(DispatchQueue& completionQueue, CurlURLSessionOpt
     : worker_(std::make_shared<Worker>(completionQueue, std::move(options))) {}
 
 CurlURLSession::~CurlURLSession() { worker_->close(); }
+
+std::shared_ptr<URLTaskGroup> CurlURLSession::makeTaskGroup() {
+    return std::make_shared<CurlTaskGroup>();
+}
 
 void CurlURLSession::startDataTask(URLRequest request, Completion completion) {
     worker_->start(std::move(request), std::move(completion));
@@ -142,9 +145,6 @@ bool CurlURLSession::Worker::startThread() {
 void CurlURLSession::Worker::run() {
     lowerPriorityBelowMainThread();
     initialiseLibrary();
-    if (!cookies_) {
-        cookies_.emplace();
-    }
     do {
         serve();
     } while (!stopIfDone());
@@ -152,7 +152,7 @@ void CurlURLSession::Worker::run() {
 
 /// Runs transfers until there have been none for the idle timeout, or the session closes.
 void CurlURLSession::Worker::serve() {
-    CurlLoop loop(options_, *cookies_);
+    CurlLoop loop(options_);
     auto idleUntil = options_.now() + options_.idleTimeout;
     bool mayStart = true;
     while (takeNewRequests(loop, mayStart)) {

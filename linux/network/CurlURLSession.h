@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "linux/network/AddressRules.h"
 #include "platform/URLSession.h"
 
 namespace glintmark {
@@ -13,6 +15,8 @@ class DispatchQueue;
 }  // namespace glintmark
 
 namespace glintmark::platform {
+
+class Log;
 
 /// The settings of a session. Sizes are after decompression.
 struct CurlURLSessionOptions {
@@ -30,13 +34,19 @@ struct CurlURLSessionOptions {
     /// How long an idle session keeps its connections and its thread.
     std::chrono::nanoseconds idleTimeout = std::chrono::seconds(10);
 
+    Log* log = nullptr;  ///< For debug lines; null for none. Must outlive the session.
+
+    /// Sorts the addresses of connections. Tests sort loopback addresses as others.
+    std::function<std::optional<AddressSpace>(const sockaddr&)> addressSpaceOf =
+        platform::addressSpaceOf;
+
     /// The clock for all timeouts.
     std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
 };
 
 /// An HTTP client on libcurl's multi interface, with its own thread. The thread starts with the
 /// first request. It ends, and the connections close, after the idle timeout, so that an idle
-/// program pays nothing. Cookies are kept as long as the session.
+/// program pays nothing. Cookies and TLS tickets belong to the request's group.
 ///
 /// Memory is limited. A queued request holds only its texts. If all unfinished bodies together
 /// exceed their maximum, the largest fails. While the bodies of completions that have not returned
@@ -55,9 +65,7 @@ public:
     CurlURLSession(const CurlURLSession&) = delete;
     CurlURLSession& operator=(const CurlURLSession&) = delete;
 
-    std::shared_ptr<URLTaskGroup> makeTaskGroup() override {
-        return std::make_shared<URLTaskGroup>();
-    }
+    std::shared_ptr<URLTaskGroup> makeTaskGroup() override;
     void startDataTask(URLRequest request, Completion completion) override;
 
 private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "tests/support/Event.h"
 
 namespace glintmark::test {
@@ -15,6 +17,10 @@ public:
     HostNames& operator=(const HostNames&) = delete;
 
     static void release();
+
+    /// Names that end with ".dns.test" are looked up at the DNS server on this port of 127.0.0.1; 0
+    /// ends that. See `NameServer`.
+    static void askServerAt(std::uint16_t port);
 };
 
 }  // namespace glintmark::test

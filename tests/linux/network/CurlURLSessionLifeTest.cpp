@@ -36,8 +36,10 @@ TEST_F(CurlURLSessionLifeTest, HasNoThreadBeforeTheFirstRequest) {
 TEST_F(CurlURLSessionLifeTest, AnIdleSessionEndsItsThreadAndConnections) {
     options_.idleTimeout = 1ms;
     server_.on("/", answering(200, "x", {{"Set-Cookie", "still=there"}}));
+    URLRequest asked = request(server_.url("/"));
+    asked.group = session().makeTaskGroup();
     for (int round = 0; round < 3; ++round) {
-        EXPECT_EQ(get(server_.url("/")).body, "x");
+        EXPECT_EQ(start(asked)->wait().body, "x");
         EXPECT_TRUE(server_.waitForOpenConnections(0));
         EXPECT_TRUE(waitFor([] { return threadsOfSessions() == 0; }));
     }

@@ -251,20 +251,48 @@ TEST_F(CurlURLSessionTest, ReplacesAConnectionThatTheServerClosed) {
     }
 }
 
+/// Sends requests of one link.
+class OneLink {
+public:
+    explicit OneLink(CurlURLSession& session) : group_(session.makeTaskGroup()) {}
+    URLRequest operator()(URLRequest request) const {
+        request.group = group_;
+        return request;
+    }
+
+private:
+    std::shared_ptr<URLTaskGroup> group_;
+};
+
 TEST_F(CurlURLSessionTest, KeepsCookiesForTheirHost) {
+    const OneLink link(session());
     server_.on("/set", answering(200, "x", {{"Set-Cookie", "taste=sweet; Path=/"}}));
     other_.on("/", answering(200, "x"));
-    get(server_.url("/set"));
-    get(server_.url("/"));
-    get(other_.url("/"));
+    start(link(request(server_.url("/set"))))->wait();
+    start(link(request(server_.url("/"))))->wait();
+    start(link(request(other_.url("/"))))->wait();
     EXPECT_EQ(server_.requests().at(0).header("Cookie"), std::nullopt);
     EXPECT_EQ(server_.requests().at(1).header("Cookie"), "taste=sweet");
     EXPECT_EQ(other_.requests().at(0).header("Cookie"), std::nullopt);
 }
 
-TEST_F(CurlURLSessionTest, ForgetsCookiesWhenTooManyCome) {
+TEST_F(CurlURLSessionTest, NoOtherLinkSendsTheCookies) {
     server_.on("/set", answering(200, "x", {{"Set-Cookie", "taste=sweet; Path=/"}}));
-    get(server_.url("/set"));
+    const OneLink link(session());
+    const OneLink another(session());
+    start(link(request(server_.url("/set"))))->wait();
+    start(another(request(server_.url("/"))))->wait();
+    start(request(server_.url("/")))->wait();
+    start(link(request(server_.url("/"))))->wait();
+    EXPECT_EQ(server_.requests().at(1).header("Cookie"), std::nullopt);
+    EXPECT_EQ(server_.requests().at(2).header("Cookie"), std::nullopt);
+    EXPECT_EQ(server_.requests().at(3).header("Cookie"), "taste=sweet");
+}
+
+TEST_F(CurlURLSessionTest, ForgetsCookiesWhenTooManyCome) {
+    const OneLink link(session());
+    server_.on("/set", answering(200, "x", {{"Set-Cookie", "taste=sweet; Path=/"}}));
+    start(link(request(server_.url("/set"))))->wait();
     std::vector<std::pair<std::string, std::string>> many;
     many.reserve(40);
     for (int i = 0; i < 40; ++i) {
@@ -273,9 +301,9 @@ TEST_F(CurlURLSessionTest, ForgetsCookiesWhenTooManyCome) {
     server_.on("/many", answering(200, "x", many));
     other_.on("/many", answering(200, "x", many));
     for (int i = 0; i < 7; ++i) {  // 160 kB each
-        get(other_.url("/many"));
+        start(link(request(other_.url("/many"))))->wait();
     }
-    get(server_.url("/"));
+    start(link(request(server_.url("/"))))->wait();
     EXPECT_EQ(server_.requests().back().header("Cookie"), std::nullopt);
 }
 

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace glintmark::platform {
+
+/// The proxy for requests to `host` (in lower case, an IPv6 address in brackets) as the environment
+/// names it by the rules of libcurl-env(3); empty for none. libcurl would find the same, but does
+/// not say which it found, and an address means something else to a proxy than to this machine.
+std::string proxyFor(std::string_view scheme, std::string_view host);
+
+/// True if the list `exceptions` (as in "no_proxy") contains `host`: names with all names below
+/// them, IP addresses, and networks as "ADDRESS/BITS"; "*" alone contains every host.
+bool isExcepted(std::string_view exceptions, std::string_view host);
+
+}  // namespace glintmark::platform

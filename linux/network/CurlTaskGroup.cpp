@@ -1,0 +1,45 @@
+#include "linux/network/CurlTaskGroup.h"
+
+#include "linux/network/CurlOptions.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+constexpr std::size_t maximumCookieBytes = std::size_t{1} << 20;
+
+}  // namespace
+
+void CurlTaskGroup::attach(CURL* handle) {
+    if (!share_) {
+        share_.reset(curl_share_init());
+        curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+        curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    }
+    setCurlOption<CURLOPT_SHARE>(handle, share_.get());
+    setCurlOption<CURLOPT_COOKIEFILE>(handle, "");  // no file: in memory
+}
+
+void CurlTaskGroup::receivedCookies(CURL* handle, std::size_t bytes) {
+    cookieBytes_ += bytes;
+    if (cookieBytes_ > maximumCookieBytes) {
+        setCurlOption<CURLOPT_COOKIELIST>(handle, "ALL");
+        cookieBytes_ = 0;
+    }
+}
+
+void CurlTaskGroup::keepCredentials(const std::string& url) {
+    auto parts = addressParts(url);
+    if (parts && !parts->credentials.empty()) {
+        own_ = std::move(parts);
+    }
+}
+
+std::string CurlTaskGroup::withoutForeignCredentials(const std::string& url) const {
+    const auto parts = addressParts(url);
+    const bool isOwn =
+        parts && own_ && parts->origin == own_->origin && parts->credentials == own_->credentials;
+    return parts && !parts->credentials.empty() && !isOwn ? parts->withoutCredentials : url;
+}
+
+}  // namespace glintmark::platform
