@@ -6,8 +6,10 @@ namespace glintmark::platform {
 
 /// Settings from the environment or the build.
 struct Configuration {
-    std::string faviconServiceAddress;  ///< Scheme and host; empty switches the service off.
-    std::string productPageAddress;     ///< A URL.
+    /// The base address, which may have a path, without a slash at its end. Empty switches the
+    /// service off.
+    std::string faviconServiceAddress;
+    std::string productPageAddress;  ///< A URL.
 };
 
 }  // namespace glintmark::platform

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -13,11 +14,13 @@ namespace glintmark::platform {
 namespace {
 
 constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
+constexpr const char* unknownName = "The host's name has no address.";
 
 }  // namespace
 
-CurlLoop::CurlLoop(const CurlURLSessionOptions& options)
+CurlLoop::CurlLoop(const CurlURLSessionOptions& options, NameLookUps& names)
     : options_(options),
+      names_(names),
       budget_(options.maximumArrivingBytes),
       queue_(options.maximumTransfersPerHost, options.maximumTransfers),
       multi_(curl_multi_init()) {
@@ -25,22 +28,94 @@ CurlLoop::CurlLoop(const CurlURLSessionOptions& options)
     // room.
     setCurlOption<CURLMOPT_MAX_TOTAL_CONNECTIONS>(multi_.get(),
                                                   static_cast<long>(options.maximumTransfers));
+    names_.setWake([this] { wake(); });
 }
 
 CurlLoop::~CurlLoop() {
+    names_.setWake(nullptr);
+    names_.forget();
     for (Running& running : running_) {
         curl_multi_remove_handle(multi_.get(), running.handle);
         running.transfer->endHop(CURLE_ABORTED_BY_CALLBACK);
     }
 }
 
-void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) {
-    const std::string host = transfer->host();
-    queue_.push(host, std::move(transfer));
+void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) { lineUp(std::move(transfer), false); }
+
+void CurlLoop::lineUp(std::unique_ptr<CurlTransfer> transfer, bool isNextHop) {
+    const std::string& name = transfer->prepareHop();
+    LookingUp waiting{nullptr, isNextHop, options_.now()};
+    const auto addresses = name.empty() ? std::optional<std::string>("") : names_.ask(name);
+    if (!addresses) {
+        auto& others = lookingUp_[name];
+        waiting.transfer = std::move(transfer);
+        others.push_back(std::move(waiting));
+    } else if (!name.empty() && addresses->empty()) {
+        transfer->refuse(unknownName);
+        unknown_.push_back(std::move(transfer));
+    } else {
+        waiting.transfer = std::move(transfer);
+        enqueue(std::move(waiting), *addresses);
+    }
+}
+
+void CurlLoop::enqueue(LookingUp waiting, const std::string& addresses) {
+    waiting.transfer->setAddresses(addresses, options_.now() - waiting.since);
+    const std::string host = waiting.transfer->host();
+    if (waiting.isNextHop) {
+        queue_.pushFront(host, std::move(waiting.transfer));
+    } else {
+        queue_.push(host, std::move(waiting.transfer));
+    }
+}
+
+void CurlLoop::takeLookedUp() {
+    for (const auto& [name, addresses] : names_.takeEnded()) {
+        const auto found = lookingUp_.find(name);
+        if (found == lookingUp_.end()) {
+            continue;
+        }
+        const TransferClock::Time begin = names_.begunAt(name).value_or(options_.now());
+        for (LookingUp& waiting : found->second) {
+            if (addresses.empty()) {
+                waiting.transfer->refuse(unknownName);
+                unknown_.push_back(std::move(waiting.transfer));
+            } else {
+                waiting.since = std::max(waiting.since, begin);  // waiting for a thread is free
+                enqueue(std::move(waiting), addresses);
+            }
+        }
+        lookingUp_.erase(found);
+    }
+}
+
+/// The timeout does not run while the name waits for a thread.
+TransferClock::Time CurlLoop::lookUpDeadline(const std::string& name,
+                                             const LookingUp& waiting) const {
+    const auto begin = names_.begunAt(name);
+    return begin ? waiting.transfer->lookUpDeadline(std::max(waiting.since, *begin))
+                 : TransferClock::Time::max();
+}
+
+void CurlLoop::endTimedOutLookUps(Transfers& ended) {
+    const auto now = options_.now();
+    for (auto entry = lookingUp_.begin(); entry != lookingUp_.end();) {
+        std::vector<LookingUp>& transfers = entry->second;
+        const auto late = std::stable_partition(
+            transfers.begin(), transfers.end(),
+            [&](const LookingUp& waiting) { return lookUpDeadline(entry->first, waiting) > now; });
+        for (auto each = late; each != transfers.end(); ++each) {
+            each->transfer->refuse("The request timed out.");
+            ended.push_back(std::move(each->transfer));
+        }
+        transfers.erase(late, transfers.end());
+        entry = transfers.empty() ? lookingUp_.erase(entry) : std::next(entry);
+    }
 }
 
 CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
-    Transfers ended;
+    takeLookedUp();
+    Transfers ended = std::exchange(unknown_, {});
     if (mayStart) {
         startTransfers();
     }
@@ -48,12 +123,13 @@ CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
     curl_multi_perform(multi_.get(), &stillRunning);
     collectFinished(ended);
     endTimedOut(ended);
+    endTimedOutLookUps(ended);
     return ended;
 }
 
 void CurlLoop::startTransfers() {
     while (auto transfer = queue_.take()) {
-        CURL* handle = (*transfer)->beginHop(budget_);
+        CURL* handle = (*transfer)->beginHop(budget_, openSockets_);
         curl_multi_add_handle(multi_.get(), handle);
         running_.push_back({std::move(*transfer), handle});
     }
@@ -84,8 +160,7 @@ void CurlLoop::endHop(std::size_t index, CURLcode outcome, Transfers& ended) {
     queue_.release(transfer->host());
     const bool hasNextHop = transfer->endHop(outcome);
     if (hasNextHop) {
-        const std::string host = transfer->host();
-        queue_.pushFront(host, std::move(transfer));
+        lineUp(std::move(transfer), true);
     } else {
         ended.push_back(std::move(transfer));
     }
@@ -102,8 +177,13 @@ void CurlLoop::wait(TransferClock::Time latest) {
     for (const Running& running : running_) {
         latest = std::min(latest, running.transfer->deadline());
     }
+    for (const auto& [name, transfers] : lookingUp_) {
+        for (const LookingUp& waiting : transfers) {
+            latest = std::min(latest, lookUpDeadline(name, waiting));
+        }
+    }
     const auto now = options_.now();
-    if (latest <= now) {
+    if (latest <= now || !unknown_.empty()) {
         return;
     }
     // Rounded up: rounded down, the loop would spin through the last fraction of a millisecond.

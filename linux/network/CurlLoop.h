@@ -1,12 +1,15 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "linux/network/BodyBudget.h"
 #include "linux/network/CurlHandles.h"
 #include "linux/network/CurlTransfer.h"
 #include "linux/network/HostQueue.h"
+#include "linux/network/NameLookUps.h"
 
 namespace glintmark::platform {
 
@@ -18,7 +21,8 @@ class CurlLoop {
 public:
     using Transfers = std::vector<std::unique_ptr<CurlTransfer>>;
 
-    explicit CurlLoop(const CurlURLSessionOptions& options);
+    /// `names` must outlive the loop.
+    CurlLoop(const CurlURLSessionOptions& options, NameLookUps& names);
     ~CurlLoop();  ///< Aborts the running transfers.
 
     CurlLoop(const CurlLoop&) = delete;
@@ -35,10 +39,22 @@ public:
 
     void wake();  ///< Ends the running `wait`, or the next one if none runs. Any thread.
 
-    bool idle() const { return queue_.empty(); }
+    bool idle() const { return queue_.empty() && lookingUp_.empty(); }
     bool canStart() const { return queue_.canTake(); }  ///< A queued transfer could start.
 
 private:
+    /// A transfer whose name is being looked up.
+    struct LookingUp {
+        std::unique_ptr<CurlTransfer> transfer;
+        bool isNextHop;
+        TransferClock::Time since;
+    };
+
+    void lineUp(std::unique_ptr<CurlTransfer> transfer, bool isNextHop);
+    void enqueue(LookingUp waiting, const std::string& addresses);
+    void takeLookedUp();
+    TransferClock::Time lookUpDeadline(const std::string& name, const LookingUp& waiting) const;
+    void endTimedOutLookUps(Transfers& ended);
     void startTransfers();
     void collectFinished(Transfers& ended);
     void endTimedOut(Transfers& ended);
@@ -46,8 +62,12 @@ private:
     std::size_t find(const CURL* handle) const;
 
     const CurlURLSessionOptions& options_;
+    NameLookUps& names_;
+    std::unordered_map<std::string, std::vector<LookingUp>> lookingUp_;
+    Transfers unknown_;  ///< Ended because their host's name has no address.
     BodyBudget<CurlTransfer> budget_;
     HostQueue<std::unique_ptr<CurlTransfer>> queue_;
+    std::size_t openSockets_ = 0;  ///< Above the handle, which closes sockets when it ends.
     CurlMultiHandle multi_;
 
     struct Running {

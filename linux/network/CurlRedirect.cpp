@@ -43,27 +43,44 @@ std::string credentials(const CurlURLHandle& url) {
     return user || password ? user.value_or("") + ":" + password.value_or("") : "";
 }
 
+/// `portFlags` are those for the port.
+std::optional<AddressParts> partsOf(const CurlURLHandle& url, unsigned portFlags) {
+    const auto host = part(url, CURLUPART_HOST, CURLU_PUNYCODE);
+    if (!host) {
+        return std::nullopt;
+    }
+    AddressParts parts{part(url, CURLUPART_SCHEME).value_or(""),
+                       lowercasedASCII(*host),
+                       0,
+                       origin(url),
+                       credentials(url),
+                       ""};
+    const std::string port = part(url, CURLUPART_PORT, portFlags).value_or("");
+    std::from_chars(port.data(), port.data() + port.size(), parts.port);
+    setCredentials(url, nullptr);
+    parts.withoutCredentials = part(url, CURLUPART_URL).value_or("");
+    return parts;
+}
+
 }  // namespace
 
 std::optional<AddressParts> addressParts(const std::string& url) {
     const CurlURLHandle parsed(curl_url());
-    if (!accepts(parsed, url)) {
+    return accepts(parsed, url) ? partsOf(parsed, CURLU_DEFAULT_PORT) : std::nullopt;
+}
+
+std::optional<AddressParts> proxyParts(const std::string& url) {
+    constexpr std::uint16_t defaultPort = 1080;  // as in libcurl
+    constexpr std::uint16_t defaultPortOfHTTPS = 443;
+    const CurlURLHandle parsed(curl_url());
+    if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                     CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME) != CURLUE_OK) {
         return std::nullopt;
     }
-    const auto host = part(parsed, CURLUPART_HOST, CURLU_PUNYCODE);
-    if (!host) {
-        return std::nullopt;
+    auto parts = partsOf(parsed, 0);
+    if (parts && parts->port == 0) {
+        parts->port = parts->scheme == "https" ? defaultPortOfHTTPS : defaultPort;
     }
-    AddressParts parts{part(parsed, CURLUPART_SCHEME).value_or(""),
-                       lowercasedASCII(*host),
-                       0,
-                       origin(parsed),
-                       credentials(parsed),
-                       ""};
-    const std::string port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT).value_or("");
-    std::from_chars(port.data(), port.data() + port.size(), parts.port);
-    setCredentials(parsed, nullptr);
-    parts.withoutCredentials = part(parsed, CURLUPART_URL).value_or("");
     return parts;
 }
 

@@ -20,6 +20,9 @@ struct AddressParts {
 /// Absent if libcurl refuses the address.
 std::optional<AddressParts> addressParts(const std::string& url);
 
+/// The same for the address of a proxy, whose scheme and port may be missing.
+std::optional<AddressParts> proxyParts(const std::string& url);
+
 /// The address that a redirect names.
 struct RedirectTarget {
     std::string url;

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -46,6 +47,20 @@ std::string requestableHost(const URL& url) {
     return scheme == "http" || scheme == "https" ? lowercasedASCII(url.host().value_or("")) : "";
 }
 
+/// Appends a copy of `text`.
+void append(CurlListHandle& list, const std::string& text) {
+    curl_slist* longer = curl_slist_append(list.get(), text.c_str());
+    static_cast<void>(list.release());
+    list.reset(longer);
+}
+
+/// True for names. libcurl knows what "localhost" is (RFC 6761, section 6.3).
+bool needsLookUp(const std::string& host) {
+    in_addr ignored{};
+    return !host.starts_with('[') && ::inet_pton(AF_INET, host.c_str(), &ignored) != 1 &&
+           host != "localhost" && !host.ends_with(".localhost");
+}
+
 /// The socket address of an IP address in the usual spelling, as libcurl reports it.
 sockaddr_storage socketAddress(const char* text) {
     sockaddr_storage address{};
@@ -79,32 +94,50 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion
     }
 }
 
-CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget) {
-    hop_ = std::make_unique<Hop>();
-    hop_->budget = &budget;
-    judgeAddress();
-    hop_->handle = makeHandle();
-    budget.join(*this);
-    clock_.start(options_.now());
-    return hop_->handle.get();
+const std::string& CurlTransfer::prepareHop() {
+    if (redirects_ == 0) {  // otherwise `redirectTarget` has dropped them
+        dropForeignCredentials();
+    }
+    target_ = {};
+    const auto parts = addressParts(url_);
+    if (!parts) {  // libcurl will refuse the request; if it does not, the transfer will
+        target_.isBlocked = true;
+        return target_.lookUpName;
+    }
+    target_.isEncrypted = parts->scheme == "https";
+    target_.proxy = proxyFor(parts->scheme, parts->host);
+    target_.nameSpace = addressSpaceOfName(parts->host);
+    target_.isBlocked = namedFrom_ && (isBlockedPort(parts->port) ||
+                                       (!target_.proxy.empty() && !allows(target_.nameSpace)));
+    const auto connects = target_.proxy.empty() ? parts : proxyParts(target_.proxy);
+    if (connects && needsLookUp(connects->host)) {
+        target_.lookUpName = connects->host;
+        target_.lookUpPort = connects->port;
+    }
+    return target_.lookUpName;
 }
 
-void CurlTransfer::judgeAddress() {
-    if (redirects_ == 0) {  // otherwise `redirectTarget` has seen to the credentials
-        if (namedFrom_) {
-            url_ = group_->withoutForeignCredentials(url_);
-        } else {
-            group_->keepCredentials(url_);
-        }
+void CurlTransfer::dropForeignCredentials() {
+    if (namedFrom_) {
+        url_ = group_->withoutForeignCredentials(url_);
+    } else {
+        group_->keepCredentials(url_);
     }
-    const auto parts = addressParts(url_);
-    if (!parts) {
-        return;  // libcurl will refuse the request
-    }
-    hop_->proxy = proxyFor(parts->scheme, parts->host);
-    hop_->nameSpace = addressSpaceOfName(parts->host);
-    hop_->isBlocked = namedFrom_ && (isBlockedPort(parts->port) ||
-                                     (!hop_->proxy.empty() && !allows(hop_->nameSpace)));
+}
+
+void CurlTransfer::setAddresses(std::string addresses, TransferClock::Duration lookUpTime) {
+    target_.addresses = std::move(addresses);
+    target_.lookUpTime = lookUpTime;
+}
+
+CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget, std::size_t& openSockets) {
+    hop_ = std::make_unique<Hop>();
+    hop_->openSockets = &openSockets;
+    hop_->budget = &budget;
+    hop_->handle = makeHandle();
+    budget.join(*this);
+    clock_.start(options_.now() - target_.lookUpTime);
+    return hop_->handle.get();
 }
 
 /// True if the answer that named the address may name one in `space`.
@@ -115,8 +148,8 @@ bool CurlTransfer::allows(std::optional<AddressSpace> space) const {
 /// True if the hop may use a connection to an address in `connectedSpace`. Every refusal comes from
 /// here, also that of a blocked address, so that all take as long as a refused connection.
 bool CurlTransfer::mayUse(std::optional<AddressSpace> connectedSpace) {
-    const bool isDirect = hop_->proxy.empty();
-    const bool may = !hop_->isBlocked && (!isDirect || allows(connectedSpace));
+    const bool isDirect = target_.proxy.empty();
+    const bool may = !target_.isBlocked && (!isDirect || allows(connectedSpace));
     hop_->refused = hop_->refused || !may;
     return may;
 }
@@ -132,6 +165,12 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // every encoding that libcurl can decode
     setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
     setHeaders(handle);
+    setCurlOption<CURLOPT_SSLVERSION>(handle, long{CURL_SSLVERSION_TLSv1_2});  // at least
+    if (target_.isEncrypted) {
+        // A request waits until a connection to its host that is being opened knows whether it can
+        // carry several. An unencrypted one never can.
+        setCurlOption<CURLOPT_PIPEWAIT>(handle, 1L);
+    }
     group_->attach(handle);
     setConnecting(handle);
     if (!options_.certificateFile.empty()) {
@@ -155,12 +194,21 @@ CurlEasyHandle CurlTransfer::makeHandle() {
 
 void CurlTransfer::setConnecting(CURL* handle) {
     // Both texts are set, so that libcurl does not look into the environment once more.
-    setCurlOption<CURLOPT_PROXY>(handle, hop_->proxy.c_str());
+    setCurlOption<CURLOPT_PROXY>(handle, target_.proxy.c_str());
     setCurlOption<CURLOPT_NOPROXY>(handle, "");
+    if (!target_.lookUpName.empty()) {
+        append(hop_->addresses, "+" + target_.lookUpName + ":" +
+                                    std::to_string(target_.lookUpPort) + ":" + target_.addresses);
+        setCurlOption<CURLOPT_RESOLVE>(handle, hop_->addresses.get());
+        setCurlOption<CURLOPT_RESOLVER_START_FUNCTION>(handle, mayResolve);
+        setCurlOption<CURLOPT_RESOLVER_START_DATA>(handle, this);
+    }
     // The first is called before each connection to an address, the second before each request,
     // also over a connection that was open before.
     setCurlOption<CURLOPT_OPENSOCKETFUNCTION>(handle, openSocket);
     setCurlOption<CURLOPT_OPENSOCKETDATA>(handle, this);
+    setCurlOption<CURLOPT_CLOSESOCKETFUNCTION>(handle, closeSocket);
+    setCurlOption<CURLOPT_CLOSESOCKETDATA>(handle, hop_->openSockets);
     setCurlOption<CURLOPT_PREREQFUNCTION>(handle, connected);
     setCurlOption<CURLOPT_PREREQDATA>(handle, this);
 }
@@ -171,9 +219,7 @@ void CurlTransfer::setHeaders(CURL* handle) {
         std::string line = name;
         // libcurl sends a field without a value if ";" follows the name.
         line.append(value.empty() ? ";" : ": ").append(value);
-        curl_slist* longer = curl_slist_append(hop_->headers.get(), line.c_str());
-        static_cast<void>(hop_->headers.release());
-        hop_->headers.reset(longer);
+        append(hop_->headers, line);
     }
     setCurlOption<CURLOPT_HTTPHEADER>(handle, hop_->headers.get());
 }
@@ -344,9 +390,28 @@ std::size_t CurlTransfer::bodyArrived(const char* bytes, std::size_t size, std::
 curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
     auto* transfer = static_cast<CurlTransfer*>(self);
-    return transfer->mayUse(transfer->options_.addressSpaceOf(address->addr))
-               ? ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol)
-               : CURL_SOCKET_BAD;
+    std::size_t& openSockets = *transfer->hop_->openSockets;
+    // libcurl tries a second address while the first one is silent. Then each transfer has two.
+    if (!transfer->mayUse(transfer->options_.addressSpaceOf(address->addr)) ||
+        openSockets >= transfer->options_.maximumSockets) {
+        return CURL_SOCKET_BAD;
+    }
+    const int socket =
+        ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    openSockets += socket >= 0 ? 1 : 0;
+    return socket;
+}
+
+int CurlTransfer::closeSocket(void* openSockets, curl_socket_t socket) {
+    --*static_cast<std::size_t*>(openSockets);
+    return ::close(socket);
+}
+
+/// libcurl's own look-ups would hold a thread each, so there are none: the addresses are known.
+/// Only for an old kind of proxy libcurl has to look up the site's name, too.
+int CurlTransfer::mayResolve(void* /*state*/, void* /*reserved*/, void* self) {
+    constexpr int forbid = 1;
+    return static_cast<CurlTransfer*>(self)->target_.proxy.starts_with("socks") ? 0 : forbid;
 }
 
 int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, int /*port*/,
@@ -355,9 +420,9 @@ int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, i
     Hop& hop = *transfer->hop_;
     const sockaddr_storage connected = socketAddress(address);
     const auto space =
-        hop.proxy.empty()
+        transfer->target_.proxy.empty()
             ? transfer->options_.addressSpaceOf(reinterpret_cast<const sockaddr&>(connected))
-            : hop.nameSpace;
+            : transfer->target_.nameSpace;
     // What a reserved address answers may name public addresses alone.
     hop.space = space.value_or(AddressSpace::everyone);
     return transfer->mayUse(space) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,9 +30,21 @@ public:
     /// The host of the next hop in lower case; empty if the address cannot be requested.
     const std::string& host() const { return host_; }
 
-    /// Prepares the next hop and returns its handle, which is valid until `endHop`. `budget` must
-    /// live until then.
-    CURL* beginHop(BodyBudget<CurlTransfer>& budget);
+    /// Prepares the next hop. Returns the name to look up for it; empty if there is none.
+    const std::string& prepareHop();
+
+    /// The IP addresses of that name, in the form of `NameLookUps`, and the time that it took from
+    /// the hop's timeouts.
+    void setAddresses(std::string addresses, TransferClock::Duration lookUpTime);
+
+    /// When the hop times out if its name is looked up since `begin`.
+    TransferClock::Time lookUpDeadline(TransferClock::Time begin) const {
+        return clock_.deadlineFrom(begin);
+    }
+
+    /// Begins the prepared hop and returns its handle, which is valid until `endHop`. `budget` must
+    /// live until then. `openSockets` counts sockets and must live as long as all connections.
+    CURL* beginHop(BodyBudget<CurlTransfer>& budget, std::size_t& openSockets);
 
     /// Ends the hop with libcurl's result, or CURLE_OPERATION_TIMEDOUT after its deadline. True if
     /// a redirect leads to another hop, which can then begin.
@@ -57,6 +70,8 @@ private:
                           curl_off_t sent);
 
     static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
+    static int closeSocket(void* openSockets, curl_socket_t socket);
+    static int mayResolve(void* state, void* reserved, void* self);
     static int connected(void* self, char* address, char* localAddress, int port, int localPort);
 
     bool takeHeader(std::string_view line);
@@ -65,7 +80,7 @@ private:
     bool declaresTooMuch() const;
     bool takeBody(std::string_view bytes);
 
-    void judgeAddress();
+    void dropForeignCredentials();
     bool allows(std::optional<AddressSpace> space) const;
     bool mayUse(std::optional<AddressSpace> connectedSpace);
 
@@ -89,14 +104,26 @@ private:
     TransferClock clock_;
     URLResult result_;
 
+    /// Where the next or running hop goes.
+    struct Target {
+        bool isEncrypted = false;
+        std::string proxy;                      ///< Empty for none.
+        std::optional<AddressSpace> nameSpace;  ///< Of the host's name, for a proxy.
+        bool isBlocked = false;                 ///< What the address says is enough to refuse it.
+        std::string lookUpName;
+        std::uint16_t lookUpPort = 0;
+        std::string addresses;
+        TransferClock::Duration lookUpTime{0};
+    };
+    Target target_;
+
     /// The state of the running hop.
     struct Hop {
         CurlEasyHandle handle;
         CurlListHandle headers;
+        CurlListHandle addresses;
         BodyBudget<CurlTransfer>* budget = nullptr;
-        std::string proxy;                      ///< Empty for none.
-        std::optional<AddressSpace> nameSpace;  ///< Of the host's name, for a proxy.
-        bool isBlocked = false;                 ///< What the address says is enough to refuse it.
+        std::size_t* openSockets = nullptr;
         bool refused = false;
         AddressSpace space = AddressSpace::everyone;  ///< Of the connected address.
         std::size_t headBytes = 0;

@@ -61,7 +61,7 @@ bool isCheapToComplete(const URLResult& result) {
 class CurlURLSession::Worker : public std::enable_shared_from_this<Worker> {
 public:
     Worker(DispatchQueue& completionQueue, CurlURLSessionOptions options)
-        : completionQueue_(completionQueue), options_(std::move(options)) {}
+        : completionQueue_(completionQueue), options_(std::move(options)), names_(options_.now) {}
 
     void start(URLRequest request, Completion completion);
     void close();
@@ -87,6 +87,7 @@ private:
 
     DispatchQueue& completionQueue_;
     const CurlURLSessionOptions options_;
+    NameLookUps names_;  ///< For the session's thread.
 
     std::mutex mutex_;
     std::condition_variable completionEnded_;
@@ -152,7 +153,7 @@ void CurlURLSession::Worker::run() {
 
 /// Runs transfers until there have been none for the idle timeout, or the session closes.
 void CurlURLSession::Worker::serve() {
-    CurlLoop loop(options_);
+    CurlLoop loop(options_, names_);
     auto idleUntil = options_.now() + options_.idleTimeout;
     bool mayStart = true;
     while (takeNewRequests(loop, mayStart)) {

@@ -25,6 +25,7 @@ struct CurlURLSessionOptions {
 
     std::size_t maximumTransfersPerHost = 6;
     std::size_t maximumTransfers = 256;
+    std::size_t maximumSockets = 300;  ///< Beyond it, no second address is tried beside the first.
     std::chrono::nanoseconds transferTimeout = std::chrono::seconds(60);  ///< Without queueing.
 
     std::size_t maximumBodyBytes = std::size_t{32} << 20;

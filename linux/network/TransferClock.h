@@ -16,6 +16,9 @@ public:
     TransferClock(Duration dataTimeout, Duration transferTimeout)
         : dataTimeout_(std::min(dataTimeout, transferTimeout)), left_(transferTimeout) {}
 
+    /// The deadline if the clock starts at `begin` and no data arrives.
+    Time deadlineFrom(Time begin) const { return begin + std::min(dataTimeout_, left_); }
+
     void start(Time now) {
         startedAt_ = now;
         lastDataAt_ = now;

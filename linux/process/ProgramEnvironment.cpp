@@ -24,7 +24,11 @@ std::string programFolder() {
 std::string faviconServiceAddress() {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread sets it
     const char* address = std::getenv("GLINTMARK_FAVICON_SERVICE");
-    return address != nullptr ? address : defaultFaviconServiceAddress;
+    std::string base = address != nullptr ? address : defaultFaviconServiceAddress;
+    while (base.ends_with('/')) {
+        base.pop_back();
+    }
+    return base;
 }
 
 }  // namespace glintmark::platform

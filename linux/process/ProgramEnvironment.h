@@ -10,8 +10,8 @@ inline constexpr auto imageDecoderName = "glintmark-image-decoder";
 /// The folder of the running program's file, without a trailing slash.
 std::string programFolder();
 
-/// Scheme and host of the favicon service: the variable GLINTMARK_FAVICON_SERVICE, also when it is
-/// empty, else the service that the program uses by default.
+/// The base address of the favicon service, without slashes at its end: the variable
+/// GLINTMARK_FAVICON_SERVICE, also when it is empty, else the service of the default.
 std::string faviconServiceAddress();
 
 }  // namespace glintmark::platform

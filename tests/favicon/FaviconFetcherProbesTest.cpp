@@ -172,6 +172,12 @@ TEST_F(FaviconFetcherProbesTest, AHostThatMakesNoServiceURLGivesNoneWithoutARequ
     EXPECT_THAT(session().requests(), IsEmpty());
 }
 
+TEST_F(FaviconFetcherProbesTest, ABaseAddressOfTheServiceMayHaveAPath) {
+    platform().configuration.faviconServiceAddress = "http://own.example/icons";
+    session().answer("http://own.example/icons/s2/favicons?domain=h&sz=256", 200, "image 16x16");
+    EXPECT_EQ(served("h"), 16);
+}
+
 TEST_F(FaviconFetcherProbesTest, AServiceThatIsTurnedOffGivesNoneWithoutARequest) {
     platform().configuration.faviconServiceAddress.clear();
     EXPECT_EQ(served("h"), 0);

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
+#include <set>
 #include <tuple>
 
 #include "favicon/FaviconFetcher.h"
@@ -162,6 +164,32 @@ TEST_F(FaviconFetcherFetchTest, OnlyManifestsAreRequestedWithoutTheBrowsersName)
         EXPECT_EQ(request.timeoutInterval, isManifest ? 5s : 10s);
     }
     EXPECT_EQ(session().requests().size(), 8U);
+}
+
+TEST_F(FaviconFetcherFetchTest, OnlyWhatAnAnswerNamedIsMarkedWithItsSpace) {
+    const auto from = [](std::string body, platform::AddressSpace space) {
+        return platform::URLResult{std::move(body), platform::URLResponse{200}, std::nullopt,
+                                   space};
+    };
+    session().answer("http://h/", from(R"(<link rel="icon" href="/named.png">)",
+                                       platform::AddressSpace::everyone));
+    session().answer("http://h/manifest.json",
+                     from(R"({"icons": [{"src": "/other.png"}]})", platform::AddressSpace::local));
+    FaviconFetcher::fetch("http://h/", [](const std::shared_ptr<const Image>&) {});
+    queues().runUntilIdle();
+    std::map<std::string, platform::AddressSpace> named;
+    std::set<std::shared_ptr<platform::URLTaskGroup>> groups;
+    for (const auto& request : session().requests()) {
+        groups.insert(request.group);
+        if (request.namedFrom) {
+            named[request.url.absoluteString()] = *request.namedFrom;
+        }
+    }
+    EXPECT_THAT(named,
+                ElementsAre(std::pair("http://h/named.png", platform::AddressSpace::everyone),
+                            std::pair("http://h/other.png", platform::AddressSpace::local)));
+    EXPECT_EQ(groups.size(), 1U);
+    EXPECT_EQ(groups.count(nullptr), 0U);
 }
 
 TEST_F(FaviconFetcherFetchTest, NoPathWaitsForAnother) {

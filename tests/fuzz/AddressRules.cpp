@@ -1,3 +1,5 @@
+#include "linux/network/AddressRules.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
@@ -7,7 +9,6 @@
 #include <initializer_list>
 #include <string>
 
-#include "linux/network/AddressRules.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using namespace glintmark;
@@ -61,8 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(spaceOf(wrapped({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF}, data)) == four);
     fuzz::require(spaceOf(wrapped({0, 0x64, 0xFF, 0x9B, 0, 0, 0, 0, 0, 0, 0, 0}, data)) == four);
     fuzz::require(spaceOf(wrapped({0x20, 0x02}, data)) == four);
-    const unsigned whole = unsigned{data[0]} << 24 | unsigned{data[1]} << 16 |
-                           unsigned{data[2]} << 8 | data[3];
+    const unsigned whole =
+        unsigned{data[0]} << 24 | unsigned{data[1]} << 16 | unsigned{data[2]} << 8 | data[3];
     for (const std::string& spelling :
          {text("%u", whole), text("0x%x", whole), text("0%o", whole),
           text("%u.0x%x", whole >> 24, whole & 0xFFFFFF),

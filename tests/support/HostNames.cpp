@@ -61,7 +61,10 @@ void useNameServer(std::string_view name) {
 
 /// `name`, or the address that replaces it.
 const char* resolvable(const char* name) {
-    const std::string_view text(name == nullptr ? "" : name);
+    std::string_view text(name == nullptr ? "" : name);
+    if (text.ends_with('.')) {
+        text.remove_suffix(1);
+    }
     const auto event =
         text.ends_with(".test") && !text.ends_with(".dns.test") ? current() : nullptr;
     if (!event) {

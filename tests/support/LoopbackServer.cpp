@@ -142,12 +142,15 @@ void LoopbackConnection::close() {
     open_ = false;
 }
 
+bool LoopbackConnection::isResumed() const { return channel_->isResumed(); }
+
 std::string LoopbackConnection::negotiatedProtocol() const { return channel_->protocol(); }
 
 LoopbackServer::LoopbackServer(Options options)
     : options_(std::move(options)), otherwise_(answering(404, "")) {
     if (options_.encrypted) {
-        tls_ = std::make_unique<LoopbackTLS>(options_.address, options_.protocols);
+        tls_ = std::make_unique<LoopbackTLS>(options_.address, options_.protocols,
+                                             options_.isOutdated);
     }
     listener_ = listenOn(options_.address, port_);
     acceptThread_ = std::thread([this] { acceptConnections(); });

@@ -62,6 +62,7 @@ public:
     void close();  ///< Ends the connection properly.
     bool isOpen() const { return open_; }
 
+    bool isResumed() const;                  ///< By a TLS ticket.
     std::string negotiatedProtocol() const;  ///< By ALPN. Empty without ALPN.
 
 private:
@@ -82,6 +83,7 @@ public:
     struct Options {
         std::string address = "127.0.0.1";  ///< Any address of 127.0.0.0/8.
         bool encrypted = false;             ///< With a self-signed certificate for `address`.
+        bool isOutdated = false;            ///< TLS 1.1 at most.
         std::vector<std::string> protocols = {"http/1.1"};  ///< By ALPN, best first.
 
         /// Called for each connection, instead of reading requests.

@@ -108,6 +108,8 @@ public:
         ::shutdown(socket(), SHUT_WR);
     }
 
+    bool isResumed() const override { return SSL_session_reused(connection_.get()) == 1; }
+
     std::string protocol() const override {
         const unsigned char* name = nullptr;
         unsigned int length = 0;
@@ -126,7 +128,8 @@ struct LoopbackTLS::State {
     std::string protocols;
 };
 
-LoopbackTLS::LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols)
+LoopbackTLS::LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols,
+                         bool isOutdated)
     : state_(std::make_unique<State>()) {
     const Key key(EVP_EC_gen("P-256"));
     const Certificate certificate = selfSigned(key.get(), address);
@@ -136,6 +139,10 @@ LoopbackTLS::LoopbackTLS(const std::string& address, const std::vector<std::stri
     SSL_CTX_use_certificate(context, certificate.get());
     SSL_CTX_use_PrivateKey(context, key.get());
     SSL_CTX_set_alpn_select_cb(context, chooseProtocol, &state_->protocols);
+    if (isOutdated) {
+        SSL_CTX_set_max_proto_version(context, TLS1_1_VERSION);
+        SSL_CTX_set_cipher_list(context, "ALL:@SECLEVEL=0");
+    }
 }
 
 LoopbackTLS::~LoopbackTLS() { ::unlink(certificateFile_.c_str()); }

@@ -11,7 +11,9 @@ namespace glintmark::test {
 /// The server's side of TLS, with a fresh key and a self-signed certificate.
 class LoopbackTLS {
 public:
-    LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols);
+    /// With `isOutdated` it speaks no version later than TLS 1.1.
+    LoopbackTLS(const std::string& address, const std::vector<std::string>& protocols,
+                bool isOutdated);
     ~LoopbackTLS();
     LoopbackTLS(const LoopbackTLS&) = delete;
     LoopbackTLS& operator=(const LoopbackTLS&) = delete;

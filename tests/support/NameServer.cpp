@@ -1,6 +1,7 @@
 #include "tests/support/NameServer.h"
 
 #include <arpa/inet.h>
+#include <arpa/nameser.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -90,16 +91,22 @@ void NameServer::run() {
 std::string NameServer::reply(const std::string& query) {
     const std::string name = questionName(query);
     const std::size_t questionEnd = headerBytes + name.size() + 2 + 4;
-    const bool isIPv4 = query.substr(questionEnd - 4, 2) == std::string("\0\1", 2);
+    const bool isIPv4 = query.at(questionEnd - 3) == ns_t_a;
+    const int family = isIPv4 ? AF_INET : AF_INET6;
     const std::lock_guard lock(mutex_);
     if (name.ends_with(silent_)) {
         return {};
     }
     std::vector<std::string> addresses;
     const auto found = answers_.find(name);
-    if (isIPv4 && found != answers_.end()) {
-        ++queries_[name];
+    if (found != answers_.end()) {
         addresses = found->second.front();
+        std::erase_if(addresses, [&](const std::string& address) {
+            return (address.find(':') == std::string::npos) != isIPv4;
+        });
+    }
+    if (isIPv4 && found != answers_.end()) {  // the resolver also asks for IPv6
+        ++queries_[name];
         if (found->second.size() > 1) {
             found->second.erase(found->second.begin());
         }
@@ -112,10 +119,15 @@ std::string NameServer::reply(const std::string& query) {
     append16(bytes, 0);
     bytes += query.substr(headerBytes, questionEnd - headerBytes);
     for (const std::string& text : addresses) {
-        in_addr address{};
-        ::inet_pton(AF_INET, text.c_str(), &address);
-        bytes.append("\xC0\x0C\0\1\0\1\0\0\0\0\0\4", 12);  // the question's name, A, IN, 0 s
-        bytes.append(reinterpret_cast<const char*>(&address), sizeof(address));
+        in6_addr address{};  // or the shorter one in its first bytes
+        ::inet_pton(family, text.c_str(), &address);
+        const std::size_t length = isIPv4 ? sizeof(in_addr) : sizeof(in6_addr);
+        append16(bytes, 0xC00C);  // the question's name
+        append16(bytes, isIPv4 ? ns_t_a : ns_t_aaaa);
+        append16(bytes, ns_c_in);
+        bytes.append(4, '\0');  // 0 s
+        append16(bytes, static_cast<unsigned>(length));
+        bytes.append(reinterpret_cast<const char*>(&address), length);
     }
     return bytes;
 }

@@ -10,7 +10,7 @@
 namespace glintmark::test {
 
 /// A DNS server on loopback (RFC 1035). While a server exists, this process asks it for all names
-/// that end with ".dns.test". It answers queries for IPv4 addresses from its table, and no others.
+/// that end with ".dns.test". It answers queries for addresses from its table.
 class NameServer {
 public:
     NameServer();
@@ -19,7 +19,7 @@ public:
     NameServer& operator=(const NameServer&) = delete;
 
     /// Answers the next queries for `name` with `answers` in turn; the last answer stays. Each
-    /// answer is a list of IPv4 addresses, whose records live for 0 s. A name without answers does
+    /// answer is a list of IP addresses, whose records live for 0 s. A name without answers does
     /// not exist.
     void answer(const std::string& name, std::vector<std::vector<std::string>> answers);
 

@@ -101,6 +101,66 @@ TEST_F(CurlURLSessionTLSTest, SpeaksHTTP2WhereTheServerDoes) {
     EXPECT_EQ(result.response->statusCode, 200);
 }
 
+TEST_F(CurlURLSessionTLSTest, RequestsAtOnceShareAConnectionOfHTTP2) {
+    LoopbackServer modern({.encrypted = true, .protocols = {"h2"}, .speaks = speakHTTP2});
+    options_.certificateFile = modern.certificateFile();
+    std::vector<std::shared_ptr<PendingAnswer>> pending;
+    for (int i = 0; i < 13; ++i) {
+        pending.push_back(start(modern.url("/" + std::to_string(i))));
+    }
+    for (const auto& each : pending) {
+        EXPECT_EQ(each->wait().body, "over h2") << each->result.error.value_or("");
+    }
+    EXPECT_EQ(modern.acceptedConnections(), 1);
+}
+
+TEST_F(CurlURLSessionTLSTest, RequestsAtOnceHaveTheirOwnConnectionsOfHTTP1) {
+    options_.certificateFile = secure_.certificateFile();
+    // Each answer waits for all requests, so they cannot follow each other on one connection.
+    secure_.onAnythingElse([this](const LoopbackRequest&, LoopbackConnection& connection) {
+        secure_.waitForRequests(6);
+        connection.answer(200, "x");
+    });
+    std::vector<std::shared_ptr<PendingAnswer>> pending;
+    for (int i = 0; i < 6; ++i) {
+        pending.push_back(start(secure_.url("/" + std::to_string(i))));
+    }
+    for (const auto& each : pending) {
+        EXPECT_EQ(each->wait().body, "x") << each->result.error.value_or("");
+    }
+    EXPECT_EQ(secure_.acceptedConnections(), 6);
+}
+
+TEST_F(CurlURLSessionTLSTest, RefusesVersionsBefore12) {
+    LoopbackServer outdated({.encrypted = true, .isOutdated = true});
+    options_.certificateFile = outdated.certificateFile();
+    const URLResult result = get(outdated.url("/"));
+    EXPECT_EQ(result.body, std::nullopt);
+    EXPECT_NE(result.error, std::nullopt);
+    EXPECT_TRUE(outdated.requests().empty());
+}
+
+TEST_F(CurlURLSessionTLSTest, ATicketIsUsedByItsLinkAlone) {
+    options_.certificateFile = secure_.certificateFile();
+    secure_.on("/", [](const LoopbackRequest&, LoopbackConnection& connection) {
+        connection.answer(200, connection.isResumed() ? "resumed" : "new",
+                          {{"Connection", "close"}});
+        connection.close();
+    });
+    const auto ask = [&](const std::shared_ptr<URLTaskGroup>& group) {
+        URLRequest asked = request(secure_.url("/"));
+        asked.group = group;
+        return start(asked)->wait().body;
+    };
+    const auto link = session().makeTaskGroup();
+    EXPECT_EQ(ask(link), "new");
+    EXPECT_EQ(ask(link), "resumed");
+    EXPECT_EQ(ask(session().makeTaskGroup()), "new");
+    EXPECT_EQ(ask(nullptr), "new");
+    EXPECT_EQ(ask(nullptr), "new");
+    EXPECT_EQ(ask(link), "resumed");
+}
+
 TEST_F(CurlURLSessionTLSTest, ASilentHandshakeTimesOut) {
     LoopbackServer silent(
         {.speaks = [](LoopbackConnection& connection) { connection.holdUntilClosed(); }});

@@ -35,6 +35,17 @@ TEST(ProgramEnvironmentTest, TheProgramFolderHoldsTheOtherProgramsOfTheBuild) {
     EXPECT_TRUE(std::filesystem::exists(programFolder() + "/" + imageDecoderName));
 }
 
+TEST_F(FaviconServiceTest, SlashesAtTheEndOfTheVariableDoNotCount) {
+    for (const char* value : {"http://icons.example/", "http://icons.example//"}) {
+        g_setenv(faviconService, value, TRUE);
+        EXPECT_EQ(faviconServiceAddress(), "http://icons.example");
+    }
+    g_setenv(faviconService, "http://icons.example/own/path/", TRUE);
+    EXPECT_EQ(faviconServiceAddress(), "http://icons.example/own/path");
+    g_setenv(faviconService, "/", TRUE);
+    EXPECT_EQ(faviconServiceAddress(), "");
+}
+
 TEST_F(FaviconServiceTest, WithoutTheVariableTheDefaultServiceIsAsked) {
     EXPECT_EQ(faviconServiceAddress(), "https://www.google.com");
 }
