@@ -33,6 +33,9 @@ public:
         }
     }
 
+    /// Call when a holder holds `bytes` less.
+    void shrunk(std::size_t bytes) { used_ -= bytes; }
+
 private:
     std::size_t maximum_;
     std::size_t used_ = 0;

@@ -48,7 +48,7 @@ std::string requestableHost(const URL& url) {
 }
 
 /// Appends a copy of `text`.
-void append(CurlListHandle& list, const std::string& text) {
+void appendCopy(CurlListHandle& list, const std::string& text) {
     curl_slist* longer = curl_slist_append(list.get(), text.c_str());
     static_cast<void>(list.release());
     list.reset(longer);
@@ -162,7 +162,8 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     setCurlOption<CURLOPT_URL>(handle, url_.c_str());
     setCurlOption<CURLOPT_PATH_AS_IS>(handle, 1L);
     setCurlOption<CURLOPT_PROTOCOLS_STR>(handle, "http,https");
-    setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // every encoding that libcurl can decode
+    setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, acceptedCodings);
+    setCurlOption<CURLOPT_HTTP_CONTENT_DECODING>(handle, 0L);
     setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
     setHeaders(handle);
     setCurlOption<CURLOPT_SSLVERSION>(handle, long{CURL_SSLVERSION_TLSv1_2});  // at least
@@ -197,8 +198,9 @@ void CurlTransfer::setConnecting(CURL* handle) {
     setCurlOption<CURLOPT_PROXY>(handle, target_.proxy.c_str());
     setCurlOption<CURLOPT_NOPROXY>(handle, "");
     if (!target_.lookUpName.empty()) {
-        append(hop_->addresses, "+" + target_.lookUpName + ":" +
-                                    std::to_string(target_.lookUpPort) + ":" + target_.addresses);
+        appendCopy(hop_->addresses, "+" + target_.lookUpName + ":" +
+                                        std::to_string(target_.lookUpPort) + ":" +
+                                        target_.addresses);
         setCurlOption<CURLOPT_RESOLVE>(handle, hop_->addresses.get());
         setCurlOption<CURLOPT_RESOLVER_START_FUNCTION>(handle, mayResolve);
         setCurlOption<CURLOPT_RESOLVER_START_DATA>(handle, this);
@@ -219,7 +221,7 @@ void CurlTransfer::setHeaders(CURL* handle) {
         std::string line = name;
         // libcurl sends a field without a value if ";" follows the name.
         line.append(value.empty() ? ";" : ": ").append(value);
-        append(hop_->headers, line);
+        appendCopy(hop_->headers, line);
     }
     setCurlOption<CURLOPT_HTTPHEADER>(handle, hop_->headers.get());
 }
@@ -236,6 +238,9 @@ bool CurlTransfer::endHop(CURLcode outcome) {
         result_.response = URLResponse{hop_->status};
     }
     auto error = describe(outcome);
+    if (hop_->decoder && body_.empty() && !hop_->cancelled) {  // not even a beginning was decoded
+        useBodyAsItCame();
+    }
     leaveHop();
     if (error) {
         failHop(std::move(*error));
@@ -271,6 +276,7 @@ std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
 void CurlTransfer::leaveHop() {
     clock_.stop(options_.now());
     hop_->budget->leave(*this);
+    coded_ = {};
     group_->receivedCookies(hop_->handle.get(), hop_->cookieBytes);
     hop_.reset();
 }
@@ -308,6 +314,7 @@ TransferClock::Time CurlTransfer::deadline() const {
 void CurlTransfer::cancel() {
     hop_->cancelled = true;
     body_ = {};
+    coded_ = {};
 }
 
 std::optional<std::string> CurlTransfer::location() const {
@@ -341,6 +348,7 @@ void CurlTransfer::noteStatus() {
     if (status >= 200) {  // otherwise an interim answer (RFC 9110, section 15.2)
         hop_->status = static_cast<int>(status);
         hop_->isRedirect = isRedirect(status) && location();
+        hop_->decoder = ContentDecoder::make(contentEncoding());
     }
 }
 
@@ -360,19 +368,68 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
         hop_->redirectBodyBytes += bytes.size();
         return hop_->redirectBodyBytes <= maximumRedirectBodyBytes;
     }
-    if (hop_->cancelled || bytes.size() > options_.maximumBodyBytes - body_.size()) {
+    if (hop_->cancelled) {
+        return false;
+    }
+    const std::size_t before = heldBytes();
+    const bool fits = hop_->decoder ? append(coded_, bytes) && decode(bytes) : append(body_, bytes);
+    if (heldBytes() < before) {  // what was decoded is dropped
+        hop_->budget->shrunk(before - heldBytes());
+    } else {
+        hop_->budget->grown(heldBytes() - before);
+    }
+    return fits && !hop_->cancelled;
+}
+
+bool CurlTransfer::append(std::string& to, std::string_view bytes) const {
+    if (bytes.size() > options_.maximumBodyBytes - to.size()) {
         return false;
     }
     try {
-        if (body_.empty()) {
-            body_.reserve(declaredLength());  // too little for a compressed body, which then grows
+        if (to.empty()) {
+            to.reserve(declaredLength());
         }
-        body_.append(bytes);
+        to.append(bytes);
     } catch (const std::bad_alloc&) {
         return false;
     }
-    hop_->budget->grown(bytes.size());
-    return !hop_->cancelled;
+    return true;
+}
+
+/// Decodes the next part of a coded body. False if the body is too large.
+bool CurlTransfer::decode(std::string_view bytes) {
+    try {
+        switch (hop_->decoder->decode(bytes, body_, options_.maximumBodyBytes)) {
+            case ContentDecoder::Outcome::tooLarge:
+                return false;
+            case ContentDecoder::Outcome::wrong:
+                useBodyAsItCame();
+                break;
+            case ContentDecoder::Outcome::good:
+                break;
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+void CurlTransfer::useBodyAsItCame() {
+    hop_->decoder.reset();
+    body_ = std::exchange(coded_, {});
+}
+
+/// All fields of that name as one list (RFC 9110, section 5.3).
+std::string CurlTransfer::contentEncoding() const {
+    std::string list;
+    curl_header* field = nullptr;
+    for (std::size_t i = 0; curl_easy_header(hop_->handle.get(), "Content-Encoding", i,
+                                             CURLH_HEADER, -1, &field) == CURLHE_OK;
+         ++i) {
+        list += (list.empty() ? "" : ",") + std::string(field->value);
+    }
+    std::erase_if(list, [](char c) { return c == '\r' || c == '\n'; });
+    return list;
 }
 
 std::size_t CurlTransfer::headerArrived(const char* bytes, std::size_t size, std::size_t count,

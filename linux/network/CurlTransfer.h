@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "linux/network/BodyBudget.h"
+#include "linux/network/ContentDecoder.h"
 #include "linux/network/CurlHandles.h"
 #include "linux/network/TransferClock.h"
 #include "platform/URLSession.h"
@@ -58,7 +59,7 @@ public:
     URLResult takeResult() { return std::move(result_); }
     URLSession::Completion takeCompletion() { return std::move(completion_); }
 
-    std::size_t heldBytes() const { return body_.size(); }
+    std::size_t heldBytes() const { return body_.size() + coded_.size(); }
     void cancel();  ///< Drops the body and makes the deadline pass.
 
 private:
@@ -79,6 +80,10 @@ private:
     std::size_t declaredLength() const;  ///< Of the body before decompression; 0 if unknown.
     bool declaresTooMuch() const;
     bool takeBody(std::string_view bytes);
+    bool append(std::string& to, std::string_view bytes) const;
+    bool decode(std::string_view bytes);
+    void useBodyAsItCame();
+    std::string contentEncoding() const;
 
     void dropForeignCredentials();
     bool allows(std::optional<AddressSpace> space) const;
@@ -130,13 +135,15 @@ private:
         std::size_t cookieBytes = 0;
         curl_off_t received = 0;
         std::size_t redirectBodyBytes = 0;
-        std::optional<int> status;  ///< Set when the whole head has arrived.
-        bool isRedirect = false;    ///< The status is a redirect's, with a Location field.
+        std::unique_ptr<ContentDecoder> decoder;  ///< Null if the body is not coded.
+        std::optional<int> status;                ///< Set when the whole head has arrived.
+        bool isRedirect = false;  ///< The status is a redirect's, with a Location field.
         bool cancelled = false;
         std::array<char, CURL_ERROR_SIZE> error{};
     };
     std::unique_ptr<Hop> hop_;
     std::string body_;
+    std::string coded_;  ///< The body as it came, while it is decoded into `body_`.
 };
 
 }  // namespace glintmark::platform
