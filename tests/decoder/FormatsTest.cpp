@@ -25,6 +25,11 @@ Colour indexedWithMask(int x, int y) {
     return colour;
 }
 
+Colour noise(int x, int y) {
+    return sixteen((x * x * x * 7 + y * y * y * 13 + x * x * y * 5 + x * y * 3) / 8 % 16);
+}
+Colour nothing(int /*x*/, int /*y*/) { return {0, 0, 0, 0}; }
+
 Colour bilevel(int x, int y) {
     const int value = (x * y + x) % 3 == 1 ? 255 : 0;
     return {value, value, value};
@@ -147,7 +152,15 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"transparent.gif", 6, 5, true,
                              hiding(indexed, [](int x, int y) { return index(x, y) == 5; })},
                     FileCase{"frame-inside-screen.gif", 10, 8, true, inside(indexed, 3, 2)},
-                    FileCase{"frame-beyond-screen.gif", 6, 5, false, indexed},
+                    // A frame is cut at the edges of its screen.
+                    FileCase{"frame-beyond-screen.gif", 2, 1, false, indexed},
+                    FileCase{"frame-over-edges.gif", 6, 5, true, inside(indexed, 2, 1)},
+                    FileCase{"frame-outside-screen.gif", 6, 5, true, nothing},
+                    FileCase{"screen-of-size-zero.gif", 6, 5, false, indexed},
+                    FileCase{"code-size-1.gif", 6, 5, false, bilevel},
+                    FileCase{"code-size-11.gif", 6, 5, false, indexed},
+                    FileCase{"without-clear-code.gif", 6, 5, false, indexed},
+                    FileCase{"full-code-table.gif", 160, 80, false, noise},
                     FileCase{"index-beyond-colours.gif", 6, 5, false,
                              [](int x, int /*y*/) { return x == 1 ? Colour{} : sixteen(3); }}),
     testName);
