@@ -29,7 +29,12 @@ struct DIBHeader {
     Compression compression = Compression::none;
     std::array<std::uint32_t, 4> masks{};  ///< Red, green, blue, alpha; for 16 and 32 bits.
     std::vector<Colour> palette;           ///< For up to 8 bits.
-    std::size_t end = 0;  ///< Where the palette ends. Pixels begin here, or at BMP's own offset.
+    std::size_t end = 0;          ///< Where pixels begin, unless BMP's own offset says otherwise.
+    std::size_t profile = 0;      ///< Where the colour profile of version 5 begins.
+    std::size_t profileSize = 0;  ///< 0 if there is none.
+
+    /// `at`, or the end of the colour profile if that stands there.
+    std::size_t afterProfile(std::size_t at) const;
 
     /// Bytes from one row to the next, with `bits` per pixel.
     std::size_t bytesPerRow(unsigned bits) const;

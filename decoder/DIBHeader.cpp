@@ -14,6 +14,8 @@ constexpr std::size_t infoHeaderSize = 40;
 constexpr std::size_t headerWithAlphaMaskSize = 56;  // version 3
 constexpr std::size_t os2HeaderSize = 64;
 constexpr std::size_t maximumHeaderSize = 124;  // version 5
+constexpr std::size_t colourSpaceField = 56;
+constexpr std::size_t profileField = 112;
 constexpr std::size_t masksOffset = 40;  // after the first 40 bytes, inside the header or after it
 
 constexpr std::uint32_t biRGB = 0;
@@ -21,6 +23,9 @@ constexpr std::uint32_t biRLE8 = 1;
 constexpr std::uint32_t biRLE4 = 2;
 constexpr std::uint32_t biBitFields = 3;
 constexpr std::uint32_t biAlphaBitFields = 6;
+
+constexpr std::uint32_t profileEmbedded = 0x4D424544;  // "MBED"
+constexpr std::uint32_t profileLinked = 0x4C494E4B;    // "LINK", the data is a file's name
 
 constexpr std::array<std::uint32_t, 4> masksOf16Bits = {0x7C00, 0x03E0, 0x001F, 0};
 constexpr std::array<std::uint32_t, 4> masksOf32Bits = {0xFF0000, 0x00FF00, 0x0000FF, 0xFF000000};
@@ -118,10 +123,26 @@ bool readCompression(std::uint32_t compression, std::size_t headerSize, DIBHeade
     }
 }
 
+void readProfile(const ByteReader& dib, const ByteReader& fields, DIBHeader& header) {
+    const std::uint32_t colourSpace = fields.little32(colourSpaceField);
+    const std::size_t size = fields.little32(profileField + 4);
+    header.profile = fields.little32(profileField);
+    if ((colourSpace == profileEmbedded || colourSpace == profileLinked) &&
+        dib.has(header.profile, size)) {
+        header.profileSize = size;
+    }
+}
+
 }  // namespace
 
 std::size_t DIBHeader::bytesPerRow(unsigned bits) const {
     return (static_cast<std::size_t>(width) * bits + 31) / 32 * 4;
+}
+
+std::size_t DIBHeader::afterProfile(std::size_t at) const {
+    const std::size_t aligned = (at + 3) / 4 * 4;
+    const bool isHere = profileSize > 0 && (profile == at || profile == aligned);
+    return isHere ? profile + profileSize : at;
 }
 
 std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {
@@ -147,6 +168,9 @@ std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {
         !readPalette(bytes, usedColours, 4, header)) {
         return std::nullopt;
     }
+    // In memory the profile stands before the pixels, in files after them.
+    readProfile(bytes, fields, header);
+    header.end = header.afterProfile(header.end);
     return header;
 }
 

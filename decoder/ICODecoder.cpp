@@ -18,27 +18,28 @@ constexpr std::size_t entrySize = 16;
 constexpr std::size_t lengthField = 8;
 constexpr std::size_t offsetField = 12;
 
-/// An image of the file. Size and depth come from the image itself, since those of the directory
-/// are often wrong and end at 256 pixels.
+/// An image of the file. Size, depth and the number of bytes come from the image itself, since
+/// those of the directory are often wrong, and its sizes end at 256 pixels.
 struct Entry {
-    std::span<const std::uint8_t> bytes;
-    std::optional<DIBHeader> dib;  // absent for a PNG
+    std::span<const std::uint8_t> bytes;  // up to the end of the file
+    std::size_t length = 0;               // that of the directory
+    std::optional<DIBHeader> dib;         // absent for a PNG
     std::int64_t width = 0;
     std::int64_t height = 0;
     unsigned depth = 0;
 };
 
-std::optional<Entry> readEntry(std::span<const std::uint8_t> bytes) {
+std::optional<Entry> readEntry(std::span<const std::uint8_t> bytes, std::size_t length) {
     if (const auto png = pngHeader(bytes)) {
-        return Entry{bytes, std::nullopt, png->width, png->height,
-                     static_cast<unsigned>(png->bitsPerPixel)};
+        return Entry{bytes,      length,      std::nullopt,
+                     png->width, png->height, static_cast<unsigned>(png->bitsPerPixel)};
     }
     auto dib = parseDIBHeader(bytes);
     if (!dib) {
         return std::nullopt;
     }
     dib->height /= 2;  // the header also counts the rows of the mask
-    Entry entry{bytes, std::nullopt, dib->width, dib->height, dib->bitsPerPixel};
+    Entry entry{bytes, length, std::nullopt, dib->width, dib->height, dib->bitsPerPixel};
     entry.dib = std::move(dib);
     return entry;
 }
@@ -48,7 +49,7 @@ std::vector<Entry> entriesBestFirst(const ByteReader& file, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t at = directorySize + i * entrySize;
         auto entry =
-            readEntry(file.part(file.little32(at + offsetField), file.little32(at + lengthField)));
+            readEntry(file.from(file.little32(at + offsetField)), file.little32(at + lengthField));
         if (!entry || entry->width > maximumSide || entry->height > maximumSide) {
             continue;
         }
@@ -93,10 +94,12 @@ std::optional<DecodedImage> decodeDIBEntry(const Entry& entry, PixelStore& pixel
     if (!drawDIB(header, bytes.from(header.end), *canvas, usesAlpha)) {
         return std::nullopt;
     }
-    // A picture with an alpha channel has the mask only for old displays.
-    if (!usesAlpha) {
-        const std::size_t picture = header.bytesPerRow() * static_cast<std::size_t>(entry.height);
-        applyMask(header, bytes.from(header.end + picture), *canvas);
+    // A picture with an alpha channel has the mask only for old displays. An entry that ends with
+    // its picture has none.
+    const std::size_t pictureEnd =
+        header.end + header.bytesPerRow() * static_cast<std::size_t>(entry.height);
+    if (!usesAlpha && entry.length != pictureEnd) {
+        applyMask(header, bytes.from(header.afterProfile(pictureEnd)), *canvas);
     }
     return DecodedImage{canvas->width(), canvas->height(), true};
 }
