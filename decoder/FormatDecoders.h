@@ -17,13 +17,14 @@ struct DecodedImage {
 };
 
 /// Decodes one format. Absent if `file` has another format, is broken or incomplete, or exceeds the
-/// limits. Of an animation it decodes the first frame. It returns the pixels as they are stored:
-/// colour profiles, gamma, densities and Exif orientation are ignored.
+/// limits. Of an animation it decodes the first frame. The picture stands upright. Densities are
+/// ignored.
 using FormatDecoder = std::optional<DecodedImage>(std::span<const std::uint8_t> file, PixelStore&);
 
 FormatDecoder decodePNG;
 FormatDecoder decodeJPEG;
 FormatDecoder decodeGIF;
+/// Chooses among the pages like `decodeICO` among the entries.
 FormatDecoder decodeTIFF;
 FormatDecoder decodeWebP;
 FormatDecoder decodeAVIF;

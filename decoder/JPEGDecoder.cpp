@@ -9,7 +9,9 @@
 #include <csetjmp>
 #include <vector>
 
+#include "decoder/ByteReader.h"
 #include "decoder/FormatDecoders.h"
+#include "decoder/Orientation.h"
 #include "decoder/PixelStore.h"
 
 namespace glintmark::decoder {
@@ -18,6 +20,9 @@ namespace {
 
 // Real progressive files have about ten scans. Each is a pass over the whole image.
 constexpr int maximumScans = 100;
+
+constexpr int exifMarker = JPEG_APP0 + 1;
+constexpr unsigned wholeMarker = 0xFFFF;
 
 struct JPEGReader {
     JPEGReader() = default;
@@ -53,6 +58,16 @@ void onProgress(j_common_ptr jpeg) {
     }
 }
 
+// Another marker with the same number holds other metadata.
+Orientation orientationOf(const jpeg_decompress_struct& jpeg) {
+    for (const auto* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
+        if (ByteReader({marker->data, marker->data_length}).matches(0, "Exif")) {
+            return orientationIn({marker->data, marker->data_length});
+        }
+    }
+    return {};
+}
+
 bool isFourColour(J_COLOR_SPACE space) { return space == JCS_CMYK || space == JCS_YCCK; }
 
 // The functions that call setjmp own nothing, so a jump out of the library skips no destructor. The
@@ -71,6 +86,7 @@ bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     reader.progress.progress_monitor = onProgress;
     jpeg.progress = &reader.progress;
     jpeg_mem_src(&jpeg, file.data(), file.size());
+    jpeg_save_markers(&jpeg, exifMarker, wholeMarker);
     jpeg_read_header(&jpeg, TRUE);
     jpeg.out_color_space = isFourColour(jpeg.jpeg_color_space) ? JCS_CMYK : JCS_EXT_RGBA;
     return true;
@@ -129,7 +145,7 @@ std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, Pixel
     if (reader.ended && reader.starved) {
         return std::nullopt;
     }
-    return DecodedImage{canvas->width(), canvas->height(), false};
+    return upright(*canvas, orientationOf(reader.jpeg), false);
 }
 
 }  // namespace glintmark::decoder

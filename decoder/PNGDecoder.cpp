@@ -7,14 +7,17 @@
 #include "decoder/ByteReader.h"
 #include "decoder/FormatDecoders.h"
 #include "decoder/ImageLimits.h"
+#include "decoder/Orientation.h"
 #include "decoder/PixelStore.h"
 
 namespace glintmark::decoder {
 
 namespace {
 
-// All chunks that the pixels do not need are skipped unread, so these limits apply to the remaining
-// chunks.
+// The chunks that are read beside those of the pixels. All others are skipped, so the limits apply
+// to these.
+constexpr png_byte readChunks[] = "eXIf";
+constexpr int readChunkCount = 1;
 constexpr png_uint_32 maximumChunkCount = 256;
 constexpr png_alloc_size_t maximumChunkSize = 1U << 20U;
 constexpr png_uint_32 opaque = 0xFF;
@@ -63,8 +66,10 @@ bool readHeader(PNGReader& reader) {
     png_set_user_limits(reader.png, maximumSide, maximumSide);
     png_set_chunk_cache_max(reader.png, maximumChunkCount);
     png_set_chunk_malloc_max(reader.png, maximumChunkSize);
-    // -1 means all chunks that the pixels do not need, including compressed texts and profiles.
+    // -1 means all chunks that the pixels do not need, including compressed texts.
     png_set_keep_unknown_chunks(reader.png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
+    png_set_keep_unknown_chunks(reader.png, PNG_HANDLE_CHUNK_AS_DEFAULT, readChunks,
+                                readChunkCount);
     png_read_info(reader.png, reader.info);
 
     const bool alphaChannel =
@@ -87,6 +92,16 @@ bool readRows(PNGReader& reader, png_bytepp rows) {
     }
     png_read_image(reader.png, rows);
     return true;
+}
+
+// Like browsers, this ignores Exif data after the pixels.
+Orientation orientationOf(PNGReader& reader) {
+    png_uint_32 length = 0;
+    png_bytep exif = nullptr;
+    if (png_get_eXIf_1(reader.png, reader.info, &length, &exif) == 0) {
+        return {};
+    }
+    return orientationIn({exif, length});
 }
 
 }  // namespace
@@ -122,7 +137,7 @@ std::optional<DecodedImage> decodePNG(std::span<const std::uint8_t> file, PixelS
     if (!readRows(reader, rows.data())) {
         return std::nullopt;
     }
-    return DecodedImage{canvas->width(), canvas->height(), reader.hasAlpha};
+    return upright(*canvas, orientationOf(reader), reader.hasAlpha);
 }
 
 }  // namespace glintmark::decoder

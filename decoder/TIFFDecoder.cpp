@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "decoder/FormatDecoders.h"
+#include "decoder/ImageLimits.h"
+#include "decoder/Orientation.h"
 #include "decoder/PixelStore.h"
 
 namespace glintmark::decoder {
@@ -94,7 +97,7 @@ public:
         char message[1024];  // the length that the library requires
         begun_ = TIFFRGBAImageOK(tiff, message) == 1 &&
                  TIFFRGBAImageBegin(&image_, tiff, /*stop=*/1, message) == 1;
-        image_.req_orientation = ORIENTATION_TOPLEFT;
+        image_.req_orientation = image_.orientation;  // the library turns only some of them
     }
     ~Converter() {
         if (begun_) {
@@ -112,22 +115,45 @@ private:
     bool begun_ = false;
 };
 
-}  // namespace
+struct Page {
+    tdir_t number = 0;
+    std::int64_t pixels = 0;
+    int depth = 0;
+};
 
-std::optional<DecodedImage> decodeTIFF(std::span<const std::uint8_t> file, PixelStore& pixels) {
-    TIFFSetErrorHandler(nullptr);
-    TIFFSetWarningHandler(nullptr);
-    TIFFSource source{file};
-    const std::unique_ptr<TIFF, CloseTIFF> tiff(TIFFClientOpen(
-        "", "r", &source, readBytes, refuseWrite, seek, closeNothing, sizeOf, map, unmap));
-    if (!tiff) {
+Page currentPage(TIFF* tiff, tdir_t number) {
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::uint16_t bits = 0;
+    std::uint16_t samples = 0;
+    TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &width);
+    TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &height);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    const bool tooLarge = width > maximumSide || height > maximumSide;
+    return {number, tooLarge ? 0 : std::int64_t{width} * height, bits * samples};
+}
+
+std::vector<Page> pagesBestFirst(TIFF* tiff) {
+    std::vector<Page> pages;
+    do {
+        pages.push_back(currentPage(tiff, static_cast<tdir_t>(pages.size())));
+    } while (pages.size() < maximumEntries && TIFFReadDirectory(tiff) == 1);
+    std::ranges::stable_sort(pages, [](const Page& a, const Page& b) {
+        return a.pixels != b.pixels ? a.pixels > b.pixels : a.depth > b.depth;
+    });
+    return pages;
+}
+
+std::optional<DecodedImage> decodePage(TIFF* tiff, const Page& page, PixelStore& pixels) {
+    if (TIFFSetDirectory(tiff, page.number) != 1) {
         return std::nullopt;
     }
-    const bool multiplied = isMultiplied(tiff.get());
-    if (!multiplied && !declareMultiplied(tiff.get())) {
+    const bool multiplied = isMultiplied(tiff);
+    if (!multiplied && !declareMultiplied(tiff)) {
         return std::nullopt;
     }
-    Converter converter(tiff.get());
+    Converter converter(tiff);
     if (!converter) {
         return std::nullopt;
     }
@@ -146,7 +172,26 @@ std::optional<DecodedImage> decodeTIFF(std::span<const std::uint8_t> file, Pixel
     if (hasAlpha && multiplied) {
         divideByAlpha(*canvas);
     }
-    return DecodedImage{canvas->width(), canvas->height(), hasAlpha};
+    return upright(*canvas, orientationOf(image.orientation), hasAlpha);
+}
+
+}  // namespace
+
+std::optional<DecodedImage> decodeTIFF(std::span<const std::uint8_t> file, PixelStore& pixels) {
+    TIFFSetErrorHandler(nullptr);
+    TIFFSetWarningHandler(nullptr);
+    TIFFSource source{file};
+    const std::unique_ptr<TIFF, CloseTIFF> tiff(TIFFClientOpen(
+        "", "r", &source, readBytes, refuseWrite, seek, closeNothing, sizeOf, map, unmap));
+    if (!tiff) {
+        return std::nullopt;
+    }
+    for (const Page& page : pagesBestFirst(tiff.get())) {
+        if (const auto decoded = decodePage(tiff.get(), page, pixels)) {
+            return decoded;
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace glintmark::decoder

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "decoder/FormatDecoders.h"
+#include "decoder/Orientation.h"
 #include "decoder/PixelStore.h"
 
 namespace glintmark::decoder {
@@ -22,6 +23,24 @@ struct Frame {
     Frame& operator=(const Frame&) = delete;
 
     WebPIterator iterator{};
+};
+
+/// A chunk beside the frames. Empty if the file has none of that name.
+class Chunk {
+public:
+    Chunk(const WebPDemuxer* demuxer, const char* name) {
+        WebPDemuxGetChunk(demuxer, name, 1, &iterator_);
+    }
+    ~Chunk() { WebPDemuxReleaseChunkIterator(&iterator_); }
+    Chunk(const Chunk&) = delete;
+    Chunk& operator=(const Chunk&) = delete;
+
+    std::span<const std::uint8_t> bytes() const {
+        return {iterator_.chunk.bytes, iterator_.chunk.size};
+    }
+
+private:
+    WebPChunkIterator iterator_{};
 };
 
 bool fits(const WebPIterator& frame, const Canvas& canvas) {
@@ -68,8 +87,8 @@ std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, Pixel
     }
     const bool covers =
         frame.iterator.width == canvas->width() && frame.iterator.height == canvas->height();
-    return DecodedImage{canvas->width(), canvas->height(),
-                        frame.iterator.has_alpha != 0 || !covers};
+    return upright(*canvas, orientationIn(Chunk(demuxer.get(), "EXIF").bytes()),
+                   frame.iterator.has_alpha != 0 || !covers);
 }
 
 }  // namespace glintmark::decoder

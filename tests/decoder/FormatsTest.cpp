@@ -46,6 +46,7 @@ Colour greyWithAlpha(int x, int y) { return {shade(x, y), shade(x, y), shade(x, 
 
 Colour smooth(int x, int y) { return {x * 8, y * 10, 128}; }
 Colour smoothGrey(int x, int /*y*/) { return {x * 8, x * 8, x * 8}; }
+Colour smoothRotated(int x, int y) { return smooth(y, 23 - x); }
 Colour smoothHalf(int x, int y) { return {x * 8, y * 10, 128, 128}; }
 
 Colour icon(int x, int y) { return {x * 7 % 256, y * 9 % 256, 128}; }
@@ -65,6 +66,10 @@ Pattern hiding(const Pattern& pattern, std::function<bool(int, int)> hidden) {
     return [pattern, hidden = std::move(hidden)](int x, int y) {
         return hidden(x, y) ? Colour{0, 0, 0, 0} : pattern(x, y);
     };
+}
+
+Colour aroundColours(int x, int y) {
+    return x >= 2 && x < 8 && y >= 1 && y < 6 ? colours(x - 2, y - 1) : Colour{255, 0, 255};
 }
 
 /// 6 x 5 pixels of `pattern` at (`left`, `top`) of a larger canvas that is otherwise transparent.
@@ -131,17 +136,17 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"bomb-iccp.png", 6, 5, false, colours}),
     testName);
 
-INSTANTIATE_TEST_SUITE_P(JPEG, FormatsTest,
-                         testing::Values(FileCase{"baseline.jpg", 32, 24, false, smooth, 6},
-                                         FileCase{"progressive.jpg", 32, 24, false, smooth, 6},
-                                         FileCase{"subsampled.jpg", 32, 24, false, smooth, 12},
-                                         FileCase{"gray.jpg", 32, 24, false, smoothGrey, 6},
-                                         FileCase{"cmyk-adobe.jpg", 32, 24, false, smooth, 8},
-                                         FileCase{"cmyk-plain.jpg", 32, 24, false, smooth, 8},
-                                         FileCase{"exif-rotated.jpg", 32, 24, false, smooth, 6},
-                                         FileCase{"without-end-mark.jpg", 32, 24, false, smooth,
-                                                  6}),
-                         testName);
+INSTANTIATE_TEST_SUITE_P(
+    JPEG, FormatsTest,
+    testing::Values(FileCase{"baseline.jpg", 32, 24, false, smooth, 6},
+                    FileCase{"progressive.jpg", 32, 24, false, smooth, 6},
+                    FileCase{"subsampled.jpg", 32, 24, false, smooth, 12},
+                    FileCase{"gray.jpg", 32, 24, false, smoothGrey, 6},
+                    FileCase{"cmyk-adobe.jpg", 32, 24, false, smooth, 8},
+                    FileCase{"cmyk-plain.jpg", 32, 24, false, smooth, 8},
+                    FileCase{"exif-rotated.jpg", 24, 32, false, smoothRotated, 6},
+                    FileCase{"without-end-mark.jpg", 32, 24, false, smooth, 6}),
+    testName);
 
 INSTANTIATE_TEST_SUITE_P(
     GIF, FormatsTest,
@@ -179,7 +184,9 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"bilevel.tiff", 6, 5, false, bilevel},
                     FileCase{"bilevel-g4.tiff", 6, 5, false, bilevel},
                     FileCase{"deflate.tiff", 6, 5, false, colours},
-                    FileCase{"two-pages.tiff", 6, 5, false, colours},
+                    FileCase{"second-page-larger.tiff", 6, 5, false, colours},
+                    FileCase{"largest-page-broken.tiff", 6, 5, false, colours},
+                    FileCase{"second-page-cut.tiff", 6, 5, false, colours},
                     FileCase{"old-jpeg.tiff", 32, 24, false, smooth, 12}),
     testName);
 
@@ -187,19 +194,49 @@ INSTANTIATE_TEST_SUITE_P(
     WebP, FormatsTest,
     testing::Values(FileCase{"lossless.webp", 6, 5, false, colours},
                     FileCase{"lossless-alpha.webp", 6, 5, true, coloursWithAlpha},
+                    FileCase{"exif-8.webp", 6, 5, false, colours},
+                    FileCase{"exif-8-identified.webp", 6, 5, false, colours},
                     FileCase{"lossy.webp", 32, 24, false, smooth, 12},
                     FileCase{"lossy-alpha.webp", 32, 24, true, smoothHalf, 12},
                     FileCase{"animated.webp", 6, 5, true, coloursWithAlpha},
                     FileCase{"frame-inside-canvas.webp", 10, 8, true, inside(colours, 2, 2)}),
     testName);
 
-INSTANTIATE_TEST_SUITE_P(AVIF, FormatsTest,
-                         testing::Values(FileCase{"lossless.avif", 6, 5, false, colours},
-                                         FileCase{"lossy.avif", 32, 24, false, smooth, 12},
-                                         FileCase{"lossy-alpha.avif", 32, 24, true, smoothHalf, 12},
-                                         FileCase{"ten-bit.avif", 32, 24, false, smooth, 12},
-                                         FileCase{"animated.avif", 32, 24, true, smooth, 12}),
-                         testName);
+INSTANTIATE_TEST_SUITE_P(
+    AVIF, FormatsTest,
+    testing::Values(FileCase{"lossless.avif", 6, 5, false, colours},
+                    FileCase{"lossy.avif", 32, 24, false, smooth, 12},
+                    FileCase{"lossy-alpha.avif", 32, 24, true, smoothHalf, 12},
+                    FileCase{"ten-bit.avif", 32, 24, false, smooth, 12},
+                    FileCase{"animated.avif", 32, 24, true, smooth, 12},
+                    FileCase{"clean-aperture.avif", 6, 5, false, colours},
+                    FileCase{"clean-aperture-rotated.avif", 6, 5, false, colours},
+                    FileCase{"clean-aperture-too-wide.avif", 12, 8, false, aroundColours},
+                    FileCase{"clean-aperture-divided-by-zero.avif", 12, 8, false, aroundColours}),
+    testName);
+
+class UprightTest : public testing::TestWithParam<std::string> {};
+
+TEST_P(UprightTest, ShowsColours) {
+    const auto bitmap = decoded(GetParam());
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(bitmap->pixelsWide(), 6);
+    EXPECT_EQ(bitmap->pixelsHigh(), 5);
+    EXPECT_EQ(maximumDifference(*bitmap, colours), 0);
+}
+
+std::string uprightName(const testing::TestParamInfo<std::string>& info) {
+    return testNameOf(info.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(TIFF, UprightTest, testing::ValuesIn(imageFileNames("orientation-")),
+                         uprightName);
+// The numbers 1 to 8, and Exif data that say nothing.
+INSTANTIATE_TEST_SUITE_P(Exif, UprightTest, testing::ValuesIn(imageFileNames("exif-", ".png")),
+                         uprightName);
+// Turned against the clock by the first number of right angles, then mirrored.
+INSTANTIATE_TEST_SUITE_P(AVIF, UprightTest, testing::ValuesIn(imageFileNames("rotate-")),
+                         uprightName);
 
 INSTANTIATE_TEST_SUITE_P(
     BMP, FormatsTest,

@@ -22,11 +22,11 @@ Bytes imageFile(const std::string& name) {
     return {bytes.begin(), bytes.end()};
 }
 
-std::vector<std::string> imageFileNames(const std::string& prefix) {
+std::vector<std::string> imageFileNames(const std::string& prefix, const std::string& suffix) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         std::string name = entry.path().filename();
-        if (name.starts_with(prefix)) {
+        if (name.starts_with(prefix) && name.ends_with(suffix)) {
             names.push_back(std::move(name));
         }
     }

@@ -15,8 +15,9 @@ using Bytes = std::vector<std::uint8_t>;
 /// The file `name` of the test images.
 Bytes imageFile(const std::string& name);
 
-/// The names of the test images that begin with `prefix`, sorted.
-std::vector<std::string> imageFileNames(const std::string& prefix = "");
+/// The names of the test images that begin with `prefix` and end with `suffix`, sorted.
+std::vector<std::string> imageFileNames(const std::string& prefix = "",
+                                        const std::string& suffix = "");
 
 /// Without those that take much time or memory.
 std::vector<std::string> smallImageFileNames();
