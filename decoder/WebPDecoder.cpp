@@ -68,6 +68,16 @@ bool decodeInto(const WebPIterator& frame, const Canvas& canvas) {
     return decoded;
 }
 
+void makeOpaque(const WebPIterator& frame, const Canvas& canvas) {
+    for (int y = 0; y < frame.height; ++y) {
+        std::uint8_t* row =
+            canvas.row(frame.y_offset + y) + static_cast<std::ptrdiff_t>(frame.x_offset) * 4;
+        for (int x = 0; x < frame.width; ++x) {
+            row[static_cast<std::ptrdiff_t>(x) * 4 + 3] = 255;
+        }
+    }
+}
+
 }  // namespace
 
 std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, PixelStore& pixels) {
@@ -85,10 +95,17 @@ std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, Pixel
     if (!decodeInto(frame.iterator, *canvas)) {
         return std::nullopt;
     }
+    // A file may store alpha values and say that they have no meaning.
+    const bool fileHasAlpha =
+        (WebPDemuxGetI(demuxer.get(), WEBP_FF_FORMAT_FLAGS) & ALPHA_FLAG) != 0;
+    const bool frameHasAlpha = fileHasAlpha && frame.iterator.has_alpha != 0;
+    if (!frameHasAlpha) {
+        makeOpaque(frame.iterator, *canvas);
+    }
     const bool covers =
         frame.iterator.width == canvas->width() && frame.iterator.height == canvas->height();
     return upright(*canvas, orientationIn(Chunk(demuxer.get(), "EXIF").bytes()),
-                   frame.iterator.has_alpha != 0 || !covers);
+                   frameHasAlpha || !covers);
 }
 
 }  // namespace glintmark::decoder

@@ -194,6 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
     WebP, FormatsTest,
     testing::Values(FileCase{"lossless.webp", 6, 5, false, colours},
                     FileCase{"lossless-alpha.webp", 6, 5, true, coloursWithAlpha},
+                    FileCase{"says-no-alpha.webp", 6, 5, false, colours},
                     FileCase{"exif-8.webp", 6, 5, false, colours},
                     FileCase{"exif-8-identified.webp", 6, 5, false, colours},
                     FileCase{"lossy.webp", 32, 24, false, smooth, 12},
