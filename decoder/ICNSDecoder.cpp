@@ -180,12 +180,28 @@ bool drawARGB(const Picture& picture, const Canvas& canvas) {
     return true;
 }
 
+/// Draws red, green and blue, which are the last three of every `bytesPerPixel` bytes.
+void drawUncompressed(std::span<const std::uint8_t> data, std::size_t bytesPerPixel,
+                      const Canvas& canvas) {
+    std::uint8_t* rgba = canvas.pixels().data();
+    for (std::size_t at = bytesPerPixel - 3; at < data.size(); at += bytesPerPixel, rgba += 4) {
+        std::copy_n(&data[at], 3, rgba);
+        rgba[3] = 255;
+    }
+}
+
 bool drawRGB(const Picture& picture, const Canvas& canvas) {
     const std::size_t count = pixelCount(*picture.type);
     const ByteReader bytes(picture.data);
     // An it32 element begins with four zero bytes.
     const std::size_t skipped = picture.type->name == "it32" && bytes.big32(0) == 0 ? 4 : 0;
-    auto planes = unpack(bytes.from(skipped), count * 3);
+    const auto data = bytes.from(skipped);
+    // Data of exactly this length are not packed into runs.
+    if (data.size() == count * 3 || data.size() == count * 4) {
+        drawUncompressed(data, data.size() / count, canvas);
+        return true;
+    }
+    const auto planes = unpack(data, count * 3);
     if (!planes) {
         return false;
     }
