@@ -110,10 +110,10 @@ bool readCompression(std::uint32_t compression, std::size_t headerSize, DIBHeade
             return true;
         case biRLE8:
             header.compression = runs8;
-            return header.bitsPerPixel == 8 && !header.topDown;
+            return header.bitsPerPixel == 8;
         case biRLE4:
             header.compression = runs4;
-            return header.bitsPerPixel == 4 && !header.topDown;
+            return header.bitsPerPixel == 4;
         case biBitFields:
         case biAlphaBitFields:
             header.compression = bitFields;

@@ -36,6 +36,7 @@ struct JPEGReader {
     std::jmp_buf leave{};
     bool ended = false;    // the bytes ran out
     bool starved = false;  // the library made up pixels because data was missing
+    bool resumed = false;  // the data went on after that
 };
 
 JPEGReader& readerOf(j_common_ptr jpeg) { return *static_cast<JPEGReader*>(jpeg->client_data); }
@@ -49,6 +50,9 @@ void onMessage(j_common_ptr jpeg, int /*level*/) {
     }
     if (jpeg->err->msg_code == JWRN_HIT_MARKER) {
         readerOf(jpeg).starved = true;
+        // The marker before which data are missing is the end mark, or else follows more data.
+        readerOf(jpeg).resumed =
+            readerOf(jpeg).resumed || readerOf(jpeg).jpeg.unread_marker != JPEG_EOI;
     }
 }
 
@@ -142,7 +146,7 @@ std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, Pixel
         return std::nullopt;
     }
     // A file that lacks only its end mark is complete; one with made-up pixels is not.
-    if (reader.ended && reader.starved) {
+    if (reader.starved && (reader.ended || reader.resumed)) {
         return std::nullopt;
     }
     return upright(*canvas, orientationOf(reader.jpeg), false);

@@ -29,12 +29,13 @@ INSTANTIATE_TEST_SUITE_P(Truncated, RefusedTest, testing::ValuesIn(imageFileName
 
 INSTANTIATE_TEST_SUITE_P(
     Broken, RefusedTest,
-    testing::Values("wrong-checksum.png", "without-frame.gif", "without-colours.gif",
-                    "code-size-12.gif", "code-beyond-table.gif", "pixels-missing.gif",
-                    "blocks-without-end.gif", "frame-without-size.gif", "extension-without-end.gif",
-                    "strip-outside.tiff", "bigtiff-header-alone.tiff", "reserved-matrix.avif",
-                    "pixels-damaged.webp", "bmp8-rle-truncated.bmp", "without-entries.ico",
-                    "runs-end-early.icns", "not-an-image.html"),
+    testing::Values("wrong-checksum.png", "long-65536x1.png", "restart-interval-cut.jpg",
+                    "without-frame.gif", "without-colours.gif", "code-size-12.gif",
+                    "code-beyond-table.gif", "pixels-missing.gif", "blocks-without-end.gif",
+                    "frame-without-size.gif", "extension-without-end.gif", "strip-outside.tiff",
+                    "bigtiff-header-alone.tiff", "reserved-matrix.avif", "pixels-damaged.webp",
+                    "bmp8-rle-truncated.bmp", "without-entries.ico", "runs-end-early.icns",
+                    "not-an-image.html"),
     testName);
 
 INSTANTIATE_TEST_SUITE_P(BeyondTheLimits, RefusedTest,

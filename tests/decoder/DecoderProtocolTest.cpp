@@ -40,8 +40,8 @@ TEST(DecoderProtocolTest, AnAnswerOfAnotherLengthIsRefused) {
 
 TEST(DecoderProtocolTest, ValuesOutOfRangeAreRefused) {
     EXPECT_TRUE(isAccepted({Status::decoded, 16384, 1, 0}, DecodeSlot::small));
-    EXPECT_FALSE(isAccepted({Status::decoded, 16385, 1, 0}, DecodeSlot::small));
-    EXPECT_FALSE(isAccepted({Status::decoded, 1, 16385, 0}, DecodeSlot::small));
+    EXPECT_FALSE(isAccepted({Status::decoded, 65536, 1, 0}, DecodeSlot::small));
+    EXPECT_FALSE(isAccepted({Status::decoded, 1, 65536, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::decoded, 0, 1, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::decoded, 1, -1, 0}, DecodeSlot::small));
     EXPECT_FALSE(isAccepted({Status::decoded, 1, 1, 2}, DecodeSlot::small));

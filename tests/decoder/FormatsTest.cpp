@@ -44,6 +44,11 @@ int shade(int x, int y) { return x * 40 + y * 10; }
 Colour grey(int x, int y) { return {shade(x, y), shade(x, y), shade(x, y)}; }
 Colour greyWithAlpha(int x, int y) { return {shade(x, y), shade(x, y), shade(x, y), (x + y) * 25}; }
 
+Colour stripes(int x, int y) {
+    const int value = (x + y) / 64 % 2 * 255;
+    return {value, value, value};
+}
+
 Colour smooth(int x, int y) { return {x * 8, y * 10, 128}; }
 Colour smoothGrey(int x, int /*y*/) { return {x * 8, x * 8, x * 8}; }
 Colour smoothRotated(int x, int y) { return smooth(y, 23 - x); }
@@ -141,6 +146,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(FileCase{"baseline.jpg", 32, 24, false, smooth, 6},
                     FileCase{"progressive.jpg", 32, 24, false, smooth, 6},
                     FileCase{"subsampled.jpg", 32, 24, false, smooth, 12},
+                    FileCase{"restart-markers.jpg", 32, 24, false, smooth, 6},
                     FileCase{"gray.jpg", 32, 24, false, smoothGrey, 6},
                     FileCase{"cmyk-adobe.jpg", 32, 24, false, smooth, 8},
                     FileCase{"cmyk-plain.jpg", 32, 24, false, smooth, 8},
@@ -216,6 +222,13 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"clean-aperture-divided-by-zero.avif", 12, 8, false, aroundColours}),
     testName);
 
+INSTANTIATE_TEST_SUITE_P(Long, FormatsTest,
+                         testing::Values(FileCase{"long-65535x1.png", 65535, 1, false, stripes},
+                                         FileCase{"long-1x65535.gif", 1, 65535, false, stripes},
+                                         FileCase{"long-65535x1.bmp", 65535, 1, false, stripes},
+                                         FileCase{"long-1x65535.tiff", 1, 65535, false, stripes}),
+                         testName);
+
 class UprightTest : public testing::TestWithParam<std::string> {};
 
 TEST_P(UprightTest, ShowsColours) {
@@ -256,6 +269,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"bmp24-os2-short.bmp", 6, 5, false, colours},
                     FileCase{"bmp8-rle.bmp", 6, 5, false, indexed},
                     FileCase{"bmp4-rle.bmp", 6, 5, false, indexed},
+                    FileCase{"bmp8-rle-top-down.bmp", 6, 5, false, indexed},
+                    FileCase{"bmp4-rle-top-down.bmp", 6, 5, false, indexed},
                     FileCase{"bmp8-rle-jump.bmp", 6, 5, false,
                              [](int x, int y) {
                                  if (y == 4 && x < 2) {
