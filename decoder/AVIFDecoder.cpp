@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "decoder/ColourProfile.h"
 #include "decoder/FormatDecoders.h"
 #include "decoder/ImageLimits.h"
 #include "decoder/Orientation.h"
@@ -110,6 +111,31 @@ bool convertPart(const avifImage& image, const Part& part, const Canvas& canvas)
     return true;
 }
 
+// Curves for high dynamic range would need tone mapping, and stay as they are.
+bool hasUsualCurve(const avifImage& image) {
+    switch (image.transferCharacteristics) {
+        case AVIF_TRANSFER_CHARACTERISTICS_BT709:
+        case AVIF_TRANSFER_CHARACTERISTICS_UNSPECIFIED:
+        case AVIF_TRANSFER_CHARACTERISTICS_BT601:
+        case AVIF_TRANSFER_CHARACTERISTICS_SRGB:
+        case AVIF_TRANSFER_CHARACTERISTICS_BT2020_10BIT:
+        case AVIF_TRANSFER_CHARACTERISTICS_BT2020_12BIT:
+            return true;
+        default:
+            return false;
+    }
+}
+
+void convertColours(const avifImage& image, const Canvas& canvas) {
+    if (image.icc.size > 0) {
+        convertFromProfile({image.icc.data, image.icc.size}, canvas);
+    } else if (image.colorPrimaries == AVIF_COLOR_PRIMARIES_SMPTE432 && hasUsualCurve(image)) {
+        convertFromPrimaries(Primaries::displayP3, canvas);
+    } else if (image.colorPrimaries == AVIF_COLOR_PRIMARIES_BT2020 && hasUsualCurve(image)) {
+        convertFromPrimaries(Primaries::bt2020, canvas);
+    }
+}
+
 }  // namespace
 
 std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, PixelStore& pixels) {
@@ -129,6 +155,7 @@ std::optional<DecodedImage> decodeAVIF(std::span<const std::uint8_t> file, Pixel
     if (image.width != width || image.height != height || !convertPart(image, part, *canvas)) {
         return std::nullopt;
     }
+    convertColours(image, *canvas);
     return upright(*canvas, orientationOf(image), image.alphaPlane != nullptr);
 }
 

@@ -7,9 +7,12 @@
 // clang-format on
 
 #include <csetjmp>
+#include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include "decoder/ByteReader.h"
+#include "decoder/ColourProfile.h"
 #include "decoder/FormatDecoders.h"
 #include "decoder/Orientation.h"
 #include "decoder/PixelStore.h"
@@ -22,6 +25,7 @@ namespace {
 constexpr int maximumScans = 100;
 
 constexpr int exifMarker = JPEG_APP0 + 1;
+constexpr int profileMarker = JPEG_APP0 + 2;
 constexpr unsigned wholeMarker = 0xFFFF;
 
 struct JPEGReader {
@@ -91,6 +95,7 @@ bool readHeader(JPEGReader& reader, std::span<const std::uint8_t> file) {
     jpeg.progress = &reader.progress;
     jpeg_mem_src(&jpeg, file.data(), file.size());
     jpeg_save_markers(&jpeg, exifMarker, wholeMarker);
+    jpeg_save_markers(&jpeg, profileMarker, wholeMarker);
     jpeg_read_header(&jpeg, TRUE);
     jpeg.out_color_space = isFourColour(jpeg.jpeg_color_space) ? JCS_CMYK : JCS_EXT_RGBA;
     return true;
@@ -127,6 +132,25 @@ bool readRows(JPEGReader& reader, const Canvas& canvas, std::uint8_t* fourColour
     return true;
 }
 
+/// The profile, which may stand in several markers. Null if there is none or a part is missing.
+JOCTET* readProfile(JPEGReader& reader, unsigned& length) {
+    if (setjmp(reader.leave) != 0) {
+        return nullptr;
+    }
+    JOCTET* profile = nullptr;
+    return jpeg_read_icc_profile(&reader.jpeg, &profile, &length) == TRUE ? profile : nullptr;
+}
+
+void convertColours(JPEGReader& reader, const Canvas& canvas) {
+    if (reader.jpeg.num_components != 3) {
+        return;
+    }
+    unsigned length = 0;
+    const std::unique_ptr<JOCTET, decltype(&std::free)> profile(readProfile(reader, length),
+                                                                &std::free);
+    convertFromProfile({profile.get(), length}, canvas);
+}
+
 }  // namespace
 
 std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, PixelStore& pixels) {
@@ -149,6 +173,7 @@ std::optional<DecodedImage> decodeJPEG(std::span<const std::uint8_t> file, Pixel
     if (reader.starved && (reader.ended || reader.resumed)) {
         return std::nullopt;
     }
+    convertColours(reader, *canvas);
     return upright(*canvas, orientationOf(reader.jpeg), false);
 }
 

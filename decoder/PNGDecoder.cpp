@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "decoder/ByteReader.h"
+#include "decoder/ColourProfile.h"
 #include "decoder/FormatDecoders.h"
 #include "decoder/ImageLimits.h"
 #include "decoder/Orientation.h"
@@ -16,8 +17,8 @@ namespace {
 
 // The chunks that are read beside those of the pixels. All others are skipped, so the limits apply
 // to these.
-constexpr png_byte readChunks[] = "eXIf";
-constexpr int readChunkCount = 1;
+constexpr png_byte readChunks[] = "eXIf\0iCCP";
+constexpr int readChunkCount = 2;
 constexpr png_uint_32 maximumChunkCount = 256;
 constexpr png_alloc_size_t maximumChunkSize = 1U << 20U;
 constexpr png_uint_32 opaque = 0xFF;
@@ -104,6 +105,16 @@ Orientation orientationOf(PNGReader& reader) {
     return orientationIn({exif, length});
 }
 
+void convertColours(PNGReader& reader, const Canvas& canvas) {
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr;
+    png_uint_32 length = 0;
+    if (png_get_iCCP(reader.png, reader.info, &name, &compression, &profile, &length) != 0) {
+        convertFromProfile({profile, length}, canvas);
+    }
+}
+
 }  // namespace
 
 std::optional<PNGHeader> pngHeader(std::span<const std::uint8_t> file) {
@@ -137,6 +148,7 @@ std::optional<DecodedImage> decodePNG(std::span<const std::uint8_t> file, PixelS
     if (!readRows(reader, rows.data())) {
         return std::nullopt;
     }
+    convertColours(reader, *canvas);
     return upright(*canvas, orientationOf(reader), reader.hasAlpha);
 }
 

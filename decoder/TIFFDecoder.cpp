@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "decoder/ColourProfile.h"
 #include "decoder/FormatDecoders.h"
 #include "decoder/ImageLimits.h"
 #include "decoder/Orientation.h"
@@ -115,6 +116,19 @@ private:
     bool begun_ = false;
 };
 
+// A profile for other colours than those of the page is a mistake.
+void convertColours(TIFF* tiff, const Canvas& canvas) {
+    std::uint16_t colours = 0;
+    std::uint32_t length = 0;
+    void* profile = nullptr;
+    TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &colours);
+    const bool isRGB = colours == PHOTOMETRIC_RGB || colours == PHOTOMETRIC_PALETTE ||
+                       colours == PHOTOMETRIC_YCBCR;
+    if (isRGB && TIFFGetField(tiff, TIFFTAG_ICCPROFILE, &length, &profile) == 1) {
+        convertFromProfile({static_cast<const std::uint8_t*>(profile), length}, canvas);
+    }
+}
+
 struct Page {
     tdir_t number = 0;
     std::int64_t pixels = 0;
@@ -172,6 +186,7 @@ std::optional<DecodedImage> decodePage(TIFF* tiff, const Page& page, PixelStore&
     if (hasAlpha && multiplied) {
         divideByAlpha(*canvas);
     }
+    convertColours(tiff, *canvas);
     return upright(*canvas, orientationOf(image.orientation), hasAlpha);
 }
 

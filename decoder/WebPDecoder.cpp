@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "decoder/ColourProfile.h"
 #include "decoder/FormatDecoders.h"
 #include "decoder/Orientation.h"
 #include "decoder/PixelStore.h"
@@ -102,6 +103,7 @@ std::optional<DecodedImage> decodeWebP(std::span<const std::uint8_t> file, Pixel
     if (!frameHasAlpha) {
         makeOpaque(frame.iterator, *canvas);
     }
+    convertFromProfile(Chunk(demuxer.get(), "ICCP").bytes(), *canvas);
     const bool covers =
         frame.iterator.width == canvas->width() && frame.iterator.height == canvas->height();
     return upright(*canvas, orientationIn(Chunk(demuxer.get(), "EXIF").bytes()),

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "decoder/DecodeImage.h"
 #include "tests/decoder/ImageFiles.h"
 
@@ -43,6 +45,17 @@ Colour bilevelWithMask(int x, int y) {
 int shade(int x, int y) { return x * 40 + y * 10; }
 Colour grey(int x, int y) { return {shade(x, y), shade(x, y), shade(x, y)}; }
 Colour greyWithAlpha(int x, int y) { return {shade(x, y), shade(x, y), shade(x, y), (x + y) * 25}; }
+
+/// `colours` as light, from 0 to 255, in the curve of sRGB (IEC 61966-2-1).
+Colour brightColours(int x, int y) {
+    const auto encoded = [](int light) {
+        const double v = light / 255.0;
+        return static_cast<int>(
+            std::lround(255 * (v <= 0.0031308 ? v * 12.92 : 1.055 * std::pow(v, 1 / 2.4) - 0.055)));
+    };
+    const Colour light = colours(x, y);
+    return {encoded(light.red), encoded(light.green), encoded(light.blue)};
+}
 
 Colour stripes(int x, int y) {
     const int value = (x + y) / 64 % 2 * 255;
@@ -136,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
                              hiding(colours, [](int x, int y) { return x == 2 && y == 1; })},
                     FileCase{"gray8-trns.png", 6, 5, true,
                              hiding(grey, [](int x, int y) { return shade(x, y) == shade(3, 2); })},
-                    // Texts and profiles are skipped unread, also oversized ones.
+                    // Texts are skipped unread, and oversized profiles.
                     FileCase{"bomb-ztxt.png", 6, 5, false, colours},
                     FileCase{"bomb-iccp.png", 6, 5, false, colours}),
     testName);
@@ -229,9 +242,29 @@ INSTANTIATE_TEST_SUITE_P(Long, FormatsTest,
                                          FileCase{"long-1x65535.tiff", 1, 65535, false, stripes}),
                          testName);
 
-class UprightTest : public testing::TestWithParam<std::string> {};
+// Their pixels are stored in other colour spaces; in sRGB all show the usual colours. In dark
+// pixels the losses of the JPEG grow; unconverted it is 104 away.
+INSTANTIATE_TEST_SUITE_P(
+    ColourProfile, FormatsTest,
+    testing::Values(FileCase{"display-p3.png", 6, 5, false, colours, 2},
+                    FileCase{"display-p3-alpha.png", 6, 5, true, coloursWithAlpha, 2},
+                    FileCase{"adobe-rgb.png", 6, 5, false, colours, 2},
+                    FileCase{"adobe-rgb-parametric.png", 6, 5, false, colours, 2},
+                    FileCase{"linear-rgb.png", 6, 5, false, brightColours, 1},
+                    FileCase{"srgb-profile.png", 6, 5, false, colours},
+                    FileCase{"display-p3-two-markers.jpg", 32, 24, false, smooth, 20},
+                    FileCase{"profile-marker-missing.jpg", 32, 24, false, smooth, 6},
+                    FileCase{"display-p3.webp", 6, 5, false, colours, 2},
+                    FileCase{"display-p3-profile.avif", 6, 5, false, colours, 2},
+                    FileCase{"display-p3-primaries.avif", 6, 5, false, colours, 2},
+                    FileCase{"bt2020-primaries.avif", 6, 5, false, colours, 2},
+                    FileCase{"adobe-rgb.tiff", 6, 5, false, colours, 2},
+                    FileCase{"gray-with-rgb-profile.tiff", 6, 5, false, grey}),
+    testName);
 
-TEST_P(UprightTest, ShowsColours) {
+class ColoursTest : public testing::TestWithParam<std::string> {};
+
+TEST_P(ColoursTest, ShowsTheUsualColours) {
     const auto bitmap = decoded(GetParam());
     ASSERT_TRUE(bitmap);
     EXPECT_EQ(bitmap->pixelsWide(), 6);
@@ -239,18 +272,21 @@ TEST_P(UprightTest, ShowsColours) {
     EXPECT_EQ(maximumDifference(*bitmap, colours), 0);
 }
 
-std::string uprightName(const testing::TestParamInfo<std::string>& info) {
+std::string coloursName(const testing::TestParamInfo<std::string>& info) {
     return testNameOf(info.param);
 }
 
-INSTANTIATE_TEST_SUITE_P(TIFF, UprightTest, testing::ValuesIn(imageFileNames("orientation-")),
-                         uprightName);
+INSTANTIATE_TEST_SUITE_P(TIFF, ColoursTest, testing::ValuesIn(imageFileNames("orientation-")),
+                         coloursName);
 // The numbers 1 to 8, and Exif data that say nothing.
-INSTANTIATE_TEST_SUITE_P(Exif, UprightTest, testing::ValuesIn(imageFileNames("exif-", ".png")),
-                         uprightName);
+INSTANTIATE_TEST_SUITE_P(Exif, ColoursTest, testing::ValuesIn(imageFileNames("exif-", ".png")),
+                         coloursName);
+// Broken profiles, and those of other kinds, change nothing.
+INSTANTIATE_TEST_SUITE_P(BrokenProfile, ColoursTest,
+                         testing::ValuesIn(imageFileNames("broken-profile-")), coloursName);
 // Turned against the clock by the first number of right angles, then mirrored.
-INSTANTIATE_TEST_SUITE_P(AVIF, UprightTest, testing::ValuesIn(imageFileNames("rotate-")),
-                         uprightName);
+INSTANTIATE_TEST_SUITE_P(AVIF, ColoursTest, testing::ValuesIn(imageFileNames("rotate-")),
+                         coloursName);
 
 INSTANTIATE_TEST_SUITE_P(
     BMP, FormatsTest,
