@@ -74,7 +74,7 @@ bool readPalette(const ByteReader& dib, std::uint32_t used, std::size_t colourSi
     }
     const std::uint32_t maximumCount = 1U << header.bitsPerPixel;
     const std::uint32_t count = used == 0 ? maximumCount : used;
-    if (count > 256 || !dib.has(header.end, count * colourSize)) {
+    if (!dib.has(header.end, count * colourSize)) {
         return false;
     }
     for (std::uint32_t i = 0; i < std::min(count, maximumCount); ++i) {

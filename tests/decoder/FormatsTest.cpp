@@ -301,6 +301,7 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"bmp32-alpha-v5.bmp", 6, 5, true, coloursWithAlpha},
                     FileCase{"bmp32-alpha-unused-v5.bmp", 6, 5, false, colours},
                     FileCase{"profile-before-picture.bmp", 6, 5, false, colours},
+                    FileCase{"palette-of-300.bmp", 6, 5, false, indexed},
                     FileCase{"bmp8-os2.bmp", 6, 5, false, indexed},
                     FileCase{"bmp24-os2-short.bmp", 6, 5, false, colours},
                     FileCase{"bmp8-rle.bmp", 6, 5, false, indexed},
