@@ -9,20 +9,6 @@ namespace glintmark {
 
 using platform::services;
 
-namespace {
-
-/// The string under `key` in the dictionary `root`; null when there is none.
-const std::string* stringUnder(std::string_view key, const PropertyList& root) {
-    const auto* const dictionary = root.dictionary();
-    if (dictionary == nullptr) {
-        return nullptr;
-    }
-    const auto entry = dictionary->find(key);
-    return entry != dictionary->end() ? entry->second.string() : nullptr;
-}
-
-}  // namespace
-
 std::optional<std::string> WeblocParser::extractURL(const URL& file,
                                                     platform::FileIdentity* identity) {
     const std::string path = file.path();
