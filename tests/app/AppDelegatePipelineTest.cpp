@@ -58,7 +58,7 @@ TEST_F(AppDelegatePipelineTest, AFileGetsItsIconAndANotification) {
     ASSERT_EQ(platform().workspace.icons().size(), 1U);
     EXPECT_EQ(platform().workspace.icons().front().path, path);
     platform::FileIdentity read;
-    ASSERT_TRUE(files().contents(path, 1, &read));
+    ASSERT_TRUE(files().contents(path, &read));
     EXPECT_EQ(platform().workspace.icons().front().read, read) << "the icon is for the file read";
     EXPECT_EQ(platform().workspace.icons().front().image.size(), (Size{512, 512}));
     ASSERT_EQ(notifications().requests().size(), 1U);
