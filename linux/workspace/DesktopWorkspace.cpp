@@ -75,7 +75,11 @@ std::shared_ptr<const PreparedIcon> DesktopWorkspace::prepareIcon(const Image& i
         return nullptr;
     }
     auto icon = std::make_shared<EncodedIcon>(*bitmap);
-    icon->name = store_.put(icon->pictures.full);
+    const std::string& picture = icon->pictures.full;
+    if (!store_.hasRoomFor(picture.size())) {
+        sweeper_.makeRoomFor(picture.size());
+    }
+    icon->name = store_.put(picture);
     return icon;
 }
 
@@ -99,7 +103,9 @@ bool DesktopWorkspace::setIcon(std::shared_ptr<const PreparedIcon> icon, const s
     }
     const bool hasThumbnails = writeThumbnails(*target, wholeSeconds(target->status));
     if (!name) {
-        finish(*target);
+        if (hasThumbnails) {
+            finish(*target);
+        }
         return hasThumbnails;
     }
     const auto hasAttribute = std::make_shared<bool>(false);

@@ -10,8 +10,10 @@
 #include <array>
 #include <limits>
 #include <memory>
-#include <vector>
+#include <tuple>
+#include <utility>
 
+#include "linux/files/FreeSpace.h"
 #include "linux/files/WholeFile.h"
 #include "linux/glib/GLibHandles.h"
 
@@ -48,21 +50,42 @@ std::vector<std::string> entriesOf(const std::string& folder) {
     return names;
 }
 
+bool isEarlier(const struct timespec& one, const struct timespec& other) {
+    return std::tie(one.tv_sec, one.tv_nsec) < std::tie(other.tv_sec, other.tv_nsec);
+}
+
 /// The later of the times of the last read and write. File systems update the time of the last read
 /// about once a day. A file whose status cannot be read counts as in use.
-std::time_t lastUse(const std::string& path) {
+struct timespec lastUse(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
-        return std::numeric_limits<std::time_t>::max();
+        return {std::numeric_limits<std::time_t>::max(), 0};
     }
-    return std::max(status.st_atim.tv_sec, status.st_mtim.tv_sec);
+    return std::max(status.st_atim, status.st_mtim, &isEarlier);
+}
+
+/// What the file takes on the disk. Its blocks would tell only after the system has written them.
+std::uint64_t bytesOnDisk(std::uint64_t size) {
+    constexpr std::uint64_t blockBytes = 4096;
+    return (size + blockBytes - 1) / blockBytes * blockBytes;
+}
+
+/// Zero for a missing file.
+std::uint64_t bytesOnDisk(const std::string& path) {
+    struct stat status {};
+    const bool isThere = stat(path.c_str(), &status) == 0;
+    return isThere ? bytesOnDisk(static_cast<std::uint64_t>(status.st_size)) : 0;
 }
 
 }  // namespace
 
-IconStore::IconStore(const std::string& dataHome) : folder_(dataHome + "/glintmark/icons") {}
+IconStore::IconStore(const std::string& dataHome, std::uint64_t maximumBytes)
+    : folder_(dataHome + "/glintmark/icons"), maximumBytes_(maximumBytes) {}
 
 std::optional<std::string> IconStore::put(std::string_view png) {
+    if (!hasFreeSpace(folder_)) {
+        return std::nullopt;
+    }
     std::string name = nameOf(png);
     const std::string path = pathOf(name);
     const std::scoped_lock lock(mutex_);
@@ -71,10 +94,36 @@ std::optional<std::string> IconStore::put(std::string_view png) {
         utimensat(AT_FDCWD, path.c_str(), usedNow, 0);
         return name;
     }
-    if (g_mkdir_with_parents(folder_.c_str(), folderMode) != 0 || !writeFileAtomically(path, png)) {
+    const std::uint64_t others = bytesStored() - std::min(bytesStored(), bytesOnDisk(path));
+    const std::uint64_t bytes = others + bytesOnDisk(png.size());
+    if (bytes > maximumBytes_ || g_mkdir_with_parents(folder_.c_str(), folderMode) != 0 ||
+        !writeFileAtomically(path, png)) {
         return std::nullopt;
     }
+    bytes_ = bytes;
     return name;
+}
+
+bool IconStore::hasRoomFor(std::uint64_t bytes) {
+    const std::scoped_lock lock(mutex_);
+    return bytesStored() + bytesOnDisk(bytes) <= maximumBytes_;
+}
+
+std::uint64_t IconStore::bytesStored() {
+    if (!bytes_) {
+        bytes_ = 0;
+        for (const auto& entry : entriesOf(folder_)) {
+            *bytes_ += bytesOnDisk(folder_ + "/" + entry);
+        }
+    }
+    return *bytes_;
+}
+
+void IconStore::removeFile(const std::string& path) {
+    const std::uint64_t bytes = bytesOnDisk(path);
+    if (unlink(path.c_str()) == 0 && bytes_) {
+        *bytes_ -= std::min(*bytes_, bytes);
+    }
 }
 
 std::string IconStore::pathOf(std::string_view name) const {
@@ -87,13 +136,25 @@ bool IconStore::isName(std::string_view text) {
            });
 }
 
+std::vector<IconStore::Picture> IconStore::byLastUse() const {
+    std::vector<Picture> pictures;
+    for (const auto& entry : entriesOf(folder_)) {
+        std::string name = entry.substr(0, nameLength);
+        if (isName(name) && entry == name + std::string(suffix)) {
+            pictures.push_back({std::move(name), lastUse(folder_ + "/" + entry)});
+        }
+    }
+    std::sort(pictures.begin(), pictures.end(), [](const Picture& one, const Picture& other) {
+        return isEarlier(one.lastUse, other.lastUse);
+    });
+    return pictures;
+}
+
 std::set<std::string> IconStore::unusedSince(std::time_t time) const {
     std::set<std::string> names;
-    for (const auto& entry : entriesOf(folder_)) {
-        const std::string_view name = std::string_view(entry).substr(0, nameLength);
-        if (isName(name) && entry == std::string(name) + std::string(suffix) &&
-            lastUse(folder_ + "/" + entry) < time) {
-            names.emplace(name);
+    for (auto& picture : byLastUse()) {
+        if (picture.lastUse.tv_sec < time) {
+            names.insert(std::move(picture.name));
         }
     }
     return names;
@@ -102,18 +163,20 @@ std::set<std::string> IconStore::unusedSince(std::time_t time) const {
 void IconStore::removeUnused(const std::string& name, std::time_t time) {
     const std::scoped_lock lock(mutex_);
     const std::string path = pathOf(name);
-    if (lastUse(path) < time) {
-        unlink(path.c_str());
+    if (lastUse(path).tv_sec < time) {
+        removeFile(path);
     }
 }
 
 void IconStore::removeUnfinished(std::time_t now) {
+    const std::scoped_lock lock(mutex_);
     for (const auto& entry : entriesOf(folder_)) {
         const std::string path = folder_ + "/" + entry;
-        if (entry.ends_with(unfinishedSuffix) && lastUse(path) < now - day) {
-            unlink(path.c_str());
+        if (entry.ends_with(unfinishedSuffix) && lastUse(path).tv_sec < now - day) {
+            removeFile(path);
         }
     }
+    bytes_.reset();  // another program may have changed the folder since the files were counted
 }
 
 bool writeIconName(const std::string& path, const std::string& name) {

@@ -92,6 +92,35 @@ void IconSweep::run(std::time_t now, const std::atomic<bool>& stopping) const {
     store_.removeUnfinished(now);
 }
 
+void IconSweep::makeRoom(const std::atomic<bool>& stopping) const {
+    const auto pictures = store_.byLastUse();
+    std::set<std::string> unused;
+    for (const auto& picture : pictures) {
+        unused.insert(picture.name);
+    }
+    keepRecordedIcons(unused);
+    keepIconsBelowHome(unused, stopping);
+    if (stopping) {
+        return;
+    }
+    removeLeastRecentlyUsed(pictures, [&](const auto& name) { return unused.contains(name); });
+    removeLeastRecentlyUsed(pictures, [](const auto&) { return true; });
+    applied_.filter([&](const AppliedIcon& entry) { return exists(store_.pathOf(entry.name)); });
+}
+
+void IconSweep::removeLeastRecentlyUsed(
+    const std::vector<IconStore::Picture>& pictures,
+    const std::function<bool(const std::string&)>& mayGo) const {
+    for (const auto& picture : pictures) {
+        if (store_.isRelieved()) {
+            return;
+        }
+        if (mayGo(picture.name)) {
+            store_.removeUnused(picture.name, picture.lastUse.tv_sec + 1);
+        }
+    }
+}
+
 void IconSweep::keepRecordedIcons(std::set<std::string>& candidates) const {
     if (candidates.empty()) {
         return;
@@ -142,22 +171,57 @@ void IconSweep::keepIconsBelowHome(std::set<std::string>& candidates,
     }
 }
 
-IconSweeper::IconSweeper(IconSweep sweep) : sweep_(std::move(sweep)) { scheduleIn(firstDelay); }
+IconSweeper::IconSweeper(IconSweep sweep, std::chrono::milliseconds roomTimeout)
+    : sweep_(std::move(sweep)), roomTimeout_(roomTimeout) {
+    scheduleIn(firstDelay);
+}
 
-IconSweeper::~IconSweeper() { stop(); }
+IconSweeper::~IconSweeper() { stopping_ = true; }
 
 void IconSweeper::sweepNow() {
-    stop();
-    stopping_ = false;
-    thread_ = Thread::start("icon-sweep", stackBytes, [this] {
+    const std::scoped_lock lock(mutex_);
+    start([this] {
         lowerPriority();
         sweep_.run(std::time(nullptr), stopping_);
     });
 }
 
-void IconSweeper::stop() {
-    stopping_ = true;
-    thread_.reset();
+void IconSweeper::makeRoomFor(std::uint64_t bytes) {
+    const auto deadline = std::chrono::steady_clock::now() + roomTimeout_;
+    std::unique_lock lock(mutex_);
+    if (isOverdue_ || !awaitEnd(lock, deadline)) {
+        return;
+    }
+    lock.unlock();
+    if (sweep_.hasRoomFor(bytes)) {
+        return;  // made by the sweep that has just ended
+    }
+    lock.lock();
+    start([this] { sweep_.makeRoom(stopping_); });
+    awaitEnd(lock, deadline);
+}
+
+/// False if the running sweep did not end before `deadline`.
+bool IconSweeper::awaitEnd(std::unique_lock<std::mutex>& lock,
+                           std::chrono::steady_clock::time_point deadline) {
+    const bool hasEnded = ended_.wait_until(lock, deadline, [this] { return !isRunning_; });
+    isOverdue_ = !hasEnded;
+    return hasEnded;
+}
+
+/// Runs `work` on a new thread, unless another one runs. Call with the lock.
+void IconSweeper::start(std::function<void()> work) {
+    if (isRunning_) {
+        return;
+    }
+    thread_ = Thread::start("icon-sweep", stackBytes, [this, work = std::move(work)] {
+        work();
+        const std::scoped_lock lock(mutex_);
+        isRunning_ = false;
+        isOverdue_ = false;
+        ended_.notify_all();
+    });
+    isRunning_ = thread_.has_value();
 }
 
 void IconSweeper::scheduleIn(seconds delay) {

@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include "base/graphics/ImageScaling.h"
+#include "linux/files/FreeSpace.h"
 #include "linux/files/WholeFile.h"
 #include "linux/glib/GLibHandles.h"
 #include "linux/images/PNGWriter.h"
@@ -38,6 +39,9 @@ IconPictures encodedPictures(const BitmapImageRep& bitmap) {
 }
 
 bool ThumbnailCache::write(const IconPictures& pictures, const ThumbnailSubject& subject) const {
+    if (!hasFreeSpace(folder_)) {
+        return false;
+    }
     const std::array<PNGText, 5> texts{{
         {"Thumb::URI", subject.uri},
         {"Thumb::MTime", subject.modificationTime},

@@ -38,7 +38,8 @@ public:
     explicit ThumbnailCache(const std::string& cacheHome) : folder_(cacheHome + "/thumbnails") {}
 
     /// Writes the thumbnails of all four sizes. The two largest hold the same bytes and share one
-    /// file where possible. False when one of them could not be written.
+    /// file where possible. False when one of them could not be written, or less than 5 % of the
+    /// file system is free; then nothing is written.
     bool write(const IconPictures& pictures, const ThumbnailSubject& subject) const;
 
 private:

@@ -19,6 +19,7 @@
 #include "tests/linux/MainLoop.h"
 #include "tests/linux/PNGReading.h"
 #include "tests/linux/PrivateBus.h"
+#include "tests/support/Mounting.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WholeFile.h"
 
@@ -313,6 +314,39 @@ TEST_F(DesktopWorkspaceTest, AnIconThatCannotBeStoredIsSetByItsThumbnailsAlone) 
     EXPECT_TRUE(metadata_.empty()) << "no picture, so nothing to point to";
     EXPECT_EQ(readIconName(path), std::nullopt);
     EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 0);
+}
+
+TEST_F(DesktopWorkspaceTest, AFullStoreMakesRoomForTheNextIcon) {
+    folder_.createDirectories("home");
+    const std::string old = folder_.write("data/glintmark/icons/" + std::string(64, 'a') + ".png");
+    std::filesystem::resize_file(old,
+                                 IconStore::defaultMaximumBytes);  // takes no disk space
+    const struct timespec times[2] = {{modified, 0}, {modified, 0}};
+    utimensat(AT_FDCWD, old.c_str(), times, 0);
+
+    const std::string path = makeLink("a.webloc");
+    setRedIcon(path);
+    EXPECT_FALSE(std::filesystem::exists(old));
+    EXPECT_THAT(metadata_, ElementsAre(path + " file://" + storedIcons().at(0)));
+}
+
+TEST_F(DesktopWorkspaceTest, OnAnAlmostFullDiskNothingIsWrittenAndTheCallFails) {
+    if (!test::mayMount()) {
+        GTEST_SKIP() << "mounting takes root";
+    }
+    test::withMount(folder_.path(), "tmpfs", "size=10000k", [this] {
+        const std::string path = makeLink("a.webloc");
+        const std::string filler = folder_.write("filler", std::string(9'800'000, 'x'));
+        EXPECT_FALSE(setIcon(redIcon(), path));
+        EXPECT_FALSE(std::filesystem::exists(folder_ / "data"));
+        EXPECT_FALSE(std::filesystem::exists(folder_ / "cache"));
+        EXPECT_EQ(readIconName(path), std::nullopt);
+        EXPECT_EQ(statusOf(path).st_mtim.tv_nsec, 250'000'000);
+
+        std::filesystem::resize_file(filler, 5'000'000);
+        EXPECT_TRUE(workspace_->prepareIcon(redIcon()));
+        EXPECT_EQ(storedIcons().size(), 1U);
+    });
 }
 
 TEST_F(DesktopWorkspaceTest, TheMetadataAloneIsASuccess) {

@@ -104,6 +104,76 @@ TEST(IconStoreTest, APictureUsedMeanwhileIsNotRemoved) {
     store.removeUnused(*name, 500);  // does nothing when the picture is gone
 }
 
+constexpr std::uint64_t block = 4096;  // bytes; every file counts as whole blocks
+
+TEST(IconStoreTest, APictureForWhichThereIsNoRoomIsNotStored) {
+    const test::TemporaryDirectory folder;
+    IconStore store(folder.path(), 3 * block);
+    EXPECT_TRUE(store.hasRoomFor(3 * block));
+    EXPECT_FALSE(store.hasRoomFor(3 * block + 1));
+    const auto one = store.put(std::string(block + 1, '1'));
+    ASSERT_TRUE(one);
+    EXPECT_TRUE(store.hasRoomFor(block));
+    EXPECT_EQ(store.put(std::string(block + 1, '2')), std::nullopt);
+    EXPECT_TRUE(store.put(std::string(block, '3')));
+    EXPECT_FALSE(store.hasRoomFor(1));
+    EXPECT_EQ(store.put(std::string(block + 1, '1')), one) << "stored already";
+}
+
+TEST(IconStoreTest, TheFilesOfAnEarlierRunCount) {
+    const test::TemporaryDirectory folder;
+    IconStore(folder.path()).put("abc");
+    folder.write("glintmark/icons/b.png.Xy12zZ.part", "unfinished");
+    IconStore store(folder.path(), 3 * block);
+    EXPECT_TRUE(store.hasRoomFor(block));
+    EXPECT_FALSE(store.hasRoomFor(block + 1));
+}
+
+TEST(IconStoreTest, ARemovedPictureMakesRoom) {
+    const test::TemporaryDirectory folder;
+    IconStore store(folder.path(), block);
+    const auto name = store.put("abc");
+    EXPECT_FALSE(store.hasRoomFor(1));
+    setTimes(store.pathOf(*name), 100, 100);
+    store.removeUnused(*name, 500);
+    EXPECT_TRUE(store.hasRoomFor(block));
+}
+
+TEST(IconStoreTest, APictureCutShortByACrashCountsOnce) {
+    const test::TemporaryDirectory folder;
+    IconStore store(folder.path(), 2 * block);
+    const auto name = store.put(std::string(2 * block, 'x'));
+    std::filesystem::resize_file(store.pathOf(*name), block);
+    IconStore later(folder.path(), 2 * block);
+    EXPECT_EQ(later.put(std::string(2 * block, 'x')), name);
+    EXPECT_FALSE(later.hasRoomFor(1));
+}
+
+TEST(IconStoreTest, FilesThatAnotherProgramRemovedCountUntilTheNextSweep) {
+    const test::TemporaryDirectory folder;
+    IconStore store(folder.path(), block);
+    std::filesystem::remove(store.pathOf(*store.put("abc")));
+    EXPECT_FALSE(store.hasRoomFor(1));
+    store.removeUnfinished(0);
+    EXPECT_TRUE(store.hasRoomFor(1));
+}
+
+TEST(IconStoreTest, PicturesAreOrderedByTheirLastUse) {
+    const test::TemporaryDirectory folder;
+    IconStore store(folder.path());
+    const auto second = store.put("second");
+    const auto first = store.put("first");
+    const auto third = store.put("third");
+    setTimes(store.pathOf(*first), 100, 200);
+    setTimes(store.pathOf(*second), 300, 100);
+    setTimes(store.pathOf(*third), 100, 400);
+    std::vector<std::string> names;
+    for (const auto& picture : store.byLastUse()) {
+        names.push_back(picture.name);
+    }
+    EXPECT_THAT(names, ElementsAre(*first, *second, *third));
+}
+
 TEST(IconStoreTest, WhatACrashLeftUnfinishedIsRemovedAfterADay) {
     const test::TemporaryDirectory folder;
     IconStore store(folder.path());

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -6,6 +7,8 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <mutex>
+#include <thread>
 
 #include "linux/workspace/IconSweep.h"
 #include "tests/linux/MainLoop.h"
@@ -13,13 +16,15 @@
 
 namespace {
 
-int attributeError = 0;  // the errno with which reading an attribute fails; 0: it works
+std::mutex attributeMutex;  // held while an attribute is read
+int attributeError = 0;     // the errno with which reading an attribute fails; 0: it works
 
 }  // namespace
 
 // Replaces the C library's function in this whole program.
 extern "C" ssize_t getxattr(const char* path, const char* name, void* value,
                             std::size_t size) noexcept {
+    const std::scoped_lock lock(attributeMutex);
     if (attributeError != 0) {
         errno = attributeError;
         return -1;
@@ -29,6 +34,8 @@ extern "C" ssize_t getxattr(const char* path, const char* name, void* value,
 
 namespace glintmark::platform {
 namespace {
+
+using testing::ElementsAre;
 
 constexpr std::time_t stored = 1'700'000'000;
 constexpr std::time_t day = 86'400;
@@ -178,6 +185,112 @@ TEST_F(IconSweepTest, ASweepThatIsStoppedRemovesNothing) {
     stopping_ = true;
     sweep(longAfter);
     EXPECT_TRUE(isStored(name));
+}
+
+/// A store that holds sixteen pictures of one block. It is relieved when fourteen are left.
+class FullStoreTest : public IconSweepTest {
+protected:
+    static constexpr std::uint64_t block = 4096;
+
+    void SetUp() override {
+        IconSweepTest::SetUp();
+        folder_.createDirectories("home");
+        for (int i = 0; i < 16; ++i) {
+            names_.push_back(store_.put(std::to_string(i)).value());
+            useAt(i, stored + i);
+        }
+        ASSERT_FALSE(store_.hasRoomFor(1));
+    }
+
+    void useAt(int picture, std::time_t time) {
+        const struct timespec times[2] = {{time, 0}, {time, 0}};
+        const std::string path = store_.pathOf(nameOf(picture));
+        utimensat(AT_FDCWD, path.c_str(), times, 0);
+    }
+
+    const std::string& nameOf(int picture) const {
+        return names_[static_cast<std::size_t>(picture)];
+    }
+
+    std::vector<int> removed() const {
+        std::vector<int> pictures;
+        for (int i = 0; i < 16; ++i) {
+            if (!isStored(nameOf(i))) {
+                pictures.push_back(i);
+            }
+        }
+        return pictures;
+    }
+
+    IconStore store_{folder_ / "data", 16 * block};
+    IconSweep sweep_{store_, applied_, folder_ / "home"};
+    std::vector<std::string> names_;
+};
+
+TEST_F(FullStoreTest, TheLeastRecentlyUsedIconsGoFirst) {
+    useAt(0, stored + 100);
+    sweep_.makeRoom(stopping_);
+    EXPECT_THAT(removed(), ElementsAre(1, 2));
+    EXPECT_TRUE(store_.isRelieved());
+}
+
+TEST_F(FullStoreTest, AnIconThatAFileUsesGoesOnlyWhenNothingElseIsLeft) {
+    for (int i = 0; i < 15; ++i) {
+        applyTo("elsewhere/" + std::to_string(i) + ".webloc", nameOf(i));
+    }
+    sweep_.makeRoom(stopping_);
+    EXPECT_THAT(removed(), ElementsAre(0, 15));
+    EXPECT_EQ(applied_.all()->size(), 14U);
+}
+
+TEST_F(FullStoreTest, AFileThatWasMovedUsesItsIcon) {
+    const std::string path = applyTo("home/Desktop/a.webloc", nameOf(0));
+    folder_.createDirectories("home/elsewhere");
+    folder_.move("home/Desktop/a.webloc", "home/elsewhere/b.webloc");
+    sweep_.makeRoom(stopping_);
+    EXPECT_THAT(removed(), ElementsAre(1, 2));
+}
+
+TEST_F(FullStoreTest, InDoubtTheLeastRecentlyUsedGoAllTheSame) {
+    folder_.remove("home");
+    sweep_.makeRoom(stopping_);
+    EXPECT_THAT(removed(), ElementsAre(0, 1));
+}
+
+TEST_F(FullStoreTest, ASearchThatIsStoppedRemovesNothing) {
+    stopping_ = true;
+    sweep_.makeRoom(stopping_);
+    EXPECT_THAT(removed(), ElementsAre());
+}
+
+TEST_F(FullStoreTest, TheSweeperMakesRoomAndWaitsForIt) {
+    IconSweeper sweeper(sweep_);
+    sweeper.makeRoomFor(1);
+    EXPECT_THAT(removed(), ElementsAre(0, 1));
+}
+
+TEST_F(FullStoreTest, ManyThreadsThatNeedRoomMakeItOnce) {
+    IconSweeper sweeper(sweep_);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] { sweeper.makeRoomFor(1); });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(removed(), ElementsAre(0, 1));
+}
+
+TEST_F(FullStoreTest, ASearchThatHangsIsNotAwaitedForLong) {
+    applyTo("elsewhere/a.webloc", nameOf(15));
+    IconSweeper sweeper(sweep_, std::chrono::milliseconds(1));
+    {
+        const std::scoped_lock hanging(attributeMutex);
+        sweeper.makeRoomFor(1);
+        sweeper.makeRoomFor(1);
+        EXPECT_THAT(removed(), ElementsAre());
+    }
+    EXPECT_TRUE(waitUntil([this] { return removed() == std::vector{0, 1}; }));
 }
 
 TEST_F(IconSweepTest, TheSweeperRemovesIconsOnItsOwnThread) {
