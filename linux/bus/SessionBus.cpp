@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "linux/bus/DBusCall.h"
+#include "linux/bus/LoginSession.h"
 #include "linux/queues/CoalescedTimeout.h"
 #include "linux/queues/Thread.h"
 
@@ -73,18 +74,15 @@ NameOwnership ownershipFrom(GVariant* reply) {
                                                         : NameOwnership::takenByAnother;
 }
 
-/// True if the leader of this process's session, see setsid(2), has ended. At a desktop login the
-/// leader is the session manager or the process that started it. The kernel does not reuse its
-/// process id while the session has members.
-bool isSessionLeaderGone() {
+}  // namespace
+
+bool SessionBus::isSessionLeaderGone() {
     const pid_t leader = ::getsid(0);  // 0 if it is in another PID namespace
     return leader > 0 && ::kill(leader, 0) != 0 && errno == ESRCH;
 }
 
-}  // namespace
-
-SessionBus::SessionBus(milliseconds timeout)
-    : cancellable_(g_cancellable_new()), pause_(firstPause) {
+SessionBus::SessionBus(milliseconds timeout, bool (*isLeaderGone)())
+    : cancellable_(g_cancellable_new()), pause_(firstPause), isLeaderGone_(isLeaderGone) {
     surviveLostConnections();
     open();
     bool timedOut = false;
@@ -164,7 +162,7 @@ void SessionBus::opened(GObjectHandle<GDBusConnection> connection) {
                            GError* /*error*/,
                            gpointer self) { static_cast<SessionBus*>(self)->lost(); };
     closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(+closed), this);
-    hadSessionLeader_ = !isSessionLeaderGone();
+    hadSessionLeader_ = !isLeaderGone_();
     if (wantsName_) {
         requestName();
     }
@@ -206,10 +204,18 @@ void SessionBus::retryLater() {
 }
 
 /// Unlike a terminal, a desktop that ends sends no signal to its programs. Its bus ends with it,
-/// unless the bus belongs to the user's systemd.
+/// unless the bus belongs to the user's systemd. The leader may also be a terminal that was closed
+/// (`nohup glintmark &`), and the bus may have failed alone; the login manager knows.
 void SessionBus::retry() {
-    if (hadSessionLeader_ && isSessionLeaderGone()) {
-        end(End::sessionIsOver);
+    if (hadSessionLeader_ && isLeaderGone_() && !isAsking_) {
+        isAsking_ = true;
+        askLoginSession(cancellable_.get(), [this](LoginSession session) {
+            isAsking_ = false;
+            const bool isOver = session == LoginSession::over || session == LoginSession::noManager;
+            if (isOver && connection_ == nullptr) {
+                end(End::sessionIsOver);
+            }
+        });
     }
     open();
 }

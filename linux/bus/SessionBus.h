@@ -30,7 +30,9 @@ public:
     static constexpr auto programName = "com.quorvel.Glintmark";
 
     /// Waits at most `timeout` for a connection. A later one is reported to the observers.
-    explicit SessionBus(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    /// `isLeaderGone` tells whether the leader of the process's session (setsid(2)) has ended.
+    explicit SessionBus(std::chrono::milliseconds timeout = std::chrono::seconds(5),
+                        bool (*isLeaderGone)() = isSessionLeaderGone);
     ~SessionBus();
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
@@ -52,12 +54,18 @@ public:
 
     /// Why the program should end.
     enum class End {
-        sessionIsOver,  ///< The bus is lost, and the leader of the process's session has ended.
+        sessionIsOver,  ///< The bus is lost, the leader of the process's session has ended, and
+                        ///< so has the login session, if a login manager knows of it.
         nameIsTaken,    ///< Another process owns the name on a later connection.
     };
 
     /// `handler` runs from the main loop. Without a handler the program continues.
     void setEndHandler(std::function<void(End)> handler) { endHandler_ = std::move(handler); }
+
+    /// True if the leader of this process's session, see setsid(2), has ended. At a desktop login
+    /// the leader is the session manager or the process that started it. The kernel does not reuse
+    /// its process id while the session has members.
+    static bool isSessionLeaderGone();
 
 private:
     void open();
@@ -78,6 +86,8 @@ private:
     std::chrono::milliseconds pause_;
     GSourceId retry_;
     std::function<void(End)> endHandler_;
+    bool (*isLeaderGone_)();
+    bool isAsking_ = false;  ///< Whether the login session is over.
     bool opening_ = false;
     bool hadSessionLeader_ = false;  ///< When the last connection was made.
     bool wantsName_ = false;

@@ -24,6 +24,7 @@ public:
     void stop();
     void stop(const SessionBus& program);  ///< Also waits until the program has lost it.
     void pause();                          ///< It reads nothing until it is stopped.
+    const std::string& address() const { return address_; }
     const std::string& folder() const { return folder_; }  ///< Only the bus's files are removed.
 
     /// A connection for another program.
