@@ -139,6 +139,7 @@ private:
 
     bool mayBegin(std::string_view element) const;
     bool keeps(std::string_view element) const;
+    void endDropped(std::string_view element);
     void endKey(std::string text);
     static std::optional<PropertyList> value(Open& closed, std::string_view element);
     void add(PropertyList value);
@@ -200,31 +201,46 @@ void XMLReader::begin(std::string_view element) {
 }
 
 void XMLReader::end(std::string_view element) {
+    if (!open_.back().isKept) {
+        return endDropped(element);
+    }
     auto closed = std::move(open_.back());
     open_.pop_back();
-    auto* const leaf = std::get_if<Leaf>(&closed.element);
-    if (leaf != nullptr && !closed.isKept) {
-        budget_.giveTextBack(leaf->text.size());
-    }
     if (element == "key") {
-        return endKey(std::move(leaf->text));
+        return endKey(std::move(std::get<Leaf>(closed.element).text));
     }
     auto closedValue = value(closed, element);
-    if (!closedValue) {
+    return closedValue ? add(std::move(*closedValue)) : fail();
+}
+
+/// Checks the value and makes none, which would take most of the time for a large file.
+void XMLReader::endDropped(std::string_view element) {
+    auto& closed = open_.back().element;
+    bool isValid = true;
+    if (auto* const leaf = std::get_if<Leaf>(&closed)) {
+        budget_.giveTextBack(leaf->text.size());
+        isValid = !leaf->keepsText || leafValue(element, std::move(leaf->text));
+    } else if (const auto* const dictionary = std::get_if<Dictionary>(&closed)) {
+        isValid = !dictionary->key;
+    }
+    open_.pop_back();
+    if (!isValid) {
         return fail();
     }
-    if (closed.isKept) {
-        add(std::move(*closedValue));
-    } else if (auto* dictionary = std::get_if<Dictionary>(&open_.back().element)) {
-        dictionary->key.reset();
+    if (auto* const parent = std::get_if<Dictionary>(&open_.back().element)) {
+        if (element == "key") {
+            parent->key.emplace();
+            parent->keepsEntry = false;
+        } else {
+            parent->key.reset();
+        }
     }
 }
 
 void XMLReader::endKey(std::string text) {
-    auto& parent = open_.back();
-    auto& dictionary = std::get<Dictionary>(parent.element);
-    dictionary.keepsEntry = kept_.isAll() || (parent.isRoot && text == *kept_.onlyKey);
-    if (!dictionary.keepsEntry && parent.isRoot) {
+    auto& dictionary = std::get<Dictionary>(open_.back().element);
+    dictionary.keepsEntry = kept_.isAll() || text == *kept_.onlyKey;
+    if (!dictionary.keepsEntry) {
         budget_.giveTextBack(text.size());
         budget_.giveValueBack();
     }
