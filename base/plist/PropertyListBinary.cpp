@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,11 +21,14 @@ using Number = std::optional<std::uint64_t>;
 
 /// Absent when the number does not fit 64 bits.
 Number bigEndian(std::string_view bytes) {
-    std::uint64_t number = 0;
-    for (const char byte : bytes) {
-        if (number > std::numeric_limits<std::uint64_t>::max() >> 8U) {
+    while (bytes.size() > sizeof(std::uint64_t)) {
+        if (bytes.front() != '\0') {
             return std::nullopt;
         }
+        bytes.remove_prefix(1);
+    }
+    std::uint64_t number = 0;
+    for (const char byte : bytes) {
         number = number << 8U | static_cast<unsigned char>(byte);
     }
     return number;
