@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
 constexpr const char* unknownName = "The host's name has no address.";
+constexpr std::size_t reservedShare = 5;  // one fifth
 
 }  // namespace
 
@@ -22,7 +23,8 @@ CurlLoop::CurlLoop(const CurlURLSessionOptions& options, NameLookUps& names)
     : options_(options),
       names_(names),
       budget_(options.maximumArrivingBytes),
-      queue_(options.maximumTransfersPerHost, options.maximumTransfers),
+      queue_(options.maximumTransfersPerHost, options.maximumTransfers,
+             options.maximumTransfers / reservedShare),
       multi_(curl_multi_init()) {
     // Idle connections that are kept open count too. libcurl closes the oldest of them to make
     // room.
@@ -157,7 +159,7 @@ void CurlLoop::endHop(std::size_t index, CURLcode outcome, Transfers& ended) {
     auto transfer = std::move(running_[index].transfer);
     running_[index] = std::move(running_.back());
     running_.pop_back();
-    queue_.release(transfer->host());
+    queue_.release(transfer->host(), outcome == CURLE_OK);
     const bool hasNextHop = transfer->endHop(outcome);
     if (hasNextHop) {
         lineUp(std::move(transfer), true);

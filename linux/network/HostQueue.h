@@ -10,13 +10,15 @@
 namespace glintmark::platform {
 
 /// A queue that limits how many items run at a time, per host and in total. Hosts take turns, so
-/// that a host with thousands of items does not delay the others. Items of one host keep their
-/// order. For one thread.
+/// that a host with thousands of items does not delay the others. A share of the total is only for
+/// hosts that answer and for the first item of a host, so that many hosts which do not answer delay
+/// no other. Items of one host keep their order. For one thread.
 template <typename Item>
 class HostQueue {
 public:
-    HostQueue(std::size_t maximumPerHost, std::size_t maximumInTotal)
-        : maximumPerHost_(maximumPerHost), maximumInTotal_(maximumInTotal) {}
+    /// `reserved`: the share, part of `maximumInTotal`.
+    HostQueue(std::size_t maximumPerHost, std::size_t maximumInTotal, std::size_t reserved = 0)
+        : maximumPerHost_(maximumPerHost), maximumInTotal_(maximumInTotal), reserved_(reserved) {}
 
     void push(const std::string& host, Item item) {
         hosts_[host].waiting.push_back(std::move(item));
@@ -30,17 +32,22 @@ public:
     }
 
     /// True if `take` would return an item.
-    bool canTake() const { return running_ < maximumInTotal_ && !turns_.empty(); }
+    bool canTake() const {
+        return running_ < maximumInTotal_ &&
+               (!preferredTurns_.empty() ||
+                (!turns_.empty() && running_ + reserved_ < maximumInTotal_));
+    }
 
     /// The next item that may run; absent if none may. It counts as running until `release`.
     std::optional<Item> take() {
         if (!canTake()) {
             return std::nullopt;
         }
-        const std::string name = std::move(turns_.front());
-        turns_.pop_front();
+        auto& turns = preferredTurns_.empty() ? turns_ : preferredTurns_;
+        const std::string name = std::move(turns.front());
+        turns.pop_front();
         Host& host = hosts_[name];
-        host.hasTurn = false;
+        host.line = nullptr;
         Item item = std::move(host.waiting.front());
         host.waiting.pop_front();
         ++host.running;
@@ -49,11 +56,12 @@ public:
         return item;
     }
 
-    /// Call when an item that was taken for `host` no longer runs.
-    void release(const std::string& host) {
+    /// Call when an item that was taken for `host` no longer runs. `hasAnswered`: the host did.
+    void release(const std::string& host, bool hasAnswered = false) {
         const auto found = hosts_.find(host);
         --found->second.running;
         --running_;
+        found->second.answers = found->second.answers || hasAnswered;
         if (found->second.running == 0 && found->second.waiting.empty()) {
             hosts_.erase(found);
         } else {
@@ -65,25 +73,35 @@ public:
     bool empty() const { return hosts_.empty(); }
 
 private:
+    using Line = std::deque<std::string>;
+
     struct Host {
         std::deque<Item> waiting;
         std::size_t running = 0;
-        bool hasTurn = false;  ///< True if the host is in `turns_`, where it is at most once.
+        bool answers = false;
+        Line* line = nullptr;  ///< Where the host is, once; null if it is in none.
     };
 
     void lineUp(const std::string& name) {
         Host& host = hosts_[name];
-        if (!host.hasTurn && !host.waiting.empty() && host.running < maximumPerHost_) {
-            host.hasTurn = true;
-            turns_.push_back(name);
+        const bool isPreferred = reserved_ > 0 && (host.answers || host.running == 0);
+        if (host.line == &turns_ && isPreferred) {
+            std::erase(turns_, name);
+            host.line = nullptr;
+        }
+        if (host.line == nullptr && !host.waiting.empty() && host.running < maximumPerHost_) {
+            host.line = isPreferred ? &preferredTurns_ : &turns_;
+            host.line->push_back(name);
         }
     }
 
     std::size_t maximumPerHost_;
     std::size_t maximumInTotal_;
+    std::size_t reserved_;
     std::size_t running_ = 0;
     std::unordered_map<std::string, Host> hosts_;
-    std::deque<std::string> turns_;  ///< Hosts with a waiting item that may run.
+    Line turns_;           ///< Hosts with a waiting item that may run.
+    Line preferredTurns_;  ///< The same, of hosts that may use the reserved share.
 };
 
 }  // namespace glintmark::platform

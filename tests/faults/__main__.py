@@ -22,6 +22,7 @@ STEPS = {  # the longest first
     "few": process_faults.descriptors_at_the_start,
     "save": settings_faults.each_call_of_a_save_fails,
     "endings": endings.without_its_services,
+    "lone": process_faults.one_link_behind_silent_sites,
     "suspend": process_faults.suspension,
     "watch": watch_faults.each_call_fails,
     "read": settings_faults.each_call_of_reading_fails,

@@ -39,6 +39,7 @@ AT_ONCE = 6  # programs
 LARGE_PAGE = 30 << 20  # bytes
 MEMORY_LEFT = (8 << 20, 24 << 20, 48 << 20, 80 << 20)
 RECOVERY = 40.0  # seconds
+SOON = 3.0  # seconds; one, and the rest is for a busy machine
 LATE = 20.0  # seconds; the fixed delays are two, the rest is for a busy machine
 
 
@@ -326,6 +327,24 @@ def silent_sites(options):
         check_ends_once(program, links)
         program.check_ends()
     return f"{len(links)} links, one failure line each, after {seconds:.0f} s"
+
+
+def one_link_behind_silent_sites(options):
+    """As many sites as are asked at once are silent. A link that comes later is fetched soon."""
+    silent = {f"{number}.{SILENT}": {ANY_PATH: Answer(delay=NEVER)} for number in range(128)}
+    with SiteServer({**silent, **GOOD_SITES}) as server, BareProgram(options.program) as program:
+        program.environment.update(server.proxy_environment())
+        program.start()
+        for host in silent:
+            program.drop(f"{host}.webloc", f"http://{host}/")
+        wait_for(lambda: sum(bool(server.urls(host)) for host in silent) > 96, "the silent sites")
+        program.drop("lone.webloc", GOOD_SITE)
+        wait_for(lambda: program.count(f"Glintmark: URL → {GOOD_SITE}"), "the reading")
+        begin = time.monotonic()
+        wait_for(lambda: server.urls(GOOD), "the first request")
+        seconds = time.monotonic() - begin
+    check(seconds < SOON, f"asked after {seconds:.1f} s")
+    return f"asked {seconds:.2f} s after it was read"
 
 
 def closed_standard_descriptors(options):

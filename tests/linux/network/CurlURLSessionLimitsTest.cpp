@@ -262,7 +262,7 @@ TEST_F(CurlURLSessionLimitsTest, TwoHundredFiftySixRequestsRunAtOnceInTotal) {
     std::vector<std::shared_ptr<PendingAnswer>> pending;
     pending.reserve(300);
     for (int i = 0; i < 300; ++i) {
-        pending.push_back(start(server_.urlOf("h" + std::to_string(i % 60) + ".test", "/")));
+        pending.push_back(start(server_.urlOf("h" + std::to_string(i) + ".test", "/")));
     }
     EXPECT_TRUE(crowd.waitFor(256));
     crowd.release();

@@ -39,6 +39,27 @@ TEST(HostQueueTest, TheNumberInTotalIsLimited) {
     EXPECT_THAT(takeAll(queue), ElementsAre("d"));
 }
 
+TEST(HostQueueTest, AShareOfTheTotalIsForFirstItemsAndHostsThatAnswer) {
+    HostQueue<std::string> queue(3, 6, 2);
+    for (const char* item : {"1", "2", "3"}) {
+        queue.push("silent", std::string("silent") + item);
+        queue.push("still", std::string("still") + item);
+    }
+    EXPECT_THAT(takeAll(queue), ElementsAre("silent1", "still1", "silent2", "still2"))
+        << "two more could run, but not of these hosts";
+    for (const char* item : {"1", "2", "3"}) {
+        queue.push("lively", std::string("lively") + item);
+    }
+    EXPECT_THAT(takeAll(queue), ElementsAre("lively1"));
+    queue.release("lively", true);
+    EXPECT_THAT(takeAll(queue), ElementsAre("lively2", "lively3"));
+    EXPECT_FALSE(queue.canTake());
+    queue.release("lively", true);
+    EXPECT_FALSE(queue.canTake());
+    queue.release("silent");
+    EXPECT_FALSE(queue.canTake()) << "four of six run, which leaves the share";
+}
+
 TEST(HostQueueTest, HostsTakeTurns) {
     HostQueue<std::string> queue(2, 10);
     for (const char* item : {"a1", "a2", "a3"}) {
