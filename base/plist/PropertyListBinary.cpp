@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -34,11 +33,6 @@ Number bigEndian(std::string_view bytes) {
     return number;
 }
 
-bool isASCII(std::string_view bytes) {
-    return std::all_of(bytes.begin(), bytes.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
 /// True if `bytes` have no unpaired surrogate (RFC 2781, section 2.2).
 bool isUTF16(std::string_view bytes) {
     constexpr unsigned surrogateMask = 0xFC;  // of the high byte
@@ -55,16 +49,35 @@ bool isUTF16(std::string_view bytes) {
     return !followsHigh;
 }
 
-/// Text of one byte a character. The form says ASCII, but some writers store Latin-1.
-std::optional<std::string> byteText(std::optional<std::string_view> bytes) {
-    if (!bytes || isASCII(*bytes)) {
-        return bytes ? std::optional<std::string>(*bytes) : std::nullopt;
+/// Text of one byte a character. The form says ASCII, but some writers store Latin-1. No converter
+/// is opened here and below, since a file may have millions of texts.
+std::string byteText(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        appendUTF8(text, static_cast<unsigned char>(byte));
     }
-    return decodedText(*bytes, "ISO-8859-1");
+    return text;
 }
 
-std::optional<std::string> wideText(std::optional<std::string_view> bytes) {
-    return bytes ? decodedText(*bytes, "UTF-16BE") : std::nullopt;
+/// `bytes` have no unpaired surrogate. RFC 2781, section 2.2.
+std::string wideText(std::string_view bytes) {
+    constexpr char32_t surrogateBits = 10;
+    constexpr char32_t firstHigh = 0xD800;
+    constexpr char32_t firstLow = 0xDC00;
+    constexpr char32_t firstSupplementary = 0x10000;
+    std::string text;
+    char32_t high = 0;
+    for (std::size_t place = 0; place < bytes.size(); place += 2) {
+        const auto unit = static_cast<char32_t>(*bigEndian(bytes.substr(place, 2)));
+        if (unit >> surrogateBits == firstHigh >> surrogateBits) {
+            high = unit - firstHigh;
+        } else if (unit >> surrogateBits == firstLow >> surrogateBits) {
+            appendUTF8(text, firstSupplementary + (high << surrogateBits) + (unit - firstLow));
+        } else {
+            appendUTF8(text, unit);
+        }
+    }
+    return text;
 }
 
 class BinaryReader {
@@ -222,15 +235,17 @@ std::optional<PropertyList> BinaryReader::text(std::optional<std::string_view> b
     if (!bytes || !work(bytes->size())) {
         return std::nullopt;
     }
-    if (!isKept) {
-        return !isWide || isUTF16(*bytes) ? std::optional<PropertyList>(std::string())
-                                          : std::nullopt;
-    }
-    auto decoded = isWide ? wideText(bytes) : byteText(bytes);
-    if (!decoded || !budget_.takeText(decoded->size())) {
+    if (isWide && !isUTF16(*bytes)) {
         return std::nullopt;
     }
-    return PropertyList(std::move(*decoded));
+    if (!isKept) {
+        return PropertyList(std::string());
+    }
+    auto decoded = isWide ? wideText(*bytes) : byteText(*bytes);
+    if (!budget_.takeText(decoded.size())) {
+        return std::nullopt;
+    }
+    return PropertyList(std::move(decoded));
 }
 
 std::optional<PropertyList> BinaryReader::array(std::optional<std::string_view> references,
