@@ -71,13 +71,9 @@ bool AppDelegate::isWatched(const std::string& folder) const {
 
 void AppDelegate::applicationDidFinishLaunching() {
     setupStatusItem();
-    const auto home = services().fileManager.homeDirectoryForCurrentUser();
-    std::vector<std::string> folders;
-    folders.reserve(defaultFolders.size());
-    for (const auto* name : defaultFolders) {
-        folders.push_back(home + "/" + name);
-    }
-    setWatchedFolders(std::move(folders));
+    const auto defaults = services().fileManager.desktopAndDownloads();
+    static_assert(defaults.size() == defaultFolderCount);
+    setWatchedFolders({defaults.begin(), defaults.end()});
     if (const auto extraFolders = services().userDefaults.stringArray(extraFoldersKey)) {
         for (const auto& folder : *extraFolders) {
             if (!isWatched(folder)) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -98,9 +97,8 @@ public:
     void quit() override;
 
 private:
-    /// Folders in the home folder that are always watched and come first in the list.
-    static constexpr std::array defaultFolders{"Desktop", "Downloads"};
-    static constexpr auto defaultFolderCount = static_cast<long>(defaultFolders.size());
+    /// The user's Desktop and Downloads folders, which are always watched, come first in the list.
+    static constexpr long defaultFolderCount = 2;
 
     using MenuCommand = void (AppDelegate::*)();
     using FolderCommand = void (AppDelegate::*)(const platform::MenuItem&);

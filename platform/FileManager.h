@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -44,6 +45,10 @@ public:
 
     /// The current user's home directory, absolute and without a trailing slash.
     virtual std::string homeDirectoryForCurrentUser() = 0;
+
+    /// The user's Desktop and Downloads folders: two different absolute paths, which need not
+    /// exist. The same as long as the process lives.
+    virtual std::array<std::string, 2> desktopAndDownloads() = 0;
 
     /// Calls `visit` with the name of each entry directly inside `directory`, in the system's
     /// order, without "." and "..". False when the directory cannot be listed (missing, not a

@@ -33,7 +33,8 @@ constexpr std::chrono::nanoseconds inventoryLimit = 2s;  // of all folders toget
 
 std::vector<std::string> foldersToWatch(const std::string& home,
                                         const std::vector<std::string>& paths) {
-    std::vector<std::string> folders = {home + "/Desktop", home + "/Downloads"};
+    const auto defaults = services().fileManager.desktopAndDownloads();
+    std::vector<std::string> folders(defaults.begin(), defaults.end());
     for (const auto& path : paths) {
         if (path != home && std::find(folders.begin(), folders.end(), path) == folders.end()) {
             folders.push_back(path);

@@ -46,10 +46,10 @@ public:
     /// Runs on the main queue, in the order in which the files were found.
     using Callback = std::function<void(const FileWatcherEvent&)>;
 
-    /// Watches the user's Desktop and Downloads folders, then those of `paths` that are neither
-    /// in the list already nor the home folder. They need not exist. Takes the inventory of files
-    /// that are not new, which waits up to 2 s in all for folders that do not answer. Does not
-    /// start.
+    /// Watches the user's Desktop and Downloads folders, as the file manager names them, then those
+    /// of `paths` that are neither in the list already nor the home folder. They need not exist.
+    /// Takes the inventory of files that are not new, which waits up to 2 s in all for folders that
+    /// do not answer. Does not start.
     FileWatcher(const std::vector<std::string>& paths, Callback callback);
 
     /// Stops.

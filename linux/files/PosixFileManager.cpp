@@ -14,6 +14,7 @@
 #include "base/system/FileDescriptor.h"
 #include "linux/files/DirectoryReader.h"
 #include "linux/files/HeldFile.h"
+#include "linux/files/UserDirectories.h"
 #include "linux/files/WholeFile.h"
 #include "linux/queues/BlockingSection.h"
 
@@ -23,6 +24,7 @@ namespace {
 
 // O_NONBLOCK: opening a pipe does not wait for its other end. It has no effect on files.
 constexpr int readingFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr std::size_t maximumUserDirsBytes = std::size_t{64} * 1024;
 constexpr std::size_t passwordEntryBytes = std::size_t{16} * 1024;
 
 // A file may still be written while it is read, and those in /proc have a size of 0. Some of these
@@ -82,6 +84,15 @@ std::string PosixFileManager::homeDirectoryForCurrentUser() {
     const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe): nothing sets it
     return withoutTrailingSlashes(home != nullptr && home[0] == '/' ? home
                                                                     : homeInPasswordDatabase());
+}
+
+std::array<std::string, 2> PosixFileManager::desktopAndDownloads() {
+    std::call_once(hasReadUserDirs_, [this] {
+        const auto home = homeDirectoryForCurrentUser();
+        const auto text = contents(userDirsFile(home), maximumUserDirsBytes);
+        desktopAndDownloads_ = platform::desktopAndDownloads(text.value_or(""), home);
+    });
+    return desktopAndDownloads_;
 }
 
 bool PosixFileManager::contentsOfDirectory(

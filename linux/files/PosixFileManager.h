@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
 #include <memory>
+#include <mutex>
+#include <string>
 
 #include "linux/files/ThreadedListings.h"
 #include "platform/FileManager.h"
@@ -8,10 +11,12 @@
 namespace glintmark::platform {
 
 /// The file system by system calls. The home directory is `$HOME` if that is absolute, else the one
-/// in the password database.
+/// in the password database. The Desktop and Downloads folders are the user's own:
+/// user-dirs.dirs(5), read at the first call.
 class PosixFileManager : public FileManager {
 public:
     std::string homeDirectoryForCurrentUser() override;
+    std::array<std::string, 2> desktopAndDownloads() override;
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view name)>& visit) override;
     std::unique_ptr<Listings> beginListings(std::span<const std::string> directories,
@@ -24,6 +29,8 @@ public:
                                         FileIdentity* identity = nullptr) override;
 
 private:
+    std::once_flag hasReadUserDirs_;
+    std::array<std::string, 2> desktopAndDownloads_;
     const std::shared_ptr<ListingThreads> listingThreads_ = std::make_shared<ListingThreads>();
 };
 

@@ -70,6 +70,48 @@ TEST_F(AppDelegateTest, TheLaunchTakesItsStepsInOrder) {
     EXPECT_THAT(notifications().authorizationRequests(), ElementsAre(6U));
 }
 
+TEST_F(AppDelegateTest, TheLaunchAsksForPermissionAfterTheFolderListAndBeforeTheWatcher) {
+    class AskingDelegate : public AppDelegate {
+    public:
+        explicit AskingDelegate(doubles::Fakes& fakes) : fakes_(fakes) {}
+
+        std::vector<std::size_t> requests;  ///< So far, at each of the two steps.
+
+        void setWatchedFolders(std::vector<std::string> folders) override {
+            note();
+            AppDelegate::setWatchedFolders(std::move(folders));
+        }
+        void startWatching() override {
+            note();
+            EXPECT_EQ(watchedFolders().size(), 3U);
+            EXPECT_EQ(fakes_.files.listings(desktop), 0U);  // no watcher was made
+            AppDelegate::startWatching();
+        }
+
+    private:
+        void note() { requests.push_back(fakes_.notifications.authorizationRequests().size()); }
+
+        doubles::Fakes& fakes_;
+    };
+    storeExtraFolders({"/a"});
+    const auto delegate = launch(std::make_shared<AskingDelegate>(platform()));
+    EXPECT_THAT(delegate->requests, ElementsAre(0U, 1U));
+    EXPECT_EQ(files().listings(desktop), 1U);
+}
+
+TEST_F(AppDelegateTest, TheFirstTwoFoldersAreThoseOfTheUser) {
+    files().setDesktopAndDownloads("/home/kim/Schreibtisch", "/data/dl");
+    storeExtraFolders({"/a", "/home/kim/Schreibtisch", desktop});
+    const auto delegate = launched();
+    EXPECT_THAT(delegate->watchedFolders(),
+                ElementsAre("/home/kim/Schreibtisch", "/data/dl", "/a", desktop));
+    EXPECT_THAT(streams().stream(0).folders,
+                ElementsAre("/home/kim/Schreibtisch", "/data/dl", "/a", desktop));
+    EXPECT_EQ(menu().items.at(6).title, "  ~/Schreibtisch");
+    addFolder("/b");
+    EXPECT_THAT(storedExtraFolders(), Optional(ElementsAre("/a", desktop, "/b")));
+}
+
 TEST_F(AppDelegateTest, TheLaunchReplacesTheFolderList) {
     auto delegate = std::make_shared<AppDelegate>();
     delegate->setWatchedFolders({"/elsewhere"});

@@ -25,6 +25,11 @@ FakeFileManager::FakeFileManager() {
     setHome("/home/kim");
 }
 
+std::array<std::string, 2> FakeFileManager::desktopAndDownloads() {
+    return desktopAndDownloads_.value_or(
+        std::array<std::string, 2>{home_ + "/Desktop", home_ + "/Downloads"});
+}
+
 bool FakeFileManager::contentsOfDirectory(const std::string& directory,
                                           const std::function<void(std::string_view)>& visit) {
     listings_.push_back(directory);

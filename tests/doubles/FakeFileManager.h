@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/FileManager.h"
@@ -24,6 +26,7 @@ public:
     FakeFileManager();
 
     std::string homeDirectoryForCurrentUser() override { return home_; }
+    std::array<std::string, 2> desktopAndDownloads() override;
     bool contentsOfDirectory(const std::string& directory,
                              const std::function<void(std::string_view)>& visit) override;
     std::unique_ptr<platform::Listings> beginListings(std::span<const std::string> directories,
@@ -36,6 +39,11 @@ public:
                                         platform::FileIdentity* identity = nullptr) override;
 
     void setHome(const std::string& path);  ///< Without this call "/home/kim".
+
+    /// Without this call those in the home folder.
+    void setDesktopAndDownloads(std::string desktop, std::string downloads) {
+        desktopAndDownloads_ = {std::move(desktop), std::move(downloads)};
+    }
 
     /// Makes a file or a folder, and missing parent folders.
     void create(const std::string& path, std::string bytes = "");
@@ -88,6 +96,7 @@ private:
     Node& enter(const std::string& path, bool isDirectory);
 
     std::string home_;
+    std::optional<std::array<std::string, 2>> desktopAndDownloads_;
     std::map<std::string, Node> nodes_;  // by path without a trailing slash
     std::uint64_t lastInode_ = 0;
     std::set<std::string> vanishing_;

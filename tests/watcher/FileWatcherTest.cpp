@@ -31,6 +31,12 @@ TEST_F(FileWatcherTest, WithoutFoldersTheTwoDefaultsAreWatched) {
             R"(Glintmark: 監視対象ディレクトリ: ["/home/kim/Desktop", "/home/kim/Downloads"])"));
 }
 
+TEST_F(FileWatcherTest, TheDefaultFoldersAreThoseOfTheUser) {
+    files().setDesktopAndDownloads("/home/kim/Schreibtisch", "/data/dl");
+    makeWatcher({"/data/dl", desktop})->start();
+    EXPECT_THAT(stream().folders, ElementsAre("/home/kim/Schreibtisch", "/data/dl", desktop));
+}
+
 TEST_F(FileWatcherTest, PathsAreComparedAsTheyAreWritten) {
     makeWatcher({"/home/kim/Desktop/", "/home/kim/desktop", "~/Desktop", "/home/kim/"})->start();
     EXPECT_THAT(stream().folders, ElementsAre(desktop, downloads, "/home/kim/Desktop/",
