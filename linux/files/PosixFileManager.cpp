@@ -24,7 +24,6 @@ namespace {
 
 // O_NONBLOCK: opening a pipe does not wait for its other end. It has no effect on files.
 constexpr int readingFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-constexpr std::size_t maximumUserDirsBytes = std::size_t{64} * 1024;
 constexpr std::size_t passwordEntryBytes = std::size_t{16} * 1024;
 
 // A file may still be written while it is read, and those in /proc have a size of 0. Some of these
@@ -89,7 +88,7 @@ std::string PosixFileManager::homeDirectoryForCurrentUser() {
 std::array<std::string, 2> PosixFileManager::desktopAndDownloads() {
     std::call_once(hasReadUserDirs_, [this] {
         const auto home = homeDirectoryForCurrentUser();
-        const auto text = contents(userDirsFile(home), maximumUserDirsBytes);
+        const auto text = contents(userDirsFile(home));
         desktopAndDownloads_ = platform::desktopAndDownloads(text.value_or(""), home);
     });
     return desktopAndDownloads_;
@@ -124,7 +123,10 @@ Entry PosixFileManager::entry(const std::string& path) {
     // mounted there is not asked, nor is it mounted now.
     const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
     if (::statx(AT_FDCWD, path.c_str(), flags, STATX_TYPE, &status) != 0) {
-        return Entry::none;
+        // After any other error, the directory's own word counts, which named the entry.
+        const bool isAbsent = errno == ENOENT || errno == ENOTDIR || errno == EACCES ||
+                              errno == ELOOP || errno == ENAMETOOLONG;
+        return isAbsent ? Entry::none : Entry::other;
     }
     return S_ISLNK(status.stx_mode) ? Entry::link : Entry::other;
 }

@@ -63,8 +63,7 @@ std::shared_ptr<ThreadedListings::Listing> ThreadedListings::begin(const std::st
         listing->ended.notify_one();
     };
     if (!Thread::startDetached(threadName, stackBytes, list)) {
-        threads_->leave(directory);
-        return nullptr;
+        list();  // better late than without the inventory
     }
     return listing;
 }

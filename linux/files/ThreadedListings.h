@@ -25,8 +25,8 @@ private:
     std::set<std::string> directories_;
 };
 
-/// Lists each directory on a thread of its own, which nobody joins. If a listing cannot begin,
-/// because there is no thread or an earlier listing of the same directory has not ended, `collect`
+/// Lists each directory on a thread of its own, which nobody joins; on the calling thread if the
+/// system has no thread left. If an earlier listing of the same directory has not ended, `collect`
 /// tries again.
 class ThreadedListings : public Listings {
 public:
@@ -46,7 +46,7 @@ private:
     const std::shared_ptr<ListingThreads> threads_;
     const std::string suffix_;
     const Clock::time_point deadline_;
-    std::map<std::string, std::shared_ptr<Listing>> listings_;  // null if one could not begin
+    std::map<std::string, std::shared_ptr<Listing>> listings_;  // null: has not begun
 };
 
 }  // namespace glintmark::platform

@@ -8,7 +8,14 @@ The program must keep running, lose no data, and recover afterwards. A short run
 import concurrent.futures
 import sys
 
-from tests.faults import endings, icon_faults, process_faults, settings_faults, watch_faults
+from tests.faults import (
+    endings,
+    icon_faults,
+    mount_faults,
+    process_faults,
+    settings_faults,
+    watch_faults,
+)
 from tests.harness.options import absolute_path, parse_options
 from tests.harness.steps import run_step
 
@@ -40,6 +47,9 @@ STEPS = {  # the longest first
     "network": process_faults.network_down,
     "sessions": endings.of_one_of_two_sessions,
     "closed": process_faults.closed_standard_descriptors,
+    "share": mount_faults.folder,
+    "links": mount_faults.links,
+    "reading": mount_faults.reading,
 }
 
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -34,6 +35,21 @@ public:
 
 private:
     platform::GLibTimers timers_;
+};
+
+/// The real file manager. It can remove files just before the question whether they exist.
+class RemovingFileManager : public platform::PosixFileManager {
+public:
+    platform::Entry entry(const std::string& path) override {
+        if (removesFiles) {
+            ::unlink(path.c_str());
+            ++removals;
+        }
+        return PosixFileManager::entry(path);
+    }
+
+    std::atomic<bool> removesFiles = false;
+    std::atomic<int> removals = 0;
 };
 
 class CountingWatcher : public FileWatcher {
@@ -99,6 +115,7 @@ protected:
 
     test::TemporaryDirectory& home() { return home_; }
     const std::vector<std::string>& delivered() const { return delivered_; }
+    RemovingFileManager& files() { return fileManager_; }
     doubles::FakeLog& log() { return fakes_.log; }
 
 private:
@@ -107,7 +124,7 @@ private:
     doubles::Fakes fakes_;
     platform::LinuxDispatchQueues queues_;
     QuickTimers timers_;
-    platform::PosixFileManager fileManager_;
+    RemovingFileManager fileManager_;
     platform::InotifyEventStreamFactory streams_{fakes_.log};
     platform::Services services_{
         .application = fakes_.application,

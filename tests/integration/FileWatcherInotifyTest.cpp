@@ -134,6 +134,79 @@ TEST_F(FileWatcherInotifyTest, ASubfolderThatOpensIsTakenUpWithItsLinks) {
     EXPECT_EQ(delivered().back(), closed + "/below/old.webloc");
 }
 
+TEST_F(FileWatcherInotifyTest, AFileThatVanishesAfterTheListingIsReportedOnceItIsBack) {
+    auto watcher = startedWatcher();
+    files().removesFiles = true;
+    home().write("Desktop/a.webloc");
+    ASSERT_TRUE(waitUntil([&] { return files().removals > 0; }));
+    const int polls = watcher->polls;
+    ASSERT_TRUE(waitUntil([&] { return watcher->polls > polls + 1; }));
+    EXPECT_THAT(delivered(), testing::IsEmpty());
+
+    files().removesFiles = false;
+    home().write("Desktop/a.webloc");
+    ASSERT_TRUE(bothTriggersRan(*watcher));
+    EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, AFileMovedAwayAndBackIsReportedOnce) {
+    home().createDirectories("elsewhere");
+    auto watcher = startedWatcher();
+    home().write("Desktop/a.webloc");
+    ASSERT_TRUE(deliveredAtLeast(1));
+    home().move("Desktop/a.webloc", "elsewhere/a.webloc");
+    home().move("elsewhere/a.webloc", "Desktop/a.webloc");
+    ASSERT_TRUE(bothTriggersRan(*watcher));
+    EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, AFolderThatDiffersByASlashReportsEachFileOnce) {
+    home().write("Desktop/old.webloc");
+    auto watcher = startedWatcher({home().path("Desktop/"), home().path("Desktop//")});
+    home().write("Desktop/a.webloc");
+    ASSERT_TRUE(bothTriggersRan(*watcher));
+    EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, RelativeAndEmptyFoldersDoNoHarm) {
+    auto watcher = startedWatcher({"", "no-such-folder", "./no-such-folder/"});
+    home().write("Desktop/a.webloc");
+    ASSERT_TRUE(bothTriggersRan(*watcher));
+    EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, ALinkIsReportedAtTheNextChangeOnceItsTargetExists) {
+    auto watcher = startedWatcher();
+    home().createDirectories("Downloads/sub");
+    home().createLink(home().path("elsewhere.webloc"), "Downloads/sub/link.webloc");
+    home().write("Downloads/sub/a.webloc");
+    ASSERT_TRUE(deliveredAtLeast(1));
+    home().write("elsewhere.webloc");
+    home().write("Downloads/sub/b.webloc");
+    ASSERT_TRUE(deliveredAtLeast(3));
+    EXPECT_THAT(delivered(), UnorderedElementsAre(home().path("Downloads/sub/a.webloc"),
+                                                  home().path("Downloads/sub/b.webloc"),
+                                                  home().path("Downloads/sub/link.webloc")));
+}
+
+TEST_F(FileWatcherInotifyTest, AFolderThatMayNotBeReadIsSkippedAndTakenUpWhenItMay) {
+    home().write("Links/old.webloc");
+    ASSERT_EQ(::chmod(home().path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(home().path("Links").c_str(), 0), 0);
+    std::shared_ptr<CountingWatcher> watcher;
+    {
+        const platform::Unprivileged unprivileged;  // the watcher's threads begin meanwhile
+        watcher = startedWatcher({home().path("Links")});
+        ASSERT_TRUE(waitUntil([&] { return watcher->polls > 0; }));
+    }
+    home().write("Desktop/a.webloc");
+    ASSERT_TRUE(bothTriggersRan(*watcher));
+    EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
+    ASSERT_EQ(::chmod(home().path("Links").c_str(), 0755), 0);
+    ASSERT_TRUE(deliveredAtLeast(2));
+    EXPECT_EQ(delivered().back(), home().path("Links/old.webloc"));
+}
+
 TEST_F(FileWatcherInotifyTest, StartingAndStoppingAThousandTimesLeaksNothing) {
     home().createDirectories("Desktop/sub/deep");
     platform::runPending();  // so that the main loop has opened its descriptors
