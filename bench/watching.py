@@ -1,13 +1,13 @@
 """Watching many directories with the built program and with its installed peers: memory, set-up,
-rest, latency of a report, throughput of a burst, and the poll of a large folder.
+rest, latency of a report, throughput of a burst, busy folders, the poll of a large folder.
 
     python3 -m bench.watching [--program PROGRAM] [--directories N[,N...]] [--rest SECONDS]
                               [--place FOLDER] [--json FILE] [--smoke] [NAME ...]
 
-Names: tree (memory, set-up and rest, at each number of directories), latency, burst, poll (at the
-last). Fails if a limit is exceeded. Processor times and ratios count, so the machine may be busy.
-Raises fs.inotify.max_user_watches while it runs, if permitted. Changes that other programs make in
-directories above the trees, and their mounts, wake the program too.
+Names: tree (memory, set-up and rest, at each number of directories), latency, burst, busy, poll (at
+the last). Fails if a limit is exceeded. Processor times and ratios count, so the machine may be
+busy. Raises fs.inotify.max_user_watches while it runs, if permitted. Changes that other programs
+make in directories above the trees, and their mounts, wake the program too.
 """
 
 import contextlib
@@ -34,6 +34,12 @@ LATENCIES = 30
 FIXED_DELAYS = (1.0, 0.5)  # seconds: the stream's latency and the debounce
 BURST_DIRECTORIES = 1000
 BURST_FILES = 20_000
+BUSY_DIRECTORIES = 100
+OBJECTS_PER_SECOND = 200  # that the compilers write: a parallel build on a fast machine
+BUSY_SECONDS = 20.0
+DOWNLOAD_BYTES = 1 << 30
+DOWNLOAD_PIECE = 1 << 18
+DOWNLOAD_SECONDS = 10.0
 POLLED_ENTRIES = 100_000
 POLL_INTERVAL = 5.0
 SETTLED_SECONDS = 1.0  # the set-up ends when no processor time is used for this long
@@ -43,6 +49,7 @@ SPARE_WATCHES = 1000  # for other programs
 MAXIMUM_MEGABYTES = 10.0
 MAXIMUM_LATENCY = 0.005  # seconds beyond the fixed delays, median
 MAXIMUM_WAKE_UPS = 26  # a minute
+MAXIMUM_BUSY_SHARE = 0.01  # of a core
 MAXIMUM_MAIN_THREAD = 0.002  # seconds of the main thread for a poll
 
 STREAM_THREAD = "event-stream"
@@ -140,7 +147,7 @@ def fswatch(folder, _):
 
 
 def inotifywait(folder, _):
-    events = ["-e", "create,moved_to,move_self"]
+    events = ["-e", "create,move,delete,close_write,attrib,move_self"]
     return ["inotifywait", "--monitor", "--recursive", "--quiet", "--quiet", *events, str(folder)]
 
 
@@ -232,6 +239,68 @@ def measure_burst(options, figures):
         figures.add("burst: files per second of watching", BURST_FILES / watching, "")
 
 
+def write_file(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def compile_like(folder, number):
+    """What a build writes for one source: dependencies, a temporary object that gets its name and
+    its permissions, and the removal of an older one."""
+    place = f"{folder}/{number % BUSY_DIRECTORIES}"
+    path = f"{place}/{number}.o"
+    write_file(f"{path}.d", b"dependencies")
+    write_file(f"{path}.tmp", b"o" * 10_000)
+    os.chmod(f"{path}.tmp", 0o755)
+    os.rename(f"{path}.tmp", path)
+    older = number - 10 * BUSY_DIRECTORIES
+    if older >= 0:
+        os.unlink(f"{place}/{older}.o")
+        os.unlink(f"{place}/{older}.o.d")
+
+
+def paced(count, seconds, act):
+    """Calls `act` with the numbers below `count`, evenly over at least so many seconds."""
+    begin = time.monotonic()
+    for number in range(count):
+        act(number)
+        time.sleep(max(0.0, begin + (number + 1) * seconds / count - time.monotonic()))
+
+
+def build(folder, seconds):
+    for number in range(BUSY_DIRECTORIES):
+        os.mkdir(f"{folder}/{number}")
+    paced(int(seconds * OBJECTS_PER_SECOND), seconds, lambda number: compile_like(folder, number))
+
+
+def download(folder, seconds):
+    """As a browser does it: under another name until it is complete."""
+    data = os.urandom(DOWNLOAD_PIECE)
+    size = DOWNLOAD_BYTES * min(1.0, seconds / DOWNLOAD_SECONDS)
+    with open(f"{folder}/large.iso.part", "wb", buffering=0) as file:
+        paced(int(size / DOWNLOAD_PIECE), seconds, lambda _: file.write(data))
+    os.rename(f"{folder}/large.iso.part", f"{folder}/large.iso")
+
+
+def measure_busy(options, figures):
+    """The processor time of the program while others work in a watched folder, polls included."""
+    for what, work, seconds in (
+        ("compiler", build, BUSY_SECONDS),
+        ("download of 1 GB", download, DOWNLOAD_SECONDS),
+    ):
+        with BareProgram(options.program, place=options.place) as program:
+            begin = time.monotonic()
+            program.start()
+            pid = program.process.pid
+            wait_until_settled(pid, begin)
+            used, begin = processor_seconds(pid), time.monotonic()
+            work(str(program.desktop), 1.0 if options.smoke else seconds)
+            time.sleep(sum(FIXED_DELAYS))  # the last scan
+            share = (processor_seconds(pid) - used) / (time.monotonic() - begin)
+            name = f"busy folder, {what}: processor time"
+            figures.add(name, share * 100, "% of a core", MAXIMUM_BUSY_SHARE * 100)
+
+
 def measure_poll(options, figures):
     """Polls of a large folder in the built program: on which threads, and for how long."""
     with BareProgram(options.program, place=options.place) as program:
@@ -254,6 +323,7 @@ MEASUREMENTS = {
     "tree": measure_trees,
     "latency": measure_latency,
     "burst": measure_burst,
+    "busy": measure_busy,
     "poll": measure_poll,
 }
 
@@ -268,7 +338,7 @@ def main():
     )
     options.sizes = [int(number) for number in options.directories.split(",")]
     if options.smoke:
-        options.sizes, options.rest, options.names = [100], 1.0, ["tree", "latency"]
+        options.sizes, options.rest, options.names = [100], 1.0, ["tree", "latency", "busy"]
     figures = Figures()
     with enough_watches(max(options.sizes)):
         for name in options.names or MEASUREMENTS:
