@@ -179,6 +179,9 @@ void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) 
     if (endsInACircle && !walksAgain_) {
         // Either a link above is out of date, which a new walk corrects, or a directory is mounted
         // below itself, which the new walk finds again and leaves as it is.
+        if (meansMoved(walk)) {
+            unfinished_.insert(watch);
+        }
         walkAgain();
         return;
     }
