@@ -42,6 +42,7 @@ void AppDelegate::handleFileEvent(const FileWatcherEvent& event) {
         return;
     }
     services().log.write("Glintmark: webloc detected → " + event.path);
+    services().urlSession.prepare();  // during the delay
     services()
         .dispatchQueues.global(platform::QualityOfService::userInitiated)
         .asyncAfter(processingDelay, [self = shared_from_this(), path = event.path] {

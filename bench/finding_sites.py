@@ -341,10 +341,10 @@ def completed(answer, host, path):
     return dataclasses.replace(answer, body=body, content_type=kind, headers=headers)
 
 
-def site_server(all_sites):
+def site_server(all_sites, tls_context=None):
     """In a separate process, so that its processor time is not counted."""
     hosts = {host: paths for site in all_sites for host, paths in site.hosts.items()}
-    return SiteServer(hosts, separate_process=True)
+    return SiteServer(hosts, tls_context, separate_process=True)
 
 
 def width_of(server, address):

@@ -69,6 +69,10 @@ public:
     /// A new group for the requests of one link. Never null.
     virtual std::shared_ptr<URLTaskGroup> makeTaskGroup() = 0;
 
+    /// Call when requests will follow soon, so that the first one need not wait for what can be
+    /// made ready. Returns at once.
+    virtual void prepare() = 0;
+
     /// Starts a request and returns at once. `completion` is called exactly once, on a background
     /// thread; completions of different requests may run at the same time. Follows redirects, each
     /// only to http or https.

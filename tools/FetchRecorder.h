@@ -37,6 +37,8 @@ public:
         return session_.makeTaskGroup();
     }
 
+    void prepare() override { session_.prepare(); }
+
     /// Completions run on the session's threads and must not outlive the recorder.
     void startDataTask(platform::URLRequest request,
                        platform::URLSession::Completion completion) override;

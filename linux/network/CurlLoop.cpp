@@ -45,7 +45,7 @@ CurlLoop::~CurlLoop() {
 void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) { lineUp(std::move(transfer), false); }
 
 void CurlLoop::lineUp(std::unique_ptr<CurlTransfer> transfer, bool isNextHop) {
-    const std::string& name = transfer->prepareHop();
+    const std::string& name = transfer->prepareHop(proxies_);
     LookingUp waiting{nullptr, isNextHop, options_.now()};
     const auto addresses = name.empty() ? std::optional<std::string>("") : names_.ask(name);
     if (!addresses) {

@@ -7,6 +7,7 @@
 
 #include "linux/network/BodyBudget.h"
 #include "linux/network/CurlHandles.h"
+#include "linux/network/CurlProxy.h"
 #include "linux/network/CurlTransfer.h"
 #include "linux/network/HostQueue.h"
 #include "linux/network/NameLookUps.h"
@@ -62,6 +63,7 @@ private:
     std::size_t find(const CURL* handle) const;
 
     const CurlURLSessionOptions& options_;
+    const ProxySettings proxies_ = ProxySettings::fromEnvironment();
     NameLookUps& names_;
     std::unordered_map<std::string, std::vector<LookingUp>> lookingUp_;
     Transfers unknown_;  ///< Ended because their host's name has no address.

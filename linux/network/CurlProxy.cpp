@@ -101,13 +101,16 @@ bool isExcepted(std::string_view exceptions, std::string_view host) {
     }
 }
 
-std::string proxyFor(std::string_view scheme, std::string_view host) {
+ProxySettings ProxySettings::fromEnvironment() {
     // A web server sets HTTP_PROXY from the client's field "Proxy", so only lower case counts.
-    std::string proxy = scheme == "http"
-                            ? firstOf({"http_proxy", "all_proxy", "ALL_PROXY"})
-                            : firstOf({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
-    return proxy.empty() || isExcepted(firstOf({"no_proxy", "NO_PROXY"}), host) ? std::string()
-                                                                                : proxy;
+    return {firstOf({"http_proxy", "all_proxy", "ALL_PROXY"}),
+            firstOf({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}),
+            firstOf({"no_proxy", "NO_PROXY"})};
+}
+
+std::string ProxySettings::proxyFor(std::string_view scheme, std::string_view host) const {
+    const std::string& proxy = scheme == "http" ? http : https;
+    return proxy.empty() || isExcepted(exceptions, host) ? std::string() : proxy;
 }
 
 }  // namespace glintmark::platform

@@ -5,10 +5,20 @@
 
 namespace glintmark::platform {
 
-/// The proxy for requests to `host` (in lower case, an IPv6 address in brackets) as the environment
-/// names it by the rules of libcurl-env(3); empty for none. libcurl would find the same, but does
-/// not say which it found, and an address means something else to a proxy than to this machine.
-std::string proxyFor(std::string_view scheme, std::string_view host);
+/// The proxies that the environment names, by the rules of libcurl-env(3). libcurl would find the
+/// same, but does not say which it found, and an address means something else to a proxy than to
+/// this machine.
+struct ProxySettings {
+    static ProxySettings fromEnvironment();
+
+    /// The proxy for requests to `host` (in lower case, an IPv6 address in brackets); empty for
+    /// none.
+    std::string proxyFor(std::string_view scheme, std::string_view host) const;
+
+    std::string http{};
+    std::string https{};
+    std::string exceptions{};  ///< A list for `isExcepted`.
+};
 
 /// True if the list `exceptions` (as in "no_proxy") contains `host`: names with all names below
 /// them, IP addresses, and networks as "ADDRESS/BITS"; "*" alone contains every host.

@@ -49,20 +49,27 @@ std::optional<AddressParts> partsOf(const CurlURLHandle& url, unsigned portFlags
     if (!host) {
         return std::nullopt;
     }
-    AddressParts parts{part(url, CURLUPART_SCHEME).value_or(""),
-                       lowercasedASCII(*host),
-                       0,
-                       origin(url),
-                       credentials(url),
-                       ""};
+    AddressParts parts{part(url, CURLUPART_SCHEME).value_or(""), lowercasedASCII(*host), 0};
     const std::string port = part(url, CURLUPART_PORT, portFlags).value_or("");
     std::from_chars(port.data(), port.data() + port.size(), parts.port);
-    setCredentials(url, nullptr);
-    parts.withoutCredentials = part(url, CURLUPART_URL).value_or("");
     return parts;
 }
 
 }  // namespace
+
+std::optional<AddressCredentials> addressCredentials(const std::string& url) {
+    if (url.find('@') == std::string::npos) {
+        return std::nullopt;
+    }
+    const CurlURLHandle parsed(curl_url());
+    if (!accepts(parsed, url) || credentials(parsed).empty()) {
+        return std::nullopt;
+    }
+    AddressCredentials found{origin(parsed), credentials(parsed), ""};
+    setCredentials(parsed, nullptr);
+    found.withoutThem = part(parsed, CURLUPART_URL).value_or("");
+    return found;
+}
 
 std::optional<AddressParts> addressParts(const std::string& url) {
     const CurlURLHandle parsed(curl_url());

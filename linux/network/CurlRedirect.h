@@ -12,15 +12,22 @@ struct AddressParts {
     std::string scheme;
     std::string host;  ///< In lower case; an IPv6 address in brackets.
     std::uint16_t port;
+};
+
+/// User and password of an address that has them.
+struct AddressCredentials {
     std::string origin;
-    std::string credentials;         ///< User and password; empty if there are none.
-    std::string withoutCredentials;  ///< The whole address.
+    std::string userAndPassword;
+    std::string withoutThem;  ///< The whole address.
 };
 
 /// Absent if libcurl refuses the address.
 std::optional<AddressParts> addressParts(const std::string& url);
 
-/// The same for the address of a proxy, whose scheme and port may be missing.
+/// Absent if libcurl refuses the address or it has none.
+std::optional<AddressCredentials> addressCredentials(const std::string& url);
+
+/// The same as `addressParts` for the address of a proxy, whose scheme and port may be missing.
 std::optional<AddressParts> proxyParts(const std::string& url);
 
 /// The address that a redirect names.

@@ -29,17 +29,16 @@ void CurlTaskGroup::receivedCookies(CURL* handle, std::size_t bytes) {
 }
 
 void CurlTaskGroup::keepCredentials(const std::string& url) {
-    auto parts = addressParts(url);
-    if (parts && !parts->credentials.empty()) {
-        own_ = std::move(parts);
+    if (auto found = addressCredentials(url)) {
+        own_ = std::move(found);
     }
 }
 
 std::string CurlTaskGroup::withoutForeignCredentials(const std::string& url) const {
-    const auto parts = addressParts(url);
-    const bool isOwn =
-        parts && own_ && parts->origin == own_->origin && parts->credentials == own_->credentials;
-    return parts && !parts->credentials.empty() && !isOwn ? parts->withoutCredentials : url;
+    const auto found = addressCredentials(url);
+    const bool isOwn = found && own_ && found->origin == own_->origin &&
+                       found->userAndPassword == own_->userAndPassword;
+    return found && !isOwn ? found->withoutThem : url;
 }
 
 }  // namespace glintmark::platform

@@ -31,7 +31,7 @@ public:
 private:
     CurlShareHandle share_;  ///< Made with the first transfer, because libcurl is loaded late.
     std::size_t cookieBytes_ = 0;
-    std::optional<AddressParts> own_;
+    std::optional<AddressCredentials> own_;
 };
 
 }  // namespace glintmark::platform

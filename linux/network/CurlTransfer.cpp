@@ -94,7 +94,7 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion
     }
 }
 
-const std::string& CurlTransfer::prepareHop() {
+const std::string& CurlTransfer::prepareHop(const ProxySettings& proxies) {
     if (redirects_ == 0) {  // otherwise `redirectTarget` has dropped them
         dropForeignCredentials();
     }
@@ -105,7 +105,7 @@ const std::string& CurlTransfer::prepareHop() {
         return target_.lookUpName;
     }
     target_.isEncrypted = parts->scheme == "https";
-    target_.proxy = proxyFor(parts->scheme, parts->host);
+    target_.proxy = proxies.proxyFor(parts->scheme, parts->host);
     target_.nameSpace = addressSpaceOfName(parts->host);
     target_.isBlocked = namedFrom_ && (isBlockedPort(parts->port) ||
                                        (!target_.proxy.empty() && !allows(target_.nameSpace)));
@@ -183,13 +183,7 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     setCurlOption<CURLOPT_HEADERDATA>(handle, this);
     setCurlOption<CURLOPT_WRITEFUNCTION>(handle, bodyArrived);
     setCurlOption<CURLOPT_WRITEDATA>(handle, this);
-    setCurlOption<CURLOPT_XFERINFOFUNCTION>(handle, progressed);
-    setCurlOption<CURLOPT_XFERINFODATA>(handle, this);
-    setCurlOption<CURLOPT_NOPROGRESS>(handle, 0L);
-
     setCurlOption<CURLOPT_NOSIGNAL>(handle, 1L);
-    // Ending a hop must not wait for a name lookup that still runs.
-    setCurlOption<CURLOPT_QUICK_EXIT>(handle, 1L);
     return owner;
 }
 
@@ -216,7 +210,11 @@ void CurlTransfer::setConnecting(CURL* handle) {
 }
 
 void CurlTransfer::setHeaders(CURL* handle) {
-    setCurlOption<CURLOPT_USERAGENT>(handle, ("Glintmark/" + options_.version).c_str());
+    const bool namesItself = std::ranges::any_of(
+        headers_, [](const auto& field) { return lowercasedASCII(field.first) == "user-agent"; });
+    if (!namesItself) {
+        setCurlOption<CURLOPT_USERAGENT>(handle, ("Glintmark/" + options_.version).c_str());
+    }
     for (const auto& [name, value] : headers_) {
         std::string line = name;
         // libcurl sends a field without a value if ";" follows the name.
@@ -364,6 +362,7 @@ bool CurlTransfer::declaresTooMuch() const {
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
+    clock_.dataArrived(options_.now());
     if (hop_->isRedirect) {
         hop_->redirectBodyBytes += bytes.size();
         return hop_->redirectBodyBytes <= maximumRedirectBodyBytes;
@@ -483,17 +482,6 @@ int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, i
     // What a reserved address answers may name public addresses alone.
     hop.space = space.value_or(AddressSpace::everyone);
     return transfer->mayUse(space) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
-}
-
-int CurlTransfer::progressed(void* self, curl_off_t /*toReceive*/, curl_off_t received,
-                             curl_off_t /*toSend*/, curl_off_t /*sent*/) {
-    // Counts bytes from the network, also those of a compressed body that yields no output yet.
-    auto* transfer = static_cast<CurlTransfer*>(self);
-    if (received != transfer->hop_->received) {
-        transfer->hop_->received = received;
-        transfer->clock_.dataArrived(transfer->options_.now());
-    }
-    return 0;
 }
 
 }  // namespace glintmark::platform

@@ -20,6 +20,7 @@ namespace glintmark::platform {
 
 class CurlTaskGroup;
 struct CurlURLSessionOptions;
+struct ProxySettings;
 
 /// One request and its redirects. Each hop is a separate transfer to libcurl, so that each hop
 /// waits in the queue of its own host. Used on the session's thread once the first hop has begun.
@@ -32,7 +33,7 @@ public:
     const std::string& host() const { return host_; }
 
     /// Prepares the next hop. Returns the name to look up for it; empty if there is none.
-    const std::string& prepareHop();
+    const std::string& prepareHop(const ProxySettings& proxies);
 
     /// The IP addresses of that name, in the form of `NameLookUps`, and the time that it took from
     /// the hop's timeouts.
@@ -56,6 +57,7 @@ public:
 
     TransferClock::Time deadline() const;  ///< Of the running hop.
 
+    const URLResult& result() const { return result_; }
     URLResult takeResult() { return std::move(result_); }
     URLSession::Completion takeCompletion() { return std::move(completion_); }
 
@@ -67,9 +69,6 @@ private:
                                      void* self);
     static std::size_t bodyArrived(const char* bytes, std::size_t size, std::size_t count,
                                    void* self);
-    static int progressed(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
-                          curl_off_t sent);
-
     static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
     static int closeSocket(void* openSockets, curl_socket_t socket);
     static int mayResolve(void* state, void* reserved, void* self);
@@ -133,7 +132,6 @@ private:
         AddressSpace space = AddressSpace::everyone;  ///< Of the connected address.
         std::size_t headBytes = 0;
         std::size_t cookieBytes = 0;
-        curl_off_t received = 0;
         std::size_t redirectBodyBytes = 0;
         std::unique_ptr<ContentDecoder> decoder;  ///< Null if the body is not coded.
         std::optional<int> status;                ///< Set when the whole head has arrived.

@@ -3,6 +3,7 @@
 #include <malloc.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
@@ -22,8 +23,8 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{512} << 10;
 
-/// The largest error page that is completed on the session's thread. All transfers wait meanwhile.
-constexpr std::size_t maximumErrorPageBytes = std::size_t{16} << 10;
+/// The largest body that is completed on the session's thread. All transfers wait meanwhile.
+constexpr std::size_t maximumSmallBodyBytes = std::size_t{64} << 10;
 
 void initialiseLibrary() {
     // Only when there is a request: initialising OpenSSL costs memory and time. The libraries are
@@ -49,11 +50,12 @@ private:
     sigset_t before_{};
 };
 
-/// Cheap enough to complete on the session's thread: failures and small error pages.
-bool isCheapToComplete(const URLResult& result) {
-    const bool isSuccess = result.response && result.response->statusCode.value_or(0) / 100 == 2;
-    return !result.body || (!isSuccess && result.body->size() <= maximumErrorPageBytes);
+bool isSmall(const URLResult& result) {
+    return !result.body || result.body->size() <= maximumSmallBodyBytes;
 }
+
+/// The worker whose thread runs this code; null on other threads. Only compared.
+thread_local const void* workerOfThisThread = nullptr;
 
 }  // namespace
 
@@ -63,6 +65,7 @@ public:
     Worker(DispatchQueue& completionQueue, CurlURLSessionOptions options)
         : completionQueue_(completionQueue), options_(std::move(options)), names_(options_.now) {}
 
+    void prepare();
     void start(URLRequest request, Completion completion);
     void close();
 
@@ -87,14 +90,16 @@ private:
 
     DispatchQueue& completionQueue_;
     const CurlURLSessionOptions options_;
-    NameLookUps names_;  ///< For the session's thread.
+    std::atomic<bool> closed_ = false;
+    // For the session's thread.
+    NameLookUps names_;
+    std::vector<std::unique_ptr<CurlTransfer>> ownRequests_;  ///< Started by completions.
 
     std::mutex mutex_;
     std::condition_variable completionEnded_;
     // The mutex guards the rest.
     std::optional<Thread> thread_;
     bool threadRuns_ = false;
-    bool closed_ = false;
     CurlLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
     std::vector<std::unique_ptr<CurlTransfer>> newRequests_;
     std::size_t deliveredBytes_ = 0;  ///< Bodies whose completions have not returned.
@@ -110,8 +115,17 @@ std::shared_ptr<URLTaskGroup> CurlURLSession::makeTaskGroup() {
     return std::make_shared<CurlTaskGroup>();
 }
 
+void CurlURLSession::prepare() { worker_->prepare(); }
+
 void CurlURLSession::startDataTask(URLRequest request, Completion completion) {
     worker_->start(std::move(request), std::move(completion));
+}
+
+void CurlURLSession::Worker::prepare() {
+    const std::lock_guard lock(mutex_);
+    if (!threadRuns_) {
+        startThread();
+    }
 }
 
 void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
@@ -121,11 +135,15 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
         submit(deliveryOf(*transfer));
         return;
     }
+    if (workerOfThisThread == this) {
+        ownRequests_.push_back(std::move(transfer));
+        return;
+    }
     {
         const std::lock_guard lock(mutex_);
         if (threadRuns_ || startThread()) {
             newRequests_.push_back(std::move(transfer));
-            if (loop_ != nullptr && newRequests_.size() == 1 && !thread_->isCurrent()) {
+            if (loop_ != nullptr && newRequests_.size() == 1) {
                 loop_->wake();
             }
             return;
@@ -144,6 +162,7 @@ bool CurlURLSession::Worker::startThread() {
 }
 
 void CurlURLSession::Worker::run() {
+    workerOfThisThread = this;
     lowerPriorityBelowMainThread();
     initialiseLibrary();
     do {
@@ -194,6 +213,9 @@ bool CurlURLSession::Worker::takeNewRequests(CurlLoop& loop, bool& mayStart) {
     for (auto& transfer : taken) {
         loop.add(std::move(transfer));
     }
+    for (auto& transfer : std::exchange(ownRequests_, {})) {
+        loop.add(std::move(transfer));
+    }
     return true;
 }
 
@@ -209,19 +231,21 @@ bool CurlURLSession::Worker::stopIfDone() {
 }
 
 bool CurlURLSession::Worker::hasNewRequests() {
+    if (!ownRequests_.empty()) {
+        return true;
+    }
     const std::lock_guard lock(mutex_);
     return !newRequests_.empty();
 }
 
-/// Most requests of a fetch are for icons that the site does not have. Waking a thread of the queue
-/// for each of these short completions, and this thread again for the next request, takes longer
-/// than the rest of the work.
+/// Waking a thread of the queue for each short completion, and this thread again for the request
+/// that the completion starts, takes longer than the rest of the work.
 void CurlURLSession::Worker::finish(CurlTransfer& transfer) {
-    auto delivery = deliveryOf(transfer);
-    if (isCheapToComplete(delivery->result)) {
-        complete(*delivery);
-    } else {
-        submit(std::move(delivery));
+    if (!isSmall(transfer.result())) {
+        submit(deliveryOf(transfer));
+    } else if (!closed_) {
+        const Completion completion = transfer.takeCompletion();
+        completion(transfer.takeResult());
     }
 }
 
@@ -275,6 +299,7 @@ void CurlURLSession::Worker::close() {
     lock.unlock();
     thread.reset();
     newRequests_.clear();
+    ownRequests_.clear();
 }
 
 }  // namespace glintmark::platform

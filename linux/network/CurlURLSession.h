@@ -54,9 +54,9 @@ struct CurlURLSessionOptions {
 /// exceed theirs, no further transfer starts.
 class CurlURLSession final : public URLSession {
 public:
-    /// Completions run on `completionQueue`, which must outlive the session. Completions of failed
-    /// requests and of error pages (any status but 2xx; RFC 9110, section 15.3) of at most 16 KiB
-    /// run on the session's thread and must return quickly.
+    /// Completions with bodies over 64 KiB run on `completionQueue`, which must outlive the
+    /// session. All others run on the session's thread and must return quickly; what they start
+    /// goes on there without another thread.
     CurlURLSession(DispatchQueue& completionQueue, CurlURLSessionOptions options);
 
     /// Aborts all requests without completing them and waits for running completions. No completion
@@ -67,6 +67,7 @@ public:
     CurlURLSession& operator=(const CurlURLSession&) = delete;
 
     std::shared_ptr<URLTaskGroup> makeTaskGroup() override;
+    void prepare() override;  ///< Starts the thread, which loads libcurl.
     void startDataTask(URLRequest request, Completion completion) override;
 
 private:

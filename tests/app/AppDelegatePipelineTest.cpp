@@ -140,6 +140,14 @@ TEST_F(AppDelegatePipelineTest, LargeLinkFilesAreReadOneAfterTheOther) {
     EXPECT_THAT(read, ElementsAre("/a.webloc", "/small.webloc", "/b.webloc", "/c.webloc"));
 }
 
+TEST_F(AppDelegatePipelineTest, TheSessionIsPreparedDuringTheDelay) {
+    delegate()->handleFileEvent({path, 0});
+    EXPECT_EQ(session().preparations(), 1);
+    delegate()->handleFileEvent({"/home/kim/Desktop/a.txt", 0});
+    EXPECT_EQ(session().preparations(), 1);
+    queues().runUntilIdle();
+}
+
 TEST_F(AppDelegatePipelineTest, OtherPathsAreIgnoredAndNotLogged) {
     for (const auto* other : {"/home/kim/Desktop/a.webloc.tmp", "/home/kim/Desktop/A.WEBLOC",
                               "/home/kim/Desktop/webloc", ""}) {

@@ -23,6 +23,8 @@ public:
     std::shared_ptr<platform::URLTaskGroup> makeTaskGroup() override {
         return std::make_shared<platform::URLTaskGroup>();
     }
+    void prepare() override { ++preparations_; }
+    int preparations() const { return preparations_; }
     void startDataTask(platform::URLRequest request, Completion completion) override;
 
     /// The answer to each request for `url` from now on, `delay` after its start.
@@ -55,6 +57,7 @@ private:
     Answer answerFor(const platform::URLRequest& request) const;
 
     VirtualQueues& queues_;
+    int preparations_ = 0;
     bool silentOtherwise_ = false;
     std::map<std::string, Answer> answers_;
     std::vector<platform::URLRequest> requests_;

@@ -166,8 +166,8 @@ class SiteServer(WebServer):
     `sites`: host -> path with query, or ANY_PATH -> answer. It may change while the server runs.
     """
 
-    def __init__(self, sites, separate_process=False):
-        super().__init__(separate_process=separate_process)
+    def __init__(self, sites, tls_context=None, separate_process=False):
+        super().__init__(tls_context, separate_process)
         self.sites = sites
         self.requests = []  # in order of arrival; empty with `separate_process`
 

@@ -33,6 +33,20 @@ TEST_F(CurlURLSessionLifeTest, HasNoThreadBeforeTheFirstRequest) {
     EXPECT_EQ(threadsOfSessions(), 0U);
 }
 
+TEST_F(CurlURLSessionLifeTest, PreparingStartsTheThreadUntilTheIdleTimeout) {
+    options_.idleTimeout = 0ns;
+    session().prepare();
+    EXPECT_TRUE(waitFor([] { return threadsOfSessions() == 0; }));
+    endSession();
+    options_.idleTimeout = 10s;
+    session().prepare();
+    EXPECT_TRUE(waitFor([] { return threadsOfSessions() == 1; }));
+    server_.on("/", answering(200, "x"));
+    EXPECT_EQ(get(server_.url("/")).body, "x");
+    session().prepare();
+    EXPECT_EQ(threadsOfSessions(), 1U);
+}
+
 TEST_F(CurlURLSessionLifeTest, AnIdleSessionEndsItsThreadAndConnections) {
     options_.idleTimeout = 1ms;
     server_.on("/", answering(200, "x", {{"Set-Cookie", "still=there"}}));
@@ -131,7 +145,11 @@ TEST_F(CurlURLSessionLifeTest, TheDestructorAbortsRunningAndQueuedRequestsWithou
 
 class CurlURLSessionEndTest : public CurlURLSessionLifeTest {
 protected:
-    CurlURLSessionEndTest() { server_.onAnythingElse(answering(200, "page")); }
+    static constexpr std::size_t maximumSmallBytes = std::size_t{64} << 10;
+
+    CurlURLSessionEndTest() {
+        server_.onAnythingElse(answering(200, std::string(maximumSmallBytes + 1, 'x')));
+    }
 
     DispatchQueue& completionQueue() override { return queue_; }
 
@@ -167,19 +185,20 @@ TEST_F(CurlURLSessionEndTest, TheDestructorWaitsForARunningCompletion) {
     completing.join();
 }
 
-TEST_F(CurlURLSessionEndTest, FailuresAndSmallErrorPagesAreCompletedWithoutTheQueue) {
-    constexpr std::size_t maximum = std::size_t{16} << 10;
-    server_.on("/missing", answering(404, std::string(maximum, 'x')));
-    server_.on("/long", answering(404, std::string(maximum + 1, 'x')));
-    EXPECT_EQ(get(server_.url("/missing")).body->size(), maximum);
-    EXPECT_NE(get("http://127.0.0.1:1/").error, std::nullopt);  // no server
-    EXPECT_EQ(queue_.size(), 0U);
+TEST_F(CurlURLSessionEndTest, FailuresAndSmallBodiesAreCompletedWithoutTheQueue) {
+    for (const int status : {200, 404}) {
+        server_.on("/small", answering(status, std::string(maximumSmallBytes, 'x')));
+        server_.on("/long", answering(status, std::string(maximumSmallBytes + 1, 'x')));
+        EXPECT_EQ(get(server_.url("/small")).body->size(), maximumSmallBytes);
+        EXPECT_NE(get("http://127.0.0.1:1/").error, std::nullopt);  // no server
+        EXPECT_EQ(queue_.size(), 0U);
 
-    const auto delayed = start(server_.url("/long"));
-    ASSERT_TRUE(queue_.waitFor(1));
-    EXPECT_EQ(delayed->completions, 0);
-    queue_.runNext();
-    EXPECT_EQ(delayed->wait().response->statusCode, 404);
+        const auto delayed = start(server_.url("/long"));
+        ASSERT_TRUE(queue_.waitFor(1));
+        EXPECT_EQ(delayed->completions, 0);
+        queue_.runNext();
+        EXPECT_EQ(delayed->wait().response->statusCode, status);
+    }
 }
 
 TEST_F(CurlURLSessionEndTest, ARequestFromTheCompletionOfAFailureStartsAtOnce) {
