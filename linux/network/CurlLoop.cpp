@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -101,17 +100,23 @@ TransferClock::Time CurlLoop::lookUpDeadline(const std::string& name,
 
 void CurlLoop::endTimedOutLookUps(Transfers& ended) {
     const auto now = options_.now();
-    for (auto entry = lookingUp_.begin(); entry != lookingUp_.end();) {
+    for (const std::string& name : names_.begun()) {
+        const auto entry = lookingUp_.find(name);
+        if (entry == lookingUp_.end()) {
+            continue;
+        }
         std::vector<LookingUp>& transfers = entry->second;
         const auto late = std::stable_partition(
             transfers.begin(), transfers.end(),
-            [&](const LookingUp& waiting) { return lookUpDeadline(entry->first, waiting) > now; });
+            [&](const LookingUp& waiting) { return lookUpDeadline(name, waiting) > now; });
         for (auto each = late; each != transfers.end(); ++each) {
             each->transfer->refuse("The request timed out.");
             ended.push_back(std::move(each->transfer));
         }
         transfers.erase(late, transfers.end());
-        entry = transfers.empty() ? lookingUp_.erase(entry) : std::next(entry);
+        if (transfers.empty()) {
+            lookingUp_.erase(entry);
+        }
     }
 }
 
@@ -179,9 +184,10 @@ void CurlLoop::wait(TransferClock::Time latest) {
     for (const Running& running : running_) {
         latest = std::min(latest, running.transfer->deadline());
     }
-    for (const auto& [name, transfers] : lookingUp_) {
-        for (const LookingUp& waiting : transfers) {
-            latest = std::min(latest, lookUpDeadline(name, waiting));
+    for (const std::string& name : names_.begun()) {
+        const auto entry = lookingUp_.find(name);
+        for (std::size_t i = 0; entry != lookingUp_.end() && i < entry->second.size(); ++i) {
+            latest = std::min(latest, lookUpDeadline(name, entry->second[i]));
         }
     }
     const auto now = options_.now();

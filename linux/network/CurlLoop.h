@@ -69,7 +69,7 @@ private:
     Transfers unknown_;  ///< Ended because their host's name has no address.
     BodyBudget<CurlTransfer> budget_;
     HostQueue<std::unique_ptr<CurlTransfer>> queue_;
-    std::size_t openSockets_ = 0;  ///< Above the handle, which closes sockets when it ends.
+    CurlTransfer::OpenSockets openSockets_;  ///< Above the handle, which closes sockets at its end.
     CurlMultiHandle multi_;
 
     struct Running {

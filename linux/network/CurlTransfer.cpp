@@ -130,7 +130,7 @@ void CurlTransfer::setAddresses(std::string addresses, TransferClock::Duration l
     target_.lookUpTime = lookUpTime;
 }
 
-CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget, std::size_t& openSockets) {
+CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets) {
     hop_ = std::make_unique<Hop>();
     hop_->openSockets = &openSockets;
     hop_->budget = &budget;
@@ -254,8 +254,9 @@ std::optional<std::string> CurlTransfer::describe(CURLcode outcome) const {
     }
     if (hop_->refused && !hop_->status && outcome != CURLE_OPERATION_TIMEDOUT) {
         if (options_.log != nullptr) {
-            options_.log->debug("http: refused, named by an answer from a more public address: " +
-                                url_);
+            const auto credentials = addressCredentials(url_);
+            options_.log->debug("http: refused what an answer named: " +
+                                (credentials ? credentials->withoutThem : url_));
         }
         return "The answer that named the address may not name it.";
     }
@@ -446,20 +447,25 @@ std::size_t CurlTransfer::bodyArrived(const char* bytes, std::size_t size, std::
 curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
     auto* transfer = static_cast<CurlTransfer*>(self);
-    std::size_t& openSockets = *transfer->hop_->openSockets;
-    // libcurl tries a second address while the first one is silent. Then each transfer has two.
-    if (!transfer->mayUse(transfer->options_.addressSpaceOf(address->addr)) ||
-        openSockets >= transfer->options_.maximumSockets) {
+    Hop& hop = *transfer->hop_;
+    if (!transfer->mayUse(transfer->options_.addressSpaceOf(address->addr))) {
         return CURL_SOCKET_BAD;
     }
-    const int socket =
-        ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    openSockets += socket >= 0 ? 1 : 0;
-    return socket;
+    // libcurl tries a second address while the first one is silent. Then a transfer has two
+    // sockets.
+    if (hop.openSockets->contains(hop.socket) &&
+        hop.openSockets->size() >= transfer->options_.maximumSocketsForSeconds) {
+        return CURL_SOCKET_BAD;
+    }
+    hop.socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (hop.socket >= 0) {
+        hop.openSockets->insert(hop.socket);
+    }
+    return hop.socket;
 }
 
 int CurlTransfer::closeSocket(void* openSockets, curl_socket_t socket) {
-    --*static_cast<std::size_t*>(openSockets);
+    static_cast<OpenSockets*>(openSockets)->erase(socket);
     return ::close(socket);
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,8 @@ struct ProxySettings;
 /// waits in the queue of its own host. Used on the session's thread once the first hop has begun.
 class CurlTransfer {
 public:
+    using OpenSockets = std::unordered_set<curl_socket_t>;
+
     CurlTransfer(URLRequest request, URLSession::Completion completion,
                  const CurlURLSessionOptions& options);
 
@@ -45,8 +48,8 @@ public:
     }
 
     /// Begins the prepared hop and returns its handle, which is valid until `endHop`. `budget` must
-    /// live until then. `openSockets` counts sockets and must live as long as all connections.
-    CURL* beginHop(BodyBudget<CurlTransfer>& budget, std::size_t& openSockets);
+    /// live until then. `openSockets` must live as long as all connections.
+    CURL* beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets);
 
     /// Ends the hop with libcurl's result, or CURLE_OPERATION_TIMEDOUT after its deadline. True if
     /// a redirect leads to another hop, which can then begin.
@@ -127,7 +130,8 @@ private:
         CurlListHandle headers;
         CurlListHandle addresses;
         BodyBudget<CurlTransfer>* budget = nullptr;
-        std::size_t* openSockets = nullptr;
+        OpenSockets* openSockets = nullptr;
+        curl_socket_t socket = CURL_SOCKET_BAD;  ///< The last that was opened.
         bool refused = false;
         AddressSpace space = AddressSpace::everyone;  ///< Of the connected address.
         std::size_t headBytes = 0;

@@ -25,7 +25,10 @@ struct CurlURLSessionOptions {
 
     std::size_t maximumTransfersPerHost = 6;
     std::size_t maximumTransfers = 256;
-    std::size_t maximumSockets = 300;  ///< Beyond it, no second address is tried beside the first.
+
+    /// While so many sockets are open, no second address is tried beside a silent first one.
+    std::size_t maximumSocketsForSeconds = 160;
+
     std::chrono::nanoseconds transferTimeout = std::chrono::seconds(60);  ///< Without queueing.
 
     std::size_t maximumBodyBytes = std::size_t{32} << 20;

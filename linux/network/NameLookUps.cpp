@@ -114,6 +114,7 @@ void NameLookUps::noteOutcome(Outcome outcome, std::vector<Ended>& ended) {
     Name& name = names_[outcome.task.name];
     name.validUntil = now_() + (outcome.addresses.empty() ? failedLifetime : foundLifetime);
     name.result = outcome.addresses;
+    std::erase(begun_, outcome.task.name);
     ended.push_back({std::move(outcome.task.name), std::move(outcome.addresses)});
 }
 
@@ -135,6 +136,7 @@ void NameLookUps::start(Task task) {
     Name& name = names_[task.name];
     if (!name.begunAt) {
         name.begunAt = now_();
+        begun_.push_back(task.name);
     }
     ++running_;
     runningPatiently_ += task.patience == Patience::full ? 1 : 0;
@@ -148,7 +150,9 @@ void NameLookUps::start(Task task) {
     } else if (shared_->threads == 0) {
         shared_->outcomes.push_back({std::move(shared_->tasks.back()), {}});
         shared_->tasks.pop_back();
-        shared_->wake();
+        if (shared_->wake) {
+            shared_->wake();
+        }
     }
 }
 
@@ -201,6 +205,7 @@ void NameLookUps::forgetExpired() {
 
 void NameLookUps::forget() {
     names_.clear();
+    begun_.clear();
     waiting_.clear();
     patient_.clear();
 }

@@ -51,6 +51,9 @@ public:
     /// When the look-up of `name` began. Absent while it waits for a thread.
     std::optional<Time> begunAt(const std::string& name) const;
 
+    /// The names whose look-up has begun and not ended.
+    const std::vector<std::string>& begun() const { return begun_; }
+
     /// Forgets results, and names that wait for a thread.
     void forget();
 
@@ -81,6 +84,7 @@ private:
 
     std::function<Time()> now_;
     std::unordered_map<std::string, Name> names_;
+    std::vector<std::string> begun_;
     std::deque<std::string> waiting_;  ///< The newest in front.
     std::deque<std::string> patient_;  ///< Wait for a try with full patience.
     std::size_t running_ = 0;

@@ -1,5 +1,6 @@
 #include "tests/support/LoopbackTLS.h"
 
+#include <openssl/conf.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -122,6 +123,18 @@ private:
 };
 
 }  // namespace
+
+void allowOutdatedTLS() {
+    std::string path = std::filesystem::temp_directory_path() / "openssl-XXXXXX";
+    FILE* file = ::fdopen(::mkstemp(path.data()), "w");
+    std::fputs(
+        "openssl_conf = all\n[all]\nssl_conf = programs\n[programs]\nsystem_default = any\n"
+        "[any]\nMinProtocol = TLSv1\nCipherString = ALL:@SECLEVEL=0\n",
+        file);
+    std::fclose(file);
+    CONF_modules_load_file(path.c_str(), nullptr, 0);
+    std::filesystem::remove(path);
+}
 
 struct LoopbackTLS::State {
     Context context{SSL_CTX_new(TLS_server_method())};

@@ -8,6 +8,10 @@
 
 namespace glintmark::test {
 
+/// From now on the TLS library of this process allows every version that its users allow. The
+/// distribution's settings would hide a client that allows too old ones.
+void allowOutdatedTLS();
+
 /// The server's side of TLS, with a fresh key and a self-signed certificate.
 class LoopbackTLS {
 public:

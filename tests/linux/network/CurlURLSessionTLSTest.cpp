@@ -3,6 +3,7 @@
 #include "linux/network/CurlURLSession.h"
 #include "tests/linux/network/CurlURLSessionFixture.h"
 #include "tests/support/HostNames.h"
+#include "tests/support/LoopbackTLS.h"
 
 namespace glintmark::platform {
 
@@ -132,6 +133,7 @@ TEST_F(CurlURLSessionTLSTest, RequestsAtOnceHaveTheirOwnConnectionsOfHTTP1) {
 }
 
 TEST_F(CurlURLSessionTLSTest, RefusesVersionsBefore12) {
+    test::allowOutdatedTLS();
     LoopbackServer outdated({.encrypted = true, .isOutdated = true});
     options_.certificateFile = outdated.certificateFile();
     const URLResult result = get(outdated.url("/"));

@@ -216,7 +216,7 @@ TEST_F(SilentNameServerTest, ManyHostsThatDoNotAnswerHoldFewFilesAndThreads) {
         threads = std::max(threads, threadsNamed("http") + lookUpThreads());
         return pending.front()->completions == 1;
     }));
-    EXPECT_GT(files, filesBefore + 290);  // the maximum was reached
+    EXPECT_GT(files, filesBefore + 250);  // the maximum of transfers was reached
     EXPECT_LE(files, filesBefore + 350);
     EXPECT_LE(threads, 2 * maximumLookUps);  // counting those that are about to end
     endSession();
