@@ -339,14 +339,14 @@ TEST_F(PrivateAddressesTest, ARefusalTakesAsLongAsARefusedConnection) {
                 std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
         }
     }
-    const auto median = [](std::vector<double>& all) {
-        std::ranges::nth_element(all, all.begin() + 30);
-        return all[30];
+    // The fastest counts: the others were delayed by the machine.
+    const auto fastest = [](const std::vector<double>& all) {
+        return *std::ranges::min_element(all);
     };
-    const double connection = median(times[0]);
+    const double connection = fastest(times[0]);
     for (std::size_t i = 1; i < urls.size(); ++i) {
-        RecordProperty(i == 1 ? "address_ms" : "port_ms", std::to_string(median(times[i])));
-        EXPECT_NEAR(median(times[i]), connection, 0.2 + connection) << urls[i];  // milliseconds
+        RecordProperty(i == 1 ? "address_ms" : "port_ms", std::to_string(fastest(times[i])));
+        EXPECT_NEAR(fastest(times[i]), connection, 0.1 + connection) << urls[i];  // milliseconds
     }
     RecordProperty("connection_ms", std::to_string(connection));
 }
