@@ -22,8 +22,8 @@ Orientation orientationOf(unsigned number);
 /// JPEG marker before it. Upright if it is missing or broken.
 Orientation orientationIn(std::span<const std::uint8_t> exif);
 
-/// Turns the pixels of `canvas` upright, in place, and exchanges the sizes where rows became
-/// columns.
+/// Turns the pixels of `canvas` upright and exchanges the sizes where rows became columns. Throws
+/// `std::bad_alloc` if there is no memory for that.
 DecodedImage upright(const Canvas& canvas, Orientation orientation, bool hasAlpha);
 
 }  // namespace glintmark::decoder

@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <random>
 
 #include "decoder/DecodeImage.h"
 #include "decoder/HeapPixels.h"
 #include "decoder/ImageLimits.h"
+#include "decoder/Orientation.h"
 #include "decoder/WarmUp.h"
 #include "tests/decoder/ImageFiles.h"
 
@@ -91,6 +93,37 @@ TEST(DecodeImageTest, NoDamagedImageDoesHarm) {
             EXPECT_TRUE(!bitmap || bitmap->pixelsWide() <= maximumSide);
         }
     }
+}
+
+// A picture of this size is turned without a copy; the files with orientations are small.
+TEST(OrientationTest, ALargePictureIsTurnedInPlace) {
+    constexpr int width = 5000;
+    constexpr int height = 2501;
+    HeapPixels pixels;
+    const auto canvas = pixels.allocate(width, height);
+    ASSERT_TRUE(canvas);
+    const auto value = [](int x, int y) { return static_cast<std::uint32_t>(y * width + x); };
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const std::uint32_t pixel = value(x, y);
+            std::memcpy(canvas->row(y) + std::ptrdiff_t{4} * x, &pixel, sizeof pixel);
+        }
+    }
+    const DecodedImage image = upright(*canvas, orientationOf(6), true);
+    ASSERT_EQ(image.width, height);
+    ASSERT_EQ(image.height, width);
+    EXPECT_TRUE(image.hasAlpha);
+    int wrong = 0;
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x) {
+            std::uint32_t pixel = 0;
+            const std::size_t at =
+                static_cast<std::size_t>(y) * height + static_cast<std::size_t>(x);
+            std::memcpy(&pixel, &canvas->pixels()[at * 4], sizeof pixel);
+            wrong += pixel == value(y, height - 1 - x) ? 0 : 1;
+        }
+    }
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(PixelStoreTest, SizesBeyondTheLimitsGetNoCanvas) {

@@ -37,7 +37,7 @@ std::vector<std::string> imageFileNames(const std::string& prefix, const std::st
 std::vector<std::string> smallImageFileNames() {
     std::vector<std::string> names = imageFileNames();
     std::erase_if(names, [](const std::string& name) {
-        return name.starts_with("bomb-") || name.starts_with("large-");
+        return name.starts_with("bomb-") || name.starts_with("large-") || name.starts_with("long-");
     });
     return names;
 }
