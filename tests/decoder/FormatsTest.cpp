@@ -258,6 +258,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FileCase{"display-p3-profile.avif", 6, 5, false, colours, 2},
                     FileCase{"display-p3-primaries.avif", 6, 5, false, colours, 2},
                     FileCase{"bt2020-primaries.avif", 6, 5, false, colours, 2},
+                    // Not converted: its curve would need tone mapping.
+                    FileCase{"bt2020-perceptual-quantizer.avif", 6, 5, false, colours},
                     FileCase{"adobe-rgb.tiff", 6, 5, false, colours, 2},
                     FileCase{"gray-with-rgb-profile.tiff", 6, 5, false, grey}),
     testName);
