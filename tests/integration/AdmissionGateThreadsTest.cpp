@@ -41,8 +41,8 @@ private:
 };
 
 TEST_F(AdmissionGateThreadsTest, EachRunBeginsOnceAndNeverTooManyAtATime) {
-    constexpr std::size_t threadCount = 8;
-    constexpr int runsPerThread = 200;
+    constexpr std::size_t threadCount = 4;
+    constexpr int runsPerThread = 100;
     constexpr int places = 3;
     std::atomic<int> active = 0;
     std::atomic<int> tooMany = 0;
