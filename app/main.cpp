@@ -90,7 +90,10 @@ struct LinuxPlatform {
     platform::GLibTimers timers;
     platform::LinuxDispatchQueues dispatchQueues{&log};
     platform::InotifyEventStreamFactory eventStreams{log};
-    platform::SandboxedImageDecoder imageDecoder{decoderPath()};
+    platform::SandboxedImageDecoder imageDecoder{
+        decoderPath(),
+        dispatchQueues.global(platform::QualityOfService::userInitiated),
+        {.logDebug = [this](std::string_view line) { log.debug(line); }}};
     platform::CurlURLSession urlSession{
         dispatchQueues.global(platform::QualityOfService::userInitiated),
         {.version = GLINTMARK_VERSION, .log = &log}};

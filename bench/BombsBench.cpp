@@ -18,7 +18,9 @@
 #include "base/graphics/Image.h"
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "linux/queues/ThreadPoolQueue.h"
 #include "tests/doubles/InProcessImageDecoder.h"
+#include "tests/support/DecodeAndWait.h"
 #include "tests/support/WholeFile.h"
 
 namespace glintmark {
@@ -85,12 +87,13 @@ double peakMegabytes(int whose) {
 Cost memoryToDecode(const Names& names) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // this process then reaps the helper and gets its figures
     {
-        platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER);
+        platform::ThreadPoolQueue completions("completions", 1);
+        platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, completions);
         std::vector<std::thread> callers;
         for (int caller = 0; caller < callersAtOnce; ++caller) {
             callers.emplace_back([&] {
                 for (const std::string& name : names) {
-                    decoder.decode(contents(name));
+                    test::decodeAndWait(decoder, contents(name));
                 }
             });
         }

@@ -186,7 +186,8 @@ void findAll(bool withBareLoop) {
     const platform::Configuration settings{"", ""};
     platform::LinuxDispatchQueues queues;
     platform::PosixFileManager files;
-    platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER);
+    platform::SandboxedImageDecoder decoder(
+        GLINTMARK_IMAGE_DECODER, queues.global(platform::QualityOfService::userInitiated));
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
                                      {.version = "bench"});
     BareLoop bare;

@@ -18,7 +18,9 @@
 #include "base/graphics/ImageScaling.h"
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "linux/queues/ThreadPoolQueue.h"
 #include "tests/doubles/InProcessImageDecoder.h"
+#include "tests/support/DecodeAndWait.h"
 
 namespace glintmark {
 namespace {
@@ -59,7 +61,7 @@ std::string picture(const Kind& kind) {
 
 template <typename Decoder>
 bool decodeAndScale(Decoder& decoder, const std::string& data) {
-    const auto image = decoder.decode(data);
+    const auto image = test::decodeAndWait(decoder, data);
     return image && scaled(*image->bitmap(), iconSize, iconSize).pixelsWide() == iconSize;
 }
 
@@ -86,7 +88,8 @@ struct Way {
 };
 
 void measure(const Kind& kind, int samples, bench::Figures& figures) {
-    static platform::SandboxedImageDecoder sandboxed(GLINTMARK_IMAGE_DECODER);
+    static platform::ThreadPoolQueue completions("completions", 1);
+    static platform::SandboxedImageDecoder sandboxed(GLINTMARK_IMAGE_DECODER, completions);
     static doubles::InProcessImageDecoder inProcess;
     std::vector<Way> ways = {
         {"glintmark", [](const std::string& data) { return decodeAndScale(sandboxed, data); }},

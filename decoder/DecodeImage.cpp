@@ -57,8 +57,10 @@ FormatDecoder* decoderFor(const ByteReader& file) {
 
 }  // namespace
 
+FormatDecoder* formatOf(std::span<const std::uint8_t> file) { return decoderFor(ByteReader(file)); }
+
 std::optional<DecodedImage> decodeImage(std::span<const std::uint8_t> file, PixelStore& pixels) {
-    FormatDecoder* decoder = decoderFor(ByteReader(file));
+    FormatDecoder* decoder = formatOf(file);
     if (decoder == nullptr) {
         return std::nullopt;
     }

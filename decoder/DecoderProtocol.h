@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -7,80 +8,120 @@
 #include <span>
 
 #include "base/graphics/BitmapImageRep.h"
+#include "base/graphics/EdgeAlphas.h"
 #include "decoder/ImageLimits.h"
 
-// The messages between the program and its image decoder, which runs in another process. Both run
-// on the same machine and come from the same build, so the messages are plain structs.
+// The messages between the program, its image decoder (the helper, another process) and the
+// helper's children. All run on the same machine and come from the same build, so the messages are
+// plain structs, sent over sockets that keep their borders (SOCK_SEQPACKET).
 //
-// The program sends a `DecodeRequest` over the decoder's socket (SOCK_SEQPACKET), with three
-// descriptors: a sealed memory file of the encoded bytes, an empty memory file for the pixels, and
-// the writing end of a pipe. A child that the decoder forked for one image receives the request. It
-// writes one byte, `accepted`, into the pipe, and later a `DecodeAnswer`. If the child dies, the
-// pipe ends without an answer. If the decoder ended before it received the request, the pipe ends
-// without `accepted`, too.
+// The helper forks a child when it starts and for each `HelperOrder::fork`. A `HelperNotice::ready`
+// brings the program's end of the child's channel, and the file through which the two exchange
+// bytes. The program writes an encoded image into the file and sends a `DecodeRequest` over the
+// channel; the child replies with a `DecodeAnswer`. It may ask for room before, which the program
+// grants or refuses with a `RoomReply`. A child serves the images of one link, one after another.
 
 namespace glintmark::decoder {
 
-/// The number of the socket's descriptor in the decoder.
-inline constexpr int decoderSocket = 3;
+/// The number of the helper's socket in the helper.
+inline constexpr int helperSocket = 3;
 
-/// How much memory a decode may use. Only one image at a time uses the large slot.
-enum class DecodeSlot : std::uint32_t { small = 1, large = 2 };
+struct HelperOrder {
+    enum class Kind : std::uint32_t {
+        fork = 1,   ///< Fork another child.
+        limitTime,  ///< Lower the child's processor time to `seconds`.
+        addRoom,    ///< Let the child map as much as a large image needs.
+        kill,
+    };
 
-/// The maximum in the small slot. An `Image` keeps bitmaps of up to this size.
-inline constexpr std::size_t smallSlotPixelBytes = std::size_t{4} << 20U;
-
-struct DecodeRequest {
-    DecodeSlot slot = DecodeSlot::small;
+    Kind kind = Kind::fork;
+    std::uint32_t child = 0;
+    std::uint32_t seconds = 0;
 };
 
-inline constexpr std::size_t requestDescriptors = 3;
-inline constexpr std::uint8_t accepted = 'a';
+struct HelperNotice {
+    enum class Kind : std::uint32_t {
+        ready = 1,     ///< With two descriptors: the child's channel and its exchange file.
+        roomAdded,     ///< The reply to `addRoom`.
+        ended,         ///< The child has been reaped; its memory is free.
+        brokenFormat,  ///< The sandbox does not let the helper decode the sample named `text`.
+    };
 
-/// The last message of a decoder that ends because it was idle, sent over the socket.
-inline constexpr std::uint8_t goodbye = 'g';
+    Kind kind = Kind::ready;
+    std::uint32_t child = 0;
+    std::int32_t waitStatus = 0;        ///< Of a child that ended; see wait(2).
+    std::uint64_t cpuMicroseconds = 0;  ///< Processor time of a child that ended.
+    std::array<char, 32> text{};
+};
+
+inline constexpr std::size_t noticeDescriptors = 2;
+
+/// The exchange file has the pixels of the answer first, the encoded image behind them.
+inline constexpr std::size_t maximumAnswerBytes = std::size_t{1} << 20U;
+inline constexpr std::size_t encodedOffset = maximumAnswerBytes;
+/// The length of the file. It is extended as long as a longer image is under way.
+inline constexpr std::size_t exchangeBytes = encodedOffset + (std::size_t{1} << 20U);
+
+/// A bitmap or a file beyond these sizes needs room, which one child at a time may have.
+inline constexpr std::size_t maximumSmallPixelBytes = std::size_t{4} << 20U;
+inline constexpr std::size_t maximumSmallFileBytes = std::size_t{8} << 20U;
+
+struct DecodeRequest {
+    std::uint64_t encodedBytes = 0;
+};
+
+struct RoomReply {
+    std::uint32_t granted = 0;
+};
 
 struct DecodeAnswer {
     enum class Status : std::uint32_t {
-        decoded = 1,         ///< The pixels are in their memory file, which has exactly their size.
-        needsLargeSlot = 2,  ///< Not decoded: too many pixels for the small slot.
-        undecodable = 3,
+        decoded = 1,
+        undecodable,
+        asksForRoom,  ///< Not the last answer: the child waits for a `RoomReply`.
+        lacksRoom,    ///< Not decoded, because room was refused.
+        refusedCall,  ///< The sandbox kills the child because of the system call `call`.
     };
 
     Status status = Status::undecodable;
-    std::int32_t width = 0;
+    std::int32_t width = 0;  ///< Of the image, in pixels; the picture may be smaller.
     std::int32_t height = 0;
     std::uint32_t hasAlpha = 0;
+    std::int32_t call = 0;
+    EdgeAlphas edges{};
 
-    std::size_t pixelBytes() const {
+    /// True if the exchange file has a scaled picture, and not all pixels.
+    bool isScaled() const { return bitmapBytes() > maximumAnswerBytes; }
+    std::size_t bitmapBytes() const {
         return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
                BitmapImageRep::bytesPerPixel;
     }
 };
 
-/// True if the size of a decoded image is in range for `slot`.
-inline bool fitsSlot(const DecodeAnswer& answer, DecodeSlot slot) {
-    const auto isSide = [](std::int32_t side) { return side >= 1 && side <= maximumSide; };
-    return isSide(answer.width) && isSide(answer.height) &&
-           std::int64_t{answer.width} * answer.height <= maximumPixels &&
-           (slot == DecodeSlot::large || answer.pixelBytes() <= smallSlotPixelBytes);
-}
-
-/// Reads the bytes that a child wrote after `accepted`. Absent unless they are one whole answer and
-/// every value is in range for `slot`: an attacker who controls the child can write anything.
-inline std::optional<DecodeAnswer> parseAnswer(std::span<const std::uint8_t> bytes,
-                                               DecodeSlot slot) {
+/// Reads a message that a child sent. Absent unless it is one whole answer with every value in
+/// range: an attacker who controls the child can send anything.
+inline std::optional<DecodeAnswer> parseAnswer(std::span<const std::uint8_t> bytes) {
     using Status = DecodeAnswer::Status;
     DecodeAnswer answer;
     if (bytes.size() != sizeof answer) {
         return std::nullopt;
     }
     std::memcpy(&answer, bytes.data(), sizeof answer);
-    const bool isValid =
-        answer.status == Status::undecodable ||
-        (answer.status == Status::needsLargeSlot && slot == DecodeSlot::small) ||
-        (answer.status == Status::decoded && fitsSlot(answer, slot) && answer.hasAlpha <= 1);
-    return isValid ? std::optional(answer) : std::nullopt;
+    const auto isSide = [](std::int32_t side) { return side >= 1 && side <= maximumSide; };
+    switch (answer.status) {
+        case Status::decoded:
+            if (!isSide(answer.width) || !isSide(answer.height) || answer.hasAlpha > 1 ||
+                std::int64_t{answer.width} * answer.height > maximumPixels) {
+                return std::nullopt;
+            }
+            return answer;
+        case Status::undecodable:
+        case Status::asksForRoom:
+        case Status::lacksRoom:
+        case Status::refusedCall:
+            return answer;
+    }
+    return std::nullopt;
 }
 
 }  // namespace glintmark::decoder

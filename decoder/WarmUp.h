@@ -1,6 +1,21 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "decoder/FormatDecoders.h"
+
 namespace glintmark::decoder {
+
+struct Sample;
+
+/// True if `decode` decodes `sample`.
+bool decodes(const Sample& sample,
+             std::optional<DecodedImage> (*decode)(std::span<const std::uint8_t>, PixelStore&));
+
+/// The format of `sample`.
+FormatDecoder* formatOf(const Sample& sample);
 
 /// Decodes every sample, so that the libraries have set up their tables and touched their pages
 /// before a child is forked. False if a sample does not decode.

@@ -1,7 +1,7 @@
 #include "favicon/IconCandidate.h"
 
 #include <algorithm>
-#include <array>
+#include <cstddef>
 #include <utility>
 
 #include "base/graphics/Geometry.h"
@@ -10,33 +10,13 @@ namespace glintmark {
 
 namespace {
 
+constexpr double maximumAlpha = 255;
 constexpr double minimumOpaqueAlpha = 0.95;  // less counts as transparent
 
 constexpr std::int64_t minimumLargeWidth = 128;
 constexpr std::int64_t largeWidthBonus = 2000;
 constexpr std::int64_t maximumWidthCredit = 512;
 constexpr std::int64_t transparencyBonus = 500;
-
-struct Pixel {
-    int x;
-    int y;
-};
-
-/// The four corners, the middles of the four edges and the pixels one step inside the corners.
-std::array<Pixel, 12> samplePoints(int w, int h) {
-    return {{{0, 0},
-             {w - 1, 0},
-             {0, h - 1},
-             {w - 1, h - 1},
-             {w / 2, 0},
-             {w / 2, h - 1},
-             {0, h / 2},
-             {w - 1, h / 2},
-             {1, 1},
-             {w - 2, 1},
-             {1, h - 2},
-             {w - 2, h - 2}}};
-}
 
 std::int64_t sourceBonus(IconSource source) {
     switch (source) {
@@ -74,23 +54,14 @@ std::int64_t IconCandidate::score() const {
 }
 
 bool IconCandidate::checkTransparency(const Image& image) {
-    const auto bitmap = image.bitmap();
-    if (!bitmap || !bitmap->hasAlpha()) {
+    const auto alphas = image.edgeAlphas();
+    if (!alphas) {
         return false;
     }
-    const int w = bitmap->pixelsWide();
-    const int h = bitmap->pixelsHigh();
-    if (w <= 0 || h <= 0) {
-        return false;
-    }
-    // In a small bitmap some points coincide, and each of them counts. Points outside the bitmap
-    // never count. The threshold is always a quarter of all twelve points.
-    const auto points = samplePoints(w, h);
-    const auto transparent = std::ranges::count_if(points, [&](const Pixel& point) {
-        const auto alpha = bitmap->alphaAt(point.x, point.y);
-        return alpha && *alpha < minimumOpaqueAlpha;
-    });
-    return transparent >= static_cast<std::ptrdiff_t>(points.size() / 4);
+    // The threshold is always a quarter of all twelve pixels, even where some lie outside.
+    const auto transparent = std::ranges::count_if(
+        *alphas, [](std::uint8_t alpha) { return alpha / maximumAlpha < minimumOpaqueAlpha; });
+    return transparent >= static_cast<std::ptrdiff_t>(alphas->size() / 4);
 }
 
 }  // namespace glintmark

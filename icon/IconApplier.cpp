@@ -38,7 +38,7 @@ void IconApplier::apply(const std::shared_ptr<const Image>& image, const std::st
 }
 
 std::optional<Image> IconApplier::resizeImage(const Image& image, Size size) {
-    const auto bitmap = image.bitmap();
+    const auto& bitmap = image.bitmap();
     if (!bitmap) {
         return std::nullopt;
     }

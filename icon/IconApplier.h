@@ -20,8 +20,8 @@ public:
     IconApplier() = delete;
 
     /// Stretches `image`, which must not be null, to 512 x 512 and lets the workspace prepare it.
-    /// Null if the pixels of `image` cannot be had or the workspace cannot prepare the icon. Any
-    /// thread but the main one: a large image is decoded here, which may take seconds.
+    /// Null if `image` has no pixels or the workspace cannot prepare the icon. Any thread but the
+    /// main one, since it takes some milliseconds.
     static std::shared_ptr<const platform::PreparedIcon> prepared(
         const std::shared_ptr<const Image>& image);
 

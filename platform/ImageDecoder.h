@@ -29,8 +29,8 @@ public:
     /// A new batch for the images of one link. Never null.
     virtual std::shared_ptr<ImageBatch> makeBatch() = 0;
 
-    /// Decodes `data`, an image of `batch`. `completion` is called exactly once, on any thread,
-    /// possibly before this returns.
+    /// Decodes `data`, an image of `batch`, which must not be null. `completion` is called exactly
+    /// once, on any thread, possibly before this returns. It may take its time.
     virtual void decode(std::string data, const std::shared_ptr<ImageBatch>& batch,
                         Completion completion) = 0;
 };

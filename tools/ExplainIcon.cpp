@@ -47,7 +47,8 @@ FetchReport explained(const URL& url, const std::string& host) {
     platform::LinuxDispatchQueues queues;
     platform::PosixFileManager files;
     platform::SyslogLog log;
-    platform::SandboxedImageDecoder decoder(decoderPath());
+    platform::SandboxedImageDecoder decoder(
+        decoderPath(), queues.global(platform::QualityOfService::userInitiated));
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
                                      sessionOptions());
     FetchRecorder recorder(session, decoder);

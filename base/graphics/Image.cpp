@@ -6,11 +6,11 @@ Image::Image(BitmapImageRep bitmap)
     : size_{static_cast<double>(bitmap.pixelsWide()), static_cast<double>(bitmap.pixelsHigh())},
       bitmap_(std::move(bitmap)) {}
 
-std::optional<BitmapImageRep> Image::bitmap() const {
-    if (bitmap_ || !source_) {
-        return bitmap_;
+std::optional<EdgeAlphas> Image::edgeAlphas() const {
+    if (!bitmap_ || !bitmap_->hasAlpha() || bitmap_->pixels().empty()) {
+        return std::nullopt;
     }
-    return source_();
+    return edges_ ? edges_ : glintmark::edgeAlphas(*bitmap_);
 }
 
 }  // namespace glintmark

@@ -4,5 +4,5 @@
 
 int main() {
     prctl(PR_SET_NAME, "glintmark-image");  // else NUMBER, if run by /proc/PID/fd/NUMBER
-    return glintmark::decoder::runDecoder({});
+    return glintmark::decoder::runDecoder();
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,7 +11,7 @@
 #include <optional>
 #include <utility>
 
-#include "decoder/RequestMessage.h"
+#include "decoder/DescriptorMessage.h"
 
 namespace glintmark::platform {
 
@@ -29,8 +28,8 @@ std::optional<pid_t> spawn(const std::string& path, int socket) {
 #ifndef GLINTMARK_SANITIZED  // the sanitizers report to standard error
     posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
 #endif
-    posix_spawn_file_actions_adddup2(&actions, socket, decoder::decoderSocket);
-    posix_spawn_file_actions_addclosefrom_np(&actions, decoder::decoderSocket + 1);
+    posix_spawn_file_actions_adddup2(&actions, socket, decoder::helperSocket);
+    posix_spawn_file_actions_addclosefrom_np(&actions, decoder::helperSocket + 1);
 
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -71,81 +70,20 @@ bool startedHelper(pid_t pid) {
 DecoderHelper::DecoderHelper(std::string path)
     : path_(std::move(path)), executable_(open(path_.c_str(), O_PATH | O_CLOEXEC)) {}
 
-DecoderHelper::Connection DecoderHelper::send(const Request& request) {
-    const std::lock_guard lock(mutex_);
-    if (connection_ && !isConnected()) {
-        drop();
+FileDescriptor DecoderHelper::start() const {
+    decoder::SocketPair sockets;
+    if (!sockets.ours) {
+        return {};
     }
-    if (connection_ && transmit(request)) {
-        return connection_;
-    }
-    if (connection_) {
-        drop();
-    }
-    if (!start() || !transmit(request)) {
-        return nullptr;
-    }
-    return connection_;
-}
-
-void DecoderHelper::worked() {
-    const std::lock_guard lock(mutex_);
-    pause_.worked();
-}
-
-void DecoderHelper::lost(const Connection& connection) {
-    const std::lock_guard lock(mutex_);
-    if (connection && connection == connection_) {
-        drop();
-    }
-}
-
-bool DecoderHelper::start() {
-    if (!pause_.mayStart(RestartPause::Clock::now())) {
-        return false;
-    }
-    std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-        return false;
-    }
-    auto ours = std::make_shared<const FileDescriptor>(ends[0]);
-    const FileDescriptor theirs(ends[1]);
     // The path names this process's descriptor, because the new process closes its own copy before
     // it executes the file.
     const auto held =
         "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(executable_.get());
-    auto pid = executable_ ? spawn(held, theirs.get()) : std::nullopt;
+    auto pid = executable_ ? spawn(held, sockets.theirs.get()) : std::nullopt;
     if (!pid) {
-        pid = spawn(path_, theirs.get());
+        pid = spawn(path_, sockets.theirs.get());
     }
-    if (!pid || !startedHelper(*pid)) {
-        pause_.died(RestartPause::Clock::now());
-        return false;
-    }
-    connection_ = std::move(ours);
-    return true;
-}
-
-void DecoderHelper::drop() {
-    std::uint8_t message = 0;
-    const ssize_t length = recv(connection_->get(), &message, sizeof message, MSG_DONTWAIT);
-    if (length != 1 || message != decoder::goodbye) {
-        pause_.died(RestartPause::Clock::now());
-    }
-    connection_ = nullptr;
-}
-
-// The helper sends nothing over the socket except its goodbye.
-bool DecoderHelper::isConnected() const {
-    std::uint8_t message = 0;
-    const ssize_t length =
-        recv(connection_->get(), &message, sizeof message, MSG_DONTWAIT | MSG_PEEK);
-    return length < 0 && (errno == EAGAIN || errno == EINTR);
-}
-
-bool DecoderHelper::transmit(const Request& request) const {
-    return decoder::sendRequest(connection_->get(), {request.slot},
-                                {request.encoded, request.pixels, request.answer});
+    return pid && startedHelper(*pid) ? std::move(sockets.ours) : FileDescriptor();
 }
 
 }  // namespace glintmark::platform

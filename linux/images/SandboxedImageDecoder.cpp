@@ -1,256 +1,223 @@
 #include "linux/images/SandboxedImageDecoder.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <pthread.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <mutex>
 #include <optional>
-#include <span>
-#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "base/graphics/Image.h"
-#include "decoder/DecoderProtocol.h"
-#include "linux/images/DecodeSlots.h"
+#include "base/work/DispatchQueue.h"
 #include "linux/images/DecoderHelper.h"
+#include "linux/queues/Thread.h"
 
 namespace glintmark::platform {
 
 namespace {
 
-using decoder::DecodeAnswer;
-using decoder::DecodeSlot;
-using Clock = std::chrono::steady_clock;
-
-FileDescriptor memoryFile() {
-    return FileDescriptor(memfd_create("image", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-}
-
-/// Makes length and contents final. Fails while any process has the file mapped for writing.
-bool seal(const FileDescriptor& file) {
-    constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
-    return fcntl(file.get(), F_ADD_SEALS, seals) == 0;
-}
-
-FileDescriptor sealedFileOf(std::string_view bytes) {
-    FileDescriptor file = memoryFile();
-    while (file && !bytes.empty()) {
-        const ssize_t written = write(file.get(), bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
-            return {};
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-    }
-    return file && seal(file) ? std::move(file) : FileDescriptor();
-}
-
-/// A copy of the pixels. Sealing a file that has just been written takes longer than copying a
-/// small one, because the kernel checks that no processor still writes to it. Absent unless the
-/// file has exactly the length that `answer` requires.
-std::optional<BitmapImageRep> copyPixels(const FileDescriptor& file, const DecodeAnswer& answer) {
-    const std::size_t size = answer.pixelBytes();
-    // One byte more, to notice a file that is too long.
-    void* memory = mmap(nullptr, size + 1, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-    if (memory == MAP_FAILED) {
-        return std::nullopt;
-    }
-    std::shared_ptr<const void> owner(memory, [size](void* start) { munmap(start, size + 1); });
-    const ssize_t length = pread(file.get(), memory, size + 1, 0);
-    if (length != static_cast<ssize_t>(size)) {
-        return std::nullopt;
-    }
-    return BitmapImageRep(answer.width, answer.height, answer.hasAlpha != 0, std::move(owner),
-                          {static_cast<const std::uint8_t*>(memory), size});
-}
-
-/// The pixels mapped from the file, without a copy. The result keeps the mapping and `hold`. Absent
-/// unless the file has exactly the length that `answer` requires.
-std::optional<BitmapImageRep> mapPixels(const FileDescriptor& file, const DecodeAnswer& answer,
-                                        DecodeSlots::Hold hold) {
-    struct stat status {};
-    const std::size_t size = answer.pixelBytes();
-    if (!seal(file) || fstat(file.get(), &status) != 0) {
-        return std::nullopt;
-    }
-    if (status.st_size != static_cast<off_t>(size)) {
-        return std::nullopt;
-    }
-    void* memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.get(), 0);
-    if (memory == MAP_FAILED) {
-        return std::nullopt;
-    }
-    std::shared_ptr<const void> owner(
-        memory, [size, hold = std::move(hold)](void* start) { munmap(start, size); });
-    return BitmapImageRep(answer.width, answer.height, answer.hasAlpha != 0, std::move(owner),
-                          {static_cast<const std::uint8_t*>(memory), size});
-}
-
-/// The bytes from the pipe of one request.
-struct Received {
-    // One byte more, to notice an answer that is too long.
-    std::array<std::uint8_t, sizeof decoder::accepted + sizeof(DecodeAnswer) + 1> bytes{};
-    std::size_t length = 0;
-    bool inTime = true;
-
-    bool wasAccepted() const { return length > 0 && bytes[0] == decoder::accepted; }
-    std::span<const std::uint8_t> answer() const {
-        return std::span(bytes).first(length).subspan(sizeof decoder::accepted);
-    }
-};
-
-/// Waits for the end of the pipe. The child closes it after unmapping the pixels and answering, or
-/// by dying. Waking up for each write would take longer. A child that writes more than the pipe's
-/// buffer blocks until the helper kills it. False after `deadline`.
-bool awaitEnd(const FileDescriptor& pipe, Clock::time_point deadline) {
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd watched{pipe.get(), 0, 0};
-        const int ready =
-            poll(&watched, 1, static_cast<int>(std::max(left.count(), decltype(left)::rep{0})));
-        if (ready < 0 && errno == EINTR) {
-            continue;
-        }
-        return ready > 0;
-    }
-}
-
-Received receive(const FileDescriptor& pipe, Clock::time_point deadline) {
-    Received received;
-    received.inTime = awaitEnd(pipe, deadline);
-    while (received.inTime && received.length < received.bytes.size()) {
-        const ssize_t length = read(pipe.get(), &received.bytes[received.length],
-                                    received.bytes.size() - received.length);
-        if (length < 0 && errno == EINTR) {
-            continue;
-        }
-        if (length <= 0) {
-            break;
-        }
-        received.length += static_cast<std::size_t>(length);
-    }
-    return received;
-}
+constexpr std::size_t stackBytes = std::size_t{256} << 10;
 
 }  // namespace
 
-/// The state that the decoder shares with its large images.
-class SandboxedImageDecoder::Client : public std::enable_shared_from_this<Client> {
+/// The state that callers, the decoder's thread and running completions share.
+class SandboxedImageDecoder::Worker : public std::enable_shared_from_this<Worker> {
 public:
-    Client(std::string helperPath, std::chrono::milliseconds answerTimeout)
-        : helper_(std::move(helperPath)), answerTimeout_(answerTimeout) {}
+    Worker(std::string helperPath, DispatchQueue& completionQueue, DecodingOptions options)
+        : helper_(std::move(helperPath)),
+          completionQueue_(completionQueue),
+          options_(std::move(options)) {}
 
-    std::shared_ptr<const Image> decode(std::string data) {
-        const FileDescriptor pixels = memoryFile();
-        const auto answer = decodeSmall(data, pixels);
-        if (!answer) {
-            return nullptr;
-        }
-        if (answer->status == DecodeAnswer::Status::needsLargeSlot) {
-            return largeImage(std::make_shared<const std::string>(std::move(data)));
-        }
-        auto bitmap = copyPixels(pixels, *answer);
-        return bitmap ? std::make_shared<const Image>(std::move(*bitmap)) : nullptr;
-    }
+    void add(DecodeTask task);
+    void endLink(std::shared_ptr<DecodeLink> link);
+    void close();
 
 private:
-    std::optional<DecodeAnswer> decodeSmall(std::string_view data, const FileDescriptor& pixels) {
-        const DecodeSlots::Hold turn = slots_->takeSmall();
-        return ask(data, pixels, DecodeSlot::small);
-    }
+    bool startThread();
+    void run();
+    bool takeNews(DecodingLoop& loop);
+    bool stopIfDone();
+    void submit(DecodingLoop::Finished finished);
+    void complete(DecodingLoop::Finished& finished);
 
-    std::shared_ptr<const Image> largeImage(const std::shared_ptr<const std::string>& data) {
-        const auto bitmap = decodeLarge(*data);
-        if (!bitmap) {
-            return nullptr;
-        }
-        const Size size{static_cast<double>(bitmap->pixelsWide()),
-                        static_cast<double>(bitmap->pixelsHigh())};
-        return std::make_shared<const Image>(
-            size, [self = shared_from_this(), data] { return self->decodeLarge(*data); });
-    }
+    const DecoderHelper helper_;
+    DispatchQueue& completionQueue_;
+    const DecodingOptions options_;
+    RestartPause pause_;  ///< Used by the decoder's thread only.
 
-    std::optional<BitmapImageRep> decodeLarge(std::string_view data) {
-        DecodeSlots::LargeHold turn = slots_->takeLarge();
-        const FileDescriptor pixels = memoryFile();
-        const auto answer = ask(data, pixels, DecodeSlot::large);
-        if (!answer) {
-            return std::nullopt;
-        }
-        return mapPixels(pixels, *answer, std::move(turn.bitmap));
-    }
-
-    /// Absent if the image does not decode.
-    std::optional<DecodeAnswer> ask(std::string_view data, const FileDescriptor& pixels,
-                                    DecodeSlot slot) {
-        const FileDescriptor encoded = sealedFileOf(data);
-        if (!encoded || !pixels) {
-            return std::nullopt;
-        }
-        auto received = askOnce(encoded, pixels, slot);
-        // The helper ended before it received the request. Send it to a new one.
-        if (received && received->inTime && !received->wasAccepted()) {
-            received = askOnce(encoded, pixels, slot);
-        }
-        if (!received || !received->inTime || !received->wasAccepted()) {
-            return std::nullopt;
-        }
-        const auto answer = decoder::parseAnswer(received->answer(), slot);
-        if (!answer || answer->status == DecodeAnswer::Status::undecodable) {
-            return std::nullopt;
-        }
-        return answer;
-    }
-
-    /// Absent if there is no helper.
-    std::optional<Received> askOnce(const FileDescriptor& encoded, const FileDescriptor& pixels,
-                                    DecodeSlot slot) {
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            return std::nullopt;
-        }
-        const FileDescriptor ours(ends[0]);
-        FileDescriptor theirs(ends[1]);
-        const auto connection = helper_.send({slot, encoded.get(), pixels.get(), theirs.get()});
-        if (!connection) {
-            return std::nullopt;
-        }
-        theirs = FileDescriptor();
-        const Received received = receive(ours, Clock::now() + answerTimeout_);
-        if (received.inTime && received.wasAccepted()) {
-            helper_.worked();
-        } else {
-            helper_.lost(connection);
-        }
-        return received;
-    }
-
-    const std::shared_ptr<DecodeSlots> slots_ = std::make_shared<DecodeSlots>();
-    DecoderHelper helper_;
-    const std::chrono::milliseconds answerTimeout_;
+    std::mutex mutex_;
+    std::condition_variable completionEnded_;
+    // The mutex guards the rest.
+    std::optional<Thread> thread_;
+    bool threadRuns_ = false;
+    bool closed_ = false;
+    DecodingLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
+    std::vector<DecodeTask> newTasks_;
+    std::vector<std::shared_ptr<DecodeLink>> endedLinks_;
+    int runningCompletions_ = 0;
 };
 
-SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath,
-                                             std::chrono::milliseconds answerTimeout)
-    : client_(std::make_shared<Client>(std::move(helperPath), answerTimeout)) {}
+/// Tells the worker when the last reference to it is gone.
+class SandboxedImageDecoder::Batch final : public ImageBatch {
+public:
+    explicit Batch(std::weak_ptr<Worker> worker) : worker_(std::move(worker)) {}
+    ~Batch() override {
+        if (const auto worker = worker_.lock()) {
+            worker->endLink(link_);
+        }
+    }
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
 
-SandboxedImageDecoder::~SandboxedImageDecoder() = default;
+    const std::shared_ptr<DecodeLink>& link() const { return link_; }
 
-void SandboxedImageDecoder::decode(std::string data, const std::shared_ptr<ImageBatch>&,
-                                   Completion completion) {
-    completion(decode(std::move(data)));
+private:
+    std::weak_ptr<Worker> worker_;
+    std::shared_ptr<DecodeLink> link_ = std::make_shared<DecodeLink>();
+};
+
+void SandboxedImageDecoder::Worker::add(DecodeTask task) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (threadRuns_ || startThread()) {
+            newTasks_.push_back(std::move(task));
+            if (loop_ != nullptr && newTasks_.size() == 1) {
+                loop_->wake();
+            }
+            return;
+        }
+    }
+    submit({std::move(task.completion), nullptr});
 }
 
-std::shared_ptr<const Image> SandboxedImageDecoder::decode(std::string data) {
-    if (data.empty()) {
-        return nullptr;
+void SandboxedImageDecoder::Worker::endLink(std::shared_ptr<DecodeLink> link) {
+    const std::lock_guard lock(mutex_);
+    if (loop_ != nullptr) {
+        endedLinks_.push_back(std::move(link));
+        loop_->wake();
     }
-    return client_->decode(std::move(data));
+}
+
+bool SandboxedImageDecoder::Worker::startThread() {
+    // Other threads handle the signals.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    // Assigning joins the previous thread, which holds no lock any more and is about to end.
+    thread_ = Thread::start("images", stackBytes, [self = shared_from_this()] { self->run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    threadRuns_ = thread_.has_value();
+    return threadRuns_;
+}
+
+void SandboxedImageDecoder::Worker::run() {
+    lowerPriorityBelowMainThread();
+    do {
+        DecodingLoop loop(helper_, options_, pause_);
+        auto idleUntil = DecodingLoop::Clock::time_point::max();
+        while (takeNews(loop)) {
+            for (DecodingLoop::Finished& finished : loop.runOnce()) {
+                submit(std::move(finished));
+            }
+            const auto now = DecodingLoop::Clock::now();
+            if (!loop.isIdle()) {
+                idleUntil = DecodingLoop::Clock::time_point::max();
+            } else if (idleUntil == DecodingLoop::Clock::time_point::max()) {
+                idleUntil = now + options_.idleTimeout;
+            } else if (now >= idleUntil) {
+                break;
+            }
+            loop.wait(idleUntil);
+        }
+        const std::lock_guard lock(mutex_);
+        loop_ = nullptr;
+    } while (!stopIfDone());
+}
+
+/// Moves what is new into `loop`. False if the decoder is closed.
+bool SandboxedImageDecoder::Worker::takeNews(DecodingLoop& loop) {
+    std::vector<DecodeTask> tasks;
+    std::vector<std::shared_ptr<DecodeLink>> links;
+    {
+        const std::lock_guard lock(mutex_);
+        if (closed_) {
+            return false;
+        }
+        loop_ = &loop;
+        tasks.swap(newTasks_);
+        links.swap(endedLinks_);
+    }
+    for (DecodeTask& task : tasks) {
+        loop.add(std::move(task));
+    }
+    for (const auto& link : links) {
+        loop.endLink(link);
+    }
+    return true;
+}
+
+/// Marks the thread as ended and returns true if the decoder is closed or there is no new image.
+bool SandboxedImageDecoder::Worker::stopIfDone() {
+    const std::lock_guard lock(mutex_);
+    if (!closed_ && !newTasks_.empty()) {
+        return false;
+    }
+    threadRuns_ = false;
+    return true;
+}
+
+void SandboxedImageDecoder::Worker::submit(DecodingLoop::Finished finished) {
+    completionQueue_.async(
+        [self = shared_from_this(), shared = std::make_shared<DecodingLoop::Finished>(
+                                        std::move(finished))] { self->complete(*shared); });
+}
+
+void SandboxedImageDecoder::Worker::complete(DecodingLoop::Finished& finished) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (closed_) {
+            return;
+        }
+        ++runningCompletions_;
+    }
+    finished.completion(std::move(finished.image));
+    finished.completion = nullptr;
+    const std::lock_guard lock(mutex_);
+    --runningCompletions_;
+    completionEnded_.notify_all();
+}
+
+void SandboxedImageDecoder::Worker::close() {
+    std::unique_lock lock(mutex_);
+    closed_ = true;
+    if (loop_ != nullptr) {
+        loop_->wake();
+    }
+    std::optional<Thread> thread = std::move(thread_);
+    completionEnded_.wait(lock, [this] { return runningCompletions_ == 0; });
+    lock.unlock();
+    thread.reset();
+    newTasks_.clear();
+}
+
+SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath, DispatchQueue& completionQueue,
+                                             DecodingOptions options)
+    : worker_(
+          std::make_shared<Worker>(std::move(helperPath), completionQueue, std::move(options))) {}
+
+SandboxedImageDecoder::~SandboxedImageDecoder() { worker_->close(); }
+
+std::shared_ptr<ImageBatch> SandboxedImageDecoder::makeBatch() {
+    return std::make_shared<Batch>(worker_);
+}
+
+void SandboxedImageDecoder::decode(std::string data, const std::shared_ptr<ImageBatch>& batch,
+                                   Completion completion) {
+    const auto& link = std::static_pointer_cast<Batch>(batch)->link();
+    worker_->add({.data = std::move(data), .link = link, .completion = std::move(completion)});
 }
 
 }  // namespace glintmark::platform

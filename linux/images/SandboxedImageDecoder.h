@@ -1,39 +1,49 @@
 #pragma once
 
-#include <chrono>
 #include <memory>
 #include <string>
 
+#include "linux/images/DecodingLoop.h"
 #include "platform/ImageDecoder.h"
+
+namespace glintmark {
+class DispatchQueue;
+}  // namespace glintmark
 
 namespace glintmark::platform {
 
-class DecoderHelper;
-
 /// Decodes images in a separate, sandboxed process. This process never parses an encoded image.
 ///
-/// An image with up to 4 MiB of pixels keeps its bitmap. A larger one keeps its encoded bytes and
-/// is decoded again whenever its pixels are needed. Images may outlive the decoder. Any thread;
-/// calls block until the result is there. The decoder has no thread and no event source, and its
-/// process ends after 30 s without a request.
-class SandboxedImageDecoder : public ImageDecoder {
+/// An image with up to 1 MiB of pixels keeps its bitmap. A larger one keeps a scaled picture. The
+/// images of a batch are decoded one after another by one child of that process. It has 3 s of
+/// processor time for them; those that are left then fail. Batches take turns, and images that need
+/// little memory go before others.
+///
+/// A thread of its own talks with the process. Both start with the first image and end when there
+/// has been none for the idle timeout.
+class SandboxedImageDecoder final : public ImageDecoder {
 public:
-    /// `helperPath` names `glintmark-image-decoder`. The helper kills a child that does not answer
-    /// within 5 s. `answerTimeout` applies if the helper fails too.
-    explicit SandboxedImageDecoder(
-        std::string helperPath, std::chrono::milliseconds answerTimeout = std::chrono::seconds(7));
+    /// `helperPath` names `glintmark-image-decoder`. Completions run on `completionQueue`, which
+    /// must outlive the decoder.
+    SandboxedImageDecoder(std::string helperPath, DispatchQueue& completionQueue,
+                          DecodingOptions options = {});
+
+    /// Drops the images that are not decoded, without completing them, and waits for running
+    /// completions. No completion starts afterwards. Must not be called from a completion.
     ~SandboxedImageDecoder() override;
 
-    std::shared_ptr<ImageBatch> makeBatch() override { return std::make_shared<ImageBatch>(); }
+    SandboxedImageDecoder(const SandboxedImageDecoder&) = delete;
+    SandboxedImageDecoder& operator=(const SandboxedImageDecoder&) = delete;
+
+    std::shared_ptr<ImageBatch> makeBatch() override;
     void decode(std::string data, const std::shared_ptr<ImageBatch>& batch,
                 Completion completion) override;
 
-    std::shared_ptr<const Image> decode(std::string data);
-
 private:
-    class Client;
+    class Batch;
+    class Worker;
 
-    std::shared_ptr<Client> client_;
+    std::shared_ptr<Worker> worker_;
 };
 
 }  // namespace glintmark::platform

@@ -67,10 +67,10 @@ TEST_F(AppDelegatePipelineTest, AFileGetsItsIconAndANotification) {
     EXPECT_THAT(notifications().requestQueues(), ElementsAre("main"));
 }
 
-TEST_F(AppDelegatePipelineTest, NoImageIsDecodedOnTheMainQueue) {
-    session().answer("https://site.example/favicon.ico", 200, "image 1100x1000 large");
+TEST_F(AppDelegatePipelineTest, NoIconIsPreparedOnTheMainQueue) {
+    session().answer("https://site.example/favicon.ico", 200, "image 1100x1000 opaque");
     std::vector<std::string> where;
-    platform().imageDecoder.bitmapMade = [&] { where.push_back(queues().current()); };
+    platform().workspace.preparing = [&] { where.push_back(queues().current()); };
     process(path);
     ASSERT_EQ(platform().workspace.icons().size(), 1U);
     EXPECT_TRUE(platform().workspace.icons().front().image.bitmap());
@@ -83,7 +83,7 @@ TEST_F(AppDelegatePipelineTest, AtMost128LinksAreFetchedAtOnceAndNoneIsLost) {
     constexpr std::size_t requestsPerLink =
         8;  // page, touch icons, manifests, service, favicon.ico
     std::size_t maximum = 0;
-    platform().imageDecoder.bitmapMade = [&] {
+    platform().workspace.preparing = [&] {
         const std::size_t started = session().requestedURLs().size() / requestsPerLink;
         maximum = std::max(maximum, started - platform().workspace.icons().size());
     };
@@ -91,7 +91,7 @@ TEST_F(AppDelegatePipelineTest, AtMost128LinksAreFetchedAtOnceAndNoneIsLost) {
         const std::string site = "https://site-" + std::to_string(i) + ".example";
         const std::string file = "/home/kim/Desktop/" + std::to_string(i) + ".webloc";
         files().create(file, weblocWith(site));
-        session().answer(site + "/favicon.ico", 200, "image 64x64 large", 50ms);
+        session().answer(site + "/favicon.ico", 200, "image 64x64 opaque", 50ms);
         delegate()->handleFileEvent({file, 0});
     }
     queues().runUntilIdle();

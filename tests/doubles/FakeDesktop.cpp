@@ -33,6 +33,7 @@ platform::OpenPanel::Result FakeOpenPanel::runModal(const Settings& settings) {
 }
 
 std::shared_ptr<const platform::PreparedIcon> FakeWorkspace::prepareIcon(const Image& image) {
+    preparing();
     preparedIcons_.push_back(image);
     return std::make_shared<const ImageAsIcon>(image);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -74,6 +75,9 @@ public:
     bool open(const URL& url) override;
 
     void refuse() { succeeds_ = false; }  ///< Everything from now on.
+
+    /// Called each time an icon is prepared.
+    std::function<void()> preparing = [] {};
 
     /// All requests, refused or not, in order.
     const std::vector<Icon>& icons() const { return icons_; }

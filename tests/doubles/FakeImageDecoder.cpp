@@ -56,18 +56,11 @@ std::shared_ptr<const Image> FakeImageDecoder::imageOf(const std::string& data) 
     if (kind.empty()) {
         return std::make_shared<const Image>(Size{*width, *height});
     }
-    if (kind != "opaque" && kind != "transparent" && kind != "large") {
+    if (kind != "opaque" && kind != "transparent") {
         return nullptr;
     }
-    auto bitmap =
-        bitmapOf(static_cast<int>(*width), static_cast<int>(*height), kind != "transparent");
-    if (kind != "large") {
-        return std::make_shared<const Image>(std::move(bitmap));
-    }
-    return std::make_shared<const Image>(Size{*width, *height}, [this, bitmap = std::move(bitmap)] {
-        bitmapMade();
-        return std::optional(bitmap);
-    });
+    return std::make_shared<const Image>(
+        bitmapOf(static_cast<int>(*width), static_cast<int>(*height), kind == "opaque"));
 }
 
 }  // namespace glintmark::doubles

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -10,9 +9,8 @@
 namespace glintmark::doubles {
 
 /// Decodes images that are written as text. "image 57x60 opaque" has an opaque bitmap without an
-/// alpha channel, "image 57x60 transparent" a transparent one with an alpha channel. "image 57x60
-/// large" is opaque and makes a new bitmap at each call. "image 63.5x10" has only a size. Any
-/// other text is not an image.
+/// alpha channel, "image 57x60 transparent" a transparent one with an alpha channel.
+/// "image 63.5x10" has only a size. Any other text is not an image.
 class FakeImageDecoder final : public platform::ImageDecoder {
 public:
     std::shared_ptr<platform::ImageBatch> makeBatch() override {
@@ -23,11 +21,8 @@ public:
 
     int decodes() const { return decodes_; }
 
-    /// Called each time a large image makes its bitmap.
-    std::function<void()> bitmapMade = [] {};
-
 private:
-    std::shared_ptr<const Image> imageOf(const std::string& data);
+    static std::shared_ptr<const Image> imageOf(const std::string& data);
 
     std::atomic<int> decodes_ = 0;
 };

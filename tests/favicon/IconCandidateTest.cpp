@@ -38,10 +38,14 @@ TEST(IconCandidateTest, AnEmptyBitmapIsNotTransparent) {
     EXPECT_FALSE(isTransparent(Picture(0, 4)));
 }
 
-TEST(IconCandidateTest, AnImageWhosePixelsAreGoneIsNotTransparent) {
-    const auto image =
-        std::make_shared<const Image>(Size{16, 16}, [] { return std::optional<BitmapImageRep>(); });
-    EXPECT_FALSE(IconCandidate(image, IconSource::htmlIcon).hasTransparency);
+TEST(IconCandidateTest, OfALargeImageTheEdgesOfItsOwnPixelsCount) {
+    const BitmapImageRep opaque = Picture(512, 512).bitmap();
+    const BitmapImageRep clear = Picture(512, 512).fill(0).bitmap();
+    const auto image = [](const BitmapImageRep& picture, const BitmapImageRep& whole) {
+        return std::make_shared<const Image>(Size{2000, 2000}, picture, edgeAlphas(whole));
+    };
+    EXPECT_TRUE(IconCandidate(image(opaque, clear), IconSource::htmlIcon).hasTransparency);
+    EXPECT_FALSE(IconCandidate(image(clear, opaque), IconSource::htmlIcon).hasTransparency);
 }
 
 TEST(IconCandidateTest, OneTransparentPixelAloneCountsEightTimes) {

@@ -51,10 +51,8 @@ private:
 
 /// A candidate whose image has `size`, with a bitmap of one pixel.
 inline IconCandidate candidateOfSize(Size size, bool transparent, IconSource source) {
-    const Picture pixel = Picture(1, 1).fill(transparent ? 0 : 255);
-    return {std::make_shared<const Image>(
-                size, [bitmap = pixel.bitmap()] { return std::optional(bitmap); }),
-            source};
+    const BitmapImageRep pixel = Picture(1, 1).fill(transparent ? 0 : 255).bitmap();
+    return {std::make_shared<const Image>(size, pixel, edgeAlphas(pixel)), source};
 }
 
 }  // namespace glintmark

@@ -8,14 +8,14 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(RestartPauseTest, TheFirstStartIsImmediate) {
-    EXPECT_TRUE(RestartPause().mayStart(RestartPause::Clock::time_point{}));
+    EXPECT_LE(RestartPause().end(), RestartPause::Clock::time_point{});
 }
 
 TEST(RestartPauseTest, TheStartAfterTheFirstDeathIsImmediate) {
     RestartPause pause;
     const RestartPause::Clock::time_point now{1h};
     pause.died(now);
-    EXPECT_TRUE(pause.mayStart(now));
+    EXPECT_LE(pause.end(), now);
 }
 
 TEST(RestartPauseTest, PausesDoubleFromOneSecondToFiveMinutes) {
@@ -24,25 +24,24 @@ TEST(RestartPauseTest, PausesDoubleFromOneSecondToFiveMinutes) {
     pause.died(now);
     for (const auto expected : {1s, 2s, 4s, 8s, 16s, 32s, 64s, 128s, 256s, 300s, 300s}) {
         pause.died(now);
-        EXPECT_FALSE(pause.mayStart(now + expected - 1ms)) << expected.count();
-        EXPECT_TRUE(pause.mayStart(now + expected)) << expected.count();
+        EXPECT_EQ(pause.end(), now + expected) << expected.count();
         now += expected;
     }
 }
 
-TEST(RestartPauseTest, AfterWorkTheNextDeathCountsAsTheFirst) {
+TEST(RestartPauseTest, AfterAQuietTimeTheNextDeathCountsAsTheFirst) {
     RestartPause pause;
-    const RestartPause::Clock::time_point now{1h};
+    RestartPause::Clock::time_point now{1h};
     for (int i = 0; i < 5; ++i) {
         pause.died(now);
     }
-    EXPECT_FALSE(pause.mayStart(now));
-    pause.worked();
-    EXPECT_TRUE(pause.mayStart(now));
+    EXPECT_GT(pause.end(), now);
+    now += 10min - 1s;
     pause.died(now);
-    EXPECT_TRUE(pause.mayStart(now));
+    EXPECT_GT(pause.end(), now);
+    now += 10min;
     pause.died(now);
-    EXPECT_FALSE(pause.mayStart(now));
+    EXPECT_EQ(pause.end(), now);
 }
 
 }  // namespace

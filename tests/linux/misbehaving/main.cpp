@@ -1,8 +1,10 @@
 // An image decoder that an attacker controls: the image names what it does. Process, sandbox and
-// protocol are those of the real one.
+// protocol are those of the real one. If its file is called "broken-gif", its sandbox refuses a
+// call that reading a GIF needs.
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,6 +21,8 @@
 
 namespace glintmark::decoder {
 namespace {
+
+using Status = DecodeAnswer::Status;
 
 std::string text(std::span<const std::uint8_t> bytes) { return {bytes.begin(), bytes.end()}; }
 
@@ -44,13 +48,13 @@ void runShell() {
 }
 
 void answer(const DecodeAnswer& lie) {
-    if (write(childAnswer, &lie, sizeof lie) < 0) {
+    if (write(childChannel, &lie, sizeof lie) < 0) {
         _exit(1);
     }
 }
 
 void answerHalf() {
-    if (write(childAnswer, "abc", 3) < 0) {
+    if (write(childChannel, "abc", 3) < 0) {
         _exit(1);
     }
 }
@@ -59,10 +63,9 @@ void makeExecutableMemory() {
     mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 
-void writeLongFile() {
-    if (ftruncate(childPixels, off_t{1} << 40U) != 0) {
-        _exit(1);
-    }
+void raiseLimit() {
+    const rlimit most{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &most);
 }
 
 // If a misdeed returns, the decoder continues and decodes one pixel.
@@ -80,43 +83,56 @@ const std::map<std::string, std::function<void()>> misdeeds = {
     {"kill", [] { kill(1, 0); }},
     {"write elsewhere",
      [] {
-         if (write(childPixels, "x", 1) < 0) {
+         if (write(childExchange, "x", 1) < 0) {
              _exit(1);
          }
      }},
+    {"close", [] { close(childChannel); }},
     {"executable memory", makeExecutableMemory},
-    {"long file", writeLongFile},
-    {"crash", [] { std::abort(); }},
+    {"raise limit", raiseLimit},
+    {"long file",
+     [] {
+         if (ftruncate(childExchange, off_t{1} << 40U) != 0) {
+             _exit(1);
+         }
+     }},
+    {"crash", [] { std::raise(SIGSEGV); }},
+    {"fault",
+     [] {
+         volatile int* nothing = nullptr;
+         *nothing = 1;  // NOLINT(clang-analyzer-core.NullDereference)
+     }},
     {"end", [] { _exit(0); }},
     {"spin", spinForEver},
     {"eat memory", eatMemory},
     {"answer half", answerHalf},
     {"answer twice",
      [] {
-         answer({DecodeAnswer::Status::decoded, 1, 1, 1});
+         answer({Status::decoded, 1, 1, 1, 0, {}});
      }},
     {"answer for ever",
      [] {
          for (;;) {
-             answer({DecodeAnswer::Status::decoded, 1, 1, 1});
+             answer({Status::decoded, -1, 1, 1, 0, {}});
          }
      }},
-    {"close and stay",
+    {"ask for ever",
      [] {
-         close(childAnswer);
-         spinForEver();
+         for (;;) {
+             answer({Status::asksForRoom, 0, 0, 0, 0, {}});
+         }
      }},
     {"warn", [] { std::fputs("warning\n", stderr); }},
 };
 
 // Forged answers. The decoder exits after each.
 const std::map<std::string, DecodeAnswer> lies = {
-    {"more pixels than there are", {DecodeAnswer::Status::decoded, 9, 9, 1}},
-    {"negative width", {DecodeAnswer::Status::decoded, -1, -1, 1}},
-    {"too wide", {DecodeAnswer::Status::decoded, 16385, 1, 1}},
-    {"odd boolean", {DecodeAnswer::Status::decoded, 1, 1, 7}},
-    {"unknown status", {static_cast<DecodeAnswer::Status>(9), 1, 1, 1}},
-    {"always too large", {DecodeAnswer::Status::needsLargeSlot, 0, 0, 0}},
+    {"negative width", {Status::decoded, -1, -1, 1, 0, {}}},
+    {"too wide", {Status::decoded, 65536, 1, 1, 0, {}}},
+    {"too many pixels", {Status::decoded, 10000, 5001, 1, 0, {}}},
+    {"odd boolean", {Status::decoded, 1, 1, 7, 0, {}}},
+    {"unknown status", {static_cast<Status>(9), 1, 1, 1, 0, {}}},
+    {"always too large", {Status::lacksRoom, 0, 0, 0, 0, {}}},
 };
 
 std::optional<DecodedImage> decodeOnePixel(PixelStore& pixels) {
@@ -143,12 +159,25 @@ std::optional<DecodedImage> misbehave(std::span<const std::uint8_t> encoded, Pix
     return decodeOnePixel(pixels);
 }
 
+std::optional<DecodedImage> callForGIF(std::span<const std::uint8_t> encoded, PixelStore& pixels) {
+    if (formatOf(encoded) == decodeGIF) {
+        kill(getpid(), 0);
+    }
+    return decodeImage(encoded, pixels);
+}
+
+bool isCalled(const std::string& name) {
+    std::array<char, 4096> path{};
+    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+    return length > 0 && std::string(path.data(), static_cast<std::size_t>(length)).ends_with(name);
+}
+
 }  // namespace
 }  // namespace glintmark::decoder
 
 int main() {
-    using namespace std::chrono_literals;
     namespace decoder = glintmark::decoder;
     return decoder::runDecoder(
-        {.decode = decoder::misbehave, .decodeTimeout = 2s, .idleTimeout = 300ms});
+        {.decode = decoder::isCalled("broken-gif") ? decoder::callForGIF : decoder::misbehave,
+         .cpuSeconds = 1});
 }

@@ -1,4 +1,4 @@
-// An image decoder that accepts no request and ends when the program closes the socket.
+// An image decoder that forks no child and ends when the program closes the socket.
 
 #include <poll.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@ int main() {
     if (fork() != 0) {
         _exit(0);
     }
-    pollfd socket{glintmark::decoder::decoderSocket, 0, 0};
+    pollfd socket{glintmark::decoder::helperSocket, 0, 0};
     while (poll(&socket, 1, -1) <= 0) {
     }
     return 0;

@@ -1,0 +1,520 @@
+#include "linux/images/DecodingLoop.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <string>
+#include <utility>
+
+#include "base/graphics/Image.h"
+#include "linux/images/DecoderHelper.h"
+
+namespace glintmark::platform {
+
+namespace {
+
+using decoder::DecodeAnswer;
+using decoder::HelperNotice;
+using decoder::HelperOrder;
+
+// A child may map 40 MiB for small images and 224 MiB for a large one. With the helper (12 MB) and
+// the program (11 MB), either number of children stays under 300 MB.
+constexpr std::size_t maximumSmallChildren = 6;
+constexpr std::size_t maximumBesideLarge = 1;
+
+// Decoding more at once takes longer on two processors.
+constexpr std::size_t maximumRunning = 2;
+
+// The budget of one link.
+constexpr std::uint64_t maximumCPUMicroseconds = 3'000'000;
+constexpr int maximumLostChildren = 2;
+
+// Children of one helper that may crash. Then another helper is executed, which has other
+// addresses.
+constexpr int maximumCrashes = 3;
+
+// A longer pause fails the images that wait.
+constexpr std::chrono::seconds longestWaitForRestart{1};
+
+/// True if the signal means that the child was taken over or has a bug. Being killed does not, nor
+/// does the end of its processor time.
+bool isCrash(int waitStatus) {
+    return WIFSIGNALED(waitStatus) && WTERMSIG(waitStatus) != SIGKILL &&
+           WTERMSIG(waitStatus) != SIGXCPU;
+}
+
+int millisecondsUntil(DecodingLoop::Clock::time_point when) {
+    if (when == DecodingLoop::Clock::time_point::max()) {
+        return -1;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(when - DecodingLoop::Clock::now());
+    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+}
+
+}  // namespace
+
+DecodingLoop::DecodingLoop(const DecoderHelper& executable, const DecodingOptions& options,
+                           RestartPause& pause)
+    : executable_(executable),
+      options_(options),
+      pause_(pause),
+      wakeUp_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      queue_(options.maximumWaitingBytes) {}
+
+void DecodingLoop::add(DecodeTask task) {
+    if (task.data.empty() || task.link->lostChildren >= maximumLostChildren) {
+        finish(std::move(task), nullptr);
+        return;
+    }
+    fail(queue_.add(std::move(task), DecodeSize::small));
+}
+
+void DecodingLoop::endLink(const std::shared_ptr<DecodeLink>& link) {
+    link->hasEnded = true;
+    if (link->child != nullptr && link->child->isIdle() && !link->hasWaiting()) {
+        kill(*link->child);
+    }
+}
+
+std::vector<DecodingLoop::Finished> DecodingLoop::runOnce() {
+    // Answers first: a child may end right after its last one.
+    readAnswers();
+    readNotices();
+    killLate();
+    startImages();
+    return std::exchange(finished_, {});
+}
+
+void DecodingLoop::wait(Clock::time_point latest) {
+    std::vector<pollfd> watched{{wakeUp_.get(), POLLIN, 0}, {helper_.get(), POLLIN, 0}};
+    latest = std::min(latest, spareDeadline_);
+    if (!helper_ && !queue_.isEmpty()) {
+        latest = std::min(latest, pause_.end());
+    }
+    for (const auto& child : children_) {
+        latest = std::min(latest, child->deadline);
+        watched.push_back({child->link != nullptr ? child->channel.get() : -1, POLLIN, 0});
+    }
+    poll(watched.data(), watched.size(), millisecondsUntil(latest));
+    std::uint64_t ignored = 0;
+    [[maybe_unused]] const auto length = read(wakeUp_.get(), &ignored, sizeof ignored);
+}
+
+void DecodingLoop::wake() const {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = write(wakeUp_.get(), &one, sizeof one);
+}
+
+bool DecodingLoop::isIdle() const { return queue_.isEmpty() && running() == 0; }
+
+void DecodingLoop::finish(DecodeTask task, std::shared_ptr<const Image> image) {
+    finished_.push_back({std::move(task.completion), std::move(image)});
+}
+
+void DecodingLoop::fail(DecodeQueue::Tasks tasks) {
+    for (DecodeTask& task : tasks) {
+        finish(std::move(task), nullptr);
+    }
+}
+
+// ---- the helper
+
+/// False if there is none and none can be started now. Then images wait, or fail if the pause is
+/// long.
+bool DecodingLoop::startHelper() {
+    if (helper_) {
+        return true;
+    }
+    const auto now = Clock::now();
+    if (now < pause_.end()) {
+        if (pause_.end() - now > longestWaitForRestart) {
+            fail(queue_.takeAll());
+        }
+        return false;
+    }
+    helper_ = executable_.start();
+    if (!helper_) {
+        pause_.died(now);
+        fail(queue_.takeAll());
+        return false;
+    }
+    crashes_ = 0;
+    spareDeadline_ = now + options_.helperTimeout;  // it forks a child without an order
+    return true;
+}
+
+/// Ends the helper, and with it all children. Their images are decoded again.
+void DecodingLoop::dropHelper() {
+    helper_ = {};
+    spareDeadline_ = Clock::time_point::max();
+    large_ = nullptr;
+    for (const auto& child : std::exchange(children_, {})) {
+        if (child->link != nullptr) {
+            child->link->child = nullptr;
+        }
+        if (child->task) {
+            retryOrFail(std::move(*child->task));
+        }
+    }
+}
+
+void DecodingLoop::helperDied() {
+    pause_.died(Clock::now());
+    dropHelper();
+}
+
+void DecodingLoop::order(HelperOrder::Kind kind, const DecoderChild& child,
+                         std::uint32_t seconds) const {
+    decoder::sendMessage(helper_.get(), HelperOrder{kind, child.id, seconds});
+}
+
+void DecodingLoop::orderSpare() {
+    decoder::sendMessage(helper_.get(), HelperOrder{});
+    spareDeadline_ = Clock::now() + options_.helperTimeout;
+}
+
+void DecodingLoop::kill(DecoderChild& child) {
+    if (!child.isEnding) {
+        child.isEnding = true;
+        child.deadline = Clock::now() + options_.helperTimeout;
+        order(HelperOrder::Kind::kill, child);
+    }
+}
+
+void DecodingLoop::readNotices() {
+    while (helper_) {
+        HelperNotice notice;
+        decoder::NoticeDescriptors descriptors;
+        const auto length = decoder::receiveMessage(
+            helper_.get(), std::as_writable_bytes(std::span(&notice, 1)), descriptors);
+        if (!length) {
+            return;
+        }
+        if (*length != sizeof notice) {
+            helperDied();
+            return;
+        }
+        handle(notice, std::move(descriptors));
+    }
+}
+
+void DecodingLoop::handle(const HelperNotice& notice, decoder::NoticeDescriptors descriptors) {
+    DecoderChild* const child = find(notice.child);
+    switch (notice.kind) {
+        case HelperNotice::Kind::ready:
+            spareDeadline_ = Clock::time_point::max();
+            children_.push_back(std::make_unique<DecoderChild>(
+                DecoderChild{.id = notice.child,
+                             .channel = std::move(descriptors[0]),
+                             .exchange = std::move(descriptors[1])}));
+            break;
+        case HelperNotice::Kind::roomAdded:
+            if (child != nullptr) {
+                sendRoomReply(*child, true);
+            }
+            break;
+        case HelperNotice::Kind::ended:
+            if (child != nullptr) {
+                handleEnd(*child, notice);
+            }
+            break;
+        case HelperNotice::Kind::brokenFormat:
+            options_.logDebug("The sandbox breaks the image decoder's sample " +
+                              std::string(notice.text.data()));
+            break;
+    }
+}
+
+/// The child has ended and holds no memory any more.
+void DecodingLoop::handleEnd(DecoderChild& ended, const HelperNotice& notice) {
+    readAnswer(ended);  // what it sent last
+    const auto position = std::ranges::find(children_, &ended, &std::unique_ptr<DecoderChild>::get);
+    const std::unique_ptr<DecoderChild> child = std::move(*position);
+    children_.erase(position);
+    if (large_ == child.get()) {
+        large_ = nullptr;
+    }
+    if (child->link != nullptr) {
+        child->link->child = nullptr;
+        child->link->cpuMicroseconds += notice.cpuMicroseconds;
+    } else if (spareDeadline_ == Clock::time_point::max()) {
+        orderSpare();
+    }
+    const bool wasKilledFromOutside = WIFSIGNALED(notice.waitStatus) &&
+                                      WTERMSIG(notice.waitStatus) == SIGKILL && !child->isEnding;
+    if (child->task && wasKilledFromOutside) {
+        retryOrFail(std::move(*child->task));
+    } else if (child->task) {
+        ++child->link->lostChildren;
+        finish(std::move(*child->task), nullptr);
+        if (child->link->lostChildren >= maximumLostChildren) {
+            fail(queue_.takeAll(*child->link));
+        }
+    }
+    if (isCrash(notice.waitStatus)) {
+        countCrash(*child, WTERMSIG(notice.waitStatus));
+    }
+}
+
+void DecodingLoop::countCrash(const DecoderChild& child, int signal) {
+    std::string line = "A child of the image decoder was ended by signal " + std::to_string(signal);
+    if (child.refusedCall) {
+        line += ", because of the system call " + std::to_string(*child.refusedCall);
+    }
+    options_.logDebug(line);
+    if (++crashes_ >= maximumCrashes) {
+        helperDied();
+    }
+}
+
+void DecodingLoop::retryOrFail(DecodeTask task) {
+    if (task.wasRetried) {
+        finish(std::move(task), nullptr);
+        return;
+    }
+    task.wasRetried = true;
+    fail(queue_.add(std::move(task), DecodeSize::small));
+}
+
+// ---- the children
+
+void DecodingLoop::readAnswers() {
+    for (const auto& child : children_) {
+        if (child->link != nullptr) {
+            readAnswer(*child);
+        }
+    }
+}
+
+void DecodingLoop::readAnswer(DecoderChild& child) {
+    while (child.channel) {
+        std::array<std::byte, sizeof(DecodeAnswer)> bytes{};
+        decoder::NoticeDescriptors none;
+        const auto length = decoder::receiveMessage(child.channel.get(), bytes, none);
+        if (!length) {
+            return;
+        }
+        if (*length == 0) {
+            child.channel = {};  // the helper will report the child's end
+            return;
+        }
+        const auto answer =
+            decoder::parseAnswer({reinterpret_cast<const std::uint8_t*>(bytes.data()), *length});
+        if (answer && answer->status == DecodeAnswer::Status::refusedCall) {
+            child.refusedCall = answer->call;
+        } else if (!answer || !child.task || child.isEnding) {
+            child.channel = {};
+            kill(child);  // it did what no child does
+        } else if (answer->status == DecodeAnswer::Status::asksForRoom) {
+            handleRoomQuestion(child);
+        } else {
+            handleAnswer(child, *answer);
+        }
+    }
+}
+
+/// Room is refused while it is not free. Then the image waits until it is its turn.
+void DecodingLoop::handleRoomQuestion(DecoderChild& child) {
+    if (std::exchange(child.hasAsked, true)) {
+        kill(child);
+        return;
+    }
+    const bool isFree = large_ == nullptr && queue_.isEmpty(DecodeSize::large) &&
+                        smallChildren(child.link.get()) <= maximumBesideLarge;
+    if (isFree) {
+        large_ = &child;
+    }
+    if (large_ == &child) {
+        child.deadline = Clock::now() + options_.largeImageTimeout;
+        order(HelperOrder::Kind::addRoom, child);
+    } else {
+        sendRoomReply(child, false);
+    }
+}
+
+void DecodingLoop::handleAnswer(DecoderChild& child, const DecodeAnswer& answer) {
+    auto image = receiveImage(child, answer);
+    DecodeTask task = std::move(*child.task);
+    child.task.reset();
+    child.lastUse = Clock::now();
+    child.deadline = Clock::time_point::max();
+    if (answer.status == DecodeAnswer::Status::lacksRoom && &child != large_) {
+        fail(queue_.add(std::move(task), DecodeSize::large));
+    } else {
+        finish(std::move(task), std::move(image));
+    }
+    // Only the end of a child proves that a large image's memory is free.
+    if (&child == large_ || (child.link->hasEnded && !child.link->hasWaiting())) {
+        kill(child);
+    }
+}
+
+void DecodingLoop::killLate() {
+    const auto now = Clock::now();
+    const auto isStuck = [&](const auto& child) {
+        return child->isEnding && now >= child->deadline;
+    };
+    if (now >= spareDeadline_ || std::ranges::any_of(children_, isStuck)) {
+        helperDied();
+        fail(queue_.takeAll());
+        return;
+    }
+    for (const auto& child : children_) {
+        if (now >= child->deadline) {
+            kill(*child);
+        }
+    }
+}
+
+// ---- whose turn it is
+
+void DecodingLoop::startImages() {
+    if (queue_.isEmpty() || !startHelper()) {
+        return;
+    }
+    startLarge();
+    startSmall();
+}
+
+/// Starts a large image as soon as at most one other child has memory.
+void DecodingLoop::startLarge() {
+    if (large_ != nullptr || queue_.isEmpty(DecodeSize::large)) {
+        return;
+    }
+    auto task = queue_.take(DecodeSize::large, [this](const DecodeLink& link) {
+        const bool hasChild = link.child != nullptr ? link.child->isIdle() : spare() != nullptr;
+        return hasChild && smallChildren(&link) <= maximumBesideLarge;
+    });
+    if (!task) {
+        const DecodeLink& next = queue_.next(DecodeSize::large);
+        if (smallChildren(&next) > maximumBesideLarge) {
+            makePlace(&next);
+        }
+    } else if (DecoderChild* const child = childFor(task->link)) {
+        large_ = child;
+        begin(std::move(*task), *child);
+    } else {
+        finish(std::move(*task), nullptr);
+    }
+}
+
+void DecodingLoop::startSmall() {
+    if (!queue_.isEmpty(DecodeSize::small)) {
+        const DecodeLink& next = queue_.next(DecodeSize::small);
+        if (next.child == nullptr && smallChildren(nullptr) >= smallPlaces()) {
+            makePlace(&next);
+        }
+    }
+    while (running() < maximumRunning) {
+        auto task = queue_.take(DecodeSize::small,
+                                [this](const DecodeLink& link) { return mayStartSmall(link); });
+        if (!task) {
+            break;
+        }
+        if (DecoderChild* const child = childFor(task->link)) {
+            begin(std::move(*task), *child);
+        } else {
+            finish(std::move(*task), nullptr);
+        }
+    }
+}
+
+bool DecodingLoop::mayStartSmall(const DecodeLink& link) const {
+    if (link.child != nullptr) {
+        return link.child->isIdle();
+    }
+    return spare() != nullptr && smallChildren(nullptr) < smallPlaces();
+}
+
+std::size_t DecodingLoop::smallPlaces() const {
+    const bool hasLarge = large_ != nullptr || !queue_.isEmpty(DecodeSize::large);
+    return hasLarge ? maximumBesideLarge : maximumSmallChildren;
+}
+
+/// The child of `link`, or the spare child, which then becomes the link's. Null if the link has
+/// used up its budget.
+DecoderChild* DecodingLoop::childFor(const std::shared_ptr<DecodeLink>& link) {
+    if (link->child != nullptr) {
+        return link->child;
+    }
+    const std::uint64_t used = std::min(link->cpuMicroseconds, maximumCPUMicroseconds);
+    const auto seconds = static_cast<std::uint32_t>((maximumCPUMicroseconds - used) / 1'000'000);
+    if (seconds == 0) {
+        link->lostChildren = maximumLostChildren;
+        fail(queue_.takeAll(*link));
+        return nullptr;
+    }
+    DecoderChild* const child = spare();
+    child->link = link;
+    link->child = child;
+    if (used > 0) {
+        order(HelperOrder::Kind::limitTime, *child, seconds);
+    }
+    orderSpare();
+    return child;
+}
+
+void DecodingLoop::begin(DecodeTask task, DecoderChild& child) {
+    child.task = std::move(task);
+    child.hasAsked = false;
+    child.lastUse = Clock::now();
+    child.deadline = child.lastUse + options_.imageTimeout;
+    if (!sendImage(child, child.task->data)) {
+        finish(std::move(*child.task), nullptr);
+        child.task.reset();
+        kill(child);
+    }
+}
+
+/// Ends a child that is idle, unless one is ending already: rather one whose link has no image
+/// waiting, then the one that has been idle for the longest time. Never that of `except`.
+void DecodingLoop::makePlace(const DecodeLink* except) {
+    const auto rank = [](const DecoderChild& child) {
+        return std::pair(!child.link->waiting[0].empty(), child.lastUse);
+    };
+    DecoderChild* best = nullptr;
+    for (const auto& child : children_) {
+        if (child->isEnding) {
+            return;
+        }
+        const bool isCandidate = child->isIdle() && child->link.get() != except;
+        if (isCandidate && (best == nullptr || rank(*child) < rank(*best))) {
+            best = child.get();
+        }
+    }
+    if (best != nullptr) {
+        kill(*best);
+    }
+}
+
+DecoderChild* DecodingLoop::spare() const {
+    const auto found = std::ranges::find_if(
+        children_, [](const auto& child) { return child->link == nullptr && !child->isEnding; });
+    return found != children_.end() ? found->get() : nullptr;
+}
+
+DecoderChild* DecodingLoop::find(std::uint32_t id) const {
+    const auto found =
+        std::ranges::find(children_, id, [](const auto& child) { return child->id; });
+    return found != children_.end() ? found->get() : nullptr;
+}
+
+/// The children, except that of the large image, that may hold memory of an image.
+std::size_t DecodingLoop::smallChildren(const DecodeLink* except) const {
+    return static_cast<std::size_t>(std::ranges::count_if(children_, [&](const auto& child) {
+        return child->link != nullptr && child->link.get() != except && child.get() != large_;
+    }));
+}
+
+std::size_t DecodingLoop::running() const {
+    return static_cast<std::size_t>(std::ranges::count_if(
+        children_, [](const auto& child) { return child->task.has_value(); }));
+}
+
+}  // namespace glintmark::platform

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "base/system/FileDescriptor.h"
+#include "decoder/DecoderProtocol.h"
+#include "decoder/DescriptorMessage.h"
+#include "linux/images/ChildConnection.h"
+#include "linux/images/DecodeQueue.h"
+#include "linux/images/RestartPause.h"
+
+namespace glintmark::platform {
+
+class DecoderHelper;
+
+struct DecodingOptions {
+    /// For one image. The limits on processor time are lower, so these matter only if the machine
+    /// is busy or a child stops.
+    std::chrono::milliseconds imageTimeout = std::chrono::seconds(5);
+    std::chrono::milliseconds largeImageTimeout = std::chrono::seconds(15);
+    /// For what the helper does itself: starting, forking and killing a child.
+    std::chrono::milliseconds helperTimeout = std::chrono::seconds(7);
+    /// How long the decoder keeps its thread and its process without an image.
+    std::chrono::milliseconds idleTimeout = std::chrono::seconds(30);
+    std::size_t maximumWaitingBytes = std::size_t{32} << 20U;  ///< Encoded images in the queue.
+    /// Receives lines about children that died and formats that do not work. Any thread.
+    std::function<void(std::string_view line)> logDebug = [](std::string_view) {};
+};
+
+/// The helper process, its children and the images that they decode. For one thread, except `wake`.
+///
+/// Each link has at most one child. The memory of all children together is limited: up to
+/// `maximumSmallChildren`, or one with a large image and one other. A child keeps its place until
+/// its link ends, unless another link needs the place while the child has nothing to do.
+class DecodingLoop {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Finished {
+        ImageDecoder::Completion completion;
+        std::shared_ptr<const Image> image;
+    };
+
+    /// `pause` outlives the loop and keeps the deaths of earlier ones.
+    DecodingLoop(const DecoderHelper& executable, const DecodingOptions& options,
+                 RestartPause& pause);
+
+    DecodingLoop(const DecodingLoop&) = delete;
+    DecodingLoop& operator=(const DecodingLoop&) = delete;
+
+    void add(DecodeTask task);
+    void endLink(const std::shared_ptr<DecodeLink>& link);
+
+    /// Does all work that needs no waiting. Returns the images that are done.
+    std::vector<Finished> runOnce();
+
+    /// Waits until there is work, at most until `latest`.
+    void wait(Clock::time_point latest);
+
+    void wake() const;  ///< Ends the running `wait`, or the next one if none runs. Any thread.
+
+    bool isIdle() const;  ///< No image waits or is under way.
+
+private:
+    using Children = std::vector<std::unique_ptr<DecoderChild>>;
+
+    void finish(DecodeTask task, std::shared_ptr<const Image> image);
+    void fail(DecodeQueue::Tasks tasks);
+
+    bool startHelper();
+    void dropHelper();
+    void helperDied();
+    void order(decoder::HelperOrder::Kind kind, const DecoderChild& child,
+               std::uint32_t seconds = 0) const;
+    void orderSpare();
+    void kill(DecoderChild& child);
+
+    void readNotices();
+    void handle(const decoder::HelperNotice& notice, decoder::NoticeDescriptors descriptors);
+    void handleEnd(DecoderChild& child, const decoder::HelperNotice& notice);
+    void countCrash(const DecoderChild& child, int signal);
+    void retryOrFail(DecodeTask task);
+
+    void readAnswers();
+    void readAnswer(DecoderChild& child);
+    void handleRoomQuestion(DecoderChild& child);
+    void handleAnswer(DecoderChild& child, const decoder::DecodeAnswer& answer);
+    void killLate();
+
+    void startImages();
+    void startSmall();
+    void startLarge();
+    bool mayStartSmall(const DecodeLink& link) const;
+    void begin(DecodeTask task, DecoderChild& child);
+    DecoderChild* childFor(const std::shared_ptr<DecodeLink>& link);
+    void makePlace(const DecodeLink* except);
+    std::size_t smallPlaces() const;
+
+    DecoderChild* spare() const;
+    DecoderChild* find(std::uint32_t id) const;
+    std::size_t smallChildren(const DecodeLink* except) const;
+    std::size_t running() const;
+
+    const DecoderHelper& executable_;
+    const DecodingOptions& options_;
+    RestartPause& pause_;
+    FileDescriptor wakeUp_;
+    FileDescriptor helper_;                                       // empty while there is no helper
+    Clock::time_point spareDeadline_ = Clock::time_point::max();  // max if none was ordered
+    int crashes_ = 0;                                             // of this helper's children
+    DecodeQueue queue_;
+    Children children_;
+    DecoderChild* large_ = nullptr;  // the child that may decode a large image
+    std::vector<Finished> finished_;
+};
+
+}  // namespace glintmark::platform
