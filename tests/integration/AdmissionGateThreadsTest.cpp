@@ -48,7 +48,7 @@ TEST_F(AdmissionGateThreadsTest, EachRunBeginsOnceAndNeverTooManyAtATime) {
     std::atomic<int> tooMany = 0;
     std::atomic<int> ended = 0;
     {
-        AdmissionGate gate(places);
+        AdmissionGate gate({.places = places});
         std::latch begin(threadCount);
         std::vector<std::thread> threads;
         for (std::size_t i = 0; i < threadCount; ++i) {

@@ -168,13 +168,6 @@ TEST_F(FileWatcherInotifyTest, AFolderThatDiffersByASlashReportsEachFileOnce) {
     EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
 }
 
-TEST_F(FileWatcherInotifyTest, RelativeAndEmptyFoldersDoNoHarm) {
-    auto watcher = startedWatcher({"", "no-such-folder", "./no-such-folder/"});
-    home().write("Desktop/a.webloc");
-    ASSERT_TRUE(bothTriggersRan(*watcher));
-    EXPECT_THAT(delivered(), ElementsAre(home().path("Desktop/a.webloc")));
-}
-
 TEST_F(FileWatcherInotifyTest, ALinkIsReportedAtTheNextChangeOnceItsTargetExists) {
     auto watcher = startedWatcher();
     home().createDirectories("Downloads/sub");

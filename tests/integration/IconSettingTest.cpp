@@ -112,9 +112,7 @@ TEST_F(IconSettingTest, AnExistingPathYieldsOnlyTheSuccessLine) {
 }
 
 TEST_F(IconSettingTest, AnImageWhosePixelsAreLostLeavesNothingBehind) {
-    IconApplier::apply(std::make_shared<const Image>(
-                           Size{2000, 2000}, [] { return std::optional<BitmapImageRep>(); }),
-                       linkFile_);
+    IconApplier::apply(std::make_shared<const Image>(Size{2000, 2000}), linkFile_);
     EXPECT_THAT(log().lines(), ElementsAre("Glintmark: アイコン適用失敗 → " + linkFile_));
     EXPECT_FALSE(std::filesystem::exists(folder_ / "data"));
     EXPECT_FALSE(hasThumbnails());

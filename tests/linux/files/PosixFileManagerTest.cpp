@@ -147,9 +147,9 @@ TEST_F(PosixFileManagerTest, AFileReadThroughALinkIsTheOneItLeadsTo) {
     FileIdentity direct;
     FileIdentity linked;
     FileIdentity inLinkedFolder;
-    EXPECT_EQ(manager_.contents(directory_.path("real/target"), 10, &direct), "x");
-    EXPECT_EQ(manager_.contents(directory_.path("link"), 10, &linked), "x");
-    EXPECT_EQ(manager_.contents(directory_.path("folder/target"), 10, &inLinkedFolder), "x");
+    EXPECT_EQ(manager_.contents(directory_.path("real/target"), &direct), "x");
+    EXPECT_EQ(manager_.contents(directory_.path("link"), &linked), "x");
+    EXPECT_EQ(manager_.contents(directory_.path("folder/target"), &inLinkedFolder), "x");
     EXPECT_EQ(direct.place, directory_.path("real/target"));
     EXPECT_EQ(inLinkedFolder, direct);
     EXPECT_TRUE(linked.isThroughLink);
@@ -210,14 +210,14 @@ TEST_F(PosixFileManagerTest, OtherFilesAreReadWhileReadingManyHangs) {
             const auto name = std::to_string(static_cast<int>(call)) + "-" + std::to_string(i);
             mount->addFile(name, "x");
             global.async([&, path = directory_.path("mount/" + name)] {
-                EXPECT_EQ(manager_.contents(path, 10), "x");
+                EXPECT_EQ(manager_.contents(path), "x");
                 ++done;
             });
         }
         test::Event isRead;
         directory_.write("file", "x");
         global.async([&] {
-            EXPECT_EQ(manager_.contents(directory_.path("file"), 10), "x");
+            EXPECT_EQ(manager_.contents(directory_.path("file")), "x");
             isRead.set();
         });
         EXPECT_TRUE(isRead.wait());
