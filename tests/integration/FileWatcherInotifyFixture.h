@@ -115,6 +115,7 @@ protected:
 
     test::TemporaryDirectory& home() { return home_; }
     const std::vector<std::string>& delivered() const { return delivered_; }
+    void forgetDelivered() { delivered_.clear(); }
     RemovingFileManager& files() { return fileManager_; }
     doubles::FakeLog& log() { return fakes_.log; }
 

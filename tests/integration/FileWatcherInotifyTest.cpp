@@ -3,6 +3,7 @@
 #include <sys/xattr.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -60,12 +61,24 @@ TEST_F(FileWatcherInotifyTest, AnAddedFolderThatAppearsLaterIsWatched) {
 }
 
 TEST_F(FileWatcherInotifyTest, AnOldFileInASubfolderIsReportedOnceAnythingChangesThere) {
-    for (const auto* folder : {"appended", "attribute", "emptied", "left"}) {
+    std::size_t withoutSubfolders = 0;
+    {
+        auto watcher = startedWatcher();
+        home().write("Desktop/a.webloc");
+        home().write("Downloads/a.webloc");
+        ASSERT_TRUE(bothTriggersRan(*watcher));
+        withoutSubfolders = inotifyWatches();
+    }
+    ASSERT_TRUE(waitUntil([] { return inotifyWatches() == 0; }));
+    forgetDelivered();
+    constexpr std::array folders{"appended", "attribute", "emptied", "left"};
+    for (const auto* folder : folders) {
         home().write("Downloads/" + std::string(folder) + "/old.webloc");
         home().write("Downloads/" + std::string(folder) + "/file");
     }
     const auto path = [this](const std::string& name) { return home().path("Downloads/" + name); };
     auto watcher = startedWatcher();
+    ASSERT_TRUE(waitUntil([&] { return inotifyWatches() == withoutSubfolders + folders.size(); }));
     home().write("Downloads/appended/file", "more");
     EXPECT_EQ(::chmod(path("attribute/file").c_str(), 0600), 0);
     home().remove("Downloads/emptied/file");
