@@ -33,8 +33,8 @@ std::array<std::string, 2> FakeFileManager::desktopAndDownloads() {
 bool FakeFileManager::contentsOfDirectory(const std::string& directory,
                                           const std::function<void(std::string_view)>& visit) {
     listings_.push_back(directory);
-    if (onListing) {
-        onListing(directory);
+    if (const auto hook = onListing) {  // a copy: the hook may replace itself
+        hook(directory);
     }
     const auto path = withoutTrailingSlashes(directory);
     const auto node = nodes_.find(path);
@@ -92,8 +92,8 @@ platform::Entry FakeFileManager::entry(const std::string& path) {
 }
 
 bool FakeFileManager::fileExists(const std::string& path) {
-    if (onFollowing) {
-        onFollowing(path);
+    if (const auto hook = onFollowing) {
+        hook(path);
     }
     const auto node = nodes_.find(withoutTrailingSlashes(path));
     return node != nodes_.end() && (!node->second.target || fileExists(*node->second.target));
