@@ -169,14 +169,10 @@ bool TreeWatches::noteIfClosed(Watch watch, const std::string& path) {
 /// in the meantime does no harm: that directory's own event arrives later, and all directories
 /// below it are then walked.
 void TreeWatches::handleMove(Watch watch) {
-    for (const auto& [parent, name] : tree_.links(watch)) {
-        const auto parentPath = tree_.anyPath(parent);
-        const bool holds =
-            !parentPath.empty() &&
-            watchDirectory(appendPathComponent(parentPath, name), IN_DONT_FOLLOW) == watch;
-        if (!holds) {
-            tree_.unlink(watch, parent, name);
-            visitIn(parent, name, Walk::arrived);  // its replacement, if there is one
+    for (const auto& link : tree_.links(watch)) {
+        if (!holds(watch, link)) {
+            tree_.unlink(watch, link.parent, link.name);
+            visitIn(link.parent, link.name, Walk::arrived);  // its replacement, if there is one
         }
     }
     hasStrays_ = true;

@@ -134,6 +134,8 @@ private:
     void readDirectory(const Place& place, Walk walk);
     void visit(const Place& place, const std::string& name, Walk walk);
     void visitIn(Watch parent, const std::string& name, Walk walk);
+    bool isInKnownPlace(Watch watch);
+    bool holds(Watch watch, const WatchTree::Link& link);
     bool isChanged(Walk walk, bool isNew, StampedChange change) const;
     Walk walkBelow(Walk walk, bool isNew, StampedChange change) const;
     void endWalk();

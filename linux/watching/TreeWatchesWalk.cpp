@@ -165,10 +165,14 @@ void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) 
     }
     const bool isNew = tree_.add(watch);
     const bool isFirstVisit = isNew || !tree_.isSeen(watch);
+    const bool isKnownElsewhere = !isNew && !tree_.isLinked(watch, place.watch, name);
+    if (isKnownElsewhere && !isInKnownPlace(watch)) {
+        // No event told of its arrival here, for example in a directory made just before.
+        walk = Walk::moved;
+    }
     if (walksAgain_) {
-        const bool liesElsewhere =
-            isFirstVisit && !isNew && !tree_.isLinked(watch, place.watch, name);
-        const bool isMoved = meansMoved(walk) || liesElsewhere || unfinished_.contains(watch);
+        const bool isMoved =
+            meansMoved(walk) || (isFirstVisit && isKnownElsewhere) || unfinished_.contains(watch);
         walk = isMoved ? Walk::moved : Walk::again;
         if (isFirstVisit) {
             tree_.unlinkAll(watch);  // links from before this walk may be out of date
@@ -205,6 +209,25 @@ void TreeWatches::visitIn(Watch parent, const std::string& name, Walk walk) {
         return;  // moved out; if it is moved back, all of it is walked
     }
     visit({.watch = parent, .path = path}, name, walk);
+}
+
+/// True if the directory still is where its links, or a watched folder's path, say.
+bool TreeWatches::isInKnownPlace(Watch watch) {
+    for (std::size_t i = 0; i < tree_.folders().size(); ++i) {
+        if (tree_.folderWatch(i) == watch && watchDirectory(tree_.folders()[i], 0) == watch) {
+            return true;
+        }
+    }
+    const auto links = tree_.links(watch);
+    return std::any_of(links.begin(), links.end(),
+                       [&](const WatchTree::Link& link) { return holds(watch, link); });
+}
+
+/// True if the directory that the link's path names now is `watch`.
+bool TreeWatches::holds(Watch watch, const WatchTree::Link& link) {
+    const auto path = tree_.anyPath(link.parent);
+    return !path.empty() &&
+           watchDirectory(appendPathComponent(path, link.name), IN_DONT_FOLLOW) == watch;
 }
 
 /// True if a directory that a walk found counts as changed.

@@ -123,6 +123,65 @@ TEST_F(InotifyEventStreamTreeTest, AMovedDirectoryIsReportedWithAllBelowIt) {
     }
 }
 
+TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedIntoOneMadeJustBeforeIsReportedWithAllBelowIt) {
+    directory_.createDirectories("links/a/deep/deeper");
+    ageTimeStamps();
+    watchSettled({"links"});
+    std::atomic<bool> done = false;
+    beforeWatching([&](const std::string& path) {
+        if (path == directory_.path("links/first") && !done.exchange(true)) {
+            // All before the stream can watch the new directory: its entries have no events.
+            directory_.createDirectories("links/new");
+            directory_.move("links/a", "links/new/a");
+            directory_.createDirectories("links/new/a/made/below");
+        }
+        return 0;
+    });
+    directory_.createDirectories("links/first");
+    for (const auto* name :
+         {"links/new/a", "links/new/a/deep", "links/new/a/deep/deeper", "links/new/a/made/below"}) {
+        EXPECT_TRUE(isReported(name)) << name;
+    }
+    settle("links");
+    directory_.write("links/new/a/made/below/x.webloc");
+    EXPECT_TRUE(isReported("links/new/a/made/below"));
+}
+
+TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedBelowWhatWasInItIsReportedWithAllBelowIt) {
+    directory_.createDirectories("links/a/inner");
+    directory_.createDirectories("links/a/deep/deeper");
+    ageTimeStamps();
+    watchSettled({"links"});
+    std::atomic<bool> done = false;
+    beforeWatching([&](const std::string& path) {
+        if (path == directory_.path("links/first") && !done.exchange(true)) {
+            // The inner directory ends under its old path, but in another directory.
+            directory_.move("links/a/inner", "links/aside");
+            directory_.move("links/a", "links/b");
+            directory_.createDirectories("links/a");
+            directory_.move("links/aside", "links/a/inner");
+            directory_.move("links/b", "links/a/inner/b");
+        }
+        return 0;
+    });
+    directory_.createDirectories("links/first");
+    for (const auto* name : {"links/a/inner", "links/a/inner/b", "links/a/inner/b/deep/deeper"}) {
+        EXPECT_TRUE(isReported(name)) << name;
+    }
+    settle("links");
+    directory_.write("links/a/inner/b/deep/deeper/x.webloc");
+    EXPECT_TRUE(isReported("links/a/inner/b/deep/deeper"));
+}
+
+TEST_F(InotifyEventStreamTreeTest, AFolderInAFolderIsNotTakenForMoved) {
+    directory_.createDirectories("links/inner/deep");
+    ageTimeStamps();
+    watch({"links", "links/inner"});
+    directory_.createDirectories("links/last");
+    EXPECT_TRUE(isReported("links/last"));
+    EXPECT_FALSE(reports_.has(directory_.path("links/inner/deep")));
+}
+
 TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedAheadOfTheWalkIsFoundInItsNewPlace) {
     directory_.createDirectories("links/early/a/deep");
     directory_.createDirectories("links/late/b/deep");
