@@ -24,13 +24,13 @@ struct DecoderChild {
     std::uint32_t id = 0;
     FileDescriptor channel;  ///< Empty once the child has closed its end.
     FileDescriptor exchange;
-    std::shared_ptr<DecodeLink> link;  ///< Null for the spare child, which has read nothing yet.
-    std::optional<DecodeTask> task;    ///< The image under way.
+    std::shared_ptr<DecodeLink> link{};  ///< Null for the spare child, which has read nothing yet.
+    std::optional<DecodeTask> task{};    ///< The image under way.
     Clock::time_point deadline = Clock::time_point::max();  ///< Of the image, or of its end.
     Clock::time_point lastUse{};
     bool hasAsked = false;  ///< For room, for this image.
     bool isEnding = false;  ///< The helper was told to kill it.
-    std::optional<std::int32_t> refusedCall;
+    std::optional<std::int32_t> refusedCall{};
 
     bool isIdle() const { return link != nullptr && !task && !isEnding && channel; }
 };
