@@ -33,13 +33,20 @@ constexpr std::size_t maximumGrowth = std::size_t{64} * 1024;
 constexpr std::size_t alwaysReadBytes = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t usableShareOfMemory = 2;  // one half
 
-/// False if `size` bytes would take more than half of the memory that the system can still give.
+// The whole program is to stay below 300 MB. A link file of this size is an attack or an accident.
+constexpr std::size_t maximumBytesInMemory = std::size_t{256} * 1024 * 1024;
+
+/// False if `size` bytes would take more memory than the program may have, or more than half of
+/// what the system can still give.
 /// The system promises more memory than it has and ends processes when it runs out, so asking for
 /// memory does not tell (proc(5): overcommit_memory). A sparse file takes no room on the disk, but
 /// its bytes do in memory.
 bool hasMemoryFor(std::size_t size) {
     if (size <= alwaysReadBytes) {
         return true;
+    }
+    if (size > maximumBytesInMemory) {
+        return false;
     }
     const auto table = readFile("/proc/meminfo");
     constexpr std::string_view label = "MemAvailable:";

@@ -143,11 +143,11 @@ class BadInputTest(DesktopTest):
         with open(huge, "wb") as file:
             file.truncate(3 << 30)
         odd = self.drop("odd.webloc", "not a link")
-        for path in (broken, huge):
-            self.program.wait_for_line(f"Glintmark: plistパース失敗 → {path}")
+        self.program.wait_for_line(f"Glintmark: plistパース失敗 → {broken}")
+        self.program.wait_for_line(f"{NO_LINK}{broken}")
+        for path in (folder, huge):  # there is no memory for the huge one
+            self.program.wait_for_line(f"Glintmark: ファイル読み込み失敗 → {path}")
             self.program.wait_for_line(f"{NO_LINK}{path}")
-        self.program.wait_for_line(f"Glintmark: ファイル読み込み失敗 → {folder}")
-        self.program.wait_for_line(f"{NO_LINK}{folder}")
         self.program.wait_for_line(f"{NO_ICON}not a link")
         self.assertIsNone(icon_name(odd))
         self.drop_and_wait("good.webloc")

@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 
 #include "tests/fuzz/FuzzTarget.h"
@@ -43,11 +43,16 @@ Bytes wrapped(std::initializer_list<std::uint8_t> prefix, const std::uint8_t* fo
     return bytes;
 }
 
-template <typename... Values>
-std::string text(const char* format, Values... values) {
-    std::array<char, 64> buffer{};
-    std::snprintf(buffer.data(), buffer.size(), format, values...);
-    return buffer.data();
+std::string octal(unsigned value) {
+    std::ostringstream text;
+    text << '0' << std::oct << value;
+    return text.str();
+}
+
+std::string hexadecimal(unsigned value) {
+    std::ostringstream text;
+    text << "0x" << std::hex << value;
+    return text.str();
 }
 
 }  // namespace
@@ -66,9 +71,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned whole =
         unsigned{data[0]} << 24 | unsigned{data[1]} << 16 | unsigned{data[2]} << 8 | data[3];
     for (const std::string& spelling :
-         {text("%u", whole), text("0x%x", whole), text("0%o", whole),
-          text("%u.0x%x", whole >> 24, whole & 0xFFFFFF),
-          text("0%o.%u.%u.", whole >> 24, whole >> 16 & 0xFF, whole & 0xFFFF)}) {
+         {std::to_string(whole), hexadecimal(whole), octal(whole),
+          std::to_string(whole >> 24) + "." + hexadecimal(whole & 0xFFFFFF),
+          octal(whole >> 24) + "." + std::to_string(whole >> 16 & 0xFF) + "." +
+              std::to_string(whole & 0xFFFF) + "."}) {
         fuzz::require(addressSpaceOfName(spelling) == four);
     }
     fuzz::require((data[0] != 127 && data[0] != 0) || four == AddressSpace::loopback);
