@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "app/AppDelegate.h"
+#include "app/RunApplication.h"
 #include "base/system/StandardDescriptors.h"
 #include "linux/bundle/EmbeddedBundle.h"
 #include "linux/bundle/UserLanguages.h"
@@ -121,17 +122,6 @@ struct LinuxPlatform {
     };
 };
 
-platform::Application* application = nullptr;
-std::shared_ptr<AppDelegate> delegate;
-
-void run(platform::Application& sharedApplication) {
-    application = &sharedApplication;
-    application->setActivationPolicy(platform::ActivationPolicy::accessory);
-    delegate = std::make_shared<AppDelegate>();
-    application->setDelegate(*delegate);
-    application->run();
-}
-
 void reportRunningInstance() { std::fputs("Glintmark is running already.\n", stderr); }
 
 /// Quits as for a termination signal from outside.
@@ -190,7 +180,7 @@ int main() {
     LinuxPlatform linuxPlatform(loops, process, bus);
     const platform::ServicesScope scope(linuxPlatform.services);
     platform::registerFileTypeOfBuildTree(platform::programFolder(), g_get_user_data_dir());
-    run(process);
+    const auto delegate = runApplication(process);
 
     // Destructors would wait for running fetches and decodes, whose results are not needed any
     // more. Nothing needs saving: persistent data is written when it changes.
