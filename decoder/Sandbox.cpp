@@ -126,19 +126,21 @@ bool allowDecoding(void* filter, int channel) {
 // their own threads.
 bool allowSanitizer(void* filter) {
     static constexpr int calls[] = {
-        SCMP_SYS(sigaltstack),     SCMP_SYS(rt_sigaction),  SCMP_SYS(rt_sigprocmask),
-        SCMP_SYS(rt_sigreturn),    SCMP_SYS(sched_yield),   SCMP_SYS(gettid),
-        SCMP_SYS(getpid),          SCMP_SYS(readlink),      SCMP_SYS(getrlimit),
-        SCMP_SYS(prlimit64),       SCMP_SYS(tgkill),        SCMP_SYS(nanosleep),
-        SCMP_SYS(clock_nanosleep), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday),
-        SCMP_SYS(madvise),         SCMP_SYS(futex),
+        SCMP_SYS(sigaltstack),   SCMP_SYS(rt_sigaction), SCMP_SYS(rt_sigprocmask),
+        SCMP_SYS(rt_sigreturn),  SCMP_SYS(sched_yield),  SCMP_SYS(gettid),
+        SCMP_SYS(getpid),        SCMP_SYS(readlink),     SCMP_SYS(getrlimit),
+        SCMP_SYS(tgkill),        SCMP_SYS(nanosleep),    SCMP_SYS(clock_nanosleep),
+        SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday), SCMP_SYS(madvise),
+        SCMP_SYS(futex),
     };
     for (const int call : calls) {
         if (!allow(filter, call)) {
             return false;
         }
     }
-    return allowUnlessExecutable(filter, SCMP_SYS(mprotect));
+    const scmp_arg_cmp noNewLimit = {2, SCMP_CMP_EQ, 0, 0};
+    return allowOnlyIf(filter, SCMP_SYS(prlimit64), noNewLimit) &&
+           allowUnlessExecutable(filter, SCMP_SYS(mprotect));
 }
 
 // ---- the report of a refused call

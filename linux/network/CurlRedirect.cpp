@@ -12,10 +12,10 @@ namespace {
 
 std::optional<std::string> part(const CurlURLHandle& url, CURLUPart which, unsigned flags = 0) {
     char* text = nullptr;
-    if (curl_url_get(url.get(), which, &text, flags) != CURLUE_OK) {
-        return std::nullopt;
-    }
-    return std::string(CurlStringHandle(text).get());
+    const CURLUcode outcome = curl_url_get(url.get(), which, &text, flags);
+    // libcurl 7.88 also returns a text that it refuses as an international name.
+    const CurlStringHandle owned(text);
+    return outcome == CURLUE_OK ? std::optional<std::string>(owned.get()) : std::nullopt;
 }
 
 /// Sets the whole address in the way a request does. False if libcurl refuses it.

@@ -303,7 +303,8 @@ TEST(BlockingSectionTest, ShortSectionsAddNoThreads) {
         });
     }
     EXPECT_TRUE(waitFor([&] { return done == 1000; }));
-    EXPECT_LE(most, 2U);  // one stands by
+    // One stands by. A loaded machine may pause a few sections for longer than the patience.
+    EXPECT_LE(most, 10U);
 }
 
 TEST(BlockingSectionTest, AQueueCanBeDestroyedWhileAThreadIsLost) {
