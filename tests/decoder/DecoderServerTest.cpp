@@ -135,7 +135,9 @@ TEST_F(DecoderServerTest, AKilledChildIsReaped) {
     EXPECT_EQ(ended.kind, Kind::ended);
     EXPECT_TRUE(WIFSIGNALED(ended.waitStatus));
     EXPECT_GT(ended.cpuMicroseconds, 0U);
-    EXPECT_TRUE(childrenOf(helper_).empty());
+    while (!childrenOf(helper_).empty()) {  // the child that tests the formats may still run
+        poll(nullptr, 0, 1);
+    }
 }
 
 TEST_F(DecoderServerTest, OrdersForUnknownChildrenAreIgnored) {
