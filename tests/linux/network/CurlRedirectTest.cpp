@@ -61,6 +61,31 @@ TEST(CurlRedirectTest, RefusesOtherSchemesAndBrokenAddresses) {
     EXPECT_FALSE(redirectTarget("not an address", "/a"));
 }
 
+TEST(CurlRedirectTest, NoAddressLeadsNowhere) {
+    EXPECT_FALSE(redirectTarget("no address", "/b"));
+    EXPECT_FALSE(addressParts("http://a b/"));
+    EXPECT_FALSE(addressParts("http://a\xff.example/")) << "no international name";
+    EXPECT_FALSE(proxyParts("http://a b/"));
+}
+
+TEST(CurlRedirectTest, ProxiesHaveTheDefaultPortsOfLibcurl) {
+    EXPECT_EQ(proxyParts("proxy")->port, 1080);
+    EXPECT_EQ(proxyParts("https://proxy")->port, 443);
+    EXPECT_EQ(proxyParts("http://PROXY:3128")->port, 3128);
+    EXPECT_EQ(proxyParts("http://PROXY:3128")->host, "proxy");
+}
+
+TEST(CurlRedirectTest, CredentialsAreTakenOutOfAnAddress) {
+    const auto found = addressCredentials("http://kim:secret@h/a?b");
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->origin, "http://h:80");
+    EXPECT_EQ(found->userAndPassword, "kim:secret");
+    EXPECT_EQ(found->withoutThem, "http://h/a?b");
+    EXPECT_FALSE(addressCredentials("http://h/a@b"));
+    EXPECT_FALSE(addressCredentials("http://a b@/"));
+    EXPECT_FALSE(addressCredentials("http://h/"));
+}
+
 }  // namespace
 
 }  // namespace glintmark::platform
