@@ -170,7 +170,7 @@ void SilentMount::reply(const Request& request, int error, std::string_view payl
         static_cast<std::uint32_t>(sizeof(fuse_out_header) + payload.size()), error,
         request.header.unique};
     const auto message = bytesOf(header) + std::string(payload);
-    static_cast<void>(::write(device_.get(), message.data(), message.size()));
+    [[maybe_unused]] const auto written = ::write(device_.get(), message.data(), message.size());
 }
 
 std::string SilentMount::attributes(std::uint64_t node) const {
