@@ -48,7 +48,7 @@ struct AdmissionGate::State : std::enable_shared_from_this<AdmissionGate::State>
     void lookLater(bool& isPlanned, std::chrono::nanoseconds delay, void (State::*look)());
 
     /// Only without the lock: the end of a run's place may take it.
-    static void runLater(std::vector<Begin> beginning) {
+    static void runLater(std::vector<Begin>&& beginning) {
         for (auto& [run, place] : beginning) {
             globalQueue().async([run = std::move(run), place = std::move(place)] { run(place); });
         }

@@ -29,8 +29,8 @@ std::uint64_t microseconds(const timeval& time) {
 
 class Server {
 public:
-    Server(const ChildSettings& settings, const Sandbox& sandbox)
-        : settings_(settings), sandbox_(sandbox), selfTest_(sandbox_, settings_) {}
+    Server(ChildSettings settings, const Sandbox& sandbox)
+        : settings_(std::move(settings)), sandbox_(sandbox), selfTest_(sandbox_, settings_) {}
 
     void serve() {
         forkChild();

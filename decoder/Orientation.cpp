@@ -84,7 +84,7 @@ Canvas transposed(const Canvas& canvas) {
     } else {
         transposeInPlace(canvas.pixels(), width, height);
     }
-    return Canvas(canvas.height(), canvas.width(), canvas.pixels());
+    return {canvas.height(), canvas.width(), canvas.pixels()};
 }
 
 }  // namespace

@@ -81,7 +81,7 @@ void XMLSplitter::step(char byte) {
             return stepInOpening(byte);
         case Place::markup:
             if (quote_ != 0) {
-                quote_ = byte == quote_ ? 0 : quote_;
+                quote_ = byte == quote_ ? '\0' : quote_;
             } else if (byte == '"' || byte == '\'') {
                 quote_ = byte;
             } else if (byte == '>') {

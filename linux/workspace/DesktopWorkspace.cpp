@@ -70,7 +70,7 @@ DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& fold
       sweeper_(IconSweep(store_, applied_, folders.home)) {}
 
 std::shared_ptr<const PreparedIcon> DesktopWorkspace::prepareIcon(const Image& image) {
-    const auto bitmap = image.bitmap();
+    const auto& bitmap = image.bitmap();
     if (!bitmap) {
         return nullptr;
     }
