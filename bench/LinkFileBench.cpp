@@ -164,23 +164,7 @@ int main(int argc, char** argv) {
     const bench::TemporaryFolder folder(options.place());
     doubles::Fakes fakes;
     platform::PosixFileManager files;
-    const platform::Services services{
-        .application = fakes.application,
-        .bundle = fakes.bundle,
-        .configuration = fakes.configuration,
-        .dispatchQueues = fakes.queues,
-        .eventStreams = fakes.eventStreams,
-        .fileManager = files,
-        .imageDecoder = fakes.imageDecoder,
-        .log = fakes.log,
-        .openPanel = fakes.openPanel,
-        .statusBar = fakes.statusBar,
-        .timers = fakes.queues,
-        .urlSession = fakes.urlSession,
-        .userDefaults = fakes.userDefaults,
-        .userNotificationCenter = fakes.notifications,
-        .workspace = fakes.workspace,
-    };
+    const platform::Services services = fakes.servicesWith({.fileManager = &files});
     const platform::ServicesScope scope(services);
     bench::Figures figures;
     const auto path = folder.path() + "/large.webloc";

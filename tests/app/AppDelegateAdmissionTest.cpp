@@ -65,23 +65,7 @@ protected:
 private:
     doubles::Fakes fakes_;
     BusyMainQueues queues_{fakes_.queues};
-    platform::Services services_{
-        .application = fakes_.application,
-        .bundle = fakes_.bundle,
-        .configuration = fakes_.configuration,
-        .dispatchQueues = queues_,
-        .eventStreams = fakes_.eventStreams,
-        .fileManager = fakes_.files,
-        .imageDecoder = fakes_.imageDecoder,
-        .log = fakes_.log,
-        .openPanel = fakes_.openPanel,
-        .statusBar = fakes_.statusBar,
-        .timers = fakes_.queues,
-        .urlSession = fakes_.urlSession,
-        .userDefaults = fakes_.userDefaults,
-        .userNotificationCenter = fakes_.notifications,
-        .workspace = fakes_.workspace,
-    };
+    platform::Services services_ = fakes_.servicesWith({.dispatchQueues = &queues_});
     platform::ServicesScope scope_{services_};
     std::shared_ptr<AppDelegate> delegate_ = std::make_shared<AppDelegate>();
 };

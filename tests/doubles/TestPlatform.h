@@ -17,6 +17,17 @@
 
 namespace glintmark::doubles {
 
+/// The services that a test uses in place of fakes. Null leaves the fake.
+struct Replacements {
+    platform::DispatchQueues* dispatchQueues = nullptr;
+    platform::EventStreamFactory* eventStreams = nullptr;
+    platform::FileManager* fileManager = nullptr;
+    platform::ImageDecoder* imageDecoder = nullptr;
+    platform::Timers* timers = nullptr;
+    platform::URLSession* urlSession = nullptr;
+    platform::Workspace* workspace = nullptr;
+};
+
 /// One fake for every service.
 struct Fakes {
     VirtualQueues queues;
@@ -34,23 +45,10 @@ struct Fakes {
     FakeUserNotificationCenter notifications{queues};
     FakeWorkspace workspace;
 
-    platform::Services services{
-        .application = application,
-        .bundle = bundle,
-        .configuration = configuration,
-        .dispatchQueues = queues,
-        .eventStreams = eventStreams,
-        .fileManager = files,
-        .imageDecoder = imageDecoder,
-        .log = log,
-        .openPanel = openPanel,
-        .statusBar = statusBar,
-        .timers = queues,
-        .urlSession = urlSession,
-        .userDefaults = userDefaults,
-        .userNotificationCenter = notifications,
-        .workspace = workspace,
-    };
+    /// The fakes, but for the services that are replaced. Refers to both.
+    platform::Services servicesWith(const Replacements& replacements);
+
+    platform::Services services = servicesWith({});
 };
 
 /// The fakes, installed for the lifetime of this object.

@@ -127,23 +127,10 @@ private:
     QuickTimers timers_;
     RemovingFileManager fileManager_;
     platform::InotifyEventStreamFactory streams_{fakes_.log};
-    platform::Services services_{
-        .application = fakes_.application,
-        .bundle = fakes_.bundle,
-        .configuration = fakes_.configuration,
-        .dispatchQueues = queues_,
-        .eventStreams = streams_,
-        .fileManager = fileManager_,
-        .imageDecoder = fakes_.imageDecoder,
-        .log = fakes_.log,
-        .openPanel = fakes_.openPanel,
-        .statusBar = fakes_.statusBar,
-        .timers = timers_,
-        .urlSession = fakes_.urlSession,
-        .userDefaults = fakes_.userDefaults,
-        .userNotificationCenter = fakes_.notifications,
-        .workspace = fakes_.workspace,
-    };
+    platform::Services services_ = fakes_.servicesWith({.dispatchQueues = &queues_,
+                                                        .eventStreams = &streams_,
+                                                        .fileManager = &fileManager_,
+                                                        .timers = &timers_});
     platform::ServicesScope scope_{services_};
 };
 

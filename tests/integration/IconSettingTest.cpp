@@ -77,23 +77,8 @@ private:
         [](const std::string&, const std::string&) { return true; }};
     platform::PosixFileManager fileManager_;
     doubles::Fakes fakes_;
-    platform::Services services_{
-        .application = fakes_.application,
-        .bundle = fakes_.bundle,
-        .configuration = fakes_.configuration,
-        .dispatchQueues = fakes_.queues,
-        .eventStreams = fakes_.eventStreams,
-        .fileManager = fileManager_,
-        .imageDecoder = fakes_.imageDecoder,
-        .log = fakes_.log,
-        .openPanel = fakes_.openPanel,
-        .statusBar = fakes_.statusBar,
-        .timers = fakes_.queues,
-        .urlSession = fakes_.urlSession,
-        .userDefaults = fakes_.userDefaults,
-        .userNotificationCenter = fakes_.notifications,
-        .workspace = workspace_,
-    };
+    platform::Services services_ =
+        fakes_.servicesWith({.fileManager = &fileManager_, .workspace = &workspace_});
     platform::ServicesScope scope_{services_};
 };
 

@@ -40,23 +40,8 @@ protected:
 private:
     doubles::Fakes fakes_;
     FetchRecorder recorder_{fakes_.urlSession, fakes_.imageDecoder};
-    platform::Services services_{
-        .application = fakes_.application,
-        .bundle = fakes_.bundle,
-        .configuration = fakes_.configuration,
-        .dispatchQueues = fakes_.queues,
-        .eventStreams = fakes_.eventStreams,
-        .fileManager = fakes_.files,
-        .imageDecoder = recorder_,
-        .log = fakes_.log,
-        .openPanel = fakes_.openPanel,
-        .statusBar = fakes_.statusBar,
-        .timers = fakes_.queues,
-        .urlSession = recorder_,
-        .userDefaults = fakes_.userDefaults,
-        .userNotificationCenter = fakes_.notifications,
-        .workspace = fakes_.workspace,
-    };
+    platform::Services services_ =
+        fakes_.servicesWith({.imageDecoder = &recorder_, .urlSession = &recorder_});
     platform::ServicesScope scope_{services_};
 };
 
