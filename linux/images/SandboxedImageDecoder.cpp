@@ -1,9 +1,5 @@
 #include "linux/images/SandboxedImageDecoder.h"
 
-#include <pthread.h>
-
-#include <condition_variable>
-#include <csignal>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -12,6 +8,7 @@
 #include "base/graphics/Image.h"
 #include "base/work/DispatchQueue.h"
 #include "linux/images/DecoderHelper.h"
+#include "linux/queues/RunningCompletions.h"
 #include "linux/queues/Thread.h"
 
 namespace glintmark::platform {
@@ -40,15 +37,14 @@ private:
     bool takeNews(DecodingLoop& loop);
     bool stopIfDone();
     void submit(DecodingLoop::Finished finished);
-    void complete(DecodingLoop::Finished& finished);
 
     const DecoderHelper helper_;
     DispatchQueue& completionQueue_;
     const DecodingOptions options_;
     RestartPause pause_;  ///< Used by the decoder's thread only.
+    RunningCompletions completions_;
 
     std::mutex mutex_;
-    std::condition_variable completionEnded_;
     // The mutex guards the rest.
     std::optional<Thread> thread_;
     bool threadRuns_ = false;
@@ -56,7 +52,6 @@ private:
     DecodingLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
     std::vector<DecodeTask> newTasks_;
     std::vector<std::shared_ptr<DecodeLink>> endedLinks_;
-    int runningCompletions_ = 0;
 };
 
 /// Tells the worker when the last reference to it is gone.
@@ -101,14 +96,8 @@ void SandboxedImageDecoder::Worker::endLink(std::shared_ptr<DecodeLink> link) {
 }
 
 bool SandboxedImageDecoder::Worker::startThread() {
-    // Other threads handle the signals.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
     // Assigning joins the previous thread, which holds no lock any more and is about to end.
     thread_ = Thread::start("images", stackBytes, [self = shared_from_this()] { self->run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     threadRuns_ = thread_.has_value();
     return threadRuns_;
 }
@@ -171,34 +160,26 @@ bool SandboxedImageDecoder::Worker::stopIfDone() {
 
 void SandboxedImageDecoder::Worker::submit(DecodingLoop::Finished finished) {
     completionQueue_.async(
-        [self = shared_from_this(), shared = std::make_shared<DecodingLoop::Finished>(
-                                        std::move(finished))] { self->complete(*shared); });
-}
-
-void SandboxedImageDecoder::Worker::complete(DecodingLoop::Finished& finished) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (closed_) {
-            return;
-        }
-        ++runningCompletions_;
-    }
-    finished.completion(std::move(finished.image));
-    finished.completion = nullptr;
-    const std::lock_guard lock(mutex_);
-    --runningCompletions_;
-    completionEnded_.notify_all();
+        [self = shared_from_this(),
+         shared = std::make_shared<DecodingLoop::Finished>(std::move(finished))] {
+            self->completions_.run([&] {
+                shared->completion(std::move(shared->image));
+                shared->completion = nullptr;
+            });
+        });
 }
 
 void SandboxedImageDecoder::Worker::close() {
-    std::unique_lock lock(mutex_);
-    closed_ = true;
-    if (loop_ != nullptr) {
-        loop_->wake();
+    std::optional<Thread> thread;
+    {
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+        if (loop_ != nullptr) {
+            loop_->wake();
+        }
+        thread = std::move(thread_);
     }
-    std::optional<Thread> thread = std::move(thread_);
-    completionEnded_.wait(lock, [this] { return runningCompletions_ == 0; });
-    lock.unlock();
+    completions_.close();
     thread.reset();
     newTasks_.clear();
 }

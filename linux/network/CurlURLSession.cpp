@@ -1,11 +1,8 @@
 #include "linux/network/CurlURLSession.h"
 
 #include <malloc.h>
-#include <pthread.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <csignal>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -15,6 +12,7 @@
 #include "linux/network/CurlLoop.h"
 #include "linux/network/CurlTaskGroup.h"
 #include "linux/network/CurlTransfer.h"
+#include "linux/queues/RunningCompletions.h"
 #include "linux/queues/Thread.h"
 
 namespace glintmark::platform {
@@ -32,23 +30,6 @@ void initialiseLibrary() {
     static const CURLcode outcome = curl_global_init(CURL_GLOBAL_DEFAULT);
     static_cast<void>(outcome);
 }
-
-/// A thread that is started during the lifetime of this object blocks all signals, so other threads
-/// handle them. Writing to a closed connection then returns an error instead of raising SIGPIPE.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before_{};
-};
 
 bool isSmall(const URLResult& result) {
     return !result.body || result.body->size() <= maximumSmallBodyBytes;
@@ -91,19 +72,18 @@ private:
     DispatchQueue& completionQueue_;
     const CurlURLSessionOptions options_;
     std::atomic<bool> closed_ = false;
+    RunningCompletions completions_;
     // For the session's thread.
     NameLookUps names_;
     std::vector<std::unique_ptr<CurlTransfer>> ownRequests_;  ///< Started by completions.
 
     std::mutex mutex_;
-    std::condition_variable completionEnded_;
     // The mutex guards the rest.
     std::optional<Thread> thread_;
     bool threadRuns_ = false;
     CurlLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
     std::vector<std::unique_ptr<CurlTransfer>> newRequests_;
     std::size_t deliveredBytes_ = 0;  ///< Bodies whose completions have not returned.
-    int runningCompletions_ = 0;
 };
 
 CurlURLSession::CurlURLSession(DispatchQueue& completionQueue, CurlURLSessionOptions options)
@@ -154,7 +134,6 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
 }
 
 bool CurlURLSession::Worker::startThread() {
-    const SignalsBlocked blocked;
     // Assigning joins the previous thread, which holds no lock any more and is about to end.
     thread_ = Thread::start("http", stackBytes, [self = shared_from_this()] { self->run(); });
     threadRuns_ = thread_.has_value();
@@ -268,35 +247,29 @@ void CurlURLSession::Worker::submit(std::shared_ptr<Delivery> delivery) {
 }
 
 void CurlURLSession::Worker::complete(Delivery& delivery) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (closed_) {
-            return;
-        }
-        ++runningCompletions_;
-    }
-    delivery.completion(std::move(delivery.result));
-    delivery.completion = nullptr;
-
+    completions_.run([&] {
+        delivery.completion(std::move(delivery.result));
+        delivery.completion = nullptr;
+    });
     const std::lock_guard lock(mutex_);
     const bool wasPaused = deliveredBytes_ > options_.maximumDeliveredBytes;
     deliveredBytes_ -= delivery.bytes;
     if (wasPaused && deliveredBytes_ <= options_.maximumDeliveredBytes && loop_ != nullptr) {
         loop_->wake();
     }
-    --runningCompletions_;
-    completionEnded_.notify_all();
 }
 
 void CurlURLSession::Worker::close() {
-    std::unique_lock lock(mutex_);
-    closed_ = true;
-    if (loop_ != nullptr) {
-        loop_->wake();
+    std::optional<Thread> thread;
+    {
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+        if (loop_ != nullptr) {
+            loop_->wake();
+        }
+        thread = std::move(thread_);
     }
-    std::optional<Thread> thread = std::move(thread_);
-    completionEnded_.wait(lock, [this] { return runningCompletions_ == 0; });
-    lock.unlock();
+    completions_.close();
     thread.reset();
     newRequests_.clear();
     ownRequests_.clear();

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <memory>
 #include <utility>
 
@@ -28,8 +29,11 @@ void* run(void* argument) {
 bool create(pthread_t& handle, int detachState, const std::string& name, std::size_t stackBytes,
             std::function<void()> body) {
     auto start = std::make_unique<Start>(Start{name.substr(0, maximumNameBytes), std::move(body)});
+    sigset_t all;
+    sigfillset(&all);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
+    pthread_attr_setsigmask_np(&attributes, &all);
     pthread_attr_setstacksize(&attributes, stackBytes);
     pthread_attr_setdetachstate(&attributes, detachState);
     const bool created = pthread_create(&handle, &attributes, run, start.get()) == 0;

@@ -10,7 +10,9 @@
 namespace glintmark::platform {
 
 /// A thread with a name and a chosen stack size, which `std::thread` cannot set. A stack below
-/// 2 MiB never becomes a huge page, so a sleeping thread costs a few kilobytes.
+/// 2 MiB never becomes a huge page, so a sleeping thread costs a few kilobytes. It blocks all
+/// signals, so that the main thread handles them; writing to a closed connection returns an error
+/// instead of raising SIGPIPE.
 class Thread {
 public:
     Thread() = default;
