@@ -111,6 +111,9 @@ def live(options, loses_events):
         life.take_inventory(program.home)
         with short_queue() if loses_events else usual_limit(QUEUE_LIMIT):
             program.start()
+        # Until a directory is watched, its time stamps alone tell what changed: not that an entry
+        # was written or given other attributes.
+        sentinels.wait()
         life.make_folder(late)
         life.begin_round()
         end = time.monotonic() + options.seconds
