@@ -78,7 +78,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzz::require(addressSpaceOfName(spelling) == four);
     }
     fuzz::require((data[0] != 127 && data[0] != 0) || four == AddressSpace::loopback);
-    fuzz::require(data[0] != 10 || four == AddressSpace::local);
+    const bool isPrivate = data[0] == 10 || (data[0] == 192 && data[1] == 168) ||
+                           (data[0] == 172 && data[1] >> 4 == 1) ||
+                           (data[0] == 169 && data[1] == 254) ||
+                           (data[0] == 100 && data[1] >> 6 == 1);
+    fuzz::require(!isPrivate || four == AddressSpace::local);
     fuzz::require(data[0] < 224 || !four);
 
     Bytes sixteen{};
@@ -90,6 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(addressSpaceOfName("[" + std::string(literal.data()) + "%25eth0]") == six);
     fuzz::require(sixteen[0] != 0xFF || !six);
     fuzz::require((sixteen[0] & 0xFE) != 0xFC || six == AddressSpace::local);
+    fuzz::require(sixteen[0] != 0xFE || (sixteen[1] & 0x80) == 0 || six == AddressSpace::local);
     fuzz::require(six != AddressSpace::everyone || sixteen[0] >> 5 == 1 || sixteen[0] == 0);
     return 0;
 }
