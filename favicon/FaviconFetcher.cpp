@@ -40,8 +40,8 @@ const IconCandidate* highestScore(const std::vector<IconCandidate>& candidates,
 
 }  // namespace
 
-FetchContext FetchContext::make() {
-    return {services().urlSession.makeTaskGroup(), services().imageDecoder.makeBatch()};
+FetchContext FetchContext::make(const std::string& host) {
+    return {services().urlSession.makeTaskGroup(host), services().imageDecoder.makeBatch()};
 }
 
 void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) {
@@ -63,7 +63,7 @@ void FaviconFetcher::fetch(const std::string& link, ImageCompletion completion) 
 
 void FaviconFetcher::collectCandidates(const URL& url, const std::string& host,
                                        CandidatesCompletion completion) {
-    const FetchContext context = FetchContext::make();
+    const FetchContext context = FetchContext::make(host);
     const CandidateCollector collector;
     fetchAllFromHTML(context, url, collector.awaitCandidates());
     fetchAppleTouchIcon(context, url, collector.awaitImage(IconSource::appleTouchIcon));

@@ -66,8 +66,9 @@ public:
 
     virtual ~URLSession() = default;
 
-    /// A new group for the requests of one link. Never null.
-    virtual std::shared_ptr<URLTaskGroup> makeTaskGroup() = 0;
+    /// A new group for the requests of one link to `host`. Answers that the protocol lets a client
+    /// keep are shared with the groups of that host, and with no others. Never null.
+    virtual std::shared_ptr<URLTaskGroup> makeTaskGroup(const std::string& host) = 0;
 
     /// Call when requests will follow soon, so that the first one need not wait for what can be
     /// made ready. Returns at once.

@@ -33,8 +33,8 @@ public:
     FetchRecorder(platform::URLSession& session, platform::ImageDecoder& decoder)
         : session_(session), decoder_(decoder) {}
 
-    std::shared_ptr<platform::URLTaskGroup> makeTaskGroup() override {
-        return session_.makeTaskGroup();
+    std::shared_ptr<platform::URLTaskGroup> makeTaskGroup(const std::string& host) override {
+        return session_.makeTaskGroup(host);
     }
 
     void prepare() override { session_.prepare(); }

@@ -16,11 +16,16 @@ constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
 constexpr const char* unknownName = "The host's name has no address.";
 constexpr std::size_t reservedShare = 5;  // one fifth
 
+/// Answers from the cache are copied until they have so many bytes. Then the session looks at how
+/// much has been delivered.
+constexpr std::size_t maximumCopiedBytes = std::size_t{1} << 20;
+
 }  // namespace
 
 CurlLoop::CurlLoop(const CurlURLSessionOptions& options, NameLookUps& names)
     : options_(options),
       names_(names),
+      shared_(options.now),
       budget_(options.maximumArrivingBytes),
       queue_(options.maximumTransfersPerHost, options.maximumTransfers,
              options.maximumTransfers / reservedShare),
@@ -41,11 +46,14 @@ CurlLoop::~CurlLoop() {
     }
 }
 
-void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) { lineUp(std::move(transfer), false); }
+void CurlLoop::add(std::unique_ptr<CurlTransfer> transfer) { lineUp(std::move(transfer)); }
 
-void CurlLoop::lineUp(std::unique_ptr<CurlTransfer> transfer, bool isNextHop) {
+void CurlLoop::lineUp(std::unique_ptr<CurlTransfer> transfer, bool mayWait) {
     const std::string& name = transfer->prepareHop(proxies_);
-    LookingUp waiting{nullptr, isNextHop, options_.now()};
+    if (shared_.take(transfer, mayWait)) {
+        return;
+    }
+    LookingUp waiting{nullptr, transfer->isRedirected(), options_.now()};
     const auto addresses = name.empty() ? std::optional<std::string>("") : names_.ask(name);
     if (!addresses) {
         auto& others = lookingUp_[name];
@@ -53,7 +61,7 @@ void CurlLoop::lineUp(std::unique_ptr<CurlTransfer> transfer, bool isNextHop) {
         others.push_back(std::move(waiting));
     } else if (!name.empty() && addresses->empty()) {
         transfer->refuse(unknownName);
-        unknown_.push_back(std::move(transfer));
+        ended_.push_back(std::move(transfer));
     } else {
         waiting.transfer = std::move(transfer);
         enqueue(std::move(waiting), *addresses);
@@ -80,7 +88,7 @@ void CurlLoop::takeLookedUp() {
         for (LookingUp& waiting : found->second) {
             if (addresses.empty()) {
                 waiting.transfer->refuse(unknownName);
-                unknown_.push_back(std::move(waiting.transfer));
+                ended_.push_back(std::move(waiting.transfer));
             } else {
                 waiting.since = std::max(waiting.since, begin);  // waiting for a thread is free
                 enqueue(std::move(waiting), addresses);
@@ -122,16 +130,40 @@ void CurlLoop::endTimedOutLookUps(Transfers& ended) {
 
 CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
     takeLookedUp();
-    Transfers ended = std::exchange(unknown_, {});
     if (mayStart) {
+        useSharedAnswers();
         startTransfers();
     }
     int stillRunning = 0;
     curl_multi_perform(multi_.get(), &stillRunning);
+    Transfers ended = std::exchange(ended_, {});
     collectFinished(ended);
     endTimedOut(ended);
     endTimedOutLookUps(ended);
+    for (const auto& transfer : ended) {
+        shared_.hopEnded(*transfer);
+    }
+    shared_.releaseLate();
     return ended;
+}
+
+void CurlLoop::useSharedAnswers() {
+    for (auto& transfer : shared_.takeReleased()) {
+        lineUp(std::move(transfer), false);
+    }
+    for (std::size_t bytes = 0; bytes < maximumCopiedBytes;) {
+        auto transfer = shared_.takeAnswered();
+        if (!transfer) {
+            break;
+        }
+        const HTTPCache::Answer* const answer = shared_.answerTo(*transfer);
+        bytes += answer != nullptr ? answer->body.size() : 0;
+        if (answer == nullptr || transfer->endHopWith(*answer)) {
+            lineUp(std::move(transfer));  // its answer is gone, or redirects
+        } else {
+            ended_.push_back(std::move(transfer));
+        }
+    }
 }
 
 void CurlLoop::startTransfers() {
@@ -167,7 +199,8 @@ void CurlLoop::endHop(std::size_t index, CURLcode outcome, Transfers& ended) {
     queue_.release(transfer->host(), outcome == CURLE_OK);
     const bool hasNextHop = transfer->endHop(outcome);
     if (hasNextHop) {
-        lineUp(std::move(transfer), true);
+        shared_.hopEnded(*transfer);
+        lineUp(std::move(transfer));
     } else {
         ended.push_back(std::move(transfer));
     }
@@ -190,8 +223,9 @@ void CurlLoop::wait(TransferClock::Time latest) {
             latest = std::min(latest, lookUpDeadline(name, entry->second[i]));
         }
     }
+    latest = std::min(latest, shared_.deadline());
     const auto now = options_.now();
-    if (latest <= now || !unknown_.empty()) {
+    if (latest <= now || !ended_.empty()) {
         return;
     }
     // Rounded up: rounded down, the loop would spin through the last fraction of a millisecond.

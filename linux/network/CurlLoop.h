@@ -11,6 +11,7 @@
 #include "linux/network/CurlTransfer.h"
 #include "linux/network/HostQueue.h"
 #include "linux/network/NameLookUps.h"
+#include "linux/network/SharedAnswers.h"
 
 namespace glintmark::platform {
 
@@ -40,8 +41,13 @@ public:
 
     void wake();  ///< Ends the running `wait`, or the next one if none runs. Any thread.
 
-    bool idle() const { return queue_.empty() && lookingUp_.empty(); }
-    bool canStart() const { return queue_.canTake(); }  ///< A queued transfer could start.
+    /// True if there is no transfer.
+    bool idle() const {
+        return queue_.empty() && lookingUp_.empty() && shared_.empty() && ended_.empty();
+    }
+
+    /// True if a transfer could start, or end with an answer from the cache.
+    bool canStart() const { return queue_.canTake() || shared_.isReady(); }
 
 private:
     /// A transfer whose name is being looked up.
@@ -51,7 +57,8 @@ private:
         TransferClock::Time since;
     };
 
-    void lineUp(std::unique_ptr<CurlTransfer> transfer, bool isNextHop);
+    void lineUp(std::unique_ptr<CurlTransfer> transfer, bool mayWait = true);
+    void useSharedAnswers();
     void enqueue(LookingUp waiting, const std::string& addresses);
     void takeLookedUp();
     TransferClock::Time lookUpDeadline(const std::string& name, const LookingUp& waiting) const;
@@ -66,7 +73,8 @@ private:
     const ProxySettings proxies_ = ProxySettings::fromEnvironment();
     NameLookUps& names_;
     std::unordered_map<std::string, std::vector<LookingUp>> lookingUp_;
-    Transfers unknown_;  ///< Ended because their host's name has no address.
+    SharedAnswers shared_;
+    Transfers ended_;  ///< Without a transfer of libcurl.
     BodyBudget<CurlTransfer> budget_;
     HostQueue<std::unique_ptr<CurlTransfer>> queue_;
     CurlTransfer::OpenSockets openSockets_;  ///< Above the handle, which closes sockets at its end.

@@ -8,6 +8,15 @@ namespace {
 
 constexpr std::size_t maximumCookieBytes = std::size_t{1} << 20;
 
+/// The last two labels of a host. A cookie that it sets goes to no host with others: a cookie's
+/// domain is the host or one above it, but no public suffix (RFC 6265, section 5.3).
+std::string siteOf(const std::string& host) {
+    const std::size_t last = host.rfind('.');
+    const std::size_t dot =
+        last == 0 || last == std::string::npos ? last : host.rfind('.', last - 1);
+    return dot == std::string::npos ? host : host.substr(dot + 1);
+}
+
 }  // namespace
 
 void CurlTaskGroup::attach(CURL* handle) {
@@ -20,12 +29,19 @@ void CurlTaskGroup::attach(CURL* handle) {
     setCurlOption<CURLOPT_COOKIEFILE>(handle, "");  // no file: in memory
 }
 
-void CurlTaskGroup::receivedCookies(CURL* handle, std::size_t bytes) {
+void CurlTaskGroup::receivedCookies(CURL* handle, const std::string& host, std::size_t bytes) {
+    if (bytes > 0) {
+        cookieSites_.insert(siteOf(host));
+    }
     cookieBytes_ += bytes;
     if (cookieBytes_ > maximumCookieBytes) {
         setCurlOption<CURLOPT_COOKIELIST>(handle, "ALL");
         cookieBytes_ = 0;
     }
+}
+
+bool CurlTaskGroup::mayHaveCookiesFor(const std::string& host) const {
+    return cookieSites_.contains(siteOf(host));
 }
 
 void CurlTaskGroup::keepCredentials(const std::string& url) {

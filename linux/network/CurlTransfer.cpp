@@ -98,6 +98,7 @@ const std::string& CurlTransfer::prepareHop(const ProxySettings& proxies) {
     if (redirects_ == 0) {  // otherwise `redirectTarget` has dropped them
         dropForeignCredentials();
     }
+    sharedRequest_ = describeRequest();
     target_ = {};
     const auto parts = addressParts(url_);
     if (!parts) {  // libcurl will refuse the request; if it does not, the transfer will
@@ -132,6 +133,7 @@ void CurlTransfer::setAddresses(std::string addresses, TransferClock::Duration l
 
 CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets) {
     hop_ = std::make_unique<Hop>();
+    hop_->begunAt = options_.now();
     hop_->openSockets = &openSockets;
     hop_->budget = &budget;
     hop_->handle = makeHandle();
@@ -145,11 +147,16 @@ bool CurlTransfer::allows(std::optional<AddressSpace> space) const {
     return !namedFrom_ || (space && *space >= *namedFrom_);
 }
 
+/// True if the hop may get its answer from an address in `space`.
+bool CurlTransfer::allowsConnection(std::optional<AddressSpace> space) const {
+    const bool isDirect = target_.proxy.empty();
+    return !target_.isBlocked && (!isDirect || allows(space));
+}
+
 /// True if the hop may use a connection to an address in `connectedSpace`. Every refusal comes from
 /// here, also that of a blocked address, so that all take as long as a refused connection.
 bool CurlTransfer::mayUse(std::optional<AddressSpace> connectedSpace) {
-    const bool isDirect = target_.proxy.empty();
-    const bool may = !target_.isBlocked && (!isDirect || allows(connectedSpace));
+    const bool may = allowsConnection(connectedSpace);
     hop_->refused = hop_->refused || !may;
     return may;
 }
@@ -225,10 +232,12 @@ void CurlTransfer::setHeaders(CURL* handle) {
 }
 
 bool CurlTransfer::endHop(CURLcode outcome) {
-    result_.addressSpace = hop_->space;
+    // What a reserved address answers may name public addresses alone.
+    result_.addressSpace = hop_->space.value_or(AddressSpace::everyone);
     if (hop_->isRedirect) {  // even if its body failed
         const std::string where = location().value_or("");
-        namedFrom_ = hop_->space;
+        noteAnswerToKeep(outcome, where);
+        namedFrom_ = result_.addressSpace;
         leaveHop();
         return follow(where);
     }
@@ -239,6 +248,7 @@ bool CurlTransfer::endHop(CURLcode outcome) {
     if (hop_->decoder && body_.empty() && !hop_->cancelled) {  // not even a beginning was decoded
         useBodyAsItCame();
     }
+    noteAnswerToKeep(outcome, std::nullopt);
     leaveHop();
     if (error) {
         failHop(std::move(*error));
@@ -276,7 +286,7 @@ void CurlTransfer::leaveHop() {
     clock_.stop(options_.now());
     hop_->budget->leave(*this);
     coded_ = {};
-    group_->receivedCookies(hop_->handle.get(), hop_->cookieBytes);
+    group_->receivedCookies(hop_->handle.get(), host_, hop_->cookieBytes);
     hop_.reset();
 }
 
@@ -347,7 +357,8 @@ void CurlTransfer::noteStatus() {
     if (status >= 200) {  // otherwise an interim answer (RFC 9110, section 15.2)
         hop_->status = static_cast<int>(status);
         hop_->isRedirect = isRedirect(status) && location();
-        hop_->decoder = ContentDecoder::make(contentEncoding());
+        hop_->decoder = ContentDecoder::make(fieldValues("Content-Encoding"));
+        noteFreshness();
     }
 }
 
@@ -420,11 +431,11 @@ void CurlTransfer::useBodyAsItCame() {
 }
 
 /// All fields of that name as one list (RFC 9110, section 5.3).
-std::string CurlTransfer::contentEncoding() const {
+std::string CurlTransfer::fieldValues(const char* name) const {
     std::string list;
     curl_header* field = nullptr;
-    for (std::size_t i = 0; curl_easy_header(hop_->handle.get(), "Content-Encoding", i,
-                                             CURLH_HEADER, -1, &field) == CURLHE_OK;
+    for (std::size_t i = 0;
+         curl_easy_header(hop_->handle.get(), name, i, CURLH_HEADER, -1, &field) == CURLHE_OK;
          ++i) {
         list += (list.empty() ? "" : ",") + std::string(field->value);
     }
@@ -485,8 +496,8 @@ int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, i
         transfer->target_.proxy.empty()
             ? transfer->options_.addressSpaceOf(reinterpret_cast<const sockaddr&>(connected))
             : transfer->target_.nameSpace;
-    // What a reserved address answers may name public addresses alone.
-    hop.space = space.value_or(AddressSpace::everyone);
+    hop.space = space;
+    hop.maySendCookies = transfer->maySendCookies();  // libcurl adds them after this call
     return transfer->mayUse(space) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 

@@ -14,6 +14,7 @@
 #include "linux/network/BodyBudget.h"
 #include "linux/network/ContentDecoder.h"
 #include "linux/network/CurlHandles.h"
+#include "linux/network/HTTPCache.h"
 #include "linux/network/TransferClock.h"
 #include "platform/URLSession.h"
 
@@ -60,6 +61,30 @@ public:
 
     TransferClock::Time deadline() const;  ///< Of the running hop.
 
+    bool isRedirected() const { return redirects_ > 0; }
+
+    // Answers that are used again (CurlTransferCaching.cpp)
+
+    /// The prepared hop's request, as `HTTPCache` tells it from others. Empty if it has no answer
+    /// in common with others.
+    const std::string& sharedRequest() const { return sharedRequest_; }
+
+    bool isOfSameLinkAs(const CurlTransfer& other) const { return group_ == other.group_; }
+
+    bool maySendCookies() const;  ///< With the prepared hop.
+
+    /// True if the prepared hop may end with `answer`.
+    bool mayUse(const HTTPCache::Answer& answer) const;
+
+    /// Ends the prepared hop with that answer. True if a redirect leads to another hop.
+    bool endHopWith(const HTTPCache::Answer& answer);
+
+    /// Until when equal requests wait for the answer, as far as that can be told now.
+    TransferClock::Time sharedUntil() const;
+
+    /// Call after `endHop`. Keeps the hop's answer if others may use it.
+    void keepAnswer(HTTPCache& cache);
+
     const URLResult& result() const { return result_; }
     URLResult takeResult() { return std::move(result_); }
     URLSession::Completion takeCompletion() { return std::move(completion_); }
@@ -85,11 +110,17 @@ private:
     bool append(std::string& to, std::string_view bytes) const;
     bool decode(std::string_view bytes);
     void useBodyAsItCame();
-    std::string contentEncoding() const;
+    std::string fieldValues(const char* name) const;
 
     void dropForeignCredentials();
     bool allows(std::optional<AddressSpace> space) const;
+    bool allowsConnection(std::optional<AddressSpace> space) const;
     bool mayUse(std::optional<AddressSpace> connectedSpace);
+
+    std::string describeRequest() const;
+    void noteFreshness();
+    bool isTooLargeToShare() const;
+    void noteAnswerToKeep(CURLcode outcome, const std::optional<std::string>& location);
 
     CurlEasyHandle makeHandle();
     void setConnecting(CURL* handle);
@@ -123,6 +154,7 @@ private:
         TransferClock::Duration lookUpTime{0};
     };
     Target target_;
+    std::string sharedRequest_;
 
     /// The state of the running hop.
     struct Hop {
@@ -133,7 +165,10 @@ private:
         OpenSockets* openSockets = nullptr;
         curl_socket_t socket = CURL_SOCKET_BAD;  ///< The last that was opened.
         bool refused = false;
-        AddressSpace space = AddressSpace::everyone;  ///< Of the connected address.
+        std::optional<AddressSpace> space;  ///< Of the connected address; absent: reserved.
+        TransferClock::Time begunAt;
+        bool maySendCookies = false;
+        std::optional<std::chrono::seconds> freshFor;  ///< Absent if the answer is not kept.
         std::size_t headBytes = 0;
         std::size_t cookieBytes = 0;
         std::size_t redirectBodyBytes = 0;
@@ -144,6 +179,7 @@ private:
         std::array<char, CURL_ERROR_SIZE> error{};
     };
     std::unique_ptr<Hop> hop_;
+    std::optional<std::pair<HTTPCache::Answer, HTTPCache::Time>> kept_;  ///< Fresh until then.
     std::string body_;
     std::string coded_;  ///< The body as it came, while it is decoded into `body_`.
 };

@@ -91,8 +91,8 @@ CurlURLSession::CurlURLSession(DispatchQueue& completionQueue, CurlURLSessionOpt
 
 CurlURLSession::~CurlURLSession() { worker_->close(); }
 
-std::shared_ptr<URLTaskGroup> CurlURLSession::makeTaskGroup() {
-    return std::make_shared<CurlTaskGroup>();
+std::shared_ptr<URLTaskGroup> CurlURLSession::makeTaskGroup(const std::string& host) {
+    return std::make_shared<CurlTaskGroup>(host);
 }
 
 void CurlURLSession::prepare() { worker_->prepare(); }
@@ -157,6 +157,7 @@ void CurlURLSession::Worker::serve() {
     while (takeNewRequests(loop, mayStart)) {
         for (const auto& transfer : loop.runOnce(mayStart)) {
             finish(*transfer);
+            idleUntil = options_.now() + options_.idleTimeout;
         }
         if (hasNewRequests()) {
             continue;

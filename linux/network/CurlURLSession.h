@@ -69,7 +69,7 @@ public:
     CurlURLSession(const CurlURLSession&) = delete;
     CurlURLSession& operator=(const CurlURLSession&) = delete;
 
-    std::shared_ptr<URLTaskGroup> makeTaskGroup() override;
+    std::shared_ptr<URLTaskGroup> makeTaskGroup(const std::string& host) override;
     void prepare() override;  ///< Starts the thread, which loads libcurl.
     void startDataTask(URLRequest request, Completion completion) override;
 

@@ -20,9 +20,13 @@ class FakeURLSession final : public platform::URLSession {
 public:
     explicit FakeURLSession(VirtualQueues& queues) : queues_(queues) {}
 
-    std::shared_ptr<platform::URLTaskGroup> makeTaskGroup() override {
+    std::shared_ptr<platform::URLTaskGroup> makeTaskGroup(const std::string& host) override {
+        groupHosts_.push_back(host);
         return std::make_shared<platform::URLTaskGroup>();
     }
+    /// The hosts of the groups, in the order in which they were made.
+    const std::vector<std::string>& groupHosts() const { return groupHosts_; }
+
     void prepare() override { ++preparations_; }
     int preparations() const { return preparations_; }
     void startDataTask(platform::URLRequest request, Completion completion) override;
@@ -58,6 +62,7 @@ private:
 
     VirtualQueues& queues_;
     int preparations_ = 0;
+    std::vector<std::string> groupHosts_;
     bool silentOtherwise_ = false;
     std::map<std::string, Answer> answers_;
     std::vector<platform::URLRequest> requests_;

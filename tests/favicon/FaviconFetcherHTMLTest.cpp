@@ -281,7 +281,7 @@ TEST(FaviconFetcherHTMLTest, ARootRelativeAddressGetsNeitherPortNorUserOfTheBase
 class FaviconFetcherHTMLFetchTest : public doubles::PlatformTest {
 protected:
     void fetch(const std::string& address = pageAddress) {
-        FaviconFetcher::fetchAllFromHTML(FetchContext::make(), url(address),
+        FaviconFetcher::fetchAllFromHTML(FetchContext::make("h"), url(address),
                                          [this](std::vector<IconCandidate> found) {
                                              ++completions_;
                                              queue_ = queues().current();

@@ -154,7 +154,7 @@ protected:
     std::shared_ptr<const Image> fetched(const std::string& address = pageAddress) {
         std::shared_ptr<const Image> result;
         int completions = 0;
-        FaviconFetcher::fetchFromManifest(FetchContext::make(), url(address), [&](auto image) {
+        FaviconFetcher::fetchFromManifest(FetchContext::make("h"), url(address), [&](auto image) {
             ++completions;
             result = std::move(image);
         });

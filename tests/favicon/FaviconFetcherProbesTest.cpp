@@ -34,25 +34,27 @@ protected:
 
     double downloaded() {
         return width([](auto done) {
-            FaviconFetcher::downloadImage(FetchContext::make(), url(iconAddress), std::move(done));
+            FaviconFetcher::downloadImage(FetchContext::make("h"), url(iconAddress),
+                                          std::move(done));
         });
     }
 
     double touched(const std::string& page = "http://h/") {
         return width([&](auto done) {
-            FaviconFetcher::fetchAppleTouchIcon(FetchContext::make(), url(page), std::move(done));
+            FaviconFetcher::fetchAppleTouchIcon(FetchContext::make("h"), url(page),
+                                                std::move(done));
         });
     }
 
     double served(const std::string& host) {
         return width([&](auto done) {
-            FaviconFetcher::fetchFromGoogleAPI(FetchContext::make(), host, 256, std::move(done));
+            FaviconFetcher::fetchFromGoogleAPI(FetchContext::make("h"), host, 256, std::move(done));
         });
     }
 
     double direct(const std::string& page) {
         return width([&](auto done) {
-            FaviconFetcher::fetchDirectFavicon(FetchContext::make(), url(page), std::move(done));
+            FaviconFetcher::fetchDirectFavicon(FetchContext::make("h"), url(page), std::move(done));
         });
     }
 };

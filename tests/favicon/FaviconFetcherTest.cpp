@@ -190,6 +190,7 @@ TEST_F(FaviconFetcherFetchTest, OnlyWhatAnAnswerNamedIsMarkedWithItsSpace) {
                             std::pair("http://h/other.png", platform::AddressSpace::local)));
     EXPECT_EQ(groups.size(), 1U);
     EXPECT_EQ(groups.count(nullptr), 0U);
+    EXPECT_THAT(session().groupHosts(), ElementsAre("h"));
 }
 
 TEST_F(FaviconFetcherFetchTest, NoPathWaitsForAnother) {

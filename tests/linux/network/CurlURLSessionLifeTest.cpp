@@ -51,7 +51,7 @@ TEST_F(CurlURLSessionLifeTest, AnIdleSessionEndsItsThreadAndConnections) {
     options_.idleTimeout = 1ms;
     server_.on("/", answering(200, "x", {{"Set-Cookie", "still=there"}}));
     URLRequest asked = request(server_.url("/"));
-    asked.group = session().makeTaskGroup();
+    asked.group = session().makeTaskGroup("h");
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(start(asked)->wait().body, "x");
         EXPECT_TRUE(server_.waitForOpenConnections(0));

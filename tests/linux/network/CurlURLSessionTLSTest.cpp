@@ -154,10 +154,10 @@ TEST_F(CurlURLSessionTLSTest, ATicketIsUsedByItsLinkAlone) {
         asked.group = group;
         return start(asked)->wait().body;
     };
-    const auto link = session().makeTaskGroup();
+    const auto link = session().makeTaskGroup("h");
     EXPECT_EQ(ask(link), "new");
     EXPECT_EQ(ask(link), "resumed");
-    EXPECT_EQ(ask(session().makeTaskGroup()), "new");
+    EXPECT_EQ(ask(session().makeTaskGroup("h")), "new");
     EXPECT_EQ(ask(nullptr), "new");
     EXPECT_EQ(ask(nullptr), "new");
     EXPECT_EQ(ask(link), "resumed");

@@ -306,7 +306,7 @@ TEST_F(CurlURLSessionTest, ReplacesAConnectionThatTheServerClosed) {
 /// Sends requests of one link.
 class OneLink {
 public:
-    explicit OneLink(CurlURLSession& session) : group_(session.makeTaskGroup()) {}
+    explicit OneLink(CurlURLSession& session) : group_(session.makeTaskGroup("h")) {}
     URLRequest operator()(URLRequest request) const {
         request.group = group_;
         return request;

@@ -3,7 +3,9 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <mutex>
 
 #include "linux/network/CurlURLSession.h"
@@ -273,7 +275,7 @@ TEST_F(PrivateAddressesTest, ANamedAddressLosesItsUserAndPassword) {
 
 TEST_F(PrivateAddressesTest, AnAddressResolvedAgainstTheLinkKeepsTheLinksPassword) {
     const std::string authority = publicAddress + (":" + std::to_string(public_.port()));
-    const auto group = session().makeTaskGroup();
+    const auto group = session().makeTaskGroup("h");
     const auto ask = [&](const std::string& url, std::optional<AddressSpace> from) {
         URLRequest asked = named(url, from);
         asked.group = group;
@@ -312,6 +314,70 @@ TEST_F(PrivateAddressesTest, ThroughAProxyTheNameIsJudged) {
     EXPECT_EQ(get("http://intranet/").addressSpace, AddressSpace::local);
     EXPECT_EQ(getNamed("http://intranet/i.png", AddressSpace::local).body, "reached");
     expectRefused(getNamed("http://localhost/", AddressSpace::local), "more private");
+}
+
+TEST_F(PrivateAddressesTest, AKeptAnswerIsForThoseThatMayNameItsAddress) {
+    const auto everywhere = AddressSpace::everyone;
+    const auto hidden = std::make_shared<std::atomic<bool>>(false);
+    options_.addressSpaceOf = [hidden](const sockaddr& address) {
+        return *hidden ? std::nullopt : sorted(address);
+    };
+    const auto ask = [&](const std::string& url, std::optional<AddressSpace> from) {
+        URLRequest asked = named(url, from);
+        asked.group = session().makeTaskGroup("h");
+        return start(asked)->wait();
+    };
+    for (LoopbackServer* server : {&server_, &local_}) {
+        server->on("/kept", answering(200, "kept", {{"Cache-Control", "max-age=60"}}));
+        server->on(
+            "/moved",
+            answering(301, "", {{"Location", public_.url("/")}, {"Cache-Control", "max-age=60"}}));
+        for (const char* target : {"/kept", "/moved"}) {
+            const std::string url = server->url(target);
+            const auto own = ask(url, std::nullopt);
+            EXPECT_NE(own.body, std::nullopt);
+            const std::size_t requests = server->requests().size();
+            EXPECT_EQ(ask(url, std::nullopt).addressSpace, own.addressSpace);
+            EXPECT_EQ(ask(url, AddressSpace::loopback).body, own.body);
+            expectRefused(ask(url, everywhere), url);
+            EXPECT_EQ(server->requests().size(), requests) << url;
+        }
+    }
+    public_.on(
+        "/out",
+        answering(301, "", {{"Location", server_.url("/kept")}, {"Cache-Control", "max-age=60"}}));
+    for (int round = 0; round < 2; ++round) {  // the second time from the cache
+        expectRefused(ask(public_.url("/out"), std::nullopt), "redirect");
+    }
+    EXPECT_EQ(server_.requests().size(), 2U);
+
+    *hidden = true;  // as if the address were a reserved one
+    server_.on("/reserved", answering(200, "kept", {{"Cache-Control", "max-age=60"}}));
+    EXPECT_EQ(ask(server_.url("/reserved"), std::nullopt).body, "kept");
+    expectRefused(ask(server_.url("/reserved"), AddressSpace::loopback), "reserved");
+}
+
+TEST_F(PrivateAddressesTest, WhoWaitsForAnAnswerIsJudgedByItsAddress) {
+    const auto mayAnswer = std::make_shared<test::Event>();
+    server_.on("/", [=](const LoopbackRequest&, LoopbackConnection& connection) {
+        mayAnswer->wait();
+        connection.answer(200, "kept", {{"Cache-Control", "max-age=60"}});
+    });
+    const auto begin = [&](std::optional<AddressSpace> from) {
+        URLRequest asked = named(server_.url("/"), from);
+        asked.group = session().makeTaskGroup("h");
+        return start(asked);
+    };
+    const auto own = begin(std::nullopt);
+    const auto another = begin(std::nullopt);
+    const auto hostile = begin(AddressSpace::everyone);
+    ASSERT_TRUE(server_.waitForRequests(1));
+    letSessionRunOnce();
+    mayAnswer->set();
+    EXPECT_EQ(own->wait().body, "kept");
+    EXPECT_EQ(another->wait().body, "kept");
+    expectRefused(hostile->wait(), "in flight");
+    EXPECT_EQ(server_.requests().size(), 1U);
 }
 
 TEST_F(PrivateAddressesTest, ARefusalIsOneDebugLine) {
