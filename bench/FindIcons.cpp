@@ -2,7 +2,7 @@
 // code, and writes a line of JSON for each: the icon's address, the number of requests, the time
 // and the processor time. With --bare, a plain loop around libcurl repeats the requests of each
 // fetch, each as soon as the one that it waited for has ended. The last line is about the whole
-// run.
+// run. Both trust the certificates of the folder that SSL_CERT_DIR names.
 #include <curl/curl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -13,6 +13,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <iostream>
@@ -55,6 +56,11 @@ Cost costOf(const Work& work) {
     return {std::chrono::steady_clock::now() - begin, bench::processorTime() - processor};
 }
 
+/// The folder of trusted authorities; null for the system's.
+const char* trustedAuthorities() {
+    return std::getenv("SSL_CERT_DIR");  // NOLINT(concurrency-mt-unsafe): no thread sets it
+}
+
 // ---- the same requests with libcurl alone
 
 /// The request that this one waited for: the last that had ended when this one began.
@@ -79,10 +85,12 @@ class BareLoop {
 public:
     ~BareLoop() { curl_multi_cleanup(multi_); }
 
-    void askFor(const std::vector<RequestRecord>& requests) {
+    /// Returns the number of answers.
+    std::size_t askFor(const std::vector<RequestRecord>& requests) {
         std::vector<std::vector<std::size_t>> followers(requests.size());
         bodies_.assign(requests.size(), {});
         running_ = 0;
+        answers_ = 0;
         for (std::size_t i = 0; i < requests.size(); ++i) {
             if (const auto before = awaited(requests, i)) {
                 followers[*before].push_back(i);
@@ -102,6 +110,7 @@ public:
                 curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
             }
         }
+        return answers_;
     }
 
 private:
@@ -115,6 +124,10 @@ private:
         curl_easy_setopt(easy, CURLOPT_USERAGENT, "bare");
         curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "");
         curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        if (trustedAuthorities() != nullptr) {  // as the session does
+            curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
+            curl_easy_setopt(easy, CURLOPT_CAPATH, trustedAuthorities());
+        }
         curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, append);
         curl_easy_setopt(easy, CURLOPT_WRITEDATA, &bodies_[index]);
         curl_easy_setopt(easy, CURLOPT_PRIVATE, &bodies_[index]);
@@ -131,6 +144,7 @@ private:
         CURL* easy = message->easy_handle;
         const std::string* body = nullptr;
         curl_easy_getinfo(easy, CURLINFO_PRIVATE, &body);
+        answers_ += message->data.result == CURLE_OK ? 1 : 0;
         curl_multi_remove_handle(multi_, easy);
         curl_easy_cleanup(easy);
         --running_;
@@ -140,6 +154,7 @@ private:
     CURLM* multi_ = curl_multi_init();
     std::vector<std::string> bodies_;  ///< One for each request.
     int running_ = 0;
+    std::size_t answers_ = 0;
 };
 
 // ---- one fetch
@@ -153,10 +168,14 @@ std::vector<IconCandidate> candidatesOf(const URL& url) {
     return found->get_future().get();
 }
 
+bool isAnswered(const RequestRecord& request) { return request.status.has_value(); }
+
 ordered_json lineFor(const std::string& link, const tools::FetchReport& report, const Cost& cost) {
     ordered_json line{{"link", link},
                       {"icon", nullptr},
                       {"requests", report.requests.size()},
+                      {"answers", std::ranges::count_if(report.requests, isAnswered)},
+                      {"images", report.candidates.size()},
                       {"ms", cost.elapsed.count()},
                       {"processorMs", cost.processor.count()}};
     if (report.winner) {
@@ -181,6 +200,14 @@ Milliseconds childrensProcessorTime() {
            std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
 }
 
+platform::CurlURLSessionOptions sessionOptions() {
+    platform::CurlURLSessionOptions options{.version = "bench"};
+    if (trustedAuthorities() != nullptr) {
+        options.certificateDirectory = trustedAuthorities();
+    }
+    return options;
+}
+
 void findAll(bool withBareLoop) {
     doubles::Fakes fakes;
     const platform::Configuration settings{"", ""};
@@ -189,7 +216,7 @@ void findAll(bool withBareLoop) {
     platform::SandboxedImageDecoder decoder(
         GLINTMARK_IMAGE_DECODER, queues.global(platform::QualityOfService::userInitiated));
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
-                                     {.version = "bench"});
+                                     sessionOptions());
     BareLoop bare;
     std::string link;
     while (std::getline(std::cin, link)) {
@@ -218,7 +245,7 @@ void findAll(bool withBareLoop) {
         const tools::FetchReport report(recorder.requests(), std::move(candidates));
         ordered_json line = lineFor(link, report, cost);
         if (withBareLoop) {
-            const Cost least = costOf([&] { bare.askFor(report.requests); });
+            const Cost least = costOf([&] { line["bareAnswers"] = bare.askFor(report.requests); });
             line["bareMs"] = least.elapsed.count();
             line["bareProcessorMs"] = least.processor.count();
         }

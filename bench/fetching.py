@@ -5,13 +5,18 @@
 Uses the sites of finding_sites.py, over http through one connection to a proxy, and over https with
 new connections for each site. Fails if the processor time is more than 1.5 times libcurl's (1.2
 times over https), or if the fetch takes over 10 ms longer than the bare requests. The bare requests
-take as long as their longest chain.
+take as long as their longest chain. A run in which other requests are answered than over http is an
+error.
 """
 
+import logging
 import pathlib
+import shutil
 import statistics
+import subprocess
 import sys
 import tempfile
+import urllib.parse
 
 from bench.finding import ask
 from bench.finding_sites import site_server, sites
@@ -23,12 +28,31 @@ MAXIMUM_RATIO = {"http": 1.5, "https": 1.2}
 MAXIMUM_BEYOND = 10  # milliseconds
 
 
-def rounds_over(scheme, wanted, rounds, authority):
+def trusted_folder(authority):
+    """A folder with the authority's certificate, named so that OpenSSL finds it there."""
+    folder = authority.certificate.parent / "trusted"
+    folder.mkdir()
+    shutil.copy(authority.certificate, folder)
+    subprocess.run(["openssl", "rehash", folder], check=True)
+    return folder
+
+
+def rounds_over(scheme, wanted, rounds, authority, trusted):
     with site_server(wanted, authority.context) as server:
         links = [site.link.replace("http://", scheme + "://", 1) for site in wanted]
-        more = {"SSL_CERT_FILE": str(authority.certificate)}
+        more = {"SSL_CERT_DIR": str(trusted)}
         command = (["build/bench/find-icons", "--bare"], server.proxy_environment() | more)
         return [ask(links, *command) for _ in range(rounds)]
+
+
+def check_answers(wanted, rounds, expected):
+    """`expected`: the numbers of answers and of pictures for each site."""
+    for fetches, _ in rounds:
+        for site, fetch, (answers, images) in zip(wanted, fetches, expected):
+            if (fetch["answers"], fetch["bareAnswers"]) != (answers, answers):
+                sys.exit(f"{site.kind}: other requests are answered: {fetch}, not {answers}")
+            if fetch["images"] != images:
+                sys.exit(f"{site.kind}: other pictures are found: {fetch}, not {images}")
 
 
 def measure(scheme, wanted, rounds, figures):
@@ -58,19 +82,25 @@ def measure(scheme, wanted, rounds, figures):
 
 
 def main():
+    # The server warns whenever a client closes a TLS connection.
+    logging.getLogger("asyncio").setLevel(logging.ERROR)
     arguments = parse_bench_options(__doc__, rounds={"type": int, "default": 5})
     # Large pages have their own benchmark.
     wanted = [site for site in sites() if "huge" not in site.kind]
     if arguments.smoke:
         wanted, arguments.rounds = wanted[:5], 1
-    hosts = sorted({host for site in wanted for host in site.hosts})
+    hosts = {urllib.parse.urlsplit(site.link).hostname for site in wanted}
+    hosts |= {host for site in wanted for host in site.hosts}
     figures = Figures()
     with tempfile.TemporaryDirectory() as folder:
-        authority = Authority(pathlib.Path(folder), hosts)
+        authority = Authority(pathlib.Path(folder), sorted(hosts))
+        trusted = trusted_folder(authority)
+        expected = None
         for scheme in MAXIMUM_RATIO:
-            measure(
-                scheme, wanted, rounds_over(scheme, wanted, arguments.rounds, authority), figures
-            )
+            rounds = rounds_over(scheme, wanted, arguments.rounds, authority, trusted)
+            expected = expected or [(fetch["answers"], fetch["images"]) for fetch in rounds[0][0]]
+            check_answers(wanted, rounds, expected)
+            measure(scheme, wanted, rounds, figures)
     return figures.finish(arguments)
 
 

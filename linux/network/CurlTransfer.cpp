@@ -181,10 +181,7 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     }
     group_->attach(handle);
     setConnecting(handle);
-    if (!options_.certificateFile.empty()) {
-        setCurlOption<CURLOPT_CAINFO>(handle, options_.certificateFile.c_str());
-        setCurlOption<CURLOPT_CAPATH>(handle, nullptr);
-    }
+    setAuthorities(handle);
 
     setCurlOption<CURLOPT_HEADERFUNCTION>(handle, headerArrived);
     setCurlOption<CURLOPT_HEADERDATA>(handle, this);
@@ -192,6 +189,15 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     setCurlOption<CURLOPT_WRITEDATA>(handle, this);
     setCurlOption<CURLOPT_NOSIGNAL>(handle, 1L);
     return owner;
+}
+
+void CurlTransfer::setAuthorities(CURL* handle) const {
+    const std::string& file = options_.certificateFile;
+    const std::string& directory = options_.certificateDirectory;
+    if (!file.empty() || !directory.empty()) {
+        setCurlOption<CURLOPT_CAINFO>(handle, file.empty() ? nullptr : file.c_str());
+        setCurlOption<CURLOPT_CAPATH>(handle, directory.empty() ? nullptr : directory.c_str());
+    }
 }
 
 void CurlTransfer::setConnecting(CURL* handle) {

@@ -123,6 +123,7 @@ private:
     void noteAnswerToKeep(CURLcode outcome, const std::optional<std::string>& location);
 
     CurlEasyHandle makeHandle();
+    void setAuthorities(CURL* handle) const;
     void setConnecting(CURL* handle);
     void setHeaders(CURL* handle);
     std::optional<std::string> location() const;

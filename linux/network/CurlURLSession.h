@@ -20,8 +20,12 @@ class Log;
 
 /// The settings of a session. Sizes are after decompression.
 struct CurlURLSessionOptions {
-    std::string version;            ///< Sent as "User-Agent: Glintmark/VERSION" by default.
-    std::string certificateFile{};  ///< PEM file of trusted authorities; empty: the system's store.
+    std::string version;  ///< Sent as "User-Agent: Glintmark/VERSION" by default.
+
+    /// Trusted authorities: a PEM file, and a folder with the names of openssl-rehash(1). Both
+    /// empty: the system's.
+    std::string certificateFile{};
+    std::string certificateDirectory{};
 
     std::size_t maximumTransfersPerHost = 6;
     std::size_t maximumTransfers = 256;
