@@ -25,6 +25,7 @@ constexpr std::size_t maximumCopiedBytes = std::size_t{1} << 20;
 CurlLoop::CurlLoop(const CurlURLSessionOptions& options, NameLookUps& names)
     : options_(options),
       names_(names),
+      authorities_(options),
       shared_(options.now),
       budget_(options.maximumArrivingBytes),
       queue_(options.maximumTransfersPerHost, options.maximumTransfers,
@@ -168,7 +169,7 @@ void CurlLoop::useSharedAnswers() {
 
 void CurlLoop::startTransfers() {
     while (auto transfer = queue_.take()) {
-        CURL* handle = (*transfer)->beginHop(budget_, openSockets_);
+        CURL* handle = (*transfer)->beginHop(budget_, openSockets_, authorities_);
         curl_multi_add_handle(multi_.get(), handle);
         running_.push_back({std::move(*transfer), handle});
     }
@@ -197,6 +198,11 @@ void CurlLoop::endHop(std::size_t index, CURLcode outcome, Transfers& ended) {
     running_[index] = std::move(running_.back());
     running_.pop_back();
     queue_.release(transfer->host(), outcome == CURLE_OK);
+    if (transfer->canTrustOthers(outcome, authorities_)) {
+        const std::string host = transfer->host();
+        queue_.pushFront(host, std::move(transfer));
+        return;
+    }
     const bool hasNextHop = transfer->endHop(outcome);
     if (hasNextHop) {
         shared_.hopEnded(*transfer);

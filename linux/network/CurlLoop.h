@@ -12,6 +12,7 @@
 #include "linux/network/HostQueue.h"
 #include "linux/network/NameLookUps.h"
 #include "linux/network/SharedAnswers.h"
+#include "linux/network/TrustedAuthorities.h"
 
 namespace glintmark::platform {
 
@@ -72,6 +73,7 @@ private:
     const CurlURLSessionOptions& options_;
     const ProxySettings proxies_ = ProxySettings::fromEnvironment();
     NameLookUps& names_;
+    TrustedAuthorities authorities_;
     std::unordered_map<std::string, std::vector<LookingUp>> lookingUp_;
     SharedAnswers shared_;
     Transfers ended_;  ///< Without a transfer of libcurl.

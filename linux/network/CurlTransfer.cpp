@@ -131,12 +131,13 @@ void CurlTransfer::setAddresses(std::string addresses, TransferClock::Duration l
     target_.lookUpTime = lookUpTime;
 }
 
-CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets) {
+CURL* CurlTransfer::beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets,
+                             TrustedAuthorities& authorities) {
     hop_ = std::make_unique<Hop>();
     hop_->begunAt = options_.now();
     hop_->openSockets = &openSockets;
     hop_->budget = &budget;
-    hop_->handle = makeHandle();
+    hop_->handle = makeHandle(authorities);
     budget.join(*this);
     clock_.start(options_.now() - target_.lookUpTime);
     return hop_->handle.get();
@@ -161,7 +162,7 @@ bool CurlTransfer::mayUse(std::optional<AddressSpace> connectedSpace) {
     return may;
 }
 
-CurlEasyHandle CurlTransfer::makeHandle() {
+CurlEasyHandle CurlTransfer::makeHandle(TrustedAuthorities& authorities) {
     CurlEasyHandle owner(curl_easy_init());
     CURL* handle = owner.get();
     setCurlOption<CURLOPT_ERRORBUFFER>(handle, hop_->error.data());
@@ -181,7 +182,7 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     }
     group_->attach(handle);
     setConnecting(handle);
-    setAuthorities(handle);
+    target_.trusted = authorities.trust(handle, target_.trusted);
 
     setCurlOption<CURLOPT_HEADERFUNCTION>(handle, headerArrived);
     setCurlOption<CURLOPT_HEADERDATA>(handle, this);
@@ -189,15 +190,6 @@ CurlEasyHandle CurlTransfer::makeHandle() {
     setCurlOption<CURLOPT_WRITEDATA>(handle, this);
     setCurlOption<CURLOPT_NOSIGNAL>(handle, 1L);
     return owner;
-}
-
-void CurlTransfer::setAuthorities(CURL* handle) const {
-    const std::string& file = options_.certificateFile;
-    const std::string& directory = options_.certificateDirectory;
-    if (!file.empty() || !directory.empty()) {
-        setCurlOption<CURLOPT_CAINFO>(handle, file.empty() ? nullptr : file.c_str());
-        setCurlOption<CURLOPT_CAPATH>(handle, directory.empty() ? nullptr : directory.c_str());
-    }
 }
 
 void CurlTransfer::setConnecting(CURL* handle) {
@@ -235,6 +227,17 @@ void CurlTransfer::setHeaders(CURL* handle) {
         appendCopy(hop_->headers, line);
     }
     setCurlOption<CURLOPT_HTTPHEADER>(handle, hop_->headers.get());
+}
+
+bool CurlTransfer::canTrustOthers(CURLcode outcome, TrustedAuthorities& authorities) {
+    if (outcome != CURLE_PEER_FAILED_VERIFICATION || !target_.trusted || target_.hasTriedOthers) {
+        return false;
+    }
+    authorities.refused(*target_.trusted);
+    target_.hasTriedOthers = true;
+    target_.lookUpTime = {};  // has been counted
+    leaveHop();
+    return true;
 }
 
 bool CurlTransfer::endHop(CURLcode outcome) {

@@ -16,6 +16,7 @@
 #include "linux/network/CurlHandles.h"
 #include "linux/network/HTTPCache.h"
 #include "linux/network/TransferClock.h"
+#include "linux/network/TrustedAuthorities.h"
 #include "platform/URLSession.h"
 
 namespace glintmark::platform {
@@ -50,7 +51,12 @@ public:
 
     /// Begins the prepared hop and returns its handle, which is valid until `endHop`. `budget` must
     /// live until then. `openSockets` must live as long as all connections.
-    CURL* beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets);
+    CURL* beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets,
+                   TrustedAuthorities& authorities);
+
+    /// True if the hop has failed because the server's certificate is not in one source of
+    /// `authorities`, and there is another. Then the hop has ended and can begin again.
+    bool canTrustOthers(CURLcode outcome, TrustedAuthorities& authorities);
 
     /// Ends the hop with libcurl's result, or CURLE_OPERATION_TIMEDOUT after its deadline. True if
     /// a redirect leads to another hop, which can then begin.
@@ -122,8 +128,7 @@ private:
     bool isTooLargeToShare() const;
     void noteAnswerToKeep(CURLcode outcome, const std::optional<std::string>& location);
 
-    CurlEasyHandle makeHandle();
-    void setAuthorities(CURL* handle) const;
+    CurlEasyHandle makeHandle(TrustedAuthorities& authorities);
     void setConnecting(CURL* handle);
     void setHeaders(CURL* handle);
     std::optional<std::string> location() const;
@@ -153,6 +158,8 @@ private:
         std::uint16_t lookUpPort = 0;
         std::string addresses;
         TransferClock::Duration lookUpTime{0};
+        std::optional<TrustedAuthorities::Source> trusted;  ///< By the last try.
+        bool hasTriedOthers = false;
     };
     Target target_;
     std::string sharedRequest_;

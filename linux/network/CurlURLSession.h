@@ -22,8 +22,8 @@ class Log;
 struct CurlURLSessionOptions {
     std::string version;  ///< Sent as "User-Agent: Glintmark/VERSION" by default.
 
-    /// Trusted authorities: a PEM file, and a folder with the names of openssl-rehash(1). Both
-    /// empty: the system's.
+    /// Trusted authorities: a PEM file, and a folder with the names of openssl-rehash(1). Either
+    /// is enough. Both empty: the system's.
     std::string certificateFile{};
     std::string certificateDirectory{};
 

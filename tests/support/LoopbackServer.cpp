@@ -195,6 +195,10 @@ std::string LoopbackServer::certificateFile() const {
     return tls_ ? tls_->certificateFile() : std::string();
 }
 
+std::string LoopbackServer::certificateName() const {
+    return tls_ ? tls_->certificateName() : std::string();
+}
+
 std::vector<LoopbackRequest> LoopbackServer::requests() const {
     const std::lock_guard lock(mutex_);
     return requests_;

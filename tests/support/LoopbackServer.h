@@ -106,6 +106,9 @@ public:
     /// The server's certificate as a PEM file, for clients that should trust it.
     std::string certificateFile() const;
 
+    /// The name under which OpenSSL looks for the certificate in a folder (openssl-rehash(1)).
+    std::string certificateName() const;
+
     std::vector<LoopbackRequest> requests() const;
     bool waitForRequests(std::size_t count) const;  ///< False if they do not arrive.
     int acceptedConnections() const;

@@ -147,6 +147,9 @@ LoopbackTLS::LoopbackTLS(const std::string& address, const std::vector<std::stri
     const Key key(EVP_EC_gen("P-256"));
     const Certificate certificate = selfSigned(key.get(), address);
     certificateFile_ = writeToFile(certificate.get());
+    std::array<char, sizeof("12345678.0")> name{};
+    std::snprintf(name.data(), name.size(), "%08lx.0", X509_subject_name_hash(certificate.get()));
+    certificateName_ = name.data();
     state_->protocols = wireList(protocols);
     SSL_CTX* context = state_->context.get();
     SSL_CTX_use_certificate(context, certificate.get());

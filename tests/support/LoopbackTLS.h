@@ -26,12 +26,14 @@ public:
     std::unique_ptr<LoopbackChannel> accept(int socket);
 
     const std::string& certificateFile() const { return certificateFile_; }
+    const std::string& certificateName() const { return certificateName_; }
 
 private:
     struct State;
 
     std::unique_ptr<State> state_;
     std::string certificateFile_;
+    std::string certificateName_;
 };
 
 }  // namespace glintmark::test

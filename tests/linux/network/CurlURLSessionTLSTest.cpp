@@ -1,9 +1,14 @@
 #include <cstdlib>
+#include <filesystem>
 
+#include "linux/network/CurlHandles.h"
 #include "linux/network/CurlURLSession.h"
+#include "linux/network/TrustedAuthorities.h"
 #include "tests/linux/network/CurlURLSessionFixture.h"
 #include "tests/support/HostNames.h"
 #include "tests/support/LoopbackTLS.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
 
@@ -47,6 +52,85 @@ TEST_F(CurlURLSessionTLSTest, FollowsARedirectToHTTPS) {
     secure_.on("/", answering(200, "secret"));
     server_.on("/", redirectingTo(secure_.url("/")));
     EXPECT_EQ(get(server_.url("/")).body, "secret");
+}
+
+/// A folder in which OpenSSL finds the certificate of `server` (openssl-rehash(1)).
+void fill(const test::TemporaryDirectory& folder, const LoopbackServer& server) {
+    folder.write(server.certificateName(), test::wholeFile(server.certificateFile()));
+}
+
+TEST_F(CurlURLSessionTLSTest, DoesNotReadTheFileIfTheFolderHasTheCertificate) {
+    const test::TemporaryDirectory folder;
+    fill(folder, secure_);
+    options_.certificateDirectory = folder.path();
+    options_.certificateFile = "/dev/null";  // which libcurl takes for a broken file
+    secure_.on("/", answering(200, "secret"));
+    const URLResult result = get(secure_.url("/"));
+    EXPECT_EQ(result.body, "secret") << result.error.value_or("");
+    EXPECT_EQ(secure_.acceptedConnections(), 1);
+}
+
+TEST_F(CurlURLSessionTLSTest, AFolderWithoutTheCertificateIsTriedInVainOnce) {
+    LoopbackServer second({.address = "127.0.0.3", .encrypted = true});
+    const test::TemporaryDirectory empty;
+    const test::TemporaryDirectory place;
+    const std::string file = place.write("all.pem", test::wholeFile(secure_.certificateFile()) +
+                                                        test::wholeFile(second.certificateFile()));
+    options_.certificateDirectory = empty.path();
+    options_.certificateFile = file;
+    secure_.on("/", answering(200, "secret"));
+    second.on("/", answering(200, "secret"));
+    EXPECT_EQ(get(secure_.url("/")).body, "secret");
+    EXPECT_EQ(secure_.acceptedConnections(), 2);
+    EXPECT_EQ(secure_.requests().size(), 1U);
+
+    std::filesystem::remove(file);  // it is not read again
+    EXPECT_EQ(get(second.url("/")).body, "secret");
+    EXPECT_EQ(second.acceptedConnections(), 1);
+}
+
+TEST_F(CurlURLSessionTLSTest, TheFolderIsTriedIfTheFileLacksTheCertificate) {
+    LoopbackServer second({.address = "127.0.0.3", .encrypted = true});
+    const test::TemporaryDirectory folder;
+    fill(folder, second);
+    options_.certificateDirectory = folder.path();
+    options_.certificateFile = secure_.certificateFile();
+    secure_.on("/", answering(200, "secret"));
+    second.on("/", answering(200, "secret"));
+    EXPECT_EQ(get(secure_.url("/")).body, "secret");
+    EXPECT_EQ(get(second.url("/")).body, "secret");
+}
+
+TEST_F(CurlURLSessionTLSTest, ACertificateInNeitherSourceIsRefused) {
+    LoopbackServer second({.address = "127.0.0.3", .encrypted = true});
+    const test::TemporaryDirectory folder;
+    fill(folder, second);
+    options_.certificateDirectory = folder.path();
+    options_.certificateFile = second.certificateFile();
+    const URLResult result = get(secure_.url("/"));
+    EXPECT_EQ(result.body, std::nullopt);
+    EXPECT_NE(result.error, std::nullopt);
+    EXPECT_TRUE(secure_.requests().empty());
+    EXPECT_EQ(secure_.acceptedConnections(), 2);
+}
+
+TEST_F(CurlURLSessionTLSTest, ChoosesOneOfTheSystemsTwoSources) {
+    const CurlEasyHandle handle(curl_easy_init());
+    const char* file = nullptr;
+    const char* folder = nullptr;
+    curl_easy_getinfo(handle.get(), CURLINFO_CAINFO, &file);
+    curl_easy_getinfo(handle.get(), CURLINFO_CAPATH, &folder);
+    const auto isThere = [](const char* path) {
+        return path != nullptr && std::filesystem::exists(path);
+    };
+    using Source = TrustedAuthorities::Source;
+    TrustedAuthorities authorities(options_);
+    const bool hasBoth = isThere(file) && isThere(folder);
+    const auto chosen = authorities.trust(handle.get(), std::nullopt);
+    EXPECT_EQ(chosen, hasBoth ? std::optional(Source::folder) : std::nullopt);
+    if (hasBoth) {
+        EXPECT_EQ(authorities.trust(handle.get(), Source::folder), Source::file);
+    }
 }
 
 std::string frame(char type, char flags, char stream, std::string_view payload) {
