@@ -218,8 +218,9 @@ def main():
     known = ", ".join(question.benchmark for question in questions)
     parser.add_argument("names", nargs="*", metavar="NAME", help=known)
     arguments = parser.parse_args()
-    groups = "build test session bench" + ("" if arguments.smoke else " plot peers")
-    build = f". scripts/lib.sh && install_missing {groups} && build bench benchmarks"
+    groups = "build test session bench" + ("" if arguments.smoke else " plot")
+    peers = "" if arguments.smoke else "install_available peers && "
+    build = f". scripts/lib.sh && install_missing {groups} && {peers}build bench benchmarks"
     subprocess.run(["bash", "-ec", build], check=True)
     results.mkdir(exist_ok=True)
     names = arguments.names or [question.benchmark for question in questions]
