@@ -5,7 +5,7 @@ import pathlib
 import shutil
 import unittest
 
-from tests.harness.link_file import icon_name, write_link
+from tests.harness.link_file import icon_name, move_link_in
 from tests.harness.program import Program
 from tests.harness.session import DesktopSession
 from tests.harness.sites import demo_sites
@@ -56,7 +56,7 @@ class DesktopTest(unittest.TestCase):
         self.program.start().wait_until_started()
 
     def drop(self, name, url):
-        return write_link(self.downloads / name, url)
+        return move_link_in(self.downloads / name, url)
 
     def drop_and_wait(self, name, url="http://glint.example/"):
         """Drops a link and waits for its icon."""

@@ -3,7 +3,7 @@
 import shutil
 import sys
 
-from tests.harness.link_file import icon_name, write_link
+from tests.harness.link_file import icon_name, move_link_in
 from tests.harness.options import parse_options
 from tests.harness.program import Program
 from tests.harness.session import DesktopSession
@@ -21,7 +21,7 @@ def main():
         session.start_desktop()
         program = Program(session, options.program).start().wait_until_started()
         session.open_file_manager(session.downloads)
-        link = write_link(session.downloads / "Glint.webloc", "http://glint.example/")
+        link = move_link_in(session.downloads / "Glint.webloc", "http://glint.example/")
         program.wait_until_applied(link)
         session.wait_for_colour(MAGENTA, minimum=300)
         picture = session.screenshot(output / "desktop.png")

@@ -3,7 +3,7 @@
 import collections
 import time
 
-from tests.harness.link_file import write_link
+from tests.harness.link_file import move_link_in
 from tests.harness.pictures import Picture, find_colour
 from tests.harness.program import Program
 from tests.harness.session import DesktopSession
@@ -45,7 +45,7 @@ def show_in_open_view(view, executable, output):
         program = Program(session, executable).start().wait_until_started()
         session.start_window_manager()
         open_view(session, view, folder)
-        link = write_link(folder / "Glint.webloc", "http://glint.example/")
+        link = move_link_in(folder / "Glint.webloc", "http://glint.example/")
         program.wait_until_applied(link)
         started = time.monotonic()
         picture = output / f"{view.name}.png"

@@ -3,7 +3,7 @@
 import subprocess
 
 from tests.harness.answers import picture
-from tests.harness.link_file import write_link
+from tests.harness.link_file import move_link_in
 from tests.harness.log_lines import APPLIED
 from tests.harness.pictures import crop, find_colour
 from tests.harness.program import Program
@@ -68,7 +68,7 @@ def show_folder(executable, output):
         folder = session.downloads
         session.open_file_manager(folder)
         for name, _, _ in SITES:
-            write_link(folder / f"{name}.webloc", f"http://{name.lower()}.example/")
+            move_link_in(folder / f"{name}.webloc", f"http://{name.lower()}.example/")
         wait_for(lambda: len(program.lines_about(APPLIED)) == len(SITES), "all icons")
         path = output / "folder.png"
         session.wait_until_still(path, period=6.0, timeout=60)

@@ -2,7 +2,7 @@
 
 import os
 
-from tests.harness.session import WATCHER
+from tests.harness.session import WATCHER, has
 from tests.harness.waiting import wait_for
 
 PANEL_HEIGHT = 32
@@ -109,7 +109,8 @@ def start_plasma(session, dark=False):
     write(session.config_home / "plasmarc", f"[Theme]\nname={theme}\n")
     session.environment.update(KDE)
     session.environment.update(QT_QUICK_BACKEND="software", LIBGL_ALWAYS_SOFTWARE="1")
-    session.spawn("kded5", ["kded5"])
+    daemon = "kded6" if has("kded6") else "kded5"
+    session.spawn(daemon, [daemon])
     session.spawn("plasmashell", ["plasmashell"])
     session.wait_for_bus_name(WATCHER, timeout=90)
 

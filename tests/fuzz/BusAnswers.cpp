@@ -150,13 +150,14 @@ void openPanel(FuzzedBus& bus, const SessionBus& session, fuzz::Pieces& pieces) 
     bus.setAnswers(answersOf(pieces, types));
     int results = 0;
     {
-        const PortalFileChooser chooser(session.connection(), {.canChooseDirectories = true},
-                                        [&](const std::optional<OpenPanel::Result>& result) {
-                                            ++results;
-                                            const bool chosen =
-                                                result && result->response == ModalResponse::ok;
-                                            fuzz::require(chosen || !result || !result->path);
-                                        });
+        OpenPanel::Settings settings;
+        settings.canChooseDirectories = true;
+        const PortalFileChooser chooser(
+            session.connection(), settings, [&](const std::optional<OpenPanel::Result>& result) {
+                ++results;
+                const bool chosen = result && result->response == ModalResponse::ok;
+                fuzz::require(chosen || !result || !result->path);
+            });
         settle(session.connection());
         bus.emit("/org/freedesktop/portal/desktop/request/1_1/glintmark",
                  "org.freedesktop.portal.Request", "Response", pieces.tuple("(ua{sv})").get());

@@ -29,6 +29,16 @@ def write_link(path, url):
     return path
 
 
+def move_link_in(path, url):
+    """The same for a folder that is open in a file manager. The file is written beside the folder:
+    Thunar 4.20 never shows a file that is made inside and renamed at once."""
+    path = pathlib.Path(path)
+    unfinished = path.parent.with_name(path.name + ".part")
+    unfinished.write_text(link_text(url))
+    unfinished.rename(path)
+    return path
+
+
 def icon_name(path):
     """The name of the stored icon that a file has; None without an icon."""
     try:

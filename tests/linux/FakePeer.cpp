@@ -79,14 +79,15 @@ PeerReply FakePeer::call(const std::string& name, const std::string& path,
                          const std::string& interface, const std::string& method,
                          const std::string& arguments) const {
     GErrorOut parseError;
-    GVariant* parsed =
+    GVariant* const value =
         g_variant_parse(nullptr, arguments.c_str(), nullptr, nullptr, parseError.out());
+    const GVariantHandle parsed(value != nullptr ? g_variant_take_ref(value) : nullptr);
     EXPECT_NE(parsed, nullptr) << arguments << ": " << parseError.get()->message;
 
     GObjectHandle<GAsyncResult> result;
     g_dbus_connection_call(
-        connection_.get(), name.c_str(), path.c_str(), interface.c_str(), method.c_str(), parsed,
-        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+        connection_.get(), name.c_str(), path.c_str(), interface.c_str(), method.c_str(),
+        parsed.get(), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
         [](GObject*, GAsyncResult* answer, gpointer out) {
             *static_cast<GObjectHandle<GAsyncResult>*>(out) = shareGObject(answer);
         },

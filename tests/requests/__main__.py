@@ -124,9 +124,10 @@ def fetch_twice_at_once(program, authority):
     # The service answers neither fetch before both have asked it.
     together = ["service 1", "service 2"]
     complaints = []
-    with Recorder(authority, paths, once.answers, together=together) as recorder, BareProgram(
-        program
-    ) as running:
+    with (
+        Recorder(authority, paths, once.answers, together=together) as recorder,
+        BareProgram(program) as running,
+    ):
         running.environment.update(environment(recorder, once.environment))
         running.start()
         for name in ("a", "b"):

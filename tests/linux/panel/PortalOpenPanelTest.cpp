@@ -50,10 +50,10 @@ public:
 
     void die() { peer_.die(); }
     void answer() {
-        GVariant* response =
-            g_variant_parse(nullptr, answerText.c_str(), nullptr, nullptr, nullptr);
+        const GVariantHandle response(g_variant_take_ref(
+            g_variant_parse(nullptr, answerText.c_str(), nullptr, nullptr, nullptr)));
         g_dbus_connection_emit_signal(peer_.connection(), nullptr, path_.c_str(),
-                                      "org.freedesktop.portal.Request", "Response", response,
+                                      "org.freedesktop.portal.Request", "Response", response.get(),
                                       nullptr);
     }
 
