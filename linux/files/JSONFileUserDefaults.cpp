@@ -34,7 +34,7 @@ std::optional<Value> parseObject(const std::string& text) {
     if (isTooDeep || !value.is_object()) {
         return std::nullopt;
     }
-    return value;
+    return std::optional<Value>(std::in_place, std::move(value));
 }
 
 bool isMissing(const std::string& path) {
