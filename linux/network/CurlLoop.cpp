@@ -15,6 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
 constexpr const char* unknownName = "The host's name has no address.";
 constexpr std::size_t reservedShare = 5;  // one fifth
+constexpr long connectionsPerTransfer = 4;
 
 /// Answers from the cache are copied until they have so many bytes. Then the session looks at how
 /// much has been delivered.
@@ -135,6 +136,11 @@ CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
         useSharedAnswers();
         startTransfers();
     }
+    // libcurl's default, but stated: libcurl 8.14 leaves out the transfers that have ended already,
+    // so transfers that end together would close connections that the next ones of their host can
+    // use.
+    setCurlOption<CURLMOPT_MAXCONNECTS>(
+        multi_.get(), connectionsPerTransfer * static_cast<long>(running_.size()));
     int stillRunning = 0;
     curl_multi_perform(multi_.get(), &stillRunning);
     Transfers ended = std::exchange(ended_, {});
