@@ -185,6 +185,7 @@ int main() {
     // Destructors would wait for running fetches and decodes, whose results are not needed any
     // more. Nothing needs saving: persistent data is written when it changes.
     delegate->setStatusItem(nullptr);
+    platform::removeThumbnailerOfBuildTree(platform::programFolder(), g_get_user_data_dir());
     bus.flush(flushTimeout);
     std::_Exit(0);
 }

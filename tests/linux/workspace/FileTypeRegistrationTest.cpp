@@ -1,6 +1,7 @@
 #include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -24,6 +25,7 @@ protected:
     void makeBuildTree(const std::string& name) const {
         std::filesystem::create_directories(folder_ / name);
         std::filesystem::copy(GLINTMARK_FILETYPE, folder_ / (name + "/filetype"));
+        folder_.write(name + "/glintmark-thumbnailer");
     }
 
     bool registerFrom(const std::string& name) const {
@@ -73,13 +75,59 @@ TEST_F(FileTypeRegistrationTest, APathWithSpacesAndQuotesIsOneWordOfTheCommand) 
     ASSERT_NE(g_key_file_load_from_file(keys, (folder_ / thumbnailerFile).c_str(), G_KEY_FILE_NONE,
                                         nullptr),
               FALSE);
-    const GStringHandle command(g_key_file_get_string(keys, "Thumbnailer Entry", "Exec", nullptr));
+    GErrorOut error;  // also for an escape that the format does not have
+    const GStringHandle command(
+        g_key_file_get_string(keys, "Thumbnailer Entry", "Exec", error.out()));
+    EXPECT_FALSE(error) << error.get()->message;
     g_key_file_unref(keys);
     gchar** words = nullptr;
     ASSERT_NE(g_shell_parse_argv(command.get(), nullptr, &words, nullptr), FALSE);
     const GStrvHandle owned(words);
     EXPECT_EQ(words[0], folder_ / "it's a 100%% tree/glintmark-thumbnailer");
     EXPECT_STREQ(words[1], "%i");
+}
+
+TEST_F(FileTypeRegistrationTest, AProgramThatOthersCanReplaceIsNotRegistered) {
+    using std::filesystem::perms;
+    makeBuildTree("shared/build");
+    for (const char* part : {"shared", "shared/build", "shared/build/glintmark-thumbnailer"}) {
+        const auto before = std::filesystem::status(folder_ / part).permissions();
+        std::filesystem::permissions(folder_ / part, before | perms::others_write);
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(registerFrom("shared/build"));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    HasSubstr("others can change " + (folder_ / part) + "\n"));
+        std::filesystem::permissions(folder_ / part, before);
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "data"));
+    EXPECT_TRUE(registerFrom("shared/build"));
+}
+
+TEST_F(FileTypeRegistrationTest, AStickyFolderKeepsTheProgram) {
+    using std::filesystem::perms;
+    makeBuildTree("sticky/build");
+    std::filesystem::permissions(folder_ / "sticky", perms::all | perms::sticky_bit);
+    EXPECT_TRUE(registerFrom("sticky/build"));
+}
+
+TEST_F(FileTypeRegistrationTest, AForeignOwnerCanReplaceTheProgram) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a folder away";
+    }
+    makeBuildTree("foreign/build");
+    ASSERT_EQ(chown((folder_ / "foreign").c_str(), 4242, 4242), 0);
+    EXPECT_FALSE(registerFrom("foreign/build"));
+}
+
+TEST_F(FileTypeRegistrationTest, TheThumbnailerIsRemovedAtTheEndAndTheTypeStays) {
+    makeBuildTree("build");
+    makeBuildTree("other");
+    ASSERT_TRUE(registerFrom("build"));
+    removeThumbnailerOfBuildTree(folder_ / "other", folder_ / "data");
+    EXPECT_TRUE(std::filesystem::exists(folder_ / thumbnailerFile));
+    removeThumbnailerOfBuildTree(folder_ / "build", folder_ / "data");
+    EXPECT_FALSE(std::filesystem::exists(folder_ / thumbnailerFile));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / typeFile));
 }
 
 TEST_F(FileTypeRegistrationTest, AnInstalledProgramRegistersNothing) {
