@@ -1,6 +1,8 @@
 # The variables that a preset may change, in addition to CMake's own. Everything else is the same in
 # every build.
 set(GLINTMARK_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, separated by commas")
+set(GLINTMARK_PRODUCT_PAGE "" CACHE STRING
+    "Address of the product's web page, opened from the menu; empty: the installed page")
 option(GLINTMARK_COVERAGE "Record line coverage (Clang)" OFF)
 option(GLINTMARK_TESTS "Build the tests" ON)
 option(GLINTMARK_BENCH "Build the benchmarks" OFF)
