@@ -22,11 +22,20 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-Wno-null-dereference -Wno-maybe-uninitialized)
 endif()
 
-if(CMAKE_BUILD_TYPE STREQUAL "Debug")
-  add_compile_definitions(_GLIBCXX_ASSERTIONS)
-else()
-  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+add_compile_definitions(_GLIBCXX_ASSERTIONS)
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong)
   add_link_options(-Wl,-z,relro -Wl,-z,now)
+  # Not every compiler has these, and not for every processor.
+  include(CheckCXXCompilerFlag)
+  foreach(flag -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard
+          -ftrivial-auto-var-init=zero)
+    string(MAKE_C_IDENTIFIER "COMPILER_HAS${flag}" available)
+    check_cxx_compiler_flag(${flag} ${available})
+    if(${available})
+      add_compile_options(${flag})
+    endif()
+  endforeach()
   include(CheckCXXSourceCompiles)
   check_cxx_source_compiles("#ifndef __PIE__
     #error
