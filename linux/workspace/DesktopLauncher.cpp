@@ -21,6 +21,9 @@ GVariant* folderRequest(const std::string& uri) {
 }  // namespace
 
 bool launchDefault(const std::string& uri) {
+    if (limitsChildren()) {
+        return startServiceOf("xdg-open", uri);
+    }
     return g_app_info_launch_default_for_uri(uri.c_str(), nullptr, nullptr) != FALSE ||
            startCommand("xdg-open", uri);
 }

@@ -7,6 +7,10 @@ import signal
 import unittest
 
 from tests.desktop.case import OPTIONS, DesktopTest
+from tests.desktop.menu import CREDIT
+from tests.harness.link_file import icon_name
+from tests.harness.session import PORTAL
+from tests.harness.status_item import StatusItem
 from tests.harness.waiting import wait_for
 
 UNIT = "glintmark.service"
@@ -28,7 +32,10 @@ class SystemdUnitTest(DesktopTest):
         place_of_program = units / f"{UNIT}.d" / "built.conf"
         place_of_program.parent.mkdir(parents=True)
         shutil.copy(SOURCE, units)
-        place_of_program.write_text(f"[Service]\nExecStart=\nExecStart={OPTIONS.program}\n")
+        place_of_program.write_text(
+            f"[Service]\nExecStart=\nExecStart={OPTIONS.program}\n"
+            f"Environment=PATH={self.session.programs}:{os.environ['PATH']}\n"
+        )
         self.session.spawn("systemd", ["unshare", "--mount", "sh", "-c", MANAGER])
         wait_for((self.session.runtime / "systemd" / "private").exists, "the user manager")
 
@@ -37,6 +44,22 @@ class SystemdUnitTest(DesktopTest):
 
     def property(self, name):
         return self.systemctl("show", "--value", "--property", name, UNIT).strip()
+
+    def test_under_its_limits_pictures_are_decoded_and_other_programs_start_without_them(self):
+        notes = self.session.root / "limits.txt"
+        script = f"grep NoNewPrivs /proc/self/status >'{notes}.new' && mv '{notes}.new' '{notes}'"
+        self.session.stand_in("xdg-open", script)
+        self.session.disable(PORTAL)
+        self.session.start_desktop()
+        self.systemctl("start", UNIT)
+        item = StatusItem(self.session)
+        process = pathlib.Path("/proc", self.property("MainPID"), "status")
+        self.assertIn("NoNewPrivs:\t1", process.read_text())
+        link = self.drop("a.webloc", "http://glint.example/")
+        wait_for(lambda: icon_name(link), "the icon")
+        item.click(CREDIT)
+        wait_for(notes.exists, "the program that opens addresses")
+        self.assertEqual(notes.read_text(), "NoNewPrivs:\t0\n")
 
     def test_it_starts_restarts_after_a_crash_and_stops(self):
         self.systemctl("start", UNIT)

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -91,6 +92,19 @@ private:
     finish(passed);
 }
 
+[[noreturn]] void openAddressUnderLimits() {
+    bool passed = false;
+    {
+        const Settings settings;
+        settings.makeDefault("browser");
+        settings.addProgram("xdg-open");
+        settings.addProgram("systemd-run");
+        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+        passed = launchDefault("https://example.com/") && settings.hasOpened("systemd-run --user");
+    }
+    finish(passed);
+}
+
 [[noreturn]] void openAddressWithNothing() {
     bool launched = false;
     {
@@ -133,6 +147,10 @@ TEST(DesktopLauncherTest, AnAddressIsOpenedByTheDefaultProgram) {
 
 TEST(DesktopLauncherTest, WithoutADefaultProgramXdgOpenChooses) {
     EXPECT_EXIT(openAddressWithoutDefault(), ExitedWithCode(0), "");
+}
+
+TEST(DesktopLauncherTest, UnderTheLimitsOfAUnitAnAddressIsOpenedByAServiceOfItsOwn) {
+    EXPECT_EXIT(openAddressUnderLimits(), ExitedWithCode(0), "");
 }
 
 TEST(DesktopLauncherTest, WithoutAnyProgramTheRequestFails) {
