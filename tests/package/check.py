@@ -138,6 +138,11 @@ class InstallTest(unittest.TestCase):
                 )
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
 
+    def test_all_recipes_are_for_this_version(self):
+        for name, key in (("glintmark.spec", "Version: +"), ("PKGBUILD", "pkgver=")):
+            text = (ROOT / "packaging" / name).read_text()
+            self.assertRegex(text, rf"(?m)^{key}{re.escape(project_version())}$", name)
+
     def test_icons_have_their_sizes(self):
         for size in ICON_SIZES:
             icon = self.share / f"icons/hicolor/{size}x{size}/apps/glintmark.png"
