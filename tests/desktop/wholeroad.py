@@ -18,6 +18,13 @@ from tests.harness.waiting import wait_for
 
 
 class WholeRoadTest(DesktopTest):
+    def test_a_build_tree_has_its_thumbnailer_registered_only_while_it_runs(self):
+        entry = self.session.data_home / "thumbnailers/com.quorvel.Glintmark.thumbnailer"
+        self.start_program()
+        self.assertTrue(entry.exists())
+        self.program.terminate()
+        self.assertFalse(entry.exists())
+
     def test_a_dropped_link_gets_its_icon_a_notification_and_shows_in_an_open_window(self):
         write_link(self.desktop / "Old.webloc", "http://glint.example/")
         self.session.start_desktop()
