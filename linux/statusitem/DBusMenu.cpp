@@ -41,6 +41,7 @@ std::vector<DBusMenuLayout::Id> idsFrom(GVariant* integers) {
 }
 
 bool isClick(std::string_view event) { return event == "clicked"; }
+bool isOpening(std::string_view event) { return event == "opened"; }
 
 GVariant* idArray(const std::vector<DBusMenuLayout::Id>& ids) {
     return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, ids.data(), ids.size(), sizeof(ids[0]));
@@ -160,6 +161,8 @@ void DBusMenu::event(GVariant* arguments, GDBusMethodInvocation* invocation) {
     g_dbus_method_invocation_return_value(invocation, nullptr);
     if (isClick(event)) {
         click(id);
+    } else if (isOpening(event)) {
+        willShow(id);
     }
 }
 
@@ -180,6 +183,8 @@ void DBusMenu::eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation
         // A user cannot click an entry twice before the panel sends what happened.
         if (isClick(event) && std::find(clicked.begin(), clicked.end(), id) == clicked.end()) {
             clicked.push_back(id);
+        } else if (isOpening(event)) {
+            willShow(id);
         }
     }
     g_variant_iter_free(events);
@@ -194,7 +199,7 @@ void DBusMenu::eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation
     }
 }
 
-void DBusMenu::aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+void DBusMenu::aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation) {
     Id id = 0;
     g_variant_get(arguments, "(i)", &id);
     if (!layout_.contains(id)) {
@@ -202,15 +207,18 @@ void DBusMenu::aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocatio
         return;
     }
     g_dbus_method_invocation_return_value(invocation, g_variant_new("(b)", FALSE));
+    willShow(id);
 }
 
-void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation) const {
+void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation) {
     const GVariantHandle requested(g_variant_get_child_value(arguments, 0));
     const auto ids = idsFrom(requested.get());
     std::vector<Id> unknown;
     for (const Id id : ids) {
         if (!layout_.contains(id)) {
             unknown.push_back(id);
+        } else {
+            willShow(id);
         }
     }
     if (!ids.empty() && unknown.size() == ids.size()) {
@@ -219,6 +227,12 @@ void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invo
     }
     g_dbus_method_invocation_return_value(invocation,
                                           g_variant_new("(@ai@ai)", idArray({}), idArray(unknown)));
+}
+
+void DBusMenu::willShow(Id id) {
+    if (id == DBusMenuLayout::root) {
+        ++timesShown_;
+    }
 }
 
 /// The action runs later, from the main loop. It may open a dialog with a nested loop, and the

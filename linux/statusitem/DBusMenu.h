@@ -31,6 +31,9 @@ public:
     /// Replaces the whole menu and notifies the panel. Pending clicks on the old menu are dropped.
     void setMenu(Menu menu);
 
+    /// How often a panel has announced that it shows the menu.
+    std::uint64_t timesShown() const { return timesShown_; }
+
 private:
     using Id = DBusMenuLayout::Id;
 
@@ -41,14 +44,16 @@ private:
     void getProperty(GVariant* arguments, GDBusMethodInvocation* invocation) const;
     void event(GVariant* arguments, GDBusMethodInvocation* invocation);
     void eventGroup(GVariant* arguments, GDBusMethodInvocation* invocation);
-    void aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation) const;
-    void aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation) const;
+    void aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation);
+    void aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation);
+    void willShow(Id id);
 
     void click(Id id);
     void runActions();
 
     DBusMenuLayout layout_;
     std::uint32_t revision_ = 1;
+    std::uint64_t timesShown_ = 0;
     std::vector<Id> clicked_;  ///< Their actions wait until the panel has its answer.
     GSourceId actionSource_;
     std::optional<DBusObject> object_;

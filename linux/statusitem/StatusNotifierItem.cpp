@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "linux/bus/DBusCall.h"
@@ -20,7 +21,13 @@ using std::chrono::milliseconds;
 
 constexpr DBusTarget watcher{"org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
                              "org.kde.StatusNotifierWatcher"};
+constexpr DBusTarget watcherProperties{watcher.name, watcher.path,
+                                       "org.freedesktop.DBus.Properties"};
+constexpr DBusTarget busDaemon{"org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus"};
+constexpr auto cinnamonWatcher = "org.x.StatusNotifierWatcher";
 constexpr int timeoutMilliseconds = 10'000;
+constexpr int shownTimeoutMilliseconds = 1000;
 constexpr milliseconds firstPause{1000};
 constexpr milliseconds maximumPause{60'000};
 
@@ -59,20 +66,19 @@ bool listsItemOf(GVariant* items, const char* uniqueName) {
     return false;
 }
 
-/// The item has only a menu, and panels open it themselves. Some panels ignore `ItemIsMenu` and
-/// send an activation first. They open the menu when the item refuses the activation.
-void answer(const std::string& method, GDBusMethodInvocation* invocation) {
-    if (method == "Activate" || method == "SecondaryActivate") {
-        g_dbus_method_invocation_return_error_literal(
-            invocation, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_METHOD, "There is nothing but a menu");
-    } else {
-        g_dbus_method_invocation_return_value(invocation, nullptr);
-    }
+/// `reply` holds all properties of a watcher. A property that is missing denies nothing.
+bool isShown(GVariant* reply, const char* uniqueName) {
+    const GVariantHandle properties(g_variant_get_child_value(reply, 0));
+    gboolean hasHost = TRUE;
+    g_variant_lookup(properties.get(), "IsStatusNotifierHostRegistered", "b", &hasHost);
+    const GVariantHandle items(g_variant_lookup_value(
+        properties.get(), "RegisteredStatusNotifierItems", G_VARIANT_TYPE_STRING_ARRAY));
+    return hasHost != FALSE && (items == nullptr || listsItemOf(items.get(), uniqueName));
 }
 
 }  // namespace
 
-StatusNotifierItem::StatusNotifierItem(SessionBus& bus, std::string iconFolder)
+StatusNotifierItem::StatusNotifierItem(SessionBus& bus, std::optional<std::string> iconFolder)
     : iconFolder_(std::move(iconFolder)), pixmaps_(g_variant_ref_sink(noPixmaps())) {
     subscription_ = bus.observe([this](GDBusConnection* connection) { offer(connection); });
 }
@@ -81,12 +87,24 @@ StatusNotifierItem::~StatusNotifierItem() { stopOffering(); }
 
 void StatusNotifierItem::setImage(const TemplateImage& image) {
     symbolicIcon_.reset();
-    symbolicIcon_.emplace(iconFolder_, image);
+    if (iconFolder_) {
+        symbolicIcon_.emplace(*iconFolder_, image);
+    }
     pixmaps_.reset(g_variant_ref_sink(pixmaps(image)));
     if (object_) {
-        object_->emit("NewIconThemePath", g_variant_new("(s)", symbolicIcon_->path().c_str()));
+        object_->emit("NewIconThemePath", g_variant_new("(s)", iconThemePath().c_str()));
         object_->emit("NewIcon", nullptr);
     }
+}
+
+/// Empty if the panel should take the pixmaps.
+std::string StatusNotifierItem::iconName() const {
+    const bool isReadable = iconFolder_ ? !iconThemePath().empty() && readsIconFiles_ : true;
+    return isReadable ? SymbolicIconFolder::iconName : "";
+}
+
+std::string StatusNotifierItem::iconThemePath() const {
+    return symbolicIcon_ ? symbolicIcon_->path() : "";
 }
 
 void StatusNotifierItem::offer(GDBusConnection* connection) {
@@ -98,8 +116,8 @@ void StatusNotifierItem::offer(GDBusConnection* connection) {
     menu_.offer(connection);
     object_.emplace(
         connection, path, statusNotifierItemXml,
-        [](const std::string& method, GVariant*, GDBusMethodInvocation* invocation) {
-            answer(method, invocation);
+        [this](const std::string& method, GVariant*, GDBusMethodInvocation* invocation) {
+            call(method, invocation);
         },
         [this](const std::string& name) { return property(name); });
     followWatcher(connection);
@@ -110,6 +128,7 @@ void StatusNotifierItem::stopOffering() {
         return;
     }
     retry_.reset();
+    menuTimeout_.reset();
     if (cancellable_ != nullptr) {
         g_cancellable_cancel(cancellable_.get());
     }
@@ -120,8 +139,35 @@ void StatusNotifierItem::stopOffering() {
     connection_.reset();
 }
 
+/// The item has only a menu, and panels open it themselves. Some panels ignore `ItemIsMenu` and
+/// send an activation first. Of these, some open the menu when the item refuses the activation, and
+/// some do nothing more.
+void StatusNotifierItem::call(const std::string& method, GDBusMethodInvocation* invocation) {
+    if (method == "Activate" || method == "SecondaryActivate") {
+        g_dbus_method_invocation_return_error_literal(
+            invocation, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_METHOD, "There is nothing but a menu");
+    } else {
+        g_dbus_method_invocation_return_value(invocation, nullptr);
+    }
+    if (method == "Activate" && activated_) {
+        awaitMenu();
+    }
+}
+
+void StatusNotifierItem::awaitMenu() {
+    timesShown_ = menu_.timesShown();
+    const auto look = [](gpointer data) -> gboolean {
+        auto* self = static_cast<StatusNotifierItem*>(data);
+        self->menuTimeout_.forget();
+        if (self->menu_.timesShown() == self->timesShown_) {
+            self->activated_();
+        }
+        return G_SOURCE_REMOVE;
+    };
+    menuTimeout_ = GSourceId(g_timeout_add(static_cast<guint>(menuPatience.count()), look, this));
+}
+
 GVariant* StatusNotifierItem::property(const std::string& name) const {
-    const bool hasSymbolicIcon = symbolicIcon_ && !symbolicIcon_->path().empty();
     if (name == "Category") {
         return g_variant_new_string("ApplicationStatus");
     }
@@ -138,10 +184,10 @@ GVariant* StatusNotifierItem::property(const std::string& name) const {
         return g_variant_new_int32(0);
     }
     if (name == "IconThemePath") {
-        return g_variant_new_string(hasSymbolicIcon ? symbolicIcon_->path().c_str() : "");
+        return g_variant_new_string(iconThemePath().c_str());
     }
     if (name == "IconName") {
-        return g_variant_new_string(hasSymbolicIcon ? SymbolicIconFolder::iconName : "");
+        return g_variant_new_string(iconName().c_str());
     }
     if (name == "IconPixmap") {
         return g_variant_ref(pixmaps_.get());
@@ -162,11 +208,8 @@ GVariant* StatusNotifierItem::property(const std::string& name) const {
 }
 
 void StatusNotifierItem::followWatcher(GDBusConnection* connection) {
-    const auto appeared = [](GDBusConnection*, const gchar*, const gchar*, gpointer data) {
-        auto* self = static_cast<StatusNotifierItem*>(data);
-        self->cancellable_.reset(g_cancellable_new());
-        self->pause_ = firstPause;
-        self->registerItem();
+    const auto appeared = [](GDBusConnection*, const gchar*, const gchar* owner, gpointer self) {
+        static_cast<StatusNotifierItem*>(self)->watcherAppeared(owner);
     };
     const auto vanished = [](GDBusConnection*, const gchar*, gpointer data) {
         auto* self = static_cast<StatusNotifierItem*>(data);
@@ -184,6 +227,30 @@ void StatusNotifierItem::followWatcher(GDBusConnection* connection) {
         nullptr, G_DBUS_SIGNAL_FLAGS_NONE, hostRegistered, this, nullptr);
     watch_ = g_bus_watch_name_on_connection(connection, watcher.name, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                             appeared, vanished, this, nullptr);
+}
+
+/// Cinnamon's watcher takes the file of a symbolic icon for a name in the icon theme and shows
+/// nothing, so it gets the pixmaps. It is recognised by its second name.
+void StatusNotifierItem::watcherAppeared(const char* owner) {
+    cancellable_.reset(g_cancellable_new());
+    pause_ = firstPause;
+    if (!iconFolder_) {
+        registerItem();
+        return;
+    }
+    callDBus(connection_.get(), busDaemon, "GetNameOwner", g_variant_new("(s)", cinnamonWatcher),
+             "(s)", timeoutMilliseconds, cancellable_.get(),
+             [this, owner = std::string(owner)](GVariant* result, const GError* error) {
+                 if (isCancelled(error)) {
+                     return;
+                 }
+                 const char* cinnamon = "";
+                 if (result != nullptr) {
+                     g_variant_get(result, "(&s)", &cinnamon);
+                 }
+                 readsIconFiles_ = owner != cinnamon;
+                 registerItem();
+             });
 }
 
 /// A watcher that outlives its last host may have dropped the item together with that host.
@@ -208,9 +275,8 @@ void StatusNotifierItem::hostAppeared() {
 }
 
 void StatusNotifierItem::registerItem() {
-    callDBus(connection_.get(), watcher, "RegisterStatusNotifierItem",
-             g_variant_new("(s)", g_dbus_connection_get_unique_name(connection_.get())), "()",
-             timeoutMilliseconds, cancellable_.get(), [this](GVariant*, const GError* error) {
+    callDBus(connection_.get(), watcher, "RegisterStatusNotifierItem", g_variant_new("(s)", path),
+             "()", timeoutMilliseconds, cancellable_.get(), [this](GVariant*, const GError* error) {
                  if (error != nullptr && !isCancelled(error)) {
                      registerLater();
                  }
@@ -231,7 +297,25 @@ void StatusNotifierItem::registerLater() {
 std::unique_ptr<StatusItem> StatusNotifierBar::statusItem(double /*length*/) {
     // Without a runtime directory, GLib returns the cache directory.
     const GStringHandle folder(g_build_filename(g_get_user_runtime_dir(), "glintmark", nullptr));
-    return std::make_unique<StatusNotifierItem>(bus_, folder.get());
+    const bool isInstalled =
+        isSymbolicIconInstalled(g_get_system_data_dirs(), SymbolicIconFolder::iconName);
+    auto item = std::make_unique<StatusNotifierItem>(
+        bus_, isInstalled ? std::nullopt : std::optional<std::string>(folder.get()));
+    item->setActivationHandler(activated_);
+    return item;
+}
+
+void StatusNotifierBar::askIfShown(std::function<void(bool)> answer) const {
+    if (bus_.connection() == nullptr) {
+        answer(false);
+        return;
+    }
+    const std::string self = g_dbus_connection_get_unique_name(bus_.connection());
+    callDBus(bus_.connection(), watcherProperties, "GetAll",
+             g_variant_new("(s)", watcher.interface), "(a{sv})", shownTimeoutMilliseconds, nullptr,
+             [self, answer = std::move(answer)](GVariant* result, const GError*) {
+                 answer(result != nullptr && isShown(result, self.c_str()));
+             });
 }
 
 }  // namespace glintmark::platform

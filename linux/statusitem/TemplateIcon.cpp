@@ -108,8 +108,19 @@ bool isSameFile(int descriptor, const std::string& path) {
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-std::string iconFile(const std::string& folder) {
-    return folder + themeFolders.back() + "/" + SymbolicIconFolder::iconName + ".svg";
+/// Lets GTK read the theme even if the system has no hicolor theme.
+constexpr auto themeIndexName = "/hicolor/index.theme";
+constexpr auto themeIndex =
+    "[Icon Theme]\nName=Hicolor\nComment=The icon of Glintmark\nDirectories=scalable/apps\n\n"
+    "[scalable/apps]\nSize=16\nMinSize=8\nMaxSize=512\nType=Scalable\nContext=Applications\n";
+
+/// The files below `folder`, with their contents.
+std::array<std::pair<std::string, std::string>, 3> filesBelow(const std::string& folder,
+                                                              const std::string& svg) {
+    const std::string name = std::string("/") + SymbolicIconFolder::iconName + ".svg";
+    return {{{folder + themeFolders.back() + name, svg},
+             {folder + name, svg},
+             {folder + themeIndexName, themeIndex}}};
 }
 
 }  // namespace
@@ -149,11 +160,27 @@ std::string symbolicSVG(const TemplateImage& image) {
 )";
 }
 
+bool isSymbolicIconInstalled(const char* const* dataFolders, const std::string& name) {
+    for (; *dataFolders != nullptr; ++dataFolders) {
+        for (const char* folder : {"symbolic", "scalable"}) {
+            const std::string file =
+                std::string(*dataFolders) + "/icons/hicolor/" + folder + "/apps/" + name + ".svg";
+            if (g_file_test(file.c_str(), G_FILE_TEST_IS_REGULAR) != FALSE) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 SymbolicIconFolder::SymbolicIconFolder(std::string path, const TemplateImage& image)
     : path_(std::move(path)) {
-    const std::string svg = symbolicSVG(image);
-    if (!share() || g_file_set_contents(iconFile(path_).c_str(), svg.data(),
-                                        static_cast<gssize>(svg.size()), nullptr) == FALSE) {
+    const auto write = [](const auto& file) {
+        return g_file_set_contents(file.first.c_str(), file.second.data(),
+                                   static_cast<gssize>(file.second.size()), nullptr) != FALSE;
+    };
+    const auto files = filesBelow(path_, symbolicSVG(image));
+    if (!share() || !std::all_of(files.begin(), files.end(), write)) {
         path_.clear();
     }
 }
@@ -182,7 +209,9 @@ SymbolicIconFolder::~SymbolicIconFolder() {
     if (path_.empty() || ::flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
         return;
     }
-    g_unlink(iconFile(path_).c_str());
+    for (const auto& [file, contents] : filesBelow(path_, "")) {
+        g_unlink(file.c_str());
+    }
     std::for_each(themeFolders.rbegin(), themeFolders.rend(),
                   [this](const char* folder) { g_rmdir((path_ + folder).c_str()); });
     g_rmdir(path_.c_str());

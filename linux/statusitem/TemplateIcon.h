@@ -20,8 +20,13 @@ std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels)
 /// The image as a symbolic icon that GTK and KDE recolour.
 std::string symbolicSVG(const TemplateImage& image);
 
-/// An icon theme folder with one symbolic icon, on disk while this exists. The programs of several
-/// sessions of a user share a folder; the last of them removes it.
+/// True if one of `dataFolders`, a list that ends with null, has the symbolic icon `name` in its
+/// hicolor theme, in which every panel looks for names (Icon Theme Specification).
+bool isSymbolicIconInstalled(const char* const* dataFolders, const std::string& name);
+
+/// An icon theme folder with one symbolic icon, on disk while this exists. The icon is there twice,
+/// in a theme and beside it: some panels read only one of them. The programs of several sessions of
+/// a user share a folder; the last of them removes it.
 class SymbolicIconFolder {
 public:
     static constexpr auto iconName = "glintmark-symbolic";

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 
 #include "linux/bus/SessionBus.h"
 #include "linux/statusitem/StatusNotifierItem.h"
@@ -22,6 +23,7 @@ constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 constexpr auto watcherXml = R"xml(<node>
   <interface name="org.kde.StatusNotifierWatcher">
     <property name="RegisteredStatusNotifierItems" type="as" access="read"/>
+    <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
     <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
     <signal name="StatusNotifierHostRegistered"/>
   </interface>
@@ -46,16 +48,20 @@ public:
                 ++calls;
                 const char* service = nullptr;
                 g_variant_get(arguments, "(&s)", &service);
+                services.emplace_back(service);
                 if (answer == Answer::refuse) {
                     refuse(invocation, "not now");
                 } else if (answer == Answer::accept) {
-                    items.emplace_back(service);
+                    items.emplace_back(g_dbus_method_invocation_get_sender(invocation));
                     g_dbus_method_invocation_return_value(invocation, nullptr);
                 } else {
                     pending_.reset(invocation);
                 }
             },
-            [this](const std::string&) {
+            [this](const std::string& name) {
+                if (name == "IsStatusNotifierHostRegistered") {
+                    return g_variant_new_boolean(hasHost ? TRUE : FALSE);
+                }
                 ++reads;
                 std::vector<const char*> names;
                 for (const auto& item : items) {
@@ -77,8 +83,10 @@ public:
 
     Answer answer = Answer::accept;
     int calls = 0;
-    int reads = 0;  ///< How often the list of items was read.
-    std::vector<std::string> items;
+    int reads = 0;                      ///< How often the list of items was read.
+    std::vector<std::string> items;     ///< Unique names of the programs.
+    std::vector<std::string> services;  ///< What they registered.
+    bool hasHost = true;
 
 private:
     FakePeer peer_;
@@ -114,6 +122,8 @@ TEST_F(StatusNotifierItemTest, RegistersWithARunningPanel) {
     makeItem();
     ASSERT_TRUE(registered());
     EXPECT_THAT(panel_->items, ElementsAre(g_dbus_connection_get_unique_name(bus_->connection())));
+    // Cinnamon opens the menu of items below this path.
+    EXPECT_THAT(panel_->services, ElementsAre(StartsWith("/org/ayatana/NotificationItem/")));
 }
 
 TEST_F(StatusNotifierItemTest, DescribesItself) {
@@ -142,6 +152,97 @@ TEST_F(StatusNotifierItemTest, DescribesItself) {
     EXPECT_TRUE(g_file_test(
         (daemon_.folder() + "/icons/hicolor/scalable/apps/glintmark-symbolic.svg").c_str(),
         G_FILE_TEST_EXISTS));
+}
+
+TEST_F(StatusNotifierItemTest, AnInstalledIconIsNamedWithoutAFolder) {
+    startPanel();
+    item_ = std::make_unique<StatusNotifierItem>(*bus_, std::nullopt);
+    item_->button()->setImage(square());
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->property("IconName"), "'glintmark-symbolic'");
+    EXPECT_EQ(panel_->property("IconThemePath"), "''");
+    EXPECT_THAT(panel_->property("IconPixmap"), StartsWith("[(18, 18, ["));
+}
+
+TEST_F(StatusNotifierItemTest, CinnamonsWatcherGetsThePixmapsOfAnIconThatIsNotInstalled) {
+    startPanel();
+    panel_->peer().ownName("org.x.StatusNotifierWatcher");
+    makeItem();
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->property("IconName"), "''");
+    EXPECT_THAT(panel_->property("IconPixmap"), StartsWith("[(18, 18, ["));
+
+    panel_->peer().die();  // another panel in its place reads the file
+    startPanel();
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->property("IconName"), "'glintmark-symbolic'");
+}
+
+TEST_F(StatusNotifierItemTest, AnotherProgramWithCinnamonsNameChangesNothing) {
+    startPanel();
+    FakePeer other(daemon_);
+    other.ownName("org.x.StatusNotifierWatcher");
+    makeItem();
+    ASSERT_TRUE(registered());
+    EXPECT_EQ(panel_->property("IconName"), "'glintmark-symbolic'");
+}
+
+TEST_F(StatusNotifierItemTest, AnActivationIsReportedIfThePanelThenOpensNoMenu) {
+    startPanel();
+    makeItem();
+    int activations = 0;
+    item_->setActivationHandler([&] { ++activations; });
+    ASSERT_TRUE(registered());
+    const auto call = [&](const char* path, const char* interface, const char* method,
+                          const char* arguments) {
+        return panel_->peer().call(panel_->items.back(), path, interface, method, arguments);
+    };
+    const auto activate = [&] {
+        call(StatusNotifierItem::path, itemInterface, "Activate", "(1, 2)");
+    };
+    activate();
+    activate();  // a double click
+    ASSERT_TRUE(waitUntil([&] { return activations > 0; }));
+    EXPECT_EQ(activations, 1);
+
+    const auto showsMenu = [&](const char* method, const char* arguments) {
+        activations = 0;
+        activate();
+        call("/MenuBar", "com.canonical.dbusmenu", method, arguments);
+        bool isOver = false;  // by a timer that was set after the item's
+        g_timeout_add(
+            StatusNotifierItem::menuPatience.count(),
+            [](gpointer flag) -> gboolean {
+                *static_cast<bool*>(flag) = true;
+                return G_SOURCE_REMOVE;
+            },
+            &isOver);
+        EXPECT_TRUE(waitUntil([&] { return isOver; }));
+        return activations == 0;
+    };
+    EXPECT_TRUE(showsMenu("AboutToShow", "(0,)"));
+    EXPECT_TRUE(showsMenu("Event", "(0, 'opened', <''>, uint32 0)"));
+    EXPECT_FALSE(showsMenu("GetLayout", "(0, -1, @as [])"));  // panels read it at any time
+}
+
+TEST_F(StatusNotifierItemTest, TheBarKnowsWhetherAPanelShowsTheItem) {
+    const StatusNotifierBar bar(*bus_);
+    const auto isShown = [&] {
+        std::optional<bool> result;
+        bar.askIfShown([&](bool answer) { result = answer; });
+        EXPECT_TRUE(waitUntil([&] { return result.has_value(); }));
+        return result.value_or(false);
+    };
+    EXPECT_FALSE(isShown());  // no watcher
+    startPanel();
+    EXPECT_FALSE(isShown());  // not registered
+    makeItem();
+    ASSERT_TRUE(registered());
+    EXPECT_TRUE(isShown());
+    panel_->hasHost = false;
+    EXPECT_FALSE(isShown());
+    daemon_.stop(*bus_);
+    EXPECT_FALSE(isShown());
 }
 
 TEST_F(StatusNotifierItemTest, PublishesItsImageInEverySize) {

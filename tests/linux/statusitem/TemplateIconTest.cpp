@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <memory>
 #include <optional>
 
 #include "linux/glib/GLibHandles.h"
 #include "linux/statusitem/TemplateIcon.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WholeFile.h"
 
 namespace glintmark::platform {
@@ -79,9 +82,47 @@ TEST(TemplateIconTest, TheIconFolderIsDeletedWithItsOwner) {
         const SymbolicIconFolder icon(folder, lowerLeftSquare());
         EXPECT_EQ(icon.path(), folder);
         EXPECT_EQ(test::wholeFile(file), symbolicSVG(lowerLeftSquare()));
+        EXPECT_EQ(test::wholeFile(folder + "/glintmark-symbolic.svg"),
+                  symbolicSVG(lowerLeftSquare()));
     }
     EXPECT_FALSE(g_file_test(folder.c_str(), G_FILE_TEST_EXISTS));
     EXPECT_EQ(g_rmdir(base.get()), 0);
+}
+
+TEST(TemplateIconTest, TheIconFolderHasAnIndexThatListsTheIconsFolder) {
+    const test::TemporaryDirectory base;
+    const SymbolicIconFolder icon(base / "icons", lowerLeftSquare());
+    const std::unique_ptr<GKeyFile, ReleaseWith<g_key_file_unref>> index(g_key_file_new());
+    const std::string file = icon.path() + "/hicolor/index.theme";
+    ASSERT_TRUE(g_key_file_load_from_file(index.get(), file.c_str(), G_KEY_FILE_NONE, nullptr));
+    const GStringHandle folders(
+        g_key_file_get_string(index.get(), "Icon Theme", "Directories", nullptr));
+    EXPECT_STREQ(folders.get(), "scalable/apps");
+    const GStringHandle type(g_key_file_get_string(index.get(), "scalable/apps", "Type", nullptr));
+    EXPECT_STREQ(type.get(), "Scalable");
+}
+
+TEST(TemplateIconTest, AnIconIsInstalledIfADataFolderHasItInItsHicolorTheme) {
+    const test::TemporaryDirectory folder;
+    const std::string first = folder / "first";
+    const std::string second = folder / "second";
+    const std::array<const char*, 3> folders{first.c_str(), second.c_str(), nullptr};
+    const std::array<const char*, 1> noFolders{nullptr};
+    const auto isInstalled = [&] { return isSymbolicIconInstalled(folders.data(), "a-symbolic"); };
+    EXPECT_FALSE(isInstalled());
+    folder.write("second/icons/hicolor/symbolic/apps/b-symbolic.svg", "x");
+    folder.write("second/icons/hicolor/16x16/apps/a-symbolic.png", "x");
+    folder.write("second/icons/other/symbolic/apps/a-symbolic.svg", "x");
+    folder.createDirectories("first/icons/hicolor/scalable/apps/a-symbolic.svg");
+    EXPECT_FALSE(isInstalled());
+    for (const char* place : {"symbolic", "scalable"}) {
+        const std::string file =
+            "second/icons/hicolor/" + std::string(place) + "/apps/a-symbolic.svg";
+        folder.write(file, "x");
+        EXPECT_TRUE(isInstalled()) << place;
+        EXPECT_FALSE(isSymbolicIconInstalled(noFolders.data(), "a-symbolic"));
+        folder.remove(file);
+    }
 }
 
 TEST(TemplateIconTest, TheLastOwnerDeletesTheFolder) {
