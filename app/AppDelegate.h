@@ -86,7 +86,7 @@ public:
     virtual void showNotification(const std::string& title, const std::string& body);
 
     /// Lets the user choose a folder and adds it to the watched ones.
-    virtual void addFolder();
+    void addFolder() override;
 
     /// Stops watching the folder whose position in the list is the item's tag.
     virtual void removeFolder(const platform::MenuItem& sender);

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -22,9 +23,12 @@
 #include "linux/images/SandboxedImageDecoder.h"
 #include "linux/network/CurlURLSession.h"
 #include "linux/notifications/FreedesktopNotifications.h"
+#include "linux/notifications/RunningNotification.h"
 #include "linux/panel/PortalOpenPanel.h"
+#include "linux/process/DesktopApplication.h"
 #include "linux/process/GLibApplication.h"
 #include "linux/process/ProgramEnvironment.h"
+#include "linux/process/StartNotice.h"
 #include "linux/process/SyslogLog.h"
 #include "linux/queues/GLibTimers.h"
 #include "linux/queues/LinuxDispatchQueues.h"
@@ -74,12 +78,34 @@ std::string productPageAddress() {
 
 /// Every Linux service, each declared after those that it uses.
 struct LinuxPlatform {
-    LinuxPlatform(platform::MainLoops& mainLoops, platform::Application& self,
+    LinuxPlatform(platform::MainLoops& mainLoops, platform::GLibApplication& self,
                   platform::SessionBus& sessionBus)
-        : loops(mainLoops), application(self), bus(sessionBus) {}
+        : loops(mainLoops), application(self), bus(sessionBus) {
+        statusBar.setActivationHandler([this] { showThatItRuns(); });
+    }
+
+    void addFolder() const { application.delegate()->addFolder(); }
+    void quit() const { application.delegate()->quit(); }
+
+    void showThatItRuns() {
+        using Desktop = platform::DesktopApplication;
+        runningNotification.post(
+            bundle.localizedString("menu.watching"),
+            {{Desktop::addFolderAction, bundle.localizedString("menu.addFolder"),
+              [this] { addFolder(); }},
+             {Desktop::quitAction, bundle.localizedString("menu.quit"), [this] { quit(); }}});
+    }
+
+    /// What the desktop's launcher and a second start may ask for.
+    platform::DesktopApplication::Handlers desktopHandlers() {
+        using Desktop = platform::DesktopApplication;
+        return {.started = [this](Desktop::Start start) { startNotice.started(start); },
+                .actions = {{Desktop::addFolderAction, [this] { addFolder(); }},
+                            {Desktop::quitAction, [this] { quit(); }}}};
+    }
 
     platform::MainLoops& loops;
-    platform::Application& application;
+    platform::GLibApplication& application;
     platform::SessionBus& bus;
     platform::Configuration configuration{platform::faviconServiceAddress(), productPageAddress()};
     platform::EmbeddedBundle bundle{
@@ -101,6 +127,10 @@ struct LinuxPlatform {
     platform::StatusNotifierBar statusBar{bus};
     platform::PortalOpenPanel openPanel{bus, loops};
     platform::FreedesktopNotifications notifications{bus, notificationIcon()};
+    platform::RunningNotification runningNotification{bus, notificationIcon()};
+    platform::StartNotice startNotice{
+        [this](std::function<void(bool)> answer) { statusBar.askIfShown(std::move(answer)); },
+        [this] { showThatItRuns(); }};
     platform::DesktopWorkspace workspace{bus};
 
     platform::Services services{
@@ -172,12 +202,16 @@ int main() {
     platform::MainLoops loops;
     platform::GLibApplication process(loops);  // first: from here on, signals exit with status 0
     platform::SessionBus bus;
+    platform::DesktopApplication desktopApplication(bus);
     if (bus.acquireName() == platform::NameOwnership::takenByAnother) {
         reportRunningInstance();
+        platform::DesktopApplication::reportSecondStart(bus.connection());
+        bus.flush(flushTimeout);
         return 0;
     }
     bus.setEndHandler(quitBecauseOf);
     LinuxPlatform linuxPlatform(loops, process, bus);
+    desktopApplication.setHandlers(linuxPlatform.desktopHandlers());
     const platform::ServicesScope scope(linuxPlatform.services);
     platform::registerFileTypeOfBuildTree(platform::programFolder(), g_get_user_data_dir());
     const auto delegate = runApplication(process);
@@ -185,6 +219,7 @@ int main() {
     // Destructors would wait for running fetches and decodes, whose results are not needed any
     // more. Nothing needs saving: persistent data is written when it changes.
     delegate->setStatusItem(nullptr);
+    linuxPlatform.runningNotification.withdraw();
     platform::removeThumbnailerOfBuildTree(platform::programFolder(), g_get_user_data_dir());
     bus.flush(flushTimeout);
     std::_Exit(0);

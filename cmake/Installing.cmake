@@ -2,6 +2,7 @@
 # a package and "cmake --install --prefix" may name another prefix than the build did. By the GNU
 # standards /etc belongs to the prefix /usr, and every other prefix has an "etc" below it.
 function(glintmark_install_configuration file folder)
+  get_filename_component(source ${file} ABSOLUTE)
   install(CODE "
     set(configuration [[${CMAKE_INSTALL_SYSCONFDIR}]])
     if(NOT IS_ABSOLUTE \"\${configuration}\")
@@ -12,7 +13,22 @@ function(glintmark_install_configuration file folder)
       endif()
     endif()
     file(INSTALL DESTINATION \"\${configuration}/${folder}\" TYPE FILE
-         FILES [[${CMAKE_CURRENT_SOURCE_DIR}/${file}]])")
+         FILES [[${source}]])")
+endfunction()
+
+# Installs the D-Bus service file that `template`, which ends in ".in", describes. Its PROGRAM becomes
+# the absolute path of the installed program, which only the installation knows.
+function(glintmark_install_bus_service template)
+  get_filename_component(source ${template} ABSOLUTE)
+  get_filename_component(name ${template} NAME_WLE)
+  set(configured ${CMAKE_CURRENT_BINARY_DIR}/${name})
+  install(CODE "
+    set(PROGRAM [[${CMAKE_INSTALL_BINDIR}/${PROJECT_NAME}]])
+    if(NOT IS_ABSOLUTE \"\${PROGRAM}\")
+      set(PROGRAM \"\${CMAKE_INSTALL_PREFIX}/\${PROGRAM}\")
+    endif()
+    configure_file([[${source}]] [[${configured}]] @ONLY)")
+  install(FILES ${configured} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/services)
 endfunction()
 
 # Sets `result` to the compressed copy of `file` in the current binary folder. The build makes the copy,

@@ -13,7 +13,11 @@ public:
     /// Called once, after the event loop has started.
     virtual void applicationDidFinishLaunching() = 0;
 
-    /// The system asks the program to quit (a termination signal, the end of the session).
+    /// The user asks for the command from outside the program's menu (the desktop's launcher).
+    virtual void addFolder() = 0;
+
+    /// The system or the user asks the program to quit (a termination signal, the end of the
+    /// session, the desktop's launcher).
     virtual void quit() = 0;
 };
 

@@ -163,10 +163,10 @@ void SessionBus::opened(GObjectHandle<GDBusConnection> connection) {
                            gpointer self) { static_cast<SessionBus*>(self)->lost(); };
     closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(+closed), this);
     hadSessionLeader_ = !isLeaderGone_();
+    notify();  // first, so that whoever calls the name finds the objects
     if (wantsName_) {
         requestName();
     }
-    notify();
 }
 
 void SessionBus::requestName() {

@@ -23,6 +23,7 @@ public:
     /// Does nothing: on Linux, a process without windows is an accessory.
     void setActivationPolicy(ActivationPolicy policy) override;
     void setDelegate(ApplicationDelegate& delegate) override { delegate_ = &delegate; }
+    ApplicationDelegate* delegate() const { return delegate_; }  ///< Null until it is set.
     void run() override;
     void terminate() override { loops_.quitAll(); }
 

@@ -3,11 +3,11 @@
 import sys
 import unittest
 
-from tests.desktop import folderpanel, lifecycle, login, menu, serviceunit, wholeroad
+from tests.desktop import folderpanel, launcher, lifecycle, login, menu, serviceunit, wholeroad
 from tests.desktop.case import OPTIONS
 from tests.harness.options import parse_options
 
-SUBJECTS = (wholeroad, folderpanel, lifecycle, login, menu, serviceunit)
+SUBJECTS = (wholeroad, folderpanel, launcher, lifecycle, login, menu, serviceunit)
 
 
 def load_tests(loader, *_):

@@ -5,6 +5,7 @@ behaves on a system that has nothing else.
 """
 
 import argparse
+import configparser
 import os
 import pathlib
 import platform
@@ -44,6 +45,13 @@ def table_languages():
         for path in ROOT.glob("resources/*.lproj/Localizable.strings")
     }
     return {name.replace("zh-Hans", "zh_CN") for name in folders - {"en"}}
+
+
+def texts_of(language):
+    """The string table of a language, which is a locale name."""
+    folder = language.replace("zh_CN", "zh-Hans") + ".lproj"
+    table = (ROOT / "resources" / folder / "Localizable.strings").read_text()
+    return dict(re.findall(r'(?m)^"([^"]+)" = "(.*)";$', table))
 
 
 def files_below(folder):
@@ -94,8 +102,38 @@ class InstallTest(unittest.TestCase):
         text = entry.read_text()
         for key in ("Exec", "TryExec"):
             self.assertRegex(text, rf"(?m)^{key}=glintmark$")
-        autostart = self.root / "etc/xdg/autostart/com.quorvel.Glintmark.desktop"
-        self.assertEqual(autostart.read_text(), text)
+
+    def test_the_session_starts_the_program_at_login_and_not_over_the_bus(self):
+        entry = (self.share / "applications/com.quorvel.Glintmark.desktop").read_text()
+        path = self.root / "etc/xdg/autostart/com.quorvel.Glintmark.desktop"
+        self.assertEqual(output_of("desktop-file-validate", path), "")
+        kept = [
+            line
+            for line in entry.partition("\n[Desktop Action ")[0].splitlines()
+            if not line.startswith(("DBusActivatable=", "Actions="))
+        ]
+        self.assertEqual(path.read_text().splitlines(), kept)
+
+    def test_the_bus_starts_the_installed_program_under_the_name_of_its_entry(self):
+        service = self.share / "dbus-1/services/com.quorvel.Glintmark.service"
+        self.assertEqual(
+            service.read_text().splitlines(),
+            ["[D-BUS Service]", "Name=com.quorvel.Glintmark", "Exec=/usr/bin/glintmark"],
+        )
+
+    def test_the_actions_of_the_entry_have_the_texts_of_the_menu(self):
+        entry = configparser.ConfigParser(interpolation=None, strict=True)
+        entry.optionxform = str
+        entry.read(self.share / "applications/com.quorvel.Glintmark.desktop")
+        main = entry["Desktop Entry"]
+        self.assertEqual(main["DBusActivatable"], "true")
+        actions = {"add-folder": "menu.addFolder", "quit": "menu.quit"}
+        self.assertEqual(main["Actions"].strip(";").split(";"), list(actions))
+        for action, key in actions.items():
+            names = {f"Name[{name}]": texts_of(name)[key] for name in table_languages()}
+            names["Name"] = texts_of("en")[key]
+            command = f"gapplication action com.quorvel.Glintmark {action}"
+            self.assertEqual(dict(entry[f"Desktop Action {action}"]), {**names, "Exec": command})
 
     def test_appstream_accepts_the_metainfo(self):
         metainfo = self.share / "metainfo/com.quorvel.Glintmark.metainfo.xml"

@@ -23,6 +23,7 @@ public:
             atLaunch();
         }
     }
+    void addFolder() override { calls.emplace_back("addFolder"); }
     void quit() override {
         calls.emplace_back("quit");
         application_.terminate();
