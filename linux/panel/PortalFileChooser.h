@@ -4,8 +4,8 @@
 
 #include <functional>
 #include <optional>
-#include <string>
 
+#include "linux/bus/PortalRequest.h"
 #include "linux/glib/GLibHandles.h"
 #include "platform/OpenPanel.h"
 
@@ -26,18 +26,14 @@ public:
 private:
     void checkVersion();
     void open();
-    void subscribeToResponse();
-    void watchPortal();
-    void handleResponse(GVariant* response);
+    void respond(PortalRequest::Outcome outcome, GVariant* results);
     void finish(std::optional<OpenPanel::Result> result);
 
     GObjectHandle<GDBusConnection> connection_;
     GObjectHandle<GCancellable> cancellable_;
     OpenPanel::Settings settings_;
     Done done_;
-    std::string requestPath_;  ///< Empty if there is no dialog to close.
-    guint responseSignal_ = 0;
-    guint watch_ = 0;
+    std::optional<PortalRequest> request_;
 };
 
 }  // namespace glintmark::platform

@@ -1,7 +1,11 @@
 #include "linux/workspace/DesktopLauncher.h"
 
+#include <memory>
+
 #include "linux/bus/DBusCall.h"
+#include "linux/glib/GLibHandles.h"
 #include "linux/workspace/Command.h"
+#include "linux/workspace/PortalOpener.h"
 
 namespace glintmark::platform {
 
@@ -28,14 +32,23 @@ bool launchDefault(const std::string& uri) {
            startCommand("xdg-open", uri);
 }
 
+bool openAddress(GDBusConnection* connection, const std::string& uri) {
+    if (connection == nullptr) {
+        return launchDefault(uri);
+    }
+    openThroughPortal(connection, uri, [uri] { launchDefault(uri); });
+    return true;
+}
+
 bool showFolder(GDBusConnection* connection, const std::string& uri) {
     if (connection == nullptr) {
         return launchDefault(uri);
     }
+    const std::shared_ptr<GDBusConnection> bus = shareGObject(connection);
     callDBus(connection, fileManager, "ShowFolders", folderRequest(uri), "()",
-             fileManagerTimeoutMilliseconds, nullptr, [uri](GVariant* result, const GError*) {
+             fileManagerTimeoutMilliseconds, nullptr, [bus, uri](GVariant* result, const GError*) {
                  if (result == nullptr) {
-                     launchDefault(uri);
+                     openAddress(bus.get(), uri);
                  }
              });
     return true;

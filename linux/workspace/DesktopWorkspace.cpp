@@ -146,6 +146,8 @@ bool DesktopWorkspace::openFileViewer(const std::string& folder) {
     return showFolder(bus_.connection(), glibFileURI(folder));
 }
 
-bool DesktopWorkspace::open(const URL& url) { return launchDefault(url.absoluteString()); }
+bool DesktopWorkspace::open(const URL& url) {
+    return openAddress(bus_.connection(), url.absoluteString());
+}
 
 }  // namespace glintmark::platform

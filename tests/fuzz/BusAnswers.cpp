@@ -48,6 +48,12 @@ public:
         answers_ = std::move(answers);
     }
 
+    /// Where the response to the last request to the portal is expected.
+    std::string requestPath() {
+        const std::scoped_lock lock(mutex_);
+        return "/org/freedesktop/portal/desktop/request/1_1/" + token_;
+    }
+
     void emit(const char* path, const char* interface, const char* signal, GVariant* body) const {
         const GObjectHandle<GDBusMessage> message(
             g_dbus_message_new_signal(path, interface, signal));
@@ -77,6 +83,7 @@ private:
             (g_dbus_message_get_flags(call) & unwanted) != 0) {
             return;
         }
+        noteToken(g_dbus_message_get_body(call));
         const bool isForBus = g_strcmp0(g_dbus_message_get_destination(call), busName) == 0;
         const GObjectHandle<GDBusMessage> reply(g_dbus_message_new_method_reply(call));
         g_dbus_message_set_sender(reply.get(), isForBus ? busName : peerName);
@@ -85,6 +92,18 @@ private:
             g_dbus_message_set_body(reply.get(), body);
         }
         send(reply.get());
+    }
+
+    void noteToken(GVariant* arguments) {
+        if (arguments == nullptr ||
+            g_variant_is_of_type(arguments, G_VARIANT_TYPE("(ssa{sv})")) == FALSE) {
+            return;
+        }
+        const GVariantHandle options(g_variant_get_child_value(arguments, 2));
+        const char* token = "none";
+        g_variant_lookup(options.get(), "handle_token", "&s", &token);
+        const std::scoped_lock lock(mutex_);
+        token_ = token;
     }
 
     static GVariant* busAnswer(const std::string& method) {
@@ -119,6 +138,7 @@ private:
     GObjectHandle<GDBusConnection> connection_;
     std::mutex mutex_;  ///< Guards what follows.
     std::deque<GVariantHandle> answers_;
+    std::string token_ = "none";
 };
 
 /// Returns when every pending call has been answered and the program has read the answers.
@@ -159,8 +179,8 @@ void openPanel(FuzzedBus& bus, const SessionBus& session, fuzz::Pieces& pieces) 
                 fuzz::require(chosen || !result || !result->path);
             });
         settle(session.connection());
-        bus.emit("/org/freedesktop/portal/desktop/request/1_1/glintmark",
-                 "org.freedesktop.portal.Request", "Response", pieces.tuple("(ua{sv})").get());
+        bus.emit(bus.requestPath().c_str(), "org.freedesktop.portal.Request", "Response",
+                 pieces.tuple("(ua{sv})").get());
         settle(session.connection());
     }
     fuzz::require(results == 1);

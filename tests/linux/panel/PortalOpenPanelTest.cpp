@@ -57,18 +57,32 @@ public:
                                       nullptr);
     }
 
+    /// Answers a request of the same program with another token.
+    void answerAt(const std::string& token, const std::string& uri) {
+        const std::string text = "(uint32 0, {'uris': <['" + uri + "']>})";
+        g_dbus_connection_emit_signal(
+            peer_.connection(), nullptr, (path_.substr(0, path_.rfind('/') + 1) + token).c_str(),
+            "org.freedesktop.portal.Request", "Response",
+            g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr), nullptr);
+    }
+
     PortalBehaviour behaviour = PortalBehaviour::answers;
     guint version = 3;
     std::string answerText = "(uint32 0, {'uris': <['file:///home/kim/My%20Links']>})";
-    std::string openFileArguments;  ///< Empty until the call.
-    int closed = 0;                 ///< How often its dialog was closed.
+    std::string openFileArguments;    ///< Empty until the call.
+    std::vector<std::string> tokens;  ///< Of all calls.
+    int closed = 0;                   ///< How often its dialog was closed.
 
 private:
     void open(GVariant* arguments, GDBusMethodInvocation* invocation) {
         openFileArguments = variantText(arguments);
+        const GVariantHandle options(g_variant_get_child_value(arguments, 2));
+        const char* token = "";
+        g_variant_lookup(options.get(), "handle_token", "&s", &token);
+        tokens.emplace_back(token);
         std::string sender = g_dbus_method_invocation_get_sender(invocation) + 1;
         std::replace(sender.begin(), sender.end(), '.', '_');
-        path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/glintmark";
+        path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/" + token;
         peer_.offer(path_.c_str(), requestXml,
                     [this](const std::string&, GVariant*, GDBusMethodInvocation* close) {
                         ++closed;
@@ -169,11 +183,34 @@ protected:
 TEST_F(PortalOpenPanelTest, RequestsOneFolderFromThePortal) {
     startPortal(PortalBehaviour::answers);
     EXPECT_EQ(outcome(), "/home/kim/My Links");
-    EXPECT_EQ(portal_->openFileArguments,
-              "('', 'Choose a folder', {'handle_token': <'glintmark'>, 'modal': <true>, "
-              "'directory': <true>, 'multiple': <false>})");
+    EXPECT_EQ(portal_->openFileArguments, "('', 'Choose a folder', {'handle_token': <'" +
+                                              portal_->tokens.at(0) +
+                                              "'>, 'modal': <true>, 'directory': <true>, "
+                                              "'multiple': <false>})");
     runPending();
     EXPECT_EQ(portal_->closed, 0);  // the portal has closed it
+}
+
+TEST_F(PortalOpenPanelTest, EachRequestHasARandomToken) {
+    startPortal(PortalBehaviour::answers);
+    outcome();
+    outcome();
+    ASSERT_EQ(portal_->tokens.size(), 2U);
+    EXPECT_NE(portal_->tokens[0], portal_->tokens[1]);
+    for (const auto& token : portal_->tokens) {
+        EXPECT_THAT(token, testing::MatchesRegex("glintmark_[0-9A-F_]+"));
+        EXPECT_GE(token.size(), 32U);
+    }
+}
+
+TEST_F(PortalOpenPanelTest, AnAnswerToAnotherRequestIsIgnored) {
+    startPortal(PortalBehaviour::waits);
+    const DoWhen answer([&] { return !portal_->tokens.empty(); },
+                        [&] {
+                            portal_->answerAt("glintmark", "file:///wrong/path");
+                            portal_->answer();
+                        });
+    EXPECT_EQ(outcome(), "/home/kim/My Links");
 }
 
 TEST_F(PortalOpenPanelTest, AnAnswerBeforeTheCallReturnsIsNotMissed) {

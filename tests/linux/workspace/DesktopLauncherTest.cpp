@@ -115,6 +115,30 @@ private:
     finish(!launched);
 }
 
+[[noreturn]] void openAddressWithoutPortal() {
+    bool passed = false;
+    {
+        const Settings settings;
+        settings.makeDefault("browser");
+        const PrivateBus bus;
+        const auto connection = bus.connect();
+        passed = openAddress(connection.get(), "https://example.com/a") &&
+                 settings.hasOpened("browser https://example.com/a");
+    }
+    finish(passed);
+}
+
+[[noreturn]] void openAddressWithoutBus() {
+    bool passed = false;
+    {
+        const Settings settings;
+        settings.makeDefault("browser");
+        passed = openAddress(nullptr, "https://example.com/a") &&
+                 settings.hasOpened("browser https://example.com/a");
+    }
+    finish(passed);
+}
+
 [[noreturn]] void showFolderWithoutBus() {
     bool passed = false;
     {
@@ -155,6 +179,11 @@ TEST(DesktopLauncherTest, UnderTheLimitsOfAUnitAnAddressIsOpenedByAServiceOfItsO
 
 TEST(DesktopLauncherTest, WithoutAnyProgramTheRequestFails) {
     EXPECT_EXIT(openAddressWithNothing(), ExitedWithCode(0), "");
+}
+
+TEST(DesktopLauncherTest, WithoutAPortalOrABusTheDefaultProgramOpensTheAddress) {
+    EXPECT_EXIT(openAddressWithoutPortal(), ExitedWithCode(0), "");
+    EXPECT_EXIT(openAddressWithoutBus(), ExitedWithCode(0), "");
 }
 
 TEST(DesktopLauncherTest, WithoutABusTheDefaultProgramShowsTheFolder) {
