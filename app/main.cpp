@@ -1,5 +1,4 @@
 #include <glib.h>
-#include <malloc.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -45,17 +44,6 @@ namespace glintmark {
 namespace {
 
 constexpr std::chrono::milliseconds flushTimeout{200};  // for a bus that accepts no data
-
-// In a build tree the program's files are beside it. Installed files are found relative to the
-// program's folder, so that any prefix works.
-
-std::string decoderPath() {
-    const auto folder = platform::programFolder();
-    auto built = folder + "/" + platform::imageDecoderName;
-    return access(built.c_str(), X_OK) == 0
-               ? built
-               : folder + "/" + GLINTMARK_LIBEXEC_FROM_PROGRAM + "/" + platform::imageDecoderName;
-}
 
 /// A file URI in a build tree, else the name of the installed icon.
 std::string notificationIcon() {
@@ -118,7 +106,7 @@ struct LinuxPlatform {
     platform::LinuxDispatchQueues dispatchQueues{&log};
     platform::InotifyEventStreamFactory eventStreams{log};
     platform::SandboxedImageDecoder imageDecoder{
-        decoderPath(),
+        platform::imageDecoderPath(GLINTMARK_LIBEXEC_FROM_PROGRAM),
         dispatchQueues.global(platform::QualityOfService::userInitiated),
         {.logDebug = [this](std::string_view line) { log.debug(line); }}};
     platform::CurlURLSession urlSession{
@@ -162,34 +150,6 @@ void quitBecauseOf(platform::SessionBus::End reason) {
     std::raise(SIGTERM);
 }
 
-/// Sets HOME to the user's home folder and unsets folders that are relative. GLib would take these
-/// as they are and write files below the current directory; the XDG Base Directory Specification
-/// says to ignore them.
-void correctFoldersInEnvironment() {
-    // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
-    const auto home = platform::PosixFileManager().homeDirectoryForCurrentUser();
-    setenv("HOME", home.c_str(), 1);
-    for (const char* name :
-         {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
-        if (const char* folder = std::getenv(name); folder != nullptr && folder[0] != '/') {
-            unsetenv(name);
-        }
-    }
-    // NOLINTEND(concurrency-mt-unsafe)
-}
-
-/// Makes the C library return freed memory to the system. By default, it raises its threshold for
-/// mapped buffers whenever a larger one is freed, and makes an arena for each thread. It would then
-/// keep the buffer of a 32 MB page forever. See mallopt(3).
-void limitAllocator() {
-    constexpr int minimumMappedBytes = 1 << 20;  // buffers of pages and pictures are mapped
-    constexpr int maximumArenas = 2;
-    // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
-    mallopt(M_MMAP_THRESHOLD, minimumMappedBytes);
-    mallopt(M_ARENA_MAX, maximumArenas);
-    // NOLINTEND(concurrency-mt-unsafe)
-}
-
 }  // namespace
 
 }  // namespace glintmark
@@ -197,8 +157,8 @@ void limitAllocator() {
 int main() {
     using namespace glintmark;
     openStandardDescriptors();
-    limitAllocator();
-    correctFoldersInEnvironment();
+    platform::limitAllocator();
+    platform::correctFoldersInEnvironment();
     platform::MainLoops loops;
     platform::GLibApplication process(loops);  // first: from here on, signals exit with status 0
     platform::SessionBus bus;

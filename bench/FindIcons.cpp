@@ -33,15 +33,15 @@
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
 #include "tests/doubles/TestPlatform.h"
-#include "tools/FetchRecorder.h"
-#include "tools/FetchReport.h"
+#include "link/FetchRecorder.h"
+#include "link/FetchReport.h"
 
 namespace glintmark {
 namespace {
 
 using bench::Milliseconds;
 using nlohmann::ordered_json;
-using tools::RequestRecord;
+using link::RequestRecord;
 
 struct Cost {
     Milliseconds elapsed{0};
@@ -170,7 +170,7 @@ std::vector<IconCandidate> candidatesOf(const URL& url) {
 
 bool isAnswered(const RequestRecord& request) { return request.status.has_value(); }
 
-ordered_json lineFor(const std::string& link, const tools::FetchReport& report, const Cost& cost) {
+ordered_json lineFor(const std::string& link, const link::FetchReport& report, const Cost& cost) {
     ordered_json line{{"link", link},
                       {"icon", nullptr},
                       {"requests", report.requests.size()},
@@ -221,7 +221,7 @@ void findAll(bool withBareLoop) {
     std::string link;
     while (std::getline(std::cin, link)) {
         const auto url = URL::parse(link);
-        tools::FetchRecorder recorder(session, decoder);
+        link::FetchRecorder recorder(session, decoder);
         const platform::Services services{
             .application = fakes.application,
             .bundle = fakes.bundle,
@@ -242,7 +242,7 @@ void findAll(bool withBareLoop) {
         const platform::ServicesScope scope(services);
         std::vector<IconCandidate> candidates;
         const Cost cost = costOf([&] { candidates = candidatesOf(*url); });
-        const tools::FetchReport report(recorder.requests(), std::move(candidates));
+        const link::FetchReport report(recorder.requests(), std::move(candidates));
         ordered_json line = lineFor(link, report, cost);
         if (withBareLoop) {
             const Cost least = costOf([&] { line["bareAnswers"] = bare.askFor(report.requests); });

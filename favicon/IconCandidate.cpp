@@ -43,14 +43,15 @@ IconCandidate::IconCandidate(std::shared_ptr<const Image> candidateImage, IconSo
       source(imageSource),
       hasTransparency(checkTransparency(*image)) {}
 
-std::int64_t IconCandidate::score() const {
+IconCandidate::ScoreParts IconCandidate::scoreParts() const {
     const std::int64_t width = truncatedToInt(image->size().width);
-    std::int64_t score = width >= minimumLargeWidth ? largeWidthBonus : 0;
-    score += std::min(width, maximumWidthCredit);
-    if (hasTransparency) {
-        score += transparencyBonus;
-    }
-    return score + sourceBonus(source);
+    return {width >= minimumLargeWidth ? largeWidthBonus : 0, std::min(width, maximumWidthCredit),
+            hasTransparency ? transparencyBonus : 0, sourceBonus(source)};
+}
+
+std::int64_t IconCandidate::score() const {
+    const ScoreParts parts = scoreParts();
+    return parts.largeWidth + parts.width + parts.transparency + parts.source;
 }
 
 bool IconCandidate::checkTransparency(const Image& image) {

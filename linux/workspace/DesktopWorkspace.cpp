@@ -142,6 +142,11 @@ void DesktopWorkspace::finish(const Target& target) {
     windows_.signalChange(target.uris);
 }
 
+std::optional<std::string> DesktopWorkspace::storedPicture(const PreparedIcon& icon) const {
+    const auto& name = static_cast<const EncodedIcon&>(icon).name;
+    return name ? std::optional(store_.pathOf(*name)) : std::nullopt;
+}
+
 bool DesktopWorkspace::openFileViewer(const std::string& folder) {
     return showFolder(bus_.connection(), glibFileURI(folder));
 }

@@ -44,6 +44,14 @@ public:
     bool openFileViewer(const std::string& folder) override;
     bool open(const URL& url) override;
 
+    /// The file that holds the picture of `icon`, which this workspace prepared. Absent if the
+    /// picture could not be stored.
+    std::optional<std::string> storedPicture(const PreparedIcon& icon) const;
+
+    /// True if nothing is left to do for the icons that were set: the metadata daemon has answered,
+    /// and open windows have been told. A short-lived program waits for this.
+    bool isIdle() const { return metadata_.isIdle() && windows_.isIdle(); }
+
 private:
     struct EncodedIcon;
     struct Target;

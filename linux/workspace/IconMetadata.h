@@ -35,6 +35,9 @@ public:
     void set(const std::string& path, const std::string& iconURI,
              std::chrono::milliseconds blockFor, Done done);
 
+    /// True if no call of `done` is left to come.
+    bool isIdle() const { return pending_.empty(); }
+
     static bool writeThroughGIO(const std::string& path, const std::string& iconURI);
 
     /// The attribute of the file at `path`; absent when it has none. Blocks; any thread.

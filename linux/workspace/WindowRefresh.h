@@ -28,6 +28,9 @@ public:
     /// path, so `uris` are all addresses of the file.
     void signalChange(const std::vector<std::string>& uris);
 
+    /// True if every signal has been sent.
+    bool isIdle() const { return additions_.empty(); }
+
 private:
     struct Addition {
         gint64 due;  ///< Microseconds of GLib's monotonic clock.

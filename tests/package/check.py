@@ -278,7 +278,7 @@ class PackageTest(unittest.TestCase):
         )
 
     def programs(self):
-        names = ("bin/glintmark", "bin/glintmark-thumbnailer")
+        names = ("bin/glintmark", "bin/glintmark-link", "bin/glintmark-thumbnailer")
         decoder = "libexec/glintmark/glintmark-image-decoder"
         return [self.root / "usr" / name for name in (*names, decoder)]
 

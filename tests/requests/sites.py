@@ -40,6 +40,7 @@ class Site:
     last: str | None  # the path whose first answer waits until all others have ended
     environment: dict
     headers: dict  # address -> header fields beyond the usual ones
+    has_host: bool  # of the link; without one nothing is reported
 
 
 def site(
@@ -61,6 +62,7 @@ def site(
     last=None,
     environment=None,
     headers=None,
+    has_host=True,
 ):
     if page is None:
         page = [[link]] + ([list(icons)] if icons else [])
@@ -85,7 +87,16 @@ def site(
     if winner is None and len(candidates) == 1:
         winner = candidates[0]
     return Site(
-        rule, link, paths, answers or {}, candidates, winner, last, environment or {}, headers or {}
+        rule,
+        link,
+        paths,
+        answers or {},
+        candidates,
+        winner,
+        last,
+        environment or {},
+        headers or {},
+        has_host,
     )
 
 
@@ -183,7 +194,7 @@ def links():
              "http://a%20b.example/", page=[], touch=[], manifest=[], service=[], favicon=[]),
     ] + [
         site(f"A text without a host asks for nothing: {why}", link, page=[], touch=[], manifest=[],
-             service=[], favicon=[])
+             service=[], favicon=[], has_host=False)
         for why, link in [("a bare name", "site.example"), ("a path", "/page"),
                           ("mail", "mailto:a@b"),
                           ("a blank in it", "http://site.example/a b"),

@@ -10,7 +10,7 @@
 #include "platform/UserNotificationCenter.h"
 #include "platform/Workspace.h"
 
-namespace glintmark::tools {
+namespace glintmark::link {
 
 /// The services that a fetch does not use, for a tool without a desktop. Each call does nothing and
 /// returns an empty result.
@@ -68,4 +68,4 @@ public:
     bool open(const URL&) override { return false; }
 };
 
-}  // namespace glintmark::tools
+}  // namespace glintmark::link

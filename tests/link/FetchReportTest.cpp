@@ -4,10 +4,10 @@
 #include <sstream>
 
 #include "favicon/FaviconFetcher.h"
+#include "link/FetchReport.h"
 #include "tests/doubles/TestPlatform.h"
-#include "tools/FetchReport.h"
 
-namespace glintmark::tools {
+namespace glintmark::link {
 namespace {
 
 using testing::HasSubstr;
@@ -116,4 +116,4 @@ TEST_F(FetchReportTest, AFetchWithoutIconHasNoWinner) {
 }
 
 }  // namespace
-}  // namespace glintmark::tools
+}  // namespace glintmark::link

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "favicon/IconCandidate.h"
-#include "tools/FetchRecorder.h"
+#include "link/FetchRecorder.h"
 
-namespace glintmark::tools {
+namespace glintmark::link {
 
 /// Everything that one fetch did.
 struct FetchReport {
@@ -18,6 +18,13 @@ struct FetchReport {
     std::vector<RequestRecord> requests;
     std::vector<IconCandidate> candidates;
     std::optional<std::size_t> winner;  ///< Index into `candidates`.
+
+    /// The address of the request that returned the candidate's image; empty when none did.
+    std::string addressOf(const IconCandidate& candidate) const;
+
+    /// True if no candidate has a higher score than the winner, which there must be. Otherwise
+    /// those with a higher score are too narrow.
+    bool hasWinnerHighestScore() const;
 };
 
 /// Three tables for a reader: requests, candidates, winner.
@@ -26,4 +33,4 @@ std::string asTable(const FetchReport& report);
 /// One JSON object a line: every request, every candidate, then the winner (null for none).
 std::string asJSONLines(const FetchReport& report);
 
-}  // namespace glintmark::tools
+}  // namespace glintmark::link

@@ -12,7 +12,7 @@
 #include "platform/ImageDecoder.h"
 #include "platform/URLSession.h"
 
-namespace glintmark::tools {
+namespace glintmark::link {
 
 /// One request of a fetch and its outcome.
 struct RequestRecord {
@@ -64,4 +64,4 @@ private:
     std::vector<RequestRecord> requests_;
 };
 
-}  // namespace glintmark::tools
+}  // namespace glintmark::link

@@ -1,8 +1,8 @@
-#include "tools/FetchRecorder.h"
+#include "link/FetchRecorder.h"
 
 #include <utility>
 
-namespace glintmark::tools {
+namespace glintmark::link {
 
 namespace {
 
@@ -69,4 +69,4 @@ void FetchRecorder::recordEnd(std::size_t index, const platform::URLResult& resu
     }
 }
 
-}  // namespace glintmark::tools
+}  // namespace glintmark::link

@@ -1,4 +1,4 @@
-#include "tools/FetchReport.h"
+#include "link/FetchReport.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,7 @@
 #include "base/graphics/Geometry.h"
 #include "favicon/FaviconFetcher.h"
 
-namespace glintmark::tools {
+namespace glintmark::link {
 
 namespace {
 
@@ -17,12 +17,6 @@ using nlohmann::ordered_json;
 
 double milliseconds(std::chrono::nanoseconds time) {
     return std::chrono::duration<double, std::milli>(time).count();
-}
-
-/// The address of the request that returned the candidate's image; empty when none did.
-std::string addressOf(const IconCandidate& candidate, const std::vector<RequestRecord>& requests) {
-    const auto request = std::ranges::find(requests, candidate.image, &RequestRecord::image);
-    return request != requests.end() ? request->url : "";
 }
 
 std::string sizeText(const Image& image) {
@@ -93,10 +87,9 @@ ordered_json asJSON(const RequestRecord& request) {
 }
 
 ordered_json asJSON(const IconCandidate& candidate, const FetchReport& report) {
-    return {
-        {"source", caseName(candidate.source)},     {"url", addressOf(candidate, report.requests)},
-        {"width", candidate.image->size().width},   {"height", candidate.image->size().height},
-        {"transparent", candidate.hasTransparency}, {"score", candidate.score()}};
+    return {{"source", caseName(candidate.source)},     {"url", report.addressOf(candidate)},
+            {"width", candidate.image->size().width},   {"height", candidate.image->size().height},
+            {"transparent", candidate.hasTransparency}, {"score", candidate.score()}};
 }
 
 /// A server's texts may be in any encoding. Bytes that are not UTF-8 are replaced.
@@ -116,6 +109,17 @@ FetchReport::FetchReport(std::vector<RequestRecord> requestRecords,
     }
 }
 
+std::string FetchReport::addressOf(const IconCandidate& candidate) const {
+    const auto request = std::ranges::find(requests, candidate.image, &RequestRecord::image);
+    return request != requests.end() ? request->url : "";
+}
+
+bool FetchReport::hasWinnerHighestScore() const {
+    const auto highest = candidates.at(*winner).score();
+    return std::ranges::all_of(
+        candidates, [&](const IconCandidate& candidate) { return candidate.score() <= highest; });
+}
+
 std::string asTable(const FetchReport& report) {
     std::string text = rightAligned("begin ms", timeWidth) + rightAligned("took ms", timeWidth) +
                        leftAligned("agent", agentWidth) + "request and outcome\n";
@@ -128,18 +132,17 @@ std::string asTable(const FetchReport& report) {
         text +=
             candidateText(i == report.winner ? "*" : " ", std::string(caseName(candidate.source)),
                           sizeText(*candidate.image), candidate.hasTransparency ? "yes" : "no",
-                          std::to_string(candidate.score()), addressOf(candidate, report.requests));
+                          std::to_string(candidate.score()), report.addressOf(candidate));
     }
     if (!report.winner) {
         return text + "\nNo icon.\n";
     }
     const IconCandidate& winner = report.candidates[*report.winner];
-    text += "\nWinner: " + std::string(caseName(winner.source)) + " " +
-            addressOf(winner, report.requests) + "\n";
-    const bool hasHighestScore = std::ranges::all_of(
-        report.candidates,
-        [&](const IconCandidate& other) { return other.score() <= winner.score(); });
-    return text + (hasHighestScore ? "" : "(No score helps an image that is too narrow.)\n");
+    text +=
+        "\nWinner: " + std::string(caseName(winner.source)) + " " + report.addressOf(winner) + "\n";
+    return text + (report.hasWinnerHighestScore()
+                       ? ""
+                       : "(No score helps an image that is too narrow.)\n");
 }
 
 std::string asJSONLines(const FetchReport& report) {
@@ -157,4 +160,4 @@ std::string asJSONLines(const FetchReport& report) {
     return text + line({{"kind", "winner"}, {"candidate", winner}});
 }
 
-}  // namespace glintmark::tools
+}  // namespace glintmark::link

@@ -1,0 +1,230 @@
+#include <glib.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/system/StandardDescriptors.h"
+#include "base/text/UUID.h"
+#include "link/AbsentDesktop.h"
+#include "link/CommandLine.h"
+#include "link/ExplainCommand.h"
+#include "link/FetchRecorder.h"
+#include "link/IconCommand.h"
+#include "link/NewCommand.h"
+#include "link/OpenCommand.h"
+#include "link/PortalOpenURI.h"
+#include "link/Texts.h"
+#include "linux/bundle/EmbeddedBundle.h"
+#include "linux/bundle/UserLanguages.h"
+#include "linux/bus/SessionBus.h"
+#include "linux/files/PosixFileManager.h"
+#include "linux/images/SandboxedImageDecoder.h"
+#include "linux/network/CurlURLSession.h"
+#include "linux/notifications/FreedesktopNotifications.h"
+#include "linux/process/ProgramEnvironment.h"
+#include "linux/process/SyslogLog.h"
+#include "linux/queues/LinuxDispatchQueues.h"
+#include "linux/workspace/DesktopLauncher.h"
+#include "linux/workspace/DesktopWorkspace.h"
+#include "linux/workspace/FileTypeRegistration.h"
+#include "platform/Configuration.h"
+#include "platform/Platform.h"
+
+namespace glintmark::link {
+
+namespace {
+
+constexpr std::chrono::milliseconds flushTimeout{2000};
+constexpr guint notificationTimeoutMilliseconds = 5000;
+constexpr int noDescriptor = -1;  // the log goes to the system log only
+
+platform::CurlURLSessionOptions sessionOptions() {
+    platform::CurlURLSessionOptions options{.version = GLINTMARK_VERSION};
+    // A proxy that decrypts https signs with its own authority.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread sets it
+    if (const char* const trusted = std::getenv("SSL_CERT_FILE")) {
+        options.certificateFile = trusted;
+    }
+    return options;
+}
+
+/// The session bus and what needs it. It is connected when it is first used.
+class Desktop {
+public:
+    platform::SessionBus& bus() { return bus_ ? *bus_ : bus_.emplace(); }
+
+    platform::DesktopWorkspace& workspace() {
+        return workspace_ ? *workspace_ : workspace_.emplace(bus());
+    }
+
+    bool open(const URL& url) {
+        switch (openThroughPortal(bus().connection(), url.absoluteString())) {
+            case PortalAnswer::opened:
+            case PortalAnswer::cancelled:
+                return true;
+            case PortalAnswer::unavailable:
+                break;
+        }
+        return platform::launchDefault(url.absoluteString());
+    }
+
+    /// Posts a notification and waits until it is accepted or rejected.
+    void notify(const std::string& title, const std::string& body) {
+        platform::FreedesktopNotifications notifications(bus(), "glintmark");
+        bool isOver = false;
+        notifications.add({randomUUIDString(), title, body},
+                          [&isOver](const std::optional<std::string>&) { isOver = true; });
+        const auto timeOut = [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_CONTINUE;
+        };
+        const platform::GSourceId timer(
+            g_timeout_add(notificationTimeoutMilliseconds, timeOut, &isOver));
+        while (!isOver) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+    }
+
+    void flush() const {
+        if (bus_) {
+            bus_->flush(flushTimeout);
+        }
+    }
+
+private:
+    std::optional<platform::SessionBus> bus_;
+    std::optional<platform::DesktopWorkspace> workspace_;
+};
+
+/// Every service that a command may use, each declared after those that it uses.
+struct LinkPlatform {
+    AbsentDesktop absent;
+    platform::Configuration configuration{platform::faviconServiceAddress(), ""};
+    platform::EmbeddedBundle bundle{
+        platform::userLanguages(platform::LanguageSettings::fromEnvironment()), embeddedTexts()};
+    platform::SyslogLog log{noDescriptor};
+    platform::PosixFileManager fileManager;
+    platform::LinuxDispatchQueues dispatchQueues{&log};
+    platform::SandboxedImageDecoder imageDecoder{
+        platform::imageDecoderPath(GLINTMARK_LIBEXEC_FROM_PROGRAM),
+        dispatchQueues.global(platform::QualityOfService::userInitiated)};
+    platform::CurlURLSession urlSession{
+        dispatchQueues.global(platform::QualityOfService::userInitiated), sessionOptions()};
+
+    platform::Services services(platform::Workspace& workspace, platform::URLSession& session,
+                                platform::ImageDecoder& decoder) {
+        return {
+            .application = absent,
+            .bundle = bundle,
+            .configuration = configuration,
+            .dispatchQueues = dispatchQueues,
+            .eventStreams = absent,
+            .fileManager = fileManager,
+            .imageDecoder = decoder,
+            .log = log,
+            .openPanel = absent,
+            .statusBar = absent,
+            .timers = absent,
+            .urlSession = session,
+            .userDefaults = absent,
+            .userNotificationCenter = absent,
+            .workspace = workspace,
+        };
+    }
+};
+
+/// Tells the user why something was not done: on standard error and, if nobody may see that, by a
+/// notification.
+std::function<void(const std::string&)> complaints(Desktop& desktop) {
+    return [&desktop](const std::string& message) {
+        complain(message);
+        if (::isatty(STDERR_FILENO) == 0) {
+            desktop.notify("Glintmark", printable(message));
+        }
+    };
+}
+
+int run(const Command& command, LinkPlatform& linkPlatform, Desktop& desktop) {
+    const bool needsWorkspace = command.verb == Command::Verb::icon;
+    platform::Workspace& workspace = needsWorkspace
+                                         ? static_cast<platform::Workspace&>(desktop.workspace())
+                                         : linkPlatform.absent;
+    FetchRecorder recorder(linkPlatform.urlSession, linkPlatform.imageDecoder);
+    const bool isRecorded = command.verb == Command::Verb::explain;
+    const auto services = isRecorded ? linkPlatform.services(workspace, recorder, recorder)
+                                     : linkPlatform.services(workspace, linkPlatform.urlSession,
+                                                             linkPlatform.imageDecoder);
+    const platform::ServicesScope scope(services);
+    switch (command.verb) {
+        case Command::Verb::open:
+            return openLinks(
+                command.arguments, [&desktop](const URL& url) { return desktop.open(url); },
+                complaints(desktop));
+        case Command::Verb::icon:
+            platform::registerFileTypeOfBuildTree(platform::programFolder(), g_get_user_data_dir());
+            return setIcons(command, desktop.workspace(), [&](const std::string& summary) {
+                if (command.isNotifying) {
+                    desktop.notify("Glintmark", summary);
+                }
+            });
+        case Command::Verb::explain:
+            return explainLink(command, recorder, complain);
+        case Command::Verb::create:
+            return createLinkFiles(command, command.onDesktop ? complaints(desktop) : complain);
+    }
+    return EX_SOFTWARE;
+}
+
+/// Reads the command line. Absent if `status` is already clear.
+std::optional<Command> readCommand(const std::vector<std::string>& arguments,
+                                   LinkPlatform& linkPlatform, Desktop& desktop, int& status) {
+    const auto services = linkPlatform.services(linkPlatform.absent, linkPlatform.urlSession,
+                                                linkPlatform.imageDecoder);
+    const platform::ServicesScope scope(services);
+    auto line = parseCommandLine(arguments, GLINTMARK_VERSION);
+    if (line.output) {
+        std::fputs(line.output->c_str(), stdout);
+        status = EX_OK;
+    } else if (line.error) {
+        const bool isDrop = !line.command && arguments.size() > 1 && arguments[1] == "--desktop";
+        (isDrop ? complaints(desktop) : complain)(*line.error);
+        status = EX_USAGE;
+    }
+    return std::move(line.command);
+}
+
+}  // namespace
+
+}  // namespace glintmark::link
+
+int main(int argc, char** argv) {
+    using namespace glintmark;
+    openStandardDescriptors();
+    platform::limitAllocator();
+    platform::correctFoldersInEnvironment();
+    // GLib's own texts about options. Numbers stay as programs write them.
+    std::setlocale(LC_CTYPE, "");     // NOLINT(concurrency-mt-unsafe): no other thread runs yet
+    std::setlocale(LC_MESSAGES, "");  // NOLINT(concurrency-mt-unsafe)
+    link::LinkPlatform linkPlatform;
+    link::Desktop desktop;
+    int status = EX_OK;
+    if (const auto command =
+            link::readCommand({argv + 1, argv + argc}, linkPlatform, desktop, status)) {
+        status = link::run(*command, linkPlatform, desktop);
+    }
+    // Destructors would wait for running fetches and decodes, whose results are not needed any
+    // more.
+    desktop.flush();
+    if (std::fflush(stdout) != 0 && status == EX_OK) {
+        status = EX_IOERR;
+    }
+    std::_Exit(status);
+}
