@@ -34,7 +34,6 @@
 #include "linux/queues/LinuxDispatchQueues.h"
 #include "linux/workspace/DesktopLauncher.h"
 #include "linux/workspace/DesktopWorkspace.h"
-#include "linux/workspace/FileTypeRegistration.h"
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
 
@@ -169,7 +168,6 @@ int run(const Command& command, LinkPlatform& linkPlatform, Desktop& desktop) {
                 command.arguments, [&desktop](const URL& url) { return desktop.open(url); },
                 complaints(desktop));
         case Command::Verb::icon:
-            platform::registerFileTypeOfBuildTree(platform::programFolder(), g_get_user_data_dir());
             return setIcons(command, desktop.workspace(), [&](const std::string& summary) {
                 if (command.isNotifying) {
                     desktop.notify("Glintmark", summary);
