@@ -1,6 +1,7 @@
 #include "linux/workspace/AppliedIcons.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "base/system/FileDescriptor.h"
 #include "linux/files/FileURI.h"
 #include "linux/files/PosixFileManager.h"
 #include "linux/files/WholeFile.h"
@@ -19,6 +21,16 @@ namespace glintmark::platform {
 namespace {
 
 constexpr mode_t fileMode = 0600;
+
+constexpr int maximumAttempts = 8;  // a record is replaced about once a day
+
+/// True if `path` leads to the open file.
+bool isAt(int file, const std::string& path) {
+    struct stat held {};
+    struct stat there {};
+    return fstat(file, &held) == 0 && stat(path.c_str(), &there) == 0 &&
+           held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+}
 
 std::string lineOf(const AppliedIcon& applied) {
     return applied.name + " " + glibFileURI(applied.path) + "\n";
@@ -38,17 +50,23 @@ AppliedIcon parsedLine(std::string_view line) {
 void AppliedIcons::add(const AppliedIcon& applied) {
     const std::string line = lineOf(applied);
     const std::scoped_lock lock(mutex_);
-    const int file = open(file_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, fileMode);
-    if (file < 0) {
-        return;
+    for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
+        const FileDescriptor file(
+            open(file_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, fileMode));
+        if (!file) {
+            return;
+        }
+        const off_t end = lseek(file.get(), 0, SEEK_END);
+        const auto written = write(file.get(), line.data(), line.size());
+        if (written != static_cast<ssize_t>(line.size())) {
+            // Otherwise the next line would continue the incomplete one.
+            static_cast<void>(!ftruncate(file.get(), end));
+        }
+        if (isAt(file.get(), file_)) {
+            return;
+        }
+        // Another process has replaced the record meanwhile, perhaps without the line.
     }
-    const off_t end = lseek(file, 0, SEEK_END);
-    const auto written = write(file, line.data(), line.size());
-    if (written != static_cast<ssize_t>(line.size())) {
-        // Otherwise the next line would continue the incomplete one.
-        static_cast<void>(!ftruncate(file, end));
-    }
-    close(file);
 }
 
 std::optional<std::vector<AppliedIcon>> AppliedIcons::all() const {
@@ -81,6 +99,8 @@ std::optional<std::vector<AppliedIcon>> AppliedIcons::read() const {
 
 void AppliedIcons::filter(const std::function<bool(const AppliedIcon&)>& keep) {
     const std::scoped_lock lock(mutex_);
+    const FileDescriptor replaced(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+    const off_t end = replaced ? lseek(replaced.get(), 0, SEEK_END) : 0;
     const auto entries = read();
     if (!entries) {
         return;
@@ -91,7 +111,17 @@ void AppliedIcons::filter(const std::function<bool(const AppliedIcon&)>& keep) {
             text += lineOf(entry);
         }
     }
-    writeFileAtomically(file_, text);
+    if (!writeFileAtomically(file_, text) || !replaced ||
+        lseek(replaced.get(), end, SEEK_SET) < 0) {
+        return;
+    }
+    // Another process may have added lines to the old record since it was read. Those that it adds
+    // from now on it adds again, to the new one (`add`). A line that stands twice does no harm.
+    const auto added = readToEnd(replaced.get(), 0);
+    const FileDescriptor file(open(file_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    if (added && !added->empty() && file) {
+        static_cast<void>(!write(file.get(), added->data(), added->size()));
+    }
 }
 
 }  // namespace glintmark::platform

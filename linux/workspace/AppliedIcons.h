@@ -15,7 +15,8 @@ struct AppliedIcon {
 };
 
 /// The record of which file got which icon: `<data home>/glintmark/applied`, one line for each icon
-/// that was set: its name, a space, and the file's URI. Any thread.
+/// that was set: its name, a space, and the file's URI. Any thread. Two processes may use it at
+/// the same time; neither loses a line of the other.
 class AppliedIcons {
 public:
     explicit AppliedIcons(const std::string& dataHome) : file_(dataHome + "/glintmark/applied") {}

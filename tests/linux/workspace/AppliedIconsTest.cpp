@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "linux/workspace/AppliedIcons.h"
 #include "tests/support/FileSizeLimit.h"
@@ -87,6 +88,43 @@ TEST(AppliedIconsTest, FilteringKeepsTheChosenEntries) {
     applied.add({nameB, "/two.webloc"});
     applied.filter([](const AppliedIcon& entry) { return entry.name == nameB; });
     EXPECT_EQ(folder.read("glintmark/applied"), nameB + " file:///two.webloc\n");
+}
+
+// Two objects are like two processes: they share nothing but the file.
+
+TEST(AppliedIconsTest, ALineThatAnotherProcessAddsDuringAFilteringStays) {
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "");
+    AppliedIcons applied(folder.path());
+    AppliedIcons other(folder.path());
+    applied.add({nameA, "/one.webloc"});
+    applied.filter([&](const AppliedIcon&) {
+        other.add({nameB, "/two.webloc"});
+        return true;
+    });
+    EXPECT_THAT(applied.all(), Optional(ElementsAre(FieldsAre(nameA, "/one.webloc"),
+                                                    FieldsAre(nameB, "/two.webloc"))));
+}
+
+TEST(AppliedIconsTest, NoLineIsLostWhileAnotherProcessFilters) {
+    constexpr std::size_t lines = 2000;
+    const test::TemporaryDirectory folder;
+    folder.write("glintmark/applied", "");
+    AppliedIcons other(folder.path());
+    std::thread adding([&] {
+        for (std::size_t i = 0; i < lines; ++i) {
+            other.add({nameA, "/" + std::to_string(i)});
+        }
+    });
+    AppliedIcons applied(folder.path());
+    while (applied.all().value().size() < lines / 2) {
+        applied.filter([](const AppliedIcon&) { return true; });
+    }
+    for (int i = 0; i < 20; ++i) {
+        applied.filter([](const AppliedIcon&) { return true; });
+    }
+    adding.join();
+    EXPECT_EQ(applied.all().value().size(), lines);
 }
 
 }  // namespace
