@@ -135,6 +135,34 @@ class InstallTest(unittest.TestCase):
             command = f"gapplication action com.quorvel.Glintmark {action}"
             self.assertEqual(dict(entry[f"Desktop Action {action}"]), {**names, "Exec": command})
 
+    def test_a_double_click_on_a_link_file_opens_it(self):
+        applications = self.share / "applications"
+        for name in ("Open", "SaveLink", "SetIcon"):
+            entry = applications / f"com.quorvel.Glintmark.{name}.desktop"
+            self.assertEqual(output_of("desktop-file-validate", entry), "")
+            self.assertRegex(entry.read_text(), r"(?m)^Exec=glintmark-link ")
+        output_of("update-desktop-database", applications)
+        cache = applications / "mimeinfo.cache"
+        text = cache.read_text()
+        cache.unlink()
+        # Without a choice of the user, the first of a type is its default.
+        self.assertIn("application/x-webloc=com.quorvel.Glintmark.Open.desktop;", text)
+
+    def test_shells_accept_the_completions(self):
+        shells = {
+            "bash": "bash-completion/completions/glintmark-link",
+            "zsh": "zsh/vendor-completions/_glintmark-link",
+            "fish": "fish/vendor_completions.d/glintmark-link.fish",
+        }
+        for shell, name in shells.items():
+            if shutil.which(shell):
+                output_of(shell, "-n", self.share / name)
+        words = (
+            'COMP_WORDS=(glintmark-link icon --m) COMP_CWORD=2; _glintmark_link; echo "$COMPREPLY"'
+        )
+        script = f"source {self.share / shells['bash']}; {words}"
+        self.assertEqual(output_of("bash", "-c", script), "--missing-only\n")
+
     def test_appstream_accepts_the_metainfo(self):
         metainfo = self.share / "metainfo/com.quorvel.Glintmark.metainfo.xml"
         tree = ElementTree.parse(metainfo)
@@ -193,6 +221,18 @@ class InstallTest(unittest.TestCase):
         for key in ("GenericName", "Comment", "Keywords"):
             found = set(re.findall(rf"(?m)^{key}\[(\w+)\]=.", entry))
             self.assertEqual(found, languages, key)
+        for name, keys in (
+            ("com.quorvel.Glintmark.Open.desktop", ("Name", "Comment")),
+            ("com.quorvel.Glintmark.SaveLink.desktop", ("Name", "Comment")),
+            ("com.quorvel.Glintmark.SetIcon.desktop", ("Name", "Comment")),
+            ("glintmark-get-icon.servicemenu", ("Name",)),
+            ("glintmark-get-icon.nemo_action", ("Name", "Comment")),
+            ("glintmark-get-icon.action", ("Name", "Tooltip")),
+        ):
+            text = (ROOT / "resources/link" / name).read_text()
+            for key in keys:
+                found = set(re.findall(rf"(?m)^{key}\[(\w+)\]=.", text))
+                self.assertEqual(found, languages, f"{name}: {key}")
         for name in ("com.quorvel.Glintmark.metainfo.xml.in", "filetype/com.quorvel.Glintmark.xml"):
             self.check_xml_languages(ROOT / "resources" / name, languages)
 
