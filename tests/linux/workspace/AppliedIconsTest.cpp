@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <thread>
 
@@ -111,16 +112,15 @@ TEST(AppliedIconsTest, NoLineIsLostWhileAnotherProcessFilters) {
     const test::TemporaryDirectory folder;
     folder.write("glintmark/applied", "");
     AppliedIcons other(folder.path());
+    std::atomic<bool> isDone = false;
     std::thread adding([&] {
         for (std::size_t i = 0; i < lines; ++i) {
             other.add({nameA, "/" + std::to_string(i)});
         }
+        isDone = true;
     });
     AppliedIcons applied(folder.path());
-    while (applied.all().value().size() < lines / 2) {
-        applied.filter([](const AppliedIcon&) { return true; });
-    }
-    for (int i = 0; i < 20; ++i) {
+    while (!isDone) {
         applied.filter([](const AppliedIcon&) { return true; });
     }
     adding.join();
