@@ -290,11 +290,26 @@ TEST_F(SharedAnswersTest, BrokenAndLargeAnswersAreNotKept) {
 }
 
 TEST_F(SharedAnswersTest, RequestsOfOneLinkDoNotWaitForEachOther) {
+    useManualClock();
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const URLRequest asked = ofALink(server_.url("/"));
     const auto first = start(asked);
     ASSERT_TRUE(server_.waitForRequests(1));
     EXPECT_EQ(bodyFor(asked), "x");
+    mayAnswer_->set();
+    EXPECT_EQ(first->wait().body, "x");
+}
+
+TEST_F(SharedAnswersTest, ALinkWithCookiesForAHostDoesNotWaitThere) {
+    useManualClock();
+    server_.on("/set", answering(200, "x", {{"Set-Cookie", "a=b; Path=/"}}));
+    URLRequest withCookie = ofALink(server_.url("/set"));
+    start(withCookie)->wait();
+    server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
+    withCookie.url = *URL::parse(server_.url("/"));
+    const auto first = startOfALink(server_.url("/"));
+    ASSERT_TRUE(server_.waitForRequests(2));
+    EXPECT_EQ(bodyFor(withCookie), "x");
     mayAnswer_->set();
     EXPECT_EQ(first->wait().body, "x");
 }
