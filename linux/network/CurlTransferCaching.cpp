@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <utility>
 
 #include "base/text/TextCase.h"
 #include "linux/network/CurlRedirect.h"
 #include "linux/network/CurlTaskGroup.h"
 #include "linux/network/CurlTransfer.h"
-#include "linux/network/CurlURLSession.h"
 #include "linux/network/HTTPCacheFields.h"
 
 namespace glintmark::platform {
