@@ -3,11 +3,20 @@
 import sys
 import unittest
 
-from tests.desktop import folderpanel, launcher, lifecycle, login, menu, serviceunit, wholeroad
+from tests.desktop import (
+    folderpanel,
+    launcher,
+    lifecycle,
+    linkfiles,
+    login,
+    menu,
+    serviceunit,
+    wholeroad,
+)
 from tests.desktop.case import OPTIONS
 from tests.harness.options import parse_options
 
-SUBJECTS = (wholeroad, folderpanel, launcher, lifecycle, login, menu, serviceunit)
+SUBJECTS = (wholeroad, folderpanel, launcher, lifecycle, linkfiles, login, menu, serviceunit)
 
 
 def load_tests(loader, *_):

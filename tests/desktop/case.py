@@ -40,11 +40,12 @@ class DesktopTest(unittest.TestCase):
     def stand_in_browser(self):
         """Makes a default browser that only notes the addresses. Returns the path of the notes."""
         notes = self.session.root / "browser.txt"
-        self.session.stand_in("note-address", f'echo "$1" >> "{notes}"')
+        # By its path: the portal that may start it has the search path of the bus.
+        browser = self.session.stand_in("note-address", f'echo "$1" >> "{notes}"')
         applications = self.session.data_home / "applications"
         applications.mkdir(parents=True, exist_ok=True)
         (applications / "note-address.desktop").write_text(
-            "[Desktop Entry]\nType=Application\nName=Notes\nExec=note-address %u\n"
+            f"[Desktop Entry]\nType=Application\nName=Notes\nExec={browser} %u\n"
             "MimeType=text/html;x-scheme-handler/http;x-scheme-handler/https;\n"
         )
         (self.session.config_home / "mimeapps.list").write_text(
