@@ -139,6 +139,7 @@ void AppDelegate::rebuildMenu() {
 MenuItem AppDelegate::folderItem(long folder, const std::string& home) {
     const auto& path = watchedFolders().at(static_cast<std::size_t>(folder));
     auto item = captionItem("  " + replacingOccurrences(path, home, "~"));
+    item.folder = path;
     if (folder >= defaultFolderCount) {
         item.submenu = {
             folderCommandItem(L("menu.removeFolder"), &AppDelegate::removeFolder, folder),

@@ -20,6 +20,8 @@ struct MenuItem {
     std::string title;
     Action action;              ///< Empty for an item that does nothing.
     std::string keyEquivalent;  ///< A letter, pressed with the platform's modifier; or empty.
+    std::string folder;  ///< The folder that the item stands for, or empty. The status bar marks
+                         ///< one that is missing or cannot be read.
     long tag = 0;
     bool enabled = true;
     bool isSeparator = false;

@@ -1,6 +1,7 @@
 #include "linux/statusitem/DBusMenu.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -49,6 +50,8 @@ GVariant* idArray(const std::vector<DBusMenuLayout::Id>& ids) {
 
 }  // namespace
 
+DBusMenu::DBusMenu(FolderChecks::Look look) : checks_([this] { markFolders(); }, std::move(look)) {}
+
 void DBusMenu::offer(GDBusConnection* connection) {
     object_.reset();
     if (connection != nullptr) {
@@ -64,6 +67,10 @@ void DBusMenu::setMenu(Menu menu) {
     layout_ =
         DBusMenuLayout(std::move(menu), layout_.nextId() < maximumFirstId ? layout_.nextId() : 1);
     ++revision_;
+    for (const auto& [id, folder] : layout_.folders()) {
+        layout_.setWarning(id, checks_.isUnreadable(folder));
+    }
+    checkFolders();
     if (object_) {
         object_->emit("LayoutUpdated", g_variant_new("(ui)", revision_, DBusMenuLayout::root));
     }
@@ -79,7 +86,7 @@ GVariant* DBusMenu::property(const std::string& name) const {
     if (name == "Status") {
         return g_variant_new_string("normal");
     }
-    return g_variant_new_strv(nullptr, 0);  // IconThemePath: entries have no icons
+    return g_variant_new_strv(nullptr, 0);  // IconThemePath: only icons of the desktop's own theme
 }
 
 void DBusMenu::call(const std::string& method, GVariant* arguments,
@@ -232,6 +239,41 @@ void DBusMenu::aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invo
 void DBusMenu::willShow(Id id) {
     if (id == DBusMenuLayout::root) {
         ++timesShown_;
+        checkFolders();
+    }
+}
+
+/// The panel does not wait for the answers: a change reaches the open menu by a signal.
+void DBusMenu::checkFolders() {
+    std::vector<std::string> folders;
+    for (const auto& [id, folder] : layout_.folders()) {
+        folders.push_back(folder);
+    }
+    checks_.check(folders);
+}
+
+void DBusMenu::markFolders() {
+    const DBusMenuLayout::Names names{"icon-name"};
+    GVariantBuilder updated;
+    GVariantBuilder removed;
+    g_variant_builder_init(&updated, G_VARIANT_TYPE("a(ia{sv})"));
+    g_variant_builder_init(&removed, G_VARIANT_TYPE("a(ias)"));
+    for (const auto& [id, folder] : layout_.folders()) {
+        const bool isUnreadable = checks_.isUnreadable(folder);
+        if (!layout_.setWarning(id, isUnreadable)) {
+            continue;
+        }
+        if (isUnreadable) {
+            g_variant_builder_add(&updated, "(i@a{sv})", id, layout_.properties(id, names));
+        } else {
+            const std::array<const char*, 1> name{names.front().c_str()};
+            g_variant_builder_add(&removed, "(i@as)", id, g_variant_new_strv(name.data(), 1));
+        }
+    }
+    const GVariantHandle change(
+        g_variant_ref_sink(g_variant_new("(a(ia{sv})a(ias))", &updated, &removed)));
+    if (object_) {
+        object_->emit("ItemsPropertiesUpdated", change.get());
     }
 }
 

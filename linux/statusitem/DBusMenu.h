@@ -10,6 +10,7 @@
 #include "linux/bus/DBusObject.h"
 #include "linux/glib/GLibHandles.h"
 #include "linux/statusitem/DBusMenuLayout.h"
+#include "linux/statusitem/FolderChecks.h"
 #include "platform/Menu.h"
 
 namespace glintmark::platform {
@@ -21,7 +22,8 @@ class DBusMenu {
 public:
     static constexpr auto path = "/MenuBar";
 
-    DBusMenu() = default;
+    /// `look` tells whether a folder can be read; see `FolderChecks`.
+    explicit DBusMenu(FolderChecks::Look look = isFolderReadable);
     DBusMenu(const DBusMenu&) = delete;
     DBusMenu& operator=(const DBusMenu&) = delete;
 
@@ -47,6 +49,8 @@ private:
     void aboutToShow(GVariant* arguments, GDBusMethodInvocation* invocation);
     void aboutToShowGroup(GVariant* arguments, GDBusMethodInvocation* invocation);
     void willShow(Id id);
+    void checkFolders();
+    void markFolders();
 
     void click(Id id);
     void runActions();
@@ -54,6 +58,7 @@ private:
     DBusMenuLayout layout_;
     std::uint32_t revision_ = 1;
     std::uint64_t timesShown_ = 0;
+    FolderChecks checks_;
     std::vector<Id> clicked_;  ///< Their actions wait until the panel has its answer.
     GSourceId actionSource_;
     std::optional<DBusObject> object_;

@@ -14,9 +14,11 @@ namespace {
 
 constexpr auto shortcutModifier = "Control";
 
+using Entry = DBusMenuLayout::Entry;
+
 struct Property {
     const char* name;
-    GVariant* (*value)(const MenuItem* item, bool hasChildren);  ///< Null if it is the default.
+    GVariant* (*value)(const Entry& entry);  ///< Null if it is the default.
     GVariant* (*defaultValue)();
 };
 
@@ -35,36 +37,46 @@ GVariant* shortcut(const std::string& key) {
     return g_variant_new_array(G_VARIANT_TYPE("as"), shortcuts.data(), shortcuts.size());
 }
 
-const std::array<Property, 6> knownProperties{{
+constexpr auto warningIcon = "dialog-warning";  // in every theme: freedesktop.org, Icon Naming
+
+const std::array<Property, 7> knownProperties{{
     {"type",
-     [](const MenuItem* item, bool) {
-         return item != nullptr && item->isSeparator ? g_variant_new_string("separator") : nullptr;
+     [](const Entry& entry) {
+         return entry.item != nullptr && entry.item->isSeparator ? g_variant_new_string("separator")
+                                                                 : nullptr;
      },
      [] { return g_variant_new_string("standard"); }},
     {"label",
-     [](const MenuItem* item, bool) {
-         return item == nullptr || item->title.empty()
+     [](const Entry& entry) {
+         return entry.item == nullptr || entry.item->title.empty()
                     ? nullptr
-                    : g_variant_new_string(escapedLabel(item->title).c_str());
+                    : g_variant_new_string(escapedLabel(entry.item->title).c_str());
      },
      [] { return g_variant_new_string(""); }},
     {"enabled",
-     [](const MenuItem* item, bool) {
-         const bool greyed = item != nullptr && !item->isSeparator && !item->isSelectable();
+     [](const Entry& entry) {
+         const bool greyed =
+             entry.item != nullptr && !entry.item->isSeparator && !entry.item->isSelectable();
          return greyed ? g_variant_new_boolean(FALSE) : nullptr;
      },
      [] { return g_variant_new_boolean(TRUE); }},
-    {"visible", [](const MenuItem*, bool) -> GVariant* { return nullptr; },
+    {"visible", [](const Entry&) -> GVariant* { return nullptr; },
      [] { return g_variant_new_boolean(TRUE); }},
+    {"icon-name",
+     [](const Entry& entry) {
+         return entry.hasWarning ? g_variant_new_string(warningIcon) : nullptr;
+     },
+     [] { return g_variant_new_string(""); }},
     {"shortcut",
-     [](const MenuItem* item, bool) {
-         return item == nullptr || item->keyEquivalent.empty() ? nullptr
-                                                               : shortcut(item->keyEquivalent);
+     [](const Entry& entry) {
+         return entry.item == nullptr || entry.item->keyEquivalent.empty()
+                    ? nullptr
+                    : shortcut(entry.item->keyEquivalent);
      },
      [] { return g_variant_new_array(G_VARIANT_TYPE("as"), nullptr, 0); }},
     {"children-display",
-     [](const MenuItem*, bool hasChildren) {
-         return hasChildren ? g_variant_new_string("submenu") : nullptr;
+     [](const Entry& entry) {
+         return entry.children.empty() ? nullptr : g_variant_new_string("submenu");
      },
      [] { return g_variant_new_string(""); }},
 }};
@@ -77,7 +89,7 @@ bool isWanted(const DBusMenuLayout::Names& names, const char* name) {
 
 DBusMenuLayout::DBusMenuLayout(Menu menu, Id firstId)
     : menu_(std::move(menu.items)), nextId_(firstId) {
-    rootChildren_ = assignIds(menu_);
+    root_.children = assignIds(menu_);
 }
 
 std::vector<DBusMenuLayout::Id> DBusMenuLayout::assignIds(const std::vector<MenuItem>& items) {
@@ -85,7 +97,7 @@ std::vector<DBusMenuLayout::Id> DBusMenuLayout::assignIds(const std::vector<Menu
     for (const MenuItem& item : items) {
         const Id id = nextId_++;
         ids.push_back(id);
-        items_[id] = Entry{&item, {}};
+        items_[id].item = &item;
         items_[id].children = assignIds(item.submenu);
     }
     return ids;
@@ -99,20 +111,35 @@ std::vector<DBusMenuLayout::Id> DBusMenuLayout::ids() const {
     return ids;
 }
 
-const MenuItem* DBusMenuLayout::item(Id id) const {
+const DBusMenuLayout::Entry* DBusMenuLayout::entry(Id id) const {
     const auto found = items_.find(id);
-    return found == items_.end() ? nullptr : found->second.item;
+    return id == root ? &root_ : found == items_.end() ? nullptr : &found->second;
 }
 
-const std::vector<DBusMenuLayout::Id>& DBusMenuLayout::children(Id id) const {
-    return id == root ? rootChildren_ : items_.at(id).children;
+const MenuItem* DBusMenuLayout::item(Id id) const {
+    const Entry* found = entry(id);
+    return found != nullptr ? found->item : nullptr;
+}
+
+std::map<DBusMenuLayout::Id, std::string> DBusMenuLayout::folders() const {
+    std::map<Id, std::string> found;
+    for (const auto& [id, entry] : items_) {
+        if (!entry.item->folder.empty()) {
+            found[id] = entry.item->folder;
+        }
+    }
+    return found;
+}
+
+bool DBusMenuLayout::setWarning(Id id, bool hasWarning) {
+    return std::exchange(items_.at(id).hasWarning, hasWarning) != hasWarning;
 }
 
 GVariant* DBusMenuLayout::tree(Id id, int depth, const Names& names) const {
     GVariantBuilder subtrees;
     g_variant_builder_init(&subtrees, G_VARIANT_TYPE("av"));
     if (depth != 0) {
-        for (const Id child : children(id)) {
+        for (const Id child : entry(id)->children) {
             g_variant_builder_add(&subtrees, "v", tree(child, std::max(depth, 0) - 1, names));
         }
     }
@@ -126,7 +153,7 @@ GVariant* DBusMenuLayout::properties(Id id, const Names& names) const {
         if (!isWanted(names, property.name)) {
             continue;
         }
-        if (GVariant* value = property.value(item(id), !children(id).empty())) {
+        if (GVariant* value = property.value(*entry(id))) {
             g_variant_builder_add(&builder, "{sv}", property.name, value);
         }
     }
@@ -136,7 +163,7 @@ GVariant* DBusMenuLayout::properties(Id id, const Names& names) const {
 GVariant* DBusMenuLayout::property(Id id, const std::string& name) const {
     for (const Property& property : knownProperties) {
         if (name == property.name) {
-            GVariant* value = property.value(item(id), !children(id).empty());
+            GVariant* value = property.value(*entry(id));
             return value != nullptr ? value : property.defaultValue();
         }
     }

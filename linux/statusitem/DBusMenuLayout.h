@@ -38,6 +38,12 @@ public:
     /// The entry; null for the root and for unknown numbers.
     const MenuItem* item(Id id) const;
 
+    /// The folders that entries stand for, by number.
+    std::map<Id, std::string> folders() const;
+
+    /// Puts a warning sign on the entry, or removes it. False if nothing changes.
+    bool setWarning(Id id, bool hasWarning);
+
     /// The entry with `depth` levels of children as "(ia{sv}av)"; all levels if `depth` is
     /// negative. For this operation and those below, `id` must be contained, and the result is
     /// floating.
@@ -49,18 +55,19 @@ public:
     /// One property, or its default if unset; null for an unknown name.
     GVariant* property(Id id, const std::string& name) const;
 
-private:
     struct Entry {
         const MenuItem* item;
         std::vector<Id> children;
+        bool hasWarning = false;
     };
 
+private:
     std::vector<Id> assignIds(const std::vector<MenuItem>& items);
-    const std::vector<Id>& children(Id id) const;
+    const Entry* entry(Id id) const;
 
     std::vector<MenuItem> menu_;  ///< The entries point into it, so it never changes.
     std::map<Id, Entry> items_;
-    std::vector<Id> rootChildren_;
+    Entry root_{nullptr, {}};
     Id nextId_ = 1;
 };
 

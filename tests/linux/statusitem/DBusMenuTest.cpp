@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "linux/bus/SessionBus.h"
 #include "linux/statusitem/DBusMenu.h"
 #include "tests/linux/FakePeer.h"
 #include "tests/linux/MainLoop.h"
 #include "tests/linux/PrivateBus.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace glintmark::platform {
 namespace {
@@ -250,6 +253,86 @@ TEST_F(DBusMenuTest, AMenuThatIsNoLongerExportedIsGone) {
     menu_.setMenu(example());  // while it is not exported
     menu_.offer(bus_.connection());
     EXPECT_EQ(call("GetLayout", "(0, 0, @as [])").part(0), "3");
+}
+
+MenuItem folderItem(const std::string& folder) {
+    MenuItem item;
+    item.title = "a";
+    item.folder = folder;
+    return item;
+}
+
+TEST_F(DBusMenuTest, AFolderThatIsMissingHasAWarningSignWhichFollowsTheFolder) {
+    const test::TemporaryDirectory home;
+    home.createDirectories("there");
+    Menu menu;
+    menu.addItem(folderItem(home / "there"));
+    menu.addItem(folderItem(home / "missing"));
+    menu.addItem(item("Quit"));
+    panel_.listen("com.canonical.dbusmenu");
+    menu_.setMenu(menu);
+    const auto icon = [&](int id) {
+        return call("GetProperty", "(" + std::to_string(id) + ", 'icon-name')").part(0);
+    };
+    ASSERT_TRUE(waitUntil([&] { return icon(2) == "<'dialog-warning'>"; }));
+    EXPECT_EQ(icon(1), "<''>");
+    EXPECT_EQ(icon(3), "<''>");
+    EXPECT_THAT(panel_.signals(),
+                ElementsAre(FieldsAre("LayoutUpdated", testing::_),
+                            FieldsAre("ItemsPropertiesUpdated",
+                                      "([(2, {'icon-name': <'dialog-warning'>})], [])")));
+    EXPECT_EQ(call("GetLayout", "(2, 0, @as [])").part(1),
+              "(2, {'label': <'a'>, 'enabled': <false>, 'icon-name': <'dialog-warning'>}, [])");
+
+    home.createDirectories("missing");
+    home.remove("there");
+    EXPECT_EQ(call("AboutToShow", "(0,)").part(0), "false");
+    ASSERT_TRUE(waitUntil([&] { return panel_.signals().size() == 4; }));
+    EXPECT_THAT(
+        panel_.signals(),
+        testing::IsSupersetOf(
+            {FieldsAre("ItemsPropertiesUpdated", "([(1, {'icon-name': <'dialog-warning'>})], [])"),
+             FieldsAre("ItemsPropertiesUpdated", "([], [(2, ['icon-name'])])")}));
+
+    menu_.setMenu(menu);  // numbers 4 to 6: what is known is shown at once
+    EXPECT_EQ(icon(4), "<'dialog-warning'>");
+    EXPECT_EQ(icon(5), "<''>");
+}
+
+TEST_F(DBusMenuTest, EachAnnouncementOfAnOpeningChecksTheFolders) {
+    std::atomic<int> looks = 0;
+    DBusMenu menu([&](const std::string&) {
+        ++looks;
+        return true;
+    });
+    menu_.offer(nullptr);
+    menu.offer(bus_.connection());
+    Menu content;
+    content.addItem(folderItem("/a"));
+    menu.setMenu(content);
+    EXPECT_TRUE(waitUntil([&] { return looks == 1; }));
+    const std::vector<std::pair<const char*, const char*>> openings{
+        {"AboutToShow", "(0,)"},
+        {"AboutToShowGroup", "([0],)"},
+        {"Event", "(0, 'opened', <''>, uint32 0)"},
+        {"EventGroup", "([(0, 'opened', <''>, uint32 0)],)"}};
+    for (const auto& opening : openings) {
+        const auto* method = opening.first;
+        const auto* arguments = opening.second;
+        const int before = looks;
+        const auto shown = menu.timesShown();
+        EXPECT_EQ(call(method, arguments).errorName, "") << method;
+        EXPECT_EQ(menu.timesShown(), shown + 1) << method;
+        // The thread before may not have given its result yet, and then there is no new one.
+        EXPECT_TRUE(waitUntil([&] {
+            call(method, arguments);
+            return looks > before;
+        })) << method;
+    }
+    const auto shown = menu.timesShown();
+    EXPECT_EQ(call("AboutToShow", "(1,)").errorName, "");
+    EXPECT_EQ(call("GetLayout", "(0, -1, @as [])").errorName, "");
+    EXPECT_EQ(menu.timesShown(), shown);
 }
 
 }  // namespace
