@@ -9,64 +9,70 @@
 
 namespace glintmark::platform {
 
-namespace {
-
 /// One dialog, from its start to its result.
-class Dialog {
+class PortalOpenPanel::Dialog {
 public:
-    Dialog(GDBusConnection* connection, const OpenPanel::Settings& settings)
-        : settings_(settings), loop_(g_main_loop_new(nullptr, FALSE)) {
-        if (connection == nullptr) {
+    Dialog(SessionBus& bus, const Settings& settings)
+        : bus_(bus), settings_(settings), loop_(g_main_loop_new(nullptr, FALSE)) {
+        show();
+    }
+
+    /// Closes what is shown, if anything, and shows it anew.
+    void show() {
+        portal_.reset();
+        program_.reset();
+        if (bus_.connection() == nullptr) {
             startProgram();
             return;
         }
-        portal_ = std::make_unique<PortalFileChooser>(
-            connection, settings, [this](std::optional<OpenPanel::Result> result) {
-                if (result) {
-                    finish(*std::move(result));
-                } else {
-                    startProgram();
-                }
-            });
+        portal_ = std::make_unique<PortalFileChooser>(bus_.connection(), settings_,
+                                                      [this](std::optional<Result> result) {
+                                                          if (result) {
+                                                              finish(*std::move(result));
+                                                          } else {
+                                                              startProgram();
+                                                          }
+                                                      });
     }
 
-    OpenPanel::Result run(MainLoops& loops) {
+    Result run(MainLoops& loops) {
         if (!result_) {
             loops.run(loop_.get());
         }
-        return result_.value_or(OpenPanel::Result{});
+        return result_.value_or(Result{});
     }
 
 private:
     void startProgram() {
-        program_ = DialogProgram::start(
-            settings_, [this](OpenPanel::Result result) { finish(std::move(result)); });
+        program_ =
+            DialogProgram::start(settings_, [this](Result result) { finish(std::move(result)); });
         if (program_ == nullptr) {
             finish({});
         }
     }
 
-    void finish(OpenPanel::Result result) {
+    void finish(Result result) {
         result_ = std::move(result);
         g_main_loop_quit(loop_.get());
     }
 
-    const OpenPanel::Settings& settings_;
+    SessionBus& bus_;
+    const Settings& settings_;
     GMainLoopHandle loop_;
     std::unique_ptr<PortalFileChooser> portal_;
     std::unique_ptr<DialogProgram> program_;
-    std::optional<OpenPanel::Result> result_;
+    std::optional<Result> result_;
 };
 
-}  // namespace
-
 OpenPanel::Result PortalOpenPanel::runModal(const Settings& settings) {
-    if (open_) {
+    if (open_ != nullptr) {
+        open_->show();
         return {};
     }
-    open_ = true;
-    Result result = Dialog(bus_.connection(), settings).run(loops_);
-    open_ = false;
+    Dialog dialog(bus_, settings);
+    open_ = &dialog;
+    Result result = dialog.run(loops_);
+    open_ = nullptr;
     return result;
 }
 

@@ -322,16 +322,38 @@ TEST_F(PortalOpenPanelTest, EndingTheProgramEndsTheDialogsProgram) {
     g_unlink(begun.c_str());
 }
 
-TEST_F(PortalOpenPanelTest, ASecondPanelInsideTheFirstIsCancelled) {
+TEST_F(PortalOpenPanelTest, ASecondPanelIsCancelledAndShowsTheFirstOnesDialogAnew) {
     startPortal(PortalBehaviour::waits);
     std::string second;
-    const DoWhen inner([&] { return !portal_->openFileArguments.empty(); },
+    std::optional<DoWhen> answer;
+    const DoWhen inner([&] { return portal_->tokens.size() == 1; },
                        [&] {
                            second = outcome();
-                           portal_->answer();
+                           answer.emplace([&] { return portal_->tokens.size() == 2; },
+                                          [&] {
+                                              portal_->answerAt(portal_->tokens[0], "file:///old");
+                                              portal_->answer();
+                                          });
                        });
     EXPECT_EQ(outcome(), "/home/kim/My Links");
     EXPECT_EQ(second, "cancelled");
+    EXPECT_EQ(portal_->closed, 1);
+    EXPECT_EQ(portal_->tokens.size(), 2U);
+}
+
+TEST_F(PortalOpenPanelTest, ASecondPanelStartsTheDialogsProgramAnew) {
+    const std::string starts = daemon_.folder() + "/starts";
+    programs_.add("zenity", "echo x >>" + starts + "; read line <" + starts +
+                                "; [ $(/usr/bin/wc -l <" + starts +
+                                ") = 2 ] && echo /second && exit; exec /bin/sleep 1000");
+    const auto wasStarted = [&] {
+        return g_file_test(starts.c_str(), G_FILE_TEST_EXISTS) != FALSE;
+    };
+    std::string second;
+    const DoWhen inner(wasStarted, [&] { second = outcome(); });
+    EXPECT_EQ(outcome(), "/second");
+    EXPECT_EQ(second, "cancelled");
+    g_unlink(starts.c_str());
 }
 
 }  // namespace
