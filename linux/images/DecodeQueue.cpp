@@ -1,6 +1,8 @@
 #include "linux/images/DecodeQueue.h"
 
 #include <algorithm>
+#include <functional>
+#include <numeric>
 #include <utility>
 
 namespace glintmark::platform {
@@ -24,7 +26,7 @@ DecodeQueue::Tasks DecodeQueue::add(DecodeTask task, DecodeSize size) {
     waiting.insert(std::ranges::upper_bound(waiting, length(task), {}, length), std::move(task));
     Tasks left;
     while (bytes_ > maximumBytes_) {
-        left.push_back(removeLongest());
+        left.push_back(removeFromGreediest());
     }
     return left;
 }
@@ -41,6 +43,12 @@ std::optional<DecodeTask> DecodeQueue::take(
     turns.erase(next);
     turns.push_back(link);
     return remove(*link, index(size), 0);
+}
+
+bool DecodeQueue::hasLink(const std::function<bool(const DecodeLink&)>& condition) const {
+    return std::ranges::any_of(turns_, [&](const Links& links) {
+        return std::ranges::any_of(links, [&](const auto& link) { return condition(*link); });
+    });
 }
 
 DecodeQueue::Tasks DecodeQueue::takeAll() {
@@ -70,20 +78,32 @@ DecodeQueue::Tasks DecodeQueue::takeAll(const DecodeLink& link) {
     return all;
 }
 
-DecodeTask DecodeQueue::removeLongest() {
-    DecodeLink* link = nullptr;
-    std::size_t size = 0;
-    for (std::size_t i = 0; i < sizes; ++i) {
-        for (const auto& candidate : turns_[i]) {
-            const bool isLonger = link == nullptr || length(candidate->waiting[i].back()) >
-                                                         length(link->waiting[size].back());
-            if (isLonger) {
-                link = candidate.get();
-                size = i;
-            }
+/// Removes the longest image of the link whose images take most. A link with one image is spared as
+/// long as another has several.
+DecodeTask DecodeQueue::removeFromGreediest() {
+    const auto rank = [](const std::shared_ptr<DecodeLink>& link) {
+        std::size_t images = 0;
+        std::size_t bytes = 0;
+        for (const auto& waiting : link->waiting) {
+            images += waiting.size();
+            bytes =
+                std::transform_reduce(waiting.begin(), waiting.end(), bytes, std::plus(), length);
+        }
+        return std::pair(images > 1, bytes);
+    };
+    std::shared_ptr<DecodeLink> greediest;
+    for (const Links& turns : turns_) {
+        const auto candidate = std::ranges::max_element(turns, {}, rank);
+        if (candidate != turns.end() && (!greediest || rank(greediest) < rank(*candidate))) {
+            greediest = *candidate;
         }
     }
-    return remove(*link, size, link->waiting[size].size() - 1);
+    const auto lengthOfLongest = [](const auto& waiting) {
+        return waiting.empty() ? 0 : length(waiting.back());
+    };
+    auto& all = greediest->waiting;
+    const auto longest = std::ranges::max_element(all, {}, lengthOfLongest);
+    return remove(*greediest, static_cast<std::size_t>(longest - all.begin()), longest->size() - 1);
 }
 
 DecodeTask DecodeQueue::remove(DecodeLink& link, std::size_t size, std::size_t position) {

@@ -48,14 +48,21 @@ public:
     using Tasks = std::vector<DecodeTask>;
 
     explicit DecodeQueue(std::size_t maximumBytes) : maximumBytes_(maximumBytes) {}
+    ~DecodeQueue() { takeAll(); }  // an image that waits and its link own each other
+    DecodeQueue(const DecodeQueue&) = delete;
+    DecodeQueue& operator=(const DecodeQueue&) = delete;
 
     /// Returns the tasks that have to leave the queue, because the encoded images in it would be
-    /// longer than the maximum: the longest.
+    /// longer than the maximum: the longest of the link that has most. As long as any link has
+    /// several images, no link loses its only one.
     Tasks add(DecodeTask task, DecodeSize size);
 
     /// The next image of the first link for which `canStart` is true. That link's turn is over.
     std::optional<DecodeTask> take(DecodeSize size,
                                    const std::function<bool(const DecodeLink&)>& canStart);
+
+    /// True if `condition` is true of a link that has images here.
+    bool hasLink(const std::function<bool(const DecodeLink&)>& condition) const;
 
     /// The link whose turn is next. There must be one.
     const DecodeLink& next(DecodeSize size) const { return *turns_[index(size)].front(); }
@@ -71,7 +78,7 @@ private:
     using Links = std::deque<std::shared_ptr<DecodeLink>>;
 
     static std::size_t index(DecodeSize size) { return static_cast<std::size_t>(size); }
-    DecodeTask removeLongest();
+    DecodeTask removeFromGreediest();
     DecodeTask remove(DecodeLink& link, std::size_t size, std::size_t position);
 
     std::size_t maximumBytes_;

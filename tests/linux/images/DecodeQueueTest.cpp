@@ -72,12 +72,30 @@ TEST_F(DecodeQueueTest, SmallAndLargeImagesAreSeparate) {
     EXPECT_EQ(take(DecodeSize::large), "large");
 }
 
-TEST_F(DecodeQueueTest, BeyondTheMaximumTheLongestFileLeaves) {
+TEST_F(DecodeQueueTest, BeyondTheMaximumTheGreediestLinkLosesItsLongestImage) {
     add(a_, "short");
-    add(b_, "the longest", DecodeSize::large);
-    EXPECT_THAT(add(a_, "a few"), ElementsAre("the longest"));
-    EXPECT_TRUE(queue_.isEmpty(DecodeSize::large));
-    EXPECT_THAT(add(b_, "more than all the others"), ElementsAre("more than all the others"));
+    add(a_, "longer");
+    add(b_, "b1");
+    add(b_, "b2");
+    EXPECT_THAT(add(b_, "six..."), ElementsAre("longer"));
+    EXPECT_THAT(add(a_, "four", DecodeSize::large), ElementsAre());
+    EXPECT_THAT(add(b_, "more"), ElementsAre("six..."));
+    EXPECT_EQ(take(), "short");
+    EXPECT_EQ(take(), "b1");
+}
+
+TEST_F(DecodeQueueTest, BeyondTheMaximumTheOnlyImageOfALinkStays) {
+    add(a_, "the longest", DecodeSize::large);
+    add(b_, "b1");
+    add(b_, "b2...", DecodeSize::large);
+    EXPECT_THAT(add(b_, "b3.."), ElementsAre("b2..."));
+    EXPECT_EQ(take(DecodeSize::large), "the longest");
+}
+
+TEST_F(DecodeQueueTest, IfEachLinkHasOneImageTheLongestLeaves) {
+    add(a_, "short");
+    EXPECT_THAT(add(b_, "more than all others"), ElementsAre("more than all others"));
+    EXPECT_THAT(add(b_, "a few"), ElementsAre());
     EXPECT_EQ(take(), "short");
     EXPECT_EQ(take(), "a few");
 }
