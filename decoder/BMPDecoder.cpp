@@ -16,7 +16,7 @@ std::optional<DecodedImage> decodeBMP(std::span<const std::uint8_t> file, PixelS
     const ByteReader bytes(file);
     const auto dib = bytes.from(fileHeaderSize);
     auto header = parseDIBHeader(dib);
-    if (!header) {
+    if (!header || header->planes != 1) {
         return std::nullopt;
     }
     // Without bit fields the fourth byte of a pixel has no meaning in a BMP file. In icons it has.

@@ -25,6 +25,7 @@ struct DIBHeader {
     std::int64_t width = 0;
     std::int64_t height = 0;  ///< Without its sign. In ICO and CUR files twice the picture's.
     bool topDown = false;
+    unsigned planes = 0;  ///< Must be 1 in a BMP file. Icons often have 0.
     unsigned bitsPerPixel = 0;
     Compression compression = Compression::none;
     std::array<std::uint32_t, 4> masks{};  ///< Red, green, blue, alpha; for 16 and 32 bits.
@@ -52,7 +53,7 @@ std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib);
 
 /// Draws `pixels`, in the layout of `header`, into `canvas`, which has the picture's size. Sets
 /// `hasAlpha`; an alpha channel that is 0 in all pixels does not count as one. False if `pixels`
-/// ends early.
+/// ends early, or if runs leave the picture.
 bool drawDIB(const DIBHeader& header, std::span<const std::uint8_t> pixels, const Canvas& canvas,
              bool& hasAlpha);
 

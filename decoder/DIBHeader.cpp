@@ -13,7 +13,8 @@ constexpr std::size_t minimumHeaderSize = 16;  // an OS/2 2.x header may end her
 constexpr std::size_t infoHeaderSize = 40;
 constexpr std::size_t headerWithAlphaMaskSize = 56;  // version 3
 constexpr std::size_t os2HeaderSize = 64;
-constexpr std::size_t maximumHeaderSize = 124;  // version 5
+constexpr std::size_t version4HeaderSize = 108;
+constexpr std::size_t version5HeaderSize = 124;
 constexpr std::size_t colourSpaceField = 56;
 constexpr std::size_t profileField = 112;
 constexpr std::size_t masksOffset = 40;  // after the first 40 bytes, inside the header or after it
@@ -35,11 +36,17 @@ bool isKnownDepth(unsigned bits) {
     return std::ranges::find(depths, bits) != std::end(depths);
 }
 
+bool isKnownHeaderSize(std::size_t size) {
+    return (size >= minimumHeaderSize && size <= os2HeaderSize) || size == version4HeaderSize ||
+           size == version5HeaderSize;
+}
+
 bool readSize(const ByteReader& fields, DIBHeader& header) {
     header.width = static_cast<std::int32_t>(fields.little32(4));
     const auto height = static_cast<std::int32_t>(fields.little32(8));
     header.height = std::abs(std::int64_t{height});
     header.topDown = height < 0;
+    header.planes = fields.little16(12);
     header.bitsPerPixel = fields.little16(14);
     return header.width >= 1 && header.height >= 1 && isKnownDepth(header.bitsPerPixel);
 }
@@ -89,6 +96,7 @@ std::optional<DIBHeader> parseCoreHeader(const ByteReader& dib) {
     DIBHeader header;
     header.width = dib.little16(4);
     header.height = dib.little16(6);
+    header.planes = dib.little16(8);
     header.bitsPerPixel = dib.little16(10);
     header.end = coreHeaderSize;
     header.masks = masksOf32Bits;
@@ -154,7 +162,7 @@ std::optional<DIBHeader> parseDIBHeader(std::span<const std::uint8_t> dib) {
     if (size == coreHeaderSize) {
         return parseCoreHeader(bytes);
     }
-    if (size < minimumHeaderSize || size > maximumHeaderSize) {
+    if (!isKnownHeaderSize(size)) {
         return std::nullopt;
     }
 

@@ -137,17 +137,16 @@ public:
         for (std::size_t i = 0; i < all.size(); i += 4) {
             put(&all[i], colourOf(header_, 0));
         }
-        while (y_ < canvas_.height()) {
+        while (at_ < bytes_.size() || y_ < canvas_.height()) {
             if (!bytes_.has(at_, 2)) {
                 return false;
             }
             const std::uint8_t count = bytes_.byte(at_++);
             const std::uint8_t value = bytes_.byte(at_++);
-            if (count > 0) {
-                drawRun(count, value);
-            } else if (value == endOfBitmap) {
+            if (count == 0 && value == endOfBitmap) {
                 return true;
-            } else if (!escape(value)) {
+            }
+            if (!(count > 0 ? drawRun(count, value) : escape(value))) {
                 return false;
             }
         }
@@ -176,32 +175,41 @@ private:
         return position % 2 == 0 ? byte >> 4U : byte & 0xFU;
     }
 
-    void drawRun(unsigned count, std::uint8_t value) {
+    // A row of 4-bit indices may fill its last byte.
+    bool fitsRow(unsigned count) const {
+        const int padding = header_.bitsPerPixel == 4 ? canvas_.width() % 2 : 0;
+        return y_ < canvas_.height() && static_cast<int>(count) <= canvas_.width() + padding - x_;
+    }
+
+    bool drawRun(unsigned count, std::uint8_t value) {
+        if (!fitsRow(count)) {
+            return false;
+        }
         for (unsigned i = 0; i < count; ++i) {
             drawIndex(indexIn(value, i));
         }
+        return true;
     }
 
     bool escape(std::uint8_t value) {
         if (value == endOfLine) {
             x_ = 0;
-            ++y_;
-            return true;
+            return ++y_ <= canvas_.height();
         }
         if (value == delta) {
             if (!bytes_.has(at_, 2)) {
                 return false;
             }
-            x_ = std::min(x_ + bytes_.byte(at_++), canvas_.width());
+            x_ += bytes_.byte(at_++);
             y_ += bytes_.byte(at_++);
-            return true;
+            return x_ <= canvas_.width() && y_ <= canvas_.height();
         }
         return drawLiteral(value);
     }
 
     bool drawLiteral(unsigned count) {
         const std::size_t length = (count * header_.bitsPerPixel + 7) / 8;
-        if (!bytes_.has(at_, length)) {
+        if (!bytes_.has(at_, length) || !fitsRow(count)) {
             return false;
         }
         for (unsigned i = 0; i < count; ++i) {
