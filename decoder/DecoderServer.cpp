@@ -15,6 +15,7 @@
 
 #include "decoder/DescriptorMessage.h"
 #include "decoder/ForkedProcess.h"
+#include "decoder/HiddenLibraries.h"
 #include "decoder/SelfTest.h"
 #include "decoder/WarmUp.h"
 
@@ -179,6 +180,9 @@ int runDecoder(const ChildSettings& settings) {
     if (!sandbox) {
         return 1;  // nothing may be decoded
     }
+#ifndef GLINTMARK_SANITIZED  // the sanitizers look at all libraries
+    hideUnusedLibraries();
+#endif
     Server(settings, *sandbox).serve();
     return 0;
 }
