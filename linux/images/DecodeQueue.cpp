@@ -45,10 +45,12 @@ std::optional<DecodeTask> DecodeQueue::take(
     return remove(*link, index(size), 0);
 }
 
-bool DecodeQueue::hasLink(const std::function<bool(const DecodeLink&)>& condition) const {
-    return std::ranges::any_of(turns_, [&](const Links& links) {
-        return std::ranges::any_of(links, [&](const auto& link) { return condition(*link); });
-    });
+const DecodeLink* DecodeQueue::find(DecodeSize size,
+                                    const std::function<bool(const DecodeLink&)>& condition) const {
+    const Links& turns = turns_[index(size)];
+    const auto found =
+        std::ranges::find_if(turns, [&](const auto& link) { return condition(*link); });
+    return found != turns.end() ? found->get() : nullptr;
 }
 
 DecodeQueue::Tasks DecodeQueue::takeAll() {

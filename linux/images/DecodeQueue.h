@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,10 +33,12 @@ struct DecodeTask {
 
 /// What is known of one link, whose images are decoded by one child.
 struct DecodeLink {
-    DecoderChild* child = nullptr;                   ///< Null while it has none.
-    std::uint64_t cpuMicroseconds = 0;               ///< Of its children that have ended.
-    int lostChildren = 0;                            ///< Those that an image of the link has ended.
-    bool hasEnded = false;                           ///< No more images will come.
+    DecoderChild* child = nullptr;      ///< Null while it has none.
+    std::uint64_t cpuMicroseconds = 0;  ///< Of its children that have ended.
+    int lostChildren = 0;               ///< Those that an image of the link has ended.
+    bool hasEnded = false;              ///< No more images will come.
+    /// The length of the shortest file that turned out to be large.
+    std::size_t largeFrom = std::numeric_limits<std::size_t>::max();
     std::array<std::vector<DecodeTask>, 2> waiting;  ///< By size.
 
     bool hasWaiting() const { return !waiting[0].empty() || !waiting[1].empty(); }
@@ -61,8 +64,10 @@ public:
     std::optional<DecodeTask> take(DecodeSize size,
                                    const std::function<bool(const DecodeLink&)>& canStart);
 
-    /// True if `condition` is true of a link that has images here.
-    bool hasLink(const std::function<bool(const DecodeLink&)>& condition) const;
+    /// The link whose turn is next among those for which `condition` is true. Null if there is
+    /// none.
+    const DecodeLink* find(DecodeSize size,
+                           const std::function<bool(const DecodeLink&)>& condition) const;
 
     /// The link whose turn is next. There must be one.
     const DecodeLink& next(DecodeSize size) const { return *turns_[index(size)].front(); }

@@ -48,6 +48,8 @@ bool isCrash(int waitStatus) {
            WTERMSIG(waitStatus) != SIGXCPU;
 }
 
+bool hasNoChild(const DecodeLink& link) { return link.child == nullptr; }
+
 int millisecondsUntil(DecodingLoop::Clock::time_point when) {
     if (when == DecodingLoop::Clock::time_point::max()) {
         return -1;
@@ -72,7 +74,21 @@ void DecodingLoop::add(DecodeTask task) {
         finish(std::move(task), nullptr);
         return;
     }
-    fail(queue_.add(std::move(task), DecodeSize::small));
+    enqueue(std::move(task));
+}
+
+void DecodingLoop::enqueue(DecodeTask task) {
+    const bool isLarge = task.data.size() >= task.link->largeFrom;
+    fail(queue_.add(std::move(task), isLarge ? DecodeSize::large : DecodeSize::small));
+}
+
+/// `task` has turned out to be large. The link's images that are at least as long are taken for
+/// large, too: otherwise each of them would take a place from another link just to find that out.
+void DecodingLoop::learnLarge(const DecodeTask& task) {
+    task.link->largeFrom = std::min(task.link->largeFrom, task.data.size());
+    for (DecodeTask& waiting : queue_.takeAll(*task.link)) {
+        enqueue(std::move(waiting));
+    }
 }
 
 void DecodingLoop::endLink(const std::shared_ptr<DecodeLink>& link) {
@@ -92,6 +108,7 @@ std::vector<DecodingLoop::Finished> DecodingLoop::runOnce() {
 }
 
 void DecodingLoop::wait(Clock::time_point latest) {
+    orderSpareIfNeeded();
     std::vector<pollfd> watched{{wakeUp_.get(), POLLIN, 0}, {helper_.get(), POLLIN, 0}};
     latest = std::min(latest, spareDeadline_);
     if (!helper_ && !queue_.isEmpty()) {
@@ -174,9 +191,19 @@ void DecodingLoop::order(HelperOrder::Kind kind, const DecoderChild& child,
     decoder::sendMessage(helper_.get(), HelperOrder{kind, child.id, seconds});
 }
 
-void DecodingLoop::orderSpare() {
-    decoder::sendMessage(helper_.get(), HelperOrder{});
-    spareDeadline_ = Clock::now() + options_.helperTimeout;
+/// Keeps one child in reserve. It is forked when nothing is being decoded, since a fork slows down
+/// the children that run, or at once if an image waits for it.
+void DecodingLoop::orderSpareIfNeeded() {
+    const bool isOrdered = spareDeadline_ != Clock::time_point::max();
+    if (!helper_ || isOrdered || spare() != nullptr) {
+        return;
+    }
+    const bool isAwaited = queue_.find(DecodeSize::small, hasNoChild) != nullptr ||
+                           queue_.find(DecodeSize::large, hasNoChild) != nullptr;
+    if (running() == 0 || isAwaited) {
+        decoder::sendMessage(helper_.get(), HelperOrder{});
+        spareDeadline_ = Clock::now() + options_.helperTimeout;
+    }
 }
 
 void DecodingLoop::kill(DecoderChild& child) {
@@ -243,8 +270,6 @@ void DecodingLoop::handleEnd(DecoderChild& ended, const HelperNotice& notice) {
     if (child->link != nullptr) {
         child->link->child = nullptr;
         child->link->cpuMicroseconds += notice.cpuMicroseconds;
-    } else if (spareDeadline_ == Clock::time_point::max()) {
-        orderSpare();
     }
     const bool wasKilledFromOutside = WIFSIGNALED(notice.waitStatus) &&
                                       WTERMSIG(notice.waitStatus) == SIGKILL && !child->isEnding;
@@ -279,7 +304,7 @@ void DecodingLoop::retryOrFail(DecodeTask task) {
         return;
     }
     task.wasRetried = true;
-    fail(queue_.add(std::move(task), DecodeSize::small));
+    enqueue(std::move(task));
 }
 
 // ---- the children
@@ -330,8 +355,9 @@ void DecodingLoop::handleRoomQuestion(DecoderChild& child) {
     if (isFree) {
         large_ = &child;
     }
+    learnLarge(*child.task);
     if (large_ == &child) {
-        child.deadline = Clock::now() + options_.largeImageTimeout;
+        child.deadline = Clock::now() + options_.imageTimeout;
         order(HelperOrder::Kind::addRoom, child);
     } else {
         sendRoomReply(child, false);
@@ -345,7 +371,7 @@ void DecodingLoop::handleAnswer(DecoderChild& child, const DecodeAnswer& answer)
     child.lastUse = Clock::now();
     child.deadline = Clock::time_point::max();
     if (answer.status == DecodeAnswer::Status::lacksRoom && &child != large_) {
-        fail(queue_.add(std::move(task), DecodeSize::large));
+        enqueue(std::move(task));
     } else {
         finish(std::move(task), std::move(image));
     }
@@ -405,11 +431,9 @@ void DecodingLoop::startLarge() {
 }
 
 void DecodingLoop::startSmall() {
-    if (!queue_.isEmpty(DecodeSize::small)) {
-        const DecodeLink& next = queue_.next(DecodeSize::small);
-        if (next.child == nullptr && smallChildren(nullptr) >= smallPlaces()) {
-            makePlace(&next);
-        }
+    const DecodeLink* const next = queue_.find(DecodeSize::small, hasNoChild);
+    if (next != nullptr && smallChildren(nullptr) >= smallPlaces()) {
+        makePlace(next);
     }
     while (running() < maximumRunning) {
         auto task = queue_.take(DecodeSize::small,
@@ -456,7 +480,6 @@ DecoderChild* DecodingLoop::childFor(const std::shared_ptr<DecodeLink>& link) {
     if (used > 0) {
         order(HelperOrder::Kind::limitTime, *child, seconds);
     }
-    orderSpare();
     return child;
 }
 

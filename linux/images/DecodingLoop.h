@@ -20,10 +20,9 @@ namespace glintmark::platform {
 class DecoderHelper;
 
 struct DecodingOptions {
-    /// For one image. The limits on processor time are lower, so these matter only if the machine
-    /// is busy or a child stops.
+    /// For one image, and once more from when it gets room. The limit on processor time is lower,
+    /// so this matters only if the machine is busy or a child stops.
     std::chrono::milliseconds imageTimeout = std::chrono::seconds(5);
-    std::chrono::milliseconds largeImageTimeout = std::chrono::seconds(15);
     /// For what the helper does itself: starting, forking and killing a child.
     std::chrono::milliseconds helperTimeout = std::chrono::seconds(7);
     /// How long the decoder keeps its thread and its process without an image.
@@ -60,7 +59,8 @@ public:
     /// Does all work that needs no waiting. Returns the images that are done.
     std::vector<Finished> runOnce();
 
-    /// Waits until there is work, at most until `latest`.
+    /// Waits until there is work, at most until `latest`. Before that it has the next link's child
+    /// prepared.
     void wait(Clock::time_point latest);
 
     void wake() const;  ///< Ends the running `wait`, or the next one if none runs. Any thread.
@@ -72,13 +72,15 @@ private:
 
     void finish(DecodeTask task, std::shared_ptr<const Image> image);
     void fail(DecodeQueue::Tasks tasks);
+    void enqueue(DecodeTask task);
+    void learnLarge(const DecodeTask& task);
 
     bool startHelper();
     void dropHelper();
     void helperDied();
     void order(decoder::HelperOrder::Kind kind, const DecoderChild& child,
                std::uint32_t seconds = 0) const;
-    void orderSpare();
+    void orderSpareIfNeeded();
     void kill(DecoderChild& child);
 
     void readNotices();

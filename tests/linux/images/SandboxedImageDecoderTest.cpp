@@ -223,12 +223,28 @@ TEST_F(SandboxedImageDecoderTest, ALargeImageKeepsItsSizeItsEdgesAndItsScaledPic
 
 #ifndef GLINTMARK_SANITIZED  // too slow for the three seconds of a child on a busy machine
 TEST_F(SandboxedImageDecoderTest, FiftyMillionPixelsFitTheRoomOfALargeImage) {
-    options_.largeImageTimeout = 1min;
+    options_.imageTimeout = 1min;
     realDecoder();
     const auto image = decode(imageFile("large-10000x5000.png"));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (Size{10000, 5000}));
     EXPECT_EQ(image->bitmap()->pixelsWide(), 512);
+}
+
+TEST_F(SandboxedImageDecoderTest, ASmallImageWaitsForNoLargeImageOfOtherLinks) {
+    options_.imageTimeout = 1min;
+    SandboxedImageDecoder& decoder = realDecoder();
+    const auto largeDone = std::make_shared<std::atomic<int>>(0);
+    std::vector<std::shared_ptr<ImageBatch>> greedy;
+    for (int link = 0; link < 4; ++link) {
+        greedy.push_back(decoder.makeBatch());
+        for (int i = 0; i < 3; ++i) {
+            decoder.decode(imageFile("large-10000x5000.png"), greedy.back(),
+                           [largeDone](const auto&) { ++*largeDone; });
+        }
+    }
+    EXPECT_TRUE(decode(imageFile("rgba8.png")));
+    EXPECT_EQ(*largeDone, 0);
 }
 #endif
 
