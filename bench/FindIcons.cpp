@@ -1,8 +1,9 @@
 // find-icons [--bare]: reads links from standard input, finds the icon of each with the program's
 // code, and writes a line of JSON for each: the icon's address, the number of requests, the time
 // and the processor time. With --bare, a plain loop around libcurl repeats the requests of each
-// fetch, each as soon as the one that it waited for has ended. The last line is about the whole
-// run. Both trust the certificates of the folder that SSL_CERT_DIR names.
+// fetch, each as soon as the one that it waited for has ended; then every image among the answers
+// is decoded in this process. The last line is about the whole run. Both trust the certificates of
+// the folder that SSL_CERT_DIR names.
 #include <curl/curl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -26,22 +27,23 @@
 
 #include "bench/Figures.h"
 #include "favicon/FaviconFetcher.h"
+#include "link/FetchRecorder.h"
+#include "link/FetchReport.h"
 #include "linux/files/PosixFileManager.h"
 #include "linux/images/SandboxedImageDecoder.h"
 #include "linux/network/CurlURLSession.h"
 #include "linux/queues/LinuxDispatchQueues.h"
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
+#include "tests/doubles/InProcessImageDecoder.h"
 #include "tests/doubles/TestPlatform.h"
-#include "link/FetchRecorder.h"
-#include "link/FetchReport.h"
 
 namespace glintmark {
 namespace {
 
 using bench::Milliseconds;
-using nlohmann::ordered_json;
 using link::RequestRecord;
+using nlohmann::ordered_json;
 
 struct Cost {
     Milliseconds elapsed{0};
@@ -111,6 +113,14 @@ public:
             }
         }
         return answers_;
+    }
+
+    /// Decodes those of the last answers that are images, with the same code as the program's
+    /// decoder, but in this process. Keeps nothing of them: no scaled picture, no edges.
+    void decodeImages() const {
+        for (const std::string& body : bodies_) {
+            doubles::InProcessImageDecoder().decodeWhole(body);
+        }
     }
 
 private:
@@ -248,6 +258,7 @@ void findAll(bool withBareLoop) {
             const Cost least = costOf([&] { line["bareAnswers"] = bare.askFor(report.requests); });
             line["bareMs"] = least.elapsed.count();
             line["bareProcessorMs"] = least.processor.count();
+            line["decodingMs"] = costOf([&] { bare.decodeImages(); }).processor.count();
         }
         std::cout << line.dump() << std::endl;
     }

@@ -103,6 +103,15 @@ questions = [
         logarithmic=True,
     ),
     Question(
+        "HostileLinkBench",
+        "How long do links that send bombs hold up an honest one?",
+        "Each hostile link has a PNG of 7000 x 7000 pixels at all of its icon addresses.",
+        "delay of the honest link|memory of the decoder's processes",
+        "times the limit",
+        beside="limit",
+        logarithmic=True,
+    ),
+    Question(
         "IconSettingBench",
         "How long is the main thread held while a file gets its icon?",
         "Writing thumbnails and attributes, for three kinds of pictures "
