@@ -49,6 +49,7 @@ void FaviconFetcher::downloadImage(const FetchContext& context, const URL& url,
                                    std::optional<platform::AddressSpace> namedFrom) {
     platform::URLRequest request = browserRequest(context, url);
     request.namedFrom = namedFrom;
+    request.isQuickToComplete = true;
     services().urlSession.startDataTask(
         std::move(request),
         [images = context.images, completion = std::move(completion)](platform::URLResult result) {

@@ -40,6 +40,9 @@ struct URLRequest {
     /// Null for a request that shares nothing.
     std::shared_ptr<URLTaskGroup> group;
 
+    /// The completion returns soon even with a large body, as one that only passes the body on.
+    bool isQuickToComplete = false;
+
     /// For a URL that an answer named: that answer's `URLResult::addressSpace`. Such a request
     /// connects only to addresses that are at least as widely reachable, to no port of another
     /// protocol, and without the URL's user and password. Absent for a URL of the link's own.

@@ -87,6 +87,7 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Completion completion
       headers_(std::move(request.headers)),
       group_(request.group ? std::static_pointer_cast<CurlTaskGroup>(std::move(request.group))
                            : std::make_shared<CurlTaskGroup>()),
+      isQuickToComplete_(request.isQuickToComplete),
       namedFrom_(request.namedFrom),
       clock_(request.timeoutInterval, options.transferTimeout) {
     if (host_.empty()) {
@@ -172,17 +173,17 @@ CurlEasyHandle CurlTransfer::makeHandle(TrustedAuthorities& authorities) {
     setCurlOption<CURLOPT_PROTOCOLS_STR>(handle, "http,https");
     setCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, acceptedCodings);
     setCurlOption<CURLOPT_HTTP_CONTENT_DECODING>(handle, 0L);
-    setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
     setHeaders(handle);
-    setCurlOption<CURLOPT_SSLVERSION>(handle, long{CURL_SSLVERSION_TLSv1_2});  // at least
     if (target_.isEncrypted) {
+        setCurlOption<CURLOPT_SSLVERSION>(handle, long{CURL_SSLVERSION_TLSv1_2});  // at least
+        setCurlOption<CURLOPT_SUPPRESS_CONNECT_HEADERS>(handle, 1L);
+        target_.trusted = authorities.trust(handle, target_.trusted);
         // A request waits until a connection to its host that is being opened knows whether it can
         // carry several. An unencrypted one never can.
         setCurlOption<CURLOPT_PIPEWAIT>(handle, 1L);
     }
     group_->attach(handle);
     setConnecting(handle);
-    target_.trusted = authorities.trust(handle, target_.trusted);
 
     setCurlOption<CURLOPT_HEADERFUNCTION>(handle, headerArrived);
     setCurlOption<CURLOPT_HEADERDATA>(handle, this);

@@ -92,6 +92,7 @@ public:
     /// Call after `endHop`. Keeps the hop's answer if others may use it.
     void keepAnswer(HTTPCache& cache);
 
+    bool isQuickToComplete() const { return isQuickToComplete_; }
     const URLResult& result() const { return result_; }
     URLResult takeResult() { return std::move(result_); }
     URLSession::Completion takeCompletion() { return std::move(completion_); }
@@ -144,6 +145,7 @@ private:
     std::string host_;
     std::vector<std::pair<std::string, std::string>> headers_;
     std::shared_ptr<CurlTaskGroup> group_;
+    bool isQuickToComplete_;
     std::optional<AddressSpace> namedFrom_;  ///< The space of the answer that named `url_`.
     int redirects_ = 0;
     TransferClock clock_;

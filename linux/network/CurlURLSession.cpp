@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t stackBytes = std::size_t{512} << 10;
 
-/// The largest body that is completed on the session's thread. All transfers wait meanwhile.
+/// The largest body that any completion gets on the session's thread. All transfers wait meanwhile.
 constexpr std::size_t maximumSmallBodyBytes = std::size_t{64} << 10;
 
 void initialiseLibrary() {
@@ -31,8 +31,9 @@ void initialiseLibrary() {
     static_cast<void>(outcome);
 }
 
-bool isSmall(const URLResult& result) {
-    return !result.body || result.body->size() <= maximumSmallBodyBytes;
+bool isQuick(const CurlTransfer& transfer) {
+    const auto& body = transfer.result().body;
+    return transfer.isQuickToComplete() || !body || body->size() <= maximumSmallBodyBytes;
 }
 
 /// The worker whose thread runs this code; null on other threads. Only compared.
@@ -221,7 +222,7 @@ bool CurlURLSession::Worker::hasNewRequests() {
 /// Waking a thread of the queue for each short completion, and this thread again for the request
 /// that the completion starts, takes longer than the rest of the work.
 void CurlURLSession::Worker::finish(CurlTransfer& transfer) {
-    if (!isSmall(transfer.result())) {
+    if (!isQuick(transfer)) {
         submit(deliveryOf(transfer));
     } else if (!closed_) {
         const Completion completion = transfer.takeCompletion();

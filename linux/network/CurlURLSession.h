@@ -62,8 +62,8 @@ struct CurlURLSessionOptions {
 class CurlURLSession final : public URLSession {
 public:
     /// Completions with bodies over 64 KiB run on `completionQueue`, which must outlive the
-    /// session. All others run on the session's thread and must return quickly; what they start
-    /// goes on there without another thread.
+    /// session, unless their request says that they are quick. All others run on the session's
+    /// thread and must return quickly; what they start goes on there without another thread.
     CurlURLSession(DispatchQueue& completionQueue, CurlURLSessionOptions options);
 
     /// Aborts all requests without completing them and waits for running completions. No completion

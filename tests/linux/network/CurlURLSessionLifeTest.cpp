@@ -185,6 +185,13 @@ TEST_F(CurlURLSessionEndTest, TheDestructorWaitsForARunningCompletion) {
     completing.join();
 }
 
+TEST_F(CurlURLSessionEndTest, AQuickCompletionGetsALargeBodyWithoutTheQueue) {
+    URLRequest quick = request(server_.url("/"));
+    quick.isQuickToComplete = true;
+    EXPECT_EQ(start(quick)->wait().body->size(), maximumSmallBytes + 1);
+    EXPECT_EQ(queue_.size(), 0U);
+}
+
 TEST_F(CurlURLSessionEndTest, FailuresAndSmallBodiesAreCompletedWithoutTheQueue) {
     for (const int status : {200, 404}) {
         server_.on("/small", answering(status, std::string(maximumSmallBytes, 'x')));
