@@ -188,8 +188,10 @@ TEST_F(CurlURLSessionEndTest, TheDestructorWaitsForARunningCompletion) {
 TEST_F(CurlURLSessionEndTest, AQuickCompletionGetsALargeBodyWithoutTheQueue) {
     URLRequest quick = request(server_.url("/"));
     quick.isQuickToComplete = true;
-    EXPECT_EQ(start(quick)->wait().body->size(), maximumSmallBytes + 1);
+    const URLResult result = start(quick)->wait();
     EXPECT_EQ(queue_.size(), 0U);
+    ASSERT_TRUE(result.body);
+    EXPECT_EQ(result.body->size(), maximumSmallBytes + 1);
 }
 
 TEST_F(CurlURLSessionEndTest, FailuresAndSmallBodiesAreCompletedWithoutTheQueue) {
