@@ -60,10 +60,11 @@ public:
     /// Answers a request of the same program with another token.
     void answerAt(const std::string& token, const std::string& uri) {
         const std::string text = "(uint32 0, {'uris': <['" + uri + "']>})";
+        const GVariantHandle response(
+            g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
         g_dbus_connection_emit_signal(
             peer_.connection(), nullptr, (path_.substr(0, path_.rfind('/') + 1) + token).c_str(),
-            "org.freedesktop.portal.Request", "Response",
-            g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr), nullptr);
+            "org.freedesktop.portal.Request", "Response", response.get(), nullptr);
     }
 
     PortalBehaviour behaviour = PortalBehaviour::answers;
