@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,7 +21,6 @@
 #include "link/IconCommand.h"
 #include "link/NewCommand.h"
 #include "link/OpenCommand.h"
-#include "link/PortalOpenURI.h"
 #include "link/Texts.h"
 #include "linux/bundle/EmbeddedBundle.h"
 #include "linux/bundle/UserLanguages.h"
@@ -34,6 +34,7 @@
 #include "linux/queues/LinuxDispatchQueues.h"
 #include "linux/workspace/DesktopLauncher.h"
 #include "linux/workspace/DesktopWorkspace.h"
+#include "linux/workspace/PortalOpener.h"
 #include "platform/Configuration.h"
 #include "platform/Platform.h"
 
@@ -43,6 +44,7 @@ namespace {
 
 constexpr std::chrono::milliseconds flushTimeout{2000};
 constexpr guint notificationTimeoutMilliseconds = 5000;
+constexpr guint portalTimeoutMilliseconds = 120'000;
 constexpr int noDescriptor = -1;  // the log goes to the system log only
 
 platform::CurlURLSessionOptions sessionOptions() {
@@ -55,6 +57,27 @@ platform::CurlURLSessionOptions sessionOptions() {
     return options;
 }
 
+/// Of the launch that started this program, for the program that it starts; empty if it has none.
+std::string activationToken() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread sets it
+    const char* const token = std::getenv("XDG_ACTIVATION_TOKEN");
+    return token != nullptr && g_utf8_validate(token, -1, nullptr) != FALSE ? token : "";
+}
+
+/// Runs the main loop until `isOver` is true. False if that takes longer than the time.
+bool runUntil(const std::function<bool()>& isOver, guint milliseconds) {
+    bool isLate = false;
+    const auto timeOut = [](gpointer flag) -> gboolean {
+        *static_cast<bool*>(flag) = true;
+        return G_SOURCE_CONTINUE;
+    };
+    const platform::GSourceId timer(g_timeout_add(milliseconds, timeOut, &isLate));
+    while (!isOver() && !isLate) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    return isOver();
+}
+
 /// The session bus and what needs it. It is connected when it is first used.
 class Desktop {
 public:
@@ -65,14 +88,17 @@ public:
     }
 
     bool open(const URL& url) {
-        switch (openThroughPortal(bus().connection(), url.absoluteString())) {
-            case PortalAnswer::opened:
-            case PortalAnswer::cancelled:
-                return true;
-            case PortalAnswer::unavailable:
-                break;
+        const std::string uri = url.absoluteString();
+        if (bus().connection() == nullptr) {
+            return platform::launchDefault(uri);
         }
-        return platform::launchDefault(url.absoluteString());
+        const auto hasOpened = std::make_shared<std::optional<bool>>();
+        platform::openThroughPortal(bus().connection(), uri, activationToken(),
+                                    [hasOpened](bool opened) { *hasOpened = opened; });
+        // The portal may ask the user which program to use. A request that it keeps counts as
+        // opened: a second try might open the address twice.
+        return !runUntil([&] { return hasOpened->has_value(); }, portalTimeoutMilliseconds) ||
+               **hasOpened || platform::launchDefault(uri);
     }
 
     /// Posts a notification and waits until it is accepted or rejected.
@@ -81,15 +107,7 @@ public:
         bool isOver = false;
         notifications.add({randomUUIDString(), title, body},
                           [&isOver](const std::optional<std::string>&) { isOver = true; });
-        const auto timeOut = [](gpointer flag) -> gboolean {
-            *static_cast<bool*>(flag) = true;
-            return G_SOURCE_CONTINUE;
-        };
-        const platform::GSourceId timer(
-            g_timeout_add(notificationTimeoutMilliseconds, timeOut, &isOver));
-        while (!isOver) {
-            g_main_context_iteration(nullptr, TRUE);
-        }
+        runUntil([&] { return isOver; }, notificationTimeoutMilliseconds);
     }
 
     void flush() const {

@@ -36,7 +36,12 @@ bool openAddress(GDBusConnection* connection, const std::string& uri) {
     if (connection == nullptr) {
         return launchDefault(uri);
     }
-    openThroughPortal(connection, uri, [uri] { launchDefault(uri); });
+    constexpr auto noToken = "";
+    openThroughPortal(connection, uri, noToken, [uri](bool hasOpened) {
+        if (!hasOpened) {
+            launchDefault(uri);
+        }
+    });
     return true;
 }
 

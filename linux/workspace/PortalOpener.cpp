@@ -21,37 +21,43 @@ constexpr auto noParentWindow = "";
 /// One request, which lives until the portal has answered the call and responded.
 class Opening {
 public:
-    Opening(GDBusConnection* connection, std::function<void()> otherwise)
+    Opening(GDBusConnection* connection, std::function<void(bool hasOpened)> ended)
         : request_(connection,
                    [this](PortalRequest::Outcome outcome, GVariant*) { respond(outcome); }),
-          otherwise_(std::move(otherwise)) {}
+          ended_(std::move(ended)) {}
 
     /// Owns this from now on.
-    void start(GDBusConnection* connection, const std::string& uri);
+    void start(GDBusConnection* connection, const std::string& uri,
+               const std::string& activationToken);
 
 private:
-    GVariant* options() const;
+    GVariant* options(const std::string& activationToken) const;
     void answered(bool isAccepted);
     void respond(PortalRequest::Outcome outcome);
     void end(bool hasOpened);
 
     PortalRequest request_;
-    std::function<void()> otherwise_;
+    std::function<void(bool)> ended_;
     bool isAnswered_ = false;   ///< The call: its reply must find this.
     bool isResponded_ = false;  ///< The request.
     bool hasOpened_ = false;
 };
 
-GVariant* Opening::options() const {
+GVariant* Opening::options(const std::string& activationToken) const {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE_VARDICT);
     g_variant_builder_add(&builder, "{sv}", "handle_token",
                           g_variant_new_string(request_.token().c_str()));
+    if (!activationToken.empty()) {
+        g_variant_builder_add(&builder, "{sv}", "activation_token",
+                              g_variant_new_string(activationToken.c_str()));
+    }
     return g_variant_builder_end(&builder);
 }
 
 /// The portal refuses "file" URIs and takes a descriptor of the file instead.
-void Opening::start(GDBusConnection* connection, const std::string& uri) {
+void Opening::start(GDBusConnection* connection, const std::string& uri,
+                    const std::string& activationToken) {
     const char* method = "OpenURI";
     GVariant* target = nullptr;
     GObjectHandle<GUnixFDList> descriptors;
@@ -76,8 +82,9 @@ void Opening::start(GDBusConnection* connection, const std::string& uri) {
     };
     g_dbus_connection_call_with_unix_fd_list(
         connection, portalName, portalPath, interface, method,
-        g_variant_new("(s@*@a{sv})", noParentWindow, target, options()), G_VARIANT_TYPE("(o)"),
-        G_DBUS_CALL_FLAGS_NONE, timeoutMilliseconds, descriptors.get(), nullptr, answer, this);
+        g_variant_new("(s@*@a{sv})", noParentWindow, target, options(activationToken)),
+        G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, timeoutMilliseconds, descriptors.get(),
+        nullptr, answer, this);
 }
 
 void Opening::answered(bool isAccepted) {
@@ -99,17 +106,16 @@ void Opening::respond(PortalRequest::Outcome outcome) {
 
 void Opening::end(bool hasOpened) {
     const std::unique_ptr<Opening> self(this);
-    if (!hasOpened) {
-        otherwise_();
-    }
+    ended_(hasOpened);
 }
 
 }  // namespace
 
 void openThroughPortal(GDBusConnection* connection, const std::string& uri,
-                       std::function<void()> otherwise) {
-    auto opening = std::make_unique<Opening>(connection, std::move(otherwise));
-    opening.release()->start(connection, uri);
+                       const std::string& activationToken,
+                       std::function<void(bool hasOpened)> ended) {
+    auto opening = std::make_unique<Opening>(connection, std::move(ended));
+    opening.release()->start(connection, uri, activationToken);
 }
 
 }  // namespace glintmark::platform

@@ -9,9 +9,12 @@ namespace glintmark::platform {
 
 /// Has the desktop portal open `uri` with the user's program for it
 /// (org.freedesktop.portal.OpenURI), which is then no child of this program. Returns at once.
-/// `otherwise` runs once, perhaps before this returns, if there is no portal, it does not answer
-/// within ten seconds, or it cannot open `uri`. A user who refuses is no failure. Main thread only.
+/// `ended` runs once, perhaps before this returns: with false if there is no portal, it does not
+/// take the request within ten seconds, or it cannot open `uri`. A user who refuses is no failure.
+/// With `activationToken` (xdg-activation), if it is not empty, the program may take the focus.
+/// Main thread only.
 void openThroughPortal(GDBusConnection* connection, const std::string& uri,
-                       std::function<void()> otherwise);
+                       const std::string& activationToken,
+                       std::function<void(bool hasOpened)> ended);
 
 }  // namespace glintmark::platform

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <utility>
 
 #include "base/system/FileDescriptor.h"
 #include "linux/workspace/PortalOpener.h"
@@ -62,6 +63,7 @@ public:
     Behaviour behaviour = Behaviour::responds;
     guint response = 0;
     std::vector<std::string> opened;  ///< Methods and what they got.
+    std::vector<std::string> activationTokens;
 
 private:
     void open(const std::string& method, GVariant* arguments, GDBusMethodInvocation* invocation) {
@@ -78,6 +80,9 @@ private:
         const GVariantHandle options(g_variant_get_child_value(arguments, 2));
         const char* token = "";
         g_variant_lookup(options.get(), "handle_token", "&s", &token);
+        const char* activation = "none";
+        g_variant_lookup(options.get(), "activation_token", "&s", &activation);
+        activationTokens.emplace_back(activation);
         std::string sender = g_dbus_method_invocation_get_sender(invocation) + 1;
         std::replace(sender.begin(), sender.end(), '.', '_');
         path_ = "/org/freedesktop/portal/desktop/request/" + sender + "/" + token;
@@ -109,8 +114,11 @@ protected:
         return *portal_;
     }
 
-    void open(const std::string& uri) {
-        openThroughPortal(connection_.get(), uri, [this] { ++fallbacks_; });
+    void open(const std::string& uri, const std::string& activationToken = "") {
+        openThroughPortal(connection_.get(), uri, activationToken, [this](bool hasOpened) {
+            ++ends_;
+            fallbacks_ += hasOpened ? 0 : 1;
+        });
     }
 
     /// All messages that the portal has sent before are handled.
@@ -134,6 +142,7 @@ protected:
     PrivateBus daemon_;
     GObjectHandle<GDBusConnection> connection_ = daemon_.connect();
     std::unique_ptr<FakePortal> portal_;
+    int ends_ = 0;
     int fallbacks_ = 0;
 };
 
@@ -145,11 +154,20 @@ TEST_F(PortalOpenerTest, AnAddressIsGivenToThePortalAsItIs) {
         ASSERT_TRUE(waitUntil([&] { return !portal_->opened.empty(); }));
         roundTrip();
         EXPECT_THAT(portal_->opened, ElementsAre("OpenURI 'https://example.com/a?b=%20'"));
+        EXPECT_THAT(portal_->activationTokens, ElementsAre("none"));
+        EXPECT_EQ(std::exchange(ends_, 0), 1);
         EXPECT_EQ(fallbacks_, 0);
         portal_->die();  // the request has ended, so this changes nothing
         roundTrip();
         EXPECT_EQ(fallbacks_, 0);
     }
+}
+
+TEST_F(PortalOpenerTest, ALaunchPassesItsActivationTokenOn) {
+    startPortal(FakePortal::Behaviour::responds);
+    open("https://example.com/", "of the launch");
+    EXPECT_TRUE(waitUntil([&] { return ends_ == 1; }));
+    EXPECT_THAT(portal_->activationTokens, ElementsAre("of the launch"));
 }
 
 TEST_F(PortalOpenerTest, AFileOrFolderIsGivenAsADescriptor) {
