@@ -141,7 +141,7 @@ void askSession(const std::vector<URL>& urls) {
     std::size_t ended = 0;
     platform::ThreadPoolQueue queue("completions", 2);
     platform::CurlURLSession session(queue, {.version = "bench"});
-    const auto group = session.makeTaskGroup();
+    const auto group = session.makeTaskGroup("127.0.0.1");
     for (const auto& url : urls) {
         platform::URLRequest request(url);
         request.group = group;
