@@ -63,8 +63,8 @@ std::string picture(const Image& image) {
     const std::string png = platform::encodedPNG(*image.bitmap());
     const platform::GStringHandle digits(
         g_base64_encode(reinterpret_cast<const guchar*>(png.data()), png.size()));
-    return std::string("<td><img alt=\"\" src=\"data:image/png;base64,") + digits.get() +
-           "\"></td>";
+    return std::string(R"(<td><img alt="" src="data:image/png;base64,)") + digits.get() +
+           R"("></td>)";
 }
 
 std::string sizeText(const Image& image) {

@@ -88,7 +88,7 @@ public:
     }
 
     bool open(const URL& url) {
-        const std::string uri = url.absoluteString();
+        const std::string& uri = url.absoluteString();
         if (bus().connection() == nullptr) {
             return platform::launchDefault(uri);
         }

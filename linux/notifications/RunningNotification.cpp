@@ -25,7 +25,7 @@ RunningNotification::RunningNotification(SessionBus& bus, std::string icon)
 
 RunningNotification::~RunningNotification() { forget(); }
 
-void RunningNotification::post(std::string text, std::vector<Command> commands) {
+void RunningNotification::post(const std::string& text, std::vector<Command> commands) {
     if (bus_.connection() == nullptr) {
         return;
     }

@@ -29,7 +29,7 @@ public:
 
     /// Shows `text` with a button for each command, instead of an earlier notification. Returns at
     /// once; a service that is missing or hangs is ignored.
-    void post(std::string text, std::vector<Command> commands);
+    void post(const std::string& text, std::vector<Command> commands);
 
     /// Removes the notification if there is one. `SessionBus::flush` sends the message.
     void withdraw();

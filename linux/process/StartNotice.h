@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <utility>
 
 #include "linux/glib/GLibHandles.h"
 #include "linux/process/DesktopApplication.h"
@@ -23,7 +24,8 @@ public:
     };
 
     /// `isShown` asks whether the desktop shows the program. If it does not, `show` runs.
-    StartNotice(Ask isShown, std::function<void()> show) : StartNotice(isShown, show, Patience{}) {}
+    StartNotice(Ask isShown, std::function<void()> show)
+        : StartNotice(std::move(isShown), std::move(show), Patience{}) {}
     StartNotice(Ask isShown, std::function<void()> show, Patience patience);
     StartNotice(const StartNotice&) = delete;
     StartNotice& operator=(const StartNotice&) = delete;
