@@ -87,7 +87,8 @@ Taps tapsFor(int sourceSize, int destinationSize) {
     return taps;
 }
 
-// Each straight pixel is read and written as one number, so that the compiler can turn the loops
+// Each straight pixel is read and written as one number, and the rows are read and written through
+// pointers, which the library's assertions do not check, so that the compiler can turn the loops
 // into vector instructions.
 constexpr unsigned shiftOf(unsigned channel) {
     return 8 * (std::endian::native == std::endian::little ? channel : 3 - channel);
@@ -102,10 +103,11 @@ void premultiply(const std::uint8_t* straight, std::span<float> row) {
         std::uint32_t pixel = 0;
         std::memcpy(&pixel, straight + i, sizeof pixel);
         const float share = channelOf(pixel, 3) / opaque;
-        row[i] = channelOf(pixel, 0) * share;
-        row[i + 1] = channelOf(pixel, 1) * share;
-        row[i + 2] = channelOf(pixel, 2) * share;
-        row[i + 3] = opaque * share;
+        float* const to = row.data() + i;
+        to[0] = channelOf(pixel, 0) * share;
+        to[1] = channelOf(pixel, 1) * share;
+        to[2] = channelOf(pixel, 2) * share;
+        to[3] = opaque * share;
     }
 }
 
@@ -191,17 +193,18 @@ void addRows(const FilteredRows& rows, std::size_t first, std::span<const float>
 // result is the nearest value that a bitmap can hold.
 std::uint32_t rounded(float value, unsigned channel) {
     // The value is from 0 to 255. NOLINTNEXTLINE(bugprone-incorrect-roundings)
-    const auto whole = static_cast<int>(std::clamp(value, 0.0F, opaque) + 0.5F);
+    const auto whole = static_cast<int>(std::min(std::max(value, 0.0F), opaque) + 0.5F);
     return static_cast<std::uint32_t>(whole) << shiftOf(channel);
 }
 
 // A pixel whose alpha rounds to 0 has no colour.
 void unpremultiply(std::span<const float> row, std::uint8_t* __restrict straight) {
     for (std::size_t i = 0; i < row.size(); i += channels) {
-        const float alpha = row[i + 3];
+        const float* const from = row.data() + i;
+        const float alpha = from[3];
         const float factor = alpha < 0.5F ? 0.0F : opaque / alpha;
-        const std::uint32_t pixel = rounded(row[i] * factor, 0) | rounded(row[i + 1] * factor, 1) |
-                                    rounded(row[i + 2] * factor, 2) | rounded(alpha, 3);
+        const std::uint32_t pixel = rounded(from[0] * factor, 0) | rounded(from[1] * factor, 1) |
+                                    rounded(from[2] * factor, 2) | rounded(alpha, 3);
         std::memcpy(straight + i, &pixel, sizeof pixel);
     }
 }
