@@ -206,7 +206,7 @@ TEST_F(SilentNameServerTest, ManyHostsThatDoNotAnswerHoldFewFilesAndThreads) {
         const std::string host = std::to_string(i) + ".dns.test";
         nameServer_.answer(host, {DeafServer::addresses()});
         URLRequest asked = request(deaf.urlOf(host));
-        asked.timeoutInterval = 3s;  // the second address is tried after 0.2 s
+        asked.timeoutInterval = 6s;  // the second address is tried after 0.2 s
         pending.push_back(start(asked));
     }
     std::size_t files = 0;
