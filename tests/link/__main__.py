@@ -342,7 +342,7 @@ def main():
     parser.add_argument("--resident", default="build/release/glintmark", type=absolute_path)
     parser.add_argument("--full", action="store_true")
     parser.add_argument("tests", nargs="*", help="names of single tests")
-    parser.parse_args(namespace=OPTIONS)
+    vars(OPTIONS).update(vars(parser.parse_args()))
     unittest.main(argv=[sys.argv[0], "-v", *OPTIONS.tests])
 
 
