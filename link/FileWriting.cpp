@@ -28,18 +28,6 @@ mode_t currentMask() {
     return mask;
 }
 
-bool writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const auto written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 /// A file beside another one, with a name that no file manager shows and no link file has. Removed
 /// unless it was given its final name.
 class Unfinished {
@@ -50,8 +38,8 @@ public:
         name_ = folder + ".glintmark-link.XXXXXX" + std::string(platform::unfinishedSuffix);
         file_ = FileDescriptor(::mkostemps(
             name_.data(), static_cast<int>(platform::unfinishedSuffix.size()), O_CLOEXEC));
-        isWritten_ = file_ && ::fchmod(file_.get(), mode) == 0 && writeAll(file_.get(), bytes) &&
-                     ::fsync(file_.get()) == 0;
+        isWritten_ = file_ && ::fchmod(file_.get(), mode) == 0 &&
+                     platform::writeWhole(file_.get(), bytes) && ::fsync(file_.get()) == 0;
     }
     ~Unfinished() {
         if (file_ && !isPlaced_) {

@@ -23,18 +23,6 @@ constexpr std::size_t minimumGrowth = std::size_t{64} * 1024;  // of a file of u
 /// The directory of `path`, which has a "/" in it; "" for the root.
 std::string parentOf(const std::string& path) { return path.substr(0, path.find_last_of('/')); }
 
-bool writeWhole(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const auto written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 void flushDirectory(const std::string& directory) {
     const FileDescriptor descriptor(
         ::open((directory + "/").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -70,6 +58,18 @@ std::string writeBeside(const std::string& path, std::string_view bytes, mode_t 
 }
 
 }  // namespace
+
+bool writeWhole(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode,
                          Durability durability) {

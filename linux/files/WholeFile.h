@@ -17,6 +17,9 @@ enum class Durability {
 /// The suffix of unfinished files. A crash may leave them beside the finished ones.
 inline constexpr std::string_view unfinishedSuffix = ".part";
 
+/// Writes all of `bytes` into an open file. False on failure, with the reason in `errno`.
+bool writeWhole(int descriptor, std::string_view bytes);
+
 /// Replaces the file at `path` with one that holds `bytes`, in one step: a reader sees the old or
 /// the new file, whole, even after a failure. Writes a file beside it, then renames that. False on
 /// failure, with the reason in `errno`; the old file is then unchanged.
