@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "linux/files/WholeFile.h"
 #include "linux/panel/PortalOpenPanel.h"
 #include "tests/linux/FakePeer.h"
 #include "tests/linux/MainLoop.h"
@@ -347,9 +348,8 @@ TEST_F(PortalOpenPanelTest, ASecondPanelStartsTheDialogsProgramAnew) {
     programs_.add("zenity", "echo x >>" + starts + "; read line <" + starts +
                                 "; [ $(/usr/bin/wc -l <" + starts +
                                 ") = 2 ] && echo /second && exit; exec /bin/sleep 1000");
-    const auto wasStarted = [&] {
-        return g_file_test(starts.c_str(), G_FILE_TEST_EXISTS) != FALSE;
-    };
+    // The file exists before its first line does.
+    const auto wasStarted = [&] { return !readFile(starts).empty(); };
     std::string second;
     const DoWhen inner(wasStarted, [&] { second = outcome(); });
     EXPECT_EQ(outcome(), "/second");
