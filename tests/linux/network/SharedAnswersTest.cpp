@@ -58,12 +58,14 @@ protected:
         }
     }
 
-    /// Answers like `then`, but the first request gets its answer after `mayAnswer_`.
+    /// Answers like `then`, but the first request sets `isHeld_`, and gets its answer after
+    /// `mayAnswer_`.
     LoopbackServer::Handler holdingTheFirst(LoopbackServer::Handler then) {
         return [then = std::move(then), count = std::make_shared<std::atomic<int>>(0),
-                mayAnswer = mayAnswer_](const LoopbackRequest& request,
-                                        LoopbackConnection& connection) {
+                isHeld = isHeld_, mayAnswer = mayAnswer_](const LoopbackRequest& request,
+                                                          LoopbackConnection& connection) {
             if (++*count == 1) {
+                isHeld->set();
                 mayAnswer->wait();
             }
             then(request, connection);
@@ -72,6 +74,7 @@ protected:
 
     std::size_t asked() const { return server_.requests().size(); }
 
+    std::shared_ptr<Event> isHeld_ = std::make_shared<Event>();
     std::shared_ptr<Event> mayAnswer_ = std::make_shared<Event>();
     ManualClock clock_;
     const test::HostNames names_;
@@ -106,7 +109,7 @@ TEST_F(SharedAnswersTest, OnlyLinksOfTheSameHostShare) {
 
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const auto pending = startOfALink(server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(5));
+    ASSERT_TRUE(isHeld_->wait());
     EXPECT_EQ(bodyFor(ofALink(server_.url("/"), "other")), "x");
     mayAnswer_->set();
     EXPECT_EQ(pending->wait().body, "x");
@@ -126,7 +129,7 @@ TEST_F(SharedAnswersTest, TheTimeOnTheWayMakesAnAnswerOlder) {
     useManualClock();
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const auto pending = start(ofALink(server_.url("/")));
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     clock_.advance(15s);
     mayAnswer_->set();
     EXPECT_EQ(pending->wait().body, "x");
@@ -294,7 +297,7 @@ TEST_F(SharedAnswersTest, RequestsOfOneLinkDoNotWaitForEachOther) {
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const URLRequest asked = ofALink(server_.url("/"));
     const auto first = start(asked);
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     EXPECT_EQ(bodyFor(asked), "x");
     mayAnswer_->set();
     EXPECT_EQ(first->wait().body, "x");
@@ -308,7 +311,7 @@ TEST_F(SharedAnswersTest, ALinkWithCookiesForAHostDoesNotWaitThere) {
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     withCookie.url = *URL::parse(server_.url("/"));
     const auto first = startOfALink(server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(2));
+    ASSERT_TRUE(isHeld_->wait());
     EXPECT_EQ(bodyFor(withCookie), "x");
     mayAnswer_->set();
     EXPECT_EQ(first->wait().body, "x");
@@ -345,7 +348,7 @@ TEST_F(SharedAnswersTest, WhoWaitsGoesAfterASecond) {
     useManualClock();
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const auto first = startOfALink(server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     const auto second = startOfALink(server_.url("/"));
     letSessionRunOnce();
     clock_.advance(999ms);
@@ -367,7 +370,7 @@ TEST_F(SharedAnswersTest, TheSecondIsThatOfTheRequestNotOfTheQueue) {
     options_.maximumTransfersPerHost = 1;
     server_.on("/", holdingTheFirst(answering(200, "x")));
     const auto blocking = startOfALink(server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     const auto pending = startLinks(3, server_.url("/fresh"));
     letSessionRunOnce();
     clock_.advance(5s);
@@ -396,7 +399,7 @@ TEST_F(SharedAnswersTest, AFailureIsNotShared) {
                    (++*count == 1 ? resetting : answering(200, "x", fresh))(request, connection);
                }));
     const auto pending = startLinks(3, server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     letSessionRunOnce();
     mayAnswer_->set();
     EXPECT_NE(pending[0]->wait().error, std::nullopt);
@@ -428,7 +431,7 @@ TEST_F(SharedAnswersTest, WhoWaitsTakesNoPlaceOfTheHost) {
     options_.maximumTransfersPerHost = 2;
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const auto pending = startLinks(10, server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     server_.on("/beside", answering(200, "beside"));
     EXPECT_EQ(bodyFor(server_.url("/beside")), "beside");
     EXPECT_EQ(pending[1]->completions, 0);
@@ -440,7 +443,7 @@ TEST_F(SharedAnswersTest, WhoWaitsTakesNoPlaceOfTheHost) {
 TEST_F(SharedAnswersTest, TheDestructorEndsWaitingRequestsWithoutCompletion) {
     server_.on("/", holdingTheFirst(answering(200, "x", fresh)));
     const auto pending = startLinks(3, server_.url("/"));
-    ASSERT_TRUE(server_.waitForRequests(1));
+    ASSERT_TRUE(isHeld_->wait());
     letSessionRunOnce();
     endSession();
     for (const Pending& one : pending) {
@@ -460,10 +463,10 @@ TEST_F(SharedAnswersHeldTest, CopiesAreMadeOnlyAsFastAsTheyAreUsed) {
     constexpr std::size_t count = 60;
     options_.maximumDeliveredBytes = 1000;
     const std::string large(400'000, 'x');
-    server_.on("/", answering(200, large, fresh));
+    server_.on("/", holdingTheFirst(answering(200, large, fresh)));
     const auto pending = startLinks(count, server_.url("/"));
     letSessionRunOnce();
-    ASSERT_TRUE(queue_.waitFor(1));
+    mayAnswer_->set();
     std::size_t most = 0;
     for (std::size_t i = 0; i < count; ++i) {
         ASSERT_TRUE(queue_.waitFor(1));
