@@ -30,8 +30,7 @@ constexpr std::size_t maximumBesideLarge = 1;
 // Decoding more at once takes longer on two processors.
 constexpr std::size_t maximumRunning = 2;
 
-// The budget of one link.
-constexpr std::uint64_t maximumCPUMicroseconds = 3'000'000;
+// Those of one link.
 constexpr int maximumLostChildren = 2;
 
 // Children of one helper that may crash. Then another helper is executed, which has other
@@ -371,6 +370,7 @@ void DecodingLoop::handleAnswer(DecoderChild& child, const DecodeAnswer& answer)
     child.lastUse = Clock::now();
     child.deadline = Clock::time_point::max();
     if (answer.status == DecodeAnswer::Status::lacksRoom && &child != large_) {
+        learnLarge(task);
         enqueue(std::move(task));
     } else {
         finish(std::move(task), std::move(image));
@@ -410,23 +410,24 @@ void DecodingLoop::startImages() {
 
 /// Starts a large image as soon as at most one other child has memory.
 void DecodingLoop::startLarge() {
-    if (large_ != nullptr || queue_.isEmpty(DecodeSize::large)) {
-        return;
-    }
-    auto task = queue_.take(DecodeSize::large, [this](const DecodeLink& link) {
-        const bool hasChild = link.child != nullptr ? link.child->isIdle() : spare() != nullptr;
-        return hasChild && smallChildren(&link) <= maximumBesideLarge;
-    });
-    if (!task) {
-        const DecodeLink& next = queue_.next(DecodeSize::large);
-        if (smallChildren(&next) > maximumBesideLarge) {
-            makePlace(&next);
+    while (large_ == nullptr && !queue_.isEmpty(DecodeSize::large)) {
+        auto task = queue_.take(DecodeSize::large, [this](const DecodeLink& link) {
+            const bool hasChild = link.child != nullptr ? link.child->isIdle() : spare() != nullptr;
+            return hasChild && smallChildren(&link) <= maximumBesideLarge;
+        });
+        if (!task) {
+            const DecodeLink& next = queue_.next(DecodeSize::large);
+            if (smallChildren(&next) > maximumBesideLarge) {
+                makePlace(&next);
+            }
+            break;
         }
-    } else if (DecoderChild* const child = childFor(task->link)) {
-        large_ = child;
-        begin(std::move(*task), *child);
-    } else {
-        finish(std::move(*task), nullptr);
+        large_ = childFor(task->link);
+        if (large_ != nullptr) {
+            begin(std::move(*task), *large_);
+        } else {
+            finish(std::move(*task), nullptr);
+        }
     }
 }
 
@@ -467,9 +468,9 @@ DecoderChild* DecodingLoop::childFor(const std::shared_ptr<DecodeLink>& link) {
     if (link->child != nullptr) {
         return link->child;
     }
-    const std::uint64_t used = std::min(link->cpuMicroseconds, maximumCPUMicroseconds);
-    const auto seconds = static_cast<std::uint32_t>((maximumCPUMicroseconds - used) / 1'000'000);
-    if (seconds == 0) {
+    const std::chrono::microseconds used(link->cpuMicroseconds);
+    const auto left = std::chrono::floor<std::chrono::seconds>(options_.linkTime - used);
+    if (left <= left.zero()) {
         link->lostChildren = maximumLostChildren;
         fail(queue_.takeAll(*link));
         return nullptr;
@@ -477,8 +478,8 @@ DecoderChild* DecodingLoop::childFor(const std::shared_ptr<DecodeLink>& link) {
     DecoderChild* const child = spare();
     child->link = link;
     link->child = child;
-    if (used > 0) {
-        order(HelperOrder::Kind::limitTime, *child, seconds);
+    if (used > used.zero()) {
+        order(HelperOrder::Kind::limitTime, *child, static_cast<std::uint32_t>(left.count()));
     }
     return child;
 }

@@ -23,6 +23,8 @@ struct DecodingOptions {
     /// For one image, and once more from when it gets room. The limit on processor time is lower,
     /// so this matters only if the machine is busy or a child stops.
     std::chrono::milliseconds imageTimeout = std::chrono::seconds(5);
+    /// Processor time for all images of a link. A child's own limit is as long.
+    std::chrono::seconds linkTime{3};
     /// For what the helper does itself: starting, forking and killing a child.
     std::chrono::milliseconds helperTimeout = std::chrono::seconds(7);
     /// How long the decoder keeps its thread and its process without an image.

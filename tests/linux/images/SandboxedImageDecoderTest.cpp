@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -247,6 +248,23 @@ TEST_F(SandboxedImageDecoderTest, ASmallImageWaitsForNoLargeImageOfOtherLinks) {
     EXPECT_EQ(*largeDone, 0);
 }
 #endif
+
+TEST_F(SandboxedImageDecoderTest, LinksThatHaveUsedUpTheirTimeHoldUpNoOther) {
+    options_.linkTime = 1s;  // any use leaves less than the second that a child needs
+    SandboxedImageDecoder& decoder = realDecoder();
+    constexpr int links = 4;
+    constexpr int imagesPerLink = 2;
+    std::atomic<int> ended = 0;
+    std::vector<std::shared_ptr<ImageBatch>> batches;
+    for (int link = 0; link < links; ++link) {
+        batches.push_back(decoder.makeBatch());
+        for (int i = 0; i < imagesPerLink; ++i) {
+            decoder.decode(imageFile("large-10000x5000.png"), batches.back(),
+                           [&ended](const auto&) { ++ended; });
+        }
+    }
+    EXPECT_TRUE(waitFor([&] { return ended == links * imagesPerLink; })) << ended;
+}
 
 TEST_F(SandboxedImageDecoderTest, ImagesOfManyLinksAllArrive) {
     SandboxedImageDecoder& decoder = realDecoder();
