@@ -158,15 +158,18 @@ class IconTest(LinkTest):
             self.add_link(f"{number:02}.webloc", f"s{number}.example")
             if number > 9:
                 self.server.sites[f"s{number}.example"][ANY_PATH] = Answer(delay=NEVER)
-        process = subprocess.Popen(
-            [OPTIONS.program, "icon", self.folder],
-            env=self.environment,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
-        )
-        wait_for(lambda: icon_name(self.folder / "09.webloc"), "the tenth icon")
+        log = self.root / "output"
+        with open(log, "wb") as output:
+            process = subprocess.Popen(
+                [OPTIONS.program, "icon", self.folder],
+                env=self.environment,
+                stdout=output,
+                stderr=subprocess.PIPE,
+            )
+        wait_for(lambda: log.read_bytes().count(b"icon set") == 10, "the tenth icon")
         process.send_signal(signal.SIGINT)
-        output, errors = process.communicate(timeout=DEADLINE)
+        _, errors = process.communicate(timeout=DEADLINE)
+        output = log.read_bytes()
         self.assertEqual(process.returncode, 128 + signal.SIGINT, errors)
         self.assertIn(b"10 of 60 files got an icon.", output)
         self.assertIn(b"  50  interrupted", output)
