@@ -21,8 +21,8 @@ inline constexpr int childExchange = 1;
 /// What all children of a helper have in common.
 struct ChildSettings {
     DecodeFunction decode = decodeImage;
-    unsigned cpuSeconds = 3;                    ///< For all images of a link together.
-    std::vector<FormatDecoder*> brokenFormats;  ///< Their images are refused.
+    unsigned cpuSeconds = 3;                      ///< For all images of a link together.
+    std::vector<FormatDecoder*> brokenFormats{};  ///< Their images are refused.
 };
 
 /// The processor time, in seconds, after which a child that ignores SIGXCPU is killed.

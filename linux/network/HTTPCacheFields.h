@@ -14,11 +14,11 @@ namespace glintmark::platform {
 /// The values of an answer's header fields; empty for a missing one. Several fields of one name are
 /// joined with commas (RFC 9110, section 5.3).
 struct CacheFields {
-    std::string cacheControl;
-    std::string expires;
-    std::string date;
-    std::string age;
-    std::string vary;
+    std::string cacheControl{};
+    std::string expires{};
+    std::string date{};
+    std::string age{};
+    std::string vary{};
 };
 
 /// A directive of Cache-Control (RFC 9111, section 5.2).
