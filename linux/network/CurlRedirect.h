@@ -30,6 +30,11 @@ std::optional<AddressCredentials> addressCredentials(const std::string& url);
 /// The same as `addressParts` for the address of a proxy, whose scheme and port may be missing.
 std::optional<AddressParts> proxyParts(const std::string& url);
 
+/// True for the answers whose Location field is followed (RFC 9110, section 15.4).
+constexpr bool isRedirect(long status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
 /// The address that a redirect names.
 struct RedirectTarget {
     std::string url;
