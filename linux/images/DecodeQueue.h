@@ -41,6 +41,11 @@ struct DecodeLink {
     std::size_t largeFrom = std::numeric_limits<std::size_t>::max();
     std::array<std::vector<DecodeTask>, 2> waiting;  ///< By size.
 
+    static constexpr int maximumLostChildren = 2;
+
+    /// No image of the link is decoded any more.
+    bool isRefused() const { return lostChildren >= maximumLostChildren; }
+    bool hasNoChild() const { return child == nullptr; }
     bool hasWaiting() const { return !waiting[0].empty() || !waiting[1].empty(); }
 };
 

@@ -36,8 +36,8 @@ struct DecodingOptions {
 
 /// The helper process, its children and the images that they decode. For one thread, except `wake`.
 ///
-/// Each link has at most one child. The memory of all children together is limited: up to
-/// `maximumSmallChildren`, or one with a large image and one other. A child keeps its place until
+/// Each link has at most one child. The memory of all children together is limited: there
+/// are at most six, or one with a large image and one other. A child keeps its place until
 /// its link ends, unless another link needs the place while the child has nothing to do.
 class DecodingLoop {
 public:
@@ -105,6 +105,8 @@ private:
     DecoderChild* childFor(const std::shared_ptr<DecodeLink>& link);
     void makePlace(const DecodeLink* except);
     std::size_t smallPlaces() const;
+    bool fewHaveMemory(const DecodeLink& link) const;
+    bool isChildAwaited() const;
 
     DecoderChild* spare() const;
     DecoderChild* find(std::uint32_t id) const;
