@@ -14,6 +14,24 @@ from tests.harness.web_server import SiteServer
 OPTIONS = argparse.Namespace(program=None, output=None)
 
 
+def note_addresses(session):
+    """Makes a default browser that only notes the addresses. Returns the path of the notes."""
+    notes = session.root / "browser.txt"
+    # By its path: the portal that may start it has the search path of the bus.
+    browser = session.stand_in("note-address", f'echo "$1" >> "{notes}"')
+    applications = session.data_home / "applications"
+    applications.mkdir(parents=True, exist_ok=True)
+    (applications / "note-address.desktop").write_text(
+        f"[Desktop Entry]\nType=Application\nName=Notes\nExec={browser} %u\n"
+        "MimeType=text/html;x-scheme-handler/http;x-scheme-handler/https;\n"
+    )
+    (session.config_home / "mimeapps.list").write_text(
+        "[Default Applications]\ntext/html=note-address.desktop\n"
+        "x-scheme-handler/http=note-address.desktop\nx-scheme-handler/https=note-address.desktop\n"
+    )
+    return notes
+
+
 class DesktopTest(unittest.TestCase):
     """A session with sites and a private home, and the program in it, not yet started."""
 
@@ -38,20 +56,7 @@ class DesktopTest(unittest.TestCase):
         self.session.settings.store_extra_folders(folders)
 
     def stand_in_browser(self):
-        """Makes a default browser that only notes the addresses. Returns the path of the notes."""
-        notes = self.session.root / "browser.txt"
-        # By its path: the portal that may start it has the search path of the bus.
-        browser = self.session.stand_in("note-address", f'echo "$1" >> "{notes}"')
-        applications = self.session.data_home / "applications"
-        applications.mkdir(parents=True, exist_ok=True)
-        (applications / "note-address.desktop").write_text(
-            f"[Desktop Entry]\nType=Application\nName=Notes\nExec={browser} %u\n"
-            "MimeType=text/html;x-scheme-handler/http;x-scheme-handler/https;\n"
-        )
-        (self.session.config_home / "mimeapps.list").write_text(
-            "[Default Applications]\ntext/html=note-address.desktop\n"
-        )
-        return notes
+        return note_addresses(self.session)
 
     def start_program(self):
         self.program.start().wait_until_started()

@@ -11,6 +11,7 @@ import traceback
 from tests.desktop.dialogs import choose_folder
 from tests.desktop.filemanagers import DESKTOPS, WINDOWS, show_in_open_view
 from tests.desktop.folderpicture import show_folder
+from tests.desktop.linkmenus import get_icon_from_menu, open_by_double_click
 from tests.desktop.notifications import DAEMONS, show_notification
 from tests.desktop.statusitems import PANELS, SCALED, show_item_and_menu, show_scaled
 from tests.harness.options import parse_options
@@ -30,6 +31,12 @@ def shots():
     made = {}
     for view in WINDOWS + DESKTOPS:
         made[view.name] = (view.package, functools.partial(show_in_open_view, view))
+    for view in WINDOWS:
+        for name, make in (
+            ("double-click", open_by_double_click),
+            ("context-menu", get_icon_from_menu),
+        ):
+            made[f"{name}-{view.name}"] = (view.package, functools.partial(make, view))
     for panel in PANELS:
         for dark in (False, True):
             made[f"{panel.name}-{'dark' if dark else 'light'}"] = (

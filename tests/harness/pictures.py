@@ -1,6 +1,8 @@
 """Reading pictures of the screen."""
 
 import collections
+import csv
+import re
 import subprocess
 
 Box = collections.namedtuple("Box", "left top right bottom pixels")
@@ -8,6 +10,8 @@ Box = collections.namedtuple("Box", "left top right bottom pixels")
 
 INK = 40  # the least difference of a channel between text, even grey, and its background
 LOWEST_TEXT = 5  # pixels; a lower line is a separator
+MAGNIFIED = (3, 2, 4)  # sizes at which text is read; one that fails may be read at another
+WIDEST_SPACE = 16  # pixels between two words of a line
 WIDEST_GAP = 2  # pixels between the parts of one line of text, such as a letter and its dot
 
 
@@ -71,6 +75,53 @@ def find_colour(png, rgb, tolerance=8):
     left = min(rows[y].find(1) for y in marked)
     right = max(rows[y].rfind(1) for y in marked) + 1
     return Box(left, marked[0], right, marked[-1] + 1, hits.count(1))
+
+
+def read_words(png, magnified):
+    """The words in a picture of the screen, read by tesseract: (word, Box) in the order of reading.
+    Signs around a word are left out. `pixels` of a box is its area."""
+    large = subprocess.check_output(
+        ["convert", png, "-colorspace", "gray", "-resize", f"{100 * magnified}%", "png:-"]
+    )
+    table = subprocess.run(
+        ["tesseract", "-", "-", "--psm", "11", "tsv"],
+        input=large,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.DEVNULL,
+        check=True,
+    ).stdout.decode()
+    words = []
+    for row in csv.DictReader(table.splitlines(), delimiter="\t", quoting=csv.QUOTE_NONE):
+        word = re.sub(r"^\W+|\W+$", "", row["text"] or "")
+        if word:
+            edges = (int(row[key]) // magnified for key in ("left", "top", "width", "height"))
+            left, top, width, height = edges
+            words.append((word, Box(left, top, left + width, top + height, width * height)))
+    return words
+
+
+def find_text(png, text):
+    """The box of a line in a picture of the screen that ends with these words. None without one."""
+    lines = (_line_that_ends_with(text.split(), read_words(png, size)) for size in MAGNIFIED)
+    return next(filter(None, lines), None)
+
+
+def _line_that_ends_with(wanted, words):
+    for end in range(len(wanted), len(words) + 1):
+        boxes = [box for _, box in words[end - len(wanted) : end]]
+        found = [word for word, _ in words[end - len(wanted) : end]] == wanted
+        goes_on = end < len(words) and _is_same_line(boxes[-1], words[end][1])
+        if found and not goes_on and all(map(_is_same_line, boxes, boxes[1:])):
+            left, right = boxes[0].left, boxes[-1].right
+            top, bottom = min(box.top for box in boxes), max(box.bottom for box in boxes)
+            return Box(left, top, right, bottom, (right - left) * (bottom - top))
+    return None
+
+
+def _is_same_line(word, following):
+    """True if one word directly follows another."""
+    overlap = min(word.bottom, following.bottom) - max(word.top, following.top)
+    return overlap > 0 and 0 <= following.left - word.right <= WIDEST_SPACE
 
 
 def _matches(data, rgb, tolerance):

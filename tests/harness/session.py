@@ -263,7 +263,9 @@ class DesktopSession:
         path = self.programs / name
         path.write_text(f"#!/bin/sh\n{script}\n")
         path.chmod(0o755)
-        self.environment["PATH"] = f"{self.programs}:{os.environ['PATH']}"
+        searched = self.environment["PATH"].split(os.pathsep)
+        if str(self.programs) not in searched:
+            self.environment["PATH"] = os.pathsep.join((str(self.programs), *searched))
         return path
 
     def stored_icon(self, name):
