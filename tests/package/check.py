@@ -18,6 +18,7 @@ import xml.etree.ElementTree as ElementTree
 
 from tests.harness.options import absolute_path
 from tests.package.commands import output_of
+from tests.package.completions import TABS, completed
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 OPTIONS = argparse.Namespace(build=None, output=None)
@@ -159,19 +160,18 @@ class InstallTest(unittest.TestCase):
         self.assertIn("application/x-webloc=com.quorvel.Glintmark.Open.desktop;", text)
 
     def test_shells_accept_the_completions(self):
-        shells = {
-            "bash": "bash-completion/completions/glintmark-link",
-            "zsh": "zsh/vendor-completions/_glintmark-link",
-            "fish": "fish/vendor_completions.d/glintmark-link.fish",
-        }
-        for shell, name in shells.items():
-            if shutil.which(shell):
-                output_of(shell, "-n", self.share / name)
-        words = (
-            'COMP_WORDS=(glintmark-link icon --m) COMP_CWORD=2; _glintmark_link; echo "$COMPREPLY"'
-        )
-        script = f"source {self.share / shells['bash']}; {words}"
-        self.assertEqual(output_of("bash", "-c", script), "--missing-only\n")
+        bash = self.share / "bash-completion/completions/glintmark-link"
+        zsh = self.share / "zsh/vendor-completions/_glintmark-link"
+        fish = self.share / "fish/vendor_completions.d/glintmark-link.fish"
+        for shell, path in (("bash", bash), ("zsh", zsh), ("fish", fish)):
+            output_of(shell, "-n", path)
+        find = {"bash": f". {bash}", "zsh": f"fpath=({zsh.parent} $fpath)"}
+        for typed, whole in TABS.items():
+            for shell, preparation in find.items():
+                line = completed(shell, typed, preparation, OPTIONS.output)
+                self.assertEqual(line, f"{whole} ", shell)
+            asked = output_of("fish", "--no-config", "-c", f"source {fish}; complete -C '{typed}'")
+            self.assertEqual(asked.split()[0], whole.split()[-1], "fish")
 
     def test_appstream_accepts_the_metainfo(self):
         metainfo = self.share / "metainfo/com.quorvel.Glintmark.metainfo.xml"

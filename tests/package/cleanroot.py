@@ -22,10 +22,12 @@ from tests.harness.sites import demo_sites
 from tests.harness.waiting import wait_for
 from tests.harness.web_server import SiteServer
 from tests.package.commands import output_of
+from tests.package.completions import TABS, completed
 
 USER, USER_ID = "kim", 1000
 RUNTIME = f"/run/user/{USER_ID}"
 AUTOSTART = "etc/xdg/autostart/com.quorvel.Glintmark.desktop"
+PROGRAMS = ("bin/glintmark", "bin/glintmark-link", "bin/glintmark-thumbnailer")
 BUS_NAME = "com.quorvel.Glintmark"
 # Files that belong to no package: notes and caches of the package manager, and files that the
 # linker and the package with the certificates generate.
@@ -212,16 +214,18 @@ def life(root, package):
     upgrade = next_version(package, root.folder.parent)
     for source, name in ((package, "first.deb"), (upgrade, "next.deb")):
         shutil.copy(source, root.folder / "root" / name)
-    root.apt("install", "ca-certificates")  # autoremove keeps it: other packages recommend it
+    # autoremove keeps the certificates: other packages recommend them.
+    root.apt("install", "ca-certificates", "bash-completion", "zsh", "fish")
     before = root.files()
 
     root.apt("install", "/root/first.deb")
     status = root.run("dpkg-query", "-W", "-f", "${Status}", "glintmark")
     check("ok installed" in status, "apt installs the package and its dependencies")
-    for name in ("bin/glintmark", "bin/glintmark-thumbnailer", f"libexec/glintmark/{DECODER}"):
+    for name in (*PROGRAMS, f"libexec/glintmark/{DECODER}"):
         program = f"/usr/{name}"
         check("not found" not in root.run("ldd", program), f"{program} finds its libraries")
-    check("glintmark" in root.run("man", "-w", "glintmark"), "the manual page is found")
+    for page in ("glintmark", "glintmark-link"):
+        check(page in root.run("man", "-w", page), f"the manual page {page} is found")
 
     with SiteServer(demo_sites()) as server:
         session = Session(root, server.proxy_environment())
@@ -248,6 +252,8 @@ def use(root, session):
     content_type = session.output("gio", "info", "-a", "standard::content-type", link)
     check("application/x-webloc" in content_type, "the type of link files is known")
     check_thumbnailer(root, session, link)
+    try_companion(session)
+    try_completions(session)
 
     root.apt("install", "/root/next.deb")
     old_one_runs = running.poll() is None and executable(running.pid).endswith("(deleted)")
@@ -285,6 +291,65 @@ def check_thumbnailer(root, session, link):
     print(session.output(*[values.get(word, word) for word in shlex.split(command)]), end="")
     picture = root.folder / "tmp/thumbnail.png"
     check(picture.exists() and picture.read_bytes().startswith(b"\x89PNG"), "and makes a thumbnail")
+
+
+def try_companion(session):
+    """Every command of the companion, as a new user tries them."""
+    home = f"/home/{USER}"
+    version = session.output("glintmark-link", "--version")
+    check(re.fullmatch(r"glintmark-link \d+\.\d+\.\d+\n", version), "--version prints a version")
+    check("glintmark-link COMMAND" in session.output("glintmark-link", "--help"), "--help helps")
+    made = session.output("glintmark-link", "new", "http://glint.example/", home)
+    check(made == f"{home}/Glint.webloc\n", "new makes a link file named for the page")
+    made = made.strip()
+    lines = session.output("glintmark-link", "icon", made)
+    check(f"{made}: icon set (htmlIcon, 256x256)" in lines, "icon sets its icon")
+    lines = session.output("glintmark-link", "explain", made)
+    check("Winner: htmlIcon http://glint.example/icon-256.png" in lines, "explain says why")
+    lines = session.output("glintmark-link", "open", made)
+    check("no program" in lines or "browser" in lines, f"open says that there is none: {lines!r}")
+    opened = install_browser(session)
+    for command in (("glintmark-link", "open"), ("gio", "open")):
+        session.output(*command, made)
+        wait_for(opened.exists, f"{command}")
+        check(opened.read_text() == "http://glint.example/\n", f"{' '.join(command)} opens it")
+        opened.unlink()
+
+
+def install_browser(session):
+    """A default browser of the user that only notes the address. Returns the path of the note."""
+    browser, note = (session.home / name for name in ("browser", "opened"))
+    browser.write_text(f'#!/bin/sh\necho "$1" >/home/{USER}/part\nmv ~/part ~/{note.name}\n')
+    browser.chmod(0o755)
+    applications = session.home / ".local/share/applications"
+    applications.mkdir(parents=True, exist_ok=True)
+    (applications / "browser.desktop").write_text(
+        f"[Desktop Entry]\nType=Application\nName=Browser\nExec=/home/{USER}/browser %u\n"
+        "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n"
+    )
+    (applications / "mimeapps.list").write_text(
+        "[Default Applications]\nx-scheme-handler/http=browser.desktop\n"
+    )
+    return note
+
+
+def try_completions(session):
+    """In the shells' own folders for packages."""
+    settings = [f"{name}={value}" for name, value in session.environment.items()]
+    preparations = {"bash": ". /usr/share/bash-completion/bash_completion", "zsh": ""}
+    for typed, whole in TABS.items():
+        for shell, preparation in preparations.items():
+            line = completed(
+                shell,
+                typed,
+                preparation,
+                session.home,
+                lambda command: session.command("env", "-i", "TERM=dumb", *settings, *command),
+                f"/home/{USER}",
+            )
+            check(line == f"{whole} ", f"{shell} completes: {line}")
+        asked = session.output("fish", "-c", f"complete -C '{typed}'").split()
+        check(asked and asked[0] == whole.split()[-1], f"fish completes: {typed}: {asked}")
 
 
 def main():
