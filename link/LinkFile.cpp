@@ -56,11 +56,20 @@ void forEachEntry(std::string_view bytes, const std::function<void(const Entry&)
     }
 }
 
+/// What KDE's KConfig writes after a key: "e" in "URL[$e]" says that "$" in the value is special.
+/// Empty for a key of another form.
+std::string_view optionsOf(std::string_view key) {
+    const auto begin = key.find("[$");
+    return begin != std::string_view::npos && key.ends_with(']') ? key.substr(begin) : "";
+}
+
 /// The last entry of the group "Desktop Entry" with this key: of equal keys, readers take the last.
 std::optional<Entry> desktopEntry(std::string_view bytes, std::string_view key) {
     std::optional<Entry> found;
     forEachEntry(bytes, [&](const Entry& entry) {
-        if (entry.group == "Desktop Entry" && entry.key == key) {
+        const std::string_view bare =
+            entry.key.substr(0, entry.key.size() - optionsOf(entry.key).size());
+        if (entry.group == "Desktop Entry" && bare == key) {
             found = entry;
         }
     });
@@ -82,6 +91,19 @@ std::string unescaped(std::string_view value) {
             text += value[i];
         } else {
             text += escape->second;
+            ++i;
+        }
+    }
+    return text;
+}
+
+/// A value in which "$$" stands for "$". Variables and commands stay as they are written: a link
+/// has none, and a foreign file must not read the environment.
+std::string withoutExpansion(std::string_view value) {
+    std::string text;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        text += value[i];
+        if (value.substr(i).starts_with("$$")) {
             ++i;
         }
     }
@@ -179,7 +201,8 @@ std::optional<std::string> linkInDesktopEntry(std::string_view bytes) {
     if (!type || type->value != "Link" || !url) {
         return std::nullopt;
     }
-    return unescaped(url->value);
+    const std::string link = unescaped(url->value);
+    return optionsOf(url->key).find('e') == std::string_view::npos ? link : withoutExpansion(link);
 }
 
 std::optional<std::string> linkInShortcut(std::string_view bytes) {

@@ -287,7 +287,8 @@ class NewTest(LinkTest):
         self.assertIn("http://b.example/", path.read_text())
 
     def test_other_forms_become_link_files(self):
-        (self.folder / "a.desktop").write_text(ENTRY.format("http://a.example/?b&c"))
+        dropped = ENTRY.replace("URL", "URL[$e]")  # as Dolphin writes it
+        (self.folder / "a.desktop").write_text(dropped.format("http://a.example/?b&c"))
         (self.folder / "b.url").write_bytes(b"[InternetShortcut]\r\nURL=http://b.example/\r\n")
         self.run_link("new", "--from", "a.desktop", "b.url")
         self.assertIn("http://a.example/?b&amp;c", (self.folder / "a.webloc").read_text())
