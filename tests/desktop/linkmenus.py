@@ -1,6 +1,7 @@
 """A link file in every file manager of Debian: opened by a double click, and given its icon from
 the context menu. The package's own files are installed for the session."""
 
+import configparser
 import time
 
 from tests.desktop.case import note_addresses
@@ -86,9 +87,10 @@ def get_icon_from_menu(view, executable, output):
             session.run(["xdotool", "key", "Return"])
             wait_for(lambda: icon_name(link), "the icon")
             way += ", confirmed with Return"
-        chosen = session.config_home / "mimeapps.list"
-        if chosen.exists() and "SetIcon" in chosen.read_text().partition("[Added")[0]:
-            way += ", which also makes it the default of the type"
+        chosen = configparser.RawConfigParser(strict=False)
+        chosen.read(session.config_home / "mimeapps.list")
+        if chosen.has_option("Default Applications", "application/x-webloc"):
+            raise AssertionError("the next double click would not open the link")
         click_at(session, x + BESIDE, y + BESIDE)  # a selected file's picture has another colour
         after = output / f"context-menu-{view.name}-after.png"
         shown = "the view shows it" if icon_shows(session, after) else "the view does not show it"
