@@ -230,7 +230,7 @@ class InstallTest(unittest.TestCase):
             ("com.quorvel.Glintmark.SetIcon.desktop", ("Name", "Comment")),
             ("glintmark-get-icon.servicemenu", ("Name",)),
             ("glintmark-get-icon.nemo_action", ("Name", "Comment")),
-            ("glintmark-get-icon.action", ("Name", "Tooltip")),
+            ("glintmark-get-icon.action", ("Name",)),
         ):
             text = (ROOT / "resources/link" / name).read_text()
             for key in keys:
