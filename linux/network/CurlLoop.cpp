@@ -143,6 +143,7 @@ CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
         multi_.get(), connectionsPerTransfer * static_cast<long>(running_.size()));
     int stillRunning = 0;
     curl_multi_perform(multi_.get(), &stillRunning);
+    releaseWaiting();
     Transfers ended = std::exchange(ended_, {});
     collectFinished(ended);
     endTimedOut(ended);
@@ -178,6 +179,24 @@ void CurlLoop::startTransfers() {
         CURL* handle = (*transfer)->beginHop(budget_, openSockets_, authorities_);
         curl_multi_add_handle(multi_.get(), handle);
         running_.push_back({std::move(*transfer), handle});
+    }
+}
+
+/// Where a connection turns out to carry one request at a time, libcurl 7.88 lets those that wait
+/// for it go; 8.14 keeps them until the first has its answer. So they are added again once the
+/// connection is there. If it can carry them, they find it.
+void CurlLoop::releaseWaiting() {
+    for (const Running& connected : running_) {
+        if (!connected.transfer->takeConnected()) {
+            continue;
+        }
+        for (const Running& waiting : running_) {
+            if (waiting.transfer->waitsForConnectionOf(*connected.transfer)) {
+                curl_multi_remove_handle(multi_.get(), waiting.handle);
+                waiting.transfer->stopWaiting();
+                curl_multi_add_handle(multi_.get(), waiting.handle);
+            }
+        }
     }
 }
 

@@ -65,6 +65,7 @@ private:
     TransferClock::Time lookUpDeadline(const std::string& name, const LookingUp& waiting) const;
     void endTimedOutLookUps(Transfers& ended);
     void startTransfers();
+    void releaseWaiting();
     void collectFinished(Transfers& ended);
     void endTimedOut(Transfers& ended);
     void endHop(std::size_t index, CURLcode outcome, Transfers& ended);

@@ -167,6 +167,7 @@ CurlEasyHandle CurlTransfer::makeHandle(TrustedAuthorities& authorities) {
         // A request waits until a connection to its host that is being opened knows whether it can
         // carry several. An unencrypted one never can.
         setCurlOption<CURLOPT_PIPEWAIT>(handle, 1L);
+        hop_->mayWaitForConnection = true;
     }
     group_->attach(handle);
     setConnecting(handle);
@@ -214,6 +215,15 @@ void CurlTransfer::setHeaders(CURL* handle) {
         appendCopy(hop_->headers, line);
     }
     setCurlOption<CURLOPT_HTTPHEADER>(handle, hop_->headers.get());
+}
+
+bool CurlTransfer::waitsForConnectionOf(const CurlTransfer& other) const {
+    return hop_->mayWaitForConnection && other.target_.isEncrypted && other.host_ == host_;
+}
+
+void CurlTransfer::stopWaiting() {
+    setCurlOption<CURLOPT_PIPEWAIT>(hop_->handle.get(), 0L);
+    hop_->mayWaitForConnection = false;
 }
 
 bool CurlTransfer::canTrustOthers(CURLcode outcome, TrustedAuthorities& authorities) {
@@ -326,6 +336,7 @@ curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
     auto* transfer = static_cast<CurlTransfer*>(self);
     Hop& hop = *transfer->hop_;
+    hop.mayWaitForConnection = false;
     if (!transfer->mayUse(transfer->options_.addressSpaceOf(address->addr))) {
         return CURL_SOCKET_BAD;
     }
@@ -363,6 +374,8 @@ int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, i
         transfer->target_.proxy.empty()
             ? transfer->options_.addressSpaceOf(reinterpret_cast<const sockaddr&>(connected))
             : transfer->target_.nameSpace;
+    hop.mayWaitForConnection = false;
+    hop.hasNewConnection = true;
     hop.space = space;
     hop.maySendCookies = transfer->maySendCookies();  // libcurl adds them after this call
     return transfer->mayUse(space) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;

@@ -55,6 +55,15 @@ public:
     CURL* beginHop(BodyBudget<CurlTransfer>& budget, OpenSockets& openSockets,
                    TrustedAuthorities& authorities);
 
+    /// True once the running hop has its connection: the first time that this is called then.
+    bool takeConnected() { return std::exchange(hop_->hasNewConnection, false); }
+
+    /// True if the running hop waits for a connection to the server of `other`.
+    bool waitsForConnectionOf(const CurlTransfer& other) const;
+
+    /// The running hop opens its own connection, unless it finds one. Its handle must not be added.
+    void stopWaiting();
+
     /// True if the hop has failed because the server's certificate is not in one source of
     /// `authorities`, and there is another. Then the hop has ended and can begin again.
     bool canTrustOthers(CURLcode outcome, TrustedAuthorities& authorities);
@@ -175,6 +184,8 @@ private:
         BodyBudget<CurlTransfer>* budget = nullptr;
         OpenSockets* openSockets = nullptr;
         curl_socket_t socket = CURL_SOCKET_BAD;  ///< The last that was opened.
+        bool mayWaitForConnection = false;       ///< That is being opened by another hop.
+        bool hasNewConnection = false;
         bool refused = false;
         std::optional<AddressSpace> space;  ///< Of the connected address; absent: reserved.
         TransferClock::Time begunAt;
