@@ -179,5 +179,6 @@ int main() {
     namespace decoder = glintmark::decoder;
     return decoder::runDecoder(
         {.decode = decoder::isCalled("broken-gif") ? decoder::callForGIF : decoder::misbehave,
-         .cpuSeconds = 1});
+         .cpuSeconds = 1,
+         .brokenFormats = {}});
 }
