@@ -7,7 +7,12 @@ from tests.harness.waiting import wait_for
 
 PANEL_HEIGHT = 32
 ICON_SIZE = 22
-KDE = {"XDG_CURRENT_DESKTOP": "KDE", "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5"}
+KDE_VERSION = "6" if has("kded6") else "5"
+KDE = {
+    "XDG_CURRENT_DESKTOP": "KDE",
+    "KDE_FULL_SESSION": "true",
+    "KDE_SESSION_VERSION": KDE_VERSION,  # kded leaves its modules out in a session of another
+}
 
 LXQT_PANEL = """[General]
 panels=panel1
@@ -109,7 +114,7 @@ def start_plasma(session, dark=False):
     write(session.config_home / "plasmarc", f"[Theme]\nname={theme}\n")
     session.environment.update(KDE)
     session.environment.update(QT_QUICK_BACKEND="software", LIBGL_ALWAYS_SOFTWARE="1")
-    daemon = "kded6" if has("kded6") else "kded5"
+    daemon = f"kded{KDE_VERSION}"
     session.spawn(daemon, [daemon])
     session.spawn("plasmashell", ["plasmashell"])
     session.wait_for_bus_name(WATCHER, timeout=90)
