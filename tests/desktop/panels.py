@@ -13,6 +13,9 @@ KDE = {
     "KDE_FULL_SESSION": "true",
     "KDE_SESSION_VERSION": KDE_VERSION,  # kded leaves its modules out in a session of another
 }
+PLASMA_SHELL = "org.kde.plasmashell"
+# Taking a picture of the default background, a photograph, can last for seconds.
+PLAIN_DESKTOP = "desktops().forEach(desktop => desktop.wallpaperPlugin = 'org.kde.color');"
 
 LXQT_PANEL = """[General]
 panels=panel1
@@ -118,6 +121,14 @@ def start_plasma(session, dark=False):
     session.spawn(daemon, [daemon])
     session.spawn("plasmashell", ["plasmashell"])
     session.wait_for_bus_name(WATCHER, timeout=90)
+    session.wait_for_bus_name(PLASMA_SHELL, timeout=90)
+    script = f"{PLAIN_DESKTOP}\nprint(panels().length);"
+    method = "org.kde.PlasmaShell.evaluateScript"
+    wait_for(
+        lambda: "1" in session.call(PLASMA_SHELL, "/PlasmaShell", method, script, check=False),
+        "Plasma's panel",
+        timeout=90,
+    )
 
 
 def start_waybar(session, dark=False):
