@@ -16,6 +16,7 @@ KDE = {
 PLASMA_SHELL = "org.kde.plasmashell"
 # Taking a picture of the default background, a photograph, can last for seconds.
 PLAIN_DESKTOP = "desktops().forEach(desktop => desktop.wallpaperPlugin = 'org.kde.color');"
+WAYLAND = "wayland-kwin"
 
 LXQT_PANEL = """[General]
 panels=panel1
@@ -87,6 +88,12 @@ def write(path, text):
     path.write_text(text)
 
 
+def as_user(command):
+    """For compositors, which refuse to run as root. A user namespace gives them another user id."""
+    other_user = ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
+    return other_user + command if os.getuid() == 0 else command
+
+
 def gtk_theme(dark):
     return "Adwaita:dark" if dark else "Adwaita"
 
@@ -112,14 +119,32 @@ def start_mate(session, dark=False):
 
 def start_plasma(session, dark=False):
     """The whole Plasma shell; its default panel is at the bottom."""
+    prepare_plasma(session, dark)
+    start_plasma_shell(session, {})
+
+
+def start_plasma_wayland(session, dark=False):
+    """The same as a client of KWin, whose screen is a window of the X server."""
+    prepare_plasma(session, dark)
+    size = ["--width", "1280", "--height", "800"]
+    display = ["--x11-display", session.environment["DISPLAY"], "--socket", WAYLAND]
+    session.spawn("kwin", as_user(["kwin_wayland", *size, *display, "--no-lockscreen"]))
+    wait_for(lambda: (session.runtime / WAYLAND).exists(), "KWin")
+    start_plasma_shell(session, {"WAYLAND_DISPLAY": WAYLAND, "QT_QPA_PLATFORM": "wayland"})
+
+
+def prepare_plasma(session, dark):
     scheme, theme = ("BreezeDark", "breeze-dark") if dark else ("BreezeLight", "breeze-light")
     write(session.config_home / "kdeglobals", f"[General]\nColorScheme={scheme}\n")
     write(session.config_home / "plasmarc", f"[Theme]\nname={theme}\n")
     session.environment.update(KDE)
     session.environment.update(QT_QUICK_BACKEND="software", LIBGL_ALWAYS_SOFTWARE="1")
+
+
+def start_plasma_shell(session, variables):
     daemon = f"kded{KDE_VERSION}"
-    session.spawn(daemon, [daemon])
-    session.spawn("plasmashell", ["plasmashell"])
+    session.spawn(daemon, [daemon], variables)
+    session.spawn("plasmashell", ["plasmashell"], variables)
     session.wait_for_bus_name(WATCHER, timeout=90)
     session.wait_for_bus_name(PLASMA_SHELL, timeout=90)
     script = f"{PLAIN_DESKTOP}\nprint(panels().length);"
@@ -140,10 +165,7 @@ def start_waybar(session, dark=False):
     write(folder / "style.css", WAYBAR_STYLE.format(background=background, text=text))
     config = session.root / "sway.conf"
     config.write_text(SWAY)
-    # Sway refuses to run as root; a user namespace gives it another user id.
-    other_user = ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
-    command = ["sway", "--unsupported-gpu", "-c", str(config)]
-    command = other_user + command if os.getuid() == 0 else command
+    command = as_user(["sway", "--unsupported-gpu", "-c", str(config)])
     session.spawn("sway", command, {"WLR_BACKENDS": "x11", "WLR_RENDERER": "pixman"})
     socket = wait_for(lambda: list(session.runtime.glob("wayland-?")), "sway")[0]
     variables = {"WAYLAND_DISPLAY": socket.name, "GDK_BACKEND": "wayland"}

@@ -2,7 +2,14 @@
 
 import collections
 
-from tests.desktop.panels import start_lxqt, start_mate, start_plasma, start_waybar, start_xfce
+from tests.desktop.panels import (
+    start_lxqt,
+    start_mate,
+    start_plasma,
+    start_plasma_wayland,
+    start_waybar,
+    start_xfce,
+)
 from tests.desktop.pointer import click_at
 from tests.harness.pictures import Picture, crop
 from tests.harness.program import Program
@@ -19,6 +26,7 @@ PANELS = [
     Panel("lxqt-panel", "lxqt-panel", start_lxqt, True, 1.5),
     Panel("mate-panel", "mate-panel", start_mate, True, 1.5),
     Panel("plasma", "plasma-workspace", start_plasma, True, 6.0),
+    Panel("plasma-wayland", "kwin-wayland", start_plasma_wayland, False, 6.0),
     Panel("waybar", "waybar", start_waybar, False, 1.5),
 ]
 # Pixels per point, and the variables that set them in the panel's toolkit.
