@@ -49,8 +49,8 @@ struct AdmissionGate::State : std::enable_shared_from_this<AdmissionGate::State>
 
     /// Only without the lock: the end of a run's place may take it.
     static void runLater(std::vector<Begin>&& beginning) {
-        for (auto& [run, place] : beginning) {
-            globalQueue().async([run = std::move(run), place = std::move(place)] { run(place); });
+        for (Begin& each : beginning) {
+            globalQueue().async([each = std::move(each)] { each.first(each.second); });
         }
     }
 
