@@ -149,15 +149,16 @@ TEST_F(CurlURLSessionTest, ACodedBodyThatBreaksLateArrivesAsItCame) {
 
 TEST_F(CurlURLSessionTest, DecodesABodyThatArrivesByteByByte) {
     for (const auto& [name, bytes] : packings) {
-        server_.on("/", [name = std::string(name), bytes = bytes](const LoopbackRequest&,
-                                                                  LoopbackConnection& connection) {
-            connection.send("HTTP/1.1 200 OK\r\nContent-Encoding: " + name +
-                            "\r\nTransfer-Encoding: chunked\r\n\r\n");
-            for (const char byte : bytes) {
-                connection.sendChunk({&byte, 1});
-            }
-            connection.sendChunk("");
-        });
+        const std::string head = "HTTP/1.1 200 OK\r\nContent-Encoding: " + std::string(name) +
+                                 "\r\nTransfer-Encoding: chunked\r\n\r\n";
+        server_.on("/",
+                   [head, body = bytes](const LoopbackRequest&, LoopbackConnection& connection) {
+                       connection.send(head);
+                       for (const char byte : body) {
+                           connection.sendChunk({&byte, 1});
+                       }
+                       connection.sendChunk("");
+                   });
         EXPECT_EQ(get(server_.url("/")).body, packedText) << name;
     }
 }
