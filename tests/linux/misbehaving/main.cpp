@@ -179,6 +179,5 @@ int main() {
     namespace decoder = glintmark::decoder;
     return decoder::runDecoder(
         {.decode = decoder::isCalled("broken-gif") ? decoder::callForGIF : decoder::misbehave,
-         .cpuSeconds = 1,
-         .brokenFormats = {}});
+         .cpuSeconds = 1});
 }
