@@ -116,6 +116,22 @@ std::string FakePeer::property(const std::string& name, const std::string& path,
     return variantText(GVariantHandle(value).get());
 }
 
+bool FakePeer::isHandledBy(GDBusConnection* connection) const {
+    bool isBack = false;
+    g_dbus_connection_call(
+        connection, uniqueName().c_str(), "/", "org.freedesktop.DBus.Peer", "Ping", nullptr,
+        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer flag) {
+            const GVariantHandle reply(
+                g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));
+            *static_cast<bool*>(flag) = true;
+        },
+        &isBack);
+    const bool hasArrived = waitUntil([&] { return isBack; });
+    runPending();
+    return hasArrived;
+}
+
 void FakePeer::die() {
     objects_.clear();
     callBus("GetId", nullptr);  // when it returns, the bus has all earlier messages

@@ -66,6 +66,10 @@ public:
     std::string property(const std::string& name, const std::string& path,
                          const std::string& interface, const std::string& property) const;
 
+    /// Waits until `connection` has handled all that this peer has sent to it. False if that does
+    /// not happen.
+    bool isHandledBy(GDBusConnection* connection) const;
+
     /// Ends the connection, as the end of its process would.
     void die();
 
