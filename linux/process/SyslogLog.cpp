@@ -2,13 +2,12 @@
 
 #include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <string>
 
 #include "base/text/LogMessage.h"
+#include "linux/files/WholeFile.h"
 
 namespace glintmark::platform {
 
@@ -27,17 +26,6 @@ bool isJournal(int descriptor) {
     return journalStream == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
-void writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const auto written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return;  // the reader of standard error is gone
-        }
-    }
-}
-
 }  // namespace
 
 SyslogLog::SyslogLog(int errorDescriptor)
@@ -50,7 +38,7 @@ void SyslogLog::write(std::string_view message) {
     ::syslog(LOG_NOTICE, "%s", line.c_str());
     if (writesToErrorDescriptor_) {
         line += '\n';
-        writeAll(errorDescriptor_, line);
+        writeWhole(errorDescriptor_, line);  // fails when the reader is gone
     }
 }
 
