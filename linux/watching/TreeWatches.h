@@ -136,6 +136,7 @@ private:
     void visitIn(Watch parent, const std::string& name, Walk walk);
     bool isInKnownPlace(Watch watch);
     bool holds(Watch watch, const WatchTree::Link& link);
+    void dropLinksThatDoNotHold(Watch watch);
     bool isChanged(Walk walk, bool isNew, StampedChange change) const;
     Walk walkBelow(Walk walk, bool isNew, StampedChange change) const;
     void endWalk();

@@ -179,6 +179,9 @@ void TreeWatches::visit(const Place& place, const std::string& name, Walk walk) 
         }
     }
     const bool endsInACircle = tree_.link(watch, place.watch, name) == WatchTree::Linked::refused;
+    if (tree_.hasSeveralLinks(watch)) {
+        dropLinksThatDoNotHold(watch);
+    }
     tree_.setSeen(watch, true);
     if (endsInACircle && !walksAgain_) {
         // Either a link above is out of date, which a new walk corrects, or a directory is mounted
@@ -228,6 +231,16 @@ bool TreeWatches::holds(Watch watch, const WatchTree::Link& link) {
     const auto path = tree_.anyPath(link.parent);
     return !path.empty() &&
            watchDirectory(appendPathComponent(path, link.name), IN_DONT_FOLLOW) == watch;
+}
+
+/// An event that was handled when its directory had already moved may have led to another
+/// directory, and linked that.
+void TreeWatches::dropLinksThatDoNotHold(Watch watch) {
+    for (const auto& link : tree_.links(watch)) {
+        if (!holds(watch, link)) {
+            tree_.unlink(watch, link.parent, link.name);
+        }
+    }
 }
 
 /// True if a directory that a walk found counts as changed.

@@ -57,6 +57,7 @@ public:
     void unlinkAll(Watch watch);
     bool isLinked(Watch watch, Watch parent, std::string_view name) const;
     std::vector<Link> links(Watch watch) const;
+    bool hasSeveralLinks(Watch watch) const { return aliases_.contains(watch); }
 
     /// One of the directory's paths; "" if none is known.
     std::string anyPath(Watch watch) const;

@@ -147,6 +147,30 @@ TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedIntoOneMadeJustBeforeIsReporte
     EXPECT_TRUE(isReported("links/new/a/made/below"));
 }
 
+TEST_F(InotifyEventStreamTreeTest, AnEventOfExchangedDirectoriesDoesNotMisplaceWhatIsInThem) {
+    for (const auto* name : {"links/one/sub", "links/other/sub", "outside"}) {
+        directory_.createDirectories(name);
+    }
+    ageTimeStamps();
+    watchSettled({"links"});
+    std::atomic<bool> done = false;
+    beforeWatching([&](const std::string& path) {
+        if (path == directory_.path("links/first") && !done.exchange(true)) {
+            // When its event is handled, the other directory is under the path.
+            EXPECT_EQ(::chmod(directory_.path("links/one/sub").c_str(), 0711), 0);
+            directory_.move("links/one", "outside/aside");
+            directory_.move("links/other", "links/one");
+            directory_.move("outside/aside", "links/other");
+        }
+        return 0;
+    });
+    directory_.createDirectories("links/first");
+    EXPECT_TRUE(isReported("links/other/sub"));
+    settle("links");
+    directory_.createDirectories("links/one/sub/made");
+    EXPECT_TRUE(isReported("links/one/sub/made"));
+}
+
 TEST_F(InotifyEventStreamTreeTest, ADirectoryMovedBelowWhatWasInItIsReportedWithAllBelowIt) {
     directory_.createDirectories("links/a/inner");
     directory_.createDirectories("links/a/deep/deeper");
