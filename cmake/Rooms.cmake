@@ -20,12 +20,6 @@ function(glintmark_room name)
   target_link_libraries(${name} PUBLIC ${arg_LINK})
 endfunction()
 
-# For rooms whose code mostly waits for the system: what of it is mapped counts against the memory of
-# the resident program, and its speed does not count.
-function(glintmark_optimize_for_size name)
-  target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-Os>)
-endfunction()
-
 # The tests of one room in one executable.
 function(glintmark_tests name)
   cmake_parse_arguments(arg "RECURSE" "TIMEOUT" "LINK;LABELS" ${ARGN})
