@@ -37,8 +37,9 @@ constexpr std::array pixmapSizes{18, 22, 24, 32, 36, 48, 64};
 GVariant* pixmaps(const TemplateImage& image) {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE("a(iiay)"));
+    const TemplateRenderer renderer;
     for (const int size : pixmapSizes) {
-        const auto argb = renderTemplate(image, size);
+        const auto argb = renderer.render(image, size);
         g_variant_builder_add(
             &builder, "(ii@ay)", size, size,
             g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, argb.data(), argb.size(), 1));

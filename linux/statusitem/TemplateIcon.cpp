@@ -1,6 +1,7 @@
 #include "linux/statusitem/TemplateIcon.h"
 
 #include <cairo.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -15,14 +16,20 @@
 #include <utility>
 #include <variant>
 
+#include "base/system/FatalError.h"
 #include "linux/glib/GLibHandles.h"
 
 namespace glintmark::platform {
 
 namespace {
 
-using CairoSurface = std::unique_ptr<cairo_surface_t, ReleaseWith<cairo_surface_destroy>>;
-using Cairo = std::unique_ptr<cairo_t, ReleaseWith<cairo_destroy>>;
+constexpr const char* libraryName = "libcairo.so.2";
+
+#ifdef GLINTMARK_SANITIZED
+constexpr bool unloadsLibraries = false;  // what they keep would then count as lost
+#else
+constexpr bool unloadsLibraries = true;
+#endif
 
 /// For std::visit: one function for each kind of path element.
 template <typename... Visitors>
@@ -31,36 +38,6 @@ struct Overloaded : Visitors... {
 };
 template <typename... Visitors>
 Overloaded(Visitors...) -> Overloaded<Visitors...>;  // Clang 14 needs the deduction guide
-
-void trace(cairo_t* cairo, const BezierPath& path) {
-    const Overloaded draw{
-        [&](const BezierPath::MoveTo& e) { cairo_move_to(cairo, e.point.x, e.point.y); },
-        [&](const BezierPath::LineTo& e) { cairo_line_to(cairo, e.point.x, e.point.y); },
-        [&](const BezierPath::CurveTo& e) {
-            cairo_curve_to(cairo, e.control1.x, e.control1.y, e.control2.x, e.control2.y, e.point.x,
-                           e.point.y);
-        },
-        [&](const BezierPath::Close&) { cairo_close_path(cairo); }};
-    for (const auto& element : path.elements()) {
-        std::visit(draw, element);
-    }
-}
-
-/// The shape's coverage of each pixel, 0 to 255.
-CairoSurface renderMask(const TemplateImage& image, int pixels) {
-    CairoSurface surface(cairo_image_surface_create(CAIRO_FORMAT_A8, pixels, pixels));
-    const Cairo cairo(cairo_create(surface.get()));
-    // The image's y axis points up, cairo's down.
-    cairo_translate(cairo.get(), 0, pixels);
-    cairo_scale(cairo.get(), pixels / image.size.width, -pixels / image.size.height);
-    trace(cairo.get(), image.filledPath);
-    cairo_set_fill_rule(cairo.get(), image.filledPath.windingRule() == WindingRule::evenOdd
-                                         ? CAIRO_FILL_RULE_EVEN_ODD
-                                         : CAIRO_FILL_RULE_WINDING);
-    cairo_fill(cairo.get());
-    cairo_surface_flush(surface.get());
-    return surface;
-}
 
 /// Does not depend on the locale, unlike printf(3).
 std::string number(double value) {
@@ -125,17 +102,97 @@ std::array<std::pair<std::string, std::string>, 3> filesBelow(const std::string&
 
 }  // namespace
 
-std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels) {
-    const CairoSurface mask = renderMask(image, pixels);
-    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(mask.get()));
-    const unsigned char* coverage = cairo_image_surface_get_data(mask.get());
+/// cairo's own functions.
+struct TemplateRenderer::Functions {
+    void* library;
+
+    void trace(cairo_t* context, const BezierPath& path) const {
+        const Overloaded draw{
+            [&](const BezierPath::MoveTo& e) { moveTo(context, e.point.x, e.point.y); },
+            [&](const BezierPath::LineTo& e) { lineTo(context, e.point.x, e.point.y); },
+            [&](const BezierPath::CurveTo& e) {
+                curveTo(context, e.control1.x, e.control1.y, e.control2.x, e.control2.y, e.point.x,
+                        e.point.y);
+            },
+            [&](const BezierPath::Close&) { closePath(context); }};
+        for (const auto& element : path.elements()) {
+            std::visit(draw, element);
+        }
+    }
+
+    decltype(&cairo_create) create = find(library, "cairo_create");
+    decltype(&cairo_destroy) destroy = find(library, "cairo_destroy");
+    decltype(&cairo_translate) translate = find(library, "cairo_translate");
+    decltype(&cairo_scale) scale = find(library, "cairo_scale");
+    decltype(&cairo_move_to) moveTo = find(library, "cairo_move_to");
+    decltype(&cairo_line_to) lineTo = find(library, "cairo_line_to");
+    decltype(&cairo_curve_to) curveTo = find(library, "cairo_curve_to");
+    decltype(&cairo_close_path) closePath = find(library, "cairo_close_path");
+    decltype(&cairo_set_fill_rule) setFillRule = find(library, "cairo_set_fill_rule");
+    decltype(&cairo_fill) fill = find(library, "cairo_fill");
+    decltype(&cairo_image_surface_create_for_data) imageSurfaceCreateForData =
+        find(library, "cairo_image_surface_create_for_data");
+    decltype(&cairo_format_stride_for_width) formatStrideForWidth =
+        find(library, "cairo_format_stride_for_width");
+    decltype(&cairo_surface_flush) surfaceFlush = find(library, "cairo_surface_flush");
+    decltype(&cairo_surface_destroy) surfaceDestroy = find(library, "cairo_surface_destroy");
+
+private:
+    struct Symbol {
+        void* address;
+
+        // The member that it is assigned to has the type.
+        template <typename Function>
+        operator Function*() const {  // NOLINT(google-explicit-constructor)
+            return reinterpret_cast<Function*>(address);
+        }
+    };
+
+    static Symbol find(void* library, const char* name) {
+        void* const found = library == nullptr ? nullptr : ::dlsym(library, name);
+        if (found == nullptr) {
+            // A linked library that is missing also ends the program.
+            // NOLINTNEXTLINE(concurrency-mt-unsafe)
+            fatalError(::dlerror());
+        }
+        return {found};
+    }
+};
+
+TemplateRenderer::TemplateRenderer()
+    : library_(::dlopen(libraryName, RTLD_LAZY | RTLD_LOCAL)), cairo_(new Functions{library_}) {}
+
+TemplateRenderer::~TemplateRenderer() {
+    if (unloadsLibraries) {
+        ::dlclose(library_);
+    }
+}
+
+std::vector<std::uint8_t> TemplateRenderer::render(const TemplateImage& image, int pixels) const {
     const auto side = static_cast<std::size_t>(pixels);
+    const int stride = cairo_->formatStrideForWidth(CAIRO_FORMAT_A8, pixels);
+    const auto rowBytes = static_cast<std::size_t>(stride);
+    std::vector<unsigned char> coverage(rowBytes * side);  // of each pixel by the shape
+    cairo_surface_t* const surface =
+        cairo_->imageSurfaceCreateForData(coverage.data(), CAIRO_FORMAT_A8, pixels, pixels, stride);
+    cairo_t* const context = cairo_->create(surface);
+    // The image's y axis points up, cairo's down.
+    cairo_->translate(context, 0, pixels);
+    cairo_->scale(context, pixels / image.size.width, -pixels / image.size.height);
+    cairo_->trace(context, image.filledPath);
+    cairo_->setFillRule(context, image.filledPath.windingRule() == WindingRule::evenOdd
+                                     ? CAIRO_FILL_RULE_EVEN_ODD
+                                     : CAIRO_FILL_RULE_WINDING);
+    cairo_->fill(context);
+    cairo_->surfaceFlush(surface);
+    cairo_->destroy(context);
+    cairo_->surfaceDestroy(surface);
     std::vector<std::uint8_t> argb;
     argb.reserve(side * side * 4);
     for (std::size_t y = 0; y < side; ++y) {
         for (std::size_t x = 0; x < side; ++x) {
             argb.insert(argb.end(),
-                        {coverage[y * stride + x], neutralGrey, neutralGrey, neutralGrey});
+                        {coverage[y * rowBytes + x], neutralGrey, neutralGrey, neutralGrey});
         }
     }
     return argb;

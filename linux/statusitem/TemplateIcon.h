@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,26 @@ namespace glintmark::platform {
 /// least 3.6 to 1 on usual light and dark panels.
 inline constexpr std::uint8_t neutralGrey = 0x80;
 
-/// The image scaled to a square of `pixels`, row by row from the top: alpha, red, green, blue, one
-/// byte each, not premultiplied. This is the format of StatusNotifierItem.
-std::vector<std::uint8_t> renderTemplate(const TemplateImage& image, int pixels);
+/// Draws template images with cairo. The library is loaded only while this exists: it brings
+/// fourteen others, and the program draws once, when it starts. Ends the program if the library is
+/// missing.
+class TemplateRenderer {
+public:
+    TemplateRenderer();
+    ~TemplateRenderer();
+    TemplateRenderer(const TemplateRenderer&) = delete;
+    TemplateRenderer& operator=(const TemplateRenderer&) = delete;
+
+    /// The image scaled to a square of `pixels`, row by row from the top: alpha, red, green, blue,
+    /// one byte each, not premultiplied. This is the format of StatusNotifierItem.
+    std::vector<std::uint8_t> render(const TemplateImage& image, int pixels) const;
+
+private:
+    struct Functions;
+
+    void* library_;
+    std::unique_ptr<const Functions> cairo_;
+};
 
 /// The image as a symbolic icon that GTK and KDE recolour.
 std::string symbolicSVG(const TemplateImage& image);

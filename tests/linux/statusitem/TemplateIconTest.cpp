@@ -35,7 +35,7 @@ std::vector<std::uint8_t> pixelAt(const std::vector<std::uint8_t>& argb, int sid
 }
 
 TEST(TemplateIconTest, TheOriginIsAtTheLowerLeft) {
-    const auto argb = renderTemplate(lowerLeftSquare(), 8);
+    const auto argb = TemplateRenderer().render(lowerLeftSquare(), 8);
     ASSERT_EQ(argb.size(), 8U * 8U * 4U);
     EXPECT_THAT(pixelAt(argb, 8, 0, 7), ElementsAre(255, neutralGrey, neutralGrey, neutralGrey));
     EXPECT_THAT(pixelAt(argb, 8, 3, 4), ElementsAre(255, neutralGrey, neutralGrey, neutralGrey));
@@ -44,7 +44,8 @@ TEST(TemplateIconTest, TheOriginIsAtTheLowerLeft) {
 }
 
 TEST(TemplateIconTest, TheImageFillsTheRequestedSize) {
-    const auto argb = renderTemplate(lowerLeftSquare(), 18);  // cairo pads rows of this size
+    const auto argb =
+        TemplateRenderer().render(lowerLeftSquare(), 18);  // cairo pads rows of this size
     ASSERT_EQ(argb.size(), 18U * 18U * 4U);
     EXPECT_EQ(pixelAt(argb, 18, 8, 9)[0], 255);
     EXPECT_EQ(pixelAt(argb, 18, 9, 9)[0], 0);
@@ -53,9 +54,9 @@ TEST(TemplateIconTest, TheImageFillsTheRequestedSize) {
 TEST(TemplateIconTest, AShapeInsideAnotherIsAHoleUnderTheEvenOddRule) {
     TemplateImage image{{8, 8}, BezierPath::roundedRect({0, 0}, {8, 8}, 1, 1)};
     image.filledPath.append(BezierPath::roundedRect({2, 2}, {4, 4}, 0, 0));
-    EXPECT_EQ(pixelAt(renderTemplate(image, 8), 8, 4, 4)[0], 255);
+    EXPECT_EQ(pixelAt(TemplateRenderer().render(image, 8), 8, 4, 4)[0], 255);
     image.filledPath.setWindingRule(WindingRule::evenOdd);
-    EXPECT_EQ(pixelAt(renderTemplate(image, 8), 8, 4, 4)[0], 0);
+    EXPECT_EQ(pixelAt(TemplateRenderer().render(image, 8), 8, 4, 4)[0], 0);
     EXPECT_THAT(symbolicSVG(image), HasSubstr("fill-rule=\"evenodd\""));
 }
 
