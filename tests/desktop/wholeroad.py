@@ -124,6 +124,13 @@ class WithoutDesktopTest(DesktopTest):
         link = self.drop_and_wait("m.webloc", "http://manifest.example/")
         self.assertIsNotNone(icon_name(link))
 
+    def test_before_the_first_link_it_holds_no_library_for_drawing_or_requests(self):
+        self.start_program()
+        held = pathlib.Path(f"/proc/{self.program.process.pid}/maps").read_text()
+        self.assertIn("libglib-2.0", held)
+        for library in ("libcairo", "libpixman", "libX11", "libcurl", "libssl"):
+            self.assertNotIn(library, held)
+
     def test_a_second_start_says_so_and_ends(self):
         self.start_program()
         second = Program(self.session, OPTIONS.program, name="second").start()
