@@ -88,8 +88,8 @@ private:
         const GObjectHandle<GDBusMessage> reply(g_dbus_message_new_method_reply(call));
         g_dbus_message_set_sender(reply.get(), isForBus ? busName : peerName);
         const std::string method = g_dbus_message_get_member(call);
-        if (GVariant* const body = isForBus ? busAnswer(method) : peerAnswer(method)) {
-            g_dbus_message_set_body(reply.get(), body);
+        if (const auto body = isForBus ? busAnswer(method) : peerAnswer(method)) {
+            g_dbus_message_set_body(reply.get(), body.get());
         }
         send(reply.get());
     }
@@ -106,27 +106,27 @@ private:
         token_ = token;
     }
 
-    static GVariant* busAnswer(const std::string& method) {
+    static GVariantHandle busAnswer(const std::string& method) {
         if (method == "Hello") {
-            return g_variant_new("(s)", ":1.1");
+            return GVariantHandle(g_variant_ref_sink(g_variant_new("(s)", ":1.1")));
         }
         if (method == "GetNameOwner") {
-            return g_variant_new("(s)", peerName);
+            return GVariantHandle(g_variant_ref_sink(g_variant_new("(s)", peerName)));
         }
         if (method == "StartServiceByName") {
-            return g_variant_new("(u)", 2U);
+            return GVariantHandle(g_variant_ref_sink(g_variant_new("(u)", 2U)));
         }
         return nullptr;
     }
 
-    GVariant* peerAnswer(const std::string& method) {
+    GVariantHandle peerAnswer(const std::string& method) {
         const std::scoped_lock lock(mutex_);
         if (method == ping || answers_.empty()) {
             return nullptr;
         }
-        const GVariantHandle body = std::move(answers_.front());
+        GVariantHandle body = std::move(answers_.front());
         answers_.pop_front();
-        return g_variant_ref(body.get());
+        return body;
     }
 
     void send(GDBusMessage* message) const {
