@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <deque>
+#include <map>
 #include <utility>
 
 #include "base/system/ReleaseWith.h"
@@ -15,6 +16,8 @@
 namespace glintmark::platform {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t maximumThreads = 16;
 constexpr std::size_t stackBytes = std::size_t{64} * 1024;
@@ -28,8 +31,8 @@ bool isFolderReadable(const std::string& folder) {
 
 /// Used on the main thread only. The threads pass it on to there.
 struct FolderChecks::State : std::enable_shared_from_this<FolderChecks::State> {
-    State(std::function<void()> onChange, Look lookAt)
-        : changed(std::move(onChange)), look(std::move(lookAt)) {}
+    State(std::function<void()> onChange, Look lookAt, Clock::duration time)
+        : changed(std::move(onChange)), look(std::move(lookAt)), patience(time) {}
 
     void startThreads();
     bool startThread(const std::string& folder);
@@ -38,14 +41,16 @@ struct FolderChecks::State : std::enable_shared_from_this<FolderChecks::State> {
 
     std::function<void()> changed;
     Look look;
+    Clock::duration patience;
     std::vector<std::string> folders;
     std::deque<std::string> waiting;
-    std::set<std::string> running;
+    std::map<std::string, Clock::time_point> running;  // and since when
     std::set<std::string> unreadable;
 };
 
-FolderChecks::FolderChecks(std::function<void()> changed, Look look)
-    : state_(std::make_shared<State>(std::move(changed), std::move(look))) {}
+FolderChecks::FolderChecks(std::function<void()> changed, Look look,
+                           std::chrono::milliseconds patience)
+    : state_(std::make_shared<State>(std::move(changed), std::move(look), patience)) {}
 
 FolderChecks::~FolderChecks() = default;
 
@@ -57,11 +62,13 @@ void FolderChecks::check(const std::vector<std::string>& folders) {
     });
     state.waiting.clear();
     bool hasChanged = false;
+    const auto now = Clock::now();
     for (const std::string& folder : folders) {
-        if (state.running.contains(folder)) {
-            hasChanged = state.mark(folder, false) || hasChanged;
-        } else {
+        const auto asked = state.running.find(folder);
+        if (asked == state.running.end()) {
             state.waiting.push_back(folder);
+        } else if (now - asked->second >= state.patience) {
+            hasChanged = state.mark(folder, false) || hasChanged;
         }
     }
     state.startThreads();
@@ -76,7 +83,7 @@ bool FolderChecks::isUnreadable(const std::string& folder) const {
 
 void FolderChecks::State::startThreads() {
     while (!waiting.empty() && running.size() < maximumThreads && startThread(waiting.front())) {
-        running.insert(std::move(waiting.front()));
+        running.emplace(std::move(waiting.front()), Clock::now());
         waiting.pop_front();
     }
 }

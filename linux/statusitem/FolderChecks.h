@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <set>
@@ -18,13 +19,15 @@ public:
     using Look = std::function<bool(const std::string& folder)>;  ///< Called on other threads.
 
     /// `changed` runs from the main loop whenever another folder is or is no longer unreadable.
-    explicit FolderChecks(std::function<void()> changed, Look look = isFolderReadable);
+    /// `patience`: what a file system may need to answer.
+    explicit FolderChecks(std::function<void()> changed, Look look = isFolderReadable,
+                          std::chrono::milliseconds patience = std::chrono::seconds(1));
     ~FolderChecks();  ///< Does not wait for its threads.
     FolderChecks(const FolderChecks&) = delete;
     FolderChecks& operator=(const FolderChecks&) = delete;
 
-    /// Begins to look at `folders` and forgets all others. A folder whose file system has not
-    /// answered since an earlier check counts as unreadable until it does.
+    /// Begins to look at `folders` and forgets all others. A folder that an earlier check has asked
+    /// for longer than the patience counts as unreadable until it answers.
     void check(const std::vector<std::string>& folders);
 
     bool isUnreadable(const std::string& folder) const;

@@ -61,7 +61,8 @@ protected:
     int changes_ = 0;
     std::unique_ptr<FolderChecks> checks_ = std::make_unique<FolderChecks>(
         [this] { ++changes_; },
-        [folders = folders_](const std::string& folder) { return folders->look(folder); });
+        [folders = folders_](const std::string& folder) { return folders->look(folder); },
+        std::chrono::milliseconds(0));
 };
 
 TEST_F(FolderChecksTest, AFolderIsUnreadableOnceItsCheckSaysSo) {
@@ -83,6 +84,19 @@ TEST_F(FolderChecksTest, AFolderThatDoesNotAnswerHoldsUpNothingAndCountsAsUnread
     EXPECT_EQ(folders_->looks("!dead"), 1);  // no second thread is lost in it
     folders_->answer();
     EXPECT_TRUE(waitUntil([&] { return !checks_->isUnreadable("!dead"); }));
+}
+
+TEST_F(FolderChecksTest, AFolderThatWasAskedJustBeforeDoesNotCountAsUnreadable) {
+    int changes = 0;
+    FolderChecks patient(
+        [&] { ++changes; },
+        [folders = folders_](const std::string& folder) { return folders->look(folder); },
+        std::chrono::hours(1));
+    patient.check({"!slow"});
+    ASSERT_TRUE(waitUntil([&] { return folders_->inside() == 1; }));
+    patient.check({"!slow"});  // as panels do that announce an opening twice
+    EXPECT_FALSE(patient.isUnreadable("!slow"));
+    EXPECT_EQ(changes, 0);
 }
 
 TEST_F(FolderChecksTest, OnlySoManyThreadsAreLost) {
