@@ -52,7 +52,7 @@ GVariant* noPixmaps() { return g_variant_new_array(G_VARIANT_TYPE("(iiay)"), nul
 GVariant* toolTip() { return g_variant_new("(s@a(iiay)ss)", "", noPixmaps(), programTitle, ""); }
 
 /// True if `items`, a watcher's list, contains the item of the connection `uniqueName`. Watchers
-/// list items with or without the object's path.
+/// list items with or without the object's path; GNOME's writes "@" before it.
 bool listsItemOf(GVariant* items, const char* uniqueName) {
     GVariantIter iterator;
     g_variant_iter_init(&iterator, items);
@@ -60,7 +60,7 @@ bool listsItemOf(GVariant* items, const char* uniqueName) {
     const std::size_t length = std::strlen(uniqueName);
     while (g_variant_iter_next(&iterator, "&s", &item) != FALSE) {
         if (std::strncmp(item, uniqueName, length) == 0 &&
-            (item[length] == '\0' || item[length] == '/')) {
+            std::strchr("/@", item[length]) != nullptr) {  // or the end
             return true;
         }
     }

@@ -341,7 +341,7 @@ TEST_F(StatusNotifierItemTest, RegistersAgainForARestartedHostOnlyIfTheItemWasDr
     makeItem();
     ASSERT_TRUE(registered());
     const std::string name = panel_->items.back();
-    for (const auto& listed : {name, name + "/StatusNotifierItem"}) {
+    for (const auto& listed : {name, name + "/StatusNotifierItem", name + "@/StatusNotifierItem"}) {
         panel_->items = {":9.99", listed};
         const int reads = panel_->reads;
         panel_->restartHost();
