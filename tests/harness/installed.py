@@ -6,8 +6,8 @@ import pathlib
 
 def install_for(session, build):
     """Installs a build below the session's root and brings the databases up to date, as a package
-    manager does. The session's programs find it in their search paths. Returns the folder of the
-    installed programs."""
+    manager does. The session's programs, and those that its bus starts, find it in their search
+    paths. Returns the folder of the installed programs."""
     prefix = session.root / "usr"
     session.run(["cmake", "--install", str(build), "--prefix", str(prefix)])
     share = prefix / "share"
@@ -17,4 +17,5 @@ def install_for(session, build):
     searched = session.environment["PATH"], session.environment["XDG_DATA_DIRS"]
     for variable, folder, rest in zip(("PATH", "XDG_DATA_DIRS"), (programs, share), searched):
         session.environment[variable] = os.pathsep.join((str(folder), rest))
+        session.run(["dbus-update-activation-environment", variable])
     return programs
