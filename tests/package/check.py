@@ -158,6 +158,9 @@ class InstallTest(unittest.TestCase):
         cache.unlink()
         # Without a choice of the user, the first of a type is its default.
         self.assertIn("application/x-webloc=com.quorvel.Glintmark.Open.desktop;", text)
+        # Plasma 6 knows no order, so it must see one only.
+        rival = applications / "com.quorvel.Glintmark.SetIcon.desktop"
+        self.assertIn("\nNotShowIn=KDE;\n", rival.read_text())
 
     def test_shells_accept_the_completions(self):
         bash = self.share / "bash-completion/completions/glintmark-link"
