@@ -28,6 +28,7 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_link_options(-Wl,-z,relro -Wl,-z,now)
   # Not every compiler has these, and not for every processor.
   include(CheckCXXCompilerFlag)
+  set(CMAKE_REQUIRED_FLAGS -Werror)  # Clang accepts flags for other processors with a warning
   foreach(flag -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard
           -ftrivial-auto-var-init=zero)
     string(MAKE_C_IDENTIFIER "COMPILER_HAS${flag}" available)
@@ -36,6 +37,7 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
       add_compile_options(${flag})
     endif()
   endforeach()
+  unset(CMAKE_REQUIRED_FLAGS)
   include(CheckCXXSourceCompiles)
   check_cxx_source_compiles("#ifndef __PIE__
     #error
