@@ -119,7 +119,8 @@ struct LinuxPlatform {
     platform::StartNotice startNotice{
         [this](std::function<void(bool)> answer) { statusBar.askIfShown(std::move(answer)); },
         [this] { showThatItRuns(); }};
-    platform::DesktopWorkspace workspace{bus};
+    platform::DesktopWorkspace workspace{
+        bus, dispatchQueues.global(platform::QualityOfService::userInitiated)};
 
     platform::Services services{
         .application = application,

@@ -23,6 +23,7 @@
 #include "base/graphics/Image.h"
 #include "bench/Figures.h"
 #include "bench/TemporaryFolder.h"
+#include "linux/queues/ThreadPoolQueue.h"
 #include "linux/workspace/DesktopWorkspace.h"
 
 namespace glintmark::platform {
@@ -132,8 +133,9 @@ int main(int argc, char** argv) {
     const bench::Options options(argc, argv);
     const bench::TemporaryFolder folder;
     platform::SessionBus bus(std::chrono::milliseconds(1));
+    platform::ThreadPoolQueue helpers("helpers", 2);
     platform::DesktopWorkspace workspace(
-        bus, {folder.path() + "/home", folder.path() + "/data", folder.path() + "/cache"},
+        bus, helpers, {folder.path() + "/home", folder.path() + "/data", folder.path() + "/cache"},
         [](const std::string& /*path*/, const std::string& /*uri*/) { return true; });
     bench::Figures figures;
     using platform::Kind;

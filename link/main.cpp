@@ -81,10 +81,12 @@ bool runUntil(const std::function<bool()>& isOver, guint milliseconds) {
 /// The session bus and what needs it. It is connected when it is first used.
 class Desktop {
 public:
+    explicit Desktop(DispatchQueue& helpers) : helpers_(helpers) {}
+
     platform::SessionBus& bus() { return bus_ ? *bus_ : bus_.emplace(); }
 
     platform::DesktopWorkspace& workspace() {
-        return workspace_ ? *workspace_ : workspace_.emplace(bus());
+        return workspace_ ? *workspace_ : workspace_.emplace(bus(), helpers_);
     }
 
     bool open(const URL& url) {
@@ -117,6 +119,7 @@ public:
     }
 
 private:
+    DispatchQueue& helpers_;
     std::optional<platform::SessionBus> bus_;
     std::optional<platform::DesktopWorkspace> workspace_;
 };
@@ -230,7 +233,8 @@ int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "");     // NOLINT(concurrency-mt-unsafe): no other thread runs yet
     std::setlocale(LC_MESSAGES, "");  // NOLINT(concurrency-mt-unsafe)
     link::LinkPlatform linkPlatform;
-    link::Desktop desktop;
+    link::Desktop desktop(
+        linkPlatform.dispatchQueues.global(platform::QualityOfService::userInitiated));
     int status = EX_OK;
     if (const auto command =
             link::readCommand({argv + 1, argv + argc}, linkPlatform, desktop, status)) {

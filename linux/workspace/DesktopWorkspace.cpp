@@ -37,7 +37,8 @@ std::string exactSeconds(const struct stat& status) {
 }  // namespace
 
 struct DesktopWorkspace::EncodedIcon final : PreparedIcon {
-    explicit EncodedIcon(const BitmapImageRep& bitmap) : pictures(encodedPictures(bitmap)) {}
+    EncodedIcon(const BitmapImageRep& bitmap, DispatchQueue& helpers)
+        : pictures(encodedPictures(bitmap, helpers)) {}
 
     IconPictures pictures;
     std::optional<std::string> name;  ///< In the store; absent when it could not be stored.
@@ -56,12 +57,15 @@ WorkspaceFolders WorkspaceFolders::ofUser() {
     return {g_get_home_dir(), g_get_user_data_dir(), g_get_user_cache_dir()};
 }
 
-DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders)
-    : DesktopWorkspace(bus, folders, &IconMetadata::writeThroughGIO) {}
+DesktopWorkspace::DesktopWorkspace(SessionBus& bus, DispatchQueue& helpers,
+                                   const WorkspaceFolders& folders)
+    : DesktopWorkspace(bus, helpers, folders, &IconMetadata::writeThroughGIO) {}
 
-DesktopWorkspace::DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders,
+DesktopWorkspace::DesktopWorkspace(SessionBus& bus, DispatchQueue& helpers,
+                                   const WorkspaceFolders& folders,
                                    IconMetadata::Writer metadataWriter)
     : bus_(bus),
+      helpers_(helpers),
       store_(folders.dataHome),
       applied_(folders.dataHome),
       thumbnails_(folders.cacheHome),
@@ -74,7 +78,7 @@ std::shared_ptr<const PreparedIcon> DesktopWorkspace::prepareIcon(const Image& i
     if (!bitmap) {
         return nullptr;
     }
-    auto icon = std::make_shared<EncodedIcon>(*bitmap);
+    auto icon = std::make_shared<EncodedIcon>(*bitmap, helpers_);
     const std::string& picture = icon->pictures.full;
     if (!store_.hasRoomFor(picture.size())) {
         sweeper_.makeRoomFor(picture.size());

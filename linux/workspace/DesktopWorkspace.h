@@ -15,6 +15,10 @@
 #include "linux/workspace/WindowRefresh.h"
 #include "platform/Workspace.h"
 
+namespace glintmark {
+class DispatchQueue;
+}  // namespace glintmark
+
 namespace glintmark::platform {
 
 /// The folders in which the workspace stores icons; absolute, without a trailing slash.
@@ -33,9 +37,11 @@ struct WorkspaceFolders {
 /// icon for the thumbnailer that is installed with the program.
 class DesktopWorkspace : public Workspace {
 public:
-    explicit DesktopWorkspace(SessionBus& bus,
-                              const WorkspaceFolders& folders = WorkspaceFolders::ofUser());
-    DesktopWorkspace(SessionBus& bus, const WorkspaceFolders& folders,
+    /// `helpers`, a queue with several threads, does a part of `prepareIcon`. It must outlive the
+    /// workspace.
+    DesktopWorkspace(SessionBus& bus, DispatchQueue& helpers,
+                     const WorkspaceFolders& folders = WorkspaceFolders::ofUser());
+    DesktopWorkspace(SessionBus& bus, DispatchQueue& helpers, const WorkspaceFolders& folders,
                      IconMetadata::Writer metadataWriter);
 
     std::shared_ptr<const PreparedIcon> prepareIcon(const Image& image) override;
@@ -60,6 +66,7 @@ private:
     void finish(const Target& target);
 
     SessionBus& bus_;
+    DispatchQueue& helpers_;
     IconStore store_;
     AppliedIcons applied_;
     ThumbnailCache thumbnails_;

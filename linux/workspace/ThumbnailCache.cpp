@@ -2,7 +2,13 @@
 
 #include <glib.h>
 
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+
 #include "base/graphics/ImageScaling.h"
+#include "base/work/DispatchQueue.h"
 #include "linux/files/FreeSpace.h"
 #include "linux/files/WholeFile.h"
 #include "linux/glib/GLibHandles.h"
@@ -20,6 +26,26 @@ BitmapImageRep stretched(const BitmapImageRep& bitmap, int edge) {
     return fits ? bitmap : scaled(bitmap, edge, edge);
 }
 
+/// The two smaller pictures of an icon. The first thread that calls `encode` makes them, and others
+/// wait for it.
+struct SmallPictures {
+    explicit SmallPictures(BitmapImageRep full) : source(std::move(full)) {}
+
+    void encode() {
+        std::call_once(once, [this] {
+            large = encodedPNG(scaled(*source, IconPictures::largeEdge, IconPictures::largeEdge));
+            normal =
+                encodedPNG(scaled(*source, IconPictures::normalEdge, IconPictures::normalEdge));
+            source.reset();
+        });
+    }
+
+    std::once_flag once;
+    std::optional<BitmapImageRep> source;
+    std::string large;
+    std::string normal;
+};
+
 bool makeFolder(const std::string& folder) {
     return g_mkdir_with_parents(folder.c_str(), folderMode) == 0;
 }
@@ -31,11 +57,13 @@ std::string fileName(const std::string& uri) {
 
 }  // namespace
 
-IconPictures encodedPictures(const BitmapImageRep& bitmap) {
-    const BitmapImageRep full = stretched(bitmap, IconPictures::fullEdge);
-    return {encodedPNG(full),
-            encodedPNG(scaled(full, IconPictures::largeEdge, IconPictures::largeEdge)),
-            encodedPNG(scaled(full, IconPictures::normalEdge, IconPictures::normalEdge))};
+IconPictures encodedPictures(const BitmapImageRep& bitmap, DispatchQueue& helpers) {
+    const auto small = std::make_shared<SmallPictures>(stretched(bitmap, IconPictures::fullEdge));
+    const BitmapImageRep full = *small->source;
+    helpers.async([small] { small->encode(); });
+    std::string picture = encodedPNG(full);
+    small->encode();
+    return {std::move(picture), std::move(small->large), std::move(small->normal)};
 }
 
 bool ThumbnailCache::write(const IconPictures& pictures, const ThumbnailSubject& subject) const {

@@ -6,6 +6,10 @@
 
 #include "base/graphics/BitmapImageRep.h"
 
+namespace glintmark {
+class DispatchQueue;
+}  // namespace glintmark
+
 namespace glintmark::platform {
 
 /// One icon as PNG files of three sizes, for any number of files.
@@ -19,8 +23,9 @@ struct IconPictures {
     std::string normal;
 };
 
-/// Encodes `bitmap`, stretched to each of the three sizes.
-IconPictures encodedPictures(const BitmapImageRep& bitmap);
+/// Encodes `bitmap`, stretched to each of the three sizes. `helpers` encodes the two small ones
+/// meanwhile if it has a free thread. Its work owns what it needs.
+IconPictures encodedPictures(const BitmapImageRep& bitmap, DispatchQueue& helpers);
 
 /// The facts about its file that a thumbnail records. Readers ignore a thumbnail that is out of
 /// date.

@@ -71,12 +71,13 @@ protected:
 private:
     platform::PrivateBus noBus_{platform::PrivateBus::Begin::stopped};
     platform::SessionBus bus_;
+    doubles::Fakes fakes_;
     platform::DesktopWorkspace workspace_{
         bus_,
+        fakes_.queues.background(),
         {folder_ / "home", folder_ / "data", folder_ / "cache"},
         [](const std::string&, const std::string&) { return true; }};
     platform::PosixFileManager fileManager_;
-    doubles::Fakes fakes_;
     platform::Services services_ =
         fakes_.servicesWith({.fileManager = &fileManager_, .workspace = &workspace_});
     platform::ServicesScope scope_{services_};

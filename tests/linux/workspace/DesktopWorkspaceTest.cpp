@@ -14,6 +14,7 @@
 
 #include "linux/files/FileURI.h"
 #include "linux/files/PosixFileManager.h"
+#include "linux/queues/ThreadPoolQueue.h"
 #include "linux/workspace/DesktopWorkspace.h"
 #include "tests/linux/FakePeer.h"
 #include "tests/linux/MainLoop.h"
@@ -55,7 +56,7 @@ protected:
 
     void makeWorkspace(IconMetadata::Writer writer) {
         const WorkspaceFolders folders{folder_ / "home", folder_ / "data", folder_ / "cache"};
-        workspace_ = std::make_unique<DesktopWorkspace>(bus_, folders, std::move(writer));
+        workspace_ = std::make_unique<DesktopWorkspace>(bus_, helpers_, folders, std::move(writer));
     }
 
     std::string makeLink(const std::string& name) const {
@@ -96,6 +97,7 @@ protected:
     test::TemporaryDirectory folder_;
     PrivateBus daemon_;
     SessionBus bus_;
+    ThreadPoolQueue helpers_{"helpers", 2};
     std::vector<std::string> metadata_;
     struct timespec seenTime_ {};
     std::atomic<int> answers_ = 0;

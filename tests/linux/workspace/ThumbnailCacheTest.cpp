@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "base/work/DispatchQueue.h"
 #include "linux/glib/GLibHandles.h"
 #include "linux/workspace/ThumbnailCache.h"
 #include "tests/linux/PNGReading.h"
@@ -29,6 +30,27 @@ std::string fileNameOf(const std::string& uri) {
     return std::string(digits.get()) + ".png";
 }
 
+/// Helpers that do all work before `async` returns, or none.
+class Helpers final : public DispatchQueue {
+public:
+    explicit Helpers(bool areFree) : areFree_(areFree) {}
+
+    void async(Work work) override {
+        if (areFree_) {
+            work();
+        }
+    }
+    void asyncAfter(std::chrono::nanoseconds /*delay*/, Work /*work*/) override {}
+
+private:
+    bool areFree_;
+};
+
+IconPictures picturesOf(const BitmapImageRep& bitmap, bool helpersAreFree = false) {
+    Helpers helpers(helpersAreFree);
+    return encodedPictures(bitmap, helpers);
+}
+
 struct SizeCase {
     const char* folder;
     int edge;
@@ -40,7 +62,7 @@ TEST(ThumbnailCacheTest, WritesEverySizeUnderTheNameOfTheURI) {
     // The address and its name are the example of the Thumbnail Managing Standard.
     const ThumbnailSubject subject{"file:///home/jens/photos/me.png", "1700000000", 321,
                                    "application/x-webloc"};
-    ASSERT_TRUE(cache.write(encodedPictures(square(512, 10, 200, 30)), subject));
+    ASSERT_TRUE(cache.write(picturesOf(square(512, 10, 200, 30)), subject));
     EXPECT_EQ(modeOf(folder / "thumbnails"), 0700U);
     for (const SizeCase size : {SizeCase{"normal", 128}, SizeCase{"large", 256},
                                 SizeCase{"x-large", 512}, SizeCase{"xx-large", 512}}) {
@@ -69,8 +91,7 @@ TEST(ThumbnailCacheTest, TheTwoLargestSizesShareOneFile) {
     const std::string largest = folder / "thumbnails/xx-large/" + name;
     for (const std::uint8_t red :
          {std::uint8_t{10}, std::uint8_t{20}}) {  // the second time over the first
-        ASSERT_TRUE(
-            cache.write(encodedPictures(square(512, red, 2, 3)), {"file:///a", "1", 1, "a/b"}));
+        ASSERT_TRUE(cache.write(picturesOf(square(512, red, 2, 3)), {"file:///a", "1", 1, "a/b"}));
         EXPECT_TRUE(std::filesystem::equivalent(large, largest));
         EXPECT_EQ(readPNG(test::wholeFile(largest)).pixels[0], red);
     }
@@ -86,25 +107,32 @@ TEST(ThumbnailCacheTest, SizesOnDifferentFileSystemsAreWrittenTwice) {
     folder.createDirectories("thumbnails/xx-large");
     test::withMount(folder / "thumbnails/xx-large", "tmpfs", nullptr, [&] {
         const ThumbnailCache cache(folder.path());
-        ASSERT_TRUE(
-            cache.write(encodedPictures(square(512, 1, 2, 3)), {"file:///a", "1", 1, "a/b"}));
+        ASSERT_TRUE(cache.write(picturesOf(square(512, 1, 2, 3)), {"file:///a", "1", 1, "a/b"}));
         const std::string file = "thumbnails/xx-large/" + fileNameOf("file:///a");
         EXPECT_EQ(readPNG(folder.read(file)).width, 512);
     });
 }
 
 TEST(ThumbnailCacheTest, APictureOfAnotherSizeIsStretched) {
-    const IconPictures pictures = encodedPictures(square(48, 1, 2, 3));
+    const IconPictures pictures = picturesOf(square(48, 1, 2, 3));
     EXPECT_EQ(readPNG(pictures.full).width, 512);
     EXPECT_EQ(readPNG(pictures.large).width, 256);
     EXPECT_EQ(readPNG(pictures.normal).width, 128);
+}
+
+TEST(ThumbnailCacheTest, ThePicturesAreTheSameWhetherAThreadIsFreeOrNot) {
+    const IconPictures alone = picturesOf(square(300, 1, 2, 3), false);
+    const IconPictures helped = picturesOf(square(300, 1, 2, 3), true);
+    EXPECT_EQ(helped.full, alone.full);
+    EXPECT_EQ(helped.large, alone.large);
+    EXPECT_EQ(helped.normal, alone.normal);
 }
 
 TEST(ThumbnailCacheTest, AFolderThatCannotBeMadeIsAFailure) {
     const test::TemporaryDirectory folder;
     folder.write("thumbnails", "a file where the folder should be");
     const ThumbnailCache cache(folder.path());
-    EXPECT_FALSE(cache.write(encodedPictures(square(512, 1, 2, 3)), {"file:///a", "1", 1, "a/b"}));
+    EXPECT_FALSE(cache.write(picturesOf(square(512, 1, 2, 3)), {"file:///a", "1", 1, "a/b"}));
 }
 
 }  // namespace
