@@ -210,10 +210,11 @@ def seconds_of_answers(server):
 def measure_alone(executable, links, server, figures):
     """One link after the other: the time beyond the program's delays and the site's answers."""
     taken, answers = [], []
-    with desktop_session(server) as session:
+    with contextlib.ExitStack() as stack:
+        session = stack.enter_context(desktop_session(server))
         Program(session, executable).start().wait_until_started()
         # Only what is new is read each time: the program needs both processors.
-        log = open(session.logs / "glintmark.log", encoding="utf-8")
+        log = stack.enter_context(open(session.logs / "glintmark.log", encoding="utf-8"))
         started = time.monotonic()
         for number in range(links):
             # A poll that came first would find the file before the fixed delays are over. Polls

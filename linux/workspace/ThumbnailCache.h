@@ -23,8 +23,8 @@ struct IconPictures {
     std::string normal;
 };
 
-/// Encodes `bitmap`, stretched to each of the three sizes. `helpers` encodes the two small ones
-/// meanwhile if it has a free thread. Its work owns what it needs.
+/// Encodes `bitmap`, stretched to each of the three sizes. If `helpers` has a free thread, it
+/// encodes the two small ones meanwhile. The work that it gets owns its data and may be dropped.
 IconPictures encodedPictures(const BitmapImageRep& bitmap, DispatchQueue& helpers);
 
 /// The facts about its file that a thumbnail records. Readers ignore a thumbnail that is out of

@@ -42,7 +42,7 @@ def text_on_screen(session, text):
 
 
 def environment_of(view):
-    """KDE's programs find no others without the menu of Plasma 6, whose name its start sets."""
+    """On Plasma 6, KDE's programs find other programs only through the menu that is named here."""
     variables = {"XDG_CURRENT_DESKTOP": view.desktop}
     if view.desktop == KDE["XDG_CURRENT_DESKTOP"] and KDE_VERSION == "6":
         variables["XDG_MENU_PREFIX"] = "plasma-"

@@ -158,7 +158,7 @@ class InstallTest(unittest.TestCase):
         cache.unlink()
         # Without a choice of the user, the first of a type is its default.
         self.assertIn("application/x-webloc=com.quorvel.Glintmark.Open.desktop;", text)
-        # Plasma 6 knows no order, so it must see one only.
+        # Plasma 6 ignores InitialPreference: it may see only one program for the type.
         rival = applications / "com.quorvel.Glintmark.SetIcon.desktop"
         self.assertIn("\nNotShowIn=KDE;\n", rival.read_text())
 
