@@ -94,7 +94,7 @@ TEST_F(FileWatcherSilentMountTest, AWatchedFolderThatDoesNotAnswerIsTakenUpLater
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(pollsGoOn(*watcher));
     }
-    EXPECT_LE(threadsNamed(listingThread), 2U);  // one for each folder
+    EXPECT_TRUE(waitUntil([] { return threadsNamed(listingThread) <= 2; }));  // one for each folder
 
     mount().answer();
     ASSERT_TRUE(waitUntil([] { return threadsNamed(listingThread) == 0; }));
@@ -112,7 +112,7 @@ TEST_F(FileWatcherSilentMountTest, EachNewWatcherWaitsForTheSameListing) {
         watcher->stop();
         platform::runPending();
     }
-    EXPECT_EQ(threadsNamed(listingThread), 1U);
+    EXPECT_TRUE(waitUntil([] { return threadsNamed(listingThread) == 1; }));
     EXPECT_LE(mount().hanging(), 3U);  // those of the two streams, and one listing
 }
 

@@ -30,7 +30,7 @@ TEST_F(CurlURLSessionLifeTest, HasNoThreadBeforeTheFirstRequest) {
     letSessionRunOnce();
     EXPECT_EQ(threadsOfSessions(), 1U);
     endSession();
-    EXPECT_EQ(threadsOfSessions(), 0U);
+    EXPECT_TRUE(waitFor([] { return threadsOfSessions() == 0; }));
 }
 
 TEST_F(CurlURLSessionLifeTest, PreparingStartsTheThreadUntilTheIdleTimeout) {
