@@ -141,6 +141,9 @@ CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd extra[], unsigned count, int
                           int* ready) {
     return REAL(curl_multi_poll)(multi, extra, count, milliseconds, ready);
 }
+CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds) {
+    return REAL(curl_multi_timeout)(multi, milliseconds);
+}
 CURLMcode curl_multi_wakeup(CURLM* multi) { return REAL(curl_multi_wakeup)(multi); }
 
 CURLSH* curl_share_init() { return REAL(curl_share_init)(); }

@@ -141,9 +141,11 @@ CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
     // use.
     setCurlOption<CURLMOPT_MAXCONNECTS>(
         multi_.get(), connectionsPerTransfer * static_cast<long>(running_.size()));
-    int stillRunning = 0;
-    curl_multi_perform(multi_.get(), &stillRunning);
-    releaseWaiting();
+    if (std::exchange(mayPerform_, true)) {
+        int stillRunning = 0;
+        curl_multi_perform(multi_.get(), &stillRunning);
+        releaseWaiting();
+    }
     Transfers ended = std::exchange(ended_, {});
     collectFinished(ended);
     endTimedOut(ended);
@@ -179,6 +181,7 @@ void CurlLoop::startTransfers() {
         CURL* handle = (*transfer)->beginHop(budget_, openSockets_, authorities_);
         curl_multi_add_handle(multi_.get(), handle);
         running_.push_back({std::move(*transfer), handle});
+        mayPerform_ = true;
     }
 }
 
@@ -244,7 +247,7 @@ std::size_t CurlLoop::find(const CURL* handle) const {
     return static_cast<std::size_t>(found - running_.begin());
 }
 
-void CurlLoop::wait(TransferClock::Time latest) {
+void CurlLoop::wait(TransferClock::Time latest, std::span<pollfd> others) {
     for (const Running& running : running_) {
         latest = std::min(latest, running.transfer->deadline());
     }
@@ -262,7 +265,23 @@ void CurlLoop::wait(TransferClock::Time latest) {
     // Rounded up: rounded down, the loop would spin through the last fraction of a millisecond.
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(
         std::min<std::chrono::nanoseconds>(latest - now, maximumWait));
-    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(left.count()), nullptr);
+    std::vector<curl_waitfd> watched;
+    for (const pollfd& other : others) {
+        watched.push_back({other.fd, CURL_WAIT_POLLIN, 0});
+    }
+    int ready = 0;
+    curl_multi_poll(multi_.get(), watched.data(), static_cast<unsigned>(watched.size()),
+                    static_cast<int>(left.count()), &ready);
+    int othersReady = 0;
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        const bool isReadable = (watched[i].revents & CURL_WAIT_POLLIN) != 0;
+        others[i].revents = isReadable ? POLLIN : 0;
+        othersReady += isReadable ? 1 : 0;
+    }
+    // libcurl would look at each transfer, with a system call for each.
+    long milliseconds = 0;
+    curl_multi_timeout(multi_.get(), &milliseconds);
+    mayPerform_ = othersReady == 0 || othersReady < ready || milliseconds == 0;
 }
 
 void CurlLoop::wake() { curl_multi_wakeup(multi_.get()); }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <poll.h>
+
 #include <memory>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -37,8 +40,9 @@ public:
     /// transfers start only if `mayStart`.
     Transfers runOnce(bool mayStart);
 
-    /// Waits until there is work, at most until `latest`.
-    void wait(TransferClock::Time latest);
+    /// Waits until there is work, at most until `latest`. Also ends when one of `others` is
+    /// readable, and then notes that there; see poll(2).
+    void wait(TransferClock::Time latest, std::span<pollfd> others);
 
     void wake();  ///< Ends the running `wait`, or the next one if none runs. Any thread.
 
@@ -88,6 +92,8 @@ private:
         CURL* handle;
     };
     std::vector<Running> running_;
+    bool mayPerform_ =
+        true;  ///< False if nothing has happened to any transfer since the last turn.
 };
 
 }  // namespace glintmark::platform

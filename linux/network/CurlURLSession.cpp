@@ -2,9 +2,12 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -49,6 +52,8 @@ public:
 
     void prepare();
     void start(URLRequest request, Completion completion);
+    bool attach(std::shared_ptr<LoopSource> source);
+    void wake();
     void close();
 
 private:
@@ -62,7 +67,10 @@ private:
     bool startThread();
     void run();
     void serve();
-    bool takeNewRequests(CurlLoop& loop, bool& mayStart);
+    bool takeNews(CurlLoop& loop, bool& mayStart);
+    void dispatchSources();
+    void wait(CurlLoop& loop, TransferClock::Time latest);
+    void wakeLoop();
     bool stopIfDone();
     bool hasNewRequests();
     void finish(CurlTransfer& transfer);
@@ -77,6 +85,7 @@ private:
     // For the session's thread.
     NameLookUps names_;
     std::vector<std::unique_ptr<CurlTransfer>> ownRequests_;  ///< Started by completions.
+    std::vector<std::shared_ptr<LoopSource>> sources_;
 
     std::mutex mutex_;
     // The mutex guards the rest.
@@ -84,6 +93,7 @@ private:
     bool threadRuns_ = false;
     CurlLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
     std::vector<std::unique_ptr<CurlTransfer>> newRequests_;
+    std::vector<std::shared_ptr<LoopSource>> newSources_;
     std::size_t deliveredBytes_ = 0;  ///< Bodies whose completions have not returned.
 };
 
@@ -101,6 +111,12 @@ void CurlURLSession::prepare() { worker_->prepare(); }
 void CurlURLSession::startDataTask(URLRequest request, Completion completion) {
     worker_->start(std::move(request), std::move(completion));
 }
+
+bool CurlURLSession::attach(std::shared_ptr<LoopSource> source) {
+    return worker_->attach(std::move(source));
+}
+
+void CurlURLSession::wake() { worker_->wake(); }
 
 void CurlURLSession::Worker::prepare() {
     const std::lock_guard lock(mutex_);
@@ -124,14 +140,38 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion) {
         const std::lock_guard lock(mutex_);
         if (threadRuns_ || startThread()) {
             newRequests_.push_back(std::move(transfer));
-            if (loop_ != nullptr && newRequests_.size() == 1) {
-                loop_->wake();
+            if (newRequests_.size() == 1) {
+                wakeLoop();
             }
             return;
         }
     }
     transfer->refuse("No thread can be started.");
     submit(deliveryOf(*transfer));
+}
+
+bool CurlURLSession::Worker::attach(std::shared_ptr<LoopSource> source) {
+    const std::lock_guard lock(mutex_);
+    if (closed_ || !(threadRuns_ || startThread())) {
+        return false;
+    }
+    newSources_.push_back(std::move(source));
+    wakeLoop();
+    return true;
+}
+
+void CurlURLSession::Worker::wake() {
+    if (workerOfThisThread != this) {  // else each source gets a turn before the next wait
+        const std::lock_guard lock(mutex_);
+        wakeLoop();
+    }
+}
+
+/// The mutex must be locked.
+void CurlURLSession::Worker::wakeLoop() {
+    if (loop_ != nullptr) {
+        loop_->wake();
+    }
 }
 
 bool CurlURLSession::Worker::startThread() {
@@ -155,11 +195,12 @@ void CurlURLSession::Worker::serve() {
     CurlLoop loop(options_, names_);
     auto idleUntil = options_.now() + options_.idleTimeout;
     bool mayStart = true;
-    while (takeNewRequests(loop, mayStart)) {
+    while (takeNews(loop, mayStart)) {
         for (const auto& transfer : loop.runOnce(mayStart)) {
             finish(*transfer);
             idleUntil = options_.now() + options_.idleTimeout;
         }
+        dispatchSources();
         if (hasNewRequests()) {
             continue;
         }
@@ -167,10 +208,10 @@ void CurlURLSession::Worker::serve() {
         if (!loop.idle()) {
             idleUntil = now + options_.idleTimeout;
             if (!mayStart || !loop.canStart()) {
-                loop.wait(TransferClock::Time::max());
+                wait(loop, TransferClock::Time::max());
             }
         } else if (now < idleUntil) {
-            loop.wait(idleUntil);
+            wait(loop, idleUntil);
         } else {
             break;
         }
@@ -179,8 +220,8 @@ void CurlURLSession::Worker::serve() {
     loop_ = nullptr;
 }
 
-/// Moves the new requests into `loop`. False if the session is closed.
-bool CurlURLSession::Worker::takeNewRequests(CurlLoop& loop, bool& mayStart) {
+/// Moves the new requests into `loop` and takes the new sources. False if the session is closed.
+bool CurlURLSession::Worker::takeNews(CurlLoop& loop, bool& mayStart) {
     std::vector<std::unique_ptr<CurlTransfer>> taken;
     {
         const std::lock_guard lock(mutex_);
@@ -189,6 +230,7 @@ bool CurlURLSession::Worker::takeNewRequests(CurlLoop& loop, bool& mayStart) {
         }
         loop_ = &loop;
         taken.swap(newRequests_);
+        std::ranges::move(std::exchange(newSources_, {}), std::back_inserter(sources_));
         mayStart = deliveredBytes_ <= options_.maximumDeliveredBytes;
     }
     for (auto& transfer : taken) {
@@ -200,13 +242,33 @@ bool CurlURLSession::Worker::takeNewRequests(CurlLoop& loop, bool& mayStart) {
     return true;
 }
 
-/// Marks the thread as ended and returns true if the session is closed or there is no new request.
+void CurlURLSession::Worker::dispatchSources() {
+    std::erase_if(sources_, [](const auto& source) { return !source->dispatch(); });
+}
+
+void CurlURLSession::Worker::wait(CurlLoop& loop, TransferClock::Time latest) {
+    std::vector<pollfd> watched;
+    std::vector<std::size_t> ends;
+    for (const auto& source : sources_) {
+        latest = std::min(latest, source->prepare(watched));
+        ends.push_back(watched.size());
+    }
+    loop.wait(latest, watched);
+    std::size_t begin = 0;
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+        sources_[i]->check(std::span(watched).subspan(begin, ends[i] - begin));
+        begin = ends[i];
+    }
+}
+
+/// Marks the thread as ended and returns true if the session is closed or has nothing to do.
 bool CurlURLSession::Worker::stopIfDone() {
     malloc_trim(0);  // returns the memory of the connections, certificates and bodies
     const std::lock_guard lock(mutex_);
-    if (!closed_ && !newRequests_.empty()) {
+    if (!closed_ && !(newRequests_.empty() && newSources_.empty() && sources_.empty())) {
         return false;
     }
+    sources_.clear();
     threadRuns_ = false;
     return true;
 }
@@ -266,9 +328,7 @@ void CurlURLSession::Worker::close() {
     {
         const std::lock_guard lock(mutex_);
         closed_ = true;
-        if (loop_ != nullptr) {
-            loop_->wake();
-        }
+        wakeLoop();
         thread = std::move(thread_);
     }
     completions_.close();

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "linux/network/AddressRules.h"
+#include "linux/queues/LoopSource.h"
 #include "platform/URLSession.h"
 
 namespace glintmark {
@@ -56,10 +57,13 @@ struct CurlURLSessionOptions {
 /// first request. It ends, and the connections close, after the idle timeout, so that an idle
 /// program pays nothing. Cookies and TLS tickets belong to the request's group.
 ///
+/// Other work can take turns with the transfers on that thread. It keeps the thread, but not the
+/// connections.
+///
 /// Memory is limited. A queued request holds only its texts. If all unfinished bodies together
 /// exceed their maximum, the largest fails. While the bodies of completions that have not returned
 /// exceed theirs, no further transfer starts.
-class CurlURLSession final : public URLSession {
+class CurlURLSession final : public URLSession, public SourceLoop {
 public:
     /// Completions with bodies over 64 KiB run on `completionQueue`, which must outlive the
     /// session, unless their request says that they are quick. All others run on the session's
@@ -76,6 +80,10 @@ public:
     std::shared_ptr<URLTaskGroup> makeTaskGroup(const std::string& host) override;
     void prepare() override;  ///< Starts the thread, which loads libcurl.
     void startDataTask(URLRequest request, Completion completion) override;
+
+    /// `source` must have ended before the session is destroyed, or is dropped then.
+    bool attach(std::shared_ptr<LoopSource> source) override;
+    void wake() override;
 
 private:
     class Worker;
