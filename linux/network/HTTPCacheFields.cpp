@@ -98,8 +98,8 @@ seconds freshnessLifetime(const std::vector<CacheDirective>& directives,
         return *maximumAge;
     }
     const auto expires = httpDate(fields.expires);
-    const auto date = httpDate(fields.date);
-    return expires && date ? std::min<seconds>(*expires - *date, maximumSeconds) : seconds(0);
+    const auto date = expires ? httpDate(fields.date) : std::nullopt;
+    return date ? std::min<seconds>(*expires - *date, maximumSeconds) : seconds(0);
 }
 
 /// RFC 9111, section 5.1: the first of several; zero if it is not valid.
