@@ -28,8 +28,8 @@ public:
     /// Watches the folders. `wait()` walks their trees.
     void begin();
 
-    /// Sleeps until an event arrives, `descriptor` becomes readable or `end` is reached; then
-    /// handles the events. Without `end` there is no timeout. While there are directories to walk,
+    /// Sleeps until an event arrives, `descriptor` becomes readable or `end` is near; then handles
+    /// the events. Without `end` there is no timeout. While there are directories to walk,
     /// walks some of them instead of sleeping. After events in the trees it lets the next ones
     /// gather, so that a busy folder wakes the thread only `1 s / gatheringTime` times a second.
     void wait(int descriptor, std::optional<Clock::time_point> end);
