@@ -105,13 +105,13 @@ struct LinuxPlatform {
     platform::GLibTimers timers;
     platform::LinuxDispatchQueues dispatchQueues{&log};
     platform::InotifyEventStreamFactory eventStreams{log};
-    platform::SandboxedImageDecoder imageDecoder{
-        platform::imageDecoderPath(GLINTMARK_LIBEXEC_FROM_PROGRAM),
-        dispatchQueues.global(platform::QualityOfService::userInitiated),
-        {.logDebug = [this](std::string_view line) { log.debug(line); }}};
     platform::CurlURLSession urlSession{
         dispatchQueues.global(platform::QualityOfService::userInitiated),
         {.version = GLINTMARK_VERSION, .log = &log}};
+    platform::SandboxedImageDecoder imageDecoder{
+        platform::imageDecoderPath(GLINTMARK_LIBEXEC_FROM_PROGRAM),
+        urlSession,
+        {.logDebug = [this](std::string_view line) { log.debug(line); }}};
     platform::StatusNotifierBar statusBar{bus};
     platform::PortalOpenPanel openPanel{bus, loops};
     platform::FreedesktopNotifications notifications{bus, notificationIcon()};

@@ -18,6 +18,7 @@
 #include "base/graphics/Image.h"
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "linux/network/CurlURLSession.h"
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/doubles/InProcessImageDecoder.h"
 #include "tests/support/DecodeAndWait.h"
@@ -88,7 +89,8 @@ Cost memoryToDecode(const Names& names) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // this process then reaps the helper and gets its figures
     {
         platform::ThreadPoolQueue completions("completions", 1);
-        platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, completions);
+        platform::CurlURLSession session(completions, {.version = "bench"});
+        platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, session);
         std::vector<std::thread> callers;
         for (int caller = 0; caller < callersAtOnce; ++caller) {
             callers.emplace_back([&] {

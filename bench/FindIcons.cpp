@@ -223,10 +223,9 @@ void findAll(bool withBareLoop) {
     const platform::Configuration settings{"", ""};
     platform::LinuxDispatchQueues queues;
     platform::PosixFileManager files;
-    platform::SandboxedImageDecoder decoder(
-        GLINTMARK_IMAGE_DECODER, queues.global(platform::QualityOfService::userInitiated));
     platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
                                      sessionOptions());
+    platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, session);
     BareLoop bare;
     std::string link;
     while (std::getline(std::cin, link)) {

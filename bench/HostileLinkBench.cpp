@@ -24,6 +24,7 @@
 #include "bench/Figures.h"
 #include "linux/images/PNGWriter.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "linux/network/CurlURLSession.h"
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/support/DecodeAndWait.h"
 #include "tests/support/WholeFile.h"
@@ -116,7 +117,8 @@ struct Result {
 Result run(int hostileLinks, const std::string& hostile, const std::string& honest) {
     Result result;
     platform::ThreadPoolQueue completions("completions", 1);
-    platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, completions);
+    platform::CurlURLSession session(completions, {.version = "bench"});
+    platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, session);
     test::decodeAndWait(decoder, honest);  // starts the helper
     const MemoryWatch memory;
     const auto begin = Clock::now();

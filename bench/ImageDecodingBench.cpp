@@ -23,6 +23,7 @@
 #include "base/graphics/ImageScaling.h"
 #include "bench/Figures.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "linux/network/CurlURLSession.h"
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/doubles/InProcessImageDecoder.h"
 #include "tests/support/DecodeAndWait.h"
@@ -114,7 +115,8 @@ struct Way {
 
 void measure(const Kind& kind, int links, bench::Figures& figures) {
     static platform::ThreadPoolQueue completions("completions", 1);
-    static platform::SandboxedImageDecoder sandboxed(GLINTMARK_IMAGE_DECODER, completions);
+    static platform::CurlURLSession session(completions, {.version = "bench"});
+    static platform::SandboxedImageDecoder sandboxed(GLINTMARK_IMAGE_DECODER, session);
     static doubles::InProcessImageDecoder inProcess;
     std::array ways{Way{"glintmark", &sandboxed}, Way{"unboxed", &inProcess},
                     Way{"gdk-pixbuf", nullptr}};

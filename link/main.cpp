@@ -133,11 +133,10 @@ struct LinkPlatform {
     platform::SyslogLog log{noDescriptor};
     platform::PosixFileManager fileManager;
     platform::LinuxDispatchQueues dispatchQueues{&log};
-    platform::SandboxedImageDecoder imageDecoder{
-        platform::imageDecoderPath(GLINTMARK_LIBEXEC_FROM_PROGRAM),
-        dispatchQueues.global(platform::QualityOfService::userInitiated)};
     platform::CurlURLSession urlSession{
         dispatchQueues.global(platform::QualityOfService::userInitiated), sessionOptions()};
+    platform::SandboxedImageDecoder imageDecoder{
+        platform::imageDecoderPath(GLINTMARK_LIBEXEC_FROM_PROGRAM), urlSession};
 
     platform::Services services(platform::Workspace& workspace, platform::URLSession& session,
                                 platform::ImageDecoder& decoder) {

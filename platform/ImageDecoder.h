@@ -30,7 +30,7 @@ public:
     virtual std::shared_ptr<ImageBatch> makeBatch() = 0;
 
     /// Decodes `data`, an image of `batch`, which must not be null. `completion` is called exactly
-    /// once, on any thread, possibly before this returns. It may take its time.
+    /// once, on any thread, possibly before this returns. It must return soon: other work waits.
     virtual void decode(std::string data, const std::shared_ptr<ImageBatch>& batch,
                         Completion completion) = 0;
 };

@@ -28,8 +28,9 @@ struct DecoderChild {
     std::optional<DecodeTask> task{};    ///< The image under way.
     Clock::time_point deadline = Clock::time_point::max();  ///< Of the image, or of its end.
     Clock::time_point lastUse{};
-    bool hasAsked = false;  ///< For room, for this image.
-    bool isEnding = false;  ///< The helper was told to kill it.
+    bool isReadable = false;  ///< The channel.
+    bool hasAsked = false;    ///< For room, for this image.
+    bool isEnding = false;    ///< The helper was told to kill it.
     std::optional<std::int32_t> refusedCall{};
 
     bool isIdle() const { return link != nullptr && !task && !isEnding && channel; }

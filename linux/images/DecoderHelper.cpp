@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -53,24 +54,12 @@ std::optional<pid_t> spawn(const std::string& path, int socket) {
     return error == 0 ? std::optional(pid) : std::nullopt;
 }
 
-/// Reaps the started process, which forks the helper and exits at once. The program never has to
-/// reap the helper itself. False if the fork failed.
-bool startedHelper(pid_t pid) {
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return errno == ECHILD;  // reaped by the kernel if SIGCHLD is ignored
-        }
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 }  // namespace
 
 DecoderHelper::DecoderHelper(std::string path)
     : path_(std::move(path)), executable_(open(path_.c_str(), O_PATH | O_CLOEXEC)) {}
 
-FileDescriptor DecoderHelper::start() const {
+FileDescriptor DecoderHelper::start() {
     decoder::SocketPair sockets;
     if (!sockets.ours) {
         return {};
@@ -83,7 +72,22 @@ FileDescriptor DecoderHelper::start() const {
     if (!pid) {
         pid = spawn(path_, sockets.theirs.get());
     }
-    return pid && startedHelper(*pid) ? std::move(sockets.ours) : FileDescriptor();
+    if (!pid) {
+        return {};
+    }
+    starter_ = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, *pid, 0)));
+    return std::move(sockets.ours);
+}
+
+void DecoderHelper::endStart() {
+    if (const FileDescriptor starter = std::move(starter_)) {
+        // It has forked the helper and exits, or it hangs.
+        syscall(SYS_pidfd_send_signal, starter.get(), SIGKILL, nullptr, 0);
+        siginfo_t ignored{};
+        while (waitid(P_PIDFD, static_cast<id_t>(starter.get()), &ignored, WEXITED) != 0 &&
+               errno == EINTR) {
+        }
+    }
 }
 
 }  // namespace glintmark::platform

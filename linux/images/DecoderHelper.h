@@ -14,12 +14,18 @@ public:
     explicit DecoderHelper(std::string path);
 
     /// Starts a process and returns the socket that is connected with it. The process ends when the
-    /// socket is closed. Empty on failure.
-    FileDescriptor start() const;
+    /// socket is closed. Empty on failure. Does not wait until the process is ready: if it fails
+    /// to start, the other end of the socket is closed. `endStart` must follow.
+    FileDescriptor start();
+
+    /// The process is forked by another one, so that the program never has to reap it. Reaps that
+    /// other one, after the first message has come from the process or when it is given up.
+    void endStart();
 
 private:
     std::string path_;
     FileDescriptor executable_;
+    FileDescriptor starter_;  ///< Of the other process; see pidfd_open(2). Empty if it is reaped.
 };
 
 }  // namespace glintmark::platform

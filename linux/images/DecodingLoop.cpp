@@ -1,9 +1,6 @@
 #include "linux/images/DecodingLoop.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -36,24 +33,19 @@ bool isCrash(int waitStatus) {
            WTERMSIG(waitStatus) != SIGXCPU;
 }
 
-int millisecondsUntil(DecodingLoop::Clock::time_point when) {
-    if (when == DecodingLoop::Clock::time_point::max()) {
-        return -1;
-    }
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(when - DecodingLoop::Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
-}
-
 }  // namespace
 
-DecodingLoop::DecodingLoop(const DecoderHelper& executable, const DecodingOptions& options,
+DecodingLoop::DecodingLoop(DecoderHelper& executable, const DecodingOptions& options,
                            RestartPause& pause)
     : executable_(executable),
       options_(options),
       pause_(pause),
-      wakeUp_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       queue_(options.maximumWaitingBytes) {}
+
+DecodingLoop::~DecodingLoop() {
+    helper_ = {};
+    executable_.endStart();
+}
 
 void DecodingLoop::add(DecodeTask task) {
     if (task.data.empty() || task.link->isRefused()) {
@@ -85,18 +77,25 @@ void DecodingLoop::endLink(const std::shared_ptr<DecodeLink>& link) {
 }
 
 std::vector<DecodingLoop::Finished> DecodingLoop::runOnce() {
-    // Answers first: a child may end right after its last one.
-    readAnswers();
-    readNotices();
+    // Answers first: a child may end right after its last one. What is not read now makes the
+    // descriptor readable again.
+    for (const auto& child : children_) {
+        if (std::exchange(child->isReadable, false)) {
+            readAnswer(*child);
+        }
+    }
+    if (std::exchange(isHelperReadable_, false)) {
+        readNotice();
+    }
     killLate();
     startImages();
     return std::exchange(finished_, {});
 }
 
-void DecodingLoop::wait(Clock::time_point latest) {
+DecodingLoop::Clock::time_point DecodingLoop::prepare(std::vector<pollfd>& watched) {
     orderSpareIfNeeded();
-    std::vector<pollfd> watched{{wakeUp_.get(), POLLIN, 0}, {helper_.get(), POLLIN, 0}};
-    latest = std::min(latest, spareDeadline_);
+    watched.push_back({helper_.get(), POLLIN, 0});
+    Clock::time_point latest = spareDeadline_;
     if (!helper_ && !queue_.isEmpty()) {
         latest = std::min(latest, pause_.end());
     }
@@ -104,14 +103,14 @@ void DecodingLoop::wait(Clock::time_point latest) {
         latest = std::min(latest, child->deadline);
         watched.push_back({child->link != nullptr ? child->channel.get() : -1, POLLIN, 0});
     }
-    poll(watched.data(), watched.size(), millisecondsUntil(latest));
-    std::uint64_t ignored = 0;
-    [[maybe_unused]] const auto length = read(wakeUp_.get(), &ignored, sizeof ignored);
+    return latest;
 }
 
-void DecodingLoop::wake() const {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = write(wakeUp_.get(), &one, sizeof one);
+void DecodingLoop::check(std::span<const pollfd> watched) {
+    isHelperReadable_ = watched[0].revents != 0;
+    for (std::size_t i = 0; i < children_.size(); ++i) {
+        children_[i]->isReadable = watched[i + 1].revents != 0;
+    }
 }
 
 bool DecodingLoop::isIdle() const { return queue_.isEmpty() && running() == 0; }
@@ -155,6 +154,7 @@ bool DecodingLoop::startHelper() {
 /// Ends the helper, and with it all children. Their images are decoded again.
 void DecodingLoop::dropHelper() {
     helper_ = {};
+    executable_.endStart();
     spareDeadline_ = Clock::time_point::max();
     large_ = nullptr;
     for (const auto& child : std::exchange(children_, {})) {
@@ -198,21 +198,20 @@ void DecodingLoop::kill(DecoderChild& child) {
     }
 }
 
-void DecodingLoop::readNotices() {
-    while (helper_) {
-        HelperNotice notice;
-        decoder::NoticeDescriptors descriptors;
-        const auto length = decoder::receiveMessage(
-            helper_.get(), std::as_writable_bytes(std::span(&notice, 1)), descriptors);
-        if (!length) {
-            return;
-        }
-        if (*length != sizeof notice) {
-            helperDied();
-            return;
-        }
-        handle(notice, std::move(descriptors));
+void DecodingLoop::readNotice() {
+    HelperNotice notice;
+    decoder::NoticeDescriptors descriptors;
+    const auto length = decoder::receiveMessage(
+        helper_.get(), std::as_writable_bytes(std::span(&notice, 1)), descriptors);
+    if (!length) {
+        return;
     }
+    if (*length != sizeof notice) {
+        helperDied();
+        return;
+    }
+    executable_.endStart();
+    handle(notice, std::move(descriptors));
 }
 
 void DecodingLoop::handle(const HelperNotice& notice, decoder::NoticeDescriptors descriptors) {
@@ -244,7 +243,8 @@ void DecodingLoop::handle(const HelperNotice& notice, decoder::NoticeDescriptors
 
 /// The child has ended and holds no memory any more.
 void DecodingLoop::handleEnd(DecoderChild& ended, const HelperNotice& notice) {
-    readAnswer(ended);  // what it sent last
+    while (readAnswer(ended)) {  // what it sent last
+    }
     const auto position = std::ranges::find(children_, &ended, &std::unique_ptr<DecoderChild>::get);
     const std::unique_ptr<DecoderChild> child = std::move(*position);
     children_.erase(position);
@@ -293,39 +293,34 @@ void DecodingLoop::retryOrFail(DecodeTask task) {
 
 // ---- the children
 
-void DecodingLoop::readAnswers() {
-    for (const auto& child : children_) {
-        if (child->link != nullptr) {
-            readAnswer(*child);
-        }
+/// False if there was none.
+bool DecodingLoop::readAnswer(DecoderChild& child) {
+    if (!child.channel) {
+        return false;
     }
-}
-
-void DecodingLoop::readAnswer(DecoderChild& child) {
-    while (child.channel) {
-        std::array<std::byte, sizeof(DecodeAnswer)> bytes{};
-        decoder::NoticeDescriptors none;
-        const auto length = decoder::receiveMessage(child.channel.get(), bytes, none);
-        if (!length) {
-            return;
-        }
-        if (*length == 0) {
-            child.channel = {};  // the helper will report the child's end
-            return;
-        }
-        const auto answer =
-            decoder::parseAnswer({reinterpret_cast<const std::uint8_t*>(bytes.data()), *length});
-        if (answer && answer->status == DecodeAnswer::Status::refusedCall) {
-            child.refusedCall = answer->call;
-        } else if (!answer || !child.task || child.isEnding) {
-            child.channel = {};
-            kill(child);  // it did what no child does
-        } else if (answer->status == DecodeAnswer::Status::asksForRoom) {
-            handleRoomQuestion(child);
-        } else {
-            handleAnswer(child, *answer);
-        }
+    std::array<std::byte, sizeof(DecodeAnswer)> bytes{};
+    decoder::NoticeDescriptors none;
+    const auto length = decoder::receiveMessage(child.channel.get(), bytes, none);
+    if (!length) {
+        return false;
     }
+    if (*length == 0) {
+        child.channel = {};  // the helper will report the child's end
+        return false;
+    }
+    const auto answer =
+        decoder::parseAnswer({reinterpret_cast<const std::uint8_t*>(bytes.data()), *length});
+    if (answer && answer->status == DecodeAnswer::Status::refusedCall) {
+        child.refusedCall = answer->call;
+    } else if (!answer || !child.task || child.isEnding) {
+        child.channel = {};
+        kill(child);  // it did what no child does
+    } else if (answer->status == DecodeAnswer::Status::asksForRoom) {
+        handleRoomQuestion(child);
+    } else {
+        handleAnswer(child, *answer);
+    }
+    return true;
 }
 
 /// Room is refused while it is not free. Then the image waits until it is its turn.

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -34,7 +37,7 @@ struct DecodingOptions {
     std::function<void(std::string_view line)> logDebug = [](std::string_view) {};
 };
 
-/// The helper process, its children and the images that they decode. For one thread, except `wake`.
+/// The helper process, its children and the images that they decode. For one thread.
 ///
 /// Each link has at most one child. The memory of all children together is limited: there
 /// are at most six, or one with a large image and one other. A child keeps its place until
@@ -49,8 +52,8 @@ public:
     };
 
     /// `pause` outlives the loop and keeps the deaths of earlier ones.
-    DecodingLoop(const DecoderHelper& executable, const DecodingOptions& options,
-                 RestartPause& pause);
+    DecodingLoop(DecoderHelper& executable, const DecodingOptions& options, RestartPause& pause);
+    ~DecodingLoop();  ///< Ends the helper.
 
     DecodingLoop(const DecodingLoop&) = delete;
     DecodingLoop& operator=(const DecodingLoop&) = delete;
@@ -61,11 +64,11 @@ public:
     /// Does all work that needs no waiting. Returns the images that are done.
     std::vector<Finished> runOnce();
 
-    /// Waits until there is work, at most until `latest`. Before that it has the next link's child
-    /// prepared.
-    void wait(Clock::time_point latest);
+    /// Appends what to wait for, and returns until when. Has the next link's child prepared.
+    Clock::time_point prepare(std::vector<pollfd>& watched);
 
-    void wake() const;  ///< Ends the running `wait`, or the next one if none runs. Any thread.
+    /// Takes note of which descriptors of the last `prepare` are readable.
+    void check(std::span<const pollfd> watched);
 
     bool isIdle() const;  ///< No image waits or is under way.
 
@@ -85,14 +88,13 @@ private:
     void orderSpareIfNeeded();
     void kill(DecoderChild& child);
 
-    void readNotices();
+    void readNotice();
     void handle(const decoder::HelperNotice& notice, decoder::NoticeDescriptors descriptors);
     void handleEnd(DecoderChild& child, const decoder::HelperNotice& notice);
     void countCrash(const DecoderChild& child, int signal);
     void retryOrFail(DecodeTask task);
 
-    void readAnswers();
-    void readAnswer(DecoderChild& child);
+    bool readAnswer(DecoderChild& child);
     void handleRoomQuestion(DecoderChild& child);
     void handleAnswer(DecoderChild& child, const decoder::DecodeAnswer& answer);
     void killLate();
@@ -113,11 +115,11 @@ private:
     std::size_t smallChildren(const DecodeLink* except) const;
     std::size_t running() const;
 
-    const DecoderHelper& executable_;
+    DecoderHelper& executable_;
     const DecodingOptions& options_;
     RestartPause& pause_;
-    FileDescriptor wakeUp_;
-    FileDescriptor helper_;                                       // empty while there is no helper
+    FileDescriptor helper_;  // empty while there is no helper
+    bool isHelperReadable_ = false;
     Clock::time_point spareDeadline_ = Clock::time_point::max();  // max if none was ordered
     int crashes_ = 0;                                             // of this helper's children
     DecodeQueue queue_;

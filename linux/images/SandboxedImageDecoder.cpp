@@ -1,55 +1,52 @@
 #include "linux/images/SandboxedImageDecoder.h"
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
 #include "base/graphics/Image.h"
-#include "base/work/DispatchQueue.h"
 #include "linux/images/DecoderHelper.h"
+#include "linux/queues/LoopSource.h"
 #include "linux/queues/RunningCompletions.h"
-#include "linux/queues/Thread.h"
 
 namespace glintmark::platform {
 
-namespace {
-
-constexpr std::size_t stackBytes = std::size_t{256} << 10;
-
-}  // namespace
-
-/// The state that callers, the decoder's thread and running completions share.
-class SandboxedImageDecoder::Worker : public std::enable_shared_from_this<Worker> {
+/// The state that callers and the loop's thread share.
+class SandboxedImageDecoder::Worker : public LoopSource,
+                                      public std::enable_shared_from_this<Worker> {
 public:
-    Worker(std::string helperPath, DispatchQueue& completionQueue, DecodingOptions options)
-        : helper_(std::move(helperPath)),
-          completionQueue_(completionQueue),
-          options_(std::move(options)) {}
+    Worker(std::string helperPath, SourceLoop& thread, DecodingOptions options)
+        : thread_(thread), helper_(std::move(helperPath)), options_(std::move(options)) {}
 
     void add(DecodeTask task);
     void endLink(std::shared_ptr<DecodeLink> link);
     void close();
 
-private:
-    bool startThread();
-    void run();
-    bool takeNews(DecodingLoop& loop);
-    bool stopIfDone();
-    void submit(DecodingLoop::Finished finished);
+    bool dispatch() override;
+    Time prepare(std::vector<pollfd>& watched) override;
+    void check(std::span<const pollfd> watched) override { loop_->check(watched); }
 
-    const DecoderHelper helper_;
-    DispatchQueue& completionQueue_;
+private:
+    bool takeNews();
+    bool hasNews();
+    bool endIfIdle();
+
+    SourceLoop& thread_;
+    DecoderHelper helper_;
     const DecodingOptions options_;
-    RestartPause pause_;  ///< Used by the decoder's thread only.
     RunningCompletions completions_;
+    // For the loop's thread.
+    RestartPause pause_;
+    std::optional<DecodingLoop> loop_;
+    Time idleUntil_ = Time::max();  ///< Max while there are images.
 
     std::mutex mutex_;
     // The mutex guards the rest.
-    std::optional<Thread> thread_;
-    bool threadRuns_ = false;
+    bool isAttached_ = false;
     bool closed_ = false;
-    DecodingLoop* loop_ = nullptr;  ///< The thread's loop, while it has one.
     std::vector<DecodeTask> newTasks_;
     std::vector<std::shared_ptr<DecodeLink>> endedLinks_;
 };
@@ -76,58 +73,47 @@ private:
 void SandboxedImageDecoder::Worker::add(DecodeTask task) {
     {
         const std::lock_guard lock(mutex_);
-        if (threadRuns_ || startThread()) {
+        isAttached_ = isAttached_ || thread_.attach(shared_from_this());
+        if (isAttached_) {
             newTasks_.push_back(std::move(task));
-            if (loop_ != nullptr && newTasks_.size() == 1) {
-                loop_->wake();
+            if (newTasks_.size() == 1) {
+                thread_.wake();
             }
             return;
         }
     }
-    submit({std::move(task.completion), nullptr});
+    task.completion(nullptr);
 }
 
 void SandboxedImageDecoder::Worker::endLink(std::shared_ptr<DecodeLink> link) {
     const std::lock_guard lock(mutex_);
-    if (loop_ != nullptr) {
+    if (isAttached_) {
         endedLinks_.push_back(std::move(link));
-        loop_->wake();
+        thread_.wake();
     }
 }
 
-bool SandboxedImageDecoder::Worker::startThread() {
-    // Assigning joins the previous thread, which holds no lock any more and is about to end.
-    thread_ = Thread::start("images", stackBytes, [self = shared_from_this()] { self->run(); });
-    threadRuns_ = thread_.has_value();
-    return threadRuns_;
-}
-
-void SandboxedImageDecoder::Worker::run() {
-    lowerPriorityBelowMainThread();
+bool SandboxedImageDecoder::Worker::dispatch() {
+    if (!loop_) {
+        loop_.emplace(helper_, options_, pause_);
+    }
     do {
-        DecodingLoop loop(helper_, options_, pause_);
-        auto idleUntil = DecodingLoop::Clock::time_point::max();
-        while (takeNews(loop)) {
-            for (DecodingLoop::Finished& finished : loop.runOnce()) {
-                submit(std::move(finished));
-            }
-            const auto now = DecodingLoop::Clock::now();
-            if (!loop.isIdle()) {
-                idleUntil = DecodingLoop::Clock::time_point::max();
-            } else if (idleUntil == DecodingLoop::Clock::time_point::max()) {
-                idleUntil = now + options_.idleTimeout;
-            } else if (now >= idleUntil) {
-                break;
-            }
-            loop.wait(idleUntil);
+        if (!takeNews()) {
+            loop_.reset();
+            return false;
         }
-        const std::lock_guard lock(mutex_);
-        loop_ = nullptr;
-    } while (!stopIfDone());
+        for (DecodingLoop::Finished& finished : loop_->runOnce()) {
+            completions_.run([&] {
+                finished.completion(std::move(finished.image));
+                finished.completion = nullptr;
+            });
+        }
+    } while (hasNews());
+    return !endIfIdle();
 }
 
-/// Moves what is new into `loop`. False if the decoder is closed.
-bool SandboxedImageDecoder::Worker::takeNews(DecodingLoop& loop) {
+/// Moves what is new into the loop. False if the decoder is closed.
+bool SandboxedImageDecoder::Worker::takeNews() {
     std::vector<DecodeTask> tasks;
     std::vector<std::shared_ptr<DecodeLink>> links;
     {
@@ -135,59 +121,62 @@ bool SandboxedImageDecoder::Worker::takeNews(DecodingLoop& loop) {
         if (closed_) {
             return false;
         }
-        loop_ = &loop;
         tasks.swap(newTasks_);
         links.swap(endedLinks_);
     }
     for (DecodeTask& task : tasks) {
-        loop.add(std::move(task));
+        loop_->add(std::move(task));
     }
     for (const auto& link : links) {
-        loop.endLink(link);
+        loop_->endLink(link);
     }
     return true;
 }
 
-/// Marks the thread as ended and returns true if the decoder is closed or there is no new image.
-bool SandboxedImageDecoder::Worker::stopIfDone() {
+bool SandboxedImageDecoder::Worker::hasNews() {
     const std::lock_guard lock(mutex_);
-    if (!closed_ && !newTasks_.empty()) {
+    return closed_ || !newTasks_.empty() || !endedLinks_.empty();
+}
+
+/// Ends the helper and returns true if there has been no image for the idle timeout.
+bool SandboxedImageDecoder::Worker::endIfIdle() {
+    const auto now = DecodingLoop::Clock::now();
+    if (!loop_->isIdle()) {
+        idleUntil_ = Time::max();
+    } else if (idleUntil_ == Time::max()) {
+        idleUntil_ = now + options_.idleTimeout;
+    }
+    if (now < idleUntil_) {
         return false;
     }
-    threadRuns_ = false;
+    const std::lock_guard lock(mutex_);
+    if (!newTasks_.empty()) {
+        return false;
+    }
+    isAttached_ = false;
+    endedLinks_.clear();
+    idleUntil_ = Time::max();
+    loop_.reset();
     return true;
 }
 
-void SandboxedImageDecoder::Worker::submit(DecodingLoop::Finished finished) {
-    completionQueue_.async(
-        [self = shared_from_this(),
-         shared = std::make_shared<DecodingLoop::Finished>(std::move(finished))] {
-            self->completions_.run([&] {
-                shared->completion(std::move(shared->image));
-                shared->completion = nullptr;
-            });
-        });
+LoopSource::Time SandboxedImageDecoder::Worker::prepare(std::vector<pollfd>& watched) {
+    return std::min(idleUntil_, loop_->prepare(watched));
 }
 
 void SandboxedImageDecoder::Worker::close() {
-    std::optional<Thread> thread;
     {
         const std::lock_guard lock(mutex_);
         closed_ = true;
-        if (loop_ != nullptr) {
-            loop_->wake();
-        }
-        thread = std::move(thread_);
+        newTasks_.clear();
+        thread_.wake();
     }
     completions_.close();
-    thread.reset();
-    newTasks_.clear();
 }
 
-SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath, DispatchQueue& completionQueue,
+SandboxedImageDecoder::SandboxedImageDecoder(std::string helperPath, SourceLoop& thread,
                                              DecodingOptions options)
-    : worker_(
-          std::make_shared<Worker>(std::move(helperPath), completionQueue, std::move(options))) {}
+    : worker_(std::make_shared<Worker>(std::move(helperPath), thread, std::move(options))) {}
 
 SandboxedImageDecoder::~SandboxedImageDecoder() { worker_->close(); }
 

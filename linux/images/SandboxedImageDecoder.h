@@ -6,11 +6,9 @@
 #include "linux/images/DecodingLoop.h"
 #include "platform/ImageDecoder.h"
 
-namespace glintmark {
-class DispatchQueue;
-}  // namespace glintmark
-
 namespace glintmark::platform {
+
+class SourceLoop;
 
 /// Decodes images in a separate, sandboxed process. This process never parses an encoded image.
 ///
@@ -19,14 +17,13 @@ namespace glintmark::platform {
 /// processor time for them; those that are left then fail. Batches take turns, and images that need
 /// little memory go before others.
 ///
-/// A thread of its own talks with the process. Both start with the first image and end when there
-/// has been none for the idle timeout.
+/// The process starts with the first image and ends when there has been none for the idle timeout.
+/// It is talked to on the thread of another subsystem, where most images come from.
 class SandboxedImageDecoder final : public ImageDecoder {
 public:
-    /// `helperPath` names `glintmark-image-decoder`. Completions run on `completionQueue`, which
-    /// must outlive the decoder.
-    SandboxedImageDecoder(std::string helperPath, DispatchQueue& completionQueue,
-                          DecodingOptions options = {});
+    /// `helperPath` names `glintmark-image-decoder`. All work and the completions run on `thread`,
+    /// which must outlive the decoder.
+    SandboxedImageDecoder(std::string helperPath, SourceLoop& thread, DecodingOptions options = {});
 
     /// Drops the images that are not decoded, without completing them, and waits for running
     /// completions. No completion starts afterwards. Must not be called from a completion.

@@ -18,6 +18,7 @@
 #include "base/graphics/ImageScaling.h"
 #include "base/system/FileDescriptor.h"
 #include "linux/images/SandboxedImageDecoder.h"
+#include "linux/network/CurlURLSession.h"
 #include "linux/queues/ThreadPoolQueue.h"
 #include "tests/doubles/InProcessImageDecoder.h"
 #include "tests/linux/ProcessState.h"
@@ -104,7 +105,7 @@ protected:
             const std::lock_guard lock(linesMutex_);
             lines_.emplace_back(line);
         };
-        decoder_ = std::make_unique<SandboxedImageDecoder>(helper_, queue_, options_);
+        decoder_ = std::make_unique<SandboxedImageDecoder>(helper_, session_, options_);
         return *decoder_;
     }
 
@@ -153,6 +154,7 @@ protected:
     std::mutex linesMutex_;
     std::vector<std::string> lines_;
     ThreadPoolQueue queue_{"completions", 2};
+    CurlURLSession session_{queue_, {.idleTimeout = 1ms}};
     std::unique_ptr<SandboxedImageDecoder> decoder_;
 };
 
@@ -401,7 +403,7 @@ TEST_F(SandboxedImageDecoderTest, AnIdleDecoderEndsItsThreadAndItsProcess) {
     for (int round = 0; round < 4; ++round) {
         EXPECT_TRUE(decodesGoodImage()) << round;
         EXPECT_TRUE(helpersAreGone());
-        EXPECT_TRUE(waitFor([] { return threadsNamed("images") == 0; }));
+        EXPECT_TRUE(waitFor([] { return threadsNamed("http") == 0; }));
     }
 }
 
@@ -559,6 +561,18 @@ TEST_F(SandboxedImageDecoderTest, AHelperThatDoesNotAnswerIsAbandoned) {
     decoderOf(GLINTMARK_SILENT_DECODER);
     EXPECT_FALSE(decodesGoodImage());
     EXPECT_TRUE(helpersAreGone());
+}
+
+TEST_F(SandboxedImageDecoderTest, AProcessThatHangsBeforeItForksTheHelperIsEndedAndReaped) {
+    options_.helperTimeout = 500ms;
+    const fs::path started = fs::path(directory_.path()) / "started";
+    scriptedDecoder("echo $$ > " + started.string() + "; exec sleep 1000");
+    EXPECT_FALSE(decodesGoodImage());
+    pid_t process = 0;
+    std::ifstream(started) >> process;
+    ASSERT_GT(process, 0);
+    EXPECT_EQ(kill(process, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
 }
 
 }  // namespace
