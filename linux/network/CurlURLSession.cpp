@@ -66,7 +66,7 @@ private:
 
     bool startThread();
     void run();
-    void serve();
+    void serve(TransferClock::Time& idleUntil);
     bool takeNews(CurlLoop& loop, bool& mayStart);
     void dispatchSources();
     void wait(CurlLoop& loop, TransferClock::Time latest);
@@ -185,17 +185,20 @@ void CurlURLSession::Worker::run() {
     workerOfThisThread = this;
     lowerPriorityBelowMainThread();
     initialiseLibrary();
+    auto idleUntil = options_.now() + options_.idleTimeout;
     do {
-        serve();
+        serve(idleUntil);
     } while (!stopIfDone());
 }
 
-/// Runs transfers until there have been none for the idle timeout, or the session closes.
-void CurlURLSession::Worker::serve() {
+/// Runs transfers and sources until there have been no transfers for the idle timeout, or the
+/// session closes. If no transfer came at all, sources may keep it for longer.
+void CurlURLSession::Worker::serve(TransferClock::Time& idleUntil) {
     CurlLoop loop(options_, names_);
-    auto idleUntil = options_.now() + options_.idleTimeout;
+    bool hasRunTransfers = false;
     bool mayStart = true;
     while (takeNews(loop, mayStart)) {
+        hasRunTransfers = hasRunTransfers || !loop.idle();
         for (const auto& transfer : loop.runOnce(mayStart)) {
             finish(*transfer);
             idleUntil = options_.now() + options_.idleTimeout;
@@ -212,8 +215,10 @@ void CurlURLSession::Worker::serve() {
             }
         } else if (now < idleUntil) {
             wait(loop, idleUntil);
-        } else {
+        } else if (hasRunTransfers || sources_.empty()) {
             break;
+        } else {
+            wait(loop, TransferClock::Time::max());
         }
     }
     const std::lock_guard lock(mutex_);

@@ -81,7 +81,9 @@ protected:
 TEST_F(CurlURLSessionSourceTest, StartsTheThreadAndKeepsItUntilTheSourceHasEnded) {
     options_.idleTimeout = 0ns;
     const auto source = attached();
-    EXPECT_TRUE(waitFor([&] { return source->turns > 2; }));
+    EXPECT_TRUE(waitFor([&] { return source->turns == 1; }));
+    session().wake();
+    EXPECT_TRUE(waitFor([&] { return source->turns == 2; }));
     EXPECT_TRUE(sessionHasThread());
     source->shallEnd = true;
     session().wake();
@@ -143,6 +145,25 @@ TEST_F(CurlURLSessionSourceTest, ConnectionsCloseWhileASourceKeepsTheThread) {
     EXPECT_EQ(get(server_.url("/")).body, "x");
     EXPECT_TRUE(server_.waitForOpenConnections(0));
     EXPECT_EQ(get(server_.url("/")).body, "x");
+}
+
+TEST_F(CurlURLSessionSourceTest, TheThreadEndsWithTheSourceIfTheIdleTimeoutIsOver) {
+    ManualClock clock;
+    options_.now = [&] { return clock.now(); };
+    server_.on("/", answering(200, "x"));
+    const auto source = attached();
+    EXPECT_EQ(get(server_.url("/")).body, "x");
+    const int turns = source->turns;
+    session().wake();
+    EXPECT_TRUE(waitFor([&] { return source->turns > turns; }));  // the request is finished
+    clock.advance(options_.idleTimeout);
+    session().wake();
+    EXPECT_TRUE(server_.waitForOpenConnections(0));
+    EXPECT_TRUE(sessionHasThread());
+    source->shallEnd = true;
+    session().wake();
+    EXPECT_TRUE(waitFor([] { return !sessionHasThread(); }));
+    endSession();
 }
 
 TEST_F(CurlURLSessionSourceTest, TheEndOfTheSessionDropsItsSources) {
