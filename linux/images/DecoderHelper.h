@@ -18,14 +18,15 @@ public:
     /// to start, the other end of the socket is closed. `endStart` must follow.
     FileDescriptor start();
 
-    /// The process is forked by another one, so that the program never has to reap it. Reaps that
-    /// other one, after the first message has come from the process or when it is given up.
+    /// The started process forks the one that decodes and exits, so that the program never has to
+    /// reap the latter. Reaps the started process, and ends it if it hangs. Call this after the
+    /// first message, or to give up.
     void endStart();
 
 private:
     std::string path_;
     FileDescriptor executable_;
-    FileDescriptor starter_;  ///< Of the other process; see pidfd_open(2). Empty if it is reaped.
+    FileDescriptor starter_;  ///< The started process; see pidfd_open(2). Empty once it is reaped.
 };
 
 }  // namespace glintmark::platform

@@ -18,7 +18,7 @@ class SourceLoop;
 /// little memory go before others.
 ///
 /// The process starts with the first image and ends when there has been none for the idle timeout.
-/// It is talked to on the thread of another subsystem, where most images come from.
+/// The decoder talks with it on a shared thread: that of the HTTP client, where images come from.
 class SandboxedImageDecoder final : public ImageDecoder {
 public:
     /// `helperPath` names `glintmark-image-decoder`. All work and the completions run on `thread`,

@@ -278,7 +278,8 @@ void CurlLoop::wait(TransferClock::Time latest, std::span<pollfd> others) {
         others[i].revents = isReadable ? POLLIN : 0;
         othersReady += isReadable ? 1 : 0;
     }
-    // libcurl would look at each transfer, with a system call for each.
+    // If only the others are readable, libcurl would look at each transfer in vain, with a system
+    // call for each.
     long milliseconds = 0;
     curl_multi_timeout(multi_.get(), &milliseconds);
     mayPerform_ = othersReady == 0 || othersReady < ready || milliseconds == 0;

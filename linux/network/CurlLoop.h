@@ -92,8 +92,7 @@ private:
         CURL* handle;
     };
     std::vector<Running> running_;
-    bool mayPerform_ =
-        true;  ///< False if nothing has happened to any transfer since the last turn.
+    bool mayPerform_ = true;  ///< False if no transfer can go on.
 };
 
 }  // namespace glintmark::platform

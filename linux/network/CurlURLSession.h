@@ -81,7 +81,7 @@ public:
     void prepare() override;  ///< Starts the thread, which loads libcurl.
     void startDataTask(URLRequest request, Completion completion) override;
 
-    /// `source` must have ended before the session is destroyed, or is dropped then.
+    /// A source that has not ended is dropped when the session is destroyed.
     bool attach(std::shared_ptr<LoopSource> source) override;
     void wake() override;
 
