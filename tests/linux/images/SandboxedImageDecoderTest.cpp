@@ -154,7 +154,7 @@ protected:
     std::mutex linesMutex_;
     std::vector<std::string> lines_;
     ThreadPoolQueue queue_{"completions", 2};
-    CurlURLSession session_{queue_, {.idleTimeout = 1ms}};
+    CurlURLSession session_{queue_, {.version = "test", .idleTimeout = 1ms}};
     std::unique_ptr<SandboxedImageDecoder> decoder_;
 };
 
