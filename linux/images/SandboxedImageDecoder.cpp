@@ -165,10 +165,11 @@ LoopSource::Time SandboxedImageDecoder::Worker::prepare(std::vector<pollfd>& wat
 }
 
 void SandboxedImageDecoder::Worker::close() {
+    std::vector<DecodeTask> dropped;  // without the lock: a task may end its link
     {
         const std::lock_guard lock(mutex_);
         closed_ = true;
-        newTasks_.clear();
+        dropped.swap(newTasks_);
         thread_.wake();
     }
     completions_.close();

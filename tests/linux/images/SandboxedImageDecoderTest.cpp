@@ -397,6 +397,21 @@ TEST_F(SandboxedImageDecoderTest, ABatchMayOutliveItsDecoder) {
     decoder_.reset();
 }
 
+TEST_F(SandboxedImageDecoderTest, AnImageThatWaitsMayBeTheLastToHoldItsBatch) {
+    class StoppedLoop final : public SourceLoop {
+        bool attach(std::shared_ptr<LoopSource> /*source*/) override { return true; }
+        void wake() override {}
+    };
+    StoppedLoop stopped;
+    SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, stopped);
+    auto batch = decoder.makeBatch();
+    bool completed = false;
+    decoder.decode("image", batch,
+                   [batch, &completed](const auto& /*image*/) { completed = true; });
+    batch.reset();
+    EXPECT_FALSE(completed);
+}
+
 TEST_F(SandboxedImageDecoderTest, AnIdleDecoderEndsItsThreadAndItsProcess) {
     options_.idleTimeout = 50ms;
     realDecoder();
