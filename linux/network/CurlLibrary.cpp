@@ -131,20 +131,15 @@ CURLMcode curl_multi_add_handle(CURLM* multi, CURL* handle) {
 CURLMcode curl_multi_remove_handle(CURLM* multi, CURL* handle) {
     return REAL(curl_multi_remove_handle)(multi, handle);
 }
-CURLMcode curl_multi_perform(CURLM* multi, int* running) {
-    return REAL(curl_multi_perform)(multi, running);
-}
 CURLMsg* curl_multi_info_read(CURLM* multi, int* left) {
     return REAL(curl_multi_info_read)(multi, left);
 }
-CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd extra[], unsigned count, int milliseconds,
-                          int* ready) {
-    return REAL(curl_multi_poll)(multi, extra, count, milliseconds, ready);
+CURLMcode curl_multi_socket_action(CURLM* multi, curl_socket_t socket, int events, int* running) {
+    return REAL(curl_multi_socket_action)(multi, socket, events, running);
 }
 CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds) {
     return REAL(curl_multi_timeout)(multi, milliseconds);
 }
-CURLMcode curl_multi_wakeup(CURLM* multi) { return REAL(curl_multi_wakeup)(multi); }
 
 CURLSH* curl_share_init() { return REAL(curl_share_init)(); }
 CURLSHcode curl_share_cleanup(CURLSH* share) { return REAL(curl_share_cleanup)(share); }

@@ -1,7 +1,10 @@
 #include "linux/network/CurlLoop.h"
 
+#include <sys/eventfd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -13,6 +16,7 @@ namespace glintmark::platform {
 namespace {
 
 constexpr std::chrono::milliseconds maximumWait = std::chrono::minutes(1);
+constexpr std::chrono::milliseconds waitWithoutWake{100};  // if the system has no descriptor left
 constexpr const char* unknownName = "The host's name has no address.";
 constexpr std::size_t reservedShare = 5;  // one fifth
 constexpr long connectionsPerTransfer = 4;
@@ -20,6 +24,8 @@ constexpr long connectionsPerTransfer = 4;
 /// Answers from the cache are copied until they have so many bytes. Then the session looks at how
 /// much has been delivered.
 constexpr std::size_t maximumCopiedBytes = std::size_t{1} << 20;
+
+bool isNotReady(const pollfd& socket) { return socket.revents == 0; }
 
 }  // namespace
 
@@ -31,7 +37,10 @@ CurlLoop::CurlLoop(const CurlURLSessionOptions& options, NameLookUps& names)
       budget_(options.maximumArrivingBytes),
       queue_(options.maximumTransfersPerHost, options.maximumTransfers,
              options.maximumTransfers / reservedShare),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       multi_(curl_multi_init()) {
+    setCurlOption<CURLMOPT_SOCKETFUNCTION>(multi_.get(), watchSocket);
+    setCurlOption<CURLMOPT_SOCKETDATA>(multi_.get(), this);
     // Idle connections that are kept open count too. libcurl closes the oldest of them to make
     // room.
     setCurlOption<CURLMOPT_MAX_TOTAL_CONNECTIONS>(multi_.get(),
@@ -141,11 +150,12 @@ CurlLoop::Transfers CurlLoop::runOnce(bool mayStart) {
     // use.
     setCurlOption<CURLMOPT_MAXCONNECTS>(
         multi_.get(), connectionsPerTransfer * static_cast<long>(running_.size()));
-    if (std::exchange(mayPerform_, true)) {
-        int stillRunning = 0;
-        curl_multi_perform(multi_.get(), &stillRunning);
-        releaseWaiting();
+    // What has arrived in time counts, even if this thread was busy with something else.
+    if (firstDeadline() <= options_.now()) {
+        lookAtSockets();
     }
+    perform();
+    releaseWaiting();
     Transfers ended = std::exchange(ended_, {});
     collectFinished(ended);
     endTimedOut(ended);
@@ -181,7 +191,6 @@ void CurlLoop::startTransfers() {
         CURL* handle = (*transfer)->beginHop(budget_, openSockets_, authorities_);
         curl_multi_add_handle(multi_.get(), handle);
         running_.push_back({std::move(*transfer), handle});
-        mayPerform_ = true;
     }
 }
 
@@ -247,10 +256,17 @@ std::size_t CurlLoop::find(const CURL* handle) const {
     return static_cast<std::size_t>(found - running_.begin());
 }
 
-void CurlLoop::wait(TransferClock::Time latest, std::span<pollfd> others) {
+/// Of the running transfers.
+TransferClock::Time CurlLoop::firstDeadline() const {
+    auto first = TransferClock::Time::max();
     for (const Running& running : running_) {
-        latest = std::min(latest, running.transfer->deadline());
+        first = std::min(first, running.transfer->deadline());
     }
+    return first;
+}
+
+void CurlLoop::wait(TransferClock::Time latest, std::span<pollfd> others) {
+    latest = std::min(latest, firstDeadline());
     for (const std::string& name : names_.begun()) {
         const auto entry = lookingUp_.find(name);
         for (std::size_t i = 0; entry != lookingUp_.end() && i < entry->second.size(); ++i) {
@@ -264,27 +280,66 @@ void CurlLoop::wait(TransferClock::Time latest, std::span<pollfd> others) {
     }
     // Rounded up: rounded down, the loop would spin through the last fraction of a millisecond.
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-        std::min<std::chrono::nanoseconds>(latest - now, maximumWait));
-    std::vector<curl_waitfd> watched;
-    for (const pollfd& other : others) {
-        watched.push_back({other.fd, CURL_WAIT_POLLIN, 0});
+        std::min<std::chrono::nanoseconds>(latest - now, wake_ ? maximumWait : waitWithoutWake));
+    std::vector<pollfd> watched(others.begin(), others.end());
+    watched.insert(watched.end(), sockets_.begin(), sockets_.end());
+    watched.push_back({wake_.get(), POLLIN, 0});
+    poll(watched.data(), watched.size(), static_cast<int>(std::min(left, untilTimeout()).count()));
+    eventfd_t ignored = 0;
+    if (watched.back().revents != 0) {
+        eventfd_read(wake_.get(), &ignored);
     }
-    int ready = 0;
-    curl_multi_poll(multi_.get(), watched.data(), static_cast<unsigned>(watched.size()),
-                    static_cast<int>(left.count()), &ready);
-    int othersReady = 0;
-    for (std::size_t i = 0; i < watched.size(); ++i) {
-        const bool isReadable = (watched[i].revents & CURL_WAIT_POLLIN) != 0;
-        others[i].revents = isReadable ? POLLIN : 0;
-        othersReady += isReadable ? 1 : 0;
-    }
-    // If only the others are readable, libcurl would look at each transfer in vain, with a system
-    // call for each.
-    long milliseconds = 0;
-    curl_multi_timeout(multi_.get(), &milliseconds);
-    mayPerform_ = othersReady == 0 || othersReady < ready || milliseconds == 0;
+    watched.pop_back();
+    std::copy_n(watched.begin(), others.size(), others.begin());
+    watched.erase(watched.begin(), watched.begin() + static_cast<std::ptrdiff_t>(others.size()));
+    std::erase_if(watched, isNotReady);
+    ready_ = std::move(watched);
 }
 
-void CurlLoop::wake() { curl_multi_wakeup(multi_.get()); }
+void CurlLoop::wake() { eventfd_write(wake_.get(), 1); }
+
+// ---- libcurl's sockets and timeouts
+
+/// What libcurl wants to know of a socket from now on.
+int CurlLoop::watchSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self,
+                          void* /*unused*/) {
+    auto& sockets = static_cast<CurlLoop*>(self)->sockets_;
+    std::erase_if(sockets, [socket](const pollfd& watched) { return watched.fd == socket; });
+    if (what != CURL_POLL_REMOVE) {
+        const int events =
+            ((what & CURL_POLL_IN) != 0 ? POLLIN : 0) | ((what & CURL_POLL_OUT) != 0 ? POLLOUT : 0);
+        sockets.push_back({socket, static_cast<short>(events), 0});
+    }
+    return 0;
+}
+
+void CurlLoop::lookAtSockets() {
+    ready_ = sockets_;
+    poll(ready_.data(), ready_.size(), 0);
+    std::erase_if(ready_, isNotReady);
+}
+
+/// Until libcurl's next timeout.
+std::chrono::milliseconds CurlLoop::untilTimeout() const {
+    long milliseconds = -1;  // there is none
+    curl_multi_timeout(multi_.get(), &milliseconds);
+    return milliseconds < 0 ? maximumWait : std::chrono::milliseconds(milliseconds);
+}
+
+/// Lets the transfers go on whose sockets are ready or whose time has come, and no others: libcurl
+/// would look at each, with a system call.
+void CurlLoop::perform() {
+    int ignored = 0;
+    for (const pollfd& socket : std::exchange(ready_, {})) {
+        const bool isReadable = (socket.revents & (POLLIN | POLLERR | POLLHUP)) != 0;
+        const bool isWritable = (socket.revents & POLLOUT) != 0;
+        curl_multi_socket_action(
+            multi_.get(), socket.fd,
+            (isReadable ? CURL_CSELECT_IN : 0) | (isWritable ? CURL_CSELECT_OUT : 0), &ignored);
+    }
+    if (untilTimeout() == std::chrono::milliseconds::zero()) {
+        curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &ignored);
+    }
+}
 
 }  // namespace glintmark::platform

@@ -2,12 +2,14 @@
 
 #include <poll.h>
 
+#include <chrono>
 #include <memory>
 #include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "base/system/FileDescriptor.h"
 #include "linux/network/BodyBudget.h"
 #include "linux/network/CurlHandles.h"
 #include "linux/network/CurlProxy.h"
@@ -40,8 +42,8 @@ public:
     /// transfers start only if `mayStart`.
     Transfers runOnce(bool mayStart);
 
-    /// Waits until there is work, at most until `latest`. Also ends when one of `others` is
-    /// readable, and then notes that there; see poll(2).
+    /// Waits until there is work, at most until `latest`. Also ends when one of `others` is ready,
+    /// and notes that there; see poll(2).
     void wait(TransferClock::Time latest, std::span<pollfd> others);
 
     void wake();  ///< Ends the running `wait`, or the next one if none runs. Any thread.
@@ -71,9 +73,15 @@ private:
     void startTransfers();
     void releaseWaiting();
     void collectFinished(Transfers& ended);
+    TransferClock::Time firstDeadline() const;
     void endTimedOut(Transfers& ended);
     void endHop(std::size_t index, CURLcode outcome, Transfers& ended);
     std::size_t find(const CURL* handle) const;
+
+    static int watchSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* unused);
+    std::chrono::milliseconds untilTimeout() const;
+    void lookAtSockets();
+    void perform();
 
     const CurlURLSessionOptions& options_;
     const ProxySettings proxies_ = ProxySettings::fromEnvironment();
@@ -85,6 +93,9 @@ private:
     BodyBudget<CurlTransfer> budget_;
     HostQueue<std::unique_ptr<CurlTransfer>> queue_;
     CurlTransfer::OpenSockets openSockets_;  ///< Above the handle, which closes sockets at its end.
+    FileDescriptor wake_;                    ///< An eventfd(2).
+    std::vector<pollfd> sockets_;  ///< Those of libcurl. Above the handle, which removes them.
+    std::vector<pollfd> ready_;    ///< Those for which the last wait has ended.
     CurlMultiHandle multi_;
 
     struct Running {
@@ -92,7 +103,6 @@ private:
         CURL* handle;
     };
     std::vector<Running> running_;
-    bool mayPerform_ = true;  ///< False if no transfer can go on.
 };
 
 }  // namespace glintmark::platform

@@ -25,8 +25,8 @@ public:
     /// it may wait.
     virtual Time prepare(std::vector<pollfd>& watched) = 0;
 
-    /// Called after a wait with what `prepare` has appended. A descriptor whose other end is closed
-    /// has POLLIN, too.
+    /// Called after a wait with what `prepare` has appended, and what poll(2) found there: POLLHUP,
+    /// too, if the other end is closed.
     virtual void check(std::span<const pollfd> watched) = 0;
 };
 

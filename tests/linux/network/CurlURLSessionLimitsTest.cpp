@@ -132,6 +132,21 @@ TEST_F(CurlURLSessionLimitsTest, AnyDataRestartsTheTimeout) {
     EXPECT_EQ(pending->wait().body, "glintglintglintglint") << pending->result.error.value_or("");
 }
 
+TEST_F(CurlURLSessionLimitsTest, WhatHasArrivedInTimeCountsThoughTheThreadIsLate) {
+    useManualClock();
+    Dribble dribble({"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nglint"});
+    server_.on("/", dribble.handler());
+    const auto pending = start(withTimeout(server_.url("/"), 10s));
+    Event hasReturned;
+    session().startDataTask(request(other_.url("/ping")), [&](const URLResult&) {
+        dribble.send(0);
+        clock_.advance(11s);
+        hasReturned.set();
+    });
+    EXPECT_TRUE(hasReturned.wait());
+    EXPECT_EQ(pending->wait().body, "glint") << pending->result.error.value_or("");
+}
+
 TEST_F(CurlURLSessionLimitsTest, ATransferEndsAfterAMinuteEvenIfDataArrives) {
     useManualClock();
     Dribble dribble(
