@@ -15,7 +15,7 @@
 // helper's children. All run on the same machine and come from the same build, so the messages are
 // plain structs, sent over sockets that keep their borders (SOCK_SEQPACKET).
 //
-// The helper forks a child when it starts and for each `HelperOrder::fork`. A `HelperNotice::ready`
+// The helper forks a child when it starts and when it is ordered to. A `HelperNotice::ready`
 // brings the program's end of the child's channel, and the file through which the two exchange
 // bytes. The program writes an encoded image into the file and sends a `DecodeRequest` over the
 // channel; the child replies with a `DecodeAnswer`. It may ask for room before, which the program
@@ -32,6 +32,7 @@ struct HelperOrder {
         limitTime,  ///< Lower the child's processor time to `seconds`.
         addRoom,    ///< Let the child map as much as a large image needs.
         kill,
+        replace,  ///< Kill the child, and fork another.
     };
 
     Kind kind = Kind::fork;

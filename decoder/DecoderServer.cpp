@@ -77,13 +77,12 @@ private:
         if (*length != sizeof order) {
             return false;
         }
-        if (order.kind == HelperOrder::Kind::fork) {
-            forkChild();
-            return true;
-        }
         const auto child = std::ranges::find(children_, order.child, &Child::id);
         if (child != children_.end()) {
             obey(order, child->process.pid);
+        }
+        if (order.kind == HelperOrder::Kind::fork || order.kind == HelperOrder::Kind::replace) {
+            forkChild();
         }
         return true;
     }
@@ -103,6 +102,7 @@ private:
                 notify({.kind = HelperNotice::Kind::roomAdded, .child = order.child});
                 break;
             case kill:
+            case replace:
                 ::kill(pid, SIGKILL);
                 break;
         }

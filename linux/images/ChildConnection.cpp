@@ -1,6 +1,5 @@
 #include "linux/images/ChildConnection.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,12 +7,15 @@
 
 #include "base/graphics/Image.h"
 #include "decoder/DescriptorMessage.h"
+#include "linux/images/PixelMemory.h"
 
 namespace glintmark::platform {
 
 namespace {
 
 using decoder::DecodeAnswer;
+
+static_assert(PixelMemory::blockBytes >= decoder::maximumAnswerBytes);
 
 bool writeAll(const FileDescriptor& file, std::string_view bytes, off_t offset) {
     while (!bytes.empty()) {
@@ -31,20 +33,15 @@ bool writeAll(const FileDescriptor& file, std::string_view bytes, off_t offset) 
 
 /// A copy of the pixels at the beginning of `file`: the child could change the file at any time.
 std::optional<BitmapImageRep> copyPixels(const FileDescriptor& file, int width, int height,
-                                         bool hasAlpha) {
+                                         bool hasAlpha, PixelMemory& pixels) {
     const std::size_t size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
                              BitmapImageRep::bytesPerPixel;
-    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-    if (memory == MAP_FAILED) {
+    std::shared_ptr<std::uint8_t> memory = pixels.take(size);
+    if (!memory || pread(file.get(), memory.get(), size, 0) != static_cast<ssize_t>(size)) {
         return std::nullopt;
     }
-    std::shared_ptr<const void> owner(memory, [size](void* start) { munmap(start, size); });
-    if (pread(file.get(), memory, size, 0) != static_cast<ssize_t>(size)) {
-        return std::nullopt;
-    }
-    return BitmapImageRep(width, height, hasAlpha, std::move(owner),
-                          {static_cast<const std::uint8_t*>(memory), size});
+    const std::span<const std::uint8_t> bytes(memory.get(), size);
+    return BitmapImageRep(width, height, hasAlpha, std::move(memory), bytes);
 }
 
 }  // namespace
@@ -62,7 +59,8 @@ void sendRoomReply(const DecoderChild& child, bool granted) {
     decoder::sendMessage(child.channel.get(), decoder::RoomReply{granted ? 1U : 0U});
 }
 
-std::shared_ptr<const Image> receiveImage(const DecoderChild& child, const DecodeAnswer& answer) {
+std::shared_ptr<const Image> receiveImage(const DecoderChild& child, const DecodeAnswer& answer,
+                                          PixelMemory& pixels) {
     if (child.task && child.task->data.size() > decoder::exchangeBytes - decoder::encodedOffset &&
         ftruncate(child.exchange.get(), decoder::exchangeBytes) != 0) {
         return nullptr;
@@ -71,8 +69,9 @@ std::shared_ptr<const Image> receiveImage(const DecoderChild& child, const Decod
         return nullptr;
     }
     const bool isScaled = answer.isScaled();
-    auto bitmap = copyPixels(child.exchange, isScaled ? Image::pictureEdge : answer.width,
-                             isScaled ? Image::pictureEdge : answer.height, answer.hasAlpha == 1);
+    auto bitmap =
+        copyPixels(child.exchange, isScaled ? Image::pictureEdge : answer.width,
+                   isScaled ? Image::pictureEdge : answer.height, answer.hasAlpha == 1, pixels);
     if (!bitmap) {
         return nullptr;
     }

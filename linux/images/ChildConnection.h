@@ -22,8 +22,8 @@ struct DecoderChild {
     using Clock = std::chrono::steady_clock;
 
     std::uint32_t id = 0;
-    FileDescriptor channel;  ///< Empty once the child has closed its end.
-    FileDescriptor exchange;
+    FileDescriptor channel;              ///< Empty once the child has closed its end.
+    FileDescriptor exchange;             ///< Empty once the child is ending.
     std::shared_ptr<DecodeLink> link{};  ///< Null for the spare child, which has read nothing yet.
     std::optional<DecodeTask> task{};    ///< The image under way.
     Clock::time_point deadline = Clock::time_point::max();  ///< Of the image, or of its end.
@@ -36,6 +36,8 @@ struct DecoderChild {
     bool isIdle() const { return link != nullptr && !task && !isEnding && channel; }
 };
 
+class PixelMemory;
+
 /// Hands an encoded image to the child. False if the system lacks memory for it.
 bool sendImage(const DecoderChild& child, std::string_view data);
 
@@ -44,6 +46,6 @@ void sendRoomReply(const DecoderChild& child, bool granted);
 /// The image that the child has answered with. Null if it is incomplete. Shortens the exchange
 /// file after a long image.
 std::shared_ptr<const Image> receiveImage(const DecoderChild& child,
-                                          const decoder::DecodeAnswer& answer);
+                                          const decoder::DecodeAnswer& answer, PixelMemory& pixels);
 
 }  // namespace glintmark::platform

@@ -84,8 +84,9 @@ std::vector<DecodingLoop::Finished> DecodingLoop::runOnce() {
             readAnswer(*child);
         }
     }
-    if (std::exchange(isHelperReadable_, false)) {
-        readNotice();
+    if (mustReadNotices()) {
+        while (readNotice()) {
+        }
     }
     killLate();
     startImages();
@@ -94,14 +95,16 @@ std::vector<DecodingLoop::Finished> DecodingLoop::runOnce() {
 
 DecodingLoop::Clock::time_point DecodingLoop::prepare(std::vector<pollfd>& watched) {
     orderSpareIfNeeded();
-    watched.push_back({helper_.get(), POLLIN, 0});
+    isHelperWatched_ = !isIdle();
+    watched.push_back({isHelperWatched_ ? helper_.get() : -1, POLLIN, 0});
     Clock::time_point latest = spareDeadline_;
     if (!helper_ && !queue_.isEmpty()) {
         latest = std::min(latest, pause_.end());
     }
     for (const auto& child : children_) {
         latest = std::min(latest, child->deadline);
-        watched.push_back({child->link != nullptr ? child->channel.get() : -1, POLLIN, 0});
+        const bool mayAnswer = child->link != nullptr && !child->isEnding;
+        watched.push_back({mayAnswer ? child->channel.get() : -1, POLLIN, 0});
     }
     return latest;
 }
@@ -111,6 +114,20 @@ void DecodingLoop::check(std::span<const pollfd> watched) {
     for (std::size_t i = 0; i < children_.size(); ++i) {
         children_[i]->isReadable = watched[i + 1].revents != 0;
     }
+}
+
+/// While there is no image, nobody waits for what the helper has to say. Then its notices are left
+/// until there is one, or until they are late: each would wake the thread.
+bool DecodingLoop::mustReadNotices() {
+    const bool isReadable = std::exchange(isHelperReadable_, false);
+    return helper_ && (isReadable || (!isHelperWatched_ && (!isIdle() || isLate())));
+}
+
+bool DecodingLoop::isLate() const {
+    const auto now = Clock::now();
+    return now >= spareDeadline_ || std::ranges::any_of(children_, [now](const auto& child) {
+               return now >= child->deadline;
+           });
 }
 
 bool DecodingLoop::isIdle() const { return queue_.isEmpty() && running() == 0; }
@@ -180,38 +197,49 @@ void DecodingLoop::order(HelperOrder::Kind kind, const DecoderChild& child,
 /// Keeps one child in reserve. It is forked when nothing is being decoded, since a fork slows down
 /// the children that run, or at once if an image waits for it.
 void DecodingLoop::orderSpareIfNeeded() {
-    const bool isOrdered = spareDeadline_ != Clock::time_point::max();
-    if (!helper_ || isOrdered || spare() != nullptr) {
-        return;
-    }
-    if (running() == 0 || isChildAwaited()) {
+    if (helper_ && needsSpare()) {
         decoder::sendMessage(helper_.get(), HelperOrder{});
         spareDeadline_ = Clock::now() + options_.helperTimeout;
     }
 }
 
+bool DecodingLoop::needsSpare() const {
+    const bool isOrdered = spareDeadline_ != Clock::time_point::max();
+    return !isOrdered && spare() == nullptr && (running() == 0 || isChildAwaited());
+}
+
+/// Also orders the spare child if it is needed, with the same message.
 void DecodingLoop::kill(DecoderChild& child) {
-    if (!child.isEnding) {
-        child.isEnding = true;
-        child.deadline = Clock::now() + options_.helperTimeout;
+    if (child.isEnding) {
+        return;
+    }
+    child.isEnding = true;
+    child.exchange = {};  // so that its pages are freed by the child's end, not by this thread
+    child.deadline = Clock::now() + options_.helperTimeout;
+    if (needsSpare()) {
+        order(HelperOrder::Kind::replace, child);
+        spareDeadline_ = child.deadline;
+    } else {
         order(HelperOrder::Kind::kill, child);
     }
 }
 
-void DecodingLoop::readNotice() {
+/// False if there was none.
+bool DecodingLoop::readNotice() {
     HelperNotice notice;
     decoder::NoticeDescriptors descriptors;
     const auto length = decoder::receiveMessage(
         helper_.get(), std::as_writable_bytes(std::span(&notice, 1)), descriptors);
     if (!length) {
-        return;
+        return false;
     }
     if (*length != sizeof notice) {
         helperDied();
-        return;
+        return false;
     }
     executable_.endStart();
     handle(notice, std::move(descriptors));
+    return static_cast<bool>(helper_);
 }
 
 void DecodingLoop::handle(const HelperNotice& notice, decoder::NoticeDescriptors descriptors) {
@@ -344,7 +372,7 @@ void DecodingLoop::handleRoomQuestion(DecoderChild& child) {
 }
 
 void DecodingLoop::handleAnswer(DecoderChild& child, const DecodeAnswer& answer) {
-    auto image = receiveImage(child, answer);
+    auto image = receiveImage(child, answer, *pixels_);
     DecodeTask task = std::move(*child.task);
     child.task.reset();
     child.lastUse = Clock::now();

@@ -16,6 +16,7 @@
 #include "decoder/DescriptorMessage.h"
 #include "linux/images/ChildConnection.h"
 #include "linux/images/DecodeQueue.h"
+#include "linux/images/PixelMemory.h"
 #include "linux/images/RestartPause.h"
 
 namespace glintmark::platform {
@@ -86,9 +87,12 @@ private:
     void order(decoder::HelperOrder::Kind kind, const DecoderChild& child,
                std::uint32_t seconds = 0) const;
     void orderSpareIfNeeded();
+    bool needsSpare() const;
     void kill(DecoderChild& child);
 
-    void readNotice();
+    bool mustReadNotices();
+    bool isLate() const;
+    bool readNotice();
     void handle(const decoder::HelperNotice& notice, decoder::NoticeDescriptors descriptors);
     void handleEnd(DecoderChild& child, const decoder::HelperNotice& notice);
     void countCrash(const DecoderChild& child, int signal);
@@ -119,6 +123,7 @@ private:
     const DecodingOptions& options_;
     RestartPause& pause_;
     FileDescriptor helper_;  // empty while there is no helper
+    bool isHelperWatched_ = false;
     bool isHelperReadable_ = false;
     Clock::time_point spareDeadline_ = Clock::time_point::max();  // max if none was ordered
     int crashes_ = 0;                                             // of this helper's children
@@ -126,6 +131,7 @@ private:
     Children children_;
     DecoderChild* large_ = nullptr;  // the child that may decode a large image
     std::vector<Finished> finished_;
+    std::shared_ptr<PixelMemory> pixels_ = std::make_shared<PixelMemory>();
 };
 
 }  // namespace glintmark::platform

@@ -4,9 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "decoder/DecoderServer.h"
@@ -138,6 +140,19 @@ TEST_F(DecoderServerTest, AKilledChildIsReaped) {
     while (!childrenOf(helper_).empty()) {  // the child that tests the formats may still run
         poll(nullptr, 0, 1);
     }
+}
+
+TEST_F(DecoderServerTest, AReplacedChildEndsAndAnotherIsForked) {
+    const Notice first = nextNotice();
+    order(HelperOrder::Kind::replace, first.child);
+    std::array<Notice, 2> notices{nextNotice(), nextNotice()};
+    if (notices[0].kind == Kind::ended) {
+        std::swap(notices[0], notices[1]);
+    }
+    EXPECT_EQ(notices[0].kind, Kind::ready);
+    EXPECT_EQ(notices[1].kind, Kind::ended);
+    EXPECT_EQ(notices[1].child, first.child);
+    EXPECT_EQ(answerOf(notices[0], good_).status, DecodeAnswer::Status::decoded);
 }
 
 TEST_F(DecoderServerTest, OrdersForUnknownChildrenAreIgnored) {
