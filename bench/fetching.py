@@ -3,10 +3,11 @@
     python3 -m bench.fetching [--rounds N] [--json FILE] [--smoke]
 
 Uses the sites of finding_sites.py, over http through one connection to a proxy, and over https with
-new connections for each site. Fails if the processor time is more than 1.5 times libcurl's (1.2
-times over https), or if the fetch takes over 10 ms longer than the bare requests. The bare requests
-take as long as their longest chain. A run in which other requests are answered than over http is an
-error.
+new connections for each site. The program's processor time is that of all its threads until the
+next fetch begins, so that what follows a fetch counts, too. Fails if the processor time is more
+than 1.5 times libcurl's (1.2 times over https), or if the fetch takes over 10 ms longer than the
+bare requests. The bare requests take as long as their longest chain. A run in which other requests
+are answered than over http is an error.
 
 The second peer is the same libcurl loop that then decodes every image among the answers with the
 format libraries in its own process, without a sandbox. It only decodes: it makes no scaled picture
