@@ -300,7 +300,7 @@ void CurlLoop::wake() { eventfd_write(wake_.get(), 1); }
 
 // ---- libcurl's sockets and timeouts
 
-/// What libcurl wants to know of a socket from now on.
+/// libcurl calls this when it wants to wait for something else at a socket.
 int CurlLoop::watchSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self,
                           void* /*unused*/) {
     auto& sockets = static_cast<CurlLoop*>(self)->sockets_;
@@ -326,8 +326,8 @@ std::chrono::milliseconds CurlLoop::untilTimeout() const {
     return milliseconds < 0 ? maximumWait : std::chrono::milliseconds(milliseconds);
 }
 
-/// Lets the transfers go on whose sockets are ready or whose time has come, and no others: libcurl
-/// would look at each, with a system call.
+/// Lets the transfers go on whose sockets are ready or whose time has come. `curl_multi_perform`
+/// would look at each transfer, with a system call.
 void CurlLoop::perform() {
     int ignored = 0;
     for (const pollfd& socket : std::exchange(ready_, {})) {
