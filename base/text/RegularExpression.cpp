@@ -55,56 +55,18 @@ std::uint32_t budget(std::size_t textBytes) {
         std::min(minimumChoices + textBytes * choicesPerByte, maximum));
 }
 
-/// The matches of one pattern in one text, one after the other.
-class Search {
-public:
-    Search(const pcre2_code& code, std::string_view text)
-        : code_(code),
-          text_(text),
-          data_(pcre2_match_data_create_from_pattern(&code, nullptr)),
-          context_(pcre2_match_context_create(nullptr)) {
-        pcre2_set_match_limit(context_.get(), budget(text.size()));
-        pcre2_set_heap_limit(context_.get(), maximumKibibytes);
-    }
+MatchContext limitedContext(std::size_t textBytes) {
+    MatchContext context(pcre2_match_context_create(nullptr));
+    pcre2_set_match_limit(context.get(), budget(textBytes));
+    pcre2_set_heap_limit(context.get(), maximumKibibytes);
+    return context;
+}
 
-    /// False after the last match, or if the engine gave up: then `failed()` is true.
-    bool next() {
-        const auto* subject = reinterpret_cast<PCRE2_SPTR>(text_.data());
-        count_ = pcre2_match(&code_, subject, text_.size(), range(0).end, options_, data_.get(),
-                             context_.get());
-        if (count_ < 0) {
-            return false;
-        }
-        // The first search has checked that the whole text is UTF-8. An empty match is not found
-        // again.
-        options_ = PCRE2_NO_UTF_CHECK;
-        if (range(0).begin == range(0).end) {
-            options_ |= PCRE2_NOTEMPTY_ATSTART;
-        }
-        return true;
-    }
-
-    bool failed() const { return count_ < 0 && count_ != PCRE2_ERROR_NOMATCH; }
-
-    /// {0, 0} for a group that took no part, and before the first match.
-    TextRange range(std::size_t group) const {
-        if (count_ < 0 || group >= static_cast<std::size_t>(count_)) {
-            return {};
-        }
-        const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get()) + 2 * group;
-        return ends[0] == PCRE2_UNSET ? TextRange{} : TextRange{ends[0], ends[1]};
-    }
-
-    std::size_t groups() const { return pcre2_get_ovector_count(data_.get()); }
-
-private:
-    const pcre2_code& code_;
-    std::string_view text_;
-    MatchData data_;
-    MatchContext context_;
-    std::uint32_t options_ = 0;
-    int count_ = 0;
-};
+/// {0, 0} for a group that took no part.
+TextRange rangeOf(pcre2_match_data* match, std::size_t group) {
+    const PCRE2_SIZE* const ends = pcre2_get_ovector_pointer(match) + 2 * group;
+    return ends[0] == PCRE2_UNSET ? TextRange{} : TextRange{ends[0], ends[1]};
+}
 
 }  // namespace
 
@@ -139,27 +101,17 @@ std::optional<RegularExpression> RegularExpression::compile(std::string_view pat
     return RegularExpression(std::move(compiled));
 }
 
-std::vector<TextRange> RegularExpression::matches(std::string_view text) const {
-    std::vector<TextRange> found;
-    Search search(*compiled_->code, text);
-    while (search.next()) {
-        found.push_back(search.range(0));
-    }
-    if (search.failed()) {
-        found.clear();
-    }
-    return found;
-}
-
 std::optional<std::vector<TextRange>> RegularExpression::firstMatch(std::string_view text) const {
-    Search search(*compiled_->code, text);
-    if (!search.next()) {
+    const auto* code = compiled_->code.get();
+    const MatchData match(pcre2_match_data_create_from_pattern(code, nullptr));
+    const auto* subject = reinterpret_cast<PCRE2_SPTR>(text.data());
+    if (pcre2_match(code, subject, text.size(), 0, 0, match.get(),
+                    limitedContext(text.size()).get()) < 0) {
         return std::nullopt;
     }
-    std::vector<TextRange> groups;
-    groups.reserve(search.groups());
-    for (std::size_t group = 0; group < search.groups(); ++group) {
-        groups.push_back(search.range(group));
+    std::vector<TextRange> groups(pcre2_get_ovector_count(match.get()));
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        groups[group] = rangeOf(match.get(), group);
     }
     return groups;
 }

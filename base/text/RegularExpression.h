@@ -30,9 +30,6 @@ public:
     /// Absent when the pattern cannot be compiled.
     static std::optional<RegularExpression> compile(std::string_view pattern, Options options);
 
-    /// All matches, in document order. Empty also if the engine gives up or the text is ill-formed.
-    std::vector<TextRange> matches(std::string_view text) const;
-
     /// The first match: the whole match at index 0, then one range per capture group, which is
     /// {0, 0} for a group that took no part. Absent if there is no match, the engine gives up or
     /// the text is ill-formed.

@@ -2,6 +2,8 @@
 
 #include <glib.h>
 
+#include <algorithm>
+
 #include "base/text/TextEncoding.h"
 
 namespace glintmark {
@@ -20,6 +22,11 @@ std::string lowercasedASCII(std::string text) {
         character = lowercasedASCII(character);
     }
     return text;
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
+    return std::ranges::equal(text.substr(0, prefix.size()), prefix, {},
+                              [](char c) { return lowercasedASCII(c); });
 }
 
 }  // namespace glintmark

@@ -19,4 +19,7 @@ constexpr char lowercasedASCII(char character) {
 /// encoding.
 std::string lowercasedASCII(std::string text);
 
+/// True if `text` begins with `prefix`, which is in lower case, in any case of ASCII's letters.
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix);
+
 }  // namespace glintmark

@@ -109,6 +109,8 @@ TEST(FaviconFetcherHTMLTest, EachTagGivesItsEntry) {
         {"long s for s", "<link rel='\u017Fhortcut icon' href='a.png' \u017Fize\u017F='5x5'>",
          "a.png 5 icon"},
         {"root-relative", R"(<link rel="icon" href="/a.png?v=2">)", "http://h/a.png%3Fv=2 32 icon"},
+        {"after beginnings of none", R"(<<lin<LINKS <link/><li<link rel="icon" href="a.png">)",
+         "a.png 32 icon"},
     };
     for (const auto& [what, tag, entry] : rows) {
         EXPECT_THAT(extracted(tag), ElementsAre(entry)) << what;

@@ -29,5 +29,14 @@ TEST(TextCaseTest, LowercasedASCIIChangesOnlyTheLettersOfASCII) {
     EXPECT_EQ(lowercasedASCII('Q'), 'q');
 }
 
+TEST(TextCaseTest, StartsWithIgnoringCaseComparesTheWholePrefix) {
+    for (const auto* text : {"<link", "<LiNkx"}) {
+        EXPECT_TRUE(startsWithIgnoringCase(text, "<link")) << text;
+    }
+    for (const auto* text : {"", "<lin", " <link", "<lin\u212A"}) {
+        EXPECT_FALSE(startsWithIgnoringCase(text, "<link")) << text;
+    }
+}
+
 }  // namespace
 }  // namespace glintmark
