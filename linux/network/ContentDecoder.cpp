@@ -220,6 +220,9 @@ std::unique_ptr<ContentDecoder::Step> stepFor(std::string_view coding) {
 
 std::unique_ptr<ContentDecoder> ContentDecoder::make(std::string_view codings) {
     constexpr std::string_view blanks = " \t";
+    if (codings.empty()) {
+        return nullptr;  // as for most answers
+    }
     auto decoder = std::make_unique<ContentDecoder>();
     while (!codings.empty()) {
         std::string_view name = codings.substr(0, codings.find(','));

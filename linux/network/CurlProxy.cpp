@@ -9,7 +9,6 @@
 #include <climits>
 #include <cstdlib>
 #include <initializer_list>
-#include <optional>
 #include <vector>
 
 #include "base/text/TextCase.h"
@@ -27,6 +26,11 @@ std::string firstOf(std::initializer_list<const char*> variables) {
         }
     }
     return {};
+}
+
+/// Absent for an empty address.
+std::optional<Proxy> proxyAt(const std::string& address) {
+    return address.empty() ? std::nullopt : std::optional(Proxy{address, proxyParts(address)});
 }
 
 /// The bytes of an IP address, 4 or 16. Empty for other texts.
@@ -78,8 +82,8 @@ bool isInDomain(std::string_view host, std::string_view domain) {
 }  // namespace
 
 bool isExcepted(std::string_view exceptions, std::string_view host) {
-    if (exceptions == "*") {
-        return true;
+    if (exceptions == "*" || exceptions.empty()) {
+        return !exceptions.empty();
     }
     const bool isBracketed = host.starts_with('[');
     const auto address =
@@ -103,14 +107,14 @@ bool isExcepted(std::string_view exceptions, std::string_view host) {
 
 ProxySettings ProxySettings::fromEnvironment() {
     // A web server sets HTTP_PROXY from the client's field "Proxy", so only lower case counts.
-    return {firstOf({"http_proxy", "all_proxy", "ALL_PROXY"}),
-            firstOf({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}),
+    return {proxyAt(firstOf({"http_proxy", "all_proxy", "ALL_PROXY"})),
+            proxyAt(firstOf({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})),
             firstOf({"no_proxy", "NO_PROXY"})};
 }
 
-std::string ProxySettings::proxyFor(std::string_view scheme, std::string_view host) const {
-    const std::string& proxy = scheme == "http" ? http : https;
-    return proxy.empty() || isExcepted(exceptions, host) ? std::string() : proxy;
+const Proxy* ProxySettings::proxyFor(std::string_view scheme, std::string_view host) const {
+    const std::optional<Proxy>& proxy = scheme == "http" ? http : https;
+    return proxy && !isExcepted(exceptions, host) ? &*proxy : nullptr;
 }
 
 }  // namespace glintmark::platform

@@ -96,8 +96,8 @@ const std::string& CurlTransfer::prepareHop(const ProxySettings& proxies) {
     target_.proxy = proxies.proxyFor(parts->scheme, parts->host);
     target_.nameSpace = addressSpaceOfName(parts->host);
     target_.isBlocked = namedFrom_ && (isBlockedPort(parts->port) ||
-                                       (!target_.proxy.empty() && !allows(target_.nameSpace)));
-    const auto connects = target_.proxy.empty() ? parts : proxyParts(target_.proxy);
+                                       (target_.proxy != nullptr && !allows(target_.nameSpace)));
+    const auto& connects = target_.proxy == nullptr ? parts : target_.proxy->parts;
     if (connects && needsLookUp(connects->host)) {
         target_.lookUpName = connects->host;
         target_.lookUpPort = connects->port;
@@ -137,8 +137,7 @@ bool CurlTransfer::allows(std::optional<AddressSpace> space) const {
 
 /// True if the hop may get its answer from an address in `space`.
 bool CurlTransfer::allowsConnection(std::optional<AddressSpace> space) const {
-    const bool isDirect = target_.proxy.empty();
-    return !target_.isBlocked && (!isDirect || allows(space));
+    return !target_.isBlocked && (target_.proxy != nullptr || allows(space));
 }
 
 /// True if the hop may use a connection to an address in `connectedSpace`. Every refusal comes from
@@ -182,7 +181,8 @@ CurlEasyHandle CurlTransfer::makeHandle(TrustedAuthorities& authorities) {
 
 void CurlTransfer::setConnecting(CURL* handle) {
     // Both texts are set, so that libcurl does not look into the environment once more.
-    setCurlOption<CURLOPT_PROXY>(handle, target_.proxy.c_str());
+    setCurlOption<CURLOPT_PROXY>(handle,
+                                 target_.proxy != nullptr ? target_.proxy->address.c_str() : "");
     setCurlOption<CURLOPT_NOPROXY>(handle, "");
     if (!target_.lookUpName.empty()) {
         appendCopy(hop_->addresses, "+" + target_.lookUpName + ":" +
@@ -362,7 +362,8 @@ int CurlTransfer::closeSocket(void* openSockets, curl_socket_t socket) {
 /// Only for an old kind of proxy libcurl has to look up the site's name, too.
 int CurlTransfer::mayResolve(void* /*state*/, void* /*reserved*/, void* self) {
     constexpr int forbid = 1;
-    return static_cast<CurlTransfer*>(self)->target_.proxy.starts_with("socks") ? 0 : forbid;
+    const Proxy* const proxy = static_cast<CurlTransfer*>(self)->target_.proxy;
+    return proxy != nullptr && proxy->address.starts_with("socks") ? 0 : forbid;
 }
 
 int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, int /*port*/,
@@ -371,7 +372,7 @@ int CurlTransfer::connected(void* self, char* address, char* /*localAddress*/, i
     Hop& hop = *transfer->hop_;
     const sockaddr_storage connected = socketAddress(address);
     const auto space =
-        transfer->target_.proxy.empty()
+        transfer->target_.proxy == nullptr
             ? transfer->options_.addressSpaceOf(reinterpret_cast<const sockaddr&>(connected))
             : transfer->target_.nameSpace;
     hop.mayWaitForConnection = false;

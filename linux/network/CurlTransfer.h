@@ -24,6 +24,7 @@ namespace glintmark::platform {
 
 class CurlTaskGroup;
 struct CurlURLSessionOptions;
+struct Proxy;
 struct ProxySettings;
 
 /// One request and its redirects. Each hop is a separate transfer to libcurl, so that each hop
@@ -38,7 +39,8 @@ public:
     /// The host of the next hop in lower case; empty if the address cannot be requested.
     const std::string& host() const { return host_; }
 
-    /// Prepares the next hop. Returns the name to look up for it; empty if there is none.
+    /// Prepares the next hop. Returns the name to look up for it; empty if there is none. `proxies`
+    /// must live until the hop ends.
     const std::string& prepareHop(const ProxySettings& proxies);
 
     /// The IP addresses of that name, in the form of `NameLookUps`, and the time that it took from
@@ -163,7 +165,7 @@ private:
     /// Where the next or running hop goes.
     struct Target {
         bool isEncrypted = false;
-        std::string proxy;                      ///< Empty for none.
+        const Proxy* proxy = nullptr;           ///< Null for none.
         std::optional<AddressSpace> nameSpace;  ///< Of the host's name, for a proxy.
         bool isBlocked = false;                 ///< What the address says is enough to refuse it.
         std::string lookUpName;

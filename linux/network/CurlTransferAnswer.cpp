@@ -22,11 +22,6 @@ constexpr std::size_t maximumHeadBytes = std::size_t{256} << 10;
 /// a new connection is cheaper.
 constexpr std::size_t maximumRedirectBodyBytes = std::size_t{64} << 10;
 
-bool startsWithIgnoringCase(std::string_view text, std::string_view lowerCasePrefix) {
-    return text.size() >= lowerCasePrefix.size() &&
-           lowercasedASCII(std::string(text.substr(0, lowerCasePrefix.size()))) == lowerCasePrefix;
-}
-
 }  // namespace
 
 std::optional<std::string> CurlTransfer::location() const {

@@ -153,6 +153,9 @@ std::optional<std::chrono::sys_seconds> httpDate(const std::string& text) {
     static constexpr std::array forms{"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT",
                                       "%a %b %e %H:%M:%S %Y"};
     static const locale_t english = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    if (text.empty()) {
+        return std::nullopt;  // as for most answers
+    }
     for (const char* const form : forms) {
         std::tm parts{};
         const char* const end = ::strptime_l(text.c_str(), form, &parts, english);

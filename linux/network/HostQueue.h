@@ -21,14 +21,16 @@ public:
         : maximumPerHost_(maximumPerHost), maximumInTotal_(maximumInTotal), reserved_(reserved) {}
 
     void push(const std::string& host, Item item) {
-        hosts_[host].waiting.push_back(std::move(item));
-        lineUp(host);
+        Host& entry = hosts_[host];
+        entry.waiting.push_back(std::move(item));
+        lineUp(host, entry);
     }
 
     /// Adds an item that ran before, ahead of the waiting items of its host.
     void pushFront(const std::string& host, Item item) {
-        hosts_[host].waiting.push_front(std::move(item));
-        lineUp(host);
+        Host& entry = hosts_[host];
+        entry.waiting.push_front(std::move(item));
+        lineUp(host, entry);
     }
 
     /// True if `take` would return an item.
@@ -52,7 +54,7 @@ public:
         host.waiting.pop_front();
         ++host.running;
         ++running_;
-        lineUp(name);
+        lineUp(name, host);
         return item;
     }
 
@@ -65,7 +67,7 @@ public:
         if (found->second.running == 0 && found->second.waiting.empty()) {
             hosts_.erase(found);
         } else {
-            lineUp(host);
+            lineUp(host, found->second);
         }
     }
 
@@ -82,8 +84,7 @@ private:
         Line* line = nullptr;  ///< Where the host is, once; null if it is in none.
     };
 
-    void lineUp(const std::string& name) {
-        Host& host = hosts_[name];
+    void lineUp(const std::string& name, Host& host) {
         const bool isPreferred = reserved_ > 0 && (host.answers || host.running == 0);
         if (host.line == &turns_ && isPreferred) {
             std::erase(turns_, name);
