@@ -1,9 +1,11 @@
-// find-icons [--bare]: reads links from standard input, finds the icon of each with the program's
-// code, and writes a line of JSON for each: the icon's address, the number of requests, the time
-// and the processor time. With --bare, a plain loop around libcurl repeats the requests of each
-// fetch, each as soon as the one that it waited for has ended; then every image among the answers
-// is decoded in this process. The last line is about the whole run. Both trust the certificates of
-// the folder that SSL_CERT_DIR names.
+// find-icons [--bare] [--blind]: reads links from standard input and finds the icon of each twice
+// with the program's code, first to record the requests, then to measure. Writes a line of JSON for
+// each: the icon's address, the number of requests, the time and the processor time. With --bare, a
+// plain loop around libcurl repeats the requests of each fetch, each as soon as the one that it
+// waited for has ended; then every image among the answers is decoded in this process. With
+// --blind, no answer counts as an image, so that a fetch costs what its requests and the search for
+// addresses do. The last line is about the whole run. All trust the certificates of the folder that
+// SSL_CERT_DIR names.
 #include <curl/curl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -15,13 +17,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <future>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -187,19 +189,29 @@ std::vector<IconCandidate> candidatesOf(const URL& url) {
 
 bool isAnswered(const RequestRecord& request) { return request.status.has_value(); }
 
-ordered_json lineFor(const std::string& link, const link::FetchReport& report, const Cost& cost) {
-    ordered_json line{{"link", link},
-                      {"icon", nullptr},
-                      {"requests", report.requests.size()},
-                      {"answers", std::ranges::count_if(report.requests, isAnswered)},
-                      {"images", report.candidates.size()},
-                      {"ms", cost.elapsed.count()}};
+/// What a recorded fetch shows, without its images.
+struct Record {
+    URL url;
+    std::vector<RequestRecord> requests;
+    ordered_json line;
+};
+
+Record recordOf(const URL& url, const link::FetchReport& report) {
+    Record record{url, report.requests, {}};
+    record.line = {{"link", url.absoluteString()},
+                   {"icon", nullptr},
+                   {"requests", report.requests.size()},
+                   {"answers", std::ranges::count_if(report.requests, isAnswered)}};
     if (report.winner) {
         const auto& image = report.candidates[*report.winner].image;
         const auto request = std::ranges::find(report.requests, image, &RequestRecord::image);
-        line["icon"] = request != report.requests.end() ? ordered_json(request->url) : nullptr;
+        record.line["icon"] =
+            request != report.requests.end() ? ordered_json(request->url) : nullptr;
     }
-    return line;
+    for (RequestRecord& request : record.requests) {
+        request.image = nullptr;
+    }
+    return record;
 }
 
 /// The peak memory of this process or of its children, in megabytes.
@@ -209,12 +221,27 @@ double peakMegabytes(int whose) {
     return static_cast<double>(usage.ru_maxrss) / 1024;
 }
 
-Milliseconds childrensProcessorTime() {
+/// The processor time of all children. Waits for their end.
+Milliseconds timeOfEndedChildren() {
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
     rusage usage{};
     getrusage(RUSAGE_CHILDREN, &usage);
     return std::chrono::seconds(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
 }
+
+/// Knows no image.
+class BlindDecoder final : public platform::ImageDecoder {
+public:
+    std::shared_ptr<platform::ImageBatch> makeBatch() override {
+        return std::make_shared<platform::ImageBatch>();
+    }
+    void decode(std::string /*data*/, const std::shared_ptr<platform::ImageBatch>& /*batch*/,
+                Completion completion) override {
+        completion(nullptr);
+    }
+};
 
 platform::CurlURLSessionOptions sessionOptions() {
     platform::CurlURLSessionOptions options{.version = "bench"};
@@ -224,44 +251,79 @@ platform::CurlURLSessionOptions sessionOptions() {
     return options;
 }
 
-void findAll(bool withBareLoop) {
-    doubles::Fakes fakes;
-    const platform::Configuration settings{"", ""};
-    platform::LinuxDispatchQueues queues;
-    platform::PosixFileManager files;
-    platform::CurlURLSession session(queues.global(platform::QualityOfService::userInitiated),
-                                     sessionOptions());
-    platform::SandboxedImageDecoder decoder(GLINTMARK_IMAGE_DECODER, session);
-    BareLoop bare;
-    std::string link;
-    Milliseconds others = otherThreads();
-    while (std::getline(std::cin, link)) {
-        const auto url = URL::parse(link);
-        link::FetchRecorder recorder(session, decoder);
+/// What the program needs to find icons.
+class Finder {
+public:
+    explicit Finder(bool isBlind) : isBlind_(isBlind) {}
+
+    std::vector<IconCandidate> find(const URL& url) { return find(url, session_, decoder()); }
+
+    Record record(const URL& url) {
+        link::FetchRecorder recorder(session_, decoder());
+        auto candidates = find(url, recorder, recorder);
+        return recordOf(url, link::FetchReport(recorder.requests(), std::move(candidates)));
+    }
+
+private:
+    platform::ImageDecoder& decoder() {
+        return isBlind_ ? static_cast<platform::ImageDecoder&>(blind_) : sandbox_;
+    }
+
+    std::vector<IconCandidate> find(const URL& url, platform::URLSession& session,
+                                    platform::ImageDecoder& decoder) {
         const platform::Services services{
-            .application = fakes.application,
-            .bundle = fakes.bundle,
-            .configuration = settings,
-            .dispatchQueues = queues,
-            .eventStreams = fakes.eventStreams,
-            .fileManager = files,
-            .imageDecoder = recorder,
-            .log = fakes.log,
-            .openPanel = fakes.openPanel,
-            .statusBar = fakes.statusBar,
-            .timers = fakes.queues,
-            .urlSession = recorder,
-            .userDefaults = fakes.userDefaults,
-            .userNotificationCenter = fakes.notifications,
-            .workspace = fakes.workspace,
+            .application = fakes_.application,
+            .bundle = fakes_.bundle,
+            .configuration = settings_,
+            .dispatchQueues = queues_,
+            .eventStreams = fakes_.eventStreams,
+            .fileManager = files_,
+            .imageDecoder = decoder,
+            .log = fakes_.log,
+            .openPanel = fakes_.openPanel,
+            .statusBar = fakes_.statusBar,
+            .timers = fakes_.queues,
+            .urlSession = session,
+            .userDefaults = fakes_.userDefaults,
+            .userNotificationCenter = fakes_.notifications,
+            .workspace = fakes_.workspace,
         };
         const platform::ServicesScope scope(services);
-        std::vector<IconCandidate> candidates;
-        const Cost cost = costOf([&] { candidates = candidatesOf(*url); });
-        const link::FetchReport report(recorder.requests(), std::move(candidates));
-        ordered_json line = lineFor(link, report, cost);
+        return candidatesOf(url);
+    }
+
+    bool isBlind_;
+    doubles::Fakes fakes_;
+    const platform::Configuration settings_{"", ""};
+    platform::LinuxDispatchQueues queues_;
+    platform::PosixFileManager files_;
+    platform::CurlURLSession session_{queues_.global(platform::QualityOfService::userInitiated),
+                                      sessionOptions()};
+    platform::SandboxedImageDecoder sandbox_{GLINTMARK_IMAGE_DECODER, session_};
+    BlindDecoder blind_;
+};
+
+/// The fetches of all links of the input. None is measured meanwhile: recording costs time, and the
+/// finder that records knows some answers afterwards.
+std::vector<Record> recordAll(bool isBlind) {
+    std::vector<Record> records;
+    Finder finder(isBlind);
+    for (std::string link; std::getline(std::cin, link);) {
+        records.push_back(finder.record(*URL::parse(link)));
+    }
+    return records;
+}
+
+void measureAll(const std::vector<Record>& records, bool withBareLoop, bool isBlind) {
+    Finder finder(isBlind);
+    BareLoop bare;
+    Milliseconds others = otherThreads();
+    for (const Record& record : records) {
+        ordered_json line = record.line;
+        const Cost cost = costOf([&] { line["images"] = finder.find(record.url).size(); });
+        line["ms"] = cost.elapsed.count();
         if (withBareLoop) {
-            const Cost least = costOf([&] { line["bareAnswers"] = bare.askFor(report.requests); });
+            const Cost least = costOf([&] { line["bareAnswers"] = bare.askFor(record.requests); });
             line["bareMs"] = least.elapsed.count();
             line["bareProcessorMs"] = least.processor.count();
             line["decodingMs"] = costOf([&] { bare.decodeImages(); }).processor.count();
@@ -279,10 +341,12 @@ void findAll(bool withBareLoop) {
 int main(int argc, char** argv) {
     using namespace glintmark;
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that this process gets the helper's figures
-    findAll(argc > 1 && std::strcmp(argv[1], "--bare") == 0);
-    while (waitpid(-1, nullptr, 0) > 0) {
-    }
-    std::cout << ordered_json{{"decoderMs", childrensProcessorTime().count()},
+    const std::vector<std::string_view> options(argv + 1, argv + argc);
+    const bool isBlind = std::ranges::count(options, "--blind") > 0;
+    const std::vector<Record> records = recordAll(isBlind);
+    const Milliseconds before = timeOfEndedChildren();
+    measureAll(records, std::ranges::count(options, "--bare") > 0, isBlind);
+    std::cout << ordered_json{{"decoderMs", (timeOfEndedChildren() - before).count()},
                               {"megabytes",
                                peakMegabytes(RUSAGE_SELF) + peakMegabytes(RUSAGE_CHILDREN)}}
                      .dump()
